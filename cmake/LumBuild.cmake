@@ -1,0 +1,45 @@
+# SPDX-License-Identifier: Apache-2.0
+# What every target of the tree shares: language, warnings, sanitizers, visibility, outside packages.
+
+find_package(Threads REQUIRED)
+
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+
+if(LUM_SANITIZE)
+  add_compile_options(-fsanitize=${LUM_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${LUM_SANITIZE})
+  if(LUM_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()
+
+# lum_warnings: for our own sources; generated ones are built without it.
+add_library(lum_warnings INTERFACE)
+target_compile_options(lum_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror)
+
+# liblog lies beside the system's own folders on Debian: headers and library are found by hand.
+find_path(LIBLOG_INCLUDE_DIR android/log.h PATHS /usr/include/android REQUIRED)
+find_library(LIBLOG_LIBRARY log PATH_SUFFIXES android ${CMAKE_LIBRARY_ARCHITECTURE}/android REQUIRED)
+add_library(lum_liblog INTERFACE)
+target_include_directories(lum_liblog SYSTEM INTERFACE ${LIBLOG_INCLUDE_DIR})
+target_link_libraries(lum_liblog INTERFACE ${LIBLOG_LIBRARY})
+
+# lum_library(NAME SOURCES... ): a static room of the library, its headers found from the top of the
+# tree ("utils/LumTimer.h").
+function(lum_library name)
+  add_library(${name} STATIC ${ARGN})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE lum_warnings)
+endfunction()
