@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Text for people from whatever an interface can carry, for logs.
+
+#include <android/binder_auto_utils.h>
+#include <android/binder_interface_utils.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace android {
+namespace internal {
+
+template <typename T, typename = void>
+struct HasToStringMethod : std::false_type {};
+template <typename T>
+struct HasToStringMethod<T, std::void_t<decltype(std::declval<const T&>().toString())>>
+    : std::true_type {};
+
+// Declared ahead, for containers of containers.
+template <typename T>
+std::string ToString(const T& value);
+template <typename T>
+std::string ToString(const std::vector<T>& values);
+template <typename T>
+std::string ToString(const std::optional<T>& value);
+template <typename T>
+std::string ToString(const std::shared_ptr<T>& value);
+inline std::string ToString(const std::string& value) {
+    return value;
+}
+inline std::string ToString(const ::ndk::SpAIBinder& binder);
+
+// Numbers in decimal, bool as true or false, enumerators by their name (their number if they have
+// none), structures as they write themselves.
+template <typename T>
+std::string ToString(const T& value) {
+    if constexpr (std::is_same_v<bool, T>) {
+        return value ? "true" : "false";
+    } else if constexpr (std::is_enum_v<T>) {
+        return toString(value);  // found beside the enumeration
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        return std::to_string(value);
+    } else {
+        static_assert(HasToStringMethod<T>::value, "no way to write a value of this type");
+        return value.toString();
+    }
+}
+
+// [first, second, ...]
+template <typename T>
+std::string ToString(const std::vector<T>& values) {
+    std::string result = "[";
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        // A copy of the element's own type: the elements of an array of bool are not of type bool.
+        const T& value = values[i];
+        result += (i == 0 ? "" : ", ") + ToString(value);
+    }
+    return result + "]";
+}
+
+// The value, or (null).
+template <typename T>
+std::string ToString(const std::optional<T>& value) {
+    return value ? ToString(*value) : "(null)";
+}
+
+inline std::string ToString(const ::ndk::SpAIBinder& binder) {
+    return binder.get() == nullptr ? "(null)" : "(binder)";
+}
+
+// An interface, or a structure that may be missing.
+template <typename T>
+std::string ToString(const std::shared_ptr<T>& value) {
+    if (value == nullptr) {
+        return "(null)";
+    }
+    if constexpr (std::is_base_of_v<::ndk::ICInterface, T>) {
+        return "(interface)";
+    } else {
+        return ToString(*value);
+    }
+}
+
+}  // namespace internal
+}  // namespace android
