@@ -1,0 +1,281 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Finds source files, gives every type name its meaning, and refuses what makes no sense."""
+
+import pathlib
+
+from . import syntax, types
+from .diagnostics import AidlError, AidlErrors, Position
+from .parser import parse
+
+
+class Loader:
+    """Reads each file once and finds the files that imports name."""
+
+    def __init__(self, include_folders):
+        self._folders = include_folders
+        self._loaded = {}
+
+    def load(self, path):
+        """The document of that file, parsed and with its place checked; raises AidlErrors."""
+        key = path.resolve()
+        if key not in self._loaded:
+            self._loaded[key] = self._read(path)
+        return self._loaded[key]
+
+    def find(self, name):
+        """The document that defines the type of that full name, or none."""
+        relative = pathlib.Path(*name.text.split(".")).with_suffix(".aidl")
+        for folder in self._folders:
+            if (folder / relative).is_file():
+                return self.load(folder / relative)
+        return None
+
+    @staticmethod
+    def _read(path):
+        start = Position(str(path), 1, 1)
+        try:
+            text = path.read_text(encoding="utf-8")
+        except OSError as error:
+            raise AidlErrors([AidlError(start, f"cannot be read: {error.strerror}")])
+        except UnicodeDecodeError:
+            raise AidlErrors([AidlError(start, "is not UTF-8 text")])
+        document = parse(str(path), text)
+        declaration = document.declaration
+        _name_declaration(declaration, tuple(document.package.text.split(".")))
+        folder = tuple(document.package.text.split("."))
+        if path.resolve().parts[-len(folder) - 1:] != folder + (declaration.name.text + ".aidl",):
+            wanted = "/".join(declaration.full_name) + ".aidl"
+            raise AidlErrors([AidlError(declaration.name.position,
+                                        f"{declaration.name} should be defined in {wanted}")])
+        return document
+
+
+def _name_declaration(declaration, outer):
+    declaration.full_name = outer + (declaration.name.text,)
+    for nested in getattr(declaration, "nested", []):
+        _name_declaration(nested, declaration.full_name)
+
+
+def check(document, loader):
+    """Raises AidlErrors with all that is wrong in the document."""
+    checker = _Checker(document, loader)
+    checker.run()
+    if checker.errors:
+        raise AidlErrors(checker.errors)
+
+
+def types_used(declaration):
+    """Each type that the declaration and those inside it mention, in order."""
+    if isinstance(declaration, syntax.Interface):
+        return [parameter.type for method in declaration.methods for parameter in method.parameters]
+    used = [field.type for field in getattr(declaration, "fields", [])]
+    for nested in getattr(declaration, "nested", []):
+        used += types_used(nested)
+    return used
+
+
+class _Checker:
+    def __init__(self, document, loader):
+        self.errors = []
+        self._document = document
+        self._loader = loader
+        # The names that types may have in this file.
+        self._known = {document.declaration.name.text: document.declaration}
+
+    def run(self):
+        self._imports()
+        self._declaration(self._document.declaration, self._known)
+        if not self.errors:
+            self._no_circle(self._document, [self._document.declaration.name])
+
+    def _refuse(self, name, what):
+        self.errors.append(AidlError(name.position, what))
+
+    # Names
+
+    def _imports(self):
+        for imported in self._document.imports:
+            found = self._loader.find(imported)
+            simple = imported.text.rpartition(".")[2]
+            if found is None:
+                self._refuse(imported, f"cannot find {imported} in the folders given with -I")
+            elif simple in self._known:
+                self._refuse(imported, f"there is a type {simple} in this file already")
+            else:
+                self._known[simple] = found.declaration
+
+    def _distinct(self, named, what, taken=frozenset()):
+        """Refuses names that occur twice or that the generated code cannot give."""
+        first = {}
+        for name in named:
+            if name.text in first:
+                line = first[name.text].position.line
+                self._refuse(name, f"there is a {what} {name} in line {line} already")
+            first.setdefault(name.text, name)
+            if name.text in types.RESERVED:
+                self._refuse(name, f"{name} is a reserved word of C++")
+            elif name.text.startswith("_"):
+                self._refuse(name, f"{name} begins with an underscore, as only made names do")
+            elif name.text in taken:
+                self._refuse(name, f"the generated class has a member {name} of its own")
+
+    def _type(self, type_, known):
+        name = type_.name
+        if name.text in types.BUILT_IN:
+            type_.meaning = name.text
+        elif name.text in known:
+            type_.meaning = known[name.text]
+        elif name.text == "void":
+            self._refuse(name, "only a method's result can be void")
+        elif name.text in types.UNSUPPORTED:
+            self._refuse(name, f"the type {name} is not understood")
+        else:
+            self._refuse(name, f"there is no type {name} here: is an import missing?")
+        if type_.array and isinstance(type_.meaning, syntax.Interface):
+            self._refuse(name, "arrays of interfaces are not understood")
+            type_.meaning = None
+
+    # Declarations
+
+    def _declaration(self, declaration, known):
+        self._distinct([declaration.name], "type", types.BUILT_IN.keys() | {"void"})
+        if isinstance(declaration, syntax.Enum):
+            self._enum(declaration)
+            return
+        self._no_annotations(declaration)
+        if isinstance(declaration, syntax.Interface):
+            self._interface(declaration, known)
+        elif isinstance(declaration, syntax.Parcelable):
+            self._parcelable(declaration, known)
+        elif declaration is self._document.declaration:
+            self._refuse(declaration.name, "a union is understood only inside a parcelable")
+        else:
+            self._union(declaration, known)
+
+    def _no_annotations(self, node):
+        for annotation in node.annotations:
+            self._refuse(annotation.name, f"@{annotation.name} is not understood here")
+
+    def _interface(self, interface, known):
+        self._distinct([method.name for method in interface.methods], "method",
+                       types.TAKEN_IN_INTERFACE)
+        if not interface.methods:
+            self._refuse(interface.name, f"{interface.name} needs at least one method")
+        for method in interface.methods:
+            self._method(interface, method, known)
+
+    def _method(self, interface, method, known):
+        self._no_annotations(method)
+        if method.oneway and not interface.oneway:
+            self._refuse(method.name, "one-way methods are understood only in a one-way interface")
+        if method.result.array or method.result.name.text != "void":
+            self._refuse(method.result.name,
+                         "a one-way method returns nothing: its result must be void"
+                         if interface.oneway else "results other than void are not understood")
+        self._distinct([parameter.name for parameter in method.parameters], "argument")
+        for parameter in method.parameters:
+            self._parameter(interface, parameter, known)
+
+    def _parameter(self, interface, parameter, known):
+        self._type(parameter.type, known)
+        meaning = parameter.type.meaning
+        if meaning is None:
+            return
+        needs_direction = parameter.type.array or isinstance(meaning, (syntax.Parcelable,
+                                                                       syntax.Union))
+        if parameter.direction is None:
+            if needs_direction:
+                self._refuse(parameter.type.name,
+                             f"{parameter.type} can be in or out: say in before it")
+        elif parameter.direction.text != "in":
+            if not needs_direction:
+                what = f"{parameter.type} can only be in"
+            elif interface.oneway:
+                what = "a one-way method gives nothing back: its arguments can only be in"
+            else:
+                what = f"the direction {parameter.direction} is not understood"
+            self._refuse(parameter.direction, what)
+
+    def _enum(self, enum):
+        enum.backing = self._backing(enum)
+        self._distinct([one.name for one in enum.enumerators], "enumerator")
+        if not enum.enumerators:
+            self._refuse(enum.name, f"{enum.name} needs at least one enumerator")
+        bits = types.BACKING[enum.backing]
+        next_value = 0
+        owners = {}
+        for one in enum.enumerators:
+            one.value = next_value if one.literal is None else _number(one.literal.text)
+            if not -2 ** (bits - 1) <= one.value < 2 ** (bits - 1):
+                self._refuse(one.name, f"{one.value} does not fit the backing type {enum.backing}")
+            elif one.value in owners:
+                self._refuse(one.name, f"{one.value} is the value of {owners[one.value]} already")
+            owners.setdefault(one.value, one.name)
+            next_value = one.value + 1
+
+    def _backing(self, enum):
+        backing = None
+        for annotation in enum.annotations:
+            if annotation.name.text != "Backing":
+                self._refuse(annotation.name, f"@{annotation.name} is not understood here")
+            elif backing is not None:
+                self._refuse(annotation.name, "there is a @Backing already")
+            elif (annotation.arguments.keys() != {"type"}
+                  or annotation.arguments["type"] not in types.BACKING):
+                wanted = " or ".join(f'"{name}"' for name in types.BACKING)
+                self._refuse(annotation.name, f"@Backing should have type={wanted}")
+                backing = "int"
+            else:
+                backing = annotation.arguments["type"]
+        if backing is None:
+            self._refuse(enum.name, f'{enum.name} needs a @Backing(type="...")')
+        return backing or "int"
+
+    def _parcelable(self, parcelable, known):
+        inner = dict(known)
+        for nested in parcelable.nested:
+            if not isinstance(nested, syntax.Union):
+                self._refuse(nested.name, "only unions are understood inside a parcelable")
+            elif nested.name.text in inner:
+                self._refuse(nested.name, f"there is a type {nested.name} in this file already")
+            else:
+                inner[nested.name.text] = nested
+                self._declaration(nested, inner)
+        named = [nested.name for nested in parcelable.nested]
+        named += [field.name for field in parcelable.fields]
+        self._distinct(named, "member", types.TAKEN_IN_PARCELABLE)
+        for field in parcelable.fields:
+            self._field(parcelable, field, inner)
+
+    def _union(self, union, known):
+        self._distinct([field.name for field in union.fields], "member", types.TAKEN_IN_UNION)
+        if not union.fields:
+            self._refuse(union.name, f"{union.name} needs at least one member")
+        for field in union.fields:
+            self._field(union, field, known)
+
+    def _field(self, owner, field, known):
+        self._no_annotations(field)
+        self._type(field.type, known)
+        if isinstance(field.type.meaning, syntax.Interface):
+            self._refuse(field.type.name, "a field cannot be an interface here")
+        elif field.type.meaning in (self._document.declaration, owner):
+            self._refuse(field.type.name, f"{field.type.name} would contain itself")
+
+    # Each header includes those of the types that it mentions, so that a circle could not be compiled.
+    def _no_circle(self, document, trail):
+        for imported in document.imports:
+            found = self._loader.find(imported)
+            if found is None:
+                continue
+            if found is self._document:
+                names = " -> ".join(name.text for name in trail + [found.declaration.name])
+                self._refuse(self._document.declaration.name, f"types import one another: {names}")
+            elif found.declaration.name not in trail:
+                self._no_circle(found, trail + [found.declaration.name])
+
+
+def _number(literal):
+    sign = -1 if literal.startswith("-") else 1
+    digits = literal.lstrip("+-")
+    return sign * (int(digits, 16) if digits[:2].lower() == "0x" else int(digits))
