@@ -42,8 +42,9 @@ AParcel* AParcel_create(void);
 // Returns STATUS_OK.
 binder_status_t AParcel_reset(AParcel* parcel);
 
-// Moves the position.
-// position: in bytes, from 0 to AParcel_getDataSize; STATUS_BAD_VALUE otherwise.
+// Moves the position. Behind the end nothing can be read or written; nothing can be written at a
+// position that is not a multiple of 4.
+// position: in bytes from the start, 0 or more; STATUS_BAD_VALUE otherwise.
 binder_status_t AParcel_setDataPosition(const AParcel* parcel, int32_t position);
 
 // Returns the position, in bytes from the start.
@@ -194,9 +195,11 @@ binder_status_t AParcel_readChar(const AParcel* parcel, char16_t* value);
 binder_status_t AParcel_readByte(const AParcel* parcel, int8_t* value);
 
 // Write an array: its length, then its elements. Bytes lie one beside the other; bool and char16_t
-// take four bytes each. arrayData: the elements, or null for a null array; length: number of
-// elements; -1 for a null array (which must then have arrayData null); a null arrayData goes with 0
-// too.
+// take four bytes each.
+//
+// arrayData: the elements; null if length is -1, which writes a null array, and allowed to be null
+// if length is 0. For bool it is handed to getter and may be anything. length: number of elements,
+// or -1.
 binder_status_t AParcel_writeInt32Array(AParcel* parcel, const int32_t* arrayData, int32_t length);
 binder_status_t AParcel_writeUint32Array(AParcel* parcel, const uint32_t* arrayData,
                                          int32_t length);
@@ -210,8 +213,10 @@ binder_status_t AParcel_writeBoolArray(AParcel* parcel, const void* arrayData, i
 binder_status_t AParcel_writeCharArray(AParcel* parcel, const char16_t* arrayData, int32_t length);
 binder_status_t AParcel_writeByteArray(AParcel* parcel, const int8_t* arrayData, int32_t length);
 
-// Read an array. arrayData: handed to allocator; allocator: not null, called once, and only after
-// the length was found to fit into the rest of the parcel.
+// Read an array.
+//
+// arrayData: handed to allocator and setter; allocator: not null, called once, and only after the
+// length was found to fit into the rest of the parcel.
 binder_status_t AParcel_readInt32Array(const AParcel* parcel, void* arrayData,
                                        AParcel_int32ArrayAllocator allocator);
 binder_status_t AParcel_readUint32Array(const AParcel* parcel, void* arrayData,

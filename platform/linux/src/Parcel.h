@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <android/binder_parcel.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/src/Binder.h"
+
+// The bytes and objects of a call. Belongs to one thread at a time.
+//
+// An object lies in the bytes as an entry of kObjectSize bytes: a flat object as the kernel's
+// driver has it, then a word for its stability. Which places are objects, and which objects they
+// are, is known from the list beside the bytes alone; whatever the entry itself says about that is
+// empty here and is filled in by a link that needs it on the way out. A null reference has an
+// entry, but no place in the list.
+struct AParcel {
+  public:
+    static constexpr size_t kObjectSize = 28;
+
+    struct Object {
+        size_t offset;  // of the entry, in bytes
+        BinderRef binder;
+    };
+
+    // An empty parcel.
+    AParcel() = default;
+    // An empty parcel for a call of target, which is only remembered, for target() to be compared.
+    explicit AParcel(const AIBinder* target) : mTarget(target) {}
+    // A received parcel. objects: such as isLayout accepts.
+    AParcel(std::vector<uint8_t> bytes, std::vector<Object> objects)
+        : mBytes(std::move(bytes)), mObjects(std::move(objects)) {}
+
+    AParcel(const AParcel&) = delete;
+    AParcel& operator=(const AParcel&) = delete;
+
+    // Whether entries may lie at these offsets of a parcel of `size` bytes: each whole, aligned to
+    // four bytes, in ascending order, none over another.
+    static bool isLayout(size_t size, const std::vector<size_t>& offsets);
+
+    const AIBinder* target() const { return mTarget; }
+    const std::vector<uint8_t>& bytes() const { return mBytes; }
+    const std::vector<Object>& objects() const { return mObjects; }
+
+    // Writes what every call begins with: the interface that the caller believes to call.
+    binder_status_t writeInterfaceToken(const std::string& descriptor) noexcept;
+    // Reads it, and returns whether it is the token of this interface.
+    bool checkInterfaceToken(const std::string& descriptor) const noexcept;
+
+    // The rest is what the AParcel_ functions are made of.
+
+    size_t position() const { return mPosition; }
+    void setPosition(size_t position) const { mPosition = position; }
+    void clear();
+
+    // Replaces everything by these bytes. May throw std::bad_alloc, with nothing changed.
+    void assign(const uint8_t* bytes, size_t size);
+
+    // Makes room for `size` bytes at the position and moves behind them and what aligns the next
+    // value, which is set to zero. Objects that are written over leave the list.
+    // room: set to the room, valid until the next write.
+    // Returns STATUS_OK; STATUS_BAD_VALUE if the position lies behind the end or is not aligned;
+    // STATUS_NO_MEMORY, with nothing changed.
+    binder_status_t makeRoom(uint64_t size, uint8_t** room) noexcept;
+    binder_status_t write(const void* bytes, uint64_t size) noexcept;
+    binder_status_t writeBinder(AIBinder* binder) noexcept;
+    binder_status_t append(const AParcel& from, size_t start, size_t size) noexcept;
+
+    // Whether the rest holds that many bytes, and what aligns the next value.
+    bool holds(uint64_t size) const;
+    // Returns the next `size` bytes and moves behind them and what aligns the next value; null, and
+    // does not move, if the rest does not hold them.
+    const uint8_t* take(uint64_t size) const;
+    binder_status_t read(void* bytes, uint64_t size) const;
+    binder_status_t readBinder(AIBinder** binder) const;
+
+    // Reads the length of an array whose elements take elementSize bytes each. length: set to -1
+    // for a null array, otherwise to a number of elements that the rest of the parcel holds.
+    binder_status_t readLength(uint64_t elementSize, int32_t* length) const;
+
+    // Reads a text. units: set to its UTF-16 units; count: to how many; -1 for a null text.
+    binder_status_t readUtf16(const uint8_t** units, int32_t* count) const;
+
+  private:
+    std::vector<Object>::const_iterator firstObjectFrom(size_t offset) const;
+    bool reserveObjects(size_t more) noexcept;
+    void dropObjects(size_t start, size_t end) noexcept;
+
+    const AIBinder* mTarget = nullptr;
+    std::vector<uint8_t> mBytes;
+    // In ascending order of their offsets, none over another.
+    std::vector<Object> mObjects;
+    // Moved by reading too.
+    mutable size_t mPosition = 0;
+};
