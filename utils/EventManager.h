@@ -112,6 +112,8 @@ class LUM_EXPORT EventManager {
     static void processRemove(int fd, void* data);
 
   private:
+    friend class EventManagerPeer;  // tests: reads the counter of calls in progress
+
     static constexpr int kMaxEvents = 4;
 
     void registerOwnDescriptors();

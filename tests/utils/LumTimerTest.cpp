@@ -1,0 +1,690 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <functional>
+#include <limits>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "tests/support/LogCapture.h"
+#include "tests/utils/SystemCalls.h"
+#include "utils/LumTimer.h"
+
+class LumTimerPeer {
+  public:
+    static void setLastTimerId(LumTimer& timer, int id) { timer.mLastTimerId = id; }
+};
+
+namespace {
+
+static_assert(!std::is_polymorphic_v<LumTimer>);
+static_assert(std::is_same_v<LumTimer, lum::utils::LumTimer>);
+static_assert(std::is_same_v<TimedEvent, lum::utils::TimedEvent>);
+static_assert(std::is_same_v<TimedEventCmp, lum::utils::TimedEventCmp>);
+static_assert(std::is_same_v<ILumTimerMonitor, lum::utils::ILumTimerMonitor>);
+
+void expectTime(const timespec& time, time_t seconds, long nanoseconds) {
+    EXPECT_EQ(time.tv_sec, seconds);
+    EXPECT_EQ(time.tv_nsec, nanoseconds);
+}
+
+timespec plusDelay(timespec time, long long delay) {
+    LumTimer::addDelayToTimeval(delay, time);
+    return time;
+}
+
+timespec sum(const timespec& a, const timespec& b) {
+    timespec result{};
+    LumTimer::addTimeSpec(a, b, result);
+    return result;
+}
+
+timespec difference(const timespec& a, const timespec& b) {
+    timespec result{};
+    LumTimer::subTimeSpec(a, b, result);
+    return result;
+}
+
+// A timed callback that does what it is told and counts its calls.
+struct Call {
+    std::function<int()> action = [] { return -1; };
+    int calls = 0;
+
+    static int run(void* data) {
+        Call* const call = static_cast<Call*>(data);
+        ++call->calls;
+        return call->action();
+    }
+};
+
+// A timer on a clock that stands still unless a test moves it.
+class LumTimerTest : public testing::Test {
+  protected:
+    LumTimerTest() {
+        gSystemCalls.clockGettime = [this](clockid_t clock, timespec* now) {
+            EXPECT_EQ(clock, CLOCK_BOOTTIME);
+            ++clockReads;
+            if (clockReads == failingRead) {
+                errno = EINVAL;
+                return -1;
+            }
+            *now = clockNow;
+            return 0;
+        };
+    }
+
+    void advance(long long milliseconds) { LumTimer::addDelayToTimeval(milliseconds, clockNow); }
+    int add(long long delay, Call& call) { return timer.addTimedCallback(delay, Call::run, &call); }
+
+    RestoreSystemCalls restore;
+    LogCapture log;
+    timespec clockNow{100, 0};
+    int clockReads = 0;
+    int failingRead = -1;  // counted from 1
+    LumTimer timer{nullptr};
+};
+
+TEST_F(LumTimerTest, FirstIdIsOne) {
+    Call call;
+    EXPECT_EQ(add(0, call), 1);
+    EXPECT_EQ(add(0, call), 2);
+    EXPECT_EQ(timer.getNextTimerId(), 3);
+    EXPECT_EQ(add(0, call), 4);
+}
+
+TEST_F(LumTimerTest, IdAfterTheLastIsOne) {
+    LumTimerPeer::setLastTimerId(timer, 2147483645);
+    EXPECT_EQ(timer.getNextTimerId(), 2147483646);
+    EXPECT_EQ(timer.getNextTimerId(), 1);
+}
+
+TEST_F(LumTimerTest, IdOfAnAddedCallbackWrapsToo) {
+    Call call;
+    LumTimerPeer::setLastTimerId(timer, 2147483645);
+    EXPECT_EQ(add(0, call), 2147483646);
+    EXPECT_EQ(add(0, call), 1);
+}
+
+TEST_F(LumTimerTest, WrappedIdMayStillBeQueuedAndRemovalTakesOne) {
+    Call first;
+    Call second;
+    EXPECT_EQ(add(10, first), 1);
+    LumTimerPeer::setLastTimerId(timer, 2147483646);
+    EXPECT_EQ(add(20, second), 1);
+    timer.removeTimedCallback(1);
+    advance(20);
+    timer.processEvents();
+    EXPECT_EQ(first.calls + second.calls, 1);
+}
+
+TEST_F(LumTimerTest, NullCallbackIsRefused) {
+    EXPECT_EQ(timer.addTimedCallback(5, nullptr, this), -1);
+    EXPECT_EQ(clockReads, 0);
+    EXPECT_EQ(timer.timeUntilNextEvent(), -1);
+    EXPECT_EQ(log.take(),
+              (std::vector{logW("addTimedCallback failed; cannot have NULL callback function")}));
+}
+
+TEST_F(LumTimerTest, AddFailsWithTheClock) {
+    Call call;
+    failingRead = 1;
+    EXPECT_EQ(add(5, call), -1);
+    EXPECT_EQ(log.take(),
+              (std::vector{logE("addTimedCallback failed; clock_gettime(): Invalid argument")}));
+    EXPECT_EQ(timer.timeUntilNextEvent(), -1);
+    EXPECT_EQ(add(5, call), 1) << "the failure must not have used up an id";
+}
+
+TEST_F(LumTimerTest, DeadlineIsNowPlusDelayWithOneCarry) {
+    Call call;
+    clockNow = {10, 600000000};
+    EXPECT_EQ(add(1500, call), 1);
+    EXPECT_EQ(timer.timeUntilNextEvent(), 1500);
+    clockNow = {12, 99999999};
+    EXPECT_EQ(timer.timeUntilNextEvent(), 1);
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 0);
+    clockNow = {12, 100000000};
+    EXPECT_EQ(timer.timeUntilNextEvent(), 0);
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 1);
+}
+
+TEST_F(LumTimerTest, ZeroAndNegativeDelaysAreDueAtOnce) {
+    for (const long long delay : {0LL, -1LL, -999LL, -1000LL, -123456LL, -2147483648LL}) {
+        Call call;
+        add(delay, call);
+        EXPECT_EQ(timer.timeUntilNextEvent(), 0) << delay;
+        timer.processEvents();
+        EXPECT_EQ(call.calls, 1) << delay;
+    }
+}
+
+TEST_F(LumTimerTest, OnlyTheLow32BitsOfADelayCountButAllAreKept) {
+    Call call;
+    add(4294967396LL, call);  // 2^32 + 100
+    EXPECT_EQ(timer.timeUntilNextEvent(), 100);
+    advance(100);
+    call.action = [] { return -5; };
+    timer.processEvents();
+    EXPECT_EQ(log.take(), (std::vector{logW("Invalid delay (-5), using 4294967396 instead")}));
+    EXPECT_EQ(timer.timeUntilNextEvent(), 100);
+}
+
+TEST_F(LumTimerTest, DelayWithTheTopBitOfTheLow32IsNegative) {
+    Call call;
+    add(2147483648LL, call);
+    EXPECT_EQ(timer.timeUntilNextEvent(), 0);
+}
+
+TEST_F(LumTimerTest, TimeUntilNextOnAnEmptyQueueIsMinusOne) {
+    EXPECT_EQ(timer.timeUntilNextEvent(), -1);
+    EXPECT_EQ(clockReads, 0);
+}
+
+TEST_F(LumTimerTest, TimeUntilNextRoundsUpToMilliseconds) {
+    Call call;
+    clockNow = {100, 999999999};
+    add(1, call);  // due at 101.000999999
+    const auto left = [this](time_t seconds, long nanoseconds) {
+        clockNow = {seconds, nanoseconds};
+        return timer.timeUntilNextEvent();
+    };
+    EXPECT_EQ(left(101, 999998), 1);     // 1 ns left
+    EXPECT_EQ(left(101, 999999), 0);     // due
+    EXPECT_EQ(left(101, 1000000), 0);    // overdue by 1 ns
+    EXPECT_EQ(left(101, 0), 1);          // 999,999 ns
+    EXPECT_EQ(left(100, 999999999), 1);  // 1,000,000 ns
+    EXPECT_EQ(left(100, 999999998), 2);  // 1,000,001 ns
+    EXPECT_EQ(left(100, 0), 1001);       // 1 s and 999,999 ns
+    EXPECT_EQ(left(99, 500000000), 1501);
+    EXPECT_EQ(left(102, 0), 0);
+}
+
+TEST_F(LumTimerTest, TimeUntilNextThatDoesNotFitIsTheLargest) {
+    Call call;
+    clockNow = {3000000, 0};
+    add(2147483647LL, call);
+    EXPECT_EQ(timer.timeUntilNextEvent(), 2147483647);
+    clockNow = {2000000, 0};
+    EXPECT_EQ(timer.timeUntilNextEvent(), 2147483647);
+}
+
+TEST_F(LumTimerTest, TimeUntilNextFailsWithTheClock) {
+    Call call;
+    add(5, call);
+    failingRead = 2;
+    EXPECT_EQ(timer.timeUntilNextEvent(), -1);
+    EXPECT_EQ(
+        log.take(),
+        (std::vector{logE("timeUntilNextCallback failed; clock_gettime(): Invalid argument")}));
+}
+
+TEST_F(LumTimerTest, CallbackReturningMinusOneRunsOnce) {
+    Call call;
+    add(0, call);
+    timer.processEvents();
+    advance(1000);
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 1);
+    EXPECT_EQ(timer.timeUntilNextEvent(), -1);
+}
+
+TEST_F(LumTimerTest, CallbackReturningZeroRepeatsWithItsDelay) {
+    Call call;
+    call.action = [] { return 0; };
+    add(40, call);
+    for (int round = 1; round <= 3; ++round) {
+        EXPECT_EQ(timer.timeUntilNextEvent(), 40);
+        advance(39);
+        timer.processEvents();
+        EXPECT_EQ(call.calls, round - 1);
+        advance(1);
+        timer.processEvents();
+        EXPECT_EQ(call.calls, round);
+    }
+    EXPECT_EQ(log.take(), std::vector<LogLine>{});
+}
+
+TEST_F(LumTimerTest, CallbackReturning250KeepsThatAsItsDelay) {
+    Call call;
+    call.action = [] { return 250; };
+    add(40, call);
+    advance(40);
+    timer.processEvents();
+    EXPECT_EQ(timer.timeUntilNextEvent(), 250);
+    call.action = [] { return 0; };
+    advance(250);
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 2);
+    EXPECT_EQ(timer.timeUntilNextEvent(), 250);
+}
+
+TEST_F(LumTimerTest, CallbackReturningMinusFiveRepeatsWithItsDelay) {
+    Call call;
+    call.action = [] { return -5; };
+    add(40, call);
+    advance(40);
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 1);
+    EXPECT_EQ(log.take(), (std::vector{logW("Invalid delay (-5), using 40 instead")}));
+    EXPECT_EQ(timer.timeUntilNextEvent(), 40);
+}
+
+TEST_F(LumTimerTest, CallbackReturningTheLeastNumberRepeatsWithItsDelay) {
+    Call call;
+    call.action = [] { return INT_MIN; };
+    add(40, call);
+    advance(40);
+    timer.processEvents();
+    EXPECT_EQ(log.take(), (std::vector{logW("Invalid delay (-2147483648), using 40 instead")}));
+    EXPECT_EQ(timer.timeUntilNextEvent(), 40);
+}
+
+TEST_F(LumTimerTest, RepeatingCountsFromTheEndOfTheCallback) {
+    Call call;
+    call.action = [this] {
+        advance(7);
+        return 0;
+    };
+    add(40, call);
+    advance(60);
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 1);
+    EXPECT_EQ(timer.timeUntilNextEvent(), 40);
+}
+
+TEST_F(LumTimerTest, RepeatingKeepsTheId) {
+    Call call;
+    call.action = [] { return 0; };
+    const int id = add(40, call);
+    advance(40);
+    timer.processEvents();
+    timer.removeTimedCallback(id);
+    EXPECT_EQ(timer.timeUntilNextEvent(), -1);
+}
+
+TEST_F(LumTimerTest, RepeatingWithoutDelayRunsAgainInTheSameCall) {
+    Call call;
+    call.action = [&call] { return call.calls < 5 ? 0 : -1; };
+    add(0, call);
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 5);
+}
+
+TEST_F(LumTimerTest, ClockFailureAfterACallbackLosesItAndEndsTheCall) {
+    Call first;
+    Call second;
+    first.action = [] { return 0; };
+    add(0, first);
+    advance(1);
+    add(0, second);
+    failingRead = clockReads + 2;  // the one for "is it due" comes first
+    timer.processEvents();
+    EXPECT_EQ(first.calls, 1);
+    EXPECT_EQ(second.calls, 0);
+    EXPECT_EQ(
+        log.take(),
+        (std::vector{logE("timeUntilNextCallback failed; clock_gettime(): Invalid argument")}));
+    advance(1000);
+    timer.processEvents();
+    EXPECT_EQ(first.calls, 1);
+    EXPECT_EQ(second.calls, 1);
+}
+
+TEST_F(LumTimerTest, NothingRunsWhileTheClockFails) {
+    Call call;
+    add(0, call);
+    failingRead = clockReads + 1;
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 0);
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 1);
+}
+
+TEST_F(LumTimerTest, EqualDeadlinesRunInTheSameCall) {
+    Call first;
+    Call second;
+    add(30, first);
+    add(30, second);
+    advance(30);
+    timer.processEvents();
+    EXPECT_EQ(first.calls, 1);
+    EXPECT_EQ(second.calls, 1);
+}
+
+TEST_F(LumTimerTest, EarlierDeadlinesRunFirst) {
+    std::vector<int> order;
+    std::vector<Call> calls(6);
+    const std::vector<int> delays{50, 10, 60, 30, 20, 40};
+    for (size_t i = 0; i < calls.size(); ++i) {
+        calls[i].action = [&order, delay = delays[i]] {
+            order.push_back(delay);
+            return -1;
+        };
+        add(delays[i], calls[i]);
+    }
+    advance(50);
+    timer.processEvents();
+    EXPECT_EQ(order, (std::vector{10, 20, 30, 40, 50}));
+    EXPECT_EQ(timer.timeUntilNextEvent(), 10);
+}
+
+TEST_F(LumTimerTest, CallbackMayAddCallbacks) {
+    Call added;
+    Call late;
+    Call adding;
+    adding.action = [&] {
+        add(0, added);
+        add(1, late);
+        return 0;
+    };
+    add(20, adding);
+    advance(20);
+    timer.processEvents();
+    EXPECT_EQ(added.calls, 1);
+    EXPECT_EQ(late.calls, 0);
+    EXPECT_EQ(timer.timeUntilNextEvent(), 1);
+}
+
+TEST_F(LumTimerTest, CallbackMayRemoveCallbacks) {
+    Call removed;
+    Call removing;
+    int victim = 0;
+    removing.action = [&] {
+        timer.removeTimedCallback(victim);
+        return -1;
+    };
+    add(10, removing);
+    victim = add(11, removed);
+    advance(30);
+    timer.processEvents();
+    EXPECT_EQ(removing.calls, 1);
+    EXPECT_EQ(removed.calls, 0);
+}
+
+TEST_F(LumTimerTest, CallbackRemovingItselfGoesByItsReturnValue) {
+    Call call;
+    int id = 0;
+    call.action = [&] {
+        timer.removeTimedCallback(id);
+        return 0;
+    };
+    id = add(10, call);
+    advance(10);
+    timer.processEvents();
+    EXPECT_EQ(timer.timeUntilNextEvent(), 10);
+}
+
+TEST_F(LumTimerTest, CallbackMayRunTheDueOnesItself) {
+    Call inner;
+    Call outer;
+    outer.action = [this] {
+        timer.processEvents();
+        return 0;
+    };
+    add(10, outer);
+    add(11, inner);
+    advance(11);
+    timer.processEvents();
+    EXPECT_EQ(outer.calls, 1);
+    EXPECT_EQ(inner.calls, 1);
+    EXPECT_EQ(timer.timeUntilNextEvent(), 10);
+}
+
+TEST_F(LumTimerTest, CallbackThatThrowsIsDroppedAndTheOthersRun) {
+    Call throwing;
+    Call other;
+    throwing.action = []() -> int { throw std::runtime_error("refused"); };
+    add(10, throwing);
+    add(20, other);
+    advance(20);
+    EXPECT_NO_THROW(timer.processEvents());
+    EXPECT_EQ(throwing.calls, 1);
+    EXPECT_EQ(other.calls, 1);
+    EXPECT_EQ(log.take(), (std::vector{logE("timed callback 1 dropped; it threw an exception")}));
+    EXPECT_EQ(timer.timeUntilNextEvent(), -1);
+}
+
+TEST_F(LumTimerTest, RemovingAnUnknownIdChangesNothing) {
+    Call call;
+    timer.removeTimedCallback(1);
+    const int id = add(10, call);
+    timer.removeTimedCallback(id + 1);
+    timer.removeTimedCallback(0);
+    timer.removeTimedCallback(-1);
+    EXPECT_EQ(timer.timeUntilNextEvent(), 10);
+    advance(10);
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 1);
+}
+
+TEST_F(LumTimerTest, RemovingAnyOfManyLeavesTheOthersInOrder) {
+    constexpr size_t kCount = 12;
+    for (size_t victim = 0; victim < kCount; ++victim) {
+        LumTimer many(nullptr);
+        std::vector<size_t> order;
+        std::vector<Call> calls(kCount);
+        std::vector<int> ids(kCount);
+        for (size_t i = 0; i < kCount; ++i) {
+            const size_t rank = i * 5 % kCount;  // 5 and 12 have no common factor
+            calls[rank].action = [&order, rank] {
+                order.push_back(rank);
+                return -1;
+            };
+            ids[rank] =
+                many.addTimedCallback(static_cast<long long>(rank), Call::run, &calls[rank]);
+        }
+        many.removeTimedCallback(ids[victim]);
+        advance(100);
+        many.processEvents();
+        std::vector<size_t> expected;
+        for (size_t i = 0; i < kCount; ++i) {
+            if (i != victim) expected.push_back(i);
+        }
+        EXPECT_EQ(order, expected) << "without " << victim;
+    }
+}
+
+TEST_F(LumTimerTest, RemovalCallsNothing) {
+    Call call;
+    const int id = add(0, call);
+    timer.removeTimedCallback(id);
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 0);
+}
+
+TEST_F(LumTimerTest, DestructorCallsNothing) {
+    Call call;
+    {
+        LumTimer shortLived(nullptr);
+        shortLived.addTimedCallback(0, Call::run, &call);
+    }
+    EXPECT_EQ(call.calls, 0);
+}
+
+TEST_F(LumTimerTest, LogOfAnEmptyQueue) {
+    timer.log();
+    EXPECT_EQ(log.take(),
+              (std::vector{logD("LumTimer *******************************************"),
+                           logD("    items queued: 0"), logD("    next item in: -1ms")}));
+}
+
+TEST_F(LumTimerTest, LogCountsWhatIsQueued) {
+    Call call;
+    add(300, call);
+    add(200, call);
+    timer.log();
+    EXPECT_EQ(log.take(),
+              (std::vector{logD("LumTimer " + std::string(43, '*')), logD("    items queued: 2"),
+                           logD("    next item in: 200ms")}));
+}
+
+TEST_F(LumTimerTest, MonitorIsKeptAndNotCalled) {
+    class Monitor : public ILumTimerMonitor {
+    } monitor;
+    LumTimer monitored(&monitor);
+    Call call;
+    monitored.addTimedCallback(0, Call::run, &call);
+    monitored.processEvents();
+    EXPECT_EQ(call.calls, 1);
+}
+
+TEST(LumTimerMemoryTest, AddWithoutMemoryReturnsMinusOne) {
+    LumTimer timer(nullptr);
+    Call call;
+    {
+        const AllocationLimit none(0);
+        EXPECT_EQ(timer.addTimedCallback(5, Call::run, &call), -1);
+    }
+    EXPECT_EQ(timer.timeUntilNextEvent(), -1);
+    EXPECT_EQ(timer.addTimedCallback(5, Call::run, &call), 1);
+}
+
+TEST(LumTimerMemoryTest, RunningAgainNeedsNoMemory) {
+    // The callback has its own place in the queue taken before it returns, at every state of the
+    // queue's growth.
+    for (int others = 0; others < 20; ++others) {
+        LumTimer timer(nullptr);
+        Call other;
+        Call call;
+        std::optional<AllocationLimit> none;
+        call.action = [&] {
+            timer.addTimedCallback(60000, Call::run, &other);
+            none.emplace(0);
+            return 60000;
+        };
+        for (int i = 0; i < others; ++i) timer.addTimedCallback(60000, Call::run, &other);
+        timer.addTimedCallback(0, Call::run, &call);
+        EXPECT_NO_THROW(timer.processEvents());
+        none.reset();
+        const LogCapture log;
+        timer.log();
+        EXPECT_TRUE(log.has(logD(format("    items queued: %d", others + 2))));
+    }
+}
+
+TEST(LumTimerTimesTest, AddDelay) {
+    expectTime(plusDelay({5, 0}, 0), 5, 0);
+    expectTime(plusDelay({5, 0}, 1), 5, 1000000);
+    expectTime(plusDelay({5, 0}, 1000), 6, 0);
+    expectTime(plusDelay({5, 999000000}, 1), 6, 0);
+    expectTime(plusDelay({5, 999999999}, 999), 6, 998999999);
+    expectTime(plusDelay({5, 999999999}, 3600999), 3606, 998999999);
+    expectTime(plusDelay({5, 1}, 2147483647), 2147488, 647000001);
+}
+
+TEST(LumTimerTimesTest, AddNegativeDelayTruncatesAndDoesNotBorrow) {
+    expectTime(plusDelay({5, 200}, -1), 5, -999800);
+    expectTime(plusDelay({5, 500000000}, -1), 5, 499000000);
+    expectTime(plusDelay({5, 0}, -999), 5, -999000000);
+    expectTime(plusDelay({5, 7}, -1000), 4, 7);
+    expectTime(plusDelay({5, 0}, -1500), 4, -500000000);
+    expectTime(plusDelay({5, 0}, -2147483648LL), 5 - 2147483, -648000000);
+}
+
+TEST(LumTimerTimesTest, AddDelayUsesTheLow32BitsSigned) {
+    expectTime(plusDelay({5, 0}, 0x100000001LL), 5, 1000000);
+    expectTime(plusDelay({5, 0}, 0x7FFFFFFF00000000LL), 5, 0);
+    expectTime(plusDelay({5, 0}, 0x80000000LL), 5 - 2147483, -648000000);
+    expectTime(plusDelay({5, 0}, 0xFFFFFFFFLL), 5, -1000000);
+    expectTime(plusDelay({5, 0}, std::numeric_limits<long long>::min()), 5, 0);
+    expectTime(plusDelay({5, 0}, std::numeric_limits<long long>::max()), 5, -1000000);
+}
+
+TEST(LumTimerTimesTest, AddTimeSpecCarriesOnce) {
+    expectTime(sum({1, 2}, {3, 4}), 4, 6);
+    expectTime(sum({1, 500000000}, {3, 499999999}), 4, 999999999);
+    expectTime(sum({1, 500000000}, {3, 500000000}), 5, 0);
+    expectTime(sum({1, 999999999}, {3, 999999999}), 5, 999999998);
+    expectTime(sum({-1, 999999999}, {0, 1}), 0, 0);
+}
+
+TEST(LumTimerTimesTest, SubTimeSpecBorrowsOnce) {
+    expectTime(difference({4, 6}, {3, 4}), 1, 2);
+    expectTime(difference({4, 0}, {3, 1}), 0, 999999999);
+    expectTime(difference({4, 0}, {4, 0}), 0, 0);
+    expectTime(difference({4, 0}, {4, 1}), -1, 999999999);
+    expectTime(difference({4, 1}, {6, 999999999}), -3, 2);
+}
+
+TEST(LumTimerTimesTest, ResultMayBeAnOperand) {
+    timespec time{1, 600000000};
+    LumTimer::addTimeSpec(time, time, time);
+    expectTime(time, 3, 200000000);
+    LumTimer::subTimeSpec(time, {1, 300000000}, time);
+    expectTime(time, 1, 900000000);
+    const timespec other{2, 0};
+    timespec subtrahend{1, 900000000};
+    LumTimer::subTimeSpec(other, subtrahend, subtrahend);
+    expectTime(subtrahend, 0, 100000000);
+}
+
+TEST(LumTimerTimesTest, SumsThatDoNotFitWrapAround) {
+    constexpr time_t kMost = std::numeric_limits<time_t>::max();
+    constexpr time_t kLeast = std::numeric_limits<time_t>::min();
+    expectTime(sum({kMost, 0}, {1, 0}), kLeast, 0);
+    expectTime(sum({kMost, 999999999}, {0, 1}), kLeast, 0);
+    expectTime(difference({kLeast, 0}, {1, 0}), kMost, 0);
+    expectTime(difference({kLeast, 0}, {0, 1}), kMost, 999999999);
+    expectTime(plusDelay({kMost, 0}, 1000), kLeast, 0);
+}
+
+TEST(LumTimerTimesTest, CmpOrdersBySecondsThenNanoseconds) {
+    EXPECT_EQ(LumTimer::cmpTimeSpec({1, 5}, {1, 5}), 0);
+    EXPECT_EQ(LumTimer::cmpTimeSpec({1, 999999999}, {2, 0}), -1);
+    EXPECT_EQ(LumTimer::cmpTimeSpec({2, 0}, {1, 999999999}), 1);
+    EXPECT_EQ(LumTimer::cmpTimeSpec({1, 4}, {1, 5}), -1);
+    EXPECT_EQ(LumTimer::cmpTimeSpec({1, 5}, {1, 4}), 1);
+    EXPECT_EQ(LumTimer::cmpTimeSpec({-2, 5}, {-1, 4}), -1);
+}
+
+TEST(LumTimerTimesTest, HeapOrderIsStrictlyLater) {
+    const auto due = [](time_t seconds, long nanoseconds) {
+        return TimedEvent{1, {seconds, nanoseconds}, nullptr, nullptr, 0};
+    };
+    const TimedEventCmp later;
+    EXPECT_TRUE(later(due(2, 0), due(1, 999999999)));
+    EXPECT_FALSE(later(due(1, 999999999), due(2, 0)));
+    EXPECT_TRUE(later(due(1, 2), due(1, 1)));
+    EXPECT_FALSE(later(due(1, 1), due(1, 1)));
+}
+
+TEST(LumTimerTimesTest, UtcClockTimeIsInMilliseconds) {
+    const RestoreSystemCalls restore;
+    gSystemCalls.clockGettime = [](clockid_t clock, timespec* now) {
+        EXPECT_EQ(clock, CLOCK_REALTIME);
+        *now = {1234567890, 987999999};
+        return 0;
+    };
+    EXPECT_EQ(LumTimer::getUtcClockTimeNs(), 1234567890987);
+}
+
+TEST(LumTimerTimesTest, UtcClockTimeWithoutAClockIsMinusOne) {
+    const RestoreSystemCalls restore;
+    const LogCapture log;
+    gSystemCalls.clockGettime = [](clockid_t /*clock*/, timespec* /*now*/) {
+        errno = EINVAL;
+        return -1;
+    };
+    EXPECT_EQ(LumTimer::getUtcClockTimeNs(), -1);
+    EXPECT_EQ(log.lines(),
+              (std::vector{logE("getUtcClockTimeNs failed; clock_gettime(): Invalid argument")}));
+}
+
+TEST(LumTimerTimesTest, ArchTimerCountGrows) {
+    const uint64_t first = LumTimer::getArchTimerCount();
+    uint64_t last = first;
+    while (last == first) {
+        const uint64_t next = LumTimer::getArchTimerCount();
+        ASSERT_GE(next, last);
+        last = next;
+    }
+}
+
+}  // namespace
