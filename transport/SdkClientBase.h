@@ -6,9 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <shared_mutex>
 #include <thread>
 #include <vector>
@@ -39,6 +41,10 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
 
     static constexpr size_t kClientTypes = 14;
 
+    // Counters shared by feature clients; the transport itself neither reads nor advances them.
+    static uint64_t mTransactionId;
+    static uint32_t mTransactionId32;
+
     // Both are used until the SDK thread has ended; the caller owns them.
     SdkClientBase(LumTimer* timer, lum::utils::EventManager* eventManager);
     ~SdkClientBase() override;
@@ -57,27 +63,82 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     // Called when a release event of the type has been handled.
     virtual void cleanup(LumSdkClientType type);
 
-    // Starts the SDK thread, detached, with all signals blocked. When it returns, the loop runs and
-    // its thread owns the gate, so that a teardown that follows at once waits for it. `self` owns
-    // this object and is kept until the thread has released the gate. Throws std::system_error when
-    // no thread can be had; nothing has changed then.
+    // Starts the SDK thread, detached, with all signals blocked. When it returns, the first event
+    // is queued, the loop runs and its thread owns the gate: a teardown that follows at once waits
+    // for it. `self` owns this object; the thread keeps it until it has let go of the gate. When
+    // there is no thread or no memory to be had the standard library's exception comes out and
+    // nothing runs.
     void start(LumSdkClientType type, std::shared_ptr<SdkClientEvent> event,
                std::shared_ptr<SdkClientBase> self);
 
+    // Replaces the type's listener; the old callable is destroyed with no lock held.
     void setClientListener(LumSdkClientType type, Listener listener);
+    // Each tells the type's listener, on the calling thread, if there is one.
     void notifyReceivedBlob(LumSdkClientType type, const std::vector<uint8_t>& blob);
     void notifyServiceUp(LumSdkClientType type);
 
+    // True while the SDK thread's loop runs.
+    bool isRunning() const { return mRunning; }
+    // Whether the type is in use.
+    bool isActive(LumSdkClientType type) const;
+
   protected:
-    // What the SDK thread does last, after its loop and with the gate released, when the last client
-    // left on the SDK thread itself and nobody else can wait for the loop's end.
-    virtual void teardownOnThread();
+    // What is known of one client type's use.
+    struct Use {
+        bool active = false;
+        Listener listener;
+        std::shared_ptr<SdkClientEvent> first;  // still to be handled
+    };
+
+    // A type comes into use, `use.first` being the first event of this use. Gives what was there
+    // before, for restoreUse(). Empty, with nothing changed, when the type is not one the transport
+    // knows, when the transport is shutting down, or when `joining` and the loop no longer runs.
+    std::optional<Use> takeUp(LumSdkClientType type, Use use, bool joining);
+    void restoreUse(LumSdkClientType type, Use before);
+    // A type goes out of use. Returns true to exactly one caller: the one that left last and has to
+    // see to the teardown. From then on takeUp() refuses.
+    bool leave(LumSdkClientType type);
+
+    bool onSdkThread() const;
+    // What the SDK thread does last, once its loop has ended and the gate is free: for a teardown
+    // that was asked for on the SDK thread itself, which cannot wait for its own end.
+    void runAfterLoop(void (*teardown)(SdkClientBase&));
+
+    // Waits until the SDK thread has left its loop. Whoever locks it owns the object until after
+    // the unlock.
+    std::shared_mutex& gate() { return mGate; }
+
+    std::map<LumSdkClientType, Listener> listeners() const;
+    void clearListeners();
+
+    LumTimer* timer() const { return mTimer; }
+    lum::utils::EventManager* eventManager() const { return mEventManager; }
 
   private:
+    void sdkThread(const std::shared_ptr<SdkClientEvent>& event, std::promise<void> started);
+    void runLoop();
+    void handleRequest(const SdkClientEvent& event);
+    void deactivate(LumSdkClientType type);
+    Use swapUse(LumSdkClientType type, Use use);
+    // The type's listener; empty when it has none.
+    Listener findListener(LumSdkClientType type) const;
+    // The same, but leaves an empty entry behind for a type that has none.
+    Listener subscriptListener(LumSdkClientType type);
+
     LumTimer* mTimer;
     lum::utils::EventManager* mEventManager;
-    std::atomic<bool> mRunning;
+    std::atomic<bool> mRunning{false};
     std::shared_mutex mGate;
     std::vector<bool> mActiveTypes;
     std::map<LumSdkClientType, Listener> mListeners;
+
+    // Guards the two above and what follows. Never held while a listener runs or is destroyed.
+    mutable std::mutex mStateLock;
+    // Per type the first event of its latest use, until that event is handled: release events that
+    // are handled before it belong to an earlier use.
+    std::array<std::shared_ptr<SdkClientEvent>, kClientTypes> mFirstEvents;
+    bool mClosing = false;
+    std::thread::id mThread;
+    // Touched by the SDK thread alone.
+    void (*mAfterLoop)(SdkClientBase&) = nullptr;
 };

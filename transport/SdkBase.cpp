@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "transport/SdkBase.h"
+
+#include <utility>
+
+#include "transport/SdkClient.h"
+
+SdkBase::~SdkBase() = default;
+
+void SdkBase::createSdkInstance(LumSdkClientType type, SdkClientBase::Listener listener,
+                                std::shared_ptr<SdkClientEvent> event) {
+    if (const std::shared_ptr<SdkClientBase> present = transport()) {
+        if (event) present->postEvent(std::move(event));
+        return;
+    }
+    // The pointer is set before the SDK thread can handle the event: a callback that comes while
+    // this call is still under way finds the transport there, and may even have destroyed it again.
+    if (SdkClient::getInstance(type, std::move(listener), std::move(event), &mSdkClient)) return;
+    if (mBaseStatusCbV2 != nullptr) {
+        mBaseStatusCbV2(SDF_V2_INTERNAL_ERROR);
+    } else if (mLegacyStatusCb != nullptr) {
+        mLegacyStatusCb(SDF_STATUS_INTERNAL_ERROR);
+    }
+}
+
+void SdkBase::destroySdkInstance(LumSdkClientType type) {
+    if (std::atomic_exchange(&mSdkClient, std::shared_ptr<SdkClientBase>())) {
+        SdkClient::destroyInstance(type);
+    }
+}

@@ -1,0 +1,249 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "transport/SdkClient.h"
+
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+#include <unistd.h>
+
+#include <exception>
+#include <map>
+#include <system_error>
+#include <utility>
+
+#include "utils/Log.h"
+#include "utils/NoDestroy.h"
+
+namespace {
+
+constexpr int kConnectAttempts = 6;
+constexpr useconds_t kFirstDelayMs = 50;  // doubled after each failed attempt
+
+NoDestroy<std::shared_ptr<SdkClient>> gInstance;
+
+// The objects that a death notification may name. A notification can be under way while its object
+// goes, so the cookie is only compared until an owning pointer has been had from here.
+struct Linked {
+    std::mutex lock;
+    std::map<const void*, std::weak_ptr<SdkClient>> clients;
+};
+NoDestroy<Linked> gLinked;
+
+}  // namespace
+
+std::shared_ptr<SdkClient>& SdkClient::mInstance = gInstance.value;
+
+SdkClient::SdkClient(LumTimer* timer, lum::utils::EventManager* eventManager)
+    : SdkClientBase(timer, eventManager) {}
+
+SdkClient::~SdkClient() {
+    {
+        const std::lock_guard<std::mutex> lock(gLinked.value.lock);
+        gLinked.value.clients.erase(this);
+    }
+    AIBinder_DeathRecipient_delete(mDeathRecipient);
+}
+
+std::shared_ptr<SdkClient> SdkClient::getInstance(LumSdkClientType type, Listener listener,
+                                                  std::shared_ptr<SdkClientEvent> event,
+                                                  std::shared_ptr<SdkClientBase>* published) {
+    if (!event) return nullptr;
+    Use use{true, std::move(listener), std::move(event)};
+    if (std::shared_ptr<SdkClient> present = std::atomic_load(&mInstance)) {
+        return join(std::move(present), type, std::move(use), published);
+    }
+    return create(type, std::move(use), published);
+}
+
+std::shared_ptr<SdkClient> SdkClient::join(std::shared_ptr<SdkClient> instance,
+                                           LumSdkClientType type, Use use,
+                                           std::shared_ptr<SdkClientBase>* published) {
+    std::shared_ptr<SdkClientEvent> event = use.first;
+    std::optional<Use> before = instance->takeUp(type, std::move(use), true);
+    if (!before) return nullptr;
+    if (published != nullptr)
+        std::atomic_store(published, std::shared_ptr<SdkClientBase>(instance));
+    try {
+        instance->postEvent(std::move(event));
+    } catch (...) {
+        if (published != nullptr) std::atomic_store(published, std::shared_ptr<SdkClientBase>());
+        instance->restoreUse(type, *std::move(before));
+        throw;
+    }
+    instance->notifyServiceUp(type);
+    return instance;
+}
+
+std::shared_ptr<SdkClient> SdkClient::create(LumSdkClientType type, Use use,
+                                             std::shared_ptr<SdkClientBase>* published) {
+    auto timer = std::make_unique<LumTimer>(nullptr);
+    auto eventManager = std::make_unique<lum::utils::EventManager>();
+    // After the two, so that a half-made object goes before what it refers to.
+    std::shared_ptr<SdkClient> instance =
+        ndk::SharedRefBase::make<SdkClient>(timer.get(), eventManager.get());
+    if (!instance->isRegistered()) {
+        LUM_LOGE("SdkClient: no descriptor for the event queue; the transport is not started");
+        return nullptr;
+    }
+    std::shared_ptr<SdkClientEvent> event = use.first;
+    if (!instance->takeUp(type, std::move(use), false)) return nullptr;
+    {
+        const std::lock_guard<std::mutex> lock(gLinked.value.lock);
+        gLinked.value.clients[instance.get()] = instance;
+    }
+    std::atomic_store(&mInstance, instance);
+    if (published != nullptr)
+        std::atomic_store(published, std::shared_ptr<SdkClientBase>(instance));
+    try {
+        instance->start(type, std::move(event), instance);
+    } catch (...) {
+        if (published != nullptr) std::atomic_store(published, std::shared_ptr<SdkClientBase>());
+        std::atomic_store(&mInstance, std::shared_ptr<SdkClient>());
+        try {
+            throw;
+        } catch (const std::system_error& error) {
+            LUM_LOGE("SdkClient: no SDK thread (%s); the transport is not started", error.what());
+            return nullptr;
+        }
+    }
+    // From here on the teardown owns them; see tearDown().
+    (void)timer.release();
+    (void)eventManager.release();
+    return instance;
+}
+
+void SdkClient::destroyInstance(LumSdkClientType type) {
+    const std::shared_ptr<SdkClient> instance = std::atomic_load(&mInstance);
+    if (!instance || !instance->leave(type)) return;
+    if (instance->onSdkThread()) {
+        std::atomic_store(&mInstance, std::shared_ptr<SdkClient>());
+        instance->runAfterLoop(
+            [](SdkClientBase& self) { static_cast<SdkClient&>(self).tearDown(); });
+        return;
+    }
+    const std::unique_lock<std::shared_mutex> loopEnded(instance->gate());
+    instance->tearDown();
+    std::atomic_store(&mInstance, std::shared_ptr<SdkClient>());
+}
+
+// The SDK thread's loop has ended; only binder threads may still reach this object.
+void SdkClient::tearDown() {
+    if (const std::shared_ptr<ILumService> linked = service()) {
+        // The cookie is not the one that was linked with, so the link stays until the recipient is
+        // deleted with this object. A death that comes meanwhile finds no listener left.
+        AIBinder_unlinkToDeath(linked->asBinder().get(), mDeathRecipient, &mInstance);
+    }
+    setService(nullptr);
+    // This object's hold on itself: without this it would never go.
+    mCallbackSelf.reset();
+    clearListeners();
+    // The service may keep this object past the two deleted here.
+    detach();
+    delete timer();
+    delete eventManager();
+}
+
+void SdkClient::deathCallback(void* cookie) {
+    std::shared_ptr<SdkClient> client;
+    {
+        const std::lock_guard<std::mutex> lock(gLinked.value.lock);
+        const auto found = gLinked.value.clients.find(cookie);
+        if (found != gLinked.value.clients.end()) client = found->second.lock();
+    }
+    if (!client) return;
+    try {
+        client->notifyServiceDown(LUM_SDK_CLIENT_NONE);
+    } catch (const std::exception& error) {
+        LUM_LOGE("SdkClient: a listener threw at service down: %s", error.what());
+    } catch (...) {
+        LUM_LOGE("SdkClient: a listener threw at service down");
+    }
+    client->setService(nullptr);
+}
+
+SdkClient::LumSdkType SdkClient::convertLumSdkTypeToAidl(LumSdkClientType type) {
+    int32_t value = 0;
+    if (type >= 1 && type <= 6) value = type;
+    if (type >= 8 && type <= 12) value = type - 1;
+    return static_cast<LumSdkType>(value);
+}
+
+LumSdkClientType SdkClient::convertAidlSdkTypeToSdk(LumSdkType type) {
+    const auto value = static_cast<int32_t>(type);
+    if (value >= 1 && value <= 6) return static_cast<LumSdkClientType>(value);
+    if (value >= 7 && value <= 11) return static_cast<LumSdkClientType>(value + 1);
+    return LUM_SDK_CLIENT_NONE;
+}
+
+ndk::ScopedAStatus SdkClient::sendBlob(LumSdkType type, const std::vector<uint8_t>& blob) {
+    try {
+        notifyReceivedBlob(convertAidlSdkTypeToSdk(type), blob);
+    } catch (const std::exception& error) {
+        LUM_LOGE("SdkClient: a listener threw at a message: %s", error.what());
+    } catch (...) {
+        LUM_LOGE("SdkClient: a listener threw at a message");
+    }
+    return ndk::ScopedAStatus::ok();
+}
+
+void SdkClient::connectLumSdkClient(LumSdkClientType type) {
+    if (service()) {
+        notifyServiceUp(type);
+        return;
+    }
+    ABinderProcess_startThreadPool();
+    const std::shared_ptr<ILumService> found = findService();
+    if (!found) return;
+    mCallbackSelf = ref<SdkClient>();
+    if (found->registerBlobCallback(mCallbackSelf).isOk()) notifyServiceUp(type);
+}
+
+std::shared_ptr<SdkClient::ILumService> SdkClient::findService() {
+    useconds_t delayMs = kFirstDelayMs;
+    for (int failures = 0; failures < kConnectAttempts; ++failures) {
+        const ndk::SpAIBinder binder(AServiceManager_waitForService(ILumService::descriptor));
+        if (binder.get() != nullptr) {
+            std::shared_ptr<ILumService> found = ILumService::fromBinder(binder);
+            if (found && linkToService(found)) return found;
+        }
+        usleep(delayMs * 1000);
+        delayMs *= 2;
+    }
+    return nullptr;
+}
+
+bool SdkClient::linkToService(const std::shared_ptr<ILumService>& service) {
+    AIBinder_DeathRecipient_delete(mDeathRecipient);
+    mDeathRecipient = AIBinder_DeathRecipient_new(deathCallback);
+    // Set before the link, so that a death right after the link finds it and releases it.
+    setService(service);
+    if (AIBinder_linkToDeath(service->asBinder().get(), mDeathRecipient, this) == STATUS_OK) {
+        return true;
+    }
+    // Dead already: nobody would ever tell us.
+    setService(nullptr);
+    return false;
+}
+
+bool SdkClient::isConnected(LumSdkClientType /*type*/) {
+    return service() != nullptr;
+}
+
+bool SdkClient::sendBlobToService(LumSdkClientType type, std::vector<uint8_t> blob) {
+    const std::shared_ptr<ILumService> target = service();
+    return target && target->sendBlob(convertLumSdkTypeToAidl(type), blob).isOk();
+}
+
+void SdkClient::notifyServiceDown(LumSdkClientType /*type*/) {
+    for (const auto& [type, listener] : listeners()) listener(SDK_SERVICE_DOWN, {});
+}
+
+std::shared_ptr<SdkClient::ILumService> SdkClient::service() const {
+    const std::lock_guard<std::mutex> lock(mServiceLock);
+    return mService;
+}
+
+void SdkClient::setService(std::shared_ptr<ILumService> service) {
+    // The old one goes with the argument, after the lock.
+    const std::lock_guard<std::mutex> lock(mServiceLock);
+    mService.swap(service);
+}

@@ -1,0 +1,248 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "transport/SdkClientBase.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "utils/Log.h"
+
+namespace {
+
+// While it lives, threads that this one creates start with every signal blocked: an application's
+// signal handlers never run on a thread of the library.
+class AllSignalsBlocked {
+  public:
+    AllSignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &mBefore);
+    }
+    ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
+    AllSignalsBlocked(const AllSignalsBlocked&) = delete;
+    AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
+
+  private:
+    sigset_t mBefore{};
+};
+
+bool isKnown(LumSdkClientType type) {
+    return type >= 0 && static_cast<size_t>(type) < SdkClientBase::kClientTypes;
+}
+
+size_t indexOf(LumSdkClientType type) {
+    return static_cast<size_t>(type);
+}
+
+}  // namespace
+
+uint64_t SdkClientBase::mTransactionId = 1;
+uint32_t SdkClientBase::mTransactionId32 = 1;
+
+SdkClientBase::SdkClientBase(LumTimer* timer, lum::utils::EventManager* eventManager)
+    : LumEventHandler(*eventManager, *timer, "SdkClientBase"),
+      mTimer(timer),
+      mEventManager(eventManager),
+      mActiveTypes(kClientTypes, false) {}
+
+SdkClientBase::~SdkClientBase() = default;
+
+void SdkClientBase::cleanup(LumSdkClientType /*type*/) {}
+
+void SdkClientBase::start(LumSdkClientType /*type*/, std::shared_ptr<SdkClientEvent> event,
+                          std::shared_ptr<SdkClientBase> self) {
+    std::promise<void> started;
+    std::future<void> running = started.get_future();
+    {
+        const AllSignalsBlocked blocked;
+        // The thread's own reference goes with its callable, after sdkThread() has returned.
+        std::thread([self = std::move(self), event = std::move(event),
+                     started = std::move(started)]() mutable {
+            self->sdkThread(event, std::move(started));
+        }).detach();
+    }
+    running.get();
+}
+
+void SdkClientBase::sdkThread(const std::shared_ptr<SdkClientEvent>& event,
+                              std::promise<void> started) {
+    {
+        const std::lock_guard<std::mutex> lock(mStateLock);
+        mThread = std::this_thread::get_id();
+    }
+    mRunning = true;
+    try {
+        if (event) postEvent(event);
+    } catch (...) {
+        mRunning = false;
+        started.set_exception(std::current_exception());
+        return;
+    }
+    {
+        const std::unique_lock<std::shared_mutex> gate(mGate);
+        started.set_value();
+        runLoop();
+        const std::lock_guard<std::mutex> lock(mStateLock);
+        mThread = std::thread::id();  // a later thread may get the same one
+    }
+    if (mAfterLoop != nullptr) mAfterLoop(*this);
+}
+
+void SdkClientBase::runLoop() {
+    while (mRunning) {
+        // What a listener or a timed callback throws ends here; the loop has to go on, or nobody
+        // could ever tear the transport down.
+        try {
+            mTimer->processEvents();
+            mEventManager->processEvents(mTimer);
+        } catch (const std::exception& error) {
+            LUM_LOGE("SDK thread: a callback threw: %s", error.what());
+        } catch (...) {
+            LUM_LOGE("SDK thread: a callback threw something that is no std::exception");
+        }
+    }
+}
+
+void SdkClientBase::handleEvent(std::shared_ptr<SdkClientEvent> event) {
+    if (!mRunning || !event) return;
+    const LumSdkClientType type = event->mType;
+    if (isKnown(type)) {
+        const std::lock_guard<std::mutex> lock(mStateLock);
+        auto& first = mFirstEvents[indexOf(type)];
+        if (first == event) first.reset();
+    }
+
+    if (event->mKind == SdkClientEvent::kDeliver) {
+        if (const Listener listener = subscriptListener(type)) {
+            listener(SDK_BLOB_RECEIVED, event->mBlob);
+            return;
+        }
+    }
+
+    if (!event->mRelease) {
+        handleRequest(*event);
+        return;
+    }
+    // The release is carried out whatever the last send and cleanup() do, or the loop would never
+    // end; what they throw goes on afterwards.
+    std::exception_ptr failure;
+    try {
+        handleRequest(*event);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    try {
+        cleanup(type);
+    } catch (...) {
+        if (!failure) failure = std::current_exception();
+    }
+    deactivate(type);
+    if (failure) std::rethrow_exception(failure);
+}
+
+void SdkClientBase::handleRequest(const SdkClientEvent& event) {
+    const LumSdkClientType type = event.mType;
+    if (!event.mRelease && !isConnected(type)) connectLumSdkClient(type);
+    if (!isConnected(type) || sendBlobToService(type, event.mBlob)) return;
+    if (const Listener listener = subscriptListener(type)) listener(SDK_SEND_FAILED, {});
+}
+
+void SdkClientBase::deactivate(LumSdkClientType type) {
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    if (isKnown(type)) {
+        // The type was taken up again after this release event was posted: the new use stays.
+        if (mFirstEvents[indexOf(type)]) return;
+        mActiveTypes[indexOf(type)] = false;
+    }
+    if (std::find(mActiveTypes.begin(), mActiveTypes.end(), true) == mActiveTypes.end()) {
+        mRunning = false;
+    }
+}
+
+void SdkClientBase::setClientListener(LumSdkClientType type, Listener listener) {
+    // The swap leaves the old callable in the argument, which goes after the lock.
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    mListeners[type].swap(listener);
+}
+
+void SdkClientBase::notifyReceivedBlob(LumSdkClientType type, const std::vector<uint8_t>& blob) {
+    if (const Listener listener = findListener(type)) listener(SDK_BLOB_RECEIVED, blob);
+}
+
+void SdkClientBase::notifyServiceUp(LumSdkClientType type) {
+    if (const Listener listener = findListener(type)) listener(SDK_SERVICE_UP, {});
+}
+
+bool SdkClientBase::isActive(LumSdkClientType type) const {
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    return isKnown(type) && mActiveTypes[indexOf(type)];
+}
+
+std::optional<SdkClientBase::Use> SdkClientBase::takeUp(LumSdkClientType type, Use use,
+                                                        bool joining) {
+    if (!isKnown(type)) return std::nullopt;
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    if (mClosing || (joining && !mRunning)) return std::nullopt;
+    return swapUse(type, std::move(use));
+}
+
+void SdkClientBase::restoreUse(LumSdkClientType type, Use before) {
+    Use dropped;
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    dropped = swapUse(type, std::move(before));
+}
+
+SdkClientBase::Use SdkClientBase::swapUse(LumSdkClientType type, Use use) {
+    // The map entry first: it is all that can fail.
+    mListeners[type].swap(use.listener);
+    mFirstEvents[indexOf(type)].swap(use.first);
+    const bool before = mActiveTypes[indexOf(type)];
+    mActiveTypes[indexOf(type)] = use.active;
+    use.active = before;
+    return use;
+}
+
+bool SdkClientBase::leave(LumSdkClientType type) {
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    if (isKnown(type)) mActiveTypes[indexOf(type)] = false;
+    if (mClosing ||
+        std::find(mActiveTypes.begin(), mActiveTypes.end(), true) != mActiveTypes.end()) {
+        return false;
+    }
+    mClosing = true;
+    return true;
+}
+
+bool SdkClientBase::onSdkThread() const {
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    return mThread == std::this_thread::get_id();
+}
+
+void SdkClientBase::runAfterLoop(void (*teardown)(SdkClientBase&)) {
+    mAfterLoop = teardown;
+}
+
+std::map<LumSdkClientType, SdkClientBase::Listener> SdkClientBase::listeners() const {
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    return mListeners;
+}
+
+void SdkClientBase::clearListeners() {
+    std::map<LumSdkClientType, Listener> cleared;
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    mListeners.swap(cleared);
+}
+
+SdkClientBase::Listener SdkClientBase::findListener(LumSdkClientType type) const {
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    const auto found = mListeners.find(type);
+    return found == mListeners.end() ? Listener() : found->second;
+}
+
+SdkClientBase::Listener SdkClientBase::subscriptListener(LumSdkClientType type) {
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    return mListeners[type];
+}
