@@ -110,7 +110,7 @@ class _Checker:
         for name in named:
             if name.text in first:
                 line = first[name.text].position.line
-                self._refuse(name, f"there is a {what} {name} in line {line} already")
+                self._refuse(name, f"line {line} has {what} {name} already")
             first.setdefault(name.text, name)
             if name.text in types.RESERVED:
                 self._refuse(name, f"{name} is a reserved word of C++")
@@ -138,7 +138,7 @@ class _Checker:
     # Declarations
 
     def _declaration(self, declaration, known):
-        self._distinct([declaration.name], "type", types.BUILT_IN.keys() | {"void"})
+        self._distinct([declaration.name], "a type", types.BUILT_IN.keys() | {"void"})
         if isinstance(declaration, syntax.Enum):
             self._enum(declaration)
             return
@@ -157,7 +157,7 @@ class _Checker:
             self._refuse(annotation.name, f"@{annotation.name} is not understood here")
 
     def _interface(self, interface, known):
-        self._distinct([method.name for method in interface.methods], "method",
+        self._distinct([method.name for method in interface.methods], "a method",
                        types.TAKEN_IN_INTERFACE)
         if not interface.methods:
             self._refuse(interface.name, f"{interface.name} needs at least one method")
@@ -172,7 +172,7 @@ class _Checker:
             self._refuse(method.result.name,
                          "a one-way method returns nothing: its result must be void"
                          if interface.oneway else "results other than void are not understood")
-        self._distinct([parameter.name for parameter in method.parameters], "argument")
+        self._distinct([parameter.name for parameter in method.parameters], "an argument")
         for parameter in method.parameters:
             self._parameter(interface, parameter, known)
 
@@ -198,7 +198,7 @@ class _Checker:
 
     def _enum(self, enum):
         enum.backing = self._backing(enum)
-        self._distinct([one.name for one in enum.enumerators], "enumerator")
+        self._distinct([one.name for one in enum.enumerators], "an enumerator")
         if not enum.enumerators:
             self._refuse(enum.name, f"{enum.name} needs at least one enumerator")
         bits = types.BACKING[enum.backing]
@@ -243,12 +243,12 @@ class _Checker:
                 self._declaration(nested, inner)
         named = [nested.name for nested in parcelable.nested]
         named += [field.name for field in parcelable.fields]
-        self._distinct(named, "member", types.TAKEN_IN_PARCELABLE)
+        self._distinct(named, "a member", types.TAKEN_IN_PARCELABLE)
         for field in parcelable.fields:
             self._field(parcelable, field, inner)
 
     def _union(self, union, known):
-        self._distinct([field.name for field in union.fields], "member", types.TAKEN_IN_UNION)
+        self._distinct([field.name for field in union.fields], "a member", types.TAKEN_IN_UNION)
         if not union.fields:
             self._refuse(union.name, f"{union.name} needs at least one member")
         for field in union.fields:

@@ -14,7 +14,7 @@ _GRAMMAR = lark.Lark(
 
 # How error messages call what the grammar calls otherwise.
 _TERMINALS = {"NAME": "a name", "NUMBER": "a number", "STRING": "a string", "ARRAY": "'[]'",
-              "DIRECTION": "a direction", "$END": "the end of the file"}
+              "$END": "the end of the file"}
 
 
 class _Builder(lark.Transformer):
@@ -75,7 +75,10 @@ class _Builder(lark.Transformer):
         annotations, direction, type_, name = children
         for annotation in annotations:
             self._refuse(annotation.name, f"@{annotation.name} is not understood on an argument")
-        return syntax.Parameter(direction and self._name(direction), type_, self._name(name))
+        return syntax.Parameter(direction, type_, self._name(name))
+
+    def direction(self, tokens):
+        return self._name(tokens[0])
 
     def enum(self, children):
         name, *enumerators = children

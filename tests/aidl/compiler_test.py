@@ -1,0 +1,424 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+"""Tests of the interface compiler for hosts: what it refuses, with which words, and what it makes."""
+
+import contextlib
+import hashlib
+import io
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.dont_write_bytecode = True
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+COMPILER = ROOT / "tools" / "aidl" / "aidlc.py"
+sys.path.insert(0, str(COMPILER.parent))
+
+import aidlc  # noqa: E402
+
+HEAD = "package p.q;\n"
+ENUM = HEAD + '@Backing(type="int") enum E { A }\n'
+PARCELABLE = HEAD + "parcelable P { int x; }\n"
+INTERFACE = HEAD + "interface I { void f(); }\n"
+
+
+class Workspace(unittest.TestCase):
+    """Compiles files of a package p.q in a folder of their own."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.root = pathlib.Path(folder.name)
+        self.package = self.root / "in" / "p" / "q"
+        self.package.mkdir(parents=True)
+
+    def write(self, **files):
+        for name, text in files.items():
+            (self.package / f"{name}.aidl").write_text(text, encoding="utf-8")
+
+    def compile(self, *names, out="out"):
+        """Returns the exit status and the lines of standard error, paths cut to file names."""
+        argv = ["--lang=ndk", "--structured", "-I", str(self.root / "in"),
+                "-o", str(self.root / out / "src"), "-h", str(self.root / out / "include")]
+        errors = io.StringIO()
+        with contextlib.redirect_stderr(errors):
+            status = aidlc.main(argv + [str(self.package / f"{name}.aidl") for name in names])
+        return status, errors.getvalue().replace(str(self.package) + "/", "").splitlines()
+
+    def output(self, out="out"):
+        folder = self.root / out
+        return {str(path.relative_to(folder)): path.read_text(encoding="utf-8")
+                for path in sorted(folder.rglob("*")) if path.is_file()}
+
+    def refused(self, text, *expected, name=None, **others):
+        """Compiles one file and compares the whole of what is said about it."""
+        if name is None:
+            name = "I" if "interface I" in text else "E" if "enum E" in text else "P"
+        self.write(**{name: text}, **others)
+        self.assertEqual((1, [f"{name}.aidl:{line}" for line in expected]), self.compile(name))
+        self.assertEqual({}, self.output())
+
+    def accepted(self, text, name, **others):
+        self.write(**{name: text}, **others)
+        self.assertEqual((0, []), self.compile(name))
+        return self.output()
+
+
+class SyntaxErrors(Workspace):
+    def test_unexpected_word(self):
+        self.refused(HEAD + "interface I {\n    void f(int);\n}\n",
+                     "3:15: unexpected ')', '.' or '[]' or a name should stand here")
+
+    def test_unexpected_character(self):
+        self.refused(HEAD + "interface I { void f(); # }\n", "2:25: unexpected character '#'")
+
+    def test_end_of_file(self):
+        self.write(I=HEAD + "interface I {")
+        status, errors = self.compile("I")
+        self.assertEqual(1, status)
+        self.assertRegex(errors[0], r"^I.aidl:2:13: unexpected end of the file, .* should stand here$")
+
+    def test_open_comment(self):
+        self.refused(HEAD + "/* no end\ninterface I { void f(); }\n", "2:1: unexpected character '/'")
+
+    def test_no_package(self):
+        self.refused("interface I { void f(); }\n",
+                     "1:1: unexpected 'interface', 'package' should stand here")
+
+    def test_two_types_in_one_file(self):
+        self.refused(HEAD + "interface I { void f(); }\ninterface J { void f(); }\n",
+                     "3:1: unexpected 'interface', the end of the file should stand here")
+
+    def test_array_of_arrays(self):
+        self.refused(HEAD + "parcelable P { int[][] x; }\n",
+                     "2:21: unexpected '[]', a name should stand here")
+
+    def test_constant(self):
+        self.write(I=HEAD + "interface I { const int X = 1; }\n")
+        status, errors = self.compile("I")
+        self.assertEqual(1, status)
+        self.assertRegex(errors[0], r"^I.aidl:2:25: unexpected 'X', ")
+
+    def test_octal(self):
+        self.refused(HEAD + '@Backing(type="int") enum E { A = 010 }\n',
+                     "2:36: unexpected '10', ',' or '}' should stand here")
+
+    def test_places_count_through_comments(self):
+        self.refused(HEAD + "/* two\n lines */ // and one\ninterface I { void f() }\n",
+                     "4:24: unexpected '}', ';' or '=' should stand here")
+
+
+class Files(Workspace):
+    def test_missing(self):
+        self.assertEqual((1, ["I.aidl:1:1: cannot be read: No such file or directory"]),
+                         self.compile("I"))
+
+    def test_not_utf8(self):
+        (self.package / "I.aidl").write_bytes(b"package p.q; // \xff\n")
+        self.assertEqual((1, ["I.aidl:1:1: is not UTF-8 text"]), self.compile("I"))
+
+    def test_wrong_name(self):
+        self.refused(HEAD + "interface I { void f(); }\n",
+                     "2:11: I should be defined in p/q/I.aidl", name="J")
+
+    def test_wrong_package(self):
+        self.refused("package p.r;\ninterface I { void f(); }\n",
+                     "2:11: I should be defined in p/r/I.aidl")
+
+    def test_import_not_found(self):
+        self.refused(HEAD + "import p.q.X;\ninterface I { void f(); }\n",
+                     "2:8: cannot find p.q.X in the folders given with -I")
+
+    def test_fault_in_an_imported_file_stands_there(self):
+        self.write(I=HEAD + "import p.q.P;\ninterface I { void f(in P x); }\n",
+                   P=HEAD + "parcelable P { int }\n")
+        status, errors = self.compile("I")
+        self.assertEqual(1, status)
+        self.assertEqual(["P.aidl:2:20: unexpected '}', '.' or '[]' or a name should stand here"],
+                         errors)
+
+    def test_every_file_is_checked_and_a_shared_fault_is_told_once(self):
+        self.write(I=HEAD + "import p.q.P;\ninterface I { void f(); }\n",
+                   J=HEAD + "interface J { int f(); }\n", P=HEAD + "parcelable P { int }\n")
+        status, errors = self.compile("I", "J", "P")
+        self.assertEqual(1, status)
+        self.assertEqual(["P.aidl:2:20: unexpected '}', '.' or '[]' or a name should stand here",
+                          "J.aidl:2:15: results other than void are not understood"], errors)
+        self.assertEqual({}, self.output())
+
+    def test_nothing_is_written_when_a_later_file_is_wrong(self):
+        self.write(E=ENUM, I=HEAD + "interface I { int f(); }\n")
+        self.assertEqual(1, self.compile("E", "I")[0])
+        self.assertEqual({}, self.output())
+
+
+class Names(Workspace):
+    def test_unknown_type(self):
+        self.refused(HEAD + "interface I { void f(in X x); }\n",
+                     "2:25: there is no type X here: is an import missing?")
+
+    def test_same_package_is_imported_too(self):
+        self.refused(HEAD + "interface I { void f(in P x); }\n",
+                     "2:25: there is no type P here: is an import missing?", P=PARCELABLE)
+
+    def test_qualified_name(self):
+        self.refused(HEAD + "interface I { void f(in p.q.P x); }\n",
+                     "2:25: there is no type p.q.P here: is an import missing?", P=PARCELABLE)
+
+    def test_types_of_the_language_that_are_not_understood(self):
+        for word in ("String", "IBinder", "float", "double", "char", "List"):
+            with self.subTest(word):
+                self.refused(HEAD + f"interface I {{ void f({word} x); }}\n",
+                             f"2:22: the type {word} is not understood")
+
+    def test_imported_twice(self):
+        self.refused(HEAD + "import p.q.P;\nimport p.q.P;\ninterface I { void f(); }\n",
+                     "3:8: there is a type P in this file already", P=PARCELABLE)
+
+    def test_duplicate_method(self):
+        self.refused(HEAD + "interface I {\n  void f();\n  void f(int x);\n}\n",
+                     "4:8: line 3 has a method f already")
+
+    def test_duplicate_argument(self):
+        self.refused(HEAD + "interface I { void f(int x, long x); }\n",
+                     "2:34: line 2 has an argument x already")
+
+    def test_duplicate_field(self):
+        self.refused(HEAD + "parcelable P {\n  int x;\n  long x;\n}\n",
+                     "4:8: line 3 has a member x already")
+
+    def test_duplicate_enumerator(self):
+        self.refused(HEAD + '@Backing(type="int") enum E { A, A }\n',
+                     "2:34: line 2 has an enumerator A already")
+
+    def test_nested_type_named_like_its_parcelable(self):
+        self.refused(HEAD + "parcelable P { union P { int a; } int x; }\n",
+                     "2:22: there is a type P in this file already")
+
+    def test_reserved_words(self):
+        self.refused(HEAD + "interface I { void delete(int class); }\n",
+                     "2:20: delete is a reserved word of C++",
+                     "2:31: class is a reserved word of C++")
+
+    def test_underscore(self):
+        self.refused(HEAD + "parcelable P { int _x; }\n",
+                     "2:20: _x begins with an underscore, as only made names do")
+
+    def test_names_of_the_made_class(self):
+        self.refused(HEAD + "interface I { void asBinder(); }\n",
+                     "2:20: the generated class has a member asBinder of its own")
+        self.refused(HEAD + "parcelable P { int toString; union U { int getTag; } }\n",
+                     "2:44: the generated class has a member getTag of its own",
+                     "2:20: the generated class has a member toString of its own")
+
+    def test_type_named_like_a_type_of_the_language(self):
+        self.refused(HEAD + "parcelable long { int x; }\n",
+                     "2:12: long is a reserved word of C++", name="long")
+
+
+class Interfaces(Workspace):
+    def test_missing_in(self):
+        self.refused(HEAD + "import p.q.P;\ninterface I { void f(byte[] a, P b); }\n",
+                     "3:22: byte[] can be in or out: say in before it",
+                     "3:32: P can be in or out: say in before it", P=PARCELABLE)
+
+    def test_out(self):
+        self.refused(HEAD + "interface I { void f(out byte[] a, inout int[] b); }\n",
+                     "2:22: the direction out is not understood",
+                     "2:36: the direction inout is not understood")
+
+    def test_out_of_a_one_way_method(self):
+        self.refused(HEAD + "oneway interface I { void f(out byte[] a); }\n",
+                     "2:29: a one-way method gives nothing back: its arguments can only be in")
+
+    def test_out_of_a_number(self):
+        self.refused(HEAD + "interface I { void f(out int a); }\n", "2:22: int can only be in")
+
+    def test_result(self):
+        self.refused(HEAD + "interface I { int f(); }\n",
+                     "2:15: results other than void are not understood")
+
+    def test_result_of_a_one_way_method(self):
+        self.refused(HEAD + "oneway interface I {\n  void f();\n  int g();\n}\n",
+                     "4:3: a one-way method returns nothing: its result must be void")
+
+    def test_array_of_nothing(self):
+        self.refused(HEAD + "interface I { void[] f(); }\n",
+                     "2:15: results other than void are not understood")
+
+    def test_void_argument(self):
+        self.refused(HEAD + "interface I { void f(void x); }\n",
+                     "2:22: only a method's result can be void")
+
+    def test_one_way_method_among_others(self):
+        self.refused(HEAD + "interface I { oneway void f(); }\n",
+                     "2:27: one-way methods are understood only in a one-way interface")
+
+    def test_method_number(self):
+        self.refused(HEAD + "interface I { void f() = 7; }\n",
+                     "2:26: method numbers cannot be chosen: they count from 1")
+
+    def test_no_method(self):
+        self.refused(HEAD + "interface I {}\n", "2:11: I needs at least one method")
+
+    def test_annotations(self):
+        self.refused(HEAD + "@VintfStability interface I { @nullable void f(); }\n",
+                     "2:2: @VintfStability is not understood here",
+                     "2:32: @nullable is not understood here")
+        self.refused(HEAD + "interface I { void f(@nullable I x); }\n",
+                     "2:23: @nullable is not understood on an argument")
+
+    def test_array_of_interfaces(self):
+        self.refused(HEAD + "interface I { void f(in I[] x); }\n",
+                     "2:25: arrays of interfaces are not understood")
+
+    def test_circle(self):
+        self.refused(HEAD + "import p.q.J;\ninterface I { void f(J x); }\n",
+                     "3:11: types import one another: I -> J -> I",
+                     J=HEAD + "import p.q.I;\ninterface J { void f(I x); }\n")
+
+
+class Enumerations(Workspace):
+    def test_no_backing(self):
+        self.refused(HEAD + "enum E { A }\n", '2:6: E needs a @Backing(type="...")')
+
+    def test_unknown_backing(self):
+        wanted = '2:2: @Backing should have type="byte" or "int" or "long"'
+        self.refused(HEAD + '@Backing(type="short") enum E { A }\n', wanted)
+        self.refused(HEAD + '@Backing(kind="int") enum E { A }\n', wanted)
+        self.refused(HEAD + "@Backing enum E { A }\n", wanted)
+
+    def test_two_backings(self):
+        self.refused(HEAD + '@Backing(type="int") @Backing(type="int") enum E { A }\n',
+                     "2:23: there is a @Backing already")
+
+    def test_other_annotation(self):
+        self.refused(HEAD + '@Deprecated @Backing(type="int") enum E { A }\n',
+                     "2:2: @Deprecated is not understood here")
+
+    def test_no_enumerator(self):
+        self.refused(HEAD + '@Backing(type="int") enum E {}\n',
+                     "2:27: E needs at least one enumerator")
+
+    def test_value_too_large(self):
+        self.refused(HEAD + '@Backing(type="byte") enum E { A = 127, B, C = -129 }\n',
+                     "2:41: 128 does not fit the backing type byte",
+                     "2:44: -129 does not fit the backing type byte")
+        self.refused(HEAD + '@Backing(type="int") enum E { A = 0x80000000 }\n',
+                     "2:31: 2147483648 does not fit the backing type int")
+
+    def test_value_taken(self):
+        self.refused(HEAD + '@Backing(type="int") enum E { A = 1, B = 0, C }\n',
+                     "2:45: 1 is the value of A already")
+
+    def test_values(self):
+        made = self.accepted(
+            HEAD + '@Backing(type="long") enum E { A, B = 0x10, C, D = -9223372036854775808, }\n', "E")
+        header = made["include/aidl/p/q/E.h"]
+        self.assertIn("enum class E : int64_t {\n    A = 0LL,\n    B = 16LL,\n    C = 17LL,\n"
+                      "    D = INT64_MIN,\n};\n", header)
+
+
+class Parcelables(Workspace):
+    def test_default_value(self):
+        self.refused(HEAD + "parcelable P { int x = 1; }\n", "2:24: default values are not understood")
+
+    def test_annotation(self):
+        self.refused(HEAD + "parcelable P { @nullable int[] x; }\n",
+                     "2:17: @nullable is not understood here")
+
+    def test_void_field(self):
+        self.refused(HEAD + "parcelable P { void x; }\n", "2:16: only a method's result can be void")
+
+    def test_interface_field(self):
+        self.refused(HEAD + "import p.q.I;\nparcelable P { I x; }\n",
+                     "3:16: a field cannot be an interface here", I=INTERFACE, name="P")
+
+    def test_contains_itself(self):
+        self.refused(HEAD + "parcelable P { P x; }\n", "2:16: P would contain itself")
+        self.refused(HEAD + "parcelable P { P[] x; }\n", "2:16: P would contain itself")
+        self.refused(HEAD + "parcelable P { union U { U a; P b; } U x; }\n",
+                     "2:26: U would contain itself", "2:31: P would contain itself")
+
+    def test_contain_one_another(self):
+        self.refused(HEAD + "import p.q.Q;\nparcelable P { Q x; }\n",
+                     "3:12: types import one another: P -> Q -> R -> P",
+                     Q=HEAD + "import p.q.R;\nparcelable Q { R x; }\n",
+                     R=HEAD + "import p.q.P;\nparcelable R { P x; }\n")
+
+    def test_nested_types_other_than_unions(self):
+        self.refused(HEAD + "parcelable P { parcelable Q { int x; } int y; }\n",
+                     "2:27: only unions are understood inside a parcelable")
+
+    def test_union_of_nothing(self):
+        self.refused(HEAD + "parcelable P { union U {} int x; }\n",
+                     "2:22: U needs at least one member")
+
+    def test_union_on_its_own(self):
+        self.refused(HEAD + "union P { int a; }\n",
+                     "2:7: a union is understood only inside a parcelable")
+
+    def test_fields_may_have_names_that_the_functions_use_inside(self):
+        made = self.accepted(HEAD + "parcelable P { int size; int status; int parcel; int start; }\n",
+                             "P")
+        self.assertIn("AParcel_readData(parcel, &this->status)", made["src/p/q/P.cpp"])
+
+
+class Output(Workspace):
+    def test_files(self):
+        self.write(E=ENUM, P=PARCELABLE, IThing=HEAD + "interface IThing { void f(); }\n",
+                   Ice=HEAD + "interface Ice { void f(); }\n")
+        self.assertEqual((0, []), self.compile("E", "P", "IThing", "Ice"))
+        names = ("E.h", "BpE.h", "BnE.h", "P.h", "BpP.h", "BnP.h", "IThing.h", "BpThing.h",
+                 "BnThing.h", "Ice.h", "BpIce.h", "BnIce.h")
+        self.assertEqual({f"include/aidl/p/q/{name}" for name in names}
+                         | {f"src/p/q/{name}.cpp" for name in ("E", "P", "IThing", "Ice")},
+                         set(self.output()))
+
+    def test_argument_and_field_types(self):
+        self.write(E=ENUM, P=PARCELABLE, J=HEAD + "interface J { void f(); }\n")
+        made = self.accepted(
+            HEAD + "import p.q.E;\nimport p.q.J;\nimport p.q.P;\ninterface I { void f(boolean a, "
+            "byte b, int c, in long d, E e, in P g, J h, in byte[] i, in boolean [ ] k, in P[] l); }\n",
+            "I")
+        self.assertIn(
+            "virtual ::ndk::ScopedAStatus f(bool in_a, int8_t in_b, int32_t in_c, int64_t in_d, "
+            "::aidl::p::q::E in_e, const ::aidl::p::q::P& in_g, "
+            "const std::shared_ptr<::aidl::p::q::J>& in_h, const std::vector<uint8_t>& in_i, "
+            "const std::vector<bool>& in_k, const std::vector<::aidl::p::q::P>& in_l) = 0;\n",
+            made["include/aidl/p/q/I.h"])
+
+    def test_one_way_word_may_be_repeated(self):
+        made = self.accepted(HEAD + "oneway interface I { oneway void f(); }\n", "I")
+        self.assertIn("FLAG_ONEWAY", made["src/p/q/I.cpp"])
+
+    def test_same_input_same_output(self):
+        """Two runs of the program over the real files, hashed differently, write the same bytes."""
+        files = sorted((ROOT / "aidl").rglob("*.aidl"))
+        digests = set()
+        for seed in ("1", "2"):
+            subprocess.run(
+                ["/usr/bin/python3", COMPILER, "--lang=ndk", "--structured", "-I", ROOT / "aidl",
+                 "-o", self.root / seed / "src", "-h", self.root / seed / "include", *files],
+                check=True, env={**os.environ, "PYTHONHASHSEED": seed})
+            made = self.output(seed)
+            self.assertEqual(4 * len(files), len(made))
+            digests.add(hashlib.sha256(repr(sorted(made.items())).encode()).hexdigest())
+        self.assertEqual(1, len(digests))
+
+    def test_program_reports_faults(self):
+        self.write(I=HEAD + "interface I { int f(); }\n")
+        ran = subprocess.run(
+            ["/usr/bin/python3", COMPILER, "--lang=ndk", "--structured", "-I", self.root / "in",
+             "-o", self.root / "out", "-h", self.root / "out", self.package / "I.aidl"],
+            capture_output=True, text=True, check=False)
+        self.assertEqual((1, "", f"{self.package}/I.aidl:2:15: results other than void are not "
+                          "understood\n"), (ran.returncode, ran.stdout, ran.stderr))
+
+
+if __name__ == "__main__":
+    unittest.main()
