@@ -26,8 +26,10 @@ class SpAIBinder {
     SpAIBinder(SpAIBinder&& other) noexcept : mBinder(other.release()) {}
 
     SpAIBinder& operator=(const SpAIBinder& other) {
-        AIBinder_incStrong(other.mBinder);
-        set(other.mBinder);
+        if (this != &other) {
+            AIBinder_incStrong(other.mBinder);
+            set(other.mBinder);
+        }
         return *this;
     }
     SpAIBinder& operator=(SpAIBinder&& other) noexcept {

@@ -16,6 +16,7 @@
 extern "C" {
 #endif
 #pragma GCC visibility push(default)
+// NOLINTBEGIN(modernize-use-using): C has typedef alone
 
 // Flags of AIBinder_transact.
 enum {
@@ -216,6 +217,7 @@ void AIBinder_DeathRecipient_setOnUnlinked(AIBinder_DeathRecipient* recipient,
 // recipient: may be null.
 void AIBinder_DeathRecipient_delete(AIBinder_DeathRecipient* recipient);
 
+// NOLINTEND(modernize-use-using)
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

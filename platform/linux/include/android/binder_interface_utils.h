@@ -51,6 +51,7 @@ class SharedRefBase {
         return t->template ref<T>();
     }
 
+    // NOLINTNEXTLINE(misc-new-delete-overloads): its counterpart is hidden below on purpose
     static void operator delete(void* p) { ::operator delete(p); }
 
   private:
@@ -215,6 +216,10 @@ SpAIBinder BnCInterface<INTERFACE>::asBinder() {
     if (binder.get() == nullptr) {
         binder = createBinder();
         mWeakBinder.set(AIBinder_Weak_new(binder.get()));
+        if (mWeakBinder.get() == nullptr) {
+            // Not to be found again, it would not stay the only one.
+            return nullptr;
+        }
     }
     return binder;
 }

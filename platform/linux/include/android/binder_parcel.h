@@ -25,6 +25,7 @@
 extern "C" {
 #endif
 #pragma GCC visibility push(default)
+// NOLINTBEGIN(modernize-use-using): C has typedef alone
 
 struct AIBinder;
 typedef struct AIBinder AIBinder;
@@ -237,6 +238,7 @@ binder_status_t AParcel_readCharArray(const AParcel* parcel, void* arrayData,
 binder_status_t AParcel_readByteArray(const AParcel* parcel, void* arrayData,
                                       AParcel_byteArrayAllocator allocator);
 
+// NOLINTEND(modernize-use-using)
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

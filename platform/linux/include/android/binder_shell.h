@@ -9,6 +9,7 @@
 extern "C" {
 #endif
 #pragma GCC visibility push(default)
+// NOLINTBEGIN(modernize-use-using): C has typedef alone
 
 // Carries out a shell command on a local object.
 // binder: the object; in, out, err: descriptors that belong to the caller; argv: argc texts.
@@ -21,6 +22,7 @@ typedef binder_status_t (*AIBinder_handleShellCommand)(AIBinder* binder, int in,
 void AIBinder_Class_setHandleShellCommand(AIBinder_Class* clazz,
                                           AIBinder_handleShellCommand handler);
 
+// NOLINTEND(modernize-use-using)
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

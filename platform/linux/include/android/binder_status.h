@@ -11,6 +11,7 @@
 extern "C" {
 #endif
 #pragma GCC visibility push(default)
+// NOLINTBEGIN(modernize-use-using): C has typedef alone
 
 // Outcome of a low-level operation: STATUS_OK or one of the negative codes below.
 enum {
@@ -115,6 +116,7 @@ void AStatus_deleteDescription(const char* description);
 // Ends a status. status: may be null.
 void AStatus_delete(AStatus* status);
 
+// NOLINTEND(modernize-use-using)
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }
