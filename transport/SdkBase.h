@@ -30,6 +30,12 @@ class SdkBase {
     void createSdkInstance(LumSdkClientType type, SdkClientBase::Listener listener,
                            std::shared_ptr<SdkClientEvent> event);
 
+    // The two halves of createSdkInstance(), for those who do not want to report at once: false
+    // when no transport can be had, and the report of that, with the callbacks to choose from.
+    bool obtainTransport(LumSdkClientType type, SdkClientBase::Listener listener,
+                         std::shared_ptr<SdkClientEvent> event);
+    static void reportNoTransport(void (*baseStatusCbV2)(int), void (*legacyStatusCb)(status_e));
+
     // Lets go of the transport for `type`. The type's release event has to be posted before. Waits
     // for the SDK thread if this was the last type, unless called on that thread. Does nothing when
     // there is no transport.
