@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "api/Sdf.h"
+
+#include <cstdlib>
+#include <mutex>
+#include <new>
+
+#include "api/ClientSdfUtils.h"
+#include "api/SdfRequest.h"
+#include "utils/NoDestroy.h"
+
+// The life of the client object, and what every request needs.
+
+namespace {
+
+NoDestroy<std::shared_ptr<Sdf>> gInstance;
+
+// Held while a client object takes up the transport or gives it up, so that none is taken up by an
+// object that is leaving. Not held across a callback, nor while a destroy waits for the SDK thread.
+NoDestroy<std::mutex> gLifecycle;
+
+using LifecycleLock = std::lock_guard<std::mutex>;
+
+SdfProto::ServiceMsg enableMessage(bool enable) {
+    SdfProto::ServiceMsg message;
+    message.mutable_data()->mutable_enable_msg()->set_enable(enable);
+    return message;
+}
+
+// Tells the application that there is no transport, unless it is just being told: an application
+// that creates or destroys again from inside that callback would get here without end.
+template <typename Report>
+void tellNoTransport(Sdf& client, const Report& report) {
+    if (client.mReportingNoTransport.exchange(true)) return;
+    try {
+        report();
+    } catch (...) {
+        client.mReportingNoTransport = false;
+        throw;
+    }
+    client.mReportingNoTransport = false;
+}
+
+// Puts `cb` into its slot and `client` into mInstance, and gives `client` a transport with the
+// enable request as its first event, or as one more event if it has a transport. False when no
+// transport can be had. When it throws, all is as before.
+template <typename Callback>
+bool takeUp(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot, Callback cb) {
+    std::shared_ptr<SdkClientEvent> event = sdf::makeEvent(enableMessage(true));
+    SdkClientBase::Listener listener = [client](SdkClientBase::SdkStatus status,
+                                                const std::vector<uint8_t>& bytes) {
+        client->blobListener(status, bytes);
+    };
+    const Callback callbackBefore = client->replaceSlot(slot, cb);
+    std::shared_ptr<Sdf> instanceBefore = std::atomic_exchange(&Sdf::mInstance, client);
+    try {
+        return client->obtainTransport(LUM_SDK_CLIENT_SDF, std::move(listener), std::move(event));
+    } catch (...) {
+        client->replaceSlot(slot, callbackBefore);
+        std::atomic_store(&Sdf::mInstance, std::move(instanceBefore));
+        throw;
+    }
+}
+
+// The client object to use from now on: the present one, or a new one. Null when there is no
+// memory.
+std::shared_ptr<Sdf> presentOrNew() {
+    std::shared_ptr<Sdf> present = Sdf::current();
+    if (present && !present->mLeaving) return present;
+    try {
+        return std::make_shared<Sdf>();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+// createSdfClient() and lum_sdf_enable() with a callback for one slot. False when there is no
+// client object.
+template <typename Callback>
+bool enable(Callback Sdf::*slot, Callback cb) {
+    std::shared_ptr<Sdf> client;
+    bool obtained = false;
+    {
+        const LifecycleLock lock(gLifecycle.value);
+        client = presentOrNew();
+        if (!client) return false;
+        obtained = takeUp(client, slot, cb);
+    }
+    if (!obtained) {
+        tellNoTransport(*client, [&client] {
+            SdkBase::reportNoTransport(client->readSlot<SdfStatusV2Cb>(&Sdf::mBaseStatusCbV2),
+                                       client->readSlot<SdfLegacyStatusCb>(&Sdf::mLegacyStatusCb));
+        });
+    }
+    return true;
+}
+
+// What a destroy finds.
+enum class Leave {
+    kNothing,      // no client object, or one that another destroy has taken over
+    kNoTransport,  // a client object without a transport
+    kPosted,  // the disable request is on its way, and the object is this destroy's to take down
+};
+
+// Posts the disable request and empties the slot. When it throws, all is as before.
+template <typename Callback>
+Leave postDisable(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot) {
+    if (!client || client->mLeaving) return Leave::kNothing;
+    const std::shared_ptr<SdkClientBase> transport = client->transport();
+    if (!transport) return Leave::kNoTransport;
+    std::shared_ptr<SdkClientEvent> event = sdf::makeEvent(enableMessage(false), true);
+    const Callback before = client->replaceSlot<Callback>(slot, nullptr);
+    try {
+        transport->postEvent(std::move(event));
+    } catch (...) {
+        client->replaceSlot(slot, before);
+        throw;
+    }
+    client->mLeaving = true;
+    return Leave::kPosted;
+}
+
+// destroySdfClient() and lum_sdf_disable(); the slot is that of the one called. False when no
+// client has been destroyed.
+template <typename Callback>
+bool disable(Callback Sdf::*slot) {
+    std::shared_ptr<Sdf> client;
+    Leave found = Leave::kNothing;
+    {
+        const LifecycleLock lock(gLifecycle.value);
+        client = Sdf::current();
+        found = postDisable(client, slot);
+    }
+    if (found == Leave::kNoTransport) {
+        tellNoTransport(*client,
+                        [&client] { client->handleSdfStatusInd(SDF_STATUS_INTERNAL_ERROR); });
+    }
+    if (found != Leave::kPosted) return false;
+    client->destroySdkInstance(LUM_SDK_CLIENT_SDF);
+    const LifecycleLock lock(gLifecycle.value);
+    // A callback that ran meanwhile may have made a new client, which stays.
+    if (client->isCurrent()) std::atomic_store(&Sdf::mInstance, std::shared_ptr<Sdf>());
+    return true;
+}
+
+}  // namespace
+
+std::shared_ptr<Sdf>& Sdf::mInstance = gInstance.value;
+
+Sdf::~Sdf() {
+    destroySdkInstance(LUM_SDK_CLIENT_SDF);
+}
+
+void Sdf::handleSdfStatusInd(status_e status) {
+    const std::shared_ptr<Sdf> self = current();
+    if (self.get() != this) return;
+    mServiceUp.store(status == SDF_STATUS_SERVICE_UP, std::memory_order_release);
+    if (const auto cb = readSlot<SdfLegacyStatusCb>(&Sdf::mLegacyStatusCb)) cb(status);
+    if (!isCurrent()) return;
+    if (const auto cb = readSlot(&Sdf::mStatusCbV2)) cb(ClientSdfUtils::statusToStatusV2(status));
+}
+
+unsigned int Sdf::getNextUniqueId() {
+    [[maybe_unused]] const auto held = touch();
+    // The room first: an id that could not be kept must not be drawn.
+    mUsedIds.push_back(0);
+    const auto isTaken = [this](unsigned int id) {
+        return std::find(mUsedIds.begin(), mUsedIds.end(), id) != mUsedIds.end() ||
+               std::find(mFilterIds.begin(), mFilterIds.end(), id) != mFilterIds.end();
+    };
+    unsigned int id = 0;
+    while (isTaken(id)) id = static_cast<unsigned int>(rand());
+    mUsedIds.back() = id;
+    return id;
+}
+
+std::shared_ptr<SdkClientEvent> sdf::makeEvent(const SdfProto::ServiceMsg& message, bool release) {
+    std::vector<uint8_t> bytes(message.ByteSizeLong());
+    message.SerializeToArray(bytes.data(), static_cast<int>(bytes.size()));
+    return std::make_shared<SdkClientEvent>(LUM_SDK_CLIENT_SDF, bytes, release);
+}
+
+long long createSdfClient(SdfStatusV2Cb cb) {
+    if (cb == nullptr) return SDF_V2_INVALID_ARG;
+    return sdf::withoutExceptions(SDF_V2_INTERNAL_ERROR, [cb]() -> long long {
+        return enable(&Sdf::mStatusCbV2, cb) ? SDF_V2_SUCCESS : SDF_V2_INTERNAL_ERROR;
+    });
+}
+
+long long destroySdfClient() {
+    return sdf::withoutExceptions(SDF_V2_INTERNAL_ERROR, []() -> long long {
+        return disable(&Sdf::mStatusCbV2) ? SDF_V2_SUCCESS : SDF_V2_INVALID_OPERATION;
+    });
+}
+
+long long lum_sdf_enable(SdfLegacyStatusCb cb) {
+    if (cb == nullptr) return 0;
+    return sdf::withoutExceptions(0, [cb]() -> long long {
+        if (enable<SdfLegacyStatusCb>(&Sdf::mLegacyStatusCb, cb)) return 1;
+        cb(SDF_STATUS_INTERNAL_ERROR);
+        return 0;
+    });
+}
+
+long long lum_sdf_disable() {
+    return sdf::withoutExceptions(
+        0, []() -> long long { return disable<SdfLegacyStatusCb>(&Sdf::mLegacyStatusCb) ? 1 : 0; });
+}

@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "api/lum_sdf_sdk.h"
+#include "proto/SdfProto.pb.h"
+#include "transport/SdkBase.h"
+
+// The client object behind the C interface, one per process: the application's callbacks, and the
+// record by which replies find the callback that awaits them.
+//
+// Threads: requests come on application threads, blobListener() on the transport's. The record (the
+// maps, vectors and callback slots) is locked only when built with LUM_SDF_GUARDED, and never
+// across a callback. An object that is no longer, or not yet, mInstance reports nothing and records
+// nothing.
+class Sdf : public SdkBase {
+  public:
+    Sdf() = default;
+    // Lets go of the transport if it is still held. What is still awaited is not called.
+    ~Sdf() override;
+    Sdf(const Sdf&) = delete;
+    Sdf& operator=(const Sdf&) = delete;
+
+    // The transport's listener: dispatches what the service sent, and reports a refused message or
+    // the loss of the service. Other statuses are ignored. Bytes that do not parse are dispatched
+    // as far as they were read.
+    void blobListener(SdkClientBase::SdkStatus status, const std::vector<uint8_t>& bytes) override;
+
+    // Notes whether the service is up (SDF_STATUS_SERVICE_UP) or not (all else), and tells both
+    // status callbacks; the second one only if the first left this client in place.
+    void handleSdfStatusInd(status_e status);
+
+    // A transaction id that is neither 0, nor pending, nor a live filter's; pending from now on.
+    // The C library's rand(), never seeded.
+    unsigned int getNextUniqueId();
+
+    // Draws an id and records the callback that awaits the reply to it. An entry that is there
+    // already stays. Throws std::bad_alloc, with nothing recorded.
+    // `callbacks`: &Sdf::mLatencyCbs or &Sdf::mFilterCbs.
+    template <typename Callback>
+    unsigned int recordRequest(std::map<unsigned int, Callback> Sdf::*callbacks, Callback cb) {
+        const unsigned int id = getNextUniqueId();
+        try {
+            [[maybe_unused]] const auto held = touch();
+            (this->*callbacks).emplace(id, cb);
+        } catch (...) {
+            forgetRequest(callbacks, id);
+            throw;
+        }
+        return id;
+    }
+
+    // The end of a request: its callback is no longer awaited, its id may be drawn again.
+    template <typename Callback>
+    void forgetRequest(std::map<unsigned int, Callback> Sdf::*callbacks, unsigned int id) {
+        [[maybe_unused]] const auto held = touch();
+        (this->*callbacks).erase(id);
+        const auto found = std::find(mUsedIds.begin(), mUsedIds.end(), id);
+        if (found != mUsedIds.end()) mUsedIds.erase(found);
+    }
+
+    // The callback that awaits the reply to `id`, or null.
+    template <typename Callback>
+    Callback findRequest(std::map<unsigned int, Callback> Sdf::*callbacks, unsigned int id) const {
+        [[maybe_unused]] const auto held = touch();
+        const auto found = (this->*callbacks).find(id);
+        return found == (this->*callbacks).end() ? nullptr : found->second;
+    }
+
+    // One of the callback slots, to read or to replace (returning the old callback).
+    template <typename Callback>
+    Callback readSlot(Callback Sdf::*slot) const {
+        [[maybe_unused]] const auto held = touch();
+        return this->*slot;
+    }
+    template <typename Callback>
+    Callback replaceSlot(Callback Sdf::*slot, Callback cb) {
+        [[maybe_unused]] const auto held = touch();
+        return std::exchange(this->*slot, cb);
+    }
+
+    // The client object of the process, if there is one.
+    static std::shared_ptr<Sdf> current() { return std::atomic_load(&mInstance); }
+
+    bool isCurrent() const { return current().get() == this; }
+
+    // Never destroyed: the transport's threads may look at it while the process exits. Read and
+    // replaced with the atomic functions of shared pointers.
+    static std::shared_ptr<Sdf>& mInstance;
+
+    std::vector<unsigned int> mUsedIds;    // drawn and not yet answered
+    std::vector<unsigned int> mFilterIds;  // confirmed by the service
+    void (*mStatusCbV2)(int) = nullptr;
+    SdfFilterStatusCb mFilterStatusCb = nullptr;
+    SdfGetFiltersCb mGetFiltersCb = nullptr;
+    SdfPriorityQueueReportCb mPriorityQueueReportsCb = nullptr;
+    SdfPriorityQueueReportCb mGetPriorityQueueReportCb = nullptr;
+    SdfAutoFilterInfoCb mAutoFilterInfoCb = nullptr;
+    std::map<unsigned int, SdfEffectiveLevelsCb> mLatencyCbs;
+    std::map<unsigned int, SdfFilterStatusCb> mFilterCbs;
+    std::atomic<bool> mServiceUp{false};  // stored with release order
+
+    // Set once a destroy has taken this object over: a create from now on makes a new one.
+    std::atomic<bool> mLeaving{false};
+    // The application is being told that there is no transport, and is not told again meanwhile.
+    std::atomic<bool> mReportingNoTransport{false};
+
+  private:
+    // Hold the result while touching the record.
+#if LUM_SDF_GUARDED
+    [[nodiscard]] std::unique_lock<std::mutex> touch() const {
+        return std::unique_lock<std::mutex>(mGuard);
+    }
+    mutable std::mutex mGuard;
+#else
+    struct Unlocked {};
+    [[nodiscard]] static Unlocked touch() {
+        return {};
+    }
+#endif
+
+    void dispatch(const SdfProto::ClientMsg& message);
+    void onStatusInd(const SdfProto::ClientData& data);
+    void onEffectiveLevels(uint64_t uniqueId, const SdfProto::ClientData& data);
+};
