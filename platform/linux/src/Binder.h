@@ -50,9 +50,6 @@ struct AIBinder {
     // As AIBinder_associateClass. May block on the object's process.
     bool associateClass(const AIBinder_Class* clazz);
 
-    int32_t stability() const { return mStability.load(std::memory_order_relaxed); }
-    void setStability(int32_t level) { mStability.store(level, std::memory_order_relaxed); }
-
   protected:
     explicit AIBinder(const AIBinder_Class* clazz) : mClass(clazz) {}
     virtual ~AIBinder() = default;
@@ -66,13 +63,11 @@ struct AIBinder {
     std::atomic<int32_t> mStrong{1};
     std::atomic<int32_t> mWeak{1};
     std::atomic<const AIBinder_Class*> mClass;
-    std::atomic<int32_t> mStability{3};  // vendor: the partition this system is built for
 };
 
-// The word that says in a parcel which partition an object belongs to. binder: not null.
+// The word that says in a parcel which partition an object belongs to: the vendor's for each, since
+// this system is built for no other. binder: not null.
 int32_t binderStability(const AIBinder* binder);
-// Takes over the word read from a parcel. binder: not null.
-void setBinderStability(AIBinder* binder, int32_t level);
 
 struct DecStrong {
     void operator()(AIBinder* binder) const { binder->decStrong(); }

@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/src/DeathRecipient.h"
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "platform/linux/src/CallOut.h"
+#include "platform/linux/src/RemoteBinder.h"
+#include "utils/NoDestroy.h"
+
+namespace {
+
+// Guards every link between a proxy and a recipient, on both sides: two locks, one on each, could
+// not be taken in one order by an object that dies and a recipient that is deleted. Taken before a
+// link's lock, never held when a recipient is called.
+NoDestroy<std::mutex> gDeathLock;
+
+// Removes the recipient's entry for one link to `binder`.
+void forgetBinder(AIBinder_DeathRecipient& recipient, RemoteBinder* binder) {
+    std::vector<RemoteBinder*>& binders = recipient.binders;
+    binders.erase(std::find(binders.begin(), binders.end(), binder));
+}
+
+binder_status_t linkToDeath(RemoteBinder& binder, AIBinder_DeathRecipient& recipient,
+                            void* cookie) {
+    const std::lock_guard<std::mutex> guard(gDeathLock.value);
+    // First whatever may find no memory, so that nothing is left half linked.
+    binder.deathLinks.reserve(binder.deathLinks.size() + 1);
+    recipient.binders.reserve(recipient.binders.size() + 1);
+    if (binder.deathLinks.empty()) {
+        const binder_status_t status = binder.link().watchDeath(binder);
+        if (status != STATUS_OK) return status;
+    } else if (!binder.link().isAlive()) {
+        return STATUS_DEAD_OBJECT;
+    }
+    binder.deathLinks.push_back({&recipient, cookie, recipient.onDied, recipient.onUnlinked});
+    recipient.binders.push_back(&binder);
+    return STATUS_OK;
+}
+
+binder_status_t unlinkToDeath(RemoteBinder& binder, AIBinder_DeathRecipient& recipient,
+                              void* cookie) {
+    DeathLink ended;
+    {
+        const std::lock_guard<std::mutex> guard(gDeathLock.value);
+        std::vector<DeathLink>& links = binder.deathLinks;
+        const auto found = std::find_if(links.begin(), links.end(), [&](const DeathLink& link) {
+            return link.recipient == &recipient && link.cookie == cookie;
+        });
+        if (found == links.end()) return STATUS_NAME_NOT_FOUND;
+        ended = *found;
+        links.erase(found);
+        forgetBinder(recipient, &binder);
+        if (links.empty()) binder.link().unwatchDeath(binder);
+    }
+    tellUnlinked(ended);
+    return STATUS_OK;
+}
+
+// Takes the next link of a dead object; false when there is none left.
+bool takeFirstLink(RemoteBinder& binder, DeathLink* link) {
+    const std::lock_guard<std::mutex> guard(gDeathLock.value);
+    if (binder.deathLinks.empty()) return false;
+    *link = binder.deathLinks.front();
+    binder.deathLinks.erase(binder.deathLinks.begin());
+    forgetBinder(*link->recipient, &binder);
+    return true;
+}
+
+class Obituary final : public Work {
+  public:
+    explicit Obituary(BinderRef proxy) : mProxy(std::move(proxy)) {}
+
+    // One link at a time, so that a recipient can still take back those that have not been called.
+    void run() override {
+        DeathLink link;
+        while (takeFirstLink(*mProxy->asRemote(), &link)) {
+            callOut(
+                "onBinderDied",
+                [&] {
+                    link.onDied(link.cookie);
+                    return true;
+                },
+                false);
+            tellUnlinked(link);
+        }
+    }
+
+  private:
+    const BinderRef mProxy;
+};
+
+// Takes back one link of a recipient; false when there is none left.
+bool takeLinkOf(AIBinder_DeathRecipient& recipient, DeathLink* link) {
+    const std::lock_guard<std::mutex> guard(gDeathLock.value);
+    if (recipient.binders.empty()) return false;
+    RemoteBinder& binder = *recipient.binders.back();
+    recipient.binders.pop_back();
+    std::vector<DeathLink>& links = binder.deathLinks;
+    const auto found = std::find_if(links.begin(), links.end(), [&](const DeathLink& candidate) {
+        return candidate.recipient == &recipient;
+    });
+    *link = *found;
+    links.erase(found);
+    if (links.empty()) binder.link().unwatchDeath(binder);
+    return true;
+}
+
+}  // namespace
+
+std::vector<DeathLink> takeDeathLinks(RemoteBinder& binder) noexcept {
+    const std::lock_guard<std::mutex> guard(gDeathLock.value);
+    for (const DeathLink& link : binder.deathLinks) forgetBinder(*link.recipient, &binder);
+    return std::exchange(binder.deathLinks, {});
+}
+
+void tellUnlinked(const DeathLink& link) noexcept {
+    if (link.onUnlinked == nullptr) return;
+    callOut(
+        "onBinderUnlinked",
+        [&] {
+            link.onUnlinked(link.cookie);
+            return true;
+        },
+        false);
+}
+
+std::unique_ptr<Work> makeObituary(BinderRef proxy) {
+    return std::make_unique<Obituary>(std::move(proxy));
+}
+
+AIBinder_DeathRecipient* AIBinder_DeathRecipient_new(
+    AIBinder_DeathRecipient_onBinderDied onBinderDied) {
+    if (onBinderDied == nullptr) return nullptr;
+    return withoutThrowing(
+        [&] {
+            auto recipient = std::make_unique<AIBinder_DeathRecipient>();
+            recipient->onDied = onBinderDied;
+            return recipient.release();
+        },
+        nullptr);
+}
+
+void AIBinder_DeathRecipient_setOnUnlinked(AIBinder_DeathRecipient* recipient,
+                                           AIBinder_DeathRecipient_onBinderUnlinked onUnlinked) {
+    if (recipient != nullptr) recipient->onUnlinked = onUnlinked;
+}
+
+void AIBinder_DeathRecipient_delete(AIBinder_DeathRecipient* recipient) {
+    if (recipient == nullptr) return;
+    const std::unique_ptr<AIBinder_DeathRecipient> owned(recipient);
+    DeathLink link;
+    while (takeLinkOf(*owned, &link)) tellUnlinked(link);
+}
+
+binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
+                                     void* cookie) {
+    if (binder == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
+    RemoteBinder* const remote = binder->asRemote();
+    if (remote == nullptr) return STATUS_INVALID_OPERATION;
+    return withoutThrowing([&] { return linkToDeath(*remote, *recipient, cookie); },
+                           STATUS_NO_MEMORY);
+}
+
+binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
+                                       void* cookie) {
+    if (binder == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
+    RemoteBinder* const remote = binder->asRemote();
+    if (remote == nullptr) return STATUS_NAME_NOT_FOUND;
+    return unlinkToDeath(*remote, *recipient, cookie);
+}

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <android/binder_ibinder.h>
+
+#include <memory>
+#include <vector>
+
+#include "platform/linux/src/Binder.h"
+#include "platform/linux/src/Work.h"
+
+class RemoteBinder;
+
+struct AIBinder_DeathRecipient {
+    AIBinder_DeathRecipient_onBinderDied onDied = nullptr;
+    AIBinder_DeathRecipient_onBinderUnlinked onUnlinked = nullptr;
+    // The objects it is linked to, one entry for each link.
+    std::vector<RemoteBinder*> binders;
+};
+
+// One AIBinder_linkToDeath. It has the functions itself, since the recipient may be deleted while
+// one of them runs.
+struct DeathLink {
+    AIBinder_DeathRecipient* recipient;
+    void* cookie;
+    AIBinder_DeathRecipient_onBinderDied onDied;
+    AIBinder_DeathRecipient_onBinderUnlinked onUnlinked;
+};
+
+// Takes back all links to a proxy that is ending. tellUnlinked() is then due for each, with nothing
+// locked.
+std::vector<DeathLink> takeDeathLinks(RemoteBinder& binder) noexcept;
+void tellUnlinked(const DeathLink& link) noexcept;
+
+// Returns the work that calls the recipients of a dead proxy, each once, and takes their links
+// back. May throw std::bad_alloc.
+std::unique_ptr<Work> makeObituary(BinderRef proxy);

@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/src/Frame.h"
+
+#include <cstring>
+
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
+              "numbers are copied as they lie in memory");
+
+namespace {
+
+// Reads numbers off the front of a body whose size has been checked.
+class Reader {
+  public:
+    explicit Reader(const uint8_t* at) : mAt(at) {}
+
+    template <typename T>
+    T next() {
+        T value;
+        memcpy(&value, mAt, sizeof value);
+        mAt += sizeof value;
+        return value;
+    }
+
+    const uint8_t* at() const { return mAt; }
+
+  private:
+    const uint8_t* mAt;
+};
+
+// Writes numbers behind each other into room that is large enough.
+class Writer {
+  public:
+    explicit Writer(uint8_t* at) : mAt(at) {}
+
+    template <typename T>
+    Writer& put(T value) {
+        return put(&value, sizeof value);
+    }
+
+    Writer& put(const void* bytes, size_t size) {
+        if (size != 0) memcpy(mAt, bytes, size);
+        mAt += size;
+        return *this;
+    }
+
+    uint8_t* at() const { return mAt; }
+
+  private:
+    uint8_t* mAt;
+};
+
+// Reads offsets and data, and checks that the objects lie inside the data, one behind the other.
+const char* parsePayload(Reader reader, uint32_t objectCount, uint32_t size, Payload* payload) {
+    payload->offsets.reserve(objectCount);
+    uint64_t free = 0;
+    for (uint32_t i = 0; i < objectCount; ++i) {
+        const auto offset = reader.next<uint32_t>();
+        if (offset % 4 != 0) return "a misaligned object";
+        if (offset < free) return "overlapping objects";
+        free = uint64_t{offset} + kObjectRoom;
+        if (free > size) return "an object outside the data";
+        payload->offsets.push_back(offset);
+    }
+    payload->data = reader.at();
+    payload->size = size;
+    for (size_t i = 0; i < payload->offsets.size(); ++i) {
+        const ObjectEntry entry = payload->object(i);
+        if (entry.type != kOwnedBySender && entry.type != kOwnedByReceiver) {
+            return "an object of unknown type";
+        }
+        if (entry.handle > UINT32_MAX) return "an object with an impossible handle";
+    }
+    return nullptr;
+}
+
+// Makes room for one frame and writes its header.
+Writer beginFrame(std::vector<uint8_t>* out, FrameKind kind, size_t bodySize) {
+    const size_t at = out->size();
+    out->resize(at + kFrameHeader + bodySize);
+    Writer writer(out->data() + at);
+    writer.put(static_cast<uint32_t>(bodySize)).put(kind);
+    return writer;
+}
+
+void putPayload(Writer writer, const OutgoingPayload& payload) {
+    writer.put(payload.offsets.data(), payload.offsets.size() * sizeof(uint32_t));
+    uint8_t* const data = writer.at();
+    writer.put(payload.data, payload.size);
+    for (size_t i = 0; i < payload.offsets.size(); ++i) {
+        memcpy(data + payload.offsets[i], &payload.objects[i], sizeof(ObjectEntry));
+    }
+}
+
+}  // namespace
+
+ObjectEntry Payload::object(size_t index) const {
+    ObjectEntry entry;
+    memcpy(&entry, data + offsets[index], sizeof entry);
+    return entry;
+}
+
+const char* parseHello(const uint8_t* body, size_t size) {
+    if (size != 2 * sizeof(uint32_t)) return "a greeting of the wrong size";
+    Reader reader(body);
+    if (reader.next<uint32_t>() != kHelloMagic) return "a strange greeting";
+    if (reader.next<uint32_t>() != kHelloVersion) return "a greeting of another version";
+    return nullptr;
+}
+
+const char* parseCall(const uint8_t* body, size_t size, CallFrame* frame) {
+    if (size < kCallHead) return "a call cut short";
+    Reader reader(body);
+    frame->id = reader.next<uint64_t>();
+    frame->handle = reader.next<uint32_t>();
+    frame->code = reader.next<uint32_t>();
+    frame->flags = reader.next<uint32_t>();
+    const auto chainLength = reader.next<uint32_t>();
+    const auto dataSize = reader.next<uint32_t>();
+    const auto objectCount = reader.next<uint32_t>();
+    if (frame->oneway() != (frame->id == 0)) return "a call with a wrong id";
+    if (chainLength > kMaxChain || frame->oneway() != (chainLength == 0)) {
+        return "a call with a wrong chain";
+    }
+    const uint64_t rest = uint64_t{chainLength} * sizeof(uint64_t) +
+                          uint64_t{objectCount} * sizeof(uint32_t) + dataSize;
+    if (size - kCallHead != rest) return "a call whose sizes do not fit";
+    if (transactionCost(dataSize, objectCount) > kMaxTransaction) return "a call too large";
+    frame->chain.reserve(chainLength);
+    for (uint32_t i = 0; i < chainLength; ++i) frame->chain.push_back(reader.next<uint64_t>());
+    if (!frame->oneway() && frame->chain.back() != frame->id) return "a call with a wrong chain";
+    return parsePayload(reader, objectCount, dataSize, &frame->payload);
+}
+
+const char* parseReply(const uint8_t* body, size_t size, ReplyFrame* frame) {
+    if (size < kReplyHead) return "a reply cut short";
+    Reader reader(body);
+    frame->id = reader.next<uint64_t>();
+    frame->status = reader.next<int32_t>();
+    const auto dataSize = reader.next<uint32_t>();
+    const auto objectCount = reader.next<uint32_t>();
+    if (reader.next<uint32_t>() != 0) return "a reply with something in its gap";
+    const uint64_t rest = uint64_t{objectCount} * sizeof(uint32_t) + dataSize;
+    if (size - kReplyHead != rest) return "a reply whose sizes do not fit";
+    if (transactionCost(dataSize, objectCount) > kMaxTransaction) return "a reply too large";
+    if (frame->status != STATUS_OK && rest != 0) return "a failed reply with data";
+    return parsePayload(reader, objectCount, dataSize, &frame->payload);
+}
+
+const char* parseRelease(const uint8_t* body, size_t size, uint32_t* handle, uint64_t* count) {
+    if (size != sizeof *count + sizeof *handle) return "a release of the wrong size";
+    Reader reader(body);
+    *count = reader.next<uint64_t>();
+    *handle = reader.next<uint32_t>();
+    return nullptr;
+}
+
+const char* parseDone(const uint8_t* body, size_t size, uint32_t* bytes) {
+    if (size != sizeof(uint32_t)) return "an acknowledgement of the wrong size";
+    *bytes = Reader(body).next<uint32_t>();
+    return nullptr;
+}
+
+void appendHello(std::vector<uint8_t>* out) {
+    beginFrame(out, FrameKind::kHello, 2 * sizeof(uint32_t)).put(kHelloMagic).put(kHelloVersion);
+}
+
+void appendCall(std::vector<uint8_t>* out, uint64_t id, uint32_t handle, uint32_t code,
+                uint32_t flags, const std::vector<uint64_t>& chain,
+                const OutgoingPayload& payload) {
+    const size_t size = callFrameSize(chain.size(), payload.size, payload.offsets.size());
+    Writer writer = beginFrame(out, FrameKind::kCall, size - kFrameHeader);
+    writer.put(id).put(handle).put(code).put(flags);
+    writer.put(static_cast<uint32_t>(chain.size()));
+    writer.put(static_cast<uint32_t>(payload.size));
+    writer.put(static_cast<uint32_t>(payload.offsets.size()));
+    writer.put(chain.data(), chain.size() * sizeof(uint64_t));
+    putPayload(writer, payload);
+}
+
+void appendReply(std::vector<uint8_t>* out, uint64_t id, int32_t status,
+                 const OutgoingPayload& payload) {
+    const size_t rest = transactionCost(payload.size, payload.offsets.size());
+    Writer writer = beginFrame(out, FrameKind::kReply, kReplyHead + rest);
+    writer.put(id).put(status);
+    writer.put(static_cast<uint32_t>(payload.size));
+    writer.put(static_cast<uint32_t>(payload.offsets.size()));
+    writer.put(uint32_t{0});
+    putPayload(writer, payload);
+}
+
+void appendRelease(std::vector<uint8_t>* out, uint32_t handle, uint64_t count) {
+    beginFrame(out, FrameKind::kRelease, sizeof count + sizeof handle).put(count).put(handle);
+}
+
+void appendDone(std::vector<uint8_t>* out, uint32_t bytes) {
+    beginFrame(out, FrameKind::kDone, sizeof(uint32_t)).put(bytes);
+}

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <android/binder_ibinder.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "platform/linux/src/Binder.h"
+
+// What the binder objects above need from whatever carries calls between processes. A link
+//   - carries transactions: out by transact(); in by handing LocalBinder::transact() to the thread
+//     pool, or to a thread that waits in the chain of calls, under a CallScope;
+//   - carries references: makes one RemoteBinder per object and peer for what it receives, and
+//   keeps
+//     a strong reference to each local object that a peer holds;
+//   - watches for death: posts an obituary (DeathRecipient.h) for each watched proxy whose process
+//     dies.
+// A proxy holds its link. Every function may be called on any thread, with no lock of the link's
+// caller held that an incoming call could want.
+class Link {
+  public:
+    Link() = default;
+    virtual ~Link() = default;
+    Link(const Link&) = delete;
+    Link& operator=(const Link&) = delete;
+
+    // Calls an object of the peer and waits for the reply, or does not wait, with FLAG_ONEWAY.
+    // handle: which object; code, flags: as AIBinder_transact; in: the arguments; out: set to the
+    // reply, or to an empty parcel for a one-way call, only when STATUS_OK is returned.
+    // Returns as AIBinder_transact. May throw std::bad_alloc, with nothing sent.
+    virtual binder_status_t transact(uint32_t handle, transaction_code_t code, const AParcel& in,
+                                     binder_flags_t flags, std::unique_ptr<AParcel>* out) = 0;
+
+    // The last strong reference to a proxy is gone; its memory may go after this returns.
+    virtual void releaseProxy(RemoteBinder& proxy) noexcept = 0;
+
+    // Whether calls may still get through; false once the peer is dead.
+    virtual bool isAlive() = 0;
+
+    // From now on the peer's death is made known to a proxy, once. The proxy is not kept alive.
+    // Returns STATUS_OK, or STATUS_DEAD_OBJECT if it is too late. May throw std::bad_alloc.
+    virtual binder_status_t watchDeath(RemoteBinder& proxy) = 0;
+    virtual void unwatchDeath(RemoteBinder& proxy) noexcept = 0;
+};
+
+// The names under which processes find each other's first objects.
+class ServiceRegistry {
+  public:
+    ServiceRegistry() = default;
+    virtual ~ServiceRegistry() = default;
+    ServiceRegistry(const ServiceRegistry&) = delete;
+    ServiceRegistry& operator=(const ServiceRegistry&) = delete;
+
+    // The one of this process, never destroyed.
+    static ServiceRegistry& instance();
+
+    // As AServiceManager_addService. May throw std::bad_alloc, with nothing registered.
+    virtual binder_exception_t add(LocalBinder& object, const std::string& name) = 0;
+
+    // The object registered under the name: the local one itself in its own process, elsewhere a
+    // proxy; null when nobody serves it. Does not wait. May throw std::bad_alloc.
+    virtual BinderRef find(const std::string& name) = 0;
+};

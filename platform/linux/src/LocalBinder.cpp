@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/src/LocalBinder.h"
+
+#include <android/binder_parcel.h>
+
+#include <utility>
+
+#include "platform/linux/src/CallOut.h"
+#include "platform/linux/src/Parcel.h"
+#include "platform/linux/src/ThreadPool.h"
+
+binder_status_t LocalBinder::transact(transaction_code_t code, const AParcel& in, AParcel* out) {
+    if (code >= FIRST_CALL_TRANSACTION && code <= LAST_CALL_TRANSACTION) {
+        if (!in.checkInterfaceToken(mClazz.descriptor)) return STATUS_BAD_TYPE;
+        return callOut(
+            "onTransact", [&] { return mClazz.onTransact(this, code, &in, out); },
+            STATUS_UNKNOWN_ERROR);
+    }
+    switch (code) {
+        case kPingTransaction:
+            return STATUS_OK;
+        case kInterfaceTransaction:
+            return AParcel_writeString(out, mClazz.descriptor.c_str(),
+                                       static_cast<int32_t>(mClazz.descriptor.size()));
+        default:
+            return STATUS_UNKNOWN_TRANSACTION;
+    }
+}
+
+binder_status_t LocalBinder::dump(int fd, const char** args, uint32_t numArgs) {
+    if (mClazz.onDump == nullptr) return STATUS_OK;
+    return callOut(
+        "onDump", [&] { return mClazz.onDump(this, fd, args, numArgs); }, STATUS_UNKNOWN_ERROR);
+}
+
+void LocalBinder::postOneway(std::unique_ptr<Work> call) {
+    {
+        const std::lock_guard<std::mutex> guard(mOnewayLock);
+        if (mOnewayRunning) {
+            mOneway.push(std::move(call));
+            return;
+        }
+        mOnewayRunning = true;
+    }
+    ThreadPool::instance().post(std::move(call));
+}
+
+void LocalBinder::onewayDone() {
+    std::unique_ptr<Work> next;
+    {
+        const std::lock_guard<std::mutex> guard(mOnewayLock);
+        next = mOneway.pop();
+        mOnewayRunning = next != nullptr;
+    }
+    // Through the pool, so that an object with many calls does not keep a thread from the others.
+    if (next != nullptr) ThreadPool::instance().post(std::move(next));
+}
+
+void LocalBinder::onLastStrong() {
+    callOut(
+        "onDestroy",
+        [this] {
+            mClazz.onDestroy(mUserData);
+            return true;
+        },
+        false);
+}
+
+bool LocalBinder::isOfInterface(const std::string& descriptor) {
+    return descriptor == mClazz.descriptor;
+}

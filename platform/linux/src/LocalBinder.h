@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "platform/linux/src/Binder.h"
+#include "platform/linux/src/Work.h"
+
+// An object of this process.
+class LocalBinder final : public AIBinder {
+  public:
+    // userData: what the class's onCreate made; handed to onDestroy at the end.
+    LocalBinder(const AIBinder_Class& clazz, void* userData)
+        : AIBinder(&clazz), mClazz(clazz), mUserData(userData) {}
+
+    LocalBinder* asLocal() override { return this; }
+    void* userData() const { return mUserData; }
+
+    // Carries out one call on this thread: a method of the interface, whose token `in` must start
+    // with, or one of the calls that every object answers.
+    // out: filled with the reply. Returns as the class's onTransact does; STATUS_BAD_TYPE for a
+    // wrong token, STATUS_UNKNOWN_TRANSACTION for a code outside the methods that means nothing to
+    // objects.
+    binder_status_t transact(transaction_code_t code, const AParcel& in, AParcel* out);
+
+    binder_status_t dump(int fd, const char** args, uint32_t numArgs);
+
+    // Queues a one-way call for the thread pool, which gets the calls of one object in order and
+    // one at a time. The work must call onewayDone() at its end.
+    void postOneway(std::unique_ptr<Work> call);
+    void onewayDone();
+
+  private:
+    ~LocalBinder() override = default;
+    void onLastStrong() override;
+    bool isOfInterface(const std::string& descriptor) override;
+
+    const AIBinder_Class& mClazz;
+    void* const mUserData;
+
+    std::mutex mOnewayLock;
+    bool mOnewayRunning = false;
+    WorkQueue mOneway;
+};

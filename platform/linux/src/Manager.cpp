@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <android/binder_manager.h>
+
+#include "platform/linux/src/Binder.h"
+#include "platform/linux/src/CallOut.h"
+#include "platform/linux/src/Link.h"
+#include "utils/Log.h"
+
+binder_exception_t AServiceManager_addService(AIBinder* binder, const char* instance) {
+    if (binder == nullptr || instance == nullptr) return EX_ILLEGAL_ARGUMENT;
+    LocalBinder* const local = binder->asLocal();
+    if (local == nullptr) {
+        LUM_LOGE("binder: %s cannot be served with an object of another process", instance);
+        return EX_ILLEGAL_ARGUMENT;
+    }
+    return withoutThrowing([&] { return ServiceRegistry::instance().add(*local, instance); },
+                           EX_TRANSACTION_FAILED);
+}
+
+AIBinder* AServiceManager_checkService(const char* instance) {
+    if (instance == nullptr) return nullptr;
+    return withoutThrowing([&] { return ServiceRegistry::instance().find(instance).release(); },
+                           nullptr);
+}
+
+AIBinder* AServiceManager_getService(const char* instance) {
+    return AServiceManager_checkService(instance);
+}
+
+AIBinder* AServiceManager_waitForService(const char* instance) {
+    return AServiceManager_checkService(instance);
+}

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "platform/linux/src/Work.h"
+
+// The threads that carry out what other processes cause here: their calls, their deaths, the
+// references they give up. Every function may be called on any thread.
+class ThreadPool {
+  public:
+    // Never destroyed: its threads run until the process ends.
+    static ThreadPool& instance();
+
+    // Queues work. It runs when a thread is free, on a new one if none is and more are allowed;
+    // none is before start() or join().
+    void post(std::unique_ptr<Work> work);
+
+    // Makes the first thread and allows more. Later calls do nothing.
+    void start();
+    bool started() const;
+    // count: how many threads may be added beyond the first.
+    void setMaxExtraThreads(uint32_t count);
+    // Makes the calling thread one of the pool; never returns.
+    [[noreturn]] void join();
+
+  private:
+    static void* threadMain(void* pool);
+    [[noreturn]] void serve();
+    // Makes one more thread. Called with mLock held by `guard`, which is let go meanwhile.
+    void addThread(std::unique_lock<std::mutex>& guard);
+
+    mutable std::mutex mLock;
+    std::condition_variable mPosted;
+    WorkQueue mQueue;
+    uint32_t mQueued = 0;
+    // Threads without work, among them those about to start: a burst of work must not make more
+    // threads than it needs.
+    uint32_t mFree = 0;
+    uint32_t mThreads = 0;  // made here, not joined
+    uint32_t mMaxExtra = 15;
+    bool mStarted = false;
+};
