@@ -84,7 +84,7 @@ class LumEventHandler {
     void handleFront(std::unique_lock<std::mutex>& guard);
     void releaseDescriptor();
 
-    int mEventFd;
+    int mEventFd = -1;
     std::mutex mQueueLock;
     std::queue<T> mQueue;
     std::atomic<State> mState{State::kUnregistered};
@@ -93,9 +93,9 @@ class LumEventHandler {
 
 template <typename T>
 LumEventHandler<T>::LumEventHandler(EventManager& em, LumTimer& timer, std::string name)
-    : mTimer(timer),
-      mEventManager(em),
-      mEventFd(eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK | EFD_CLOEXEC)) {
+    : mTimer(timer), mEventManager(em) {
+    // Not before the members are made: the queue's need memory, and nobody would close it.
+    mEventFd = eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK | EFD_CLOEXEC);
     LUM_LOGD("LumEventHandler ctor");
     try {
         if (em.addEventHandler(mEventFd, cb, this, nullptr, EPOLLIN)) mState = State::kRegistered;

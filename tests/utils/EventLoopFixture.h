@@ -90,6 +90,9 @@ class EventLoopTest : public testing::Test {
         int fd;
     };
 
+    // Before the members go: replacements may refer to what a test's body had.
+    void TearDown() override { gSystemCalls = {}; }
+
     void make() {
         manager.reset();
         gSystemCalls.epollCreate = [this](int size) {
@@ -142,7 +145,6 @@ class EventLoopTest : public testing::Test {
         gSystemCalls.epollWait = nullptr;
     }
 
-    RestoreSystemCalls restore;
     LogCapture log;
     std::unique_ptr<lum::utils::EventManager> manager;
     int epollFd = -1;

@@ -17,6 +17,7 @@ SystemCalls gSystemCalls;
 
 namespace {
 
+thread_local std::function<void()>* tBeforeLock = nullptr;
 thread_local std::function<void()>* tBlocked = nullptr;
 thread_local long tAllocationsLeft = -1;
 
@@ -71,6 +72,11 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now) {
 }
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+    if (tBeforeLock != nullptr) {
+        std::function<void()>* const action = std::exchange(tBeforeLock, nullptr);
+        (*action)();
+        tBeforeLock = action;
+    }
     if (tBlocked != nullptr) {
         const int result = pthread_mutex_trylock(mutex);
         if (result != EBUSY) return result;
@@ -136,6 +142,14 @@ RunUntilBlocked::~RunUntilBlocked() {
 
 bool RunUntilBlocked::blocked() const {
     return mState->wasBlocked;
+}
+
+BeforeEachLock::BeforeEachLock(std::function<void()> action) : mAction(std::move(action)) {
+    tBeforeLock = &mAction;
+}
+
+BeforeEachLock::~BeforeEachLock() {
+    tBeforeLock = nullptr;
 }
 
 AllocationLimit::AllocationLimit(long count) {

@@ -58,6 +58,19 @@ class RunUntilBlocked {
     State* mState;
 };
 
+// While it lives, calls an action before each mutex that the calling thread locks, but not for
+// those that the action itself locks.
+class BeforeEachLock {
+  public:
+    explicit BeforeEachLock(std::function<void()> action);
+    ~BeforeEachLock();
+    BeforeEachLock(const BeforeEachLock&) = delete;
+    BeforeEachLock& operator=(const BeforeEachLock&) = delete;
+
+  private:
+    std::function<void()> mAction;
+};
+
 // While it lives, the calling thread gets `count` allocations from operator new; the next ones
 // throw std::bad_alloc.
 class AllocationLimit {
