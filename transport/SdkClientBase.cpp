@@ -109,10 +109,12 @@ void SdkClientBase::runLoop() {
 void SdkClientBase::handleEvent(std::shared_ptr<SdkClientEvent> event) {
     if (!mRunning || !event) return;
     const LumSdkClientType type = event->mType;
-    if (isKnown(type)) {
+    {
+        // Every type, as the event may have been made for another than the one taken up with it.
         const std::lock_guard<std::mutex> lock(mStateLock);
-        auto& first = mFirstEvents[indexOf(type)];
-        if (first == event) first.reset();
+        for (auto& first : mFirstEvents) {
+            if (first == event) first.reset();
+        }
     }
 
     if (event->mKind == SdkClientEvent::kDeliver) {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-// Stands in for the platform log in a test program: LogCapture.cpp defines __android_log_print itself,
-// which goes before liblog's also for calls made inside shared libraries.
+// Stands in for the platform log in a test program: LogCapture.cpp defines __android_log_print
+// itself, which goes before liblog's also for calls made inside shared libraries.
 
 struct LogLine {
     int priority;      // as in android/log.h: 3 debug, 5 warning, 6 error
@@ -23,9 +23,15 @@ struct LogLine {
 // For GoogleTest's failure messages.
 void PrintTo(const LogLine& line, std::ostream* out);
 
-inline LogLine logD(std::string text) { return {3, true, std::move(text)}; }
-inline LogLine logW(std::string text) { return {5, true, std::move(text)}; }
-inline LogLine logE(std::string text) { return {6, true, std::move(text)}; }
+inline LogLine logD(std::string text) {
+    return {3, true, std::move(text)};
+}
+inline LogLine logW(std::string text) {
+    return {5, true, std::move(text)};
+}
+inline LogLine logE(std::string text) {
+    return {6, true, std::move(text)};
+}
 
 // Records every line logged in this process, by any thread, while it lives. One at a time.
 class LogCapture {

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <aidl/vendor/orn/data/lumservice/BnLumService.h>
+#include <android/binder_ibinder.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+// The platform as SdkClient sees it, under a test's control. FakeBinder.cpp defines
+// AServiceManager_waitForService, ABinderProcess_startThreadPool, AIBinder_linkToDeath,
+// AIBinder_unlinkToDeath and usleep in the test program, where they go before the real ones.
+
+// A data service in this process.
+class FakeService : public aidl::vendor::orn::data::lumservice::BnLumService {
+  public:
+    struct Message {
+        int32_t type;
+        std::vector<uint8_t> blob;
+    };
+
+    ndk::ScopedAStatus registerBlobCallback(
+        const std::shared_ptr<aidl::vendor::orn::data::lumservice::ILumServiceCallback>& callback)
+        override;
+    ndk::ScopedAStatus sendBlob(aidl::vendor::orn::data::lumservice::LumSdkType type,
+                                const std::vector<uint8_t>& blob) override;
+
+    std::shared_ptr<aidl::vendor::orn::data::lumservice::ILumServiceCallback> callback() const;
+    void dropCallback();
+    std::vector<Message> messages() const;
+    std::vector<std::vector<uint8_t>> blobs() const;
+
+    // Set before the service is used.
+    bool mRefuseCallback = false;
+    bool mRefuseBlobs = false;
+    std::function<void(const Message&)> mOnBlob;  // runs before the message is recorded
+
+  private:
+    mutable std::mutex mLock;
+    std::shared_ptr<aidl::vendor::orn::data::lumservice::ILumServiceCallback> mCallback;
+    std::vector<Message> mMessages;
+};
+
+// One per test; the functions above act on the one that lives.
+class FakeBinder {
+  public:
+    struct Link {
+        AIBinder* binder;
+        AIBinder_DeathRecipient* recipient;
+        void* cookie;
+    };
+
+    FakeBinder();
+    ~FakeBinder();
+    FakeBinder(const FakeBinder&) = delete;
+    FakeBinder& operator=(const FakeBinder&) = delete;
+
+    // What the next look-ups find; null for nobody.
+    void serve(const std::shared_ptr<ndk::ICInterface>& service);
+    // The next `count` links are refused as if the service had just died.
+    void refuseLinks(int count);
+    // Runs inside each usleep(), which does not sleep.
+    void onSleep(std::function<void()> hook);
+
+    std::vector<std::string> lookups() const;
+    std::vector<unsigned> sleeps() const;  // microseconds
+    std::vector<Link> links() const;
+    std::vector<Link> unlinks() const;
+    int poolStarts() const;
+
+  private:
+    friend struct FakeBinderCalls;
+
+    mutable std::mutex mLock;
+    ndk::SpAIBinder mService;
+    int mRefusedLinks = 0;
+    std::function<void()> mOnSleep;
+    std::vector<std::string> mLookups;
+    std::vector<unsigned> mSleeps;
+    std::vector<Link> mLinks;
+    std::vector<Link> mUnlinks;
+    int mPoolStarts = 0;
+};
