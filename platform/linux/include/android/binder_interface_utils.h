@@ -48,6 +48,7 @@ class SharedRefBase {
     template <class T, class... Args>
     static std::shared_ptr<T> make(Args&&... args) {
         T* t = new T(std::forward<Args>(args)...);
+        // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the first ref() makes the owner
         return t->template ref<T>();
     }
 
