@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/emulator/ProcessStats.h"
+
+#include <dirent.h>
+
+#include <memory>
+#include <system_error>
+
+namespace {
+
+struct CloseFolder {
+    void operator()(DIR* folder) const { closedir(folder); }
+};
+
+// Entries of a folder, "." and ".." left out.
+size_t entriesOf(const char* path) {
+    const std::unique_ptr<DIR, CloseFolder> folder(opendir(path));
+    if (!folder) throw std::system_error(errno, std::generic_category(), path);
+    size_t entries = 0;
+    while (const dirent* const entry = readdir(folder.get())) {
+        if (entry->d_name[0] != '.') ++entries;
+    }
+    return entries;
+}
+
+}  // namespace
+
+size_t openDescriptors() {
+    // One of them is the folder being read.
+    return entriesOf("/proc/self/fd") - 1;
+}
+
+size_t runningThreads() {
+    return entriesOf("/proc/self/task");
+}
