@@ -1,0 +1,356 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/platform/Eventually.h"
+#include "tests/platform/PeerInterface.h"
+#include "tests/platform/PeerProcess.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+constexpr char kName[] = "lum.test.peer";
+
+// What the recipients of a test were told, in order.
+class Events {
+  public:
+    void add(const std::string& event) {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mEvents.push_back(event);
+        mThread = std::this_thread::get_id();
+    }
+    std::vector<std::string> all() const {
+        const std::lock_guard<std::mutex> guard(mLock);
+        return mEvents;
+    }
+    bool waitFor(size_t count) const {
+        return eventually([&] { return all().size() >= count; });
+    }
+    std::thread::id thread() const {
+        const std::lock_guard<std::mutex> guard(mLock);
+        return mThread;
+    }
+
+  private:
+    mutable std::mutex mLock;
+    std::vector<std::string> mEvents;
+    std::thread::id mThread;
+};
+
+// A cookie: what to do, and where to note it.
+struct Cookie {
+    Events* events;
+    std::string name;
+    std::function<void()> atDeath;
+};
+
+void onDied(void* cookie) {
+    const auto* const told = static_cast<Cookie*>(cookie);
+    told->events->add(told->name + " died");
+    if (told->atDeath != nullptr) told->atDeath();
+}
+
+void onUnlinked(void* cookie) {
+    const auto* const told = static_cast<Cookie*>(cookie);
+    told->events->add(told->name + " unlinked");
+}
+
+using Recipient = ndk::ScopedAIBinder_DeathRecipient;
+using Log = std::vector<std::string>;
+
+class DeathTest : public testing::Test {
+  protected:
+    DeathTest() {
+        AIBinder_DeathRecipient_setOnUnlinked(mRecipient.get(), onUnlinked);
+        ABinderProcess_startThreadPool();
+    }
+
+    binder_status_t link(Cookie* cookie) {
+        return AIBinder_linkToDeath(mService.get(), mRecipient.get(), cookie);
+    }
+    binder_status_t unlink(Cookie* cookie) {
+        return AIBinder_unlinkToDeath(mService.get(), mRecipient.get(), cookie);
+    }
+
+    const SocketFolder mFolder;
+    PeerProcess mPeer{kName};
+    ndk::SpAIBinder mService{AServiceManager_waitForService(kName)};
+    Recipient mRecipient{AIBinder_DeathRecipient_new(onDied)};
+    Events mEvents;
+    Cookie mFirst{&mEvents, "first", nullptr};
+    Cookie mSecond{&mEvents, "second", nullptr};
+};
+
+TEST_F(DeathTest, RecipientIsCalledOnceOnAThreadOfThePool) {
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(2));
+    EXPECT_EQ(mEvents.all(), (Log{"first died", "first unlinked"}));
+    EXPECT_NE(mEvents.thread(), std::this_thread::get_id());
+    EXPECT_FALSE(AIBinder_isAlive(mService.get()));
+    // Nothing is left to be called again.
+    EXPECT_EQ(unlink(&mFirst), STATUS_NAME_NOT_FOUND);
+    mService = nullptr;
+    EXPECT_EQ(mEvents.all().size(), 2U);
+}
+
+TEST_F(DeathTest, DeathDuringCallsEndsThemAndIsToldOnce) {
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([this] { EXPECT_EQ(callPeer(mService, kHold), STATUS_DEAD_OBJECT); });
+    }
+    EXPECT_TRUE(eventually([&] {
+        int32_t holding = -1;
+        callPeer(mService, kHolding, nullptr, readInt(&holding));
+        return holding == 4;
+    }));
+    mPeer.kill();
+    for (std::thread& thread : threads) thread.join();
+    ASSERT_TRUE(mEvents.waitFor(2));
+    EXPECT_EQ(mEvents.all(), (Log{"first died", "first unlinked"}));
+}
+
+TEST_F(DeathTest, EveryProxyOfTheDeadProcessIsTold) {
+    ndk::SpAIBinder object;
+    ASSERT_EQ(callPeer(mService, kMakeObject, nullptr, readBinder(&object)), STATUS_OK);
+    AIBinder_DeathRecipient_setOnUnlinked(mRecipient.get(), nullptr);
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(object.get(), mRecipient.get(), &mSecond), STATUS_OK);
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(2));
+    Log events = mEvents.all();
+    std::sort(events.begin(), events.end());
+    EXPECT_EQ(events, (Log{"first died", "second died"}));
+    EXPECT_FALSE(AIBinder_isAlive(object.get()));
+}
+
+TEST_F(DeathTest, LinkingToTheDeadSaysSo) {
+    mPeer.kill();
+    EXPECT_EQ(link(&mFirst), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(unlink(&mFirst), STATUS_NAME_NOT_FOUND);
+    mRecipient.set(nullptr);
+    EXPECT_EQ(mEvents.all(), Log{});
+}
+
+TEST_F(DeathTest, LinkingASecondTimeToTheDeadSaysSo) {
+    // Before the pool comes to tell of the death, so that the first link is still there.
+    Counter held;
+    Counter letGo;
+    mFirst.atDeath = [&] {
+        held.add();
+        letGo.waitFor(1);
+    };
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    ASSERT_EQ(link(&mSecond), STATUS_OK);
+    mPeer.kill();
+    ASSERT_TRUE(held.waitFor(1));
+    Cookie third{&mEvents, "third", nullptr};
+    EXPECT_EQ(link(&third), STATUS_DEAD_OBJECT);
+    letGo.add();
+    ASSERT_TRUE(mEvents.waitFor(4));
+    EXPECT_EQ(mEvents.all(),
+              (Log{"first died", "first unlinked", "second died", "second unlinked"}));
+}
+
+TEST_F(DeathTest, LocalObjectCannotBeLinkedTo) {
+    const ndk::SpAIBinder object = makePeerObject(nullptr);
+    EXPECT_EQ(AIBinder_linkToDeath(object.get(), mRecipient.get(), &mFirst),
+              STATUS_INVALID_OPERATION);
+    EXPECT_EQ(AIBinder_unlinkToDeath(object.get(), mRecipient.get(), &mFirst),
+              STATUS_NAME_NOT_FOUND);
+    EXPECT_TRUE(AIBinder_isAlive(object.get()));
+}
+
+TEST_F(DeathTest, NullIsRefused) {
+    EXPECT_EQ(AIBinder_linkToDeath(nullptr, mRecipient.get(), &mFirst), STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(AIBinder_linkToDeath(mService.get(), nullptr, &mFirst), STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(AIBinder_unlinkToDeath(nullptr, mRecipient.get(), &mFirst), STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(AIBinder_unlinkToDeath(mService.get(), nullptr, &mFirst), STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(AIBinder_DeathRecipient_new(nullptr), nullptr);
+    AIBinder_DeathRecipient_delete(nullptr);
+}
+
+TEST_F(DeathTest, UnlinkedRecipientIsNotCalled) {
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    ASSERT_EQ(link(&mSecond), STATUS_OK);
+    EXPECT_EQ(unlink(&mFirst), STATUS_OK);
+    EXPECT_EQ(mEvents.all(), Log{"first unlinked"});
+    mPeer.kill();
+    // Linked later, it would be called later.
+    ASSERT_TRUE(mEvents.waitFor(3));
+    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "second died", "second unlinked"}));
+}
+
+TEST_F(DeathTest, UnlinkingWithAnotherCookieChangesNothing) {
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    EXPECT_EQ(unlink(&mSecond), STATUS_NAME_NOT_FOUND);
+    const Recipient other(AIBinder_DeathRecipient_new(onDied));
+    EXPECT_EQ(AIBinder_unlinkToDeath(mService.get(), other.get(), &mFirst), STATUS_NAME_NOT_FOUND);
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(2));
+    EXPECT_EQ(mEvents.all(), (Log{"first died", "first unlinked"}));
+}
+
+TEST_F(DeathTest, LinkMadeTwiceIsCalledTwiceAndUnlinkedOneByOne) {
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    EXPECT_EQ(unlink(&mFirst), STATUS_OK);
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(5));
+    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "first died", "first unlinked", "first died",
+                                  "first unlinked"}));
+}
+
+TEST_F(DeathTest, LinkAgainAfterUnlinkingTheOnlyOne) {
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    EXPECT_EQ(unlink(&mFirst), STATUS_OK);
+    EXPECT_EQ(unlink(&mFirst), STATUS_NAME_NOT_FOUND);
+    ASSERT_EQ(link(&mSecond), STATUS_OK);
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(3));
+    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "second died", "second unlinked"}));
+}
+
+TEST_F(DeathTest, UnlinkingFromInsideTheCallback) {
+    binder_status_t own = STATUS_OK;
+    binder_status_t others = STATUS_OK;
+    mFirst.atDeath = [&] {
+        own = unlink(&mFirst);
+        others = unlink(&mSecond);
+    };
+    Cookie third{&mEvents, "third", nullptr};
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    ASSERT_EQ(link(&mSecond), STATUS_OK);
+    ASSERT_EQ(link(&third), STATUS_OK);
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(5));
+    EXPECT_EQ(mEvents.all(), (Log{"first died", "second unlinked", "first unlinked", "third died",
+                                  "third unlinked"}));
+    EXPECT_EQ(own, STATUS_NAME_NOT_FOUND);
+    EXPECT_EQ(others, STATUS_OK);
+}
+
+TEST_F(DeathTest, DeletingTheRecipientFromInsideTheCallback) {
+    mFirst.atDeath = [&] { mRecipient.set(nullptr); };
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    ASSERT_EQ(link(&mSecond), STATUS_OK);
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(3));
+    EXPECT_EQ(mEvents.all(), (Log{"first died", "second unlinked", "first unlinked"}));
+}
+
+TEST_F(DeathTest, LettingGoOfTheProxyFromInsideTheCallback) {
+    mFirst.atDeath = [&] { mService = nullptr; };
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(2));
+    EXPECT_EQ(mEvents.all(), (Log{"first died", "first unlinked"}));
+}
+
+TEST_F(DeathTest, CallingTheDeadFromInsideTheCallback) {
+    binder_status_t status = STATUS_OK;
+    mFirst.atDeath = [&] { status = AIBinder_ping(mService.get()); };
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(2));
+    EXPECT_EQ(status, STATUS_DEAD_OBJECT);
+}
+
+TEST_F(DeathTest, DeletingTheRecipientTakesItsLinksBack) {
+    Recipient other(AIBinder_DeathRecipient_new(onDied));
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(mService.get(), other.get(), &mSecond), STATUS_OK);
+    mRecipient.set(nullptr);
+    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "first unlinked"}));
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(3));
+    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "first unlinked", "second died"}));
+}
+
+TEST_F(DeathTest, ProxyThatEndsTakesItsLinksBack) {
+    ndk::SpAIBinder object;
+    ASSERT_EQ(callPeer(mService, kMakeObject, nullptr, readBinder(&object)), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(object.get(), mRecipient.get(), &mFirst), STATUS_OK);
+    object = nullptr;
+    EXPECT_EQ(mEvents.all(), Log{"first unlinked"});
+    ASSERT_EQ(link(&mSecond), STATUS_OK);
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(3));
+    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "second died", "second unlinked"}));
+}
+
+TEST_F(DeathTest, ThrowingRecipientIsSurvived) {
+    LogCapture log;
+    mFirst.atDeath = [] { throw std::runtime_error("thrown on purpose"); };
+    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    ASSERT_EQ(link(&mSecond), STATUS_OK);
+    mPeer.kill();
+    ASSERT_TRUE(mEvents.waitFor(4));
+    EXPECT_EQ(mEvents.all(),
+              (Log{"first died", "first unlinked", "second died", "second unlinked"}));
+    EXPECT_TRUE(log.has(logE("binder: onBinderDied threw: thrown on purpose")));
+}
+
+TEST_F(DeathTest, LinkingAndUnlinkingWhileTheProcessDies) {
+    // Whatever the order, each link is either refused, or taken back, or told, and told once.
+    for (int round = 0; round < 20; ++round) {
+        const std::string name = "lum.test.round" + std::to_string(round);
+        PeerProcess peer(name);
+        const ndk::SpAIBinder service(AServiceManager_checkService(name.c_str()));
+        ASSERT_NE(service.get(), nullptr);
+        struct Told {
+            Counter died;
+            Counter unlinked;
+        } told;
+        Recipient recipient(AIBinder_DeathRecipient_new(
+            [](void* cookie) { static_cast<Told*>(cookie)->died.add(); }));
+        AIBinder_DeathRecipient_setOnUnlinked(
+            recipient.get(), [](void* cookie) { static_cast<Told*>(cookie)->unlinked.add(); });
+        int linked = 0;
+        int unlinked = 0;
+        std::thread killer([&] { peer.kill(); });
+        while (AIBinder_linkToDeath(service.get(), recipient.get(), &told) == STATUS_OK) {
+            ++linked;
+            if (linked % 2 != 0 &&
+                AIBinder_unlinkToDeath(service.get(), recipient.get(), &told) == STATUS_OK) {
+                ++unlinked;
+            }
+        }
+        killer.join();
+        EXPECT_TRUE(told.unlinked.waitFor(linked));
+        EXPECT_EQ(told.died.value(), linked - unlinked);
+        EXPECT_EQ(told.unlinked.value(), linked);
+    }
+}
+
+class DeathWithoutPoolTest : public testing::Test {};
+
+TEST_F(DeathWithoutPoolTest, RecipientWaitsForThePool) {
+    const SocketFolder folder;
+    PeerProcess peer(kName);
+    const ndk::SpAIBinder service(AServiceManager_checkService(kName));
+    Events events;
+    Cookie cookie{&events, "first", nullptr};
+    const Recipient recipient(AIBinder_DeathRecipient_new(onDied));
+    ASSERT_EQ(AIBinder_linkToDeath(service.get(), recipient.get(), &cookie), STATUS_OK);
+    peer.kill();
+    // Once a call has been ended by the death, the recipient could have been called.
+    EXPECT_EQ(AIBinder_ping(service.get()), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(events.all(), Log{});
+    ABinderProcess_startThreadPool();
+    ASSERT_TRUE(events.waitFor(1));
+    EXPECT_EQ(events.all(), Log{"first died"});
+}
+
+}  // namespace
