@@ -327,7 +327,7 @@ TEST_F(CallsTest, ExceptionInTheCalledFunctionBecomesAnError) {
 }
 
 TEST_F(CallsTest, ClassOfAnotherInterfaceIsRefused) {
-    AIBinder_Class* const other = AIBinder_Class_define(
+    static AIBinder_Class* const other = AIBinder_Class_define(
         "lum.test.IOther", [](void* args) { return args; }, [](void*) {},
         [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
             return STATUS_OK;

@@ -46,9 +46,11 @@ void ServiceListener::onReady(uint32_t) {
 // Turns the first client away, for want of a descriptor to serve it with: the spare one is given up
 // to accept it, which is the only way to tell it. Returns whether there was one to give up.
 bool ServiceListener::refuseOne() {
-    if (!mSpare.valid()) mSpare.reset(fcntl(mSocket.get(), F_DUPFD_CLOEXEC, 0));
-    if (!mSpare.valid()) return false;
+    const bool had = mSpare.valid();
     mSpare.reset();
-    const UniqueFd client(accept4(mSocket.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    return client.valid();
+    if (had) {
+        UniqueFd(accept4(mSocket.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC)).reset();
+    }
+    mSpare.reset(fcntl(mSocket.get(), F_DUPFD_CLOEXEC, 0));
+    return had;
 }

@@ -1,0 +1,373 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/platform/Eventually.h"
+#include "tests/platform/PeerInterface.h"
+#include "tests/platform/PeerProcess.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+constexpr char kName[] = "lum.test.peer";
+
+ndk::SpAIBinder find(const std::string& name) {
+    return ndk::SpAIBinder(AServiceManager_waitForService(name.c_str()));
+}
+
+size_t openDescriptors() {
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    // One of them is the one it is read through.
+    return static_cast<size_t>(std::distance(begin(entries), end(entries))) - 1;
+}
+
+// Lets this process have no more descriptors than `number` beyond those it has, while it lives.
+class FewDescriptors {
+  public:
+    explicit FewDescriptors(size_t number) {
+        getrlimit(RLIMIT_NOFILE, &mBefore);
+        // What is free below the highest one in use would still be given out.
+        int fd = -1;
+        while ((fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0 && fd < kTop)
+            mFill.push_back(fd);
+        if (fd >= 0) close(fd);
+        rlimit few = mBefore;
+        few.rlim_cur = static_cast<rlim_t>(kTop);
+        setrlimit(RLIMIT_NOFILE, &few);
+        for (size_t i = 0; i < number; ++i) {
+            close(mFill.back());
+            mFill.pop_back();
+        }
+    }
+    ~FewDescriptors() {
+        setrlimit(RLIMIT_NOFILE, &mBefore);
+        for (const int fd : mFill) close(fd);
+    }
+    FewDescriptors(const FewDescriptors&) = delete;
+    FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+  private:
+    static constexpr int kTop = 60;
+    rlimit mBefore{};
+    std::vector<int> mFill;
+};
+
+class RegistryTest : public testing::Test {
+  protected:
+    const SocketFolder mFolder;
+    const ndk::SpAIBinder mObject = makePeerObject(
+        [](transaction_code_t, const AParcel*, AParcel*) -> binder_status_t { return STATUS_OK; });
+};
+
+TEST_F(RegistryTest, NameThatNobodyServesIsNullAtOnce) {
+    LogCapture log;
+    EXPECT_EQ(find(kName).get(), nullptr);
+    EXPECT_EQ(AServiceManager_checkService(kName), nullptr);
+    EXPECT_EQ(AServiceManager_getService(kName), nullptr);
+    EXPECT_EQ(AServiceManager_checkService(nullptr), nullptr);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(RegistryTest, FolderThatDoesNotExistServesNothing) {
+    setenv("LUM_BINDER_DIR", (mFolder.path() + "/none").c_str(), 1);
+    LogCapture log;
+    EXPECT_EQ(find(kName).get(), nullptr);
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_FALSE(std::filesystem::exists(mFolder.path() + "/none"));
+}
+
+TEST_F(RegistryTest, OwnServiceIsFoundAsTheObjectItself) {
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+    EXPECT_EQ(find(kName), mObject);
+    EXPECT_EQ(AIBinder_debugGetRefCount(mObject.get()), 2);
+}
+
+TEST_F(RegistryTest, NewObjectOfTheSameProcessReplacesTheOld) {
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+    const ndk::SpAIBinder other = makePeerObject(nullptr);
+    EXPECT_EQ(AServiceManager_addService(other.get(), kName), EX_NONE);
+    EXPECT_EQ(find(kName), other);
+    EXPECT_EQ(AIBinder_debugGetRefCount(mObject.get()), 1);
+}
+
+TEST_F(RegistryTest, NullAndEmptyAreRefused) {
+    EXPECT_EQ(AServiceManager_addService(nullptr, kName), EX_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), nullptr), EX_ILLEGAL_ARGUMENT);
+    LogCapture log;
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), ""), EX_ILLEGAL_ARGUMENT);
+    EXPECT_TRUE(log.has(logE("binder: a service needs a name")));
+}
+
+TEST_F(RegistryTest, ObjectOfAnotherProcessCannotBeServed) {
+    const PeerProcess peer(kName);
+    const ndk::SpAIBinder remote = find(kName);
+    LogCapture log;
+    EXPECT_EQ(AServiceManager_addService(remote.get(), "lum.test.own"), EX_ILLEGAL_ARGUMENT);
+    EXPECT_TRUE(
+        log.has(logE("binder: lum.test.own cannot be served with an object of another process")));
+}
+
+TEST_F(RegistryTest, NamesAreKeptApartAndInsideTheFolder) {
+    const std::vector<std::string> names = {
+        "a",  "A",      "a/b",      "a%2fb",         "../a",        ".",
+        "..", "a.lock", "a.socket", "a.lock.socket", "\xc3\xa9 \n",
+    };
+    std::vector<ndk::SpAIBinder> objects;
+    for (const std::string& name : names) {
+        objects.push_back(makePeerObject(nullptr));
+        EXPECT_EQ(AServiceManager_addService(objects.back().get(), name.c_str()), EX_NONE) << name;
+    }
+    for (size_t i = 0; i < names.size(); ++i) EXPECT_EQ(find(names[i]), objects[i]) << names[i];
+    EXPECT_TRUE(std::filesystem::exists(mFolder.path() + "/a%2fb.socket"));
+    EXPECT_TRUE(std::filesystem::exists(mFolder.path() + "/a%252fb.socket"));
+    EXPECT_TRUE(std::filesystem::exists(mFolder.path() + "/..%2fa.lock"));
+    EXPECT_TRUE(std::filesystem::exists(mFolder.path() + "/%c3%a9%20%0a.socket"));
+    const std::filesystem::directory_iterator files(mFolder.path());
+    EXPECT_EQ(std::distance(begin(files), end(files)),
+              static_cast<std::ptrdiff_t>(2 * names.size()));
+}
+
+TEST_F(RegistryTest, NameTooLongForASocketIsRefused) {
+    // The longest that fits: 107 bytes with the folder, the slash and ".socket".
+    const size_t longest = 107 - mFolder.path().size() - 1 - 7;
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), std::string(longest, 'x').c_str()),
+              EX_NONE);
+    LogCapture log;
+    const std::string name(longest + 1, 'x');
+    const LogLine line =
+        logE("binder: a socket's path may have 107 bytes at most, not 108: " + mFolder.path() +
+             "/" + name + ".socket");
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), name.c_str()), EX_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(log.count(line), 1U);
+    EXPECT_EQ(find(name).get(), nullptr);
+    EXPECT_EQ(log.count(line), 2U);
+}
+
+TEST_F(RegistryTest, FolderIsMadeForItsUserAlone) {
+    const std::string folder = mFolder.path() + "/made";
+    setenv("LUM_BINDER_DIR", folder.c_str(), 1);
+    umask(0);
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+    struct stat about {};
+    ASSERT_EQ(stat(folder.c_str(), &about), 0);
+    EXPECT_EQ(about.st_mode & 07777U, 0700U);
+}
+
+TEST_F(RegistryTest, FolderOfTheRunningSessionIsUsedWithoutOne) {
+    unsetenv("LUM_BINDER_DIR");
+    setenv("XDG_RUNTIME_DIR", mFolder.path().c_str(), 1);
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+    EXPECT_TRUE(std::filesystem::exists(mFolder.path() + "/lum-binder/lum.test.peer.socket"));
+}
+
+TEST_F(RegistryTest, FolderOpenToOthersIsRefused) {
+    ASSERT_EQ(chmod(mFolder.path().c_str(), 0710), 0);
+    LogCapture log;
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
+    EXPECT_EQ(find(kName).get(), nullptr);
+    EXPECT_EQ(log.count(logE("binder: the socket folder " + mFolder.path() +
+                             " is open to others (mode 710)")),
+              2U);
+}
+
+TEST_F(RegistryTest, FolderOfAnotherUserIsRefused) {
+    const uid_t other = geteuid() + 1;
+    if (chown(mFolder.path().c_str(), other, static_cast<gid_t>(-1)) != 0) {
+        GTEST_SKIP() << "only root can give a folder away";
+    }
+    LogCapture log;
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
+    EXPECT_TRUE(log.has(logE(format("binder: the socket folder %s belongs to user %u, not to %u",
+                                    mFolder.path().c_str(), other, geteuid()))));
+}
+
+TEST_F(RegistryTest, FolderThatIsNoneIsRefused) {
+    const std::string file = mFolder.path() + "/file";
+    std::ofstream(file) << "no folder";
+    setenv("LUM_BINDER_DIR", file.c_str(), 1);
+    LogCapture log;
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
+    EXPECT_TRUE(log.has(logE("binder: the socket folder " + file + " is not a folder")));
+
+    // A link to a safe folder could be turned elsewhere by whoever made it.
+    const std::string link = mFolder.path() + "/link";
+    ASSERT_EQ(symlink(mFolder.path().c_str(), link.c_str()), 0);
+    setenv("LUM_BINDER_DIR", link.c_str(), 1);
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
+    EXPECT_TRUE(log.has(logE("binder: the socket folder " + link + " is not a folder")));
+}
+
+TEST_F(RegistryTest, SecondTakerIsRefused) {
+    const PeerProcess first(kName);
+    EXPECT_EQ(first.said(), "ready");
+    const PeerProcess second(kName);
+    EXPECT_EQ(second.said(), "refused");
+    LogCapture log;
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_ILLEGAL_STATE);
+    EXPECT_TRUE(log.has(logE("binder: another process serves lum.test.peer")));
+    // The first is still served.
+    EXPECT_EQ(AIBinder_ping(find(kName).get()), STATUS_OK);
+}
+
+TEST_F(RegistryTest, NameIsFreedByDeathAndTakenAgain) {
+    for (int round = 0; round < 20; ++round) {
+        PeerProcess peer(kName);
+        ASSERT_EQ(peer.said(), "ready");
+        const ndk::SpAIBinder service = find(kName);
+        ASSERT_NE(service.get(), nullptr);
+        EXPECT_EQ(AIBinder_ping(service.get()), STATUS_OK);
+        EXPECT_EQ(find(kName), service);
+        peer.kill();
+        EXPECT_EQ(find(kName).get(), nullptr);
+    }
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+}
+
+TEST_F(RegistryTest, ConnectionIsKeptAndUsedAgain) {
+    const PeerProcess peer(kName);
+    ndk::SpAIBinder service = find(kName);
+    const size_t descriptors = openDescriptors();
+    service = nullptr;
+    service = find(kName);
+    EXPECT_EQ(AIBinder_ping(service.get()), STATUS_OK);
+    EXPECT_EQ(openDescriptors(), descriptors);
+}
+
+TEST_F(RegistryTest, ManyConnectionsLeaveNoDescriptors) {
+    size_t after = 0;
+    for (int round = 0; round < 60; ++round) {
+        PeerProcess peer(kName);
+        const ndk::SpAIBinder service = find(kName);
+        EXPECT_EQ(AIBinder_ping(service.get()), STATUS_OK);
+        peer.kill();
+        if (round == 9) {
+            after = openDescriptors();
+        } else if (round > 9) {
+            // The I/O thread closes the connection when it comes to hear of the death.
+            EXPECT_TRUE(eventually([&] { return openDescriptors() <= after; }));
+        }
+    }
+}
+
+TEST_F(RegistryTest, ManyClientsLeaveNoDescriptorsInTheService) {
+    const ndk::SpAIBinder object =
+        makePeerObject([](transaction_code_t, const AParcel*, AParcel* out) -> binder_status_t {
+            return AParcel_writeInt32(out, 0);
+        });
+    ASSERT_EQ(AServiceManager_addService(object.get(), "lum.test.own"), EX_NONE);
+    ABinderProcess_startThreadPool();
+    const size_t before = openDescriptors();
+    const std::string path = "lum.test.own";
+    for (int round = 0; round < 20; ++round) {
+        PeerProcess peer(kName);
+        int32_t steps = 0;
+        EXPECT_EQ(callPeer(
+                      find(kName), kRelay,
+                      [&](AParcel* in) {
+                          AParcel_writeString(in, path.c_str(), static_cast<int32_t>(path.size()));
+                      },
+                      readInt(&steps)),
+                  STATUS_OK);
+        EXPECT_EQ(steps, 1);
+        peer.kill();
+    }
+    EXPECT_TRUE(eventually([&] { return openDescriptors() == before; }));
+}
+
+TEST_F(RegistryTest, LookupWithoutDescriptorsIsNullAndLeaksNothing) {
+    const PeerProcess peer(kName);
+    ASSERT_EQ(peer.said(), "ready");
+    const size_t before = openDescriptors();
+    bool found = false;
+    for (size_t free = 0; free < 5 && !found; ++free) {
+        LogCapture log;
+        const FewDescriptors few(free);
+        const ndk::SpAIBinder service = find(kName);
+        found = service.get() != nullptr;
+        EXPECT_EQ(log.lines().empty(), found) << free;
+    }
+    ASSERT_TRUE(found);
+    // What stays: what the I/O thread waits with, and the connection.
+    EXPECT_EQ(openDescriptors(), before + 2);
+    EXPECT_EQ(AIBinder_ping(find(kName).get()), STATUS_OK);
+}
+
+TEST_F(RegistryTest, ServiceAddedWithoutDescriptorsIsRefusedAndLeaksNothing) {
+    const size_t before = openDescriptors();
+    bool added = false;
+    size_t needed = 0;
+    for (; needed < 8 && !added; ++needed) {
+        LogCapture log;
+        const FewDescriptors few(needed);
+        added = AServiceManager_addService(mObject.get(), kName) == EX_NONE;
+        EXPECT_EQ(log.lines().empty(), added) << needed;
+        EXPECT_EQ(find(kName) == mObject, added);
+    }
+    ASSERT_TRUE(added);
+    // What stays: what the I/O thread waits with, the name's lock, its socket, and the spare.
+    EXPECT_EQ(openDescriptors(), before + 4);
+}
+
+TEST_F(RegistryTest, ClientIsTurnedAwayWhileTheServiceHasNoDescriptors) {
+    const ndk::SpAIBinder object =
+        makePeerObject([](transaction_code_t, const AParcel*, AParcel* out) -> binder_status_t {
+            return AParcel_writeInt32(out, 0);
+        });
+    ASSERT_EQ(AServiceManager_addService(object.get(), "lum.test.own"), EX_NONE);
+    ABinderProcess_startThreadPool();
+    const PeerProcess peer(kName);
+    const ndk::SpAIBinder service = find(kName);
+    const std::string path = "lum.test.own";
+    const Fill fill = [&](AParcel* in) {
+        AParcel_writeString(in, path.c_str(), static_cast<int32_t>(path.size()));
+    };
+    int32_t steps = 0;
+    LogCapture log;
+    for (int round = 0; round < 3; ++round) {
+        const FewDescriptors few(0);
+        EXPECT_EQ(callPeer(service, kRelay, fill), STATUS_DEAD_OBJECT);
+    }
+    EXPECT_TRUE(
+        log.has(logE("binder: cannot accept a client of lum.test.own (Too many open files)")));
+    EXPECT_EQ(callPeer(service, kRelay, fill, readInt(&steps)), STATUS_OK);
+    EXPECT_EQ(steps, 1);
+}
+
+TEST_F(RegistryTest, DescriptorsAreClosedOnExec) {
+    const PeerProcess peer(kName);
+    const ndk::SpAIBinder service = find(kName);
+    ASSERT_EQ(AServiceManager_addService(mObject.get(), "lum.test.own"), EX_NONE);
+    ASSERT_EQ(AIBinder_ping(service.get()), STATUS_OK);
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        const std::string target = std::filesystem::read_symlink(entry.path(), gone).string();
+        if (target.find("socket:") != 0 && target.find("eventpoll") == std::string::npos &&
+            target.find(mFolder.path()) != 0) {
+            continue;
+        }
+        const int fd = std::stoi(entry.path().filename().string());
+        EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << target;
+    }
+}
+
+TEST_F(RegistryTest, ThreadsThatLookUpAtOnceShareOneConnection) {
+    const PeerProcess peer(kName);
+    std::vector<ndk::SpAIBinder> found(8);
+    std::vector<std::thread> threads;
+    for (ndk::SpAIBinder& service : found) threads.emplace_back([&] { service = find(kName); });
+    for (std::thread& thread : threads) thread.join();
+    for (const ndk::SpAIBinder& service : found) EXPECT_EQ(service, found.front());
+    EXPECT_NE(found.front().get(), nullptr);
+}
+
+}  // namespace
