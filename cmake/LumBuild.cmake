@@ -30,6 +30,14 @@ endif()
 add_library(lum_warnings INTERFACE)
 target_compile_options(lum_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror)
 
+# clang-tidy, run with each compilation of our own sources; generated ones switch it off.
+option(LUM_TIDY "Check with clang-tidy while compiling" OFF)
+if(LUM_TIDY)
+  find_program(LUM_CLANG_TIDY clang-tidy-14 REQUIRED)
+  set(CMAKE_CXX_CLANG_TIDY ${LUM_CLANG_TIDY} --quiet)
+  set(CMAKE_C_CLANG_TIDY ${LUM_CLANG_TIDY} --quiet)
+endif()
+
 # liblog lies beside the system's own folders on Debian: headers and library are found by hand.
 find_path(LIBLOG_INCLUDE_DIR android/log.h PATHS /usr/include/android REQUIRED)
 find_library(LIBLOG_LIBRARY log PATH_SUFFIXES android ${CMAKE_LIBRARY_ARCHITECTURE}/android REQUIRED)

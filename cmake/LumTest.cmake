@@ -2,11 +2,20 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+set(LUM_ONLY_LABEL "" CACHE STRING "Leave out the tests that do not have this label")
+
+# What a sanitizer finds ends the test, with the stacks that are needed to understand it.
+set(lum_test_environment "ASAN_OPTIONS=detect_stack_use_after_return=1:strict_init_order=1"
+                         "UBSAN_OPTIONS=print_stacktrace=1" "TSAN_OPTIONS=second_deadlock_stack=1")
+
 # lum_test(NAME SOURCES file... [LIBRARIES target...] [LABELS label...] [TIMEOUT seconds]
 #          [ARGUMENTS argument...]): one GoogleTest program; every case of it becomes a CTest test in a
 # process of its own, named <prefix><program>.<suite>.<case>.
 function(lum_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS;ARGUMENTS")
+  if(LUM_ONLY_LABEL AND NOT LUM_ONLY_LABEL IN_LIST arg_LABELS)
+    return()
+  endif()
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} lum_warnings GTest::gtest GTest::gtest_main)
@@ -18,5 +27,21 @@ function(lum_test name)
     TEST_PREFIX "${LUM_TEST_PREFIX}${name}."
     EXTRA_ARGS ${arg_ARGUMENTS}
     DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}" ENVIRONMENT "${lum_test_environment}")
+endfunction()
+
+# lum_program_test(NAME COMMAND word... [LABELS label...] [TIMEOUT seconds]): a test that is a
+# command, judged by its exit status.
+function(lum_program_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "COMMAND;LABELS")
+  if(LUM_ONLY_LABEL AND NOT LUM_ONLY_LABEL IN_LIST arg_LABELS)
+    return()
+  endif()
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  add_test(NAME ${LUM_TEST_PREFIX}${name} COMMAND ${arg_COMMAND})
+  set_tests_properties(
+    ${LUM_TEST_PREFIX}${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}"
+                                         ENVIRONMENT "${lum_test_environment}")
 endfunction()
