@@ -54,7 +54,8 @@ extern "C" __attribute__((visibility("default"))) int __android_log_print(int pr
 }
 
 void PrintTo(const LogLine& line, std::ostream* out) {
-    *out << "{" << line.priority << (line.nullTag ? "" : ", tagged") << ", \"" << line.text << "\"}";
+    *out << "{" << line.priority << (line.nullTag ? "" : ", tagged") << ", \"" << line.text
+         << "\"}";
 }
 
 LogCapture::LogCapture() {

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+// Points this process and its children at an empty socket folder of their own, removed at the end.
+// To be made before the first use of the binder runtime, and before other threads.
+class SocketFolder {
+  public:
+    SocketFolder();
+    ~SocketFolder();
+    SocketFolder(const SocketFolder&) = delete;
+    SocketFolder& operator=(const SocketFolder&) = delete;
+
+    const std::string& path() const { return mPath; }
+
+  private:
+    std::string mPath;
+};
