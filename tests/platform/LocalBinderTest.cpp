@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: Apache-2.0
+// Objects within one process, where no link is involved.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <stdexcept>
+#include <string>
+
+#include "tests/platform/PeerInterface.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+struct Data {
+    int created = 0;
+    int destroyed = 0;
+};
+
+AIBinder_Class* dataClass() {
+    static AIBinder_Class* const clazz = AIBinder_Class_define(
+        "lum.test.IData",
+        [](void* args) {
+            ++static_cast<Data*>(args)->created;
+            return args;
+        },
+        [](void* userData) { ++static_cast<Data*>(userData)->destroyed; },
+        [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
+            return STATUS_OK;
+        });
+    return clazz;
+}
+
+TEST(LocalBinderTest, UserDataLivesFromTheFirstReferenceToTheLast) {
+    Data data;
+    AIBinder* const binder = AIBinder_new(dataClass(), &data);
+    ASSERT_NE(binder, nullptr);
+    EXPECT_EQ(data.created, 1);
+    EXPECT_EQ(AIBinder_getUserData(binder), &data);
+    EXPECT_EQ(AIBinder_getClass(binder), dataClass());
+    EXPECT_EQ(AIBinder_debugGetRefCount(binder), 1);
+    EXPECT_FALSE(AIBinder_isRemote(binder));
+    EXPECT_TRUE(AIBinder_isAlive(binder));
+    EXPECT_EQ(AIBinder_ping(binder), STATUS_OK);
+    AIBinder_incStrong(binder);
+    EXPECT_EQ(AIBinder_debugGetRefCount(binder), 2);
+    AIBinder_decStrong(binder);
+    EXPECT_EQ(data.destroyed, 0);
+    AIBinder_decStrong(binder);
+    EXPECT_EQ(data.destroyed, 1);
+}
+
+TEST(LocalBinderTest, WeakReferenceGivesTheObjectWhileItLives) {
+    Data data;
+    AIBinder* const binder = AIBinder_new(dataClass(), &data);
+    AIBinder_Weak* const weak = AIBinder_Weak_new(binder);
+    EXPECT_EQ(AIBinder_Weak_promote(weak), binder);
+    EXPECT_EQ(AIBinder_debugGetRefCount(binder), 2);
+    AIBinder_decStrong(binder);
+    AIBinder_decStrong(binder);
+    EXPECT_EQ(data.destroyed, 1);
+    EXPECT_EQ(AIBinder_Weak_promote(weak), nullptr);
+    AIBinder_Weak_delete(weak);
+    EXPECT_EQ(data.destroyed, 1);
+}
+
+TEST(LocalBinderTest, NullIsTakenWhereItMayBe) {
+    AIBinder_incStrong(nullptr);
+    AIBinder_decStrong(nullptr);
+    EXPECT_EQ(AIBinder_debugGetRefCount(nullptr), -1);
+    EXPECT_EQ(AIBinder_Weak_new(nullptr), nullptr);
+    EXPECT_EQ(AIBinder_Weak_promote(nullptr), nullptr);
+    AIBinder_Weak_delete(nullptr);
+    EXPECT_FALSE(AIBinder_associateClass(nullptr, dataClass()));
+    EXPECT_EQ(AIBinder_ping(nullptr), STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(AIBinder_Class_define(nullptr, nullptr, nullptr, nullptr), nullptr);
+    LogCapture log;
+    EXPECT_EQ(AIBinder_new(nullptr, nullptr), nullptr);
+    EXPECT_TRUE(log.has(logE("binder: AIBinder_new without a class")));
+}
+
+TEST(LocalBinderTest, OrderIsStrictWithNullFirst) {
+    const ndk::SpAIBinder a = makePeerObject(nullptr);
+    const ndk::SpAIBinder b = makePeerObject(nullptr);
+    EXPECT_TRUE(AIBinder_lt(nullptr, a.get()));
+    EXPECT_FALSE(AIBinder_lt(a.get(), nullptr));
+    EXPECT_FALSE(AIBinder_lt(a.get(), a.get()));
+    EXPECT_NE(AIBinder_lt(a.get(), b.get()), AIBinder_lt(b.get(), a.get()));
+}
+
+TEST(LocalBinderTest, CallRunsOnTheCallersThreadAndReachesTheFunction) {
+    pid_t pid = 0;
+    const ndk::SpAIBinder object =
+        makePeerObject([&](transaction_code_t code, const AParcel* in, AParcel* out) {
+            pid = AIBinder_getCallingPid();
+            int32_t number = 0;
+            AParcel_readInt32(in, &number);
+            return AParcel_writeInt32(out, number + static_cast<int32_t>(code));
+        });
+    int32_t answer = 0;
+    EXPECT_EQ(callPeer(object, 7, writeInt(5), readInt(&answer)), STATUS_OK);
+    EXPECT_EQ(answer, 12);
+    EXPECT_EQ(pid, getpid());
+    // One-way, too, it has been carried out on return.
+    pid = 0;
+    EXPECT_EQ(callPeer(object, 7, writeInt(5), nullptr, FLAG_ONEWAY), STATUS_OK);
+    EXPECT_EQ(pid, getpid());
+}
+
+TEST(LocalBinderTest, ErrorComesWithoutReply) {
+    const ndk::SpAIBinder object =
+        makePeerObject([](transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
+            return STATUS_PERMISSION_DENIED;
+        });
+    AParcel* in = nullptr;
+    AParcel* out = nullptr;
+    ASSERT_EQ(AIBinder_prepareTransaction(object.get(), &in), STATUS_OK);
+    EXPECT_EQ(AIBinder_transact(object.get(), 1, &in, &out, 0), STATUS_PERMISSION_DENIED);
+    EXPECT_EQ(out, nullptr);
+}
+
+TEST(LocalBinderTest, ThrowingFunctionBecomesAnError) {
+    const ndk::SpAIBinder object =
+        makePeerObject([](transaction_code_t code, const AParcel*, AParcel*) -> binder_status_t {
+            if (code == 1) throw std::runtime_error("thrown on purpose");
+            throw code;
+        });
+    LogCapture log;
+    EXPECT_EQ(callPeer(object, 1), STATUS_UNKNOWN_ERROR);
+    EXPECT_EQ(callPeer(object, 2), STATUS_UNKNOWN_ERROR);
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{
+                               logE("binder: onTransact threw: thrown on purpose"),
+                               logE("binder: onTransact threw"),
+                           }));
+}
+
+TEST(LocalBinderTest, ThrowingConstructionGivesNoObject) {
+    static AIBinder_Class* const clazz = AIBinder_Class_define(
+        "lum.test.IThrowing", [](void*) -> void* { throw std::runtime_error("on purpose"); },
+        [](void*) { ADD_FAILURE() << "nothing to destroy"; },
+        [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
+            return STATUS_OK;
+        });
+    LogCapture log;
+    EXPECT_EQ(AIBinder_new(clazz, nullptr), nullptr);
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{logE("binder: onCreate threw: on purpose")});
+}
+
+TEST(LocalBinderTest, ClassOfTheSameNameIsAnother) {
+    static AIBinder_Class* const twin = AIBinder_Class_define(
+        kPeerDescriptor, [](void* args) { return args; }, [](void*) {},
+        [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
+            return STATUS_OK;
+        });
+    const ndk::SpAIBinder object = makePeerObject(nullptr);
+    LogCapture log;
+    EXPECT_TRUE(AIBinder_associateClass(object.get(), peerClass()));
+    EXPECT_FALSE(AIBinder_associateClass(object.get(), twin));
+    EXPECT_FALSE(AIBinder_associateClass(object.get(), dataClass()));
+    EXPECT_EQ(AIBinder_getClass(object.get()), peerClass());
+    EXPECT_EQ(log.lines(),
+              (std::vector<LogLine>{
+                  logE("binder: an object of lum.test.IPeer belongs to another class of that name"),
+                  logE("binder: an object expected to be lum.test.IData is lum.test.IPeer"),
+              }));
+}
+
+TEST(LocalBinderTest, FunctionNamesAreFoundByCode) {
+    static AIBinder_Class* const clazz = AIBinder_Class_define(
+        "lum.test.INamed", [](void* args) { return args; }, [](void*) {},
+        [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
+            return STATUS_OK;
+        });
+    EXPECT_STREQ(AIBinder_Class_getDescriptor(clazz), "lum.test.INamed");
+    EXPECT_EQ(AIBinder_Class_getFunctionName(clazz, 1), nullptr);
+    static const std::array<const char*, 2> kNames = {"first", "second"};
+    AIBinder_Class_setTransactionCodeToFunctionNameMap(clazz, kNames.data(), kNames.size());
+    EXPECT_EQ(AIBinder_Class_getFunctionName(clazz, 0), nullptr);
+    EXPECT_STREQ(AIBinder_Class_getFunctionName(clazz, 1), "first");
+    EXPECT_STREQ(AIBinder_Class_getFunctionName(clazz, 2), "second");
+    EXPECT_EQ(AIBinder_Class_getFunctionName(clazz, 3), nullptr);
+}
+
+TEST(LocalBinderTest, DumpReachesTheClass) {
+    static AIBinder_Class* const clazz = AIBinder_Class_define(
+        "lum.test.IDumped", [](void* args) { return args; }, [](void*) {},
+        [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
+            return STATUS_OK;
+        });
+    const ndk::SpAIBinder object(AIBinder_new(clazz, nullptr));
+    EXPECT_EQ(AIBinder_dump(object.get(), STDOUT_FILENO, nullptr, 0), STATUS_OK);
+    AIBinder_Class_setOnDump(clazz, [](AIBinder*, int fd, const char** args, uint32_t numArgs) {
+        return numArgs == 1 && std::string(args[0]) == "-v" && fd == 42
+                   ? binder_status_t{STATUS_BAD_INDEX}
+                   : binder_status_t{STATUS_OK};
+    });
+    std::array<const char*, 1> args = {"-v"};
+    EXPECT_EQ(AIBinder_dump(object.get(), 42, args.data(), 1), STATUS_BAD_INDEX);
+    EXPECT_EQ(AIBinder_dump(object.get(), 42, nullptr, 0), STATUS_OK);
+    EXPECT_EQ(AIBinder_dump(nullptr, 42, nullptr, 0), STATUS_UNEXPECTED_NULL);
+}
+
+}  // namespace

@@ -1,0 +1,380 @@
+// SPDX-License-Identifier: Apache-2.0
+// A peer that speaks to a service through the bare socket, and says what no process should.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/linux/src/Frame.h"
+#include "platform/linux/src/UniqueFd.h"
+#include "tests/platform/Eventually.h"
+#include "tests/platform/PeerInterface.h"
+#include "tests/platform/PeerProcess.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+constexpr char kName[] = "lum.test.own";
+constexpr int kLimitMs = static_cast<int>(std::chrono::milliseconds(kLimit).count());
+constexpr uint32_t kPingCode = 0x5f504e47;
+
+OutgoingPayload payloadOf(const Bytes& data, const std::vector<uint32_t>& offsets,
+                          const std::vector<ObjectEntry>& objects) {
+    return {data.data(), data.size(), offsets, objects};
+}
+
+Bytes hello() {
+    Bytes frame;
+    appendHello(&frame);
+    return frame;
+}
+
+Bytes call(uint32_t handle, uint32_t code, uint64_t id = 1, const Bytes& data = {}) {
+    Bytes frame;
+    appendCall(&frame, id, handle, code, id == 0 ? FLAG_ONEWAY : 0,
+               id == 0 ? std::vector<uint64_t>{} : std::vector<uint64_t>{id},
+               payloadOf(data, {}, {}));
+    return frame;
+}
+
+// A call whose data is 64 zeros and one object entry, said to be at `offset`; it lies at 0.
+Bytes callWithObject(uint32_t offset, const ObjectEntry& entry) {
+    const Bytes data(64);
+    Bytes frame;
+    appendCall(&frame, 1, 0, kPingCode, 0, {1}, payloadOf(data, {0}, {entry}));
+    memcpy(frame.data() + kFrameHeader + kCallHead + sizeof(uint64_t), &offset, sizeof offset);
+    return frame;
+}
+
+Bytes joined(Bytes first, const Bytes& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+class RawPeerTest : public testing::Test {
+  protected:
+    RawPeerTest() {
+        EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+        ABinderProcess_startThreadPool();
+    }
+
+    UniqueFd connectRaw() const {
+        UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const std::string path = mFolder.path() + "/" + kName + ".socket";
+        memcpy(address.sun_path, path.c_str(), path.size());
+        EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        return fd;
+    }
+
+    static bool sendAll(const UniqueFd& fd, const Bytes& bytes) {
+        return send(fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(bytes.size());
+    }
+
+    // Reads that many bytes; fewer if the other end closes first, or a generous limit passes.
+    static Bytes receive(const UniqueFd& fd, size_t size) {
+        Bytes bytes;
+        while (bytes.size() < size) {
+            pollfd ready{fd.get(), POLLIN, 0};
+            Bytes part(size - bytes.size());
+            if (poll(&ready, 1, kLimitMs) != 1) break;
+            const ssize_t received = recv(fd.get(), part.data(), part.size(), 0);
+            if (received <= 0) break;
+            bytes.insert(bytes.end(), part.begin(), part.begin() + received);
+        }
+        return bytes;
+    }
+
+    static bool closedByOther(const UniqueFd& fd) {
+        pollfd hungUp{fd.get(), POLLRDHUP, 0};
+        return poll(&hungUp, 1, kLimitMs) == 1;
+    }
+
+    // A connection that has been greeted and is served.
+    UniqueFd connectPolitely() const {
+        UniqueFd fd = connectRaw();
+        EXPECT_TRUE(sendAll(fd, hello()));
+        EXPECT_EQ(receive(fd, hello().size()), hello());
+        return fd;
+    }
+
+    static void expectServed(const UniqueFd& fd, uint64_t id) {
+        EXPECT_TRUE(sendAll(fd, call(0, kPingCode, id)));
+        Bytes expected;
+        appendReply(&expected, id, STATUS_OK, payloadOf({}, {}, {}));
+        EXPECT_EQ(receive(fd, expected.size()), expected);
+    }
+
+    const SocketFolder mFolder;
+    Counter mHeld;
+    Counter mLetGo;
+    const ndk::SpAIBinder mObject =
+        makePeerObject([this](transaction_code_t code, const AParcel*, AParcel*) {
+            if (code == kHold) {
+                mHeld.add();
+                mLetGo.waitFor(1);
+            }
+            return binder_status_t{STATUS_OK};
+        });
+};
+
+TEST_F(RawPeerTest, PingIsAnsweredByteForByte) {
+    const UniqueFd fd = connectPolitely();
+    ASSERT_TRUE(sendAll(
+        fd, {40, 0, 0, 0, 2, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x47, 0x4e, 0x50, 0x5f,
+             0,  0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9, 0, 0, 0, 0,    0,    0,    0}));
+    EXPECT_EQ(receive(fd, 32), (Bytes{24, 0, 0, 0, 3, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0,
+                                      0,  0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST_F(RawPeerTest, DescriptorIsToldOnRequest) {
+    const UniqueFd fd = connectPolitely();
+    ASSERT_TRUE(sendAll(fd, call(0, 0x5f4e5446, 9)));
+    // 14 characters, then their UTF-16 units, a zero, and two bytes to the next multiple of four.
+    Bytes data = {14, 0, 0, 0};
+    for (const char c : std::string(kPeerDescriptor)) {
+        data.push_back(static_cast<uint8_t>(c));
+        data.push_back(0);
+    }
+    data.insert(data.end(), {0, 0, 0, 0});
+    Bytes expected;
+    appendReply(&expected, 9, STATUS_OK, payloadOf(data, {}, {}));
+    EXPECT_EQ(receive(fd, expected.size()), expected);
+}
+
+TEST_F(RawPeerTest, FrameMayComeByteByByte) {
+    const UniqueFd fd = connectRaw();
+    for (const uint8_t byte : joined(hello(), call(0, kPingCode, 5))) {
+        ASSERT_TRUE(sendAll(fd, {byte}));
+    }
+    Bytes expected = hello();
+    appendReply(&expected, 5, STATUS_OK, payloadOf({}, {}, {}));
+    EXPECT_EQ(receive(fd, expected.size()), expected);
+}
+
+TEST_F(RawPeerTest, CallWithoutTokenIsOfABadType) {
+    const UniqueFd fd = connectPolitely();
+    ASSERT_TRUE(sendAll(fd, call(0, kNote, 5)));
+    Bytes expected;
+    appendReply(&expected, 5, STATUS_BAD_TYPE, payloadOf({}, {}, {}));
+    EXPECT_EQ(receive(fd, expected.size()), expected);
+    expectServed(fd, 6);
+}
+
+TEST_F(RawPeerTest, CodeThatIsNoMethodIsUnknown) {
+    const UniqueFd fd = connectPolitely();
+    ASSERT_TRUE(sendAll(fd, call(0, 0x5f444d50, 5)));
+    Bytes expected;
+    appendReply(&expected, 5, STATUS_UNKNOWN_TRANSACTION, payloadOf({}, {}, {}));
+    EXPECT_EQ(receive(fd, expected.size()), expected);
+    expectServed(fd, 6);
+}
+
+TEST_F(RawPeerTest, OnewayCallIsAcknowledged) {
+    const UniqueFd fd = connectPolitely();
+    const Bytes frame = call(0, kPingCode, 0);
+    ASSERT_TRUE(sendAll(fd, frame));
+    Bytes expected;
+    appendDone(&expected, static_cast<uint32_t>(frame.size()));
+    EXPECT_EQ(receive(fd, expected.size()), expected);
+}
+
+TEST_F(RawPeerTest, ConnectionClosedBetweenFramesIsNoNonsense) {
+    const UniqueFd other = connectPolitely();
+    LogCapture log;
+    { const UniqueFd fd = connectPolitely(); }
+    expectServed(other, 1);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(RawPeerTest, HalfAFrameIsSaid) {
+    const UniqueFd other = connectPolitely();
+    LogCapture log;
+    {
+        const UniqueFd fd = connectPolitely();
+        const Bytes frame = call(0, kPingCode);
+        ASSERT_TRUE(sendAll(fd, Bytes(frame.begin(), frame.begin() + 20)));
+    }
+    EXPECT_TRUE(
+        log.waitFor(logE(format("binder: process %d left in the middle of a frame", getpid()))));
+    EXPECT_EQ(log.lines().size(), 1U);
+    expectServed(other, 1);
+}
+
+TEST_F(RawPeerTest, CallerThatLeavesBreaksNothing) {
+    const UniqueFd other = connectPolitely();
+    for (int round = 0; round < 50; ++round) {
+        const UniqueFd fd = connectPolitely();
+        for (uint64_t id = 1; id < 20; ++id) ASSERT_TRUE(sendAll(fd, call(0, kPingCode, id)));
+    }
+    expectServed(other, 1);
+}
+
+TEST_F(RawPeerTest, PeerThatReadsLateGetsEverything) {
+    const UniqueFd fd = connectPolitely();
+    const UniqueFd other = connectPolitely();
+    constexpr uint64_t kCalls = 20000;
+    for (uint64_t id = 1; id <= kCalls; ++id) {
+        ASSERT_TRUE(sendAll(fd, call(0, kPingCode, id)));
+    }
+    expectServed(other, 1);
+    // Blocking calls run side by side, so that their replies come in any order.
+    constexpr size_t kReplySize = kFrameHeader + kReplyHead;
+    const Bytes replies = receive(fd, kCalls * kReplySize);
+    ASSERT_EQ(replies.size(), kCalls * kReplySize);
+    std::set<uint64_t> answered;
+    for (size_t at = 0; at < replies.size(); at += kReplySize) {
+        ReplyFrame frame;
+        ASSERT_EQ(parseReply(replies.data() + at + kFrameHeader, kReplyHead, &frame), nullptr);
+        answered.insert(frame.id);
+    }
+    EXPECT_EQ(answered.size(), kCalls);
+    EXPECT_EQ(*answered.rbegin(), kCalls);
+}
+
+// The interface token of mObject's methods.
+Bytes token() {
+    Bytes bytes = {0, 0, 0, 0x80, 0xff, 0xff, 0xff, 0xff, 'R', 'D', 'N', 'V', 14, 0, 0, 0};
+    for (const char c : std::string(kPeerDescriptor)) {
+        bytes.push_back(static_cast<uint8_t>(c));
+        bytes.push_back(0);
+    }
+    bytes.insert(bytes.end(), {0, 0, 0, 0});
+    return bytes;
+}
+
+TEST_F(RawPeerTest, MoreOnewayCallsThanAllowedEndTheConnection) {
+    const UniqueFd other = connectPolitely();
+    const UniqueFd fd = connectPolitely();
+    LogCapture log;
+    ASSERT_TRUE(sendAll(fd, call(0, kHold, 0, token())));
+    ASSERT_TRUE(mHeld.waitFor(1));
+    // 13 of these are 520,624 bytes with their heads, and 524,288 are allowed.
+    const Bytes large = call(0, kNote, 0, Bytes(40000));
+    for (int i = 0; i < 14; ++i) ASSERT_TRUE(sendAll(fd, large));
+    EXPECT_TRUE(closedByOther(fd));
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{logE(
+                               format("binder: process %d sent nonsense (more calls at once than "
+                                      "allowed), connection ended",
+                                      getpid()))});
+    mLetGo.add();
+    expectServed(other, 1);
+}
+
+TEST_F(RawPeerTest, ObjectOfTheRawPeerIsReleasedByCount) {
+    const UniqueFd fd = connectPolitely();
+    // Two entries for one object: the service's end has received it twice.
+    Bytes frame;
+    const Bytes data(64);
+    appendCall(&frame, 4, 0, kPingCode, 0, {4},
+               payloadOf(data, {0, 28}, {{kOwnedBySender, 0, 5, 0}, {kOwnedBySender, 0, 5, 0}}));
+    ASSERT_TRUE(sendAll(fd, frame));
+    Bytes expected;
+    appendReply(&expected, 4, STATUS_OK, payloadOf({}, {}, {}));
+    appendRelease(&expected, 5, 2);
+    EXPECT_EQ(receive(fd, expected.size()), expected);
+}
+
+// Nonsense behind a proper greeting (or in its place), and what is said about it.
+struct Nonsense {
+    const char* name;
+    bool greeted;
+    Bytes bytes;
+    const char* said;
+};
+
+void PrintTo(const Nonsense& nonsense, std::ostream* out) {
+    *out << nonsense.name;
+}
+
+class NonsenseTest : public RawPeerTest, public testing::WithParamInterface<Nonsense> {};
+
+TEST_P(NonsenseTest, EndsThatConnectionAndNothingElse) {
+    const UniqueFd other = connectPolitely();
+    expectServed(other, 1);
+    const UniqueFd fd = GetParam().greeted ? connectPolitely() : connectRaw();
+    LogCapture log;
+    ASSERT_TRUE(sendAll(fd, GetParam().bytes));
+    EXPECT_TRUE(closedByOther(fd));
+    const LogLine line = logE(format("binder: process %d sent nonsense (%s), connection ended",
+                                     getpid(), GetParam().said));
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{line});
+    expectServed(other, 2);
+    const UniqueFd next = connectPolitely();
+    expectServed(next, 1);
+}
+
+Bytes release(uint32_t handle, uint64_t count) {
+    Bytes frame;
+    appendRelease(&frame, handle, count);
+    return frame;
+}
+
+Bytes reply(uint64_t id) {
+    Bytes frame;
+    appendReply(&frame, id, STATUS_OK, payloadOf({}, {}, {}));
+    return frame;
+}
+
+Bytes done(uint32_t bytes) {
+    Bytes frame;
+    appendDone(&frame, bytes);
+    return frame;
+}
+
+const ObjectEntry kTheirs{kOwnedBySender, 0, 5, 0};
+const ObjectEntry kOurs{kOwnedByReceiver, 0, 5, 0};
+
+INSTANTIATE_TEST_SUITE_P(
+    Each, NonsenseTest,
+    testing::Values(
+        Nonsense{"Text", false, Bytes(64, 'x'), "a frame too long"},
+        Nonsense{"NoGreeting", false, call(0, kPingCode), "no greeting"},
+        Nonsense{"StrangeGreeting",
+                 false,
+                 {8, 0, 0, 0, 1, 0, 0, 0, 1, 2, 3, 4, 1, 0, 0, 0},
+                 "a strange greeting"},
+        Nonsense{"OtherVersion",
+                 false,
+                 {8, 0, 0, 0, 1, 0, 0, 0, 'B', 'l', 'u', 'm', 2, 0, 0, 0},
+                 "a greeting of another version"},
+        Nonsense{"SecondGreeting", true, hello(), "a second greeting"},
+        Nonsense{"Length2To31", true, {0, 0, 0, 0x80, 2, 0, 0, 0}, "a frame too long"},
+        Nonsense{"LengthMinus1", true, {0xff, 0xff, 0xff, 0xff, 2, 0, 0, 0}, "a frame too long"},
+        Nonsense{"EmptyCall", true, {0, 0, 0, 0, 2, 0, 0, 0}, "a call cut short"},
+        Nonsense{"UnknownKind", true, {0, 0, 0, 0, 6, 0, 0, 0}, "a frame of unknown kind"},
+        Nonsense{"KindZero", true, {0, 0, 0, 0, 0, 0, 0, 0}, "a frame of unknown kind"},
+        Nonsense{"WrongHandle", true, call(1, kPingCode), "a call of an object it does not hold"},
+        Nonsense{"LargestHandle", true, call(0xffffffff, kPingCode),
+                 "a call of an object it does not hold"},
+        Nonsense{"ObjectOutside", true, callWithObject(40, kTheirs), "an object outside the data"},
+        Nonsense{"ObjectFarOutside", true, callWithObject(0xfffffffc, kTheirs),
+                 "an object outside the data"},
+        Nonsense{"ObjectMisaligned", true, callWithObject(2, kTheirs), "a misaligned object"},
+        Nonsense{"ObjectOfNoType", true, callWithObject(32, kTheirs), "an object of unknown type"},
+        Nonsense{"ObjectWithServicesHandle", true, callWithObject(0, {kOwnedBySender, 0, 0, 0}),
+                 "an object with a service's handle"},
+        Nonsense{"ObjectNotHeld", true, callWithObject(0, kOurs), "an object it does not hold"},
+        Nonsense{"ObjectWithHugeHandle", true,
+                 callWithObject(0, {kOwnedBySender, 0, uint64_t{1} << 32U, 0}),
+                 "an object with an impossible handle"},
+        Nonsense{"ReleaseOfNothing", true, release(3, 1),
+                 "a release of an object it does not hold"},
+        Nonsense{"ReleaseOfTheService", true, release(0, 1),
+                 "a release of an object it does not hold"},
+        Nonsense{"ReplyToNothing", true, reply(77), "a reply to no call"},
+        Nonsense{"DoneWithNothing", true, done(1), "an acknowledgement of calls never made"}),
+    [](const testing::TestParamInfo<Nonsense>& test) { return test.param.name; });
+
+}  // namespace

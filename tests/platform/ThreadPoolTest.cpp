@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/src/ThreadPool.h"
+#include "tests/platform/Eventually.h"
+#include "tests/platform/PeerInterface.h"
+#include "tests/platform/PeerProcess.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+std::atomic<int> gRefusedThreads{0};
+
+}  // namespace
+
+// Goes before the C library's: refuses as many threads as a test asks for.
+extern "C" __attribute__((visibility("default"))) int pthread_create(
+    pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument) {
+    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const auto real = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    if (gRefusedThreads > 0) {
+        --gRefusedThreads;
+        return EAGAIN;
+    }
+    return real(thread, attributes, body, argument);
+}
+
+namespace {
+
+class FunctionWork final : public Work {
+  public:
+    explicit FunctionWork(std::function<void()> body) : mBody(std::move(body)) {}
+    void run() override { mBody(); }
+
+  private:
+    const std::function<void()> mBody;
+};
+
+class ThreadPoolTest : public testing::Test {
+  protected:
+    void post(std::function<void()> body) {
+        mPool.post(std::make_unique<FunctionWork>(std::move(body)));
+    }
+
+    ThreadPool& mPool = ThreadPool::instance();
+};
+
+TEST_F(ThreadPoolTest, NothingRunsBeforeTheStart) {
+    std::atomic<bool> started{false};
+    Counter done;
+    for (int i = 0; i < 3; ++i) {
+        post([&] {
+            EXPECT_TRUE(started);
+            done.add();
+        });
+    }
+    EXPECT_FALSE(mPool.started());
+    started = true;
+    mPool.start();
+    mPool.start();
+    EXPECT_TRUE(mPool.started());
+    EXPECT_TRUE(done.waitFor(3));
+}
+
+TEST_F(ThreadPoolTest, GrowsToItsLimitAndNotBeyond) {
+    mPool.setMaxExtraThreads(2);
+    mPool.start();
+    Counter running;
+    Counter letGo;
+    Counter done;
+    std::mutex lock;
+    std::vector<std::thread::id> threads;
+    for (int i = 0; i < 10; ++i) {
+        post([&] {
+            running.add();
+            {
+                const std::lock_guard<std::mutex> guard(lock);
+                threads.push_back(std::this_thread::get_id());
+            }
+            letGo.waitFor(1);
+            done.add();
+        });
+    }
+    ASSERT_TRUE(running.waitFor(3));
+    letGo.add();
+    ASSERT_TRUE(done.waitFor(10));
+    std::sort(threads.begin(), threads.end());
+    threads.erase(std::unique(threads.begin(), threads.end()), threads.end());
+    EXPECT_EQ(threads.size(), 3U);
+}
+
+TEST_F(ThreadPoolTest, SixteenThreadsUnlessToldOtherwise) {
+    mPool.start();
+    Counter running;
+    Counter letGo;
+    Counter done;
+    std::mutex lock;
+    std::vector<std::thread::id> threads;
+    for (int i = 0; i < 40; ++i) {
+        post([&] {
+            running.add();
+            {
+                const std::lock_guard<std::mutex> guard(lock);
+                threads.push_back(std::this_thread::get_id());
+            }
+            letGo.waitFor(1);
+            done.add();
+        });
+    }
+    ASSERT_TRUE(running.waitFor(16));
+    letGo.add();
+    ASSERT_TRUE(done.waitFor(40));
+    std::sort(threads.begin(), threads.end());
+    threads.erase(std::unique(threads.begin(), threads.end()), threads.end());
+    EXPECT_EQ(threads.size(), 16U);
+}
+
+TEST_F(ThreadPoolTest, JoinedThreadServesWithoutAStart) {
+    // It never comes back, so it must not be waited for.
+    std::thread([this] { mPool.join(); }).detach();
+    Counter done;
+    post([&] { done.add(); });
+    EXPECT_TRUE(done.waitFor(1));
+    EXPECT_FALSE(mPool.started());
+}
+
+TEST_F(ThreadPoolTest, ThreadsBlockAllSignals) {
+    mPool.start();
+    Counter done;
+    sigset_t blocked;
+    post([&] {
+        pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+        done.add();
+    });
+    ASSERT_TRUE(done.waitFor(1));
+    for (const int signal : {SIGTERM, SIGINT, SIGUSR1, SIGCHLD, SIGPIPE, SIGALRM}) {
+        EXPECT_EQ(sigismember(&blocked, signal), 1) << signal;
+    }
+    // The starting thread's own are as before.
+    sigset_t own;
+    pthread_sigmask(SIG_SETMASK, nullptr, &own);
+    EXPECT_EQ(sigismember(&own, SIGTERM), 0);
+}
+
+TEST_F(ThreadPoolTest, RefusedThreadIsSaidAndTriedAgainWithTheNextWork) {
+    LogCapture log;
+    const LogLine line = logE(
+        "binder: no thread for incoming calls (Resource temporarily unavailable), tried again with the next work");
+    Counter done;
+    gRefusedThreads = 2;
+    mPool.start();
+    EXPECT_EQ(log.count(line), 1U);
+    post([&] { done.add(); });
+    EXPECT_EQ(log.count(line), 2U);
+    EXPECT_EQ(done.value(), 0);
+    post([&] { done.add(); });
+    EXPECT_TRUE(done.waitFor(2));
+    EXPECT_EQ(log.lines().size(), 2U);
+}
+
+TEST_F(ThreadPoolTest, LookupIsNullWhileThereIsNoThreadForSockets) {
+    const SocketFolder folder;
+    const PeerProcess peer("lum.test.peer");
+    const ndk::SpAIBinder object = makePeerObject(nullptr);
+    LogCapture log;
+    const LogLine line = logE("binder: no thread for sockets (Resource temporarily unavailable)");
+    gRefusedThreads = 2;
+    EXPECT_EQ(AServiceManager_checkService("lum.test.peer"), nullptr);
+    EXPECT_EQ(AServiceManager_addService(object.get(), "lum.test.own"), EX_ILLEGAL_STATE);
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{line, line}));
+    EXPECT_EQ(AIBinder_debugGetRefCount(object.get()), 1);
+
+    const ndk::SpAIBinder service(AServiceManager_checkService("lum.test.peer"));
+    EXPECT_EQ(AIBinder_ping(service.get()), STATUS_OK);
+    EXPECT_EQ(AServiceManager_addService(object.get(), "lum.test.own"), EX_NONE);
+}
+
+TEST(WorkQueueTest, KeepsTheOrderAndEndsALongQueue) {
+    WorkQueue queue;
+    EXPECT_TRUE(queue.empty());
+    EXPECT_EQ(queue.pop(), nullptr);
+    std::vector<int> order;
+    for (int i = 0; i < 3; ++i) {
+        queue.push(std::make_unique<FunctionWork>([&order, i] { order.push_back(i); }));
+    }
+    queue.pop()->run();
+    queue.push(std::make_unique<FunctionWork>([&order] { order.push_back(3); }));
+    while (!queue.empty()) queue.pop()->run();
+    EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3}));
+    // Ended one by one: recursion would not survive this many.
+    for (int i = 0; i < 1000000; ++i) queue.push(std::make_unique<FunctionWork>(nullptr));
+}
+
+}  // namespace
