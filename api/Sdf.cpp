@@ -15,9 +15,15 @@ namespace {
 
 NoDestroy<std::shared_ptr<Sdf>> gInstance;
 
-// Held while a client object takes up the transport or gives it up, so that none is taken up by an
-// object that is leaving. Not held across a callback, nor while a destroy waits for the SDK thread.
-NoDestroy<std::mutex> gLifecycle;
+// Keeps taking up the transport and letting it go apart, as the transport demands, also for calls
+// that come from callbacks on any thread.
+struct Lifecycle {
+    // Not held across a callback, nor while a destroy waits for the SDK thread.
+    std::mutex lock;
+    // The client object that is being destroyed. While there is one no transport is taken up.
+    const Sdf* leaving = nullptr;
+};
+NoDestroy<Lifecycle> gLifecycle;
 
 using LifecycleLock = std::lock_guard<std::mutex>;
 
@@ -54,7 +60,8 @@ bool takeUp(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot, Callback cb
     const Callback callbackBefore = client->replaceSlot(slot, cb);
     std::shared_ptr<Sdf> instanceBefore = std::atomic_exchange(&Sdf::mInstance, client);
     try {
-        return client->obtainTransport(LUM_SDK_CLIENT_SDF, std::move(listener), std::move(event));
+        return gLifecycle.value.leaving == nullptr &&
+               client->obtainTransport(LUM_SDK_CLIENT_SDF, std::move(listener), std::move(event));
     } catch (...) {
         client->replaceSlot(slot, callbackBefore);
         std::atomic_store(&Sdf::mInstance, std::move(instanceBefore));
@@ -66,7 +73,7 @@ bool takeUp(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot, Callback cb
 // memory.
 std::shared_ptr<Sdf> presentOrNew() {
     std::shared_ptr<Sdf> present = Sdf::current();
-    if (present && !present->mLeaving) return present;
+    if (present && present.get() != gLifecycle.value.leaving) return present;
     try {
         return std::make_shared<Sdf>();
     } catch (const std::bad_alloc&) {
@@ -81,7 +88,7 @@ bool enable(Callback Sdf::*slot, Callback cb) {
     std::shared_ptr<Sdf> client;
     bool obtained = false;
     {
-        const LifecycleLock lock(gLifecycle.value);
+        const LifecycleLock lock(gLifecycle.value.lock);
         client = presentOrNew();
         if (!client) return false;
         obtained = takeUp(client, slot, cb);
@@ -105,7 +112,7 @@ enum class Leave {
 // Posts the disable request and empties the slot. When it throws, all is as before.
 template <typename Callback>
 Leave postDisable(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot) {
-    if (!client || client->mLeaving) return Leave::kNothing;
+    if (!client || client.get() == gLifecycle.value.leaving) return Leave::kNothing;
     const std::shared_ptr<SdkClientBase> transport = client->transport();
     if (!transport) return Leave::kNoTransport;
     std::shared_ptr<SdkClientEvent> event = sdf::makeEvent(enableMessage(false), true);
@@ -116,7 +123,7 @@ Leave postDisable(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot) {
         client->replaceSlot(slot, before);
         throw;
     }
-    client->mLeaving = true;
+    gLifecycle.value.leaving = client.get();
     return Leave::kPosted;
 }
 
@@ -127,7 +134,7 @@ bool disable(Callback Sdf::*slot) {
     std::shared_ptr<Sdf> client;
     Leave found = Leave::kNothing;
     {
-        const LifecycleLock lock(gLifecycle.value);
+        const LifecycleLock lock(gLifecycle.value.lock);
         client = Sdf::current();
         found = postDisable(client, slot);
     }
@@ -137,7 +144,8 @@ bool disable(Callback Sdf::*slot) {
     }
     if (found != Leave::kPosted) return false;
     client->destroySdkInstance(LUM_SDK_CLIENT_SDF);
-    const LifecycleLock lock(gLifecycle.value);
+    const LifecycleLock lock(gLifecycle.value.lock);
+    gLifecycle.value.leaving = nullptr;
     // A callback that ran meanwhile may have made a new client, which stays.
     if (client->isCurrent()) std::atomic_store(&Sdf::mInstance, std::shared_ptr<Sdf>());
     return true;

@@ -108,8 +108,6 @@ class Sdf : public SdkBase {
     std::map<unsigned int, SdfFilterStatusCb> mFilterCbs;
     std::atomic<bool> mServiceUp{false};  // stored with release order
 
-    // Set once a destroy has taken this object over: a create from now on makes a new one.
-    std::atomic<bool> mLeaving{false};
     // The application is being told that there is no transport, and is not told again meanwhile.
     std::atomic<bool> mReportingNoTransport{false};
 

@@ -1,0 +1,328 @@
+// SPDX-License-Identifier: Apache-2.0
+// Memory that runs out at every place where memory is asked for.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <new>
+
+#include "api/Sdf.h"
+#include "api/lum_sdf_sdk.h"
+#include "tests/api/FakeTransport.h"
+#include "tests/api/ScriptedRand.h"
+#include "tests/support/Hex.h"
+
+namespace {
+
+// On this thread: how many more allocations succeed before one fails, or all from then on.
+thread_local long tLeft = -1;
+thread_local bool tForGood = false;
+
+bool fails() {
+    if (tLeft < 0) return false;
+    if (tLeft > 0) {
+        --tLeft;
+        return false;
+    }
+    if (!tForGood) tLeft = -1;
+    return true;
+}
+
+void* allocate(size_t size) {
+    if (fails()) throw std::bad_alloc();
+    void* const memory = malloc(size == 0 ? 1 : size);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
+}  // namespace
+
+void* operator new(size_t size) {
+    return allocate(size);
+}
+void* operator new[](size_t size) {
+    return allocate(size);
+}
+void operator delete(void* memory) noexcept {
+    free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    free(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+    free(memory);
+}
+void operator delete[](void* memory, size_t) noexcept {
+    free(memory);
+}
+
+namespace {
+
+int gStatus;
+int gCalls;
+
+void onV2(int status) {
+    gStatus = status;
+    ++gCalls;
+}
+void onOtherV2(int) {
+    ++gCalls;
+}
+void onLegacy(status_e status) {
+    gStatus = status;
+    ++gCalls;
+}
+void onOtherLegacy(status_e) {
+    ++gCalls;
+}
+void onLevels(long long, SdfLatencyLvl, SdfLatencyLvl) {
+    ++gCalls;
+}
+
+long long setLatency() {
+    return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false,
+                            onLevels);
+}
+
+// Everything about the client that a failed call must leave alone.
+struct State {
+    std::shared_ptr<Sdf> instance = Sdf::current();
+    SdfStatusV2Cb v2 = nullptr;
+    SdfLegacyStatusCb legacy = nullptr;
+    std::shared_ptr<SdkClientBase> transport;
+    std::vector<unsigned int> usedIds;
+    std::map<unsigned int, SdfEffectiveLevelsCb> latencyCbs;
+    bool serviceUp = false;
+    size_t obtained = FakeSdkClient::get().obtained.size();
+    size_t destroyed = FakeSdkClient::get().destroyed.size();
+    size_t randLeft = scriptedRandLeft();
+
+    State() {
+        if (!instance) return;
+        v2 = instance->mStatusCbV2;
+        legacy = instance->mLegacyStatusCb;
+        transport = instance->transport();
+        usedIds = instance->mUsedIds;
+        latencyCbs = instance->mLatencyCbs;
+        serviceUp = instance->mServiceUp;
+    }
+
+    bool operator==(const State& other) const {
+        return instance == other.instance && v2 == other.v2 && legacy == other.legacy &&
+               transport == other.transport && usedIds == other.usedIds &&
+               latencyCbs == other.latencyCbs && serviceUp == other.serviceUp &&
+               obtained == other.obtained && destroyed == other.destroyed &&
+               randLeft == other.randLeft;
+    }
+};
+
+class MemoryTest : public ::testing::Test {
+  protected:
+    MemoryTest() { gCalls = 0; }
+    ~MemoryTest() override {
+        destroySdfClient();
+        std::atomic_store(&Sdf::mInstance, std::shared_ptr<Sdf>());
+        FakeSdkClient::reset();
+        scriptRand({});
+    }
+
+    static size_t posted() { return FakeSdkClient::get().transport->take().size(); }
+
+    // A client with onV2, the service up, and one request waiting.
+    static void startUp() {
+        ASSERT_EQ(createSdfClient(onV2), 0);
+        Sdf::mInstance->mServiceUp = true;
+        ASSERT_GT(setLatency(), 0);
+        posted();
+        gCalls = 0;
+    }
+
+    // Makes the call fail at each allocation in turn until it gets through, in both ways of
+    // failing: each time the call must give `failed`, and leave everything as it was. `again`
+    // undoes what the successful call did, for the second way.
+    static void expectUndone(const std::function<long long()>& call, long long failed,
+                             const std::function<bool(long long)>& succeeded,
+                             const std::function<void()>& again, bool mayCall = false) {
+        for (const bool forGood : {false, true}) {
+            if (forGood) again();
+            long failures = 0;
+            for (;; ++failures) {
+                ASSERT_LT(failures, 1000);
+                const State before;
+                tForGood = forGood;
+                tLeft = failures;
+                const long long result = call();
+                tLeft = -1;
+                if (result != failed) {
+                    EXPECT_TRUE(succeeded(result)) << result;
+                    break;
+                }
+                EXPECT_TRUE(State() == before) << "at allocation " << failures;
+                EXPECT_EQ(posted(), 0U) << "at allocation " << failures;
+                EXPECT_TRUE(mayCall || gCalls == 0);
+            }
+            EXPECT_GT(failures, 3);  // there is something to fail
+        }
+    }
+};
+
+bool isZero(long long result) {
+    return result == 0;
+}
+bool isOne(long long result) {
+    return result == 1;
+}
+
+TEST_F(MemoryTest, FirstCreate) {
+    expectUndone([] { return createSdfClient(onV2); }, -3, isZero,
+                 [] {
+                     destroySdfClient();
+                     posted();
+                 });
+}
+
+TEST_F(MemoryTest, CreateAgain) {
+    startUp();
+    expectUndone([] { return createSdfClient(onOtherV2); }, -3, isZero,
+                 [] {
+                     createSdfClient(onV2);
+                     posted();
+                 });
+    EXPECT_EQ(Sdf::mInstance->mStatusCbV2, onOtherV2);
+}
+
+TEST_F(MemoryTest, FirstEnable) {
+    expectUndone([] { return lum_sdf_enable(onLegacy); }, 0, isOne,
+                 [] {
+                     lum_sdf_disable();
+                     posted();
+                 },
+                 true);
+}
+
+// The older callback is told when there is no memory for the client object, and only then.
+TEST_F(MemoryTest, FirstEnableReportsThatThereIsNoClient) {
+    tLeft = 0;
+    EXPECT_EQ(lum_sdf_enable(onLegacy), 0);
+    tLeft = -1;
+    EXPECT_EQ(gCalls, 1);
+    EXPECT_EQ(gStatus, SDF_STATUS_INTERNAL_ERROR);
+    EXPECT_FALSE(Sdf::mInstance);
+    tLeft = 1;
+    EXPECT_EQ(lum_sdf_enable(onLegacy), 0);
+    tLeft = -1;
+    EXPECT_EQ(gCalls, 1);
+    EXPECT_FALSE(Sdf::mInstance);
+}
+
+TEST_F(MemoryTest, EnableAgain) {
+    startUp();
+    ASSERT_EQ(lum_sdf_enable(onLegacy), 1);
+    posted();
+    expectUndone([] { return lum_sdf_enable(onOtherLegacy); }, 0, isOne,
+                 [] {
+                     lum_sdf_enable(onLegacy);
+                     posted();
+                 });
+    EXPECT_EQ(Sdf::mInstance->mLegacyStatusCb, onOtherLegacy);
+}
+
+TEST_F(MemoryTest, Destroy) {
+    startUp();
+    expectUndone([] { return destroySdfClient(); }, -3, isZero,
+                 [] {
+                     posted();
+                     startUp();
+                 });
+    EXPECT_FALSE(Sdf::mInstance);
+}
+
+TEST_F(MemoryTest, Disable) {
+    startUp();
+    ASSERT_EQ(lum_sdf_enable(onLegacy), 1);
+    posted();
+    expectUndone([] { return lum_sdf_disable(); }, 0, isOne,
+                 [] {
+                     posted();
+                     startUp();
+                 });
+    EXPECT_FALSE(Sdf::mInstance);
+}
+
+// Destroying is possible after it failed for want of memory.
+TEST_F(MemoryTest, ClientIsUsableAfterAFailedDestroy) {
+    startUp();
+    tLeft = 0;
+    EXPECT_EQ(destroySdfClient(), -3);
+    tLeft = -1;
+    EXPECT_GT(setLatency(), 0);
+    EXPECT_EQ(destroySdfClient(), 0);
+}
+
+TEST_F(MemoryTest, SetLatency) {
+    startUp();
+    scriptRand({500, 501});
+    // The id of a request that failed after it was drawn is drawn again only by chance; what must
+    // not stay is its record. So each attempt starts with the same draws.
+    for (const bool forGood : {false, true}) {
+        long failures = 0;
+        for (;; ++failures) {
+            ASSERT_LT(failures, 1000);
+            scriptRand({500 + (forGood ? 1 : 0)});
+            const std::vector<unsigned int> usedIds = Sdf::mInstance->mUsedIds;
+            const size_t callbacks = Sdf::mInstance->mLatencyCbs.size();
+            tForGood = forGood;
+            tLeft = failures;
+            const long long result = setLatency();
+            tLeft = -1;
+            if (result > 0) break;
+            EXPECT_EQ(result, -3);
+            EXPECT_EQ(Sdf::mInstance->mUsedIds, usedIds) << failures;
+            EXPECT_EQ(Sdf::mInstance->mLatencyCbs.size(), callbacks) << failures;
+            EXPECT_EQ(posted(), 0U);
+        }
+        EXPECT_GT(failures, 3);
+        EXPECT_EQ(posted(), 1U);
+    }
+}
+
+// An id is drawn only when there is room to keep it.
+TEST_F(MemoryTest, NoRoomForAnId) {
+    startUp();
+    Sdf::mInstance->mUsedIds.shrink_to_fit();
+    scriptRand({500});
+    tLeft = 0;
+    EXPECT_EQ(setLatency(), -3);
+    tLeft = -1;
+    EXPECT_EQ(scriptedRandLeft(), 1U);
+}
+
+// A message that cannot be read for want of memory is the transport's to deal with: the exception
+// goes to it, and what is awaited stays awaited.
+TEST_F(MemoryTest, ReceivedMessage) {
+    startUp();
+    scriptRand({7});
+    ASSERT_EQ(setLatency(), 7);
+    const std::vector<uint8_t> bytes = fromHex("08 01 10 07 1A 06 12 04 08 05 10 02");
+    const SdkClientBase::Listener listener = FakeSdkClient::get().listener;
+    long failures = 0;
+    for (;; ++failures) {
+        ASSERT_LT(failures, 1000);
+        tLeft = failures;
+        try {
+            listener(SdkClientBase::SDK_BLOB_RECEIVED, bytes);
+            tLeft = -1;
+            break;
+        } catch (const std::bad_alloc&) {
+            tLeft = -1;
+        }
+        EXPECT_EQ(gCalls, 0);
+        EXPECT_EQ(Sdf::mInstance->mUsedIds.back(), 7U);
+        EXPECT_EQ(Sdf::mInstance->mLatencyCbs.count(7), 1U);
+    }
+    EXPECT_GT(failures, 0);
+    EXPECT_EQ(gCalls, 1);
+    EXPECT_EQ(Sdf::mInstance->mLatencyCbs.count(7), 0U);
+}
+
+}  // namespace
