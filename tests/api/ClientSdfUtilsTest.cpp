@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -170,7 +171,7 @@ TEST(ClientSdfUtils, StatusToV2) {
 sockaddr_storage storage(int family, const std::vector<uint8_t>& rest) {
     sockaddr_storage address{};
     address.ss_family = static_cast<sa_family_t>(family);
-    memcpy(reinterpret_cast<uint8_t*>(&address) + 2, rest.data(), rest.size());
+    std::copy(rest.begin(), rest.end(), reinterpret_cast<uint8_t*>(&address) + 2);
     return address;
 }
 
