@@ -84,8 +84,8 @@ class ICInterface : public SharedRefBase {
                                                       uint32_t argc);
 #endif
 
-    // Returns the interface that a local object of a class made by defineClass was made from.
-    // binder: not null.
+    // Returns the interface that a local object of a class made by defineClass was made from; null
+    // for a proxy. binder: not null.
     static inline std::shared_ptr<ICInterface> asInterface(AIBinder* binder);
 
     // Defines the class of an interface whose objects are made from stubs.
@@ -108,7 +108,9 @@ class ICInterface : public SharedRefBase {
         std::shared_ptr<ICInterface> interface;
 
         static std::shared_ptr<ICInterface> getInterface(AIBinder* binder) {
-            return static_cast<Data*>(AIBinder_getUserData(binder))->interface;
+            const auto* const data = static_cast<const Data*>(AIBinder_getUserData(binder));
+            // A proxy has none.
+            return data == nullptr ? nullptr : data->interface;
         }
 
         static void* onCreate(void* args) {
