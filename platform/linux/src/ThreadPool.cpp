@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/src/ThreadPool.h"
 
+#include <pthread.h>
+
 #include <cstring>
 #include <utility>
 
@@ -64,6 +66,7 @@ void ThreadPool::addThread(std::unique_lock<std::mutex>& guard) {
 }
 
 void* ThreadPool::threadMain(void* pool) {
+    pthread_setname_np(pthread_self(), "binder");  // for whoever looks at the process's threads
     static_cast<ThreadPool*>(pool)->serve();
 }
 
