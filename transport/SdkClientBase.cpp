@@ -159,6 +159,7 @@ void SdkClientBase::deactivate(LumSdkClientType type) {
         if (mFirstEvents[indexOf(type)]) return;
         mActiveTypes[indexOf(type)] = false;
     }
+    if (mClosing && *mClosing != type) return;
     if (std::find(mActiveTypes.begin(), mActiveTypes.end(), true) == mActiveTypes.end()) {
         mRunning = false;
     }
@@ -214,7 +215,7 @@ bool SdkClientBase::leave(LumSdkClientType type) {
         std::find(mActiveTypes.begin(), mActiveTypes.end(), true) != mActiveTypes.end()) {
         return false;
     }
-    mClosing = true;
+    mClosing = type;
     return true;
 }
 

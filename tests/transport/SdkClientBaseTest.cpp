@@ -336,16 +336,38 @@ TEST_F(SdkClientBaseTest, ReleasePostedBeforeTheTypeWasTakenUpAgainDoesNotEndThe
     EXPECT_EQ(transport->allSent(), expected);
 }
 
+TEST_F(SdkClientBaseTest, LateReleaseOfAnotherTypeDoesNotDropWhatTheLastOneQueued) {
+    transport->hangInConnect = true;
+    const ListenerRecord listener;
+    start(makeEvent(kSdf, {1}), listener);
+    ASSERT_TRUE(transport->inConnect.wait());
+    const auto other = makeEvent(kOther, {2});
+    ASSERT_TRUE(transport->use(kOther, listener, other));
+    transport->postEvent(other);
+    post(kSdf, {3}, true);
+    EXPECT_FALSE(transport->leave(kSdf));
+    post(kOther, {4});
+    post(kOther, {5}, true);
+    EXPECT_TRUE(transport->leave(kOther));
+    transport->mayConnect.raise();  // only now is the first release handled
+    waitForEnd();
+    const std::vector<std::pair<int, Bytes>> expected{
+        {5, {1}}, {6, {2}}, {5, {3}}, {6, {4}}, {6, {5}}};
+    EXPECT_EQ(transport->allSent(), expected);
+}
+
 TEST_F(SdkClientBaseTest, OnlyTheLastToLeaveTearsDownAndNobodyComesInAfterwards) {
     const ListenerRecord listener;
     start(makeEvent(kSdf, {1}), listener);
-    ASSERT_TRUE(transport->use(kOther, listener, makeEvent(kOther, {2})));
+    const auto first = makeEvent(kOther, {2});
+    ASSERT_TRUE(transport->use(kOther, listener, first));
+    transport->postEvent(first);
     EXPECT_FALSE(transport->leave(kSdf));
     EXPECT_TRUE(transport->leave(kOther));
     EXPECT_FALSE(transport->leave(kOther));
     EXPECT_FALSE(transport->use(kSdf, listener, makeEvent(kSdf, {3})));
     EXPECT_FALSE(transport->isActive(kSdf));
-    end();
+    end(kOther);
 }
 
 TEST_F(SdkClientBaseTest, NobodyJoinsALoopThatHasEnded) {
