@@ -166,6 +166,13 @@ void* operator new(size_t size) {
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
+void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 void operator delete(void* memory) noexcept {
     free(memory);
 }

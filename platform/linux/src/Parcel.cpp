@@ -120,23 +120,8 @@ binder_status_t readWord(const AParcel* parcel, T* value) {
     return status;
 }
 
-// Makes a text of `units` and calls `allocate` for the room, which takes its length with the zero
-// at the end.
-template <typename Allocate>
-binder_status_t convertText(const uint8_t* units, int32_t count, Allocate allocate) {
-    const int64_t size = utf8Length(units, static_cast<size_t>(count));
-    if (size < 0 || size >= INT32_MAX) {
-        return STATUS_BAD_VALUE;
-    }
-    char* buffer = nullptr;
-    if (!allocate(static_cast<int32_t>(size + 1), &buffer) || buffer == nullptr) {
-        return STATUS_NO_MEMORY;
-    }
-    utf16ToUtf8(units, static_cast<size_t>(count), buffer);
-    buffer[size] = '\0';
-    return STATUS_OK;
-}
-
+// Reads a text into room that `allocate` gives for its length with the zero at the end; for a null
+// text that length is -1.
 template <typename Allocate>
 binder_status_t readText(const AParcel* parcel, Allocate allocate) {
     const uint8_t* units = nullptr;
@@ -145,11 +130,20 @@ binder_status_t readText(const AParcel* parcel, Allocate allocate) {
     if (status != STATUS_OK) {
         return status;
     }
+    char* buffer = nullptr;
     if (count == -1) {
-        char* none = nullptr;
-        return allocate(-1, &none) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
+        return allocate(-1, &buffer) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
     }
-    return convertText(units, count, allocate);
+    const int64_t size = utf8Length(units, static_cast<size_t>(count));
+    if (size < 0 || size >= INT32_MAX) {
+        return STATUS_BAD_VALUE;
+    }
+    if (!allocate(static_cast<int32_t>(size + 1), &buffer) || buffer == nullptr) {
+        return STATUS_NO_MEMORY;
+    }
+    utf16ToUtf8(units, static_cast<size_t>(count), buffer);
+    buffer[size] = '\0';
+    return STATUS_OK;
 }
 
 // Moves behind a block that begins with its own size in bytes, the size included. A size of 0
@@ -232,11 +226,7 @@ bool AParcel::checkInterfaceToken(const std::string& descriptor) const noexcept 
         readUtf16(&units, &count) != STATUS_OK || count < 0) {
         return false;
     }
-    std::string name;
-    const auto allocate = [&](int32_t length, char** buffer) {
-        return ndk::impl::allocateString(&name, length, buffer);
-    };
-    return convertText(units, count, allocate) == STATUS_OK && name == descriptor;
+    return isSameText(units, static_cast<size_t>(count), descriptor.data(), descriptor.size());
 }
 
 void AParcel::clear() {

@@ -157,3 +157,16 @@ void utf16ToUtf8(const uint8_t* utf16, size_t count, char* out) {
         }
     }
 }
+
+bool isSameText(const uint8_t* utf16, size_t count, const char* utf8, size_t size) {
+    const char* at = utf8;
+    const char* end = utf8 + size;
+    size_t index = 0;
+    while (index != count && at != end) {
+        const uint32_t point = takeUtf16(utf16, &index, count);
+        if (point == kMalformed || point != takeUtf8(&at, end)) {
+            return false;
+        }
+    }
+    return index == count && at == end;
+}

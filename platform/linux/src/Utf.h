@@ -19,3 +19,6 @@ int64_t utf8Length(const uint8_t* utf16, size_t count);
 
 // Converts well-formed UTF-16. out: room for utf8Length() bytes.
 void utf16ToUtf8(const uint8_t* utf16, size_t count, char* out);
+
+// Whether `count` units and `size` bytes are the same text; false if either is malformed.
+bool isSameText(const uint8_t* utf16, size_t count, const char* utf8, size_t size);
