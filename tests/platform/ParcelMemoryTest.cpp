@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: Apache-2.0
+// No memory: every function says so, throws nothing, and leaves nothing behind.
+#include <android/binder_auto_utils.h>
+#include <android/binder_parcel.h>
+#include <android/binder_parcel_utils.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/src/Parcel.h"
+#include "tests/platform/CountedObject.h"
+#include "tests/support/Hex.h"
+#include "tests/utils/SystemCalls.h"
+
+namespace {
+
+// Calls `attempt` with no allocation allowed, then one, and so on until it succeeds; it must be
+// refused with STATUS_NO_MEMORY until then. Returns how often it was refused.
+int untilItWorks(const std::function<binder_status_t()>& attempt) {
+    for (long allowed = 0; allowed < 1000; ++allowed) {
+        binder_status_t status = STATUS_OK;
+        {
+            const AllocationLimit limit(allowed);
+            status = attempt();
+        }
+        if (status == STATUS_OK) {
+            return static_cast<int>(allowed);
+        }
+        EXPECT_EQ(STATUS_NO_MEMORY, status);
+    }
+    ADD_FAILURE() << "never works";
+    return 0;
+}
+
+TEST(NoMemory, WritingLeavesTheParcelAsItWas) {
+    AParcel parcel;
+    const int refused = untilItWorks([&] {
+        EXPECT_EQ("", toHex(parcel.bytes()));
+        return AParcel_writeInt32(&parcel, 7);
+    });
+    EXPECT_GT(refused, 0);
+    EXPECT_EQ("07 00 00 00", toHex(parcel.bytes()));
+}
+
+TEST(NoMemory, WritingAnObjectKeepsNoReference) {
+    int ended = 0;
+    const ndk::SpAIBinder binder = makeCounted(&ended);
+    AParcel parcel;
+    const int refused = untilItWorks([&] {
+        EXPECT_EQ(1, AIBinder_debugGetRefCount(binder.get()));
+        EXPECT_TRUE(parcel.bytes().empty());
+        return AParcel_writeStrongBinder(&parcel, binder.get());
+    });
+    EXPECT_GT(refused, 1);
+    EXPECT_EQ(2, AIBinder_debugGetRefCount(binder.get()));
+}
+
+TEST(NoMemory, AppendingKeepsNoReference) {
+    int ended = 0;
+    const ndk::SpAIBinder binder = makeCounted(&ended);
+    AParcel from;
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&from, binder.get()));
+    AParcel to;
+    const int refused = untilItWorks([&] {
+        EXPECT_EQ(2, AIBinder_debugGetRefCount(binder.get()));
+        EXPECT_TRUE(to.bytes().empty());
+        return AParcel_appendFrom(&from, &to, 0, 28);
+    });
+    EXPECT_GT(refused, 1);
+    EXPECT_EQ(3, AIBinder_debugGetRefCount(binder.get()));
+}
+
+TEST(NoMemory, UnmarshallingKeepsTheOldContents) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&parcel, 7));
+    const std::vector<uint8_t> bytes(1000, 1);
+    const int refused = untilItWorks([&] {
+        EXPECT_EQ("07 00 00 00", toHex(parcel.bytes()));
+        return AParcel_unmarshal(&parcel, bytes.data(), bytes.size());
+    });
+    EXPECT_GT(refused, 0);
+    EXPECT_EQ(1000, AParcel_getDataSize(&parcel));
+}
+
+TEST(NoMemory, CreatingGivesNull) {
+    AParcel* parcel = nullptr;
+    {
+        const AllocationLimit limit(0);
+        parcel = AParcel_create();
+    }
+    EXPECT_EQ(nullptr, parcel);
+}
+
+TEST(NoMemory, ReadingIntoCppTypes) {
+    // A text longer than a string keeps within itself.
+    const std::string text(100, 'x');
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(&parcel, std::vector<std::string>{text, text}));
+    std::vector<std::string> read;
+    const int refused = untilItWorks([&] {
+        parcel.setPosition(0);
+        read = std::vector<std::string>();  // gives its memory back
+        return ndk::AParcel_readData(&parcel, &read);
+    });
+    EXPECT_EQ(3, refused);  // the array and two texts
+    EXPECT_EQ((std::vector<std::string>{text, text}), read);
+
+    parcel.clear();
+    ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(&parcel, std::vector<uint8_t>(100, 1)));
+    std::vector<uint8_t> bytes;
+    EXPECT_EQ(1, untilItWorks([&] {
+                  parcel.setPosition(0);
+                  return ndk::AParcel_readData(&parcel, &bytes);
+              }));
+    EXPECT_EQ(std::vector<uint8_t>(100, 1), bytes);
+}
+
+TEST(NoMemory, StatusSaysSo) {
+    const std::string text(100, 'x');
+    ndk::ScopedAStatus status;
+    int refused = 0;
+    for (long allowed = 0;; ++allowed) {
+        {
+            const AllocationLimit limit(allowed);
+            status =
+                ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_STATE, text.c_str());
+        }
+        ASSERT_NE(nullptr, status.get());
+        if (status.getExceptionCode() == EX_ILLEGAL_STATE) {
+            break;
+        }
+        EXPECT_EQ(STATUS_NO_MEMORY, status.getStatus());
+        ++refused;
+    }
+    EXPECT_EQ(2, refused);  // the status and its text
+    EXPECT_EQ(text, status.getMessage());
+}
+
+TEST(NoMemory, SuccessNeedsNone) {
+    const AllocationLimit limit(0);
+    const ndk::ScopedAStatus status = ndk::ScopedAStatus::ok();
+    EXPECT_TRUE(status.isOk());
+}
+
+TEST(NoMemory, ReadingAStatus) {
+    AParcel parcel;
+    const std::string text(100, 'x');
+    ASSERT_EQ(STATUS_OK,
+              AParcel_writeStatusHeader(&parcel, ndk::ScopedAStatus::fromExceptionCodeWithMessage(
+                                                     EX_ILLEGAL_STATE, text.c_str())
+                                                     .get()));
+    ndk::ScopedAStatus status;
+    const int refused = untilItWorks([&] {
+        parcel.setPosition(0);
+        AStatus* read = nullptr;
+        const binder_status_t result = AParcel_readStatusHeader(&parcel, &read);
+        status.set(read);
+        // Where there is memory for the parcel's part of it only, the status itself says so.
+        return result == STATUS_OK ? status.getStatus() : result;
+    });
+    EXPECT_GT(refused, 1);
+    EXPECT_EQ(text, status.getMessage());
+}
+
+TEST(NoMemory, InterfaceTokenIsRecognisedAllTheSame) {
+    AParcel parcel;
+    const std::string descriptor(100, 'd');
+    ASSERT_EQ(STATUS_OK, parcel.writeInterfaceToken(descriptor));
+    parcel.setPosition(0);
+    const AllocationLimit limit(0);
+    const bool recognised = parcel.checkInterfaceToken(descriptor);
+    EXPECT_TRUE(recognised);
+}
+
+}  // namespace

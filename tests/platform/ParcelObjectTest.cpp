@@ -1,0 +1,347 @@
+// SPDX-License-Identifier: Apache-2.0
+// Objects in parcels: their bytes, who keeps them, and that nothing but the list of objects decides
+// what is one.
+#include <android/binder_auto_utils.h>
+#include <android/binder_parcel.h>
+#include <android/binder_parcel_utils.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/src/Link.h"
+#include "platform/linux/src/Parcel.h"
+#include "platform/linux/src/RemoteBinder.h"
+#include "tests/platform/CountedObject.h"
+#include "tests/support/Hex.h"
+
+namespace {
+
+using ndk::SpAIBinder;
+
+// Type "sb*", flags, 8 bytes of name and 8 of cookie, stability.
+const char* const kLocal =
+    "85 2A 62 73 13 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 03 00 00 00";
+const char* const kRemote =
+    "85 2A 68 73 13 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 03 00 00 00";
+const char* const kNull =
+    "85 2A 62 73 13 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
+
+int32_t references(const SpAIBinder& binder) {
+    return AIBinder_debugGetRefCount(binder.get());
+}
+
+// Reads an object that must be there; its status otherwise.
+std::pair<binder_status_t, SpAIBinder> readAt(const AParcel& parcel, size_t position) {
+    parcel.setPosition(position);
+    SpAIBinder binder;
+    const binder_status_t status = AParcel_readStrongBinder(&parcel, binder.getR());
+    return {status, binder};
+}
+
+// A received parcel: the bytes, and the object, if there is one, at that offset.
+AParcel received(const std::string& hex, const SpAIBinder& binder = nullptr, size_t offset = 0) {
+    std::vector<AParcel::Object> objects;
+    if (binder.get() != nullptr) {
+        objects.push_back({offset, refTo(binder.get())});
+    }
+    return AParcel(fromHex(hex), std::move(objects));
+}
+
+class ParcelObject : public testing::Test {
+  protected:
+    int mEnded = 0;
+    SpAIBinder mBinder = makeCounted(&mEnded);
+};
+
+TEST_F(ParcelObject, LocalOneIsWrittenAsTheseBytes) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&parcel, 7));
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
+    EXPECT_EQ(std::string("07 00 00 00 ") + kLocal, toHex(parcel.bytes()));
+    ASSERT_EQ(1U, parcel.objects().size());
+    EXPECT_EQ(4U, parcel.objects()[0].offset);
+    EXPECT_EQ(mBinder.get(), parcel.objects()[0].binder.get());
+}
+
+// A link over which nothing is called.
+class NoLink final : public Link {
+    binder_status_t transact(uint32_t /*handle*/, transaction_code_t /*code*/,
+                             const AParcel& /*in*/, binder_flags_t /*flags*/,
+                             std::unique_ptr<AParcel>* /*out*/) override {
+        return STATUS_INVALID_OPERATION;
+    }
+    void releaseProxy(RemoteBinder& /*proxy*/) noexcept override {}
+    bool isAlive() override { return true; }
+    binder_status_t watchDeath(RemoteBinder& /*proxy*/) override {
+        return STATUS_INVALID_OPERATION;
+    }
+    void unwatchDeath(RemoteBinder& /*proxy*/) noexcept override {}
+};
+
+TEST_F(ParcelObject, RemoteOneIsWrittenAsTheseBytesAndReadBack) {
+    const SpAIBinder proxy(new RemoteBinder(std::make_shared<NoLink>(), 77));
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, proxy.get()));
+    EXPECT_EQ(kRemote, toHex(parcel.bytes()));
+    ASSERT_EQ(1U, parcel.objects().size());
+    const auto [status, binder] = readAt(parcel, 0);
+    EXPECT_EQ(STATUS_OK, status);
+    EXPECT_EQ(proxy, binder);
+}
+
+TEST_F(ParcelObject, NullHasBytesButNoPlaceInTheList) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, nullptr));
+    EXPECT_EQ(kNull, toHex(parcel.bytes()));
+    EXPECT_TRUE(parcel.objects().empty());
+}
+
+TEST_F(ParcelObject, ParcelKeepsItAliveUntilItEnds) {
+    AParcel* parcel = AParcel_create();
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(parcel, mBinder.get()));
+    EXPECT_EQ(2, references(mBinder));
+    mBinder.set(nullptr);
+    EXPECT_EQ(0, mEnded);
+    AParcel_delete(parcel);
+    EXPECT_EQ(1, mEnded);
+}
+
+TEST_F(ParcelObject, ResetAndUnmarshalLetItGo) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
+    AParcel_reset(&parcel);
+    EXPECT_EQ(1, references(mBinder));
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
+    const uint8_t bytes[4] = {};
+    ASSERT_EQ(STATUS_OK, AParcel_unmarshal(&parcel, bytes, sizeof bytes));
+    EXPECT_EQ(1, references(mBinder));
+    EXPECT_TRUE(parcel.objects().empty());
+}
+
+TEST_F(ParcelObject, EveryReadGivesAReferenceOfItsOwn) {
+    const AParcel parcel = received(kLocal, mBinder);
+    EXPECT_EQ(2, references(mBinder));
+    {
+        const auto first = readAt(parcel, 0);
+        const auto second = readAt(parcel, 0);
+        EXPECT_EQ(STATUS_OK, first.first);
+        EXPECT_EQ(mBinder, first.second);
+        EXPECT_EQ(mBinder, second.second);
+        EXPECT_EQ(4, references(mBinder));
+        EXPECT_EQ(28U, parcel.position());
+    }
+    EXPECT_EQ(2, references(mBinder));
+}
+
+TEST_F(ParcelObject, BytesAloneNeverBecomeOne) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
+    for (const std::string& bytes : {toHex(parcel.bytes()), std::string(kRemote)}) {
+        EXPECT_EQ(STATUS_BAD_TYPE, readAt(received(bytes), 0).first) << bytes;
+    }
+    // With a name, as a process that knows its own addresses or the numbers of others would forge
+    // it.
+    for (const char* bytes :
+         {"85 2A 62 73 13 01 00 00 10 20 30 40 50 60 00 00 10 20 30 40 50 60 00 00 03 00 00 00",
+          "85 2A 62 73 13 01 00 00 10 20 30 40 50 60 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
+          "85 2A 62 73 13 01 00 00 00 00 00 00 00 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00",
+          "85 2A 68 73 13 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 03 00 00 00",
+          "85 2A 68 73 13 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
+          "85 2A 62 77 13 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
+          "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"}) {
+        const auto [status, binder] = readAt(received(bytes), 0);
+        EXPECT_EQ(STATUS_BAD_TYPE, status) << bytes;
+        EXPECT_EQ(nullptr, binder.get());
+    }
+}
+
+TEST_F(ParcelObject, IsFoundAtItsOwnOffsetOnly) {
+    const AParcel parcel =
+        received(std::string("00 00 00 00 ") + kLocal + " 00 00 00 00", mBinder, 4);
+    EXPECT_EQ(STATUS_OK, readAt(parcel, 4).first);
+    for (const size_t offset : {0U, 1U, 2U, 3U, 5U, 6U, 7U, 8U}) {
+        EXPECT_EQ(STATUS_BAD_TYPE, readAt(parcel, offset).first) << offset;
+    }
+    for (const size_t offset : {9U, 12U, 32U, 36U}) {
+        EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, readAt(parcel, offset).first) << offset;
+    }
+    EXPECT_EQ(2, references(mBinder));
+}
+
+TEST_F(ParcelObject, ListDecidesWhateverTheBytesSay) {
+    std::string bytes = kNull;
+    bytes.replace(bytes.size() - 11, 2, "03");
+    const auto [status, binder] = readAt(received(bytes, mBinder), 0);
+    EXPECT_EQ(STATUS_OK, status);
+    EXPECT_EQ(mBinder, binder);
+}
+
+TEST_F(ParcelObject, OfAnotherPartitionIsRefused) {
+    for (const char* stability : {"00", "01", "0C", "3F", "FF"}) {
+        std::string bytes = kLocal;
+        bytes.replace(bytes.size() - 11, 2, stability);
+        EXPECT_EQ(STATUS_BAD_TYPE, readAt(received(bytes, mBinder), 0).first) << stability;
+        EXPECT_EQ(1, references(mBinder));
+    }
+}
+
+TEST_F(ParcelObject, NullOfAPartitionIsRefused) {
+    std::string bytes = kNull;
+    bytes.replace(bytes.size() - 11, 2, "03");
+    EXPECT_EQ(STATUS_BAD_TYPE, readAt(received(bytes), 0).first);
+}
+
+TEST_F(ParcelObject, WritingOverAnyPartOfItTakesItOut) {
+    for (int32_t position = 0; position < 44; position += 4) {
+        AParcel parcel;
+        ASSERT_EQ(STATUS_OK, AParcel_writeInt64(&parcel, 0));
+        ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
+        ASSERT_EQ(STATUS_OK, AParcel_writeInt64(&parcel, 0));
+        ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&parcel, position));
+        ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&parcel, -1));
+        const bool within = position >= 8 && position < 36;
+        EXPECT_EQ(within ? 1 : 2, references(mBinder)) << position;
+        EXPECT_EQ(within ? STATUS_BAD_TYPE : STATUS_OK, readAt(parcel, 8).first) << position;
+    }
+}
+
+TEST_F(ParcelObject, WritingLongBytesTakesOutAllBelow) {
+    AParcel parcel;
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
+    }
+    ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&parcel, 24));
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt64(&parcel, 0));
+    ASSERT_EQ(1U, parcel.objects().size());
+    EXPECT_EQ(56U, parcel.objects()[0].offset);
+}
+
+TEST_F(ParcelObject, WritingAnotherInItsPlaceReplacesIt) {
+    int otherEnded = 0;
+    const SpAIBinder other = makeCounted(&otherEnded);
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
+    ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&parcel, 0));
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, other.get()));
+    EXPECT_EQ(other, readAt(parcel, 0).second);
+    EXPECT_EQ(mBinder, readAt(parcel, 28).second);
+    ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&parcel, 28));
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, nullptr));
+    EXPECT_EQ(STATUS_OK, readAt(parcel, 28).first);
+    EXPECT_EQ(nullptr, readAt(parcel, 28).second.get());
+    EXPECT_EQ(1, references(mBinder));
+}
+
+TEST_F(ParcelObject, AppendTakesThoseThatLieWholeInTheRange) {
+    AParcel from;
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&from, mBinder.get()));
+    }
+    AParcel to;
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&to, 0));
+    // The second whole, the first and the third but for a word.
+    ASSERT_EQ(STATUS_OK, AParcel_appendFrom(&from, &to, 4, 76));
+    ASSERT_EQ(1U, to.objects().size());
+    EXPECT_EQ(28U, to.objects()[0].offset);
+    EXPECT_EQ(5, references(mBinder));
+    EXPECT_EQ(mBinder, readAt(to, 28).second);
+    EXPECT_EQ(STATUS_BAD_TYPE, readAt(to, 0).first);
+    ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&to, AParcel_getDataSize(&to)));
+    ASSERT_EQ(STATUS_OK, AParcel_appendFrom(&from, &to, 0, 84));
+    ASSERT_EQ(4U, to.objects().size());
+    EXPECT_EQ(80U, to.objects()[1].offset);
+    EXPECT_EQ(136U, to.objects()[3].offset);
+}
+
+TEST_F(ParcelObject, AppendInTheMiddleKeepsTheOrder) {
+    AParcel from;
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&from, mBinder.get()));
+    AParcel to;
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&to, mBinder.get()));
+    }
+    ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&to, 28));
+    ASSERT_EQ(STATUS_OK, AParcel_appendFrom(&from, &to, 0, 28));
+    ASSERT_EQ(3U, to.objects().size());
+    EXPECT_EQ(0U, to.objects()[0].offset);
+    EXPECT_EQ(28U, to.objects()[1].offset);
+    EXPECT_EQ(56U, to.objects()[2].offset);
+}
+
+TEST_F(ParcelObject, ParcelWithObjectsIsNotMarshalled) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
+    uint8_t bytes[28] = {};
+    EXPECT_EQ(STATUS_INVALID_OPERATION, AParcel_marshal(&parcel, bytes, 0, sizeof bytes));
+}
+
+TEST_F(ParcelObject, ManyAreFoundAgain) {
+    constexpr size_t kCount = 5000;
+    AParcel parcel;
+    for (size_t i = 0; i < kCount; ++i) {
+        ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
+    }
+    EXPECT_EQ(1 + static_cast<int32_t>(kCount), references(mBinder));
+    for (size_t i = 0; i < kCount; ++i) {
+        ASSERT_EQ(mBinder, readAt(parcel, i * 28).second);
+    }
+    AParcel_reset(&parcel);
+    EXPECT_EQ(1, references(mBinder));
+}
+
+TEST_F(ParcelObject, RequiredOneMustNotBeNull) {
+    AParcel parcel;
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_writeData(&parcel, SpAIBinder()));
+    EXPECT_TRUE(parcel.bytes().empty());
+    const AParcel null = received(kNull);
+    SpAIBinder binder;
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readData(&null, &binder));
+    null.setPosition(0);
+    binder = mBinder;
+    EXPECT_EQ(STATUS_OK, ndk::AParcel_readNullableData(&null, &binder));
+    EXPECT_EQ(nullptr, binder.get());
+    EXPECT_EQ(1, references(mBinder));
+}
+
+TEST_F(ParcelObject, FailedReadLeavesTheHolder) {
+    const AParcel parcel = received(kRemote);
+    SpAIBinder binder = mBinder;
+    EXPECT_EQ(STATUS_BAD_TYPE, ndk::AParcel_readData(&parcel, &binder));
+    EXPECT_EQ(mBinder, binder);
+}
+
+TEST_F(ParcelObject, ArraysOfThem) {
+    AParcel parcel;
+    const std::vector<SpAIBinder> objects = {mBinder, mBinder};
+    ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(&parcel, objects));
+    EXPECT_EQ(std::string("02 00 00 00 ") + kLocal + " " + kLocal, toHex(parcel.bytes()));
+    parcel.setPosition(0);
+    std::vector<SpAIBinder> read;
+    ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(&parcel, &read));
+    EXPECT_EQ(objects, read);
+}
+
+TEST(ParcelLayout, EntriesMustBeWholeAlignedInOrderAndApart) {
+    EXPECT_TRUE(AParcel::isLayout(0, {}));
+    EXPECT_TRUE(AParcel::isLayout(28, {0}));
+    EXPECT_TRUE(AParcel::isLayout(60, {0, 28}));
+    EXPECT_TRUE(AParcel::isLayout(60, {4, 32}));
+    EXPECT_FALSE(AParcel::isLayout(0, {0}));
+    EXPECT_FALSE(AParcel::isLayout(27, {0}));
+    EXPECT_FALSE(AParcel::isLayout(31, {4}));
+    EXPECT_FALSE(AParcel::isLayout(60, {33}));
+    EXPECT_FALSE(AParcel::isLayout(60, {2}));
+    EXPECT_FALSE(AParcel::isLayout(60, {0, 0}));
+    EXPECT_FALSE(AParcel::isLayout(60, {0, 24}));
+    EXPECT_FALSE(AParcel::isLayout(60, {28, 0}));
+    EXPECT_FALSE(AParcel::isLayout(60, {60}));
+    EXPECT_FALSE(AParcel::isLayout(60, {SIZE_MAX - 3}));
+    EXPECT_FALSE(AParcel::isLayout(60, {0, SIZE_MAX - 27}));
+}
+
+}  // namespace

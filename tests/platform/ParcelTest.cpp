@@ -1,0 +1,609 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <android/binder_auto_utils.h>
+#include <android/binder_parcel.h>
+#include <android/binder_parcel_utils.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/src/Parcel.h"
+#include "tests/support/Hex.h"
+
+namespace {
+
+using ndk::ScopedAParcel;
+using ndk::ScopedAStatus;
+
+// ---- Lengths that nobody should trust
+
+int allocations = 0;
+
+template <typename T>
+bool allocateNothing(void* /*arrayData*/, int32_t /*length*/, T** /*outBuffer*/) {
+    ++allocations;
+    return false;
+}
+
+bool allocateNoElements(void* /*arrayData*/, int32_t /*length*/) {
+    ++allocations;
+    return false;
+}
+
+struct ArrayReader {
+    const char* name;
+    size_t elementSize;  // in the parcel
+    std::function<binder_status_t(const AParcel*)> read;
+};
+
+std::vector<ArrayReader> arrayReaders() {
+    return {
+        {"Int32", 4, [](auto* p) { return AParcel_readInt32Array(p, nullptr, allocateNothing); }},
+        {"Uint32", 4, [](auto* p) { return AParcel_readUint32Array(p, nullptr, allocateNothing); }},
+        {"Int64", 8, [](auto* p) { return AParcel_readInt64Array(p, nullptr, allocateNothing); }},
+        {"Uint64", 8, [](auto* p) { return AParcel_readUint64Array(p, nullptr, allocateNothing); }},
+        {"Float", 4, [](auto* p) { return AParcel_readFloatArray(p, nullptr, allocateNothing); }},
+        {"Double", 8, [](auto* p) { return AParcel_readDoubleArray(p, nullptr, allocateNothing); }},
+        {"Char", 4, [](auto* p) { return AParcel_readCharArray(p, nullptr, allocateNothing); }},
+        {"Byte", 1, [](auto* p) { return AParcel_readByteArray(p, nullptr, allocateNothing); }},
+        {"Bool", 4,
+         [](auto* p) {
+             return AParcel_readBoolArray(p, nullptr, allocateNoElements,
+                                          [](void*, size_t, bool) { FAIL(); });
+         }},
+        {"String", 4,
+         [](auto* p) {
+             return AParcel_readStringArray(p, nullptr, allocateNoElements,
+                                            [](void*, size_t, int32_t, char**) { return false; });
+         }},
+        {"Structure", 4,
+         [](auto* p) {
+             return AParcel_readParcelableArray(
+                 p, nullptr, allocateNoElements,
+                 [](const AParcel*, void*, size_t) -> binder_status_t { return STATUS_OK; });
+         }},
+    };
+}
+
+class HostileLength : public testing::TestWithParam<ArrayReader> {
+  protected:
+    // Reads from a length and `rest` bytes behind it; says how often room was asked for.
+    binder_status_t read(int32_t length, size_t rest) {
+        std::vector<uint8_t> bytes(sizeof length + rest, 0);
+        memcpy(bytes.data(), &length, sizeof length);
+        const AParcel parcel(bytes, {});
+        allocations = 0;
+        return GetParam().read(&parcel);
+    }
+};
+
+TEST_P(HostileLength, BelowMinusOneIsRefused) {
+    for (const int32_t length : {-2, -3, INT32_MIN}) {
+        EXPECT_EQ(STATUS_BAD_VALUE, read(length, 64)) << length;
+        EXPECT_EQ(0, allocations);
+    }
+}
+
+TEST_P(HostileLength, BeyondTheRestIsRefusedBeforeAnythingIsAllocated) {
+    for (const int32_t length :
+         {INT32_MAX, INT32_MAX - 1, INT32_MAX / 4, INT32_MAX / 8 + 1, 1 << 30, 1 << 29, 65}) {
+        EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, read(length, 64)) << length;
+        EXPECT_EQ(0, allocations);
+    }
+}
+
+TEST_P(HostileLength, OneElementTooManyIsRefusedAndTheLastOneThatFitsIsNot) {
+    const auto fitting = static_cast<int32_t>(64 / GetParam().elementSize);
+    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, read(fitting + 1, 64));
+    EXPECT_EQ(0, allocations);
+    // Gets as far as the allocator, which refuses.
+    EXPECT_EQ(STATUS_NO_MEMORY, read(fitting, 64));
+    EXPECT_EQ(1, allocations);
+}
+
+TEST_P(HostileLength, NullArrayIsRefusedByTheAllocator) {
+    EXPECT_EQ(STATUS_NO_MEMORY, read(-1, 0));
+    EXPECT_EQ(1, allocations);
+}
+
+INSTANTIATE_TEST_SUITE_P(, HostileLength, testing::ValuesIn(arrayReaders()),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(ParcelString, HostileLengths) {
+    for (const int32_t length : {INT32_MAX, INT32_MAX - 1, 1 << 30, 32, 33}) {
+        std::vector<uint8_t> bytes(4 + 64, 0);
+        memcpy(bytes.data(), &length, sizeof length);
+        const AParcel parcel(bytes, {});
+        std::string text;
+        EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, ndk::AParcel_readString(&parcel, &text)) << length;
+    }
+    const AParcel negative(fromHex("FE FF FF FF 00 00 00 00"), {});
+    std::string text;
+    EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_readString(&negative, &text));
+}
+
+TEST(ParcelString, MustEndInZero) {
+    const AParcel parcel(fromHex("01 00 00 00 61 00 62 00"), {});
+    std::string text;
+    EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_readString(&parcel, &text));
+    const AParcel halfZero(fromHex("01 00 00 00 61 00 00 62"), {});
+    EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_readString(&halfZero, &text));
+}
+
+TEST(ParcelString, MustBeUtf16) {
+    const AParcel parcel(fromHex("01 00 00 00 00 D8 00 00"), {});
+    std::string text;
+    EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_readString(&parcel, &text));
+}
+
+TEST(ParcelString, WhatIsWrittenMustBeUtf8) {
+    AParcel parcel;
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeString(&parcel, "\xC0\x80", 2));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeString(&parcel, "a\xE2\x82\xAC", 3));
+    EXPECT_TRUE(parcel.bytes().empty());
+}
+
+TEST(ParcelString, NullGoesWithMinusOneOnly) {
+    AParcel parcel;
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeString(&parcel, nullptr, 0));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeString(&parcel, nullptr, 3));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeString(&parcel, "a", -1));
+    EXPECT_TRUE(parcel.bytes().empty());
+    EXPECT_EQ(STATUS_OK, AParcel_writeString(&parcel, nullptr, -1));
+    EXPECT_EQ("FF FF FF FF", toHex(parcel.bytes()));
+}
+
+TEST(ParcelString, NullIsRefusedWhereItMakesNoSense) {
+    const AParcel parcel(fromHex("FF FF FF FF"), {});
+    std::string text;
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readString(&parcel, &text));
+}
+
+TEST(ParcelString, AllocatorIsToldTheRoomWithTheZero) {
+    const AParcel parcel(fromHex("02 00 00 00 E4 00 62 00 00 00 00 00"), {});
+    struct Room {
+        int32_t length = 0;
+        char text[8] = {};
+    } room;
+    memset(room.text, 'x', sizeof room.text);
+    EXPECT_EQ(STATUS_OK,
+              AParcel_readString(&parcel, &room, [](void* data, int32_t length, char** buffer) {
+                  auto* room = static_cast<Room*>(data);
+                  room->length = length;
+                  *buffer = room->text;
+                  return true;
+              }));
+    EXPECT_EQ(4, room.length);
+    EXPECT_EQ("C3 A4 62 00 78 78 78 78", toHex(room.text));
+}
+
+TEST(ParcelString, AllocatorMayRefuse) {
+    const AParcel parcel(fromHex("01 00 00 00 61 00 00 00"), {});
+    EXPECT_EQ(STATUS_NO_MEMORY,
+              AParcel_readString(&parcel, nullptr, [](void*, int32_t, char**) { return false; }));
+}
+
+// ---- Arrays through the C functions
+
+TEST(ParcelArray, NullArraysAreWrittenAsMinusOne) {
+    AParcel parcel;
+    EXPECT_EQ(STATUS_OK, AParcel_writeByteArray(&parcel, nullptr, -1));
+    EXPECT_EQ(STATUS_OK, AParcel_writeInt32Array(&parcel, nullptr, -1));
+    EXPECT_EQ(STATUS_OK, AParcel_writeCharArray(&parcel, nullptr, -1));
+    EXPECT_EQ(STATUS_OK, AParcel_writeBoolArray(&parcel, nullptr, -1, nullptr));
+    EXPECT_EQ(STATUS_OK, AParcel_writeStringArray(&parcel, nullptr, -1, nullptr));
+    EXPECT_EQ(STATUS_OK, AParcel_writeParcelableArray(&parcel, nullptr, -1, nullptr));
+    EXPECT_EQ("FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF",
+              toHex(parcel.bytes()));
+}
+
+TEST(ParcelArray, NoElementsNeedNoAddress) {
+    AParcel parcel;
+    EXPECT_EQ(STATUS_OK, AParcel_writeByteArray(&parcel, nullptr, 0));
+    EXPECT_EQ(STATUS_OK, AParcel_writeCharArray(&parcel, nullptr, 0));
+    EXPECT_EQ("00 00 00 00 00 00 00 00", toHex(parcel.bytes()));
+}
+
+TEST(ParcelArray, LengthAndAddressMustFit) {
+    AParcel parcel;
+    const int8_t bytes[] = {1};
+    const char16_t chars[] = {u'a'};
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeByteArray(&parcel, bytes, -1));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeByteArray(&parcel, bytes, -2));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeByteArray(&parcel, nullptr, 1));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeByteArray(&parcel, nullptr, -2));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeCharArray(&parcel, chars, -1));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeCharArray(&parcel, nullptr, 1));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeBoolArray(&parcel, nullptr, -2, nullptr));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeStringArray(&parcel, nullptr, -2, nullptr));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeParcelableArray(&parcel, nullptr, -2, nullptr));
+    EXPECT_TRUE(parcel.bytes().empty());
+}
+
+TEST(ParcelArray, FailureOfAnElementEndsIt) {
+    AParcel parcel;
+    int written = 0;
+    EXPECT_EQ(
+        STATUS_DEAD_OBJECT,
+        AParcel_writeParcelableArray(
+            &parcel, &written, 5, [](AParcel*, const void* data, size_t index) -> binder_status_t {
+                ++*static_cast<int*>(const_cast<void*>(data));
+                return index == 2 ? STATUS_DEAD_OBJECT : STATUS_OK;
+            }));
+    EXPECT_EQ(3, written);
+
+    const AParcel from(fromHex("03 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"), {});
+    int read = 0;
+    EXPECT_EQ(STATUS_BAD_TYPE, AParcel_readParcelableArray(
+                                   &from, &read, [](void*, int32_t) { return true; },
+                                   [](const AParcel*, void* data, size_t index) -> binder_status_t {
+                                       ++*static_cast<int*>(data);
+                                       return index == 1 ? STATUS_BAD_TYPE : STATUS_OK;
+                                   }));
+    EXPECT_EQ(2, read);
+}
+
+TEST(ParcelArray, StringsThroughTheirGetterAndAllocators) {
+    AParcel parcel;
+    const char* const texts[] = {"ab", nullptr};
+    EXPECT_EQ(STATUS_OK,
+              AParcel_writeStringArray(
+                  &parcel, texts, 2, [](const void* data, size_t index, int32_t* length) {
+                      const char* text = static_cast<const char* const*>(data)[index];
+                      *length = text == nullptr ? -1 : 2;
+                      return text;
+                  }));
+    EXPECT_EQ("02 00 00 00 02 00 00 00 61 00 62 00 00 00 00 00 FF FF FF FF", toHex(parcel.bytes()));
+
+    parcel.setPosition(0);
+    struct Got {
+        int32_t length = 0;
+        char first[3] = {};
+        bool secondNull = false;
+    } got;
+    EXPECT_EQ(STATUS_OK, AParcel_readStringArray(
+                             &parcel, &got,
+                             [](void* data, int32_t length) {
+                                 static_cast<Got*>(data)->length = length;
+                                 return true;
+                             },
+                             [](void* data, size_t index, int32_t length, char** buffer) {
+                                 auto* got = static_cast<Got*>(data);
+                                 if (index == 0 && length == 3) {
+                                     *buffer = got->first;
+                                 }
+                                 got->secondNull = index == 1 && length == -1;
+                                 return true;
+                             }));
+    EXPECT_EQ(2, got.length);
+    EXPECT_STREQ("ab", got.first);
+    EXPECT_TRUE(got.secondNull);
+}
+
+TEST(ParcelArray, VectorsRefuseNull) {
+    const AParcel parcel(fromHex("FF FF FF FF"), {});
+    const auto refused = [&](auto vector) {
+        parcel.setPosition(0);
+        return ndk::AParcel_readVector(&parcel, &vector);
+    };
+    EXPECT_EQ(STATUS_NO_MEMORY, refused(std::vector<uint8_t>()));
+    EXPECT_EQ(STATUS_NO_MEMORY, refused(std::vector<bool>()));
+    EXPECT_EQ(STATUS_NO_MEMORY, refused(std::vector<std::string>()));
+}
+
+TEST(ParcelStructure, AbsentOneIsRefusedWhereItMustBeThere) {
+    struct Nothing {
+        binder_status_t readFromParcel(const AParcel* /*parcel*/) { return STATUS_OK; }
+    } nothing;
+    const AParcel parcel(fromHex("00 00 00 00"), {});
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readParcelable(&parcel, &nothing));
+}
+
+// ---- Any bool but 0 is true; what is too wide is cut
+
+TEST(ParcelScalar, WordsAreCutToTheType) {
+    const AParcel parcel(fromHex("00 00 00 80 41 00 01 00 81 FF 00 00"), {});
+    bool flag = false;
+    char16_t character = 0;
+    int8_t byte = 0;
+    EXPECT_EQ(STATUS_OK, AParcel_readBool(&parcel, &flag));
+    EXPECT_EQ(STATUS_OK, AParcel_readChar(&parcel, &character));
+    EXPECT_EQ(STATUS_OK, AParcel_readByte(&parcel, &byte));
+    EXPECT_TRUE(flag);
+    EXPECT_EQ(u'A', character);
+    EXPECT_EQ(-127, byte);
+}
+
+TEST(ParcelScalar, FailedReadLeavesTheValue) {
+    const AParcel parcel(fromHex("00 00"), {});
+    int32_t value = 77;
+    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, AParcel_readInt32(&parcel, &value));
+    EXPECT_EQ(77, value);
+}
+
+// ---- Statuses
+
+TEST(ParcelStatus, FailedTransactionIsReturnedInPlaceOfTheReply) {
+    AParcel parcel;
+    const auto status = ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
+    EXPECT_EQ(STATUS_DEAD_OBJECT, AParcel_writeStatusHeader(&parcel, status.get()));
+    EXPECT_TRUE(parcel.bytes().empty());
+}
+
+// Reads a status; its description, or the error.
+std::string readStatus(const std::string& bytes, size_t* position = nullptr) {
+    const AParcel parcel(fromHex(bytes), {});
+    ScopedAStatus status;
+    const binder_status_t result = AParcel_readStatusHeader(&parcel, status.getR());
+    if (position != nullptr) {
+        *position = parcel.position();
+    }
+    EXPECT_EQ(result == STATUS_OK, status.get() != nullptr);
+    return result == STATUS_OK ? status.getDescription() : "error " + std::to_string(result);
+}
+
+TEST(ParcelStatus, BlocksBeforeASuccessAreSkipped) {
+    size_t position = 0;
+    // Code -128, a block of 12 bytes.
+    EXPECT_EQ("No error",
+              readStatus("80 FF FF FF 0C 00 00 00 01 01 01 01 02 02 02 02 EE EE EE EE", &position));
+    EXPECT_EQ(16U, position);
+    // Code -127, a block, then a success.
+    EXPECT_EQ("No error", readStatus("81 FF FF FF 08 00 00 00 01 01 01 01 00 00 00 00", &position));
+    EXPECT_EQ(16U, position);
+    // Both.
+    EXPECT_EQ("No error",
+              readStatus("81 FF FF FF 04 00 00 00 80 FF FF FF 04 00 00 00 EE EE EE EE", &position));
+    EXPECT_EQ(16U, position);
+    // Code -127, a block, then an exception.
+    EXPECT_EQ("Status(-4, EX_NULL_POINTER): ''",
+              readStatus("81 FF FF FF 04 00 00 00 FC FF FF FF FF FF FF FF 00 00 00 00"));
+}
+
+TEST(ParcelStatus, BlocksThatMakeNoSenseAreRefused) {
+    EXPECT_EQ("error -22", readStatus("80 FF FF FF FF FF FF FF 00 00 00 00"));
+    EXPECT_EQ("error -61", readStatus("80 FF FF FF FF FF FF 7F 00 00 00 00"));
+    EXPECT_EQ("error -61", readStatus("80 FF FF FF 0C 00 00 00 00 00 00 00"));
+    EXPECT_EQ("error -22", readStatus("81 FF FF FF 00 00 00 80 00 00 00 00"));
+    EXPECT_EQ("error -61", readStatus("81 FF FF FF 04 00 00 00"));
+    EXPECT_EQ("error -22", readStatus("FF FF FF FF FF FF FF FF FE FF FF FF"));
+}
+
+TEST(ParcelStatus, TracesAndStructuresAreSkipped) {
+    size_t position = 0;
+    // Message null, a trace of 8 bytes, then the service's number.
+    EXPECT_EQ("Status(-8, EX_SERVICE_SPECIFIC): '5: '",
+              readStatus("F8 FF FF FF FF FF FF FF 08 00 00 00 01 01 01 01 05 00 00 00", &position));
+    EXPECT_EQ(20U, position);
+    // The structure of 8 bytes.
+    EXPECT_EQ("Status(-9, EX_PARCELABLE): ''",
+              readStatus("F7 FF FF FF FF FF FF FF 00 00 00 00 08 00 00 00 01 01 01 01", &position));
+    EXPECT_EQ(20U, position);
+}
+
+TEST(ParcelStatus, CodeNobodyKnowsIsAFailedTransaction) {
+    EXPECT_EQ("Status(-129, EX_TRANSACTION_FAILED): 'STATUS_FAILED_TRANSACTION: '",
+              readStatus("05 00 00 00 FF FF FF FF 00 00 00 00"));
+    EXPECT_EQ("Status(-129, EX_TRANSACTION_FAILED): 'STATUS_FAILED_TRANSACTION: '",
+              readStatus("7F FF FF FF FF FF FF FF 00 00 00 00"));
+}
+
+// ---- Position
+
+TEST(ParcelPosition, MayBeSetAnywhereButNotBelowZero) {
+    const ScopedAParcel parcel(AParcel_create());
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt64(parcel.get(), 1));
+    EXPECT_EQ(8, AParcel_getDataPosition(parcel.get()));
+    EXPECT_EQ(8, AParcel_getDataSize(parcel.get()));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_setDataPosition(parcel.get(), -1));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_setDataPosition(parcel.get(), INT32_MIN));
+    EXPECT_EQ(8, AParcel_getDataPosition(parcel.get()));
+    for (const int32_t position : {0, 3, 4, 8, 9, INT32_MAX}) {
+        EXPECT_EQ(STATUS_OK, AParcel_setDataPosition(parcel.get(), position));
+        EXPECT_EQ(position, AParcel_getDataPosition(parcel.get()));
+        EXPECT_EQ(8, AParcel_getDataSize(parcel.get()));
+    }
+}
+
+TEST(ParcelPosition, NothingIsReadOrWrittenBehindTheEnd) {
+    const ScopedAParcel parcel(AParcel_create());
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt64(parcel.get(), 1));
+    for (const int32_t position : {9, 12, INT32_MAX - 3, INT32_MAX}) {
+        ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(parcel.get(), position));
+        int32_t value = 0;
+        EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, AParcel_readInt32(parcel.get(), &value));
+        AIBinder* binder = nullptr;
+        EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, AParcel_readStrongBinder(parcel.get(), &binder));
+        EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeInt32(parcel.get(), 1));
+        EXPECT_EQ(8, AParcel_getDataSize(parcel.get()));
+    }
+}
+
+TEST(ParcelPosition, NothingIsWrittenBesideTheGrid) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt64(&parcel, 0));
+    for (const int32_t position : {1, 2, 3, 5}) {
+        ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&parcel, position));
+        EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeInt32(&parcel, -1));
+        EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeStrongBinder(&parcel, nullptr));
+    }
+    EXPECT_EQ("00 00 00 00 00 00 00 00", toHex(parcel.bytes()));
+}
+
+TEST(ParcelPosition, ReadingBesideTheGridStaysInside) {
+    const AParcel parcel(fromHex("01 02 03 04 05 06 07 08"), {});
+    int32_t value = 0;
+    ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&parcel, 3));
+    EXPECT_EQ(STATUS_OK, AParcel_readInt32(&parcel, &value));
+    EXPECT_EQ(0x07060504, value);
+    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, AParcel_readInt32(&parcel, &value));
+}
+
+TEST(ParcelPosition, WritingBackReplaces) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&parcel, 0));
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&parcel, 2));
+    ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&parcel, 0));
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&parcel, 8));
+    EXPECT_EQ(4, AParcel_getDataPosition(&parcel));
+    EXPECT_EQ("08 00 00 00 02 00 00 00", toHex(parcel.bytes()));
+}
+
+TEST(ParcelPosition, WritingBackAcrossTheEndGrows) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&parcel, -1));
+    ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&parcel, 0));
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt64(&parcel, 1));
+    EXPECT_EQ("01 00 00 00 00 00 00 00", toHex(parcel.bytes()));
+}
+
+TEST(ParcelPosition, PaddingOfWhatIsReplacedIsZero) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt64(&parcel, -1));
+    ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&parcel, 0));
+    const int8_t byte = 7;
+    ASSERT_EQ(STATUS_OK, AParcel_writeByteArray(&parcel, &byte, 1));
+    EXPECT_EQ("01 00 00 00 07 00 00 00", toHex(parcel.bytes()));
+}
+
+// ---- Whole parcels
+
+TEST(Parcel, ResetEmpties) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt64(&parcel, 1));
+    EXPECT_EQ(STATUS_OK, AParcel_reset(&parcel));
+    EXPECT_EQ(0, AParcel_getDataSize(&parcel));
+    EXPECT_EQ(0, AParcel_getDataPosition(&parcel));
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&parcel, 2));
+    EXPECT_EQ("02 00 00 00", toHex(parcel.bytes()));
+}
+
+TEST(Parcel, DeletingNothingIsAllowed) {
+    AParcel_delete(nullptr);
+}
+
+TEST(Parcel, AppendCopiesARange) {
+    const AParcel from(fromHex("01 01 01 01 02 02 02 02 03 03 03 03"), {});
+    AParcel to;
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&to, -1));
+    EXPECT_EQ(STATUS_OK, AParcel_appendFrom(&from, &to, 4, 8));
+    EXPECT_EQ("FF FF FF FF 02 02 02 02 03 03 03 03", toHex(to.bytes()));
+    EXPECT_EQ(12, AParcel_getDataPosition(&to));
+    EXPECT_EQ(STATUS_OK, AParcel_appendFrom(&from, &to, 0, 0));
+    EXPECT_EQ(STATUS_OK, AParcel_appendFrom(&from, &to, 12, 0));
+    EXPECT_EQ(STATUS_OK, AParcel_appendFrom(&from, &to, 8, 3));
+    EXPECT_EQ("FF FF FF FF 02 02 02 02 03 03 03 03 03 03 03 00", toHex(to.bytes()));
+}
+
+TEST(Parcel, AppendRefusesRangesThatDoNotLieInTheParcel) {
+    const AParcel from(fromHex("01 01 01 01 02 02 02 02"), {});
+    AParcel to;
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_appendFrom(&from, &to, -4, 4));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_appendFrom(&from, &to, 0, -1));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_appendFrom(&from, &to, 0, 9));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_appendFrom(&from, &to, 8, 1));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_appendFrom(&from, &to, 12, 0));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_appendFrom(&from, &to, 2, 4));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_appendFrom(&from, &to, INT32_MAX - 3, INT32_MAX));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_appendFrom(&to, &to, 0, 0));
+    EXPECT_TRUE(to.bytes().empty());
+}
+
+TEST(Parcel, MarshalledBytesComeBack) {
+    AParcel parcel;
+    ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(&parcel, std::string("ab")));
+    std::vector<uint8_t> bytes(12);
+    EXPECT_EQ(STATUS_OK, AParcel_marshal(&parcel, bytes.data(), 0, 12));
+    EXPECT_EQ("02 00 00 00 61 00 62 00 00 00 00 00", toHex(bytes));
+    uint8_t part[2] = {};
+    EXPECT_EQ(STATUS_OK, AParcel_marshal(&parcel, part, 4, 2));
+    EXPECT_EQ("61 00", toHex(part));
+
+    AParcel copy;
+    ASSERT_EQ(STATUS_OK, AParcel_writeInt64(&copy, -1));
+    EXPECT_EQ(STATUS_OK, AParcel_unmarshal(&copy, bytes.data(), bytes.size()));
+    EXPECT_EQ(0, AParcel_getDataPosition(&copy));
+    std::string text;
+    EXPECT_EQ(STATUS_OK, ndk::AParcel_readData(&copy, &text));
+    EXPECT_EQ("ab", text);
+}
+
+TEST(Parcel, MarshalRefusesRangesThatDoNotLieInTheParcel) {
+    const AParcel parcel(fromHex("01 02 03 04"), {});
+    uint8_t room[8] = {};
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_marshal(&parcel, room, 0, 5));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_marshal(&parcel, room, 5, 0));
+    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_marshal(&parcel, room, 1, SIZE_MAX));
+    EXPECT_EQ(STATUS_OK, AParcel_marshal(&parcel, room, 4, 0));
+    EXPECT_EQ("00 00 00 00 00 00 00 00", toHex(room));
+}
+
+TEST(Parcel, BytesThatEndBesideTheGridAreReadUpToTheGrid) {
+    AParcel parcel;
+    const std::vector<uint8_t> bytes = fromHex("01 00 00 00 02 00");
+    ASSERT_EQ(STATUS_OK, AParcel_unmarshal(&parcel, bytes.data(), bytes.size()));
+    int32_t value = 0;
+    EXPECT_EQ(STATUS_OK, AParcel_readInt32(&parcel, &value));
+    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, AParcel_readInt32(&parcel, &value));
+}
+
+// ---- The beginning of a call
+
+// Strict mode, work source, "VNDR", then the name.
+const char* const kToken =
+    "00 00 00 80 FF FF FF FF 52 44 4E 56 03 00 00 00 61 00 2E 00 62 00 00 00";
+
+TEST(ParcelToken, IsWrittenAsTheseBytes) {
+    AParcel parcel;
+    EXPECT_EQ(STATUS_OK, parcel.writeInterfaceToken("a.b"));
+    EXPECT_EQ(kToken, toHex(parcel.bytes()));
+}
+
+TEST(ParcelToken, IsRecognised) {
+    const AParcel parcel(fromHex(std::string(kToken) + "07 00 00 00"), {});
+    EXPECT_TRUE(parcel.checkInterfaceToken("a.b"));
+    EXPECT_EQ(24U, parcel.position());
+}
+
+TEST(ParcelToken, OfAnotherInterfaceIsNot) {
+    for (const char* descriptor : {"", "a", "a.", "a.c", "a.bc", "A.b"}) {
+        const AParcel parcel(fromHex(kToken), {});
+        EXPECT_FALSE(parcel.checkInterfaceToken(descriptor)) << descriptor;
+    }
+}
+
+TEST(ParcelToken, StrictModeAndWorkSourceAreTheCallersOwn) {
+    std::vector<uint8_t> bytes = fromHex(kToken);
+    for (size_t i = 0; i < 8; ++i) {
+        bytes[i] = static_cast<uint8_t>(17 * i);
+    }
+    const AParcel parcel(bytes, {});
+    EXPECT_TRUE(parcel.checkInterfaceToken("a.b"));
+}
+
+TEST(ParcelToken, OfAnotherPartitionIsNot) {
+    for (const char* header : {"54 53 59 53", "4F 43 45 52", "00 00 00 00"}) {
+        std::vector<uint8_t> bytes = fromHex(kToken);
+        const std::vector<uint8_t> other = fromHex(header);
+        std::copy(other.begin(), other.end(), bytes.begin() + 8);
+        const AParcel parcel(bytes, {});
+        EXPECT_FALSE(parcel.checkInterfaceToken("a.b")) << header;
+    }
+}
+
+TEST(ParcelToken, CutShortOrWithoutNameIsNot) {
+    const std::vector<uint8_t> bytes = fromHex(kToken);
+    for (size_t size = 0; size < bytes.size(); ++size) {
+        const AParcel parcel(
+            std::vector<uint8_t>(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size)), {});
+        EXPECT_FALSE(parcel.checkInterfaceToken("a.b")) << size;
+    }
+    const AParcel null(fromHex("00 00 00 80 FF FF FF FF 52 44 4E 56 FF FF FF FF"), {});
+    EXPECT_FALSE(null.checkInterfaceToken(""));
+}
+
+}  // namespace
