@@ -31,7 +31,7 @@ class LumEventHandler {
     // derived
     //     classes.
     // name: for the log.
-    LumEventHandler(EventManager& em, LumTimer& timer, std::string name);
+    LumEventHandler(EventManager& em, LumTimer& timer, const std::string& name);
 
     // Detaches, and drops what is still queued unhandled. The event manager must not be running
     // callbacks, or this must be its thread outside handleEvent.
@@ -92,7 +92,7 @@ class LumEventHandler {
 };
 
 template <typename T>
-LumEventHandler<T>::LumEventHandler(EventManager& em, LumTimer& timer, std::string name)
+LumEventHandler<T>::LumEventHandler(EventManager& em, LumTimer& timer, const std::string& name)
     : mTimer(timer), mEventManager(em) {
     // Not before the members are made: the queue's need memory, and nobody would close it.
     mEventFd = eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK | EFD_CLOEXEC);

@@ -102,8 +102,10 @@ int LumTimer::timeUntilNextEvent() const {
     timespec left{};
     subTimeSpec(mEvents.top().mDeadline, now, left);
     if (left.tv_sec < 0 || (left.tv_sec == 0 && left.tv_nsec <= 0)) return 0;
-    if (left.tv_sec >= INT_MAX / kMsPerSecond) return INT_MAX;
-    return static_cast<int>(left.tv_sec * kMsPerSecond + (left.tv_nsec + kNsPerMs - 1) / kNsPerMs);
+    if (left.tv_sec > INT_MAX / kMsPerSecond) return INT_MAX;
+    const int64_t wait =
+        static_cast<int64_t>(left.tv_sec) * kMsPerSecond + (left.tv_nsec + kNsPerMs - 1) / kNsPerMs;
+    return static_cast<int>(std::min<int64_t>(wait, INT_MAX));
 }
 
 void LumTimer::processEvents() {

@@ -118,14 +118,16 @@ class EventLoopTest : public testing::Test {
     static void inject(std::vector<Event> events) {
         gSystemCalls.epollWait = [events = std::move(events)](int /*epollFd*/, epoll_event* results,
                                                               int max, int /*timeout*/) {
-            const std::vector<Event> now = events;
-            EXPECT_LE(now.size(), static_cast<size_t>(max));
-            for (size_t i = 0; i < now.size(); ++i) {
-                results[i].events = now[i].bits;
-                results[i].data.fd = now[i].fd;
+            const int count = static_cast<int>(events.size());
+            EXPECT_LE(count, max);
+            for (const Event& event : events) {
+                results->events = event.bits;
+                results->data.fd = event.fd;
+                ++results;
             }
+            // Last: this function goes with it.
             gSystemCalls.epollWait = nullptr;
-            return static_cast<int>(now.size());
+            return count;
         };
     }
 

@@ -162,15 +162,14 @@ TEST_F(LumEventHandlerTest, ValuePostedByTheHandlerIsHandledInTheSameDrain) {
 
 TEST_F(LumEventHandlerTest, HandlerRunsWithTheQueueUnlocked) {
     makeHandler();
-    bool blocked = true;
+    std::optional<RunUntilBlocked> other;
     handler->onHandle = [&](const Value& event) {
-        if (*event == 1) {
-            blocked = RunUntilBlocked([this] { handler->postEvent(value(2)); }).blocked();
-        }
+        if (*event == 1) other.emplace([this] { handler->postEvent(value(2)); });
     };
     handler->postEvent(value(1));
     manager->processEvents(nullptr);
-    EXPECT_FALSE(blocked);
+    ASSERT_TRUE(other);
+    EXPECT_FALSE(other->blocked());
     EXPECT_EQ(handler->handled, (std::vector{1, 2}));
 }
 

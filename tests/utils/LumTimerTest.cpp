@@ -210,6 +210,13 @@ TEST_F(LumTimerTest, TimeUntilNextThatDoesNotFitIsTheLargest) {
     Call call;
     clockNow = {3000000, 0};
     add(2147483647LL, call);
+    clockNow = {3000001, 0};
+    EXPECT_EQ(timer.timeUntilNextEvent(), 2147482647);
+    clockNow = {3000000, 1000000};
+    EXPECT_EQ(timer.timeUntilNextEvent(), 2147483646);
+    clockNow = {3000000, 0};
+    EXPECT_EQ(timer.timeUntilNextEvent(), 2147483647);
+    clockNow = {2999999, 999999999};  // a clock that went back
     EXPECT_EQ(timer.timeUntilNextEvent(), 2147483647);
     clockNow = {2000000, 0};
     EXPECT_EQ(timer.timeUntilNextEvent(), 2147483647);
