@@ -165,7 +165,6 @@ static void step(const char* what) {
 // Ends the demo unless it happened.
 static void require(bool happened, const char* what) {
     if (happened) return;
-    fflush(stdout);
     fprintf(stderr, "\nThe demo failed. This did not happen: %s.\n", what);
     exit(1);
 }
@@ -225,7 +224,6 @@ static void startService(void) {
     int ready[2];
     char first = 0;
     require(pipe2(ready, O_CLOEXEC) == 0, "making a pipe");
-    fflush(stdout);
     const pid_t demo = getpid();
     const pid_t service = fork();
     if (service == 0) becomeService(demo, ready[1]);
@@ -268,6 +266,8 @@ static void prepare(void) {
     static sigset_t signals;
     pthread_t watcher;
     pthread_condattr_t monotonic;
+
+    setvbuf(stdout, NULL, _IOLBF, BUFSIZ);  // lines come as they happen, into a pipe too
 
     pthread_condattr_init(&monotonic);
     pthread_condattr_setclock(&monotonic, CLOCK_MONOTONIC);
