@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "platform/linux/log/DebugLog.h"
+#include "tests/support/ChildProcess.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// A preloaded sanitizer build comes before its own runtime, which that would object to.
+constexpr char kNoOrderCheck[] = "ASAN_OPTIONS=verify_asan_link_order=0";
+
+// The lines with the time, the process and its main thread replaced by T, P and P, another thread
+// by O; a line that does not have the form is kept as it is.
+Lines normalised(const ChildProcess& child) {
+    const std::regex form(R"((\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6}) +(\d+) +(\d+) (.*))");
+    const std::string pid = std::to_string(child.pid());
+    Lines lines;
+    for (const std::string& line : child.errorLines()) {
+        std::smatch parts;
+        if (std::regex_match(line, parts, form) && parts[2] == pid) {
+            lines.push_back("T P " + std::string(parts[3] == pid ? "P " : "O ") + parts[4].str());
+        } else {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+// Everything that log_main.cpp logs, but for the last line.
+const Lines kEverything = {
+    "T P P D no tag, number 42",
+    "T P P V tag: verbose",
+    "T P P I empty tag",
+    "T P P E tag: error",
+    "T P P ? a priority that is none",
+    "T P O W other thread",
+};
+
+void expectEverything(const ChildProcess& child) {
+    Lines lines = normalised(child);
+    ASSERT_EQ(lines.size(), kEverything.size() + 1);
+    const std::string longLine = child.errorLines().back();
+    lines.pop_back();
+    EXPECT_EQ(lines, kEverything);
+    EXPECT_EQ(longLine.size(), kLongestLine - 1);
+    EXPECT_EQ(longLine.substr(longLine.size() - 10), "xxxxxxxxxx");
+    EXPECT_EQ(child.lines(), Lines{"errno 77"});
+}
+
+// Without the switch liblog has the lines: in its own form, debug lines left out.
+void expectWhatLiblogShows(const ChildProcess& child) {
+    const Lines lines = child.errorLines();
+    bool error = false;
+    for (const std::string& line : lines) {
+        error = error || std::regex_search(line, std::regex(" E .*error$"));
+        EXPECT_EQ(line.find("no tag"), std::string::npos) << line;
+    }
+    EXPECT_TRUE(error);
+    EXPECT_EQ(lines.size(), 4U);
+}
+
+TEST(DebugLogTest, SwitchedOnEveryLineComes) {
+    ChildProcess child({LUM_LOG_LINKED}, {"LUM_DEBUG_LOG=1"});
+    EXPECT_EQ(child.wait(), 0);
+    expectEverything(child);
+}
+
+TEST(DebugLogTest, SwitchedOffLinesGoToLiblog) {
+    ChildProcess child({LUM_LOG_LINKED}, {"LUM_DEBUG_LOG="});
+    EXPECT_EQ(child.wait(), 0);
+    expectWhatLiblogShows(child);
+}
+
+TEST(DebugLogTest, AnyOtherValueIsOff) {
+    ChildProcess child({LUM_LOG_LINKED}, {"LUM_DEBUG_LOG=10"});
+    EXPECT_EQ(child.wait(), 0);
+    expectWhatLiblogShows(child);
+}
+
+TEST(DebugLogTest, PreloadedItServesAProgramThatDoesNotKnowIt) {
+    const std::string preload = std::string("LD_PRELOAD=") + LUM_DEBUG_LOG_LIBRARY;
+    ChildProcess on({LUM_LOG_PLAIN}, {preload, kNoOrderCheck, "LUM_DEBUG_LOG=1"});
+    EXPECT_EQ(on.wait(), 0);
+    expectEverything(on);
+    ChildProcess off({LUM_LOG_PLAIN}, {preload, kNoOrderCheck, "LUM_DEBUG_LOG=0"});
+    EXPECT_EQ(off.wait(), 0);
+    expectWhatLiblogShows(off);
+}
+
+TEST(DebugLogTest, WithoutItLiblogLeavesDebugLinesOut) {
+    ChildProcess child({LUM_LOG_PLAIN}, {"LUM_DEBUG_LOG=1"});
+    EXPECT_EQ(child.wait(), 0);
+    expectWhatLiblogShows(child);
+}
+
+}  // namespace
