@@ -85,8 +85,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command,
 }
 
 ChildProcess::~ChildProcess() {
+    closeInput();  // processes that it has started may still read from it
     kill();
-    closeInput();
 }
 
 void ChildProcess::signal(int number) const {

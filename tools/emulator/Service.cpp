@@ -28,10 +28,6 @@ Service::Service(ClientTable& clients, std::shared_ptr<MessageLog> log)
 ndk::ScopedAStatus Service::registerBlobCallback(const std::shared_ptr<Callback>& callback) {
     const pid_t pid = AIBinder_getCallingPid();
     const uid_t uid = AIBinder_getCallingUid();
-    if (callback == nullptr) {
-        mLog->notice(withPid("refused a callback that is none,", pid));
-        return ndk::ScopedAStatus::fromExceptionCode(EX_ILLEGAL_ARGUMENT);
-    }
     // Before the client is in the table, where it can die.
     mLog->client(withPid("registered", pid) + " uid=" + std::to_string(uid));
     if (mClients.add({pid, uid, callback})) return ndk::ScopedAStatus::ok();

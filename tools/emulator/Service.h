@@ -20,8 +20,8 @@ class Service : public aidl::vendor::orn::data::lumservice::BnLumService {
     // clients, log: used as long as this object lives; clients lives as long as the process.
     Service(ClientTable& clients, std::shared_ptr<MessageLog> log);
 
-    // Keeps the callback object until its client leaves or dies. callback: null is refused with
-    // EX_ILLEGAL_ARGUMENT.
+    // Keeps the callback object until its client leaves or dies. callback: not null; the glue lets
+    // no null through, and no object of another interface.
     ndk::ScopedAStatus registerBlobCallback(const std::shared_ptr<Callback>& callback) override;
 
     // Carries out one request; its answers are sent, with the type it came with, before this

@@ -1,0 +1,298 @@
+// SPDX-License-Identifier: Apache-2.0
+// The emulator as a program: its command line, what it prints and records, its signals and status.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/EmulatorProcess.h"
+#include "tests/support/SocketFolder.h"
+#include "tests/system/EmulatorClient.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr char kName[] = "vendor.orn.data.lumservice.ILumService";
+
+std::string readyLine(pid_t pid) {
+    return std::string("ready: ") + kName + " pid=" + std::to_string(pid);
+}
+
+Lines linesOf(const std::string& path) {
+    std::ifstream file(path);
+    Lines lines;
+    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    return lines;
+}
+
+bool contains(const Lines& lines, const std::string& text) {
+    for (const std::string& line : lines) {
+        if (line.find(text) != std::string::npos) return true;
+    }
+    return false;
+}
+
+class EmulatorProgramTest : public testing::Test {
+  protected:
+    const std::string mProgram = EmulatorProcess::program();
+    const SocketFolder mFolder;
+};
+
+TEST_F(EmulatorProgramTest, SaysWhenItIsReadyAndEndsInOrderWhenAsked) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        ChildProcess emulator({mProgram});
+        ASSERT_TRUE(emulator.waitForLine(readyLine(emulator.pid())));
+        EXPECT_NE(findService(), nullptr);
+        emulator.signal(signal);
+        EXPECT_EQ(emulator.wait(), 0);
+        EXPECT_EQ(emulator.lines(), Lines{readyLine(emulator.pid())});
+        EXPECT_EQ(emulator.errorLines(), Lines{});
+    }
+}
+
+TEST_F(EmulatorProgramTest, ReadyDescriptorGetsTheLineAndIsClosed) {
+    // The shell makes the test's pipe descriptor 3 and gives the emulator another standard output.
+    ChildProcess emulator({"/bin/sh", "-c", "exec \"$0\" --ready-fd 3 3>&1 >/dev/null", mProgram});
+    EXPECT_TRUE(emulator.waitForOutputEnd());
+    EXPECT_EQ(emulator.lines(), Lines{readyLine(emulator.pid())});
+    EXPECT_NE(findService(), nullptr);
+    emulator.signal(SIGTERM);
+    EXPECT_EQ(emulator.wait(), 0);
+}
+
+TEST_F(EmulatorProgramTest, EndsWithItsInputWhenTold) {
+    ChildProcess emulator({mProgram, "--until-eof"});
+    ASSERT_TRUE(emulator.waitForLine(readyLine(emulator.pid())));
+    emulator.writeLine("what is read before the end does not matter");
+    emulator.closeInput();
+    EXPECT_EQ(emulator.wait(), 0);
+}
+
+TEST_F(EmulatorProgramTest, TakenNameIsReported) {
+    EmulatorProcess first;
+    ChildProcess second({mProgram});
+    EXPECT_EQ(second.wait(), 1);
+    EXPECT_EQ(second.lines(), Lines{});
+    ASSERT_FALSE(second.errorLines().empty());
+    EXPECT_EQ(second.errorLines().back(),
+              std::string("lum_sdf_emulator: cannot serve ") + kName +
+                  ": another process serves it, or the socket folder cannot be used");
+    EXPECT_EQ(first.terminate(), 0);
+}
+
+TEST_F(EmulatorProgramTest, UnsafeSocketFolderIsReported) {
+    ASSERT_EQ(chmod(mFolder.path().c_str(), 0755), 0);
+    ChildProcess emulator({mProgram});
+    EXPECT_EQ(emulator.wait(), 1);
+    ASSERT_FALSE(emulator.errorLines().empty());
+    EXPECT_EQ(emulator.errorLines().back(), std::string("lum_sdf_emulator: cannot serve ") + kName +
+                                                ": the socket folder is not safe to use");
+}
+
+TEST_F(EmulatorProgramTest, SocketFolderThatCannotBeMadeIsReported) {
+    ChildProcess emulator({mProgram}, {"LUM_BINDER_DIR=" + mFolder.path() + "/none/none"});
+    EXPECT_EQ(emulator.wait(), 1);
+    ASSERT_FALSE(emulator.errorLines().empty());
+    EXPECT_EQ(emulator.errorLines().back(),
+              std::string("lum_sdf_emulator: cannot serve ") + kName +
+                  ": another process serves it, or the socket folder cannot be used");
+}
+
+TEST_F(EmulatorProgramTest, SocketPathThatIsTooLongIsReported) {
+    ChildProcess emulator({mProgram},
+                          {"LUM_BINDER_DIR=" + mFolder.path() + "/" + std::string(100, 'x')});
+    EXPECT_EQ(emulator.wait(), 1);
+    ASSERT_FALSE(emulator.errorLines().empty());
+    EXPECT_EQ(emulator.errorLines().back(), std::string("lum_sdf_emulator: cannot serve ") + kName +
+                                                ": the socket folder's path is too long");
+}
+
+TEST_F(EmulatorProgramTest, RecordFileThatCannotBeOpenedIsReported) {
+    const std::string path = mFolder.path() + "/none/record";
+    ChildProcess emulator({mProgram, "--record", path});
+    EXPECT_EQ(emulator.wait(), 1);
+    EXPECT_EQ(emulator.errorLines(),
+              Lines{"lum_sdf_emulator: cannot record to " + path + ": No such file or directory"});
+}
+
+TEST_F(EmulatorProgramTest, WrongCommandLineIsReported) {
+    ChildProcess unknown({mProgram, "--colour"});
+    EXPECT_NE(unknown.wait(), 0);
+    EXPECT_TRUE(contains(unknown.errorLines(), "--colour"));
+    ChildProcess negative({mProgram, "--ready-fd", "-1"});
+    EXPECT_NE(negative.wait(), 0);
+    EXPECT_TRUE(contains(negative.errorLines(), "--ready-fd"));
+    EXPECT_EQ(negative.lines(), Lines{});
+}
+
+TEST_F(EmulatorProgramTest, HelpExplainsEverything) {
+    ChildProcess emulator({mProgram, "--help"});
+    EXPECT_EQ(emulator.wait(), 0);
+    for (const char* const word :
+         {"--print", "--record", "--ready-fd", "--until-eof", "--debug-log", "SIGTERM", "SIGUSR1",
+          "LUM_BINDER_DIR", "LUM_DEBUG_LOG", "ready: ", "stats: ", "notice: ", "Exit status"}) {
+        EXPECT_TRUE(contains(emulator.lines(), word)) << word;
+    }
+    EXPECT_EQ(emulator.errorLines(), Lines{});
+}
+
+TEST_F(EmulatorProgramTest, FiguresAreThoseOfTheProcess) {
+    EmulatorProcess emulator;
+    const EmulatorProcess::Stats idle = emulator.stats();
+    EXPECT_EQ(idle.clients, 0U);
+    EXPECT_GE(idle.descriptors, 4U);
+    EXPECT_GE(idle.threads, 2U);
+    EXPECT_GT(idle.heapBlocks, 0U);
+    const EmulatorClient client;
+    const EmulatorProcess::Stats busy = emulator.stats();
+    EXPECT_EQ(busy.clients, 1U);
+    EXPECT_GT(busy.descriptors, idle.descriptors);
+    EXPECT_GT(busy.heapBlocks, idle.heapBlocks);
+    EXPECT_EQ(emulator.terminate(), 0);
+}
+
+// Sends a few messages of every sort, and waits until they are dealt with.
+void talk() {
+    EmulatorClient client;
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    client.inbox().waitFor(1);
+    ASSERT_TRUE(client.send(kSetLevels).isOk());
+    client.inbox().waitFor(2);
+    EXPECT_FALSE(client.send("FF 0A").isOk());
+    ASSERT_TRUE(client.send("08 63").isOk());
+    ASSERT_TRUE(client.send(kDisable).isOk());
+}
+
+TEST_F(EmulatorProgramTest, PrintsEachMessageAndClient) {
+    EmulatorProcess emulator({"--print"});
+    const std::string ready = readyLine(emulator.pid());
+    talk();
+    EXPECT_EQ(emulator.terminate(), 0);
+    const std::string pid = "pid=" + std::to_string(getpid());
+    EXPECT_EQ(
+        emulator.process().lines(),
+        (Lines{
+            ready,
+            "registered " + pid + " uid=" + std::to_string(getuid()),
+            "received " + pid + " type=5 ENABLE: data { enable_msg { enable: true } }",
+            "sent " + pid + " type=5 STATUS_IND: data { status_msg { status: SERVICE_UP } }",
+            "received " + pid +
+                " type=5 SET_LATENCY_LEVEL: event_id: SET_LATENCY_LEVEL unique_id: 7 data { "
+                "set_latency_level { slot_id: SLOT_ID_FIRST first_level: L2 second_level: L4 } }",
+            "sent " + pid +
+                " type=5 EFFECTIVE_LEVELS_CB: event_id: EFFECTIVE_LEVELS_CB unique_id: 7 data { "
+                "effective_levels_cb { first_level: L2 second_level: L4 } }",
+            "received " + pid + " type=5 unreadable: ff 0a",
+            "notice: refused a message, " + pid + ": 2 bytes that are no ServiceMsg",
+            "received " + pid + " type=5 event 99: event_id: 99",
+            "notice: ignored a request, " + pid + ": event 99 is not known here",
+            "received " + pid + " type=5 ENABLE: data { enable_msg { } }",
+            "left " + pid,
+        }));
+}
+
+TEST_F(EmulatorProgramTest, PrintsOnlyNoticesUnlessTold) {
+    EmulatorProcess emulator;
+    const std::string ready = readyLine(emulator.pid());
+    talk();
+    EXPECT_EQ(emulator.terminate(), 0);
+    const std::string pid = "pid=" + std::to_string(getpid());
+    EXPECT_EQ(
+        emulator.process().lines(),
+        (Lines{ready, "notice: refused a message, " + pid + ": 2 bytes that are no ServiceMsg",
+               "notice: ignored a request, " + pid + ": event 99 is not known here"}));
+}
+
+TEST_F(EmulatorProgramTest, RecordsEachMessage) {
+    const std::string path = mFolder.path() + "/record.jsonl";
+    std::ofstream(path) << "what was there before\n";
+    EmulatorProcess emulator({"--record", path});
+    talk();
+    EXPECT_EQ(emulator.terminate(), 0);
+    Lines lines = linesOf(path);
+    const std::regex time(R"(^\{"time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z",)");
+    for (std::string& line : lines) line = std::regex_replace(line, time, "{");
+    const std::string who =
+        R"(,"pid":)" + std::to_string(getpid()) + R"(,"uid":)" + std::to_string(getuid());
+    const std::string received = R"({"direction":"received")" + who + R"(,"type":5,)";
+    const std::string sent = R"({"direction":"sent")" + who + R"(,"type":5,)";
+    EXPECT_EQ(
+        lines,
+        (Lines{
+            "what was there before",
+            received + R"("hex":"1a040a020801","event":"ENABLE",)" +
+                R"("text":"data { enable_msg { enable: true } }"})",
+            sent + R"("hex":"1a040a020806","event":"STATUS_IND",)" +
+                R"("text":"data { status_msg { status: SERVICE_UP } }"})",
+            received + R"("hex":"080110071a081a06080110011803","event":"SET_LATENCY_LEVEL",)" +
+                R"("text":"event_id: SET_LATENCY_LEVEL unique_id: 7 data { set_latency_level { )" +
+                R"(slot_id: SLOT_ID_FIRST first_level: L2 second_level: L4 } }"})",
+            sent + R"("hex":"080110071a06120408011003","event":"EFFECTIVE_LEVELS_CB",)" +
+                R"("text":"event_id: EFFECTIVE_LEVELS_CB unique_id: 7 data { )" +
+                R"(effective_levels_cb { first_level: L2 second_level: L4 } }"})",
+            received + R"("hex":"ff0a","event":null,"text":null})",
+            received + R"("hex":"0863","event":"event 99","text":"event_id: 99"})",
+            received + R"("hex":"1a020a00","event":"ENABLE","text":"data { enable_msg { } }"})",
+        }));
+}
+
+TEST_F(EmulatorProgramTest, QuotesInTextAreEscapedInTheRecord) {
+    const std::string path = mFolder.path() + "/record.jsonl";
+    EmulatorProcess emulator({"--record", path});
+    const EmulatorClient client;
+    // ADD_FILTER with the source address "\n, which stands for nothing but itself.
+    ASSERT_TRUE(client.send("08 04 1A 06 32 04 0A 02 22 0A").isOk());
+    EXPECT_EQ(emulator.terminate(), 0);
+    const Lines lines = linesOf(path);
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_NE(
+        lines[0].find(R"("event":"ADD_FILTER","text":"event_id: ADD_FILTER data { add_filter )"
+                      R"({ src_ip: \"\\\"\\n\" } }"})"),
+        std::string::npos)
+        << lines[0];
+}
+
+TEST_F(EmulatorProgramTest, RecordThatCannotBeWrittenIsReportedAndSurvived) {
+    EmulatorProcess emulator({"--record", "/dev/full"});
+    const EmulatorClient client;
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    EXPECT_EQ(client.inbox().waitFor(1).size(), 1U);
+    EXPECT_TRUE(
+        emulator.process().waitForLine("notice: cannot record: No space left on device", 2));
+    EXPECT_EQ(emulator.terminate(), 0);
+}
+
+TEST_F(EmulatorProgramTest, ServesOnWhenNobodyReadsWhatItPrints) {
+    // The reader of its standard output closes that before it passes the line on.
+    ChildProcess emulator(
+        {"/bin/sh", "-c",
+         "\"$0\" --print --until-eof | { read -r line; exec <&-; echo \"$line\"; }", mProgram});
+    ASSERT_TRUE(
+        emulator.waitFor([](const std::string& line) { return line.rfind("ready: ", 0) == 0; }));
+    const EmulatorClient client;
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    ASSERT_TRUE(client.send(kSetLevels).isOk());
+    EXPECT_EQ(client.inbox().waitFor(2).size(), 2U);
+    emulator.closeInput();
+    EXPECT_EQ(emulator.wait(), 0);
+}
+
+TEST_F(EmulatorProgramTest, DebugLogShowsEveryLineOfThePlatformLog) {
+    EmulatorProcess first;
+    ChildProcess second({mProgram, "--debug-log"});
+    EXPECT_EQ(second.wait(), 1);
+    const std::string pid = std::to_string(second.pid());
+    const std::regex line(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6} +)" + pid + " +" + pid +
+                          R"( E binder: another process serves )" + kName);
+    ASSERT_FALSE(second.errorLines().empty());
+    EXPECT_TRUE(std::regex_match(second.errorLines().front(), line)) << second.errorLines().front();
+}
+
+}  // namespace

@@ -1,0 +1,316 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the emulator does for clients, seen by clients.
+
+#include <android/binder_auto_utils.h>
+#include <android/binder_parcel.h>
+#include <android/binder_stability.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/EmulatorProcess.h"
+#include "tests/support/Hex.h"
+#include "tests/support/SocketFolder.h"
+#include "tests/system/EmulatorClient.h"
+
+namespace {
+
+using Blobs = std::vector<Inbox::Blob>;
+
+std::string ownPid() {
+    return "pid=" + std::to_string(getpid());
+}
+
+// The client of a process of its own, started and registered.
+std::unique_ptr<ChildProcess> startClient() {
+    auto client = std::make_unique<ChildProcess>(std::vector<std::string>{LUM_CLIENT_PROGRAM});
+    if (!client->waitForLine("registered"))
+        throw std::runtime_error("the client does not register");
+    return client;
+}
+
+class EmulatorTest : public testing::Test {
+  protected:
+    const SocketFolder mFolder;
+    EmulatorProcess mEmulator{{"--print"}};
+};
+
+TEST_F(EmulatorTest, EnableIsAnsweredWithServiceUp) {
+    const EmulatorClient client;
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
+    EXPECT_EQ(mEmulator.terminate(), 0);
+}
+
+TEST_F(EmulatorTest, LatencyRequestIsAnsweredWithItsLevelsAndId) {
+    const EmulatorClient client;
+    ASSERT_TRUE(client.send(kSetLevels).isOk());
+    EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kLevels}}));
+    EXPECT_EQ(mEmulator.terminate(), 0);
+}
+
+TEST_F(EmulatorTest, LevelsAndIdOutsideTheUsualComeBackAsTheyAre) {
+    const EmulatorClient client;
+    // unique_id 2^32, first_level 9, which is none, second_level L1.
+    ASSERT_TRUE(client.send("08 01 10 80 80 80 80 10 1A 04 1A 02 10 09").isOk());
+    EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, "08 01 10 80 80 80 80 10 1A 04 12 02 08 09"}}));
+}
+
+TEST_F(EmulatorTest, AnswersCarryTheTypeOfTheRequest) {
+    const EmulatorClient client;
+    ASSERT_TRUE(client.send(kEnable, 11).isOk());
+    ASSERT_TRUE(client.send(kSetLevels, 0).isOk());
+    EXPECT_EQ(client.inbox().waitFor(2), (Blobs{{11, kServiceUp}, {0, kLevels}}));
+}
+
+TEST_F(EmulatorTest, AnswersComeInTheOrderOfTheRequests) {
+    const EmulatorClient client;
+    Blobs expected;
+    for (int id = 1; id <= 100; ++id) {
+        const std::string idHex = toHex(std::vector<uint8_t>{static_cast<uint8_t>(id)});
+        ASSERT_TRUE(client.send("08 01 10 " + idHex + " 1A 04 1A 02 18 05").isOk());
+        expected.push_back({5, "08 01 10 " + idHex + " 1A 04 12 02 10 05"});
+    }
+    EXPECT_EQ(client.inbox().waitFor(100), expected);
+}
+
+TEST_F(EmulatorTest, DisableLetsTheCallbackObjectGo) {
+    EmulatorClient client;
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    client.inbox().waitFor(1);
+    client.drop();
+    EXPECT_EQ(mEmulator.stats().clients, 1U);
+    ASSERT_TRUE(client.send(kDisable).isOk());
+    EXPECT_TRUE(client.inbox().waitForEnd());
+    EXPECT_EQ(mEmulator.stats().clients, 0U);
+    EXPECT_EQ(client.inbox().waitFor(1).size(), 1U);
+}
+
+TEST_F(EmulatorTest, DisableWithoutEnableLetsItGoToo) {
+    EmulatorClient client;
+    client.drop();
+    ASSERT_TRUE(client.send(kDisable).isOk());
+    EXPECT_TRUE(client.inbox().waitForEnd());
+}
+
+TEST_F(EmulatorTest, CallbackSharedByTwoFeaturesStaysUntilBothHaveLeft) {
+    EmulatorClient client;
+    ASSERT_TRUE(client.send(kEnable, 5).isOk());
+    ASSERT_TRUE(client.send(kEnable, 3).isOk());
+    ASSERT_TRUE(client.send(kDisable, 3).isOk());
+    EXPECT_EQ(mEmulator.stats().clients, 1U);
+    ASSERT_TRUE(client.send(kSetLevels, 5).isOk());
+    EXPECT_EQ(client.inbox().waitFor(3), (Blobs{{5, kServiceUp}, {3, kServiceUp}, {5, kLevels}}));
+    client.drop();
+    ASSERT_TRUE(client.send(kDisable, 5).isOk());
+    EXPECT_TRUE(client.inbox().waitForEnd());
+}
+
+TEST_F(EmulatorTest, RequestsBelongToTheLatestClientOfAProcess) {
+    const EmulatorClient first;
+    ASSERT_TRUE(first.send(kEnable).isOk());
+    EXPECT_EQ(first.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
+    const EmulatorClient second;
+    ASSERT_TRUE(second.send(kSetLevels).isOk());
+    EXPECT_EQ(second.inbox().waitFor(1), (Blobs{{5, kLevels}}));
+    ASSERT_TRUE(first.registerAgain().isOk());
+    EXPECT_EQ(mEmulator.stats().clients, 2U);
+    ASSERT_TRUE(second.send(kSetLevels).isOk());
+    EXPECT_EQ(first.inbox().waitFor(2), (Blobs{{5, kServiceUp}, {5, kLevels}}));
+    EXPECT_EQ(second.inbox().waitFor(1).size(), 1U);
+}
+
+// A process that replaces its client: the old one's disable may come after the new one's enable.
+TEST_F(EmulatorTest, DisableBelongsToTheFirstClientOfAProcess) {
+    EmulatorClient before;
+    ASSERT_TRUE(before.send(kEnable).isOk());
+    before.inbox().waitFor(1);
+    EmulatorClient after;
+    ASSERT_TRUE(after.send(kEnable).isOk());
+    before.drop();
+    ASSERT_TRUE(before.send(kDisable).isOk());
+    EXPECT_TRUE(before.inbox().waitForEnd());
+    ASSERT_TRUE(after.send(kSetLevels).isOk());
+    EXPECT_EQ(after.inbox().waitFor(2), (Blobs{{5, kServiceUp}, {5, kLevels}}));
+    after.drop();
+    ASSERT_TRUE(after.send(kDisable).isOk());
+    EXPECT_TRUE(after.inbox().waitForEnd());
+    EXPECT_EQ(mEmulator.stats().clients, 0U);
+}
+
+TEST_F(EmulatorTest, ClientThatDiesIsDropped) {
+    const auto client = startClient();
+    client->writeLine(std::string("5 1 ") + kEnable);
+    ASSERT_TRUE(client->waitForLine(std::string("got ") + kServiceUp));
+    EXPECT_EQ(mEmulator.stats().clients, 1U);
+    const std::string died = "died pid=" + std::to_string(client->pid());
+    EXPECT_EQ(client->kill(), 128 + SIGKILL);
+    EXPECT_TRUE(mEmulator.process().waitForLine(died));
+    EXPECT_TRUE(mEmulator.waitForClients(0));
+    EXPECT_EQ(mEmulator.terminate(), 0);
+}
+
+TEST_F(EmulatorTest, ClientsOfSeveralProcessesGetTheirOwnAnswers) {
+    std::vector<std::unique_ptr<ChildProcess>> clients;
+    for (int i = 0; i < 5; ++i) clients.push_back(startClient());
+    EXPECT_EQ(mEmulator.stats().clients, 5U);
+    for (const auto& client : clients) client->writeLine(std::string("5 1 ") + kEnable);
+    for (size_t i = 0; i < clients.size(); ++i) {
+        const std::string id = toHex(std::vector<uint8_t>{static_cast<uint8_t>(i + 1)});
+        clients[i]->writeLine("5 2 08 01 10 " + id + " 1A 04 1A 02 18 01");
+    }
+    for (size_t i = 0; i < clients.size(); ++i) {
+        const std::string id = toHex(std::vector<uint8_t>{static_cast<uint8_t>(i + 1)});
+        EXPECT_TRUE(clients[i]->waitForLine("got 08 01 10 " + id + " 1A 04 12 02 10 01"));
+        EXPECT_EQ(clients[i]->lines().size(), 3U);
+    }
+    clients[2]->kill();
+    EXPECT_TRUE(mEmulator.waitForClients(4));
+    for (const auto& client : clients) {
+        client->closeInput();
+        if (client == clients[2]) continue;
+        EXPECT_EQ(client->wait(), 0);
+    }
+    EXPECT_TRUE(mEmulator.waitForClients(0));
+    EXPECT_EQ(mEmulator.terminate(), 0);
+}
+
+TEST_F(EmulatorTest, WhatIsNoRequestIsRefused) {
+    const EmulatorClient client;
+    const ndk::ScopedAStatus status = client.send("FF FF FF");
+    EXPECT_EQ(status.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
+    EXPECT_STREQ(status.getMessage(), "3 bytes that are no ServiceMsg");
+    EXPECT_TRUE(
+        mEmulator.process().waitForLine("received " + ownPid() + " type=5 unreadable: ff ff ff"));
+    EXPECT_TRUE(mEmulator.process().waitForLine("notice: refused a message, " + ownPid() +
+                                                ": 3 bytes that are no ServiceMsg"));
+    // Nothing else has suffered.
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
+}
+
+TEST_F(EmulatorTest, RequestCutAnywhereIsRefused) {
+    const EmulatorClient client;
+    const std::vector<uint8_t> whole = fromHex(kSetLevels);
+    for (size_t length = 0; length < whole.size(); ++length) {
+        const std::vector<uint8_t> cut(whole.begin(),
+                                       whole.begin() + static_cast<std::ptrdiff_t>(length));
+        EXPECT_EQ(client.service().sendBlob(LumSdkType::SDF, cut).getExceptionCode(),
+                  EX_ILLEGAL_ARGUMENT)
+            << "at " << length;
+    }
+    ASSERT_TRUE(client.send(kSetLevels).isOk());
+    EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kLevels}}));
+    EXPECT_EQ(mEmulator.terminate(), 0);
+}
+
+TEST_F(EmulatorTest, RequestWithTheBodyOfAnotherIsRefused) {
+    const EmulatorClient client;
+    // An empty message is an enable request without its body; then a latency request with the body
+    // of an enable request.
+    const ndk::ScopedAStatus empty = client.send("");
+    EXPECT_EQ(empty.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
+    EXPECT_STREQ(empty.getMessage(), "ENABLE without its body");
+    const ndk::ScopedAStatus other = client.send("08 01 1A 04 0A 02 08 01");
+    EXPECT_EQ(other.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
+    EXPECT_STREQ(other.getMessage(), "SET_LATENCY_LEVEL without its body");
+}
+
+TEST_F(EmulatorTest, UnknownRequestsAreAcceptedAndNotAnswered) {
+    const EmulatorClient client;
+    ASSERT_TRUE(client.send("08 12 1A 05 82 01 02 08 01").isOk());  // UPDATE_TARGET_DSCP
+    ASSERT_TRUE(client.send("08 63").isOk());                       // 99, which is no request
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
+    EXPECT_TRUE(mEmulator.process().waitForLine("notice: ignored a request, " + ownPid() +
+                                                ": UPDATE_TARGET_DSCP is not known here"));
+    EXPECT_TRUE(mEmulator.process().waitForLine("notice: ignored a request, " + ownPid() +
+                                                ": event 99 is not known here"));
+}
+
+TEST_F(EmulatorTest, RequestOfAProcessWithoutCallbackIsNotAnswered) {
+    const auto service = findService();
+    ASSERT_NE(service, nullptr);
+    ASSERT_TRUE(service->sendBlob(LumSdkType::SDF, fromHex(kSetLevels)).isOk());
+    EXPECT_TRUE(mEmulator.process().waitForLine("notice: no callback registered, " + ownPid() +
+                                                ": SET_LATENCY_LEVEL is not answered"));
+    ASSERT_TRUE(service->sendBlob(LumSdkType::SDF, fromHex(kDisable)).isOk());
+    EXPECT_EQ(mEmulator.terminate(), 0);
+}
+
+TEST_F(EmulatorTest, ObjectOfAnotherInterfaceIsRefusedAsCallback) {
+    const auto service = findService();
+    ASSERT_NE(service, nullptr);
+    // The service itself: an object, but no callback.
+    AIBinder* const binder = service->asBinder().get();
+    ndk::ScopedAParcel request;
+    ndk::ScopedAParcel reply;
+    ASSERT_EQ(AIBinder_prepareTransaction(binder, request.getR()), STATUS_OK);
+    ASSERT_EQ(AParcel_writeStrongBinder(request.get(), binder), STATUS_OK);
+    EXPECT_EQ(AIBinder_transact(binder, FIRST_CALL_TRANSACTION, request.getR(), reply.getR(),
+                                FLAG_PRIVATE_VENDOR),
+              STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(mEmulator.stats().clients, 0U);
+}
+
+TEST_F(EmulatorTest, NullIsRefusedAsCallback) {
+    const auto service = findService();
+    ASSERT_NE(service, nullptr);
+    EXPECT_EQ(service->registerBlobCallback(nullptr).getStatus(), STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(mEmulator.stats().clients, 0U);
+}
+
+TEST_F(EmulatorTest, CallbackRegisteredTwiceIsOneClient) {
+    const EmulatorClient client;
+    ASSERT_TRUE(client.registerAgain().isOk());
+    EXPECT_EQ(mEmulator.stats().clients, 1U);
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    ASSERT_TRUE(client.send(kSetLevels).isOk());
+    EXPECT_EQ(client.inbox().waitFor(2), (Blobs{{5, kServiceUp}, {5, kLevels}}));
+}
+
+TEST_F(EmulatorTest, ServesAnewAfterItWasKilled) {
+    {
+        const EmulatorClient client;
+        ASSERT_TRUE(client.send(kEnable).isOk());
+        EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
+        mEmulator.kill();
+        EXPECT_EQ(client.send(kEnable).getStatus(), STATUS_DEAD_OBJECT);
+    }
+    mEmulator.restart();
+    EXPECT_EQ(mEmulator.stats().clients, 0U);
+    const EmulatorClient client;
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
+}
+
+// Not with --print: what is read of it would grow.
+TEST(EmulatorFiguresTest, NothingGrowsWithClientsThatComeAndGo) {
+    const SocketFolder folder;
+    EmulatorProcess emulator;
+    const auto round = [] {
+        EmulatorClient client;
+        ASSERT_TRUE(client.send(kEnable).isOk());
+        ASSERT_TRUE(client.send(kSetLevels).isOk());
+        EXPECT_EQ(client.inbox().waitFor(2), (Blobs{{5, kServiceUp}, {5, kLevels}}));
+        client.drop();
+        ASSERT_TRUE(client.send(kDisable).isOk());
+        ASSERT_TRUE(client.inbox().waitForEnd());
+    };
+    for (int i = 0; i < 10; ++i) round();
+    const EmulatorProcess::Stats before = emulator.stats();
+    EXPECT_GT(before.heapBlocks, 0U);
+    for (int i = 0; i < 200; ++i) round();
+    EXPECT_TRUE(emulator.waitForStats([&](const EmulatorProcess::Stats& now) {
+        return now.clients == 0 && now.descriptors <= before.descriptors &&
+               now.heapBlocks <= before.heapBlocks;
+    })) << "heap blocks before "
+        << before.heapBlocks << ", now " << emulator.stats().heapBlocks;
+    EXPECT_EQ(emulator.terminate(), 0);
+}
+
+}  // namespace
