@@ -1,0 +1,566 @@
+// SPDX-License-Identifier: Apache-2.0
+// What every method of every interface sends, how it arrives, and what comes of broken calls.
+
+#include <aidl/vendor/orn/data/lumservice/BnLumDppdServiceCallback.h>
+#include <aidl/vendor/orn/data/lumservice/BnLumService.h>
+#include <aidl/vendor/orn/data/lumservice/BnLumServiceCallback.h>
+#include <aidl/vendor/orn/data/lumservice/BpLumDppdServiceCallback.h>
+#include <aidl/vendor/orn/data/lumservice/BpLumService.h>
+#include <aidl/vendor/orn/data/lumservice/BpLumServiceCallback.h>
+#include <android/binder_parcel.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/aidl/TransactSpy.h"
+#include "tests/support/Hex.h"
+
+using namespace aidl::vendor::orn::data::lumservice;
+using ::ndk::ScopedAStatus;
+using ::ndk::SharedRefBase;
+
+namespace {
+
+using Blob = std::vector<uint8_t>;
+
+// FLAG_ONEWAY and FLAG_PRIVATE_VENDOR, as numbers.
+constexpr binder_flags_t kTwoWay = 0x10000000;
+constexpr binder_flags_t kOneWay = 0x10000001;
+
+class Service : public BnLumService {
+  public:
+    ScopedAStatus registerBlobCallback(
+        const std::shared_ptr<ILumServiceCallback>& in_callback) override {
+        log.emplace_back("registerBlobCallback");
+        callback = in_callback;
+        return answer();
+    }
+    ScopedAStatus sendBlob(LumSdkType in_type, const Blob& in_blob) override {
+        log.push_back("sendBlob " + toString(in_type) + " [" + toHex(in_blob) + "]");
+        return answer();
+    }
+
+    std::vector<std::string> log;
+    std::shared_ptr<ILumServiceCallback> callback;
+    std::function<ScopedAStatus()> answer = ScopedAStatus::ok;
+};
+
+class Callback : public BnLumServiceCallback {
+  public:
+    ScopedAStatus sendBlob(LumSdkType in_type, const Blob& in_blob) override {
+        log.push_back("sendBlob " + toString(in_type) + " [" + toHex(in_blob) + "]");
+        return ScopedAStatus::fromExceptionCode(EX_ILLEGAL_STATE);  // nobody hears of it
+    }
+
+    std::vector<std::string> log;
+};
+
+class DppdCallback : public BnLumDppdServiceCallback {
+  public:
+    ScopedAStatus notifyDppdCapability(bool in) override { return got("notifyDppdCapability", in); }
+    ScopedAStatus getDppdCapabilityResponse(bool in) override {
+        return got("getDppdCapabilityResponse", in);
+    }
+    ScopedAStatus notifyDppdRecommendation(const DataRecommendation& in) override {
+        return got("notifyDppdRecommendation " + in.toString());
+    }
+    ScopedAStatus getDppdRecommendationResponse(const DataRecommendation& in) override {
+        return got("getDppdRecommendationResponse " + in.toString());
+    }
+    ScopedAStatus updateDppdUiResponse(bool in) override { return got("updateDppdUiResponse", in); }
+    ScopedAStatus notifyMultiSimSubModeInfo(const SubModeInfo& in) override {
+        return got("notifyMultiSimSubModeInfo " + in.toString());
+    }
+    ScopedAStatus getMultiSimSubModeInfoResponse(Status in_status, const SubModeInfo& in) override {
+        return got("getMultiSimSubModeInfoResponse " + toString(in_status) + " " + in.toString());
+    }
+
+    std::vector<std::string> log;
+
+  private:
+    ScopedAStatus got(std::string what) {
+        log.push_back(std::move(what));
+        return ScopedAStatus::ok();
+    }
+    ScopedAStatus got(const std::string& what, bool in) { return got(what + (in ? " 1" : " 0")); }
+};
+
+// What every request begins with: strict mode, no work source, the mark of vendor software and the
+// descriptor with its length, in UTF-16 with a zero at the end, filled up to a multiple of four.
+std::string token(const std::string& descriptor) {
+    std::vector<uint8_t> bytes = fromHex("00000080 ffffffff 52444e56");
+    bytes.push_back(static_cast<uint8_t>(descriptor.size()));
+    bytes.insert(bytes.end(), 3, 0);
+    for (const char c : descriptor + '\0') {
+        bytes.push_back(static_cast<uint8_t>(c));
+        bytes.push_back(0);
+    }
+    while (bytes.size() % 4 != 0) bytes.push_back(0);
+    return toHex(bytes);
+}
+
+const std::string kServiceToken = token("vendor.orn.data.lumservice.ILumService");
+const std::string kCallbackToken = token("vendor.orn.data.lumservice.ILumServiceCallback");
+const std::string kDppdToken = token("vendor.orn.data.lumservice.ILumDppdServiceCallback");
+constexpr size_t kServiceTokenSize = 12 + 4 + 80;   // 38 letters and the zero, filled up
+constexpr size_t kCallbackTokenSize = 12 + 4 + 96;  // 46
+constexpr size_t kDppdTokenSize = 12 + 4 + 104;     // 50
+
+void expectCall(const Transaction& call, AIBinder* binder, transaction_code_t code,
+                binder_flags_t flags, const std::string& token, const std::string& arguments) {
+    EXPECT_EQ(binder, call.binder);
+    EXPECT_EQ(code, call.code);
+    EXPECT_EQ(flags, call.flags);
+    EXPECT_EQ(toHex(fromHex(token + arguments)), toHex(call.bytes));
+}
+
+// Calls with a request of exactly these bytes.
+binder_status_t callWithBytes(AIBinder* binder, transaction_code_t code, const Blob& bytes,
+                              ::ndk::ScopedAParcel* reply) {
+    ::ndk::ScopedAParcel request;
+    EXPECT_EQ(STATUS_OK, AIBinder_prepareTransaction(binder, request.getR()));
+    EXPECT_EQ(STATUS_OK, AParcel_unmarshal(request.get(), bytes.data(), bytes.size()));
+    return realTransact(binder, code, request.getR(), reply->getR(), 0);
+}
+
+binder_status_t callWithBytes(AIBinder* binder, transaction_code_t code, const std::string& text) {
+    ::ndk::ScopedAParcel reply;
+    return callWithBytes(binder, code, fromHex(text), &reply);
+}
+
+std::string replyTo(AIBinder* binder, transaction_code_t code, const std::string& text) {
+    ::ndk::ScopedAParcel reply;
+    EXPECT_EQ(STATUS_OK, callWithBytes(binder, code, fromHex(text), &reply));
+    Blob bytes(static_cast<size_t>(AParcel_getDataSize(reply.get())));
+    EXPECT_EQ(STATUS_OK, AParcel_marshal(reply.get(), bytes.data(), 0, bytes.size()));
+    return toHex(bytes);
+}
+
+// A request cut off anywhere is refused, and nothing is called.
+void expectRefusedWhenCut(AIBinder* binder, transaction_code_t code, const std::string& token,
+                          const std::string& arguments) {
+    const Blob whole = fromHex(token + arguments);
+    const size_t tokenSize = fromHex(token).size();
+    for (size_t size = 0; size < whole.size(); ++size) {
+        ::ndk::ScopedAParcel reply;
+        EXPECT_EQ(size < tokenSize ? STATUS_BAD_TYPE : STATUS_NOT_ENOUGH_DATA,
+                  callWithBytes(binder, code, {whole.data(), whole.data() + size}, &reply))
+            << "code " << code << ", " << size << " bytes";
+        EXPECT_EQ(nullptr, reply.get());
+    }
+}
+
+}  // namespace
+
+TEST(Tokens, HaveTheSizesWorkedOutByHand) {
+    EXPECT_EQ(kServiceTokenSize, fromHex(kServiceToken).size());
+    EXPECT_EQ(kCallbackTokenSize, fromHex(kCallbackToken).size());
+    EXPECT_EQ(kDppdTokenSize, fromHex(kDppdToken).size());
+}
+
+class ServiceCalls : public testing::Test {
+  protected:
+    TransactSpy spy;
+    std::shared_ptr<Service> service = SharedRefBase::make<Service>();
+    ::ndk::SpAIBinder binder = service->asBinder();
+    std::shared_ptr<BpLumService> proxy = SharedRefBase::make<BpLumService>(binder);
+};
+
+TEST_F(ServiceCalls, SendBlob) {
+    EXPECT_TRUE(proxy->sendBlob(LumSdkType::SDF, {1, 2, 3, 4, 5}).isOk());
+    ASSERT_EQ(1U, spy.calls().size());
+    expectCall(spy.calls()[0], binder.get(), 2, kTwoWay, kServiceToken,
+               "05000000 05000000 01020304 05000000");
+    EXPECT_EQ(std::vector<std::string>{"sendBlob SDF [01 02 03 04 05]"}, service->log);
+}
+
+TEST_F(ServiceCalls, SendBlobOfLengthZero) {
+    EXPECT_TRUE(proxy->sendBlob(LumSdkType::NONE, {}).isOk());
+    ASSERT_EQ(1U, spy.calls().size());
+    expectCall(spy.calls()[0], binder.get(), 2, kTwoWay, kServiceToken, "00000000 00000000");
+    EXPECT_EQ(std::vector<std::string>{"sendBlob NONE []"}, service->log);
+}
+
+TEST_F(ServiceCalls, UnknownTypesArriveAsTheyAre) {
+    EXPECT_TRUE(proxy->sendBlob(static_cast<LumSdkType>(-7), {}).isOk());
+    expectCall(spy.calls().at(0), binder.get(), 2, kTwoWay, kServiceToken, "f9ffffff 00000000");
+    EXPECT_EQ(std::vector<std::string>{"sendBlob -7 []"}, service->log);
+}
+
+TEST_F(ServiceCalls, RegisterBlobCallback) {
+    const auto callback = SharedRefBase::make<Callback>();
+    EXPECT_TRUE(proxy->registerBlobCallback(callback).isOk());
+    ASSERT_EQ(1U, spy.calls().size());
+    // The kernel's flat object (its type, flags, two empty 64-bit words), then vendor stability.
+    expectCall(spy.calls()[0], binder.get(), 1, kTwoWay, kServiceToken,
+               "852a6273 13010000 00000000 00000000 00000000 00000000 03000000");
+    EXPECT_EQ(callback, service->callback);
+
+    const AParcel* const request = spy.calls()[0].request.get();
+    EXPECT_EQ(STATUS_OK, AParcel_setDataPosition(request, kServiceTokenSize));
+    ::ndk::SpAIBinder sent;
+    EXPECT_EQ(STATUS_OK, AParcel_readStrongBinder(request, sent.getR()));
+    EXPECT_EQ(callback->asBinder().get(), sent.get());
+}
+
+TEST_F(ServiceCalls, NoCallbackIsNotSent) {
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL, proxy->registerBlobCallback(nullptr).getStatus());
+    EXPECT_TRUE(spy.calls().empty());
+}
+
+TEST_F(ServiceCalls, NoCallbackIsNotTaken) {
+    ::ndk::ScopedAParcel request;
+    ::ndk::ScopedAParcel reply;
+    EXPECT_EQ(STATUS_OK, AIBinder_prepareTransaction(binder.get(), request.getR()));
+    EXPECT_EQ(STATUS_OK, AParcel_writeStrongBinder(request.get(), nullptr));
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL,
+              realTransact(binder.get(), 1, request.getR(), reply.getR(), 0));
+    EXPECT_TRUE(service->log.empty());
+}
+
+TEST_F(ServiceCalls, AnotherInterfaceIsNotTakenForACallback) {
+    ::ndk::ScopedAParcel request;
+    ::ndk::ScopedAParcel reply;
+    EXPECT_EQ(STATUS_OK, AIBinder_prepareTransaction(binder.get(), request.getR()));
+    EXPECT_EQ(STATUS_OK, AParcel_writeStrongBinder(request.get(), binder.get()));
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL,
+              realTransact(binder.get(), 1, request.getR(), reply.getR(), 0));
+    EXPECT_TRUE(service->log.empty());
+}
+
+TEST_F(ServiceCalls, BytesAloneAreNoCallback) {
+    EXPECT_EQ(STATUS_BAD_TYPE,
+              callWithBytes(binder.get(), 1,
+                            kServiceToken + "852a6273 13010000 00000000 00000000 00000000 00000000 "
+                                            "03000000"));
+    EXPECT_TRUE(service->log.empty());
+}
+
+TEST_F(ServiceCalls, Replies) {
+    const std::string request = kServiceToken + "05000000 00000000";
+    EXPECT_EQ("00 00 00 00", replyTo(binder.get(), 2, request));
+
+    // Exception, message (in UTF-16), nothing about where it happened, the service's own code.
+    service->answer = [] { return ScopedAStatus::fromServiceSpecificErrorWithMessage(7, "no"); };
+    EXPECT_EQ(toHex(fromHex("f8ffffff 02000000 6e006f00 00000000 00000000 07000000")),
+              replyTo(binder.get(), 2, request));
+    const ScopedAStatus status = proxy->sendBlob(LumSdkType::SDF, {});
+    EXPECT_EQ(EX_SERVICE_SPECIFIC, status.getExceptionCode());
+    EXPECT_EQ(7, status.getServiceSpecificError());
+    EXPECT_STREQ("no", status.getMessage());
+}
+
+TEST_F(ServiceCalls, StatusInPlaceOfAReply) {
+    service->answer = [] { return ScopedAStatus::fromStatus(STATUS_NO_INIT); };
+    EXPECT_EQ(STATUS_NO_INIT, callWithBytes(binder.get(), 2, kServiceToken + "05000000 00000000"));
+    EXPECT_EQ(STATUS_NO_INIT, proxy->sendBlob(LumSdkType::SDF, {}).getStatus());
+}
+
+TEST_F(ServiceCalls, CutRequests) {
+    expectRefusedWhenCut(binder.get(), 2, kServiceToken, "05000000 05000000 01020304 05000000");
+    EXPECT_TRUE(service->log.empty());
+}
+
+TEST_F(ServiceCalls, CutRequestsWithAnObject) {
+    EXPECT_TRUE(proxy->registerBlobCallback(SharedRefBase::make<Callback>()).isOk());
+    service->log.clear();
+    const AParcel* const whole = spy.calls().at(0).request.get();
+    for (int32_t size = 0; size < AParcel_getDataSize(whole); ++size) {
+        ::ndk::ScopedAParcel request;
+        ::ndk::ScopedAParcel reply;
+        EXPECT_EQ(STATUS_OK, AIBinder_prepareTransaction(binder.get(), request.getR()));
+        EXPECT_EQ(STATUS_OK, AParcel_reset(request.get()));
+        EXPECT_EQ(STATUS_OK, AParcel_appendFrom(whole, request.get(), 0, size));
+        EXPECT_NE(STATUS_OK, realTransact(binder.get(), 1, request.getR(), reply.getR(), 0))
+            << size;
+    }
+    EXPECT_TRUE(service->log.empty());
+}
+
+TEST_F(ServiceCalls, HostileBlobLengths) {
+    const struct {
+        const char* length;
+        binder_status_t status;
+    } cases[] = {
+        {"ffffffff", STATUS_NO_MEMORY},        // no array at all: there is no room for that
+        {"feffffff", STATUS_BAD_VALUE},        // -2
+        {"00000080", STATUS_BAD_VALUE},        // -2^31
+        {"ffffff7f", STATUS_NOT_ENOUGH_DATA},  // 2^31 - 1
+        {"05000000", STATUS_NOT_ENOUGH_DATA},  // one too many
+    };
+    for (const auto& one : cases) {
+        EXPECT_EQ(one.status, callWithBytes(binder.get(), 2,
+                                            kServiceToken + "05000000" + one.length + "01020304"))
+            << one.length;
+    }
+    EXPECT_TRUE(service->log.empty());
+}
+
+TEST_F(ServiceCalls, MoreThanTheArgumentsIsIgnored) {
+    EXPECT_EQ(STATUS_OK, callWithBytes(binder.get(), 2,
+                                       kServiceToken + "05000000 01000000 2a000000 99999999"));
+    EXPECT_EQ(std::vector<std::string>{"sendBlob SDF [2A]"}, service->log);
+}
+
+TEST_F(ServiceCalls, WrongToken) {
+    const std::string arguments = "05000000 00000000";
+    EXPECT_EQ(STATUS_BAD_TYPE, callWithBytes(binder.get(), 2, kCallbackToken + arguments));
+    std::string other = kServiceToken;
+    other.replace(3 * 12, 2, "25");  // the descriptor's length: 37
+    EXPECT_EQ(STATUS_BAD_TYPE, callWithBytes(binder.get(), 2, other + arguments));
+    EXPECT_EQ(STATUS_BAD_TYPE, callWithBytes(binder.get(), 2, arguments));
+    EXPECT_TRUE(service->log.empty());
+}
+
+TEST_F(ServiceCalls, UnknownCodes) {
+    for (const transaction_code_t code : {3U, 4U, 0x00ffffffU}) {
+        EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION,
+                  callWithBytes(binder.get(), code, kServiceToken + "05000000 00000000"));
+    }
+    EXPECT_TRUE(service->log.empty());
+}
+
+TEST_F(ServiceCalls, FailedTransaction) {
+    spy.answerWith([](AParcel**) { return STATUS_DEAD_OBJECT; });
+    const ScopedAStatus status = proxy->sendBlob(LumSdkType::SDF, {});
+    EXPECT_EQ(EX_TRANSACTION_FAILED, status.getExceptionCode());
+    EXPECT_EQ(STATUS_DEAD_OBJECT, status.getStatus());
+}
+
+TEST_F(ServiceCalls, EmptyReply) {
+    spy.answerWith([](AParcel** out) {
+        *out = AParcel_create();
+        return STATUS_OK;
+    });
+    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, proxy->sendBlob(LumSdkType::SDF, {}).getStatus());
+}
+
+TEST_F(ServiceCalls, UnknownTransactionWithoutADefault) {
+    spy.answerWith([](AParcel**) { return STATUS_UNKNOWN_TRANSACTION; });
+    EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, proxy->sendBlob(LumSdkType::SDF, {}).getStatus());
+}
+
+TEST_F(ServiceCalls, UnknownTransactionGoesToTheDefault) {
+    EXPECT_FALSE(ILumService::setDefaultImpl(nullptr));
+    EXPECT_EQ(nullptr, ILumService::getDefaultImpl());
+    const auto fallback = SharedRefBase::make<Service>();
+    EXPECT_TRUE(ILumService::setDefaultImpl(fallback));
+    EXPECT_EQ(fallback, ILumService::getDefaultImpl());
+
+    EXPECT_TRUE(proxy->sendBlob(LumSdkType::SDF, {1}).isOk());
+    EXPECT_TRUE(fallback->log.empty()) << "the service knows this one";
+    spy.answerWith([](AParcel**) { return STATUS_UNKNOWN_TRANSACTION; });
+    EXPECT_TRUE(proxy->sendBlob(LumSdkType::SDF, {2}).isOk());
+    EXPECT_TRUE(proxy->registerBlobCallback(SharedRefBase::make<Callback>()).isOk());
+    EXPECT_EQ((std::vector<std::string>{"sendBlob SDF [02]", "registerBlobCallback"}),
+              fallback->log);
+}
+
+class CallbackCalls : public testing::Test {
+  protected:
+    TransactSpy spy;
+    std::shared_ptr<Callback> callback = SharedRefBase::make<Callback>();
+    ::ndk::SpAIBinder binder = callback->asBinder();
+    std::shared_ptr<BpLumServiceCallback> proxy = SharedRefBase::make<BpLumServiceCallback>(binder);
+};
+
+TEST_F(CallbackCalls, SendBlob) {
+    EXPECT_TRUE(proxy->sendBlob(LumSdkType::FEATURE_11, {0xfe}).isOk());
+    ASSERT_EQ(1U, spy.calls().size());
+    expectCall(spy.calls()[0], binder.get(), 1, kOneWay, kCallbackToken,
+               "0b000000 01000000 fe000000");
+    EXPECT_EQ(std::vector<std::string>{"sendBlob FEATURE_11 [FE]"}, callback->log);
+}
+
+TEST_F(CallbackCalls, SendBlobOfLengthZero) {
+    EXPECT_TRUE(proxy->sendBlob(LumSdkType::SDF, {}).isOk());
+    expectCall(spy.calls().at(0), binder.get(), 1, kOneWay, kCallbackToken, "05000000 00000000");
+    EXPECT_EQ(std::vector<std::string>{"sendBlob SDF []"}, callback->log);
+}
+
+TEST_F(CallbackCalls, ThereIsNoReply) {
+    EXPECT_EQ("", replyTo(binder.get(), 1, kCallbackToken + "05000000 00000000"));
+    EXPECT_EQ(1U, callback->log.size());
+}
+
+TEST_F(CallbackCalls, CutRequests) {
+    expectRefusedWhenCut(binder.get(), 1, kCallbackToken, "05000000 05000000 01020304 05000000");
+    EXPECT_TRUE(callback->log.empty());
+}
+
+TEST_F(CallbackCalls, UnknownCode) {
+    EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION,
+              callWithBytes(binder.get(), 2, kCallbackToken + "05000000 00000000"));
+    EXPECT_TRUE(callback->log.empty());
+}
+
+TEST_F(CallbackCalls, FailedTransaction) {
+    spy.answerWith([](AParcel**) { return STATUS_FAILED_TRANSACTION; });
+    EXPECT_EQ(STATUS_FAILED_TRANSACTION, proxy->sendBlob(LumSdkType::SDF, {}).getStatus());
+}
+
+TEST_F(CallbackCalls, UnknownTransactionGoesToTheDefault) {
+    const auto fallback = SharedRefBase::make<Callback>();
+    EXPECT_TRUE(ILumServiceCallback::setDefaultImpl(fallback));
+    spy.answerWith([](AParcel**) { return STATUS_UNKNOWN_TRANSACTION; });
+    EXPECT_EQ(EX_ILLEGAL_STATE, proxy->sendBlob(LumSdkType::SDF, {2}).getExceptionCode());
+    EXPECT_EQ(std::vector<std::string>{"sendBlob SDF [02]"}, fallback->log);
+}
+
+TEST(DppdCalls, EveryMethod) {
+    TransactSpy spy;
+    const auto served = SharedRefBase::make<DppdCallback>();
+    const ::ndk::SpAIBinder binder = served->asBinder();
+    const auto proxy = SharedRefBase::make<BpLumDppdServiceCallback>(binder);
+    DataRecommendation recommendation;
+    recommendation.subscription = 1;
+    recommendation.action = 2;
+    SubModeInfo info;
+    info.subscription = 3;
+    info.mode = 4;
+    const std::string recommendationText = "DataRecommendation{subscription: 1, action: 2}";
+    const std::string infoText = "SubModeInfo{subscription: 3, mode: 4}";
+    // Structures: a word that they are there, their size, their fields.
+    const std::string recommendationBytes = "01000000 0c000000 01000000 02000000";
+    const std::string infoBytes = "01000000 0c000000 03000000 04000000";
+
+    const struct {
+        std::function<ScopedAStatus()> call;
+        std::string arguments;
+        std::string arrived;
+    } cases[] = {
+        {[&] { return proxy->notifyDppdCapability(true); }, "01000000", "notifyDppdCapability 1"},
+        {[&] { return proxy->getDppdCapabilityResponse(false); }, "00000000",
+         "getDppdCapabilityResponse 0"},
+        {[&] { return proxy->notifyDppdRecommendation(recommendation); }, recommendationBytes,
+         "notifyDppdRecommendation " + recommendationText},
+        {[&] { return proxy->getDppdRecommendationResponse(recommendation); }, recommendationBytes,
+         "getDppdRecommendationResponse " + recommendationText},
+        {[&] { return proxy->updateDppdUiResponse(true); }, "01000000", "updateDppdUiResponse 1"},
+        {[&] { return proxy->notifyMultiSimSubModeInfo(info); }, infoBytes,
+         "notifyMultiSimSubModeInfo " + infoText},
+        {[&] { return proxy->getMultiSimSubModeInfoResponse(Status::FAILURE, info); },
+         "01000000" + infoBytes, "getMultiSimSubModeInfoResponse FAILURE " + infoText},
+    };
+    transaction_code_t code = 0;
+    for (const auto& one : cases) {
+        ++code;
+        served->log.clear();
+        EXPECT_TRUE(one.call().isOk());
+        ASSERT_EQ(code, spy.calls().size());
+        expectCall(spy.calls().back(), binder.get(), code, kOneWay, kDppdToken, one.arguments);
+        EXPECT_EQ(std::vector<std::string>{one.arrived}, served->log);
+
+        served->log.clear();
+        expectRefusedWhenCut(binder.get(), code, kDppdToken, one.arguments);
+        EXPECT_TRUE(served->log.empty());
+    }
+    EXPECT_EQ(7U, code);
+    EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, callWithBytes(binder.get(), 8, kDppdToken));
+
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL,
+              callWithBytes(binder.get(), 3, kDppdToken + "00000000 0c000000 01000000 02000000"));
+    EXPECT_EQ(STATUS_BAD_VALUE,
+              callWithBytes(binder.get(), 3, kDppdToken + "01000000 03000000 01000000 02000000"));
+    EXPECT_TRUE(served->log.empty());
+}
+
+TEST(Interfaces, Descriptors) {
+    EXPECT_STREQ("vendor.orn.data.lumservice.ILumService", ILumService::descriptor);
+    EXPECT_STREQ("vendor.orn.data.lumservice.ILumServiceCallback", ILumServiceCallback::descriptor);
+    EXPECT_STREQ("vendor.orn.data.lumservice.ILumDppdServiceCallback",
+                 ILumDppdServiceCallback::descriptor);
+}
+
+TEST(Interfaces, MethodNamesForTracing) {
+    const auto name = [](::ndk::ICInterface& interface, transaction_code_t code) {
+        const ::ndk::SpAIBinder binder = interface.asBinder();
+        auto* const clazz = const_cast<AIBinder_Class*>(AIBinder_getClass(binder.get()));
+        const char* const found = AIBinder_Class_getFunctionName(clazz, code);
+        return std::string(found == nullptr ? "(none)" : found);
+    };
+    const auto service = SharedRefBase::make<Service>();
+    EXPECT_EQ("(none)", name(*service, 0));
+    EXPECT_EQ("registerBlobCallback", name(*service, 1));
+    EXPECT_EQ("sendBlob", name(*service, 2));
+    EXPECT_EQ("(none)", name(*service, 3));
+    const auto callback = SharedRefBase::make<Callback>();
+    EXPECT_EQ("sendBlob", name(*callback, 1));
+    EXPECT_EQ("(none)", name(*callback, 2));
+    const auto dppd = SharedRefBase::make<DppdCallback>();
+    EXPECT_EQ("notifyDppdCapability", name(*dppd, 1));
+    EXPECT_EQ("getMultiSimSubModeInfoResponse", name(*dppd, 7));
+    EXPECT_EQ("(none)", name(*dppd, 8));
+}
+
+TEST(Interfaces, FromBinder) {
+    const auto service = SharedRefBase::make<Service>();
+    EXPECT_EQ(service, ILumService::fromBinder(service->asBinder()));
+    EXPECT_EQ(nullptr, ILumService::fromBinder(::ndk::SpAIBinder()));
+    EXPECT_EQ(nullptr, ILumServiceCallback::fromBinder(service->asBinder()));
+}
+
+// As when two libraries of one process carry the glue, each with a class of its own.
+TEST(Interfaces, ObjectOfAnotherCopyOfTheClassIsReachedByAProxy) {
+    static std::vector<transaction_code_t> codes;
+    static AIBinder_Class* const other = AIBinder_Class_define(
+        ILumService::descriptor, [](void*) -> void* { return nullptr; }, [](void*) {},
+        [](AIBinder*, transaction_code_t code, const AParcel*, AParcel* out) -> binder_status_t {
+            codes.push_back(code);
+            return AParcel_writeInt32(out, EX_NONE);
+        });
+    const ::ndk::SpAIBinder binder(AIBinder_new(other, nullptr));
+    const std::shared_ptr<ILumService> reached = ILumService::fromBinder(binder);
+    ASSERT_NE(nullptr, reached);
+    EXPECT_TRUE(reached->sendBlob(LumSdkType::SDF, {}).isOk());
+    EXPECT_EQ(std::vector<transaction_code_t>{2}, codes);
+}
+
+TEST(Interfaces, InAParcel) {
+    const auto service = SharedRefBase::make<Service>();
+    const ::ndk::ScopedAParcel parcel(AParcel_create());
+    EXPECT_EQ(STATUS_OK, ILumService::writeToParcel(parcel.get(), service));
+    EXPECT_EQ(STATUS_OK, ILumService::writeToParcel(parcel.get(), nullptr));
+    EXPECT_EQ(STATUS_OK, AParcel_setDataPosition(parcel.get(), 0));
+    std::shared_ptr<ILumService> read;
+    EXPECT_EQ(STATUS_OK, ILumService::readFromParcel(parcel.get(), &read));
+    EXPECT_EQ(service, read);
+    EXPECT_EQ(STATUS_OK, ILumService::readFromParcel(parcel.get(), &read));
+    EXPECT_EQ(nullptr, read);
+    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, ILumService::readFromParcel(parcel.get(), &read));
+}
+
+TEST(Interfaces, DefaultKnowsNoTransaction) {
+    const auto service = SharedRefBase::make<ILumServiceDefault>();
+    EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, service->sendBlob(LumSdkType::SDF, {}).getStatus());
+    EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, service->registerBlobCallback(nullptr).getStatus());
+    EXPECT_EQ(nullptr, service->asBinder().get());
+    EXPECT_FALSE(service->isRemote());
+}
+
+TEST(Interfaces, DelegatorPassesCallsOn) {
+    const auto served = SharedRefBase::make<Service>();
+    const std::shared_ptr<ILumService> delegator =
+        SharedRefBase::make<ILumService::DefaultDelegator>(served);
+    EXPECT_NE(served->asBinder().get(), delegator->asBinder().get());
+    const auto proxy = SharedRefBase::make<BpLumService>(delegator->asBinder());
+    EXPECT_TRUE(proxy->sendBlob(LumSdkType::SDF, {9}).isOk());
+    EXPECT_EQ(std::vector<std::string>{"sendBlob SDF [09]"}, served->log);
+}
+
+TEST(Interfaces, BinderKeepsItsObjectAndIsMadeOnce) {
+    auto service = SharedRefBase::make<Service>();
+    const std::weak_ptr<Service> seen = service;
+    ::ndk::SpAIBinder binder = service->asBinder();
+    EXPECT_EQ(binder.get(), service->asBinder().get());
+    EXPECT_FALSE(service->isRemote());
+    service.reset();
+    EXPECT_FALSE(seen.expired());
+    binder.set(nullptr);
+    EXPECT_TRUE(seen.expired());
+}

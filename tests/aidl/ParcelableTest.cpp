@@ -1,0 +1,399 @@
+// SPDX-License-Identifier: Apache-2.0
+// The bytes of every structure of the interfaces, written and read, whole and damaged.
+
+#include <aidl/vendor/orn/data/lumservice/DataRecommendation.h>
+#include <aidl/vendor/orn/data/lumservice/DataStallParams.h>
+#include <aidl/vendor/orn/data/lumservice/DubiousCellInfo.h>
+#include <aidl/vendor/orn/data/lumservice/LumSdkType.h>
+#include <aidl/vendor/orn/data/lumservice/Nr5gNflEntryType.h>
+#include <aidl/vendor/orn/data/lumservice/PlmnId.h>
+#include <aidl/vendor/orn/data/lumservice/Status.h>
+#include <aidl/vendor/orn/data/lumservice/SubModeInfo.h>
+#include <android/binder_auto_utils.h>
+#include <android/binder_enums.h>
+#include <android/binder_parcel_utils.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "tests/support/Hex.h"
+
+using namespace aidl::vendor::orn::data::lumservice;
+using Scs = DubiousCellInfo::Nr5gScsParams;
+
+namespace {
+
+::ndk::ScopedAParcel parcelOf(const std::vector<uint8_t>& bytes) {
+    ::ndk::ScopedAParcel parcel(AParcel_create());
+    EXPECT_EQ(STATUS_OK, AParcel_unmarshal(parcel.get(), bytes.data(), bytes.size()));
+    return parcel;
+}
+
+std::string bytesOf(const AParcel* parcel) {
+    std::vector<uint8_t> bytes(static_cast<size_t>(AParcel_getDataSize(parcel)));
+    EXPECT_EQ(STATUS_OK, AParcel_marshal(parcel, bytes.data(), 0, bytes.size()));
+    return toHex(bytes);
+}
+
+template <typename T>
+std::string written(const T& value) {
+    const ::ndk::ScopedAParcel parcel(AParcel_create());
+    EXPECT_EQ(STATUS_OK, value.writeToParcel(parcel.get()));
+    EXPECT_EQ(AParcel_getDataSize(parcel.get()), AParcel_getDataPosition(parcel.get()));
+    return bytesOf(parcel.get());
+}
+
+// Reads a structure from these bytes alone. `value` keeps what was not read.
+template <typename T>
+binder_status_t readBytes(const std::string& text, T* value) {
+    return value->readFromParcel(parcelOf(fromHex(text)).get());
+}
+
+// The value is written as these bytes, these bytes are read as the value, and without their last
+// byte, or any number of last bytes, they are refused.
+template <typename T>
+void expectWire(const T& value, const std::string& text) {
+    const std::vector<uint8_t> bytes = fromHex(text);
+    EXPECT_EQ(toHex(bytes), written(value));
+
+    const ::ndk::ScopedAParcel parcel = parcelOf(bytes);
+    T read;
+    EXPECT_NE(value, read) << "the test needs a value that is not the default";
+    EXPECT_EQ(STATUS_OK, read.readFromParcel(parcel.get()));
+    EXPECT_EQ(value, read);
+    EXPECT_EQ(static_cast<int32_t>(bytes.size()), AParcel_getDataPosition(parcel.get()));
+
+    for (size_t size = 0; size < bytes.size(); ++size) {
+        const ::ndk::ScopedAParcel part = parcelOf({bytes.data(), bytes.data() + size});
+        T ignored;
+        EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, ignored.readFromParcel(part.get())) << size << " bytes";
+    }
+}
+
+PlmnId plmn(int32_t mcc, int32_t mnc, bool threeDigitMnc) {
+    PlmnId made;
+    made.mcc = mcc;
+    made.mnc = mnc;
+    made.threeDigitMnc = threeDigitMnc;
+    return made;
+}
+
+DubiousCellInfo cell() {
+    DubiousCellInfo made;
+    made.plmn = plmn(262, 1, false);
+    made.cellId = 0x0123456789abcdef;
+    made.trackingAreaCode = 1;
+    made.arfcn = 2;
+    made.physicalCellId = 3;
+    made.cause = 4;
+    made.scs = Scs::make<Scs::spacing>(30);
+    return made;
+}
+
+constexpr const char* kCell =
+    "3c000000"                                      // 60 bytes in all
+    "01000000 10000000 06010000 01000000 00000000"  // plmn: present, 16 bytes
+    "efcdab89 67452301"                             // cellId
+    "01000000 02000000 03000000 04000000"
+    "01000000 01000000 1e000000";  // scs: present, tag 1, 30
+
+constexpr const char* kStall =
+    "20000000 02000000 01000000 03000000 04000000 05000000 06000000 07000000";
+
+DataStallParams stall() {
+    DataStallParams made;
+    made.subscription = 2;
+    made.enabled = true;
+    made.intervalMs = 3;
+    made.minSentPackets = 4;
+    made.maxReceivedPackets = 5;
+    made.sentPackets = 6;
+    made.receivedPackets = 7;
+    return made;
+}
+
+// An entry's bytes up to its array, the size word left to the caller.
+constexpr const char* kEntryHead = "80a60900 4e000000 1e000000";
+
+}  // namespace
+
+TEST(Parcelable, DataRecommendation) {
+    DataRecommendation value;
+    value.subscription = 1;
+    value.action = -2;
+    expectWire(value, "0c000000 01000000 feffffff");
+}
+
+TEST(Parcelable, DataStallParams) {
+    expectWire(stall(), kStall);
+}
+
+TEST(Parcelable, PlmnId) {
+    expectWire(plmn(310, 26, true), "10000000 36010000 1a000000 01000000");
+}
+
+TEST(Parcelable, SubModeInfo) {
+    SubModeInfo value;
+    value.subscription = -1;
+    value.mode = 5;
+    expectWire(value, "0c000000 ffffffff 05000000");
+}
+
+TEST(Parcelable, Nr5gNflEntryType) {
+    Nr5gNflEntryType value;
+    value.arfcn = 632448;
+    value.band = 78;
+    value.subcarrierSpacing = 30;
+    value.plmns = {plmn(262, 1, false), plmn(310, 260, true)};
+    expectWire(value, std::string("3c000000") + kEntryHead +
+                          "02000000"
+                          "01000000 10000000 06010000 01000000 00000000"
+                          "01000000 10000000 36010000 04010000 01000000");
+}
+
+TEST(Parcelable, ArrayWithoutElements) {
+    Nr5gNflEntryType value;
+    value.arfcn = 632448;
+    value.band = 78;
+    value.subcarrierSpacing = 30;
+    expectWire(value, std::string("14000000") + kEntryHead + "00000000");
+}
+
+TEST(Parcelable, DubiousCellInfo) {
+    expectWire(cell(), kCell);
+}
+
+TEST(Parcelable, UnionHoldsABool) {
+    expectWire(Scs::make<Scs::unknown>(true), "00000000 01000000");
+}
+
+TEST(Parcelable, UnionHoldsAnInt) {
+    expectWire(Scs::make<Scs::spacing>(-120), "01000000 88ffffff");
+}
+
+TEST(Parcelable, AsAnArgumentComesAWordThatItIsThere) {
+    const ::ndk::ScopedAParcel parcel(AParcel_create());
+    EXPECT_EQ(STATUS_OK, ::ndk::AParcel_writeData(parcel.get(), cell()));
+    // The 64-bit value now lies at 28, not a multiple of 8.
+    EXPECT_EQ(toHex(fromHex(std::string("01000000") + kCell)), bytesOf(parcel.get()));
+    EXPECT_EQ(STATUS_OK, AParcel_setDataPosition(parcel.get(), 0));
+    DubiousCellInfo read;
+    EXPECT_EQ(STATUS_OK, ::ndk::AParcel_readData(parcel.get(), &read));
+    EXPECT_EQ(cell(), read);
+}
+
+TEST(Parcelable, NotThere) {
+    const ::ndk::ScopedAParcel parcel = parcelOf(fromHex(std::string("00000000") + kCell));
+    DubiousCellInfo read;
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL, ::ndk::AParcel_readData(parcel.get(), &read));
+}
+
+TEST(Parcelable, FieldNotThere) {
+    DubiousCellInfo read;
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL, readBytes("0c000000 00000000 00000000", &read));
+    std::string text = kCell;
+    text.replace(text.size() - 26, 8, "00000000");  // the presence of the union
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL, readBytes(text, &read));
+}
+
+TEST(Parcelable, SizeBelowFour) {
+    for (const char* size :
+         {"00000000", "01000000", "02000000", "03000000", "ffffffff", "00000080"}) {
+        DataRecommendation read;
+        EXPECT_EQ(STATUS_BAD_VALUE, readBytes(std::string(size) + "01000000 02000000", &read))
+            << size;
+        EXPECT_EQ(DataRecommendation(), read);
+    }
+}
+
+TEST(Parcelable, SizeLongerThanTheParcel) {
+    for (const char* size : {"10000000", "0d000000", "fcffff7f", "ffffff7f"}) {
+        DataRecommendation read;
+        EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, readBytes(std::string(size) + "01000000 02000000", &read))
+            << size;
+    }
+}
+
+TEST(Parcelable, SizeThatEndsBeyondAllPositions) {
+    const ::ndk::ScopedAParcel parcel = parcelOf(fromHex("00000000 fcffff7f 01000000 02000000"));
+    EXPECT_EQ(STATUS_OK, AParcel_setDataPosition(parcel.get(), 4));
+    DataRecommendation read;
+    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, read.readFromParcel(parcel.get()));
+}
+
+TEST(Parcelable, LongerBodyIsSkipped) {
+    const ::ndk::ScopedAParcel parcel =
+        parcelOf(fromHex("14000000 01000000 02000000 aaaaaaaa bbbbbbbb 2a000000"));
+    DataRecommendation read;
+    EXPECT_EQ(STATUS_OK, read.readFromParcel(parcel.get()));
+    EXPECT_EQ(1, read.subscription);
+    EXPECT_EQ(2, read.action);
+    int32_t next = 0;
+    EXPECT_EQ(STATUS_OK, AParcel_readInt32(parcel.get(), &next));
+    EXPECT_EQ(42, next);
+}
+
+TEST(Parcelable, ShorterBodyLeavesDefaults) {
+    const std::string sizes[] = {"04", "08", "0c", "10", "14", "18", "1c"};
+    for (size_t fields = 0; fields < 7; ++fields) {
+        std::string text = kStall;
+        text.replace(0, 2, sizes[fields]);
+        text.resize(9 * (fields + 1));
+        DataStallParams expected;
+        if (fields > 0) expected.subscription = 2;
+        if (fields > 1) expected.enabled = true;
+        if (fields > 2) expected.intervalMs = 3;
+        if (fields > 3) expected.minSentPackets = 4;
+        if (fields > 4) expected.maxReceivedPackets = 5;
+        if (fields > 5) expected.sentPackets = 6;
+        const ::ndk::ScopedAParcel parcel = parcelOf(fromHex(text + " 2a000000"));
+        DataStallParams read;
+        EXPECT_EQ(STATUS_OK, read.readFromParcel(parcel.get()));
+        EXPECT_EQ(expected, read) << fields << " fields: " << read.toString();
+        int32_t next = 0;
+        EXPECT_EQ(STATUS_OK, AParcel_readInt32(parcel.get(), &next));
+        EXPECT_EQ(42, next);
+    }
+}
+
+TEST(Parcelable, ShorterBodyOfStructures) {
+    DubiousCellInfo read;
+    EXPECT_EQ(STATUS_OK, readBytes("04000000", &read));
+    EXPECT_EQ(DubiousCellInfo(), read);
+    EXPECT_EQ(STATUS_OK, readBytes("18000000 01000000 10000000 06010000 01000000 00000000", &read));
+    EXPECT_EQ(plmn(262, 1, false), read.plmn);
+    EXPECT_EQ(0, read.cellId);
+    EXPECT_EQ(Scs(), read.scs);
+}
+
+TEST(Parcelable, BodyThatEndsInsideAField) {
+    for (const char* size : {"05000000", "06000000", "07000000"}) {
+        DataRecommendation read;
+        EXPECT_EQ(STATUS_OK, readBytes(std::string(size) + "01000000 02000000", &read)) << size;
+        EXPECT_EQ(1, read.subscription);
+        EXPECT_EQ(0, read.action);
+    }
+    // The structure around it goes on where the broken one says that it ends.
+    DubiousCellInfo read;
+    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA,
+              readBytes("14000000 01000000 05000000 06010000 01000000", &read));
+}
+
+TEST(Parcelable, HostileArrayLengths) {
+    const struct {
+        const char* length;
+        binder_status_t status;
+    } cases[] = {
+        {"ffffffff", STATUS_NO_MEMORY},        // no array at all: there is no room for that
+        {"feffffff", STATUS_BAD_VALUE},        // -2
+        {"00000080", STATUS_BAD_VALUE},        // -2^31
+        {"ffffff7f", STATUS_NOT_ENOUGH_DATA},  // 2^31 - 1
+        {"00000040", STATUS_NOT_ENOUGH_DATA},  // 2^30
+        {"02000000", STATUS_NOT_ENOUGH_DATA},  // one too many
+    };
+    for (const auto& one : cases) {
+        Nr5gNflEntryType read;
+        EXPECT_EQ(one.status, readBytes(std::string("28000000") + kEntryHead + one.length +
+                                            "01000000 10000000 06010000 01000000 00000000",
+                                        &read))
+            << one.length;
+    }
+}
+
+TEST(Parcelable, BrokenElements) {
+    const std::string head = std::string("28000000") + kEntryHead + "01000000";
+    Nr5gNflEntryType read;
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL,
+              readBytes(head + "00000000 10000000 06010000 01000000 00000000", &read));
+    EXPECT_EQ(STATUS_BAD_VALUE,
+              readBytes(head + "01000000 03000000 06010000 01000000 00000000", &read));
+    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA,
+              readBytes(head + "01000000 14000000 06010000 01000000 00000000", &read));
+}
+
+TEST(Union, HoldsItsFirstMemberToBeginWith) {
+    Scs value;
+    EXPECT_EQ(Scs::Tag::unknown, value.getTag());
+    EXPECT_FALSE(value.get<Scs::unknown>());
+    value.set<Scs::spacing>(15);
+    EXPECT_EQ(Scs::Tag::spacing, value.getTag());
+    EXPECT_EQ(15, value.get<Scs::spacing>());
+    value.get<Scs::spacing>() = 60;
+    EXPECT_EQ(Scs::make<Scs::spacing>(60), value);
+}
+
+TEST(Union, UnknownTag) {
+    for (const char* tag : {"02000000", "ffffffff", "00000080", "ffffff7f", "00000100"}) {
+        Scs read = Scs::make<Scs::spacing>(15);
+        EXPECT_EQ(STATUS_BAD_VALUE, readBytes(std::string(tag) + "01000000", &read)) << tag;
+        EXPECT_EQ(Scs::make<Scs::spacing>(15), read);
+
+        std::string text = kCell;
+        text.replace(text.size() - 17, 8, tag);
+        DubiousCellInfo whole;
+        EXPECT_EQ(STATUS_BAD_VALUE, readBytes(text, &whole)) << tag;
+    }
+}
+
+TEST(UnionDeathTest, TheWrongMemberIsNotGiven) {
+    const Scs value = Scs::make<Scs::spacing>(15);
+    EXPECT_DEATH(static_cast<void>(value.get<Scs::unknown>()), "bad access: a wrong tag");
+}
+
+TEST(UnionDeathTest, ImpossibleTagIsNotWritten) {
+    Scs value;
+    std::memset(static_cast<void*>(&value), 0x7f, sizeof value);
+    const ::ndk::ScopedAParcel parcel(AParcel_create());
+    EXPECT_DEATH(static_cast<void>(value.writeToParcel(parcel.get())), "can't reach here");
+    EXPECT_DEATH(static_cast<void>(value.toString()), "can't reach here");
+}
+
+TEST(Text, Structures) {
+    EXPECT_EQ(
+        "DubiousCellInfo{plmn: PlmnId{mcc: 262, mnc: 1, threeDigitMnc: false}, cellId: 81985529216486895, trackingAreaCode: 1, arfcn: 2, physicalCellId: 3, cause: 4, scs: Nr5gScsParams{spacing: 30}}",
+        cell().toString());
+    Nr5gNflEntryType entry;
+    EXPECT_EQ("Nr5gNflEntryType{arfcn: 0, band: 0, subcarrierSpacing: 0, plmns: []}",
+              entry.toString());
+    EXPECT_EQ("Nr5gScsParams{unknown: true}", Scs::make<Scs::unknown>(true).toString());
+}
+
+TEST(Text, Descriptors) {
+    EXPECT_STREQ("vendor.orn.data.lumservice.DubiousCellInfo", DubiousCellInfo::descriptor);
+    EXPECT_STREQ("vendor.orn.data.lumservice.DubiousCellInfo.Nr5gScsParams", Scs::descriptor);
+    EXPECT_STREQ("vendor.orn.data.lumservice.PlmnId", PlmnId::descriptor);
+}
+
+TEST(Order, GoesByTheFirstFieldThatDiffers) {
+    const PlmnId small = plmn(1, 9, true);
+    const PlmnId large = plmn(2, 0, false);
+    EXPECT_TRUE(small < large && small <= large && small != large);
+    EXPECT_FALSE(small > large || small >= large || small == large);
+    EXPECT_TRUE(small <= small && small >= small && small == small);
+    EXPECT_FALSE(small < small || small > small || small != small);
+    EXPECT_TRUE(plmn(1, 1, false) < plmn(1, 1, true));
+    EXPECT_TRUE(Scs::make<Scs::unknown>(true) < Scs::make<Scs::spacing>(-1));
+}
+
+TEST(Enumeration, Values) {
+    std::vector<int32_t> values;
+    for (const LumSdkType type : ::ndk::enum_range<LumSdkType>()) {
+        values.push_back(static_cast<int32_t>(type));
+    }
+    EXPECT_EQ((std::vector<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}), values);
+    EXPECT_EQ(0, static_cast<int32_t>(LumSdkType::NONE));
+    EXPECT_EQ(5, static_cast<int32_t>(LumSdkType::SDF));
+    EXPECT_EQ(4U, sizeof(LumSdkType));
+    EXPECT_EQ(4U, sizeof(Status));
+}
+
+TEST(Enumeration, Text) {
+    EXPECT_EQ("SDF", toString(LumSdkType::SDF));
+    EXPECT_EQ("FEATURE_11", toString(LumSdkType::FEATURE_11));
+    EXPECT_EQ("12", toString(static_cast<LumSdkType>(12)));
+    EXPECT_EQ("-1", toString(static_cast<LumSdkType>(-1)));
+    EXPECT_EQ("SUCCESS", toString(Status::SUCCESS));
+}
