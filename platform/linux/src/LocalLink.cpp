@@ -32,7 +32,7 @@ constexpr size_t kMaxCallBytes = 16 * kMaxTransaction;
 constexpr size_t kMaxUnsent = 64 * kMaxTransaction;
 // The peer is told of finished one-way calls in portions, the last as soon as none is under way.
 constexpr size_t kDonePortion = kMaxOnewayBytes / 4;
-constexpr size_t kReadSize = 64 * 1024;
+constexpr size_t kReadSize = size_t{64} * 1024;
 
 // Something with references that must not end on the I/O thread, since objects end with code of the
 // application.

@@ -125,9 +125,10 @@ binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint3
 binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
                                      void* cookie);
 
-// Takes one such link back. The function may be running already, or about to.
-// Returns STATUS_OK; STATUS_NAME_NOT_FOUND if recipient and cookie were not linked together with
-// this object, which changes nothing; STATUS_DEAD_OBJECT if the process has died.
+// Takes one such link back: its function will not be called any more.
+// Returns STATUS_OK, also for a process that has died but whose link was not told yet;
+// STATUS_NAME_NOT_FOUND, which changes nothing, if recipient and cookie were not linked together
+// with this object, or their function has been called, or is running.
 binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
                                        void* cookie);
 
@@ -176,8 +177,10 @@ binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in);
 // object; taken over and set to null, whatever is returned; out: set to the reply, owned by the
 // caller (an empty parcel for a one-way call); flags: FLAG_ values.
 // Returns STATUS_OK; STATUS_DEAD_OBJECT if the process is gone; STATUS_FAILED_TRANSACTION if call
-// or reply could not be carried; or what the implementation returned in place of a reply. Unless
-// STATUS_OK, *out is null.
+// or reply is larger than 1 MiB, or too much is under way to the same process (512 KiB in one-way
+// calls, 16 MiB in others); STATUS_INVALID_OPERATION if one of them holds a proxy of a third
+// process, which cannot be passed on here; or what the implementation returned in place of a reply.
+// Unless STATUS_OK, *out is null.
 binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, AParcel** in,
                                   AParcel** out, binder_flags_t flags);
 

@@ -13,10 +13,13 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 // Makes a local object known under a name, for as long as this process lives. The registry keeps a
-// reference.
-// binder: not null; instance: the name, not null, ends in zero.
-// Returns EX_NONE, or why it could not be done; a name that another living process serves is
-// refused with EX_ILLEGAL_STATE.
+// reference. A name that this process serves already gets the new object; clients that are
+// connected keep the old one.
+// binder: not null, local; instance: the name, not null, not empty, ends in zero.
+// Returns EX_NONE, or why it could not be done, which is logged too: EX_ILLEGAL_ARGUMENT for
+// arguments that are not as said, or a name too long for a socket's path; EX_SECURITY if the socket
+// folder is not this user's alone; EX_ILLEGAL_STATE if another living process serves the name, or
+// the system lacks what it takes; EX_TRANSACTION_FAILED when there is no memory.
 binder_exception_t AServiceManager_addService(AIBinder* binder, const char* instance);
 
 // Returns the object of that name with one strong reference, owned by the caller; null if nobody
