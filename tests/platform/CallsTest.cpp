@@ -272,6 +272,7 @@ TEST_F(CallsTest, CallThroughTwoProcessesComesBackToTheWaitingThread) {
 
 TEST_F(CallsTest, SeveralThreadsCallAtOnce) {
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int32_t t = 0; t < 8; ++t) {
         threads.emplace_back([this, t] {
             for (int32_t i = 0; i < 200; ++i) EXPECT_EQ(add(t * 1000, i), t * 1000 + i);
@@ -282,6 +283,7 @@ TEST_F(CallsTest, SeveralThreadsCallAtOnce) {
 
 TEST_F(CallsTest, BlockingCallsRunAtTheSameTime) {
     std::vector<std::thread> threads;
+    threads.reserve(5);
     for (int i = 0; i < 5; ++i) {
         threads.emplace_back([this] { EXPECT_EQ(callPeer(mService, kHold), STATUS_OK); });
     }
@@ -443,6 +445,7 @@ TEST_F(CallsTest, ReplyOfOneMiBPassesAndOneMoreWordDoesNot) {
 
 TEST_F(CallsTest, LargeCallsOfManyThreadsArriveWhole) {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([this] {
             for (int i = 0; i < 10; ++i) {
@@ -457,6 +460,7 @@ TEST_F(CallsTest, LargeCallsOfManyThreadsArriveWhole) {
 
 TEST_F(CallsTest, PeerKilledDuringCallsEndsThem) {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([this] { EXPECT_EQ(callPeer(mService, kHold), STATUS_DEAD_OBJECT); });
     }
@@ -472,6 +476,7 @@ TEST_F(CallsTest, PeerKilledDuringCallsEndsThem) {
 
 TEST_F(CallsTest, PeerThatExitsWithCallsUnderWayDoesNotCrash) {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([this] { EXPECT_EQ(callPeer(mService, kHold), STATUS_DEAD_OBJECT); });
     }

@@ -105,6 +105,7 @@ TEST_F(DeathTest, RecipientIsCalledOnceOnAThreadOfThePool) {
 TEST_F(DeathTest, DeathDuringCallsEndsThemAndIsToldOnce) {
     ASSERT_EQ(link(&mFirst), STATUS_OK);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([this] { EXPECT_EQ(callPeer(mService, kHold), STATUS_DEAD_OBJECT); });
     }

@@ -79,20 +79,22 @@ TEST(FrameTest, ReplyBytes) {
     const Sample sample;
     Bytes frame;
     appendReply(&frame, 3, 0, sample.payload());
-    Bytes expected = {
-        96,   0,    0,   0,   3,    0,  0,  0,  // length, kind
-        3,    0,    0,   0,   0,    0,  0,  0,  // id
-        0,    0,    0,   0,   64,   0,  0,  0,  2,  0,  0,  0,    0,    0,   0,   0,  // status,
-                                                                                      // data size,
-                                                                                      // objects,
-                                                                                      // nothing
-        4,    0,    0,   0,   32,   0,  0,  0,                                        // offsets
-        1,    2,    3,   4,                                                           // data
-        0x85, 0x2a, 'b', 's', 0x13, 0,  0,  0,  5,  0,  0,  0,    0,    0,   0,   0, 0,
-        0,    0,    0,   0,   0,    0,  0,  29, 30, 31, 32, 0x85, 0x2a, 'h', 's', 0, 0,
-        0,    0,    6,   0,   0,    0,  0,  0,  0,  0,  0,  0,    0,    0,   0,   0, 0,
-        0,    57,   58,  59,  60,   61, 62, 63, 64,
-    };
+    const Bytes head = {96, 0, 0, 0, 3, 0, 0, 0,   // length, kind
+                        3,  0, 0, 0, 0, 0, 0, 0};  // id
+    const Bytes sizes = {0, 0, 0, 0, 64, 0, 0, 0,  // status, data size
+                         2, 0, 0, 0, 0,  0, 0, 0,  // objects, nothing
+                         4, 0, 0, 0, 32, 0, 0, 0,  // offsets
+                         1, 2, 3, 4};              // data
+    const Bytes first = {0x85, 0x2a, 'b', 's', 0x13, 0, 0, 0, 5, 0, 0, 0,
+                         0,    0,    0,   0,   0,    0, 0, 0, 0, 0, 0, 0};
+    const Bytes between = {29, 30, 31, 32};
+    const Bytes second = {0x85, 0x2a, 'h', 's', 0, 0, 0, 0, 6, 0, 0, 0,
+                          0,    0,    0,   0,   0, 0, 0, 0, 0, 0, 0, 0};
+    const Bytes last = {57, 58, 59, 60, 61, 62, 63, 64};
+    Bytes expected;
+    for (const Bytes& part : {head, sizes, first, between, second, last}) {
+        expected.insert(expected.end(), part.begin(), part.end());
+    }
     EXPECT_EQ(frame, expected);
     ReplyFrame reply;
     ASSERT_EQ(parseReply(body(frame), bodySize(frame), &reply), nullptr);

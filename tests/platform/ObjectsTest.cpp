@@ -135,6 +135,7 @@ TEST_F(ObjectsTest, NullIsPassedAsNull) {
 TEST_F(ObjectsTest, ReleasesThatCrossWithSendsLoseNothing) {
     ASSERT_EQ(callPeer(mService, kKeep, writeBinder(get(kMakeObject))), STATUS_OK);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([this] {
             // Each round the proxy may be the last, or be found again by another thread.
@@ -154,6 +155,7 @@ TEST_F(ObjectsTest, OwnObjectSentAndReleasedByManyThreadsEndsOnce) {
     Counter ended;
     ndk::SpAIBinder object = makeCounted(&ended);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([this, object] {
             for (int i = 0; i < 500; ++i) EXPECT_EQ(ask(kIsOwnObject, writeBinder(object)), 0);

@@ -364,6 +364,7 @@ TEST_F(RegistryTest, ThreadsThatLookUpAtOnceShareOneConnection) {
     const PeerProcess peer(kName);
     std::vector<ndk::SpAIBinder> found(8);
     std::vector<std::thread> threads;
+    threads.reserve(found.size());
     for (ndk::SpAIBinder& service : found) threads.emplace_back([&] { service = find(kName); });
     for (std::thread& thread : threads) thread.join();
     for (const ndk::SpAIBinder& service : found) EXPECT_EQ(service, found.front());
