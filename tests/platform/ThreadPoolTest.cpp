@@ -7,7 +7,9 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -73,6 +75,31 @@ TEST_F(ThreadPoolTest, NothingRunsBeforeTheStart) {
     mPool.start();
     EXPECT_TRUE(mPool.started());
     EXPECT_TRUE(done.waitFor(3));
+}
+
+size_t threadsOfThisProcess() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+TEST_F(ThreadPoolTest, KeepsOneThreadWhenTheWorkIsDone) {
+    mPool.start();
+    const size_t atRest = threadsOfThisProcess();
+    Counter running;
+    Counter letGo;
+    for (int i = 0; i < 5; ++i) {
+        post([&] {
+            running.add();
+            letGo.waitFor(1);
+        });
+    }
+    ASSERT_TRUE(running.waitFor(5));
+    EXPECT_EQ(threadsOfThisProcess(), atRest + 4);
+    letGo.add();
+    EXPECT_TRUE(eventually([&] { return threadsOfThisProcess() == atRest; }));
+    Counter done;
+    post([&] { done.add(); });
+    EXPECT_TRUE(done.waitFor(1));
 }
 
 TEST_F(ThreadPoolTest, GrowsToItsLimitAndNotBeyond) {

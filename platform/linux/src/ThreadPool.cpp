@@ -44,11 +44,12 @@ void ThreadPool::setMaxExtraThreads(uint32_t count) {
 }
 
 void ThreadPool::join() {
-    {
-        const std::lock_guard<std::mutex> guard(mLock);
+    std::unique_lock<std::mutex> guard(mLock);
+    ++mFree;
+    for (;;) {
+        serveOne(guard);
         ++mFree;
     }
-    serve();
 }
 
 void ThreadPool::addThread(std::unique_lock<std::mutex>& guard) {
@@ -67,20 +68,25 @@ void ThreadPool::addThread(std::unique_lock<std::mutex>& guard) {
 
 void* ThreadPool::threadMain(void* pool) {
     pthread_setname_np(pthread_self(), "binder");  // for whoever looks at the process's threads
-    static_cast<ThreadPool*>(pool)->serve();
+    auto& self = *static_cast<ThreadPool*>(pool);
+    std::unique_lock<std::mutex> guard(self.mLock);
+    for (;;) {
+        self.serveOne(guard);
+        // A process at rest keeps one thread, however many a burst has needed.
+        if (self.mQueue.empty() && self.mFree > 0) break;
+        ++self.mFree;
+    }
+    --self.mThreads;
+    return nullptr;
 }
 
-void ThreadPool::serve() {
-    std::unique_lock<std::mutex> guard(mLock);
-    for (;;) {
-        mPosted.wait(guard, [this] { return !mQueue.empty(); });
-        std::unique_ptr<Work> work = mQueue.pop();
-        --mQueued;
-        --mFree;
-        guard.unlock();
-        work->run();
-        work.reset();
-        guard.lock();
-        ++mFree;
-    }
+void ThreadPool::serveOne(std::unique_lock<std::mutex>& guard) {
+    mPosted.wait(guard, [this] { return !mQueue.empty(); });
+    std::unique_ptr<Work> work = mQueue.pop();
+    --mQueued;
+    --mFree;
+    guard.unlock();
+    work->run();
+    work.reset();
+    guard.lock();
 }

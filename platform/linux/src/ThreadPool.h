@@ -16,7 +16,7 @@ class ThreadPool {
     static ThreadPool& instance();
 
     // Queues work. It runs when a thread is free, on a new one if none is and more are allowed;
-    // none is before start() or join().
+    // none is before start() or join(). Threads that are no longer needed end, all but one.
     void post(std::unique_ptr<Work> work);
 
     // Makes the first thread and allows more. Later calls do nothing.
@@ -29,7 +29,9 @@ class ThreadPool {
 
   private:
     static void* threadMain(void* pool);
-    [[noreturn]] void serve();
+    // Waits for work and carries it out, as one of the free threads; not one of them afterwards.
+    // Called with mLock held by `guard`, which is let go meanwhile.
+    void serveOne(std::unique_lock<std::mutex>& guard);
     // Makes one more thread. Called with mLock held by `guard`, which is let go meanwhile.
     void addThread(std::unique_lock<std::mutex>& guard);
 

@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/EmulatorProcess.h"
+#include "tests/support/SocketFolder.h"
+
+// Programs that use the library where the machine refuses things, or carelessly.
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+struct Outcome {
+    int status;
+    Lines lines;
+    Lines errors;
+
+    bool has(const std::string& line) const {
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    }
+};
+
+Outcome run(const std::vector<std::string>& command) {
+    ChildProcess process(command);
+    const int status = process.wait();
+    return {status, process.lines(), process.errorLines()};
+}
+
+std::string starved() {
+    return LUM_STARVED_CLIENT;
+}
+std::string careless() {
+    return LUM_CARELESS_CLIENT;
+}
+
+TEST(HardTimesTest, EveryNumberOfFreeDescriptorsIsSurvived) {
+    const SocketFolder folder;
+    const EmulatorProcess emulator;
+    const Lines noLoop[] = {{"log: Cannot create epoll instance"},
+                            {"log: Cannot create eventfd instance"},
+                            {"log: Cannot create removeFd instance"}};
+    for (int free = 0; free < 3; ++free) {
+        const Outcome outcome = run({starved(), "descriptors", std::to_string(free)});
+        EXPECT_EQ(outcome.status, 255) << free;
+        EXPECT_EQ(outcome.lines, noLoop[free]) << free;
+    }
+
+    const Outcome noQueue = run({starved(), "descriptors", "3"});
+    EXPECT_EQ(noQueue.status, 0);
+    EXPECT_TRUE(noQueue.has("no transport"));
+    EXPECT_TRUE(noQueue.has(
+        "log: SdkClient: no descriptor for the event queue; the transport is not started"));
+
+    int free = 4;
+    for (bool up = false; !up; ++free) {
+        ASSERT_LT(free, 32);
+        const Outcome outcome = run({starved(), "descriptors", std::to_string(free)});
+        EXPECT_EQ(outcome.status, 0) << free;
+        up = outcome.has("up after 0 failed attempts");
+        if (up) continue;
+        EXPECT_TRUE(outcome.has("no service after 6 attempts")) << free;
+        const bool said =
+            std::any_of(outcome.lines.begin(), outcome.lines.end(), [](const std::string& line) {
+                return line.find("Too many open files") != std::string::npos;
+            });
+        EXPECT_TRUE(said) << free;
+    }
+    RecordProperty("descriptors_needed", free - 1);
+}
+
+TEST(HardTimesTest, NoThreadForTheLoopIsNoTransportAndTheNextCreateStartsFromNothing) {
+    const SocketFolder folder;
+    const EmulatorProcess emulator;
+    const Outcome outcome = run({starved(), "sdk-thread"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.lines,
+              (Lines{"log: SdkClient: no SDK thread (Resource temporarily unavailable); the "
+                     "transport is not started",
+                     "no transport", "up after 0 failed attempts"}));
+}
+
+TEST(HardTimesTest, NoThreadsForBinderAreFailedAttemptsUntilThereAreSome) {
+    const SocketFolder folder;
+    const EmulatorProcess emulator;
+    const Outcome outcome = run({starved(), "binder-threads"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(outcome.has("up after 3 failed attempts"));
+    const bool said =
+        std::any_of(outcome.lines.begin(), outcome.lines.end(), [](const std::string& line) {
+            return line.find("log: ") == 0 && line.find("thread") != std::string::npos;
+        });
+    EXPECT_TRUE(said);
+}
+
+class CarelessTest : public testing::TestWithParam<const char*> {};
+
+TEST_P(CarelessTest, ProcessEndsAsItWantsTo) {
+    const SocketFolder folder;
+    EmulatorProcess emulator;
+    for (int round = 0; round < 20; ++round) {
+        const Outcome outcome = run({careless(), GetParam()});
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_TRUE(outcome.errors.empty()) << outcome.errors[0];
+    }
+    EXPECT_TRUE(emulator.waitForClients(0));
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, CarelessTest, testing::Values("return", "exit-in-callback"));
+
+TEST(HardTimesTest, ProcessMayEndWhileTheLibraryLooksForTheService) {
+    const SocketFolder folder;
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(run({careless(), "exit-connecting"}).status, 0);
+    }
+}
+
+TEST(HardTimesTest, UnloadedLibraryStillDelivers) {
+    const SocketFolder folder;
+    EmulatorProcess emulator;
+    ChildProcess process({LUM_UNLOADING_CLIENT, LUM_SDK_LIBRARY});
+    ASSERT_TRUE(process.waitForLine("unloaded"));
+    emulator.kill();
+    EXPECT_EQ(process.wait(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+
+#include "tests/stress/ClientEvents.h"
+#include "tests/support/EmulatorProcess.h"
+#include "tests/support/SocketFolder.h"
+
+// An application that does everything from inside its callbacks, against a real service. Also run
+// without LUM_SDF_GUARDED under the sanitizers: this is the way of use that needs no lock.
+
+namespace {
+
+class Countdown {
+  public:
+    explicit Countdown(int count) : mLeft(count) {}
+    // Returns how many are left.
+    int step() {
+        const std::lock_guard<std::mutex> guard(mLock);
+        if (mLeft > 0) --mLeft;
+        mChanged.notify_all();
+        return mLeft;
+    }
+    bool wait() {
+        std::unique_lock<std::mutex> guard(mLock);
+        return mChanged.wait_for(guard, std::chrono::seconds(60), [&] { return mLeft == 0; });
+    }
+
+  private:
+    std::mutex mLock;
+    std::condition_variable mChanged;
+    int mLeft;
+};
+
+long long ask() {
+    return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_2, SDF_LATENCY_LVL_3, true,
+                            onLevels);
+}
+
+bool isUp(const ClientEvent& event) {
+    return event.kind == ClientEvent::Kind::kStatus && event.status == SDF_V2_SERVICE_UP;
+}
+
+TEST(InCallbackRoundsTest, EachAnswerBringsTheNextRequest) {
+    const SocketFolder folder;
+    const EmulatorProcess emulator;
+    Countdown answers(500);
+    std::atomic<long long> awaited{0};
+    setEventHook([&](const ClientEvent& event) {
+        if (event.kind == ClientEvent::Kind::kLevels) {
+            EXPECT_EQ(event.id, awaited);
+            if (answers.step() == 0) return;
+        }
+        awaited = ask();
+        EXPECT_GT(awaited, 0);
+    });
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    EXPECT_TRUE(answers.wait());
+    EXPECT_EQ(destroySdfClient(), 0);
+}
+
+TEST(InCallbackRoundsTest, DestroyAndCreateAgainFromTheAnswer) {
+    const SocketFolder folder;
+    EmulatorProcess emulator;
+    Countdown clients(200);
+    setEventHook([&](const ClientEvent& event) {
+        if (isUp(event)) {
+            EXPECT_GT(ask(), 0);
+            return;
+        }
+        EXPECT_EQ(destroySdfClient(), 0);
+        EXPECT_EQ(ask(), SDF_V2_INVALID_OPERATION);
+        if (clients.step() > 0) {
+            EXPECT_EQ(createSdfClient(onStatus), 0);
+        }
+    });
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    EXPECT_TRUE(clients.wait());
+    EXPECT_EQ(destroySdfClient(), SDF_V2_INVALID_OPERATION);
+    EXPECT_TRUE(emulator.waitForClients(0));
+}
+
+TEST(InCallbackRoundsTest, DestroyFromServiceUpWhileCreateMayStillBeUnderWay) {
+    const SocketFolder folder;
+    EmulatorProcess emulator;
+    for (int round = 0; round < 300; ++round) {
+        Countdown destroyed(1);
+        setEventHook([&](const ClientEvent& event) {
+            EXPECT_TRUE(isUp(event));
+            EXPECT_EQ(destroySdfClient(), 0);
+            destroyed.step();
+        });
+        ASSERT_EQ(createSdfClient(onStatus), 0);
+        ASSERT_TRUE(destroyed.wait());
+    }
+    EXPECT_TRUE(emulator.waitForClients(0));
+}
+
+TEST(InCallbackRoundsTest, RecoveryFromInsideTheLossOfTheService) {
+    const SocketFolder folder;
+    EmulatorProcess emulator;
+    for (int round = 0; round < 20; ++round) {
+        Countdown answered(1);
+        setEventHook([&](const ClientEvent& event) {
+            if (isUp(event)) {
+                EXPECT_GT(ask(), 0);
+            }
+            if (event.kind == ClientEvent::Kind::kLevels) answered.step();
+        });
+        ASSERT_EQ(createSdfClient(onStatus), 0);
+        ASSERT_TRUE(answered.wait());
+
+        Countdown lost(1);
+        setEventHook([&](const ClientEvent& event) {
+            if (event.kind != ClientEvent::Kind::kStatus || event.status != SDF_V2_SERVICE_DOWN) {
+                return;
+            }
+            EXPECT_EQ(ask(), SDF_V2_SERVICE_DOWN);
+            EXPECT_EQ(destroySdfClient(), 0);
+            lost.step();
+        });
+        emulator.kill();
+        ASSERT_TRUE(lost.wait());
+        emulator.restart();
+    }
+}
+
+}  // namespace

@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include "tests/stress/ClientEvents.h"
+#include "tests/support/EmulatorProcess.h"
+#include "tests/support/SocketFolder.h"
+#include "tools/emulator/HeapCount.h"
+#include "tools/emulator/ProcessStats.h"
+
+namespace {
+
+class ManyRoundsTest : public testing::Test {
+  protected:
+    ManyRoundsTest() { forgetClientEvents(); }
+};
+
+struct Figures {
+    size_t descriptors;
+    size_t threads;
+    int64_t heapBlocks;
+};
+
+Figures figures() {
+    return {openDescriptors(), runningThreads(), heapBlocks()};
+}
+
+// Waits until the figures of this process are no higher than `limit`: threads of the library that
+// are about to end may take a moment.
+bool settlesAt(const Figures& limit) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    for (;;) {
+        const Figures now = figures();
+        if (now.descriptors <= limit.descriptors && now.threads <= limit.threads &&
+            now.heapBlocks <= limit.heapBlocks) {
+            return true;
+        }
+        if (std::chrono::steady_clock::now() > end) {
+            ADD_FAILURE() << now.descriptors << " descriptors, " << now.threads << " threads, "
+                          << now.heapBlocks << " heap blocks; before " << limit.descriptors << ", "
+                          << limit.threads << ", " << limit.heapBlocks;
+            return false;
+        }
+        std::this_thread::yield();
+    }
+}
+
+void request(SdfLatencyLvl first, SdfLatencyLvl second) {
+    const long long id = sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, first, second, false, onLevels);
+    ASSERT_GT(id, 0);
+    const auto levels = waitForLevels(id);
+    ASSERT_TRUE(levels.has_value());
+    EXPECT_EQ(levels->first, first);
+    EXPECT_EQ(levels->second, second);
+}
+
+// One client from create to destroy.
+void round() {
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    ASSERT_TRUE(waitForStatus(SDF_V2_SERVICE_UP));
+    request(SDF_LATENCY_LVL_2, SDF_LATENCY_LVL_5);
+    ASSERT_EQ(destroySdfClient(), 0);
+    forgetClientEvents();
+}
+
+TEST_F(ManyRoundsTest, AThousandClientsInTurnLeaveNothingBehind) {
+    const SocketFolder folder;
+    EmulatorProcess emulator;
+    for (int i = 0; i < 10; ++i) ASSERT_NO_FATAL_FAILURE(round());
+    ASSERT_TRUE(emulator.waitForClients(0));
+    const EmulatorProcess::Stats emulatorBefore = emulator.stats();
+    const Figures before = figures();
+
+    for (int i = 10; i < 1000; ++i) ASSERT_NO_FATAL_FAILURE(round());
+    EXPECT_TRUE(settlesAt(before));
+    EmulatorProcess::Stats after{};
+    EXPECT_TRUE(emulator.waitForStats([&](const EmulatorProcess::Stats& now) {
+        after = now;
+        return now.clients == 0 && now.descriptors <= emulatorBefore.descriptors &&
+               now.threads <= emulatorBefore.threads && now.heapBlocks <= emulatorBefore.heapBlocks;
+    })) << "emulator: "
+        << after.descriptors << " descriptors, " << after.threads << " threads, "
+        << after.heapBlocks << " heap blocks; before " << emulatorBefore.descriptors << ", "
+        << emulatorBefore.threads << ", " << emulatorBefore.heapBlocks;
+}
+
+TEST_F(ManyRoundsTest, TwoHundredDeathsOfTheServiceAreEachToldOnceAndRecoveredFrom) {
+    const SocketFolder folder;
+    EmulatorProcess emulator;
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    ASSERT_TRUE(waitForStatus(SDF_V2_SERVICE_UP));
+    Figures before{};
+    for (int death = 1; death <= 200; ++death) {
+        ASSERT_NO_FATAL_FAILURE(request(SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6));
+        // Some under way while the service dies; their answers may or may not come.
+        for (int i = 0; i < 5; ++i) {
+            ASSERT_GT(sdfSetLatencyLvl(SDF_SLOT_ID_SECOND, SDF_LATENCY_LVL_3, SDF_LATENCY_LVL_4,
+                                       true, onLevels),
+                      0);
+        }
+        emulator.kill();
+        ASSERT_TRUE(waitForStatus(SDF_V2_SERVICE_DOWN));
+        emulator.restart();
+        // A request that was refused by the dying service may be reported late, and undo a service
+        // up; so this is what an application has to do.
+        while (sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false,
+                                onLevels) < 0) {
+            const auto told = statuses();
+            const auto ups =
+                static_cast<size_t>(std::count(told.begin(), told.end(), int{SDF_V2_SERVICE_UP}));
+            ASSERT_EQ(createSdfClient(onStatus), 0);
+            ASSERT_TRUE(waitForStatus(SDF_V2_SERVICE_UP, ups + 1));
+        }
+        const auto told = statuses();
+        EXPECT_EQ(std::count(told.begin(), told.end(), int{SDF_V2_SERVICE_DOWN}), 1);
+        ASSERT_FALSE(HasFatalFailure());
+        forgetClientEvents();
+        if (death == 10) before = figures();
+    }
+    // The ids of unanswered requests stay reserved as long as the client lives: heap blocks are
+    // only compared once it is gone.
+    const Figures after = figures();
+    EXPECT_LE(after.descriptors, before.descriptors);
+    EXPECT_LE(after.threads, before.threads);
+    EXPECT_EQ(destroySdfClient(), 0);
+    EXPECT_TRUE(settlesAt(before));
+}
+
+TEST_F(ManyRoundsTest, WithoutAnyServiceNothingIsCalledAndDestroyComesBack) {
+    const SocketFolder folder;
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    ASSERT_EQ(lum_sdf_enable(onLegacyStatus), 1);
+    EXPECT_EQ(
+        sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false, onLevels),
+        SDF_V2_SERVICE_DOWN);
+    EXPECT_EQ(destroySdfClient(), 0);
+    EXPECT_TRUE(clientEvents().empty());
+    EXPECT_EQ(destroySdfClient(), SDF_V2_INVALID_OPERATION);
+}
+
+}  // namespace
