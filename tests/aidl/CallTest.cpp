@@ -311,7 +311,7 @@ TEST_F(ServiceCalls, WrongToken) {
     const std::string arguments = "05000000 00000000";
     EXPECT_EQ(STATUS_BAD_TYPE, callWithBytes(binder.get(), 2, kCallbackToken + arguments));
     std::string other = kServiceToken;
-    other.replace(3 * 12, 2, "25");  // the descriptor's length: 37
+    other.replace(36, 2, "25");  // byte 12, the descriptor's length: 37
     EXPECT_EQ(STATUS_BAD_TYPE, callWithBytes(binder.get(), 2, other + arguments));
     EXPECT_EQ(STATUS_BAD_TYPE, callWithBytes(binder.get(), 2, arguments));
     EXPECT_TRUE(service->log.empty());
