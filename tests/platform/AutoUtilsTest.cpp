@@ -5,6 +5,7 @@
 #include <android/binder_to_string.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "tests/platform/CountedObject.h"
+#include "tests/platform/NoLink.h"
 
 namespace {
 
@@ -245,6 +247,12 @@ TEST(Stub, IsFoundThroughItsBinderObject) {
     const SpAIBinder binder = stub->asBinder();
     EXPECT_EQ(stub, ndk::ICInterface::asInterface(binder.get()));
     EXPECT_EQ(interfaceClass(), AIBinder_getClass(binder.get()));
+}
+
+TEST(Stub, IsNotFoundThroughAProxy) {
+    const SpAIBinder proxy(new RemoteBinder(std::make_shared<NoLink>(), 77));
+    EXPECT_EQ(nullptr, ndk::ICInterface::asInterface(proxy.get()));
+    EXPECT_TRUE(Proxy(proxy).isRemote());
 }
 
 TEST(Stub, OfThisProcessIsNotRemoteAndDescribesItselfAsNothing) {

@@ -12,10 +12,10 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/src/Link.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/RemoteBinder.h"
 #include "tests/platform/CountedObject.h"
+#include "tests/platform/NoLink.h"
 #include "tests/support/Hex.h"
 
 namespace {
@@ -66,21 +66,6 @@ TEST_F(ParcelObject, LocalOneIsWrittenAsTheseBytes) {
     EXPECT_EQ(4U, parcel.objects()[0].offset);
     EXPECT_EQ(mBinder.get(), parcel.objects()[0].binder.get());
 }
-
-// A link over which nothing is called.
-class NoLink final : public Link {
-    binder_status_t transact(uint32_t /*handle*/, transaction_code_t /*code*/,
-                             const AParcel& /*in*/, binder_flags_t /*flags*/,
-                             std::unique_ptr<AParcel>* /*out*/) override {
-        return STATUS_INVALID_OPERATION;
-    }
-    void releaseProxy(RemoteBinder& /*proxy*/) noexcept override {}
-    bool isAlive() override { return true; }
-    binder_status_t watchDeath(RemoteBinder& /*proxy*/) override {
-        return STATUS_INVALID_OPERATION;
-    }
-    void unwatchDeath(RemoteBinder& /*proxy*/) noexcept override {}
-};
 
 TEST_F(ParcelObject, RemoteOneIsWrittenAsTheseBytesAndReadBack) {
     const SpAIBinder proxy(new RemoteBinder(std::make_shared<NoLink>(), 77));
