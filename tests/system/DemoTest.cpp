@@ -28,66 +28,54 @@ std::string withoutNumbers(const std::string& line) {
     return std::regex_replace(line, varying, "$1 N");
 }
 
-Lines withoutNumbers(Lines lines) {
-    for (std::string& line : lines) line = withoutNumbers(line);
-    return lines;
-}
-
 bool isServiceReady(const std::string& line) {
     return line.rfind("    the service is ready: process ", 0) == 0;
 }
 
+// In a fresh process the ids are the first numbers of the C library's unseeded rand().
+constexpr char kEverything[] = R"(An application uses the data service. Its main thread is thread N.
+
+1. The data service is started, as a process of its own.
+    the service is ready: process N
+
+2. The client is created. The library connects in the background and tells onStatus().
+    createSdfClient(onStatus) returned 0 (SDF_V2_SUCCESS: success)
+    callback onStatus(-7, SDF_V2_SERVICE_UP: service up), brought by a binder thread (thread N)
+
+3. Requests are accepted now. We ask for latency levels, and onLevels() gets the answer.
+    sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_2, SDF_LATENCY_LVL_4, false, onLevels) returned 1804289383 (the id of the request)
+    callback onLevels(id 1804289383, first SDF_LATENCY_LVL_2, second SDF_LATENCY_LVL_4), brought by a binder thread (thread N)
+
+4. The service is killed. The library notices and tells onStatus().
+    kill -9 N
+    callback onStatus(-8, SDF_V2_SERVICE_DOWN: service down), brought by a binder thread (thread N)
+
+5. Without the service, requests are refused.
+    sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_3, false, onLevels) returned -8 (SDF_V2_SERVICE_DOWN: service down)
+
+6. The service is started again.
+    the service is ready: process N
+
+7. Only createSdfClient() makes the library connect again. We call it until -7 comes.
+    createSdfClient(onStatus) returned 0 (SDF_V2_SUCCESS: success)
+    callback onStatus(-7, SDF_V2_SERVICE_UP: service up), brought by a binder thread (thread N)
+
+8. Requests are accepted again.
+    sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_6, SDF_LATENCY_LVL_1, false, onLevels) returned 846930886 (the id of the request)
+    callback onLevels(id 846930886, first SDF_LATENCY_LVL_6, second SDF_LATENCY_LVL_1), brought by a binder thread (thread N)
+
+9. The client is destroyed, and the service is told that it leaves.
+    destroySdfClient() returned 0 (SDF_V2_SUCCESS: success)
+
+The demo is done: everything happened as it should.
+)";
+
 TEST(DemoTest, EverythingHappens) {
     ChildProcess demo({LUM_DEMO_PROGRAM, EmulatorProcess::program()});
     EXPECT_EQ(demo.wait(), 0);
-    // In a fresh process the ids are the first numbers of the C library's unseeded rand().
-    EXPECT_EQ(
-        withoutNumbers(demo.lines()),
-        (Lines{
-            "An application uses the data service. Its main thread is thread N.",
-            "",
-            "1. The data service is started, as a process of its own.",
-            "    the service is ready: process N",
-            "",
-            "2. The client is created. The library connects in the background and tells onStatus().",
-            "    createSdfClient(onStatus) returned 0 (SDF_V2_SUCCESS: success)",
-            "    callback onStatus(-7, SDF_V2_SERVICE_UP: service up), brought by a binder thread "
-            "(thread N)",
-            "",
-            "3. Requests are accepted now. We ask for latency levels, and onLevels() gets the answer.",
-            "    sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_2, SDF_LATENCY_LVL_4, false, "
-            "onLevels) returned 1804289383 (the id of the request)",
-            "    callback onLevels(id 1804289383, first SDF_LATENCY_LVL_2, second "
-            "SDF_LATENCY_LVL_4), brought by a binder thread (thread N)",
-            "",
-            "4. The service is killed. The library notices and tells onStatus().",
-            "    kill -9 N",
-            "    callback onStatus(-8, SDF_V2_SERVICE_DOWN: service down), brought by a binder "
-            "thread (thread N)",
-            "",
-            "5. Without the service, requests are refused.",
-            "    sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_3, false, "
-            "onLevels) returned -8 (SDF_V2_SERVICE_DOWN: service down)",
-            "",
-            "6. The service is started again.",
-            "    the service is ready: process N",
-            "",
-            "7. Only createSdfClient() makes the library connect again. We call it until -7 comes.",
-            "    createSdfClient(onStatus) returned 0 (SDF_V2_SUCCESS: success)",
-            "    callback onStatus(-7, SDF_V2_SERVICE_UP: service up), brought by a binder thread "
-            "(thread N)",
-            "",
-            "8. Requests are accepted again.",
-            "    sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_6, SDF_LATENCY_LVL_1, false, "
-            "onLevels) returned 846930886 (the id of the request)",
-            "    callback onLevels(id 846930886, first SDF_LATENCY_LVL_6, second "
-            "SDF_LATENCY_LVL_1), brought by a binder thread (thread N)",
-            "",
-            "9. The client is destroyed, and the service is told that it leaves.",
-            "    destroySdfClient() returned 0 (SDF_V2_SUCCESS: success)",
-            "",
-            "The demo is done: everything happened as it should.",
-        }));
+    std::string printed;
+    for (const std::string& line : demo.lines()) printed += withoutNumbers(line) + "\n";
+    EXPECT_EQ(printed, kEverything);
     EXPECT_EQ(demo.errorLines(), Lines{});
 }
 

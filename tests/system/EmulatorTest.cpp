@@ -70,6 +70,7 @@ TEST_F(EmulatorTest, AnswersCarryTheTypeOfTheRequest) {
 TEST_F(EmulatorTest, AnswersComeInTheOrderOfTheRequests) {
     const EmulatorClient client;
     Blobs expected;
+    expected.reserve(100);
     for (int id = 1; id <= 100; ++id) {
         const std::string idHex = toHex(std::vector<uint8_t>{static_cast<uint8_t>(id)});
         ASSERT_TRUE(client.send("08 01 10 " + idHex + " 1A 04 1A 02 18 05").isOk());
@@ -156,6 +157,7 @@ TEST_F(EmulatorTest, ClientThatDiesIsDropped) {
 
 TEST_F(EmulatorTest, ClientsOfSeveralProcessesGetTheirOwnAnswers) {
     std::vector<std::unique_ptr<ChildProcess>> clients;
+    clients.reserve(5);
     for (int i = 0; i < 5; ++i) clients.push_back(startClient());
     EXPECT_EQ(mEmulator.stats().clients, 5U);
     for (const auto& client : clients) client->writeLine(std::string("5 1 ") + kEnable);
