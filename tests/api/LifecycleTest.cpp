@@ -181,7 +181,7 @@ TEST_F(LifecycleTest, Disable) {
 
 TEST_F(LifecycleTest, EitherDestroyEndsBothGenerations) {
     for (const auto& [destroy, result] :
-         {std::pair(destroySdfClient, 0LL), std::pair(lum_sdf_disable, 1LL)}) {
+         {std::pair(&destroySdfClient, 0LL), std::pair(&lum_sdf_disable, 1LL)}) {
         ASSERT_EQ(createSdfClient(app::onV2), 0);
         ASSERT_EQ(lum_sdf_enable(app::onLegacy), 1);
         EXPECT_EQ(destroy(), result);
