@@ -29,7 +29,9 @@ using LifecycleLock = std::lock_guard<std::mutex>;
 
 SdfProto::ServiceMsg enableMessage(bool enable) {
     SdfProto::ServiceMsg message;
-    message.mutable_data()->mutable_enable_msg()->set_enable(enable);
+    auto body = std::make_unique<SdfProto::EnableService>();
+    body->set_enable(enable);
+    sdf::setBody(message, &SdfProto::ServiceData::set_allocated_enable_msg, std::move(body));
     return message;
 }
 

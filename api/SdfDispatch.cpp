@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <google/protobuf/arena.h>
+
 #include <algorithm>
 #include <climits>
 
@@ -18,7 +20,10 @@ void Sdf::blobListener(SdkClientBase::SdkStatus status, const std::vector<uint8_
     } else if (status == SdkClientBase::SDK_SERVICE_DOWN) {
         handleSdfStatusInd(SDF_STATUS_SERVICE_DOWN);
     } else if (status == SdkClientBase::SDK_BLOB_RECEIVED) {
-        SdfProto::ClientMsg message;
+        // On an arena, where nothing is destroyed one by one: a message that memory ran out for
+        // while it was read could not be.
+        google::protobuf::Arena arena;
+        auto& message = *google::protobuf::Arena::CreateMessage<SdfProto::ClientMsg>(&arena);
         // A message that is broken somewhere still counts as far as it could be read.
         (void)message.ParseFromArray(bytes.data(),
                                      static_cast<int>(std::min<size_t>(bytes.size(), INT_MAX)));

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <memory>
+#include <utility>
+
 #include "api/ClientSdfUtils.h"
 #include "api/SdfRequest.h"
 
@@ -11,11 +14,12 @@ SdfProto::ServiceMsg setLatencyMessage(unsigned int id, SdfSlotID slot, SdfLaten
     SdfProto::ServiceMsg message;
     message.set_event_id(SdfProto::SET_LATENCY_LEVEL);
     message.set_unique_id(id);
-    SdfProto::SetLatencyLevel& body = *message.mutable_data()->mutable_set_latency_level();
-    body.set_slot_id(ClientSdfUtils::clientSlotIdToProto(slot));
-    body.set_first_level(ClientSdfUtils::clientLevelToProto(first));
-    body.set_second_level(ClientSdfUtils::clientLevelToProto(second));
-    body.set_level_flag(flag);
+    auto body = std::make_unique<SdfProto::SetLatencyLevel>();
+    body->set_slot_id(ClientSdfUtils::clientSlotIdToProto(slot));
+    body->set_first_level(ClientSdfUtils::clientLevelToProto(first));
+    body->set_second_level(ClientSdfUtils::clientLevelToProto(second));
+    body->set_level_flag(flag);
+    sdf::setBody(message, &SdfProto::ServiceData::set_allocated_set_latency_level, std::move(body));
     return message;
 }
 

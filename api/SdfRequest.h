@@ -35,6 +35,16 @@ long long request(const Body& body) noexcept {
     });
 }
 
+// Gives the message its body, by one of ServiceData's set_allocated functions. The mutable
+// accessors of a oneof are not for us: when memory runs out inside one, it leaves a message that
+// cannot be destroyed.
+template <typename Body>
+void setBody(SdfProto::ServiceMsg& message, void (SdfProto::ServiceData::*setAllocated)(Body*),
+             std::unique_ptr<Body> body) {
+    SdfProto::ServiceData& data = *message.mutable_data();
+    (data.*setAllocated)(body.release());
+}
+
 // The message, encoded, as an event for the transport's queue. `release`: the client's last one.
 std::shared_ptr<SdkClientEvent> makeEvent(const SdfProto::ServiceMsg& message,
                                           bool release = false);

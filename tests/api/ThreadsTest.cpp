@@ -1,89 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-// Application threads against the threads that deliver.
+// Application threads that create, destroy and ask at the same time.
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <set>
 #include <thread>
 
 #include "tests/api/ClientFixture.h"
-#include "tests/support/Hex.h"
 
 namespace {
 
 class ThreadsTest : public ClientTest {};
 
-std::atomic<int> gLevels{0};
-std::atomic<int> gStatuses{0};
-
-void countLevels(long long, SdfLatencyLvl, SdfLatencyLvl) {
-    ++gLevels;
-}
-void countStatus(int) {
-    ++gStatuses;
-}
-void countLegacy(status_e) {
-    ++gStatuses;
-}
-
-std::vector<uint8_t> levelsFor(long long id) {
-    std::string varint;
-    auto rest = static_cast<uint64_t>(id);
-    for (; rest >= 0x80; rest >>= 7) {
-        varint += toHex(std::vector<uint64_t>{(rest & 0x7F) | 0x80}) + " ";
-    }
-    return fromHex(service::effectiveLevels(varint + toHex(std::vector<uint64_t>{rest})));
-}
-
-#if LUM_SDF_GUARDED
-TEST_F(ThreadsTest, RequestsWhileRepliesAreDispatched) {
-    constexpr int kThreads = 4;
-    constexpr int kRequests = 300;
-    startUp();
-    const SdkClientBase::Listener listener = sdk().listener;
-    std::vector<std::vector<long long>> ids(kThreads);
-    std::vector<std::thread> threads;
-    threads.reserve(kThreads);
-    for (auto& mine : ids) {
-        threads.emplace_back([&mine, &listener] {
-            for (int i = 0; i < kRequests; ++i) {
-                mine.push_back(sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1,
-                                                SDF_LATENCY_LVL_1, false, countLevels));
-                if (i % 2 == 0) listener(SdkClientBase::SDK_BLOB_RECEIVED, levelsFor(mine.back()));
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    std::set<long long> all;
-    for (const auto& mine : ids) all.insert(mine.begin(), mine.end());
-    EXPECT_EQ(all.size(), static_cast<size_t>(kThreads * kRequests));
-    EXPECT_GT(*all.begin(), 0);
-    EXPECT_EQ(gLevels, kThreads * kRequests / 2);
-    EXPECT_EQ(client().mUsedIds.size(), static_cast<size_t>(kThreads * kRequests / 2));
-    EXPECT_EQ(client().mLatencyCbs.size(), static_cast<size_t>(kThreads * kRequests / 2));
-    EXPECT_EQ(sdk().transport->take().size(), static_cast<size_t>(kThreads * kRequests));
-}
-
-TEST_F(ThreadsTest, StatusWhileCallbacksAreReplaced) {
-    ASSERT_EQ(createSdfClient(countStatus), 0);
-    const SdkClientBase::Listener listener = sdk().listener;
-    const std::vector<uint8_t> up = fromHex(service::statusInd("06"));
-    std::thread delivering([&] {
-        for (int i = 0; i < 500; ++i) {
-            listener(SdkClientBase::SDK_BLOB_RECEIVED, up);
-            listener(SdkClientBase::SDK_SERVICE_DOWN, {});
-        }
-    });
-    for (int i = 0; i < 500; ++i) {
-        EXPECT_EQ(createSdfClient(countStatus), 0);
-        EXPECT_EQ(lum_sdf_enable(countLegacy), 1);
-    }
-    delivering.join();
-    EXPECT_GE(gStatuses, 1000);
-    EXPECT_LE(gStatuses, 2000);
-    EXPECT_EQ(sdk().transport->take().size(), 1001U);
-}
-#endif
+void ignoreStatus(int) {}
 
 // Creating and destroying from several threads at once ends with a client or with none, never with
 // a transport that nobody holds or an object that nobody can destroy.
@@ -95,7 +23,7 @@ TEST_F(ThreadsTest, LifecycleFromSeveralThreads) {
         threads.emplace_back([&destroyed, t] {
             for (int i = 0; i < 300; ++i) {
                 if ((i + t) % 2 == 0) {
-                    EXPECT_EQ(createSdfClient(countStatus), 0);
+                    EXPECT_EQ(createSdfClient(ignoreStatus), 0);
                 } else {
                     const long long result = destroySdfClient();
                     EXPECT_TRUE(result == 0 || result == -5) << result;
@@ -127,7 +55,7 @@ TEST_F(ThreadsTest, RequestsWhileTheClientComesAndGoes) {
         }
     });
     for (int i = 0; i < 300; ++i) {
-        EXPECT_EQ(createSdfClient(countStatus), 0);
+        EXPECT_EQ(createSdfClient(ignoreStatus), 0);
         EXPECT_EQ(destroySdfClient(), 0);
     }
     done = true;

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+// Application threads against the threads that deliver: what only LUM_SDF_GUARDED makes safe.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <set>
+#include <thread>
+
+#include "tests/api/ClientFixture.h"
+#include "tests/support/Hex.h"
+
+namespace {
+
+class GuardedTest : public ClientTest {};
+
+std::atomic<int> gLevels{0};
+std::atomic<int> gStatuses{0};
+
+void countLevels(long long, SdfLatencyLvl, SdfLatencyLvl) {
+    ++gLevels;
+}
+void countStatus(int) {
+    ++gStatuses;
+}
+void countLegacy(status_e) {
+    ++gStatuses;
+}
+
+std::vector<uint8_t> levelsFor(long long id) {
+    std::string varint;
+    auto rest = static_cast<uint64_t>(id);
+    for (; rest >= 0x80; rest >>= 7) {
+        varint += toHex(std::vector<uint64_t>{(rest & 0x7F) | 0x80}) + " ";
+    }
+    return fromHex(service::effectiveLevels(varint + toHex(std::vector<uint64_t>{rest})));
+}
+
+TEST_F(GuardedTest, RequestsWhileRepliesAreDispatched) {
+    constexpr int kThreads = 4;
+    constexpr int kRequests = 300;
+    startUp();
+    const SdkClientBase::Listener listener = sdk().listener;
+    std::vector<std::vector<long long>> ids(kThreads);
+    std::vector<std::thread> threads;
+    threads.reserve(kThreads);
+    for (auto& mine : ids) {
+        threads.emplace_back([&mine, &listener] {
+            for (int i = 0; i < kRequests; ++i) {
+                mine.push_back(sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1,
+                                                SDF_LATENCY_LVL_1, false, countLevels));
+                if (i % 2 == 0) listener(SdkClientBase::SDK_BLOB_RECEIVED, levelsFor(mine.back()));
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    std::set<long long> all;
+    for (const auto& mine : ids) all.insert(mine.begin(), mine.end());
+    EXPECT_EQ(all.size(), static_cast<size_t>(kThreads * kRequests));
+    EXPECT_GT(*all.begin(), 0);
+    EXPECT_EQ(gLevels, kThreads * kRequests / 2);
+    EXPECT_EQ(client().mUsedIds.size(), static_cast<size_t>(kThreads * kRequests / 2));
+    EXPECT_EQ(client().mLatencyCbs.size(), static_cast<size_t>(kThreads * kRequests / 2));
+    EXPECT_EQ(sdk().transport->take().size(), static_cast<size_t>(kThreads * kRequests));
+}
+
+TEST_F(GuardedTest, StatusWhileCallbacksAreReplaced) {
+    ASSERT_EQ(createSdfClient(countStatus), 0);
+    const SdkClientBase::Listener listener = sdk().listener;
+    const std::vector<uint8_t> up = fromHex(service::statusInd("06"));
+    std::thread delivering([&] {
+        for (int i = 0; i < 500; ++i) {
+            listener(SdkClientBase::SDK_BLOB_RECEIVED, up);
+            listener(SdkClientBase::SDK_SERVICE_DOWN, {});
+        }
+    });
+    for (int i = 0; i < 500; ++i) {
+        EXPECT_EQ(createSdfClient(countStatus), 0);
+        EXPECT_EQ(lum_sdf_enable(countLegacy), 1);
+    }
+    delivering.join();
+    EXPECT_GE(gStatuses, 1000);
+    EXPECT_LE(gStatuses, 2000);
+    EXPECT_EQ(sdk().transport->take().size(), 1001U);
+}
+
+}  // namespace
