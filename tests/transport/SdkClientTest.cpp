@@ -537,6 +537,7 @@ TEST_F(SdkClientTest, ServiceMayKeepTheCallbackPastTheTeardown) {
         release(kSdf);
         // Takes the numbers that the manager's descriptors had.
         std::vector<int> counters;
+        counters.reserve(8);
         for (int i = 0; i < 8; ++i) counters.push_back(eventfd(0, EFD_NONBLOCK));
         client->postEvent(makeEvent(kSdf, {9}));
         for (const int counter : counters) {
