@@ -73,11 +73,24 @@ constexpr char kEverything[] = R"(An application uses the data service. Its main
 The demo is done: everything happened as it should.
 )";
 
+// What the demo may print besides: the service may die after it has sent an answer and before it
+// has finished with the request, which is then reported as failed; and a client that asks while the
+// library is still busy with the loss of the service has to ask again.
+bool isOfTheMoment(const std::string& line, const std::string& before) {
+    return line.rfind("    callback onStatus(-3, SDF_V2_INTERNAL_ERROR: internal error)", 0) == 0 ||
+           (line == before && line.rfind("    createSdfClient(onStatus) returned 0 ", 0) == 0);
+}
+
 TEST(DemoTest, EverythingHappens) {
     ChildProcess demo({LUM_DEMO_PROGRAM, EmulatorProcess::program()});
     EXPECT_EQ(demo.wait(), 0);
     std::string printed;
-    for (const std::string& line : demo.lines()) printed += withoutNumbers(line) + "\n";
+    std::string before;
+    for (const std::string& line : demo.lines()) {
+        if (isOfTheMoment(line, before)) continue;
+        printed += withoutNumbers(line) + "\n";
+        before = line;
+    }
     EXPECT_EQ(printed, kEverything);
     EXPECT_EQ(demo.errorLines(), Lines{});
 }
