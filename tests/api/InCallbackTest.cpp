@@ -4,6 +4,7 @@
 
 #include "tests/api/ClientFixture.h"
 #include "tests/api/ScriptedRand.h"
+#include "tests/support/Hex.h"
 
 namespace {
 
@@ -140,21 +141,33 @@ TEST_F(InCallbackTest, LevelsCallbackDestroysAndCreates) {
     EXPECT_EQ(app::takeCalls(), Calls{"otherLevels(7,6,3)"});
 }
 
-// The dispatcher itself keeps the object alive: the caller may hold nothing.
-TEST_F(InCallbackTest, DestroyFreesTheObjectUnderTheDispatcher) {
+// The dispatcher itself keeps the object alive, whatever its caller holds: otherwise the new client
+// may come to lie where the earlier one lay, and pass for it.
+TEST_F(InCallbackTest, DispatcherKeepsTheObject) {
     Sdf* const object = Sdf::mInstance.get();
-    app::inside("levels", [] { EXPECT_EQ(destroySdfClient(), 0); });
-    object->blobListener(SdkClientBase::SDK_BLOB_RECEIVED,
-                         {0x08, 0x01, 0x10, 0x07, 0x1A, 0x02, 0x12, 0x00});
-    EXPECT_EQ(app::takeCalls(), Calls{"levels(7,1,1)"});
-    EXPECT_FALSE(Sdf::mInstance);
+    app::inside("levels", [] {
+        EXPECT_EQ(destroySdfClient(), 0);
+        EXPECT_EQ(createSdfClient(app::onV2), 0);
+        client().mServiceUp = true;
+        scriptRand({7});
+        EXPECT_EQ(setLatency(app::onOtherLevels), 7);
+    });
+    const std::vector<uint8_t> levels = fromHex(service::effectiveLevels("07"));
+    object->blobListener(SdkClientBase::SDK_BLOB_RECEIVED, levels);
+    EXPECT_EQ(app::takeCalls(), Calls{"levels(7,6,3)"});
+    EXPECT_EQ(client().mUsedIds, Ids{7});
+    EXPECT_EQ(client().mLatencyCbs.size(), 1U);
 }
 
 TEST_F(InCallbackTest, StatusHandlerKeepsTheObject) {
     Sdf* const object = Sdf::mInstance.get();
-    app::inside("legacy", [] { EXPECT_EQ(destroySdfClient(), 0); });
+    app::inside("legacy", [] {
+        EXPECT_EQ(destroySdfClient(), 0);
+        EXPECT_EQ(createSdfClient(app::onOtherV2), 0);
+    });
     object->handleSdfStatusInd(SDF_STATUS_SERVICE_UP);
     EXPECT_EQ(app::takeCalls(), Calls{"legacy(5)"});
+    EXPECT_FALSE(client().mServiceUp);
 }
 
 // The callback that says there is no transport creates and destroys again, and is not called from

@@ -5,6 +5,8 @@
 #include <memory>
 
 #include "tests/api/ClientFixture.h"
+#include "tests/api/ScriptedRand.h"
+#include "tests/support/Hex.h"
 
 namespace {
 
@@ -306,13 +308,17 @@ TEST_F(LifecycleTest, ObjectThatGoesLetsTheTransportGo) {
 // What arrives for an earlier client is nothing to the present one, or to nobody.
 TEST_F(LifecycleTest, WhatArrivesForAnEarlierClientIsDropped) {
     startUp();
+    scriptRand({7});
+    ASSERT_EQ(setLatency(), 7);
     const SdkClientBase::Listener earlier = sdk().listener;
     ASSERT_EQ(lum_sdf_enable(app::onLegacy), 1);
     const std::shared_ptr<Sdf> object = Sdf::mInstance;
     ASSERT_EQ(destroySdfClient(), 0);
-    const std::vector<uint8_t> up = {0x1A, 0x04, 0x0A, 0x02, 0x08, 0x06};
+    const std::vector<uint8_t> up = fromHex(service::statusInd("06"));
+    const std::vector<uint8_t> levels = fromHex(service::effectiveLevels("07"));
     const auto reportAll = [&] {
         earlier(SdkClientBase::SDK_BLOB_RECEIVED, up);
+        earlier(SdkClientBase::SDK_BLOB_RECEIVED, levels);
         earlier(SdkClientBase::SDK_SEND_FAILED, {});
         earlier(SdkClientBase::SDK_SERVICE_DOWN, {});
         object->handleSdfStatusInd(SDF_STATUS_SERVICE_UP);

@@ -2,7 +2,9 @@
 // Memory that runs out at every place where memory is asked for.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <new>
 
@@ -32,7 +34,8 @@ void* allocate(size_t size) {
     if (fails()) throw std::bad_alloc();
     void* const memory = malloc(size == 0 ? 1 : size);
     if (memory == nullptr) throw std::bad_alloc();
-    return memory;
+    // What nobody has initialised must not look harmless.
+    return memset(memory, 0xA5, size);
 }
 
 }  // namespace
@@ -137,32 +140,51 @@ class MemoryTest : public ::testing::Test {
         gCalls = 0;
     }
 
-    // Makes the call fail at each allocation in turn until it gets through, in both ways of
-    // failing: each time the call must give `failed`, and leave everything as it was. `again`
-    // undoes what the successful call did, for the second way.
+    // Makes the call fail at each allocation in turn until it gets through: each time it must give
+    // `failed`, and leave everything as it was. In many rounds, because the transport's queue
+    // allocates only now and then; by turns one allocation fails, and all from it on. `again`
+    // undoes what the successful call did. `mayCall`: the call may call the application when it
+    // fails.
     static void expectUndone(const std::function<long long()>& call, long long failed,
                              const std::function<bool(long long)>& succeeded,
                              const std::function<void()>& again, bool mayCall = false) {
-        for (const bool forGood : {false, true}) {
-            if (forGood) again();
+        long mostFailures = 0;
+        long leastFailures = 1000;
+        for (int round = 0; round < 64; ++round) {
+            if (round > 0) again();
+            moveQueueOn(round);
             long failures = 0;
             for (;; ++failures) {
                 ASSERT_LT(failures, 1000);
                 const State before;
-                tForGood = forGood;
+                tForGood = round % 2 == 1;
                 tLeft = failures;
                 const long long result = call();
                 tLeft = -1;
                 if (result != failed) {
-                    EXPECT_TRUE(succeeded(result)) << result;
+                    ASSERT_TRUE(succeeded(result)) << result;
                     break;
                 }
-                EXPECT_TRUE(State() == before) << "at allocation " << failures;
-                EXPECT_EQ(posted(), 0U) << "at allocation " << failures;
-                EXPECT_TRUE(mayCall || gCalls == 0);
+                ASSERT_TRUE(State() == before) << "at allocation " << failures;
+                ASSERT_EQ(posted(), 0U) << "at allocation " << failures;
+                ASSERT_TRUE(mayCall || gCalls == 0);
             }
-            EXPECT_GT(failures, 3);  // there is something to fail
+            ASSERT_GT(failures, 3);  // there is something to fail
+            mostFailures = std::max(mostFailures, failures);
+            leastFailures = std::min(leastFailures, failures);
         }
+        // In some round the queue was among what failed.
+        EXPECT_GT(mostFailures, leastFailures);
+    }
+
+    // So many events through the queue, to get to the place where it has to allocate.
+    static void moveQueueOn(int events) {
+        std::vector<uint8_t> none;
+        for (int i = 0; i < events; ++i) {
+            FakeSdkClient::get().transport->postEvent(
+                std::make_shared<SdkClientEvent>(LUM_SDK_CLIENT_SDF, none));
+        }
+        posted();
     }
 };
 
