@@ -22,6 +22,7 @@ using Bytes = std::vector<uint8_t>;
 // A transport whose link is whatever the test says.
 class FakeTransport : public SdkClientBase {
   public:
+    using SdkClientBase::gate;
     using SdkClientBase::leave;
     using SdkClientBase::listeners;
     using SdkClientBase::onSdkThread;
@@ -133,6 +134,19 @@ TEST_F(SdkClientBaseTest, FirstEventIsHandledFirst) {
     EXPECT_EQ(transport->allSent(), expected);
     EXPECT_EQ(transport->connects, 1);
     EXPECT_EQ(listener.statuses(), std::vector<Status>{SdkClientBase::SDK_SERVICE_UP});
+}
+
+TEST_F(SdkClientBaseTest, ThreadOwnsTheGateAndTheObjectWhenStartReturns) {
+    for (int round = 0; round < 200; ++round) {
+        transport = std::make_shared<FakeTransport>(&timer, &eventManager);
+        const ListenerRecord listener;
+        start(makeEvent(kSdf, {1}), listener);
+        EXPECT_FALSE(transport->gate().try_lock());
+        EXPECT_EQ(transport.use_count(), 2);
+        end();
+        EXPECT_TRUE(transport->gate().try_lock());
+        transport->gate().unlock();
+    }
 }
 
 TEST_F(SdkClientBaseTest, NoFirstEventIsFine) {
