@@ -18,14 +18,16 @@ NoDestroy<std::shared_ptr<Sdf>> gInstance;
 // Keeps taking up the transport and letting it go apart, as the transport demands, also for calls
 // that come from callbacks on any thread.
 struct Lifecycle {
-    // Not held across a callback, nor while a destroy waits for the SDK thread.
-    std::mutex lock;
+    // Not held across a callback, nor while a destroy waits for the SDK thread. Recursive, because
+    // without descriptors the event manager ends the process under it, and what the application
+    // does at its exit may come here again.
+    std::recursive_mutex lock;
     // The client object that is being destroyed. While there is one no transport is taken up.
     const Sdf* leaving = nullptr;
 };
 NoDestroy<Lifecycle> gLifecycle;
 
-using LifecycleLock = std::lock_guard<std::mutex>;
+using LifecycleLock = std::lock_guard<std::recursive_mutex>;
 
 SdfProto::ServiceMsg enableMessage(bool enable) {
     SdfProto::ServiceMsg message;
@@ -35,18 +37,26 @@ SdfProto::ServiceMsg enableMessage(bool enable) {
     return message;
 }
 
-// Tells the application that there is no transport, unless it is just being told: an application
-// that creates or destroys again from inside that callback would get here without end.
+// Sets a flag for as long as it lives.
+class Raised {
+  public:
+    explicit Raised(bool& flag) : mFlag(flag) { mFlag = true; }
+    ~Raised() { mFlag = false; }
+    Raised(const Raised&) = delete;
+    Raised& operator=(const Raised&) = delete;
+
+  private:
+    bool& mFlag;
+};
+
+// Tells the application that there is no transport, unless this thread is just telling it: an
+// application that creates or destroys again from inside that callback would get here without end.
 template <typename Report>
-void tellNoTransport(Sdf& client, const Report& report) {
-    if (client.mReportingNoTransport.exchange(true)) return;
-    try {
-        report();
-    } catch (...) {
-        client.mReportingNoTransport = false;
-        throw;
-    }
-    client.mReportingNoTransport = false;
+void tellNoTransport(const Report& report) {
+    thread_local bool telling = false;
+    if (telling) return;
+    const Raised raised(telling);
+    report();
 }
 
 // Puts `cb` into its slot and `client` into mInstance, and gives `client` a transport with the
@@ -96,7 +106,7 @@ bool enable(Callback Sdf::*slot, Callback cb) {
         obtained = takeUp(client, slot, cb);
     }
     if (!obtained) {
-        tellNoTransport(*client, [&client] {
+        tellNoTransport([&client] {
             SdkBase::reportNoTransport(client->readSlot<SdfStatusV2Cb>(&Sdf::mBaseStatusCbV2),
                                        client->readSlot<SdfLegacyStatusCb>(&Sdf::mLegacyStatusCb));
         });
@@ -141,8 +151,7 @@ bool disable(Callback Sdf::*slot) {
         found = postDisable(client, slot);
     }
     if (found == Leave::kNoTransport) {
-        tellNoTransport(*client,
-                        [&client] { client->handleSdfStatusInd(SDF_STATUS_INTERNAL_ERROR); });
+        tellNoTransport([&client] { client->handleSdfStatusInd(SDF_STATUS_INTERNAL_ERROR); });
     }
     if (found != Leave::kPosted) return false;
     client->destroySdkInstance(LUM_SDK_CLIENT_SDF);

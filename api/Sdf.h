@@ -19,8 +19,7 @@
 //
 // Threads: requests come on application threads, blobListener() on the transport's. The record (the
 // maps, vectors and callback slots) is locked only when built with LUM_SDF_GUARDED, and never
-// across a callback. An object that is no longer, or not yet, mInstance reports nothing and records
-// nothing.
+// across a callback. An object that is no longer, or not yet, mInstance reports nothing.
 class Sdf : public SdkBase {
   public:
     Sdf() = default;
@@ -107,9 +106,6 @@ class Sdf : public SdkBase {
     std::map<unsigned int, SdfEffectiveLevelsCb> mLatencyCbs;
     std::map<unsigned int, SdfFilterStatusCb> mFilterCbs;
     std::atomic<bool> mServiceUp{false};  // stored with release order
-
-    // The application is being told that there is no transport, and is not told again meanwhile.
-    std::atomic<bool> mReportingNoTransport{false};
 
   private:
     // Hold the result while touching the record.

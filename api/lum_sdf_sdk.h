@@ -20,7 +20,9 @@
 // every request returns SDF_V2_SERVICE_DOWN (-8) and sends nothing, so that no request can bring
 // the service back. Call createSdfClient() (or lum_sdf_enable()) again, every now and then, until
 // SDF_V2_SERVICE_UP comes; only they make the library connect again. One call makes one attempt of
-// up to 3.15 seconds, in the background; an attempt that finds no service is not reported.
+// up to 3.15 seconds, in the background; an attempt that finds no service is not reported. A call
+// made while the loss is still being told may yet go to the lost service, and be answered with
+// SDF_V2_INTERNAL_ERROR (-3): call again.
 //
 // Return values
 //
@@ -32,15 +34,15 @@
 //
 // Threads and callbacks
 //
-// Callbacks are plain function pointers and belong to the application: they must stay callable
-// until the client is destroyed. They must not throw. They come
+// Callbacks are plain function pointers and belong to the application. They must not throw. They
+// come
 //   - on a thread of the binder thread pool: what the service sends, and the loss of the service;
 //   - on the library's own thread: a message that the service refused to take;
 //   - on the caller's thread, before the function returns, where a function says so.
 // A callback may call every function of this interface, destroySdfClient() and createSdfClient()
-// included. While it runs, nothing more is delivered on its thread: return soon. A callback that
-// was under way when another thread destroyed the client may still be running when
-// destroySdfClient() returns there.
+// included. While it runs, nothing more is delivered on its thread: return soon. When one thread
+// destroys the client, a callback that another thread was about to call may still be running, or
+// just be starting, when destroySdfClient() returns: callbacks must stay callable past it.
 //
 // Functions may be called from any thread. A library built without LUM_SDF_GUARDED, as for devices,
 // does not lock the record that it keeps of requests and callbacks: there, issue requests from
@@ -232,10 +234,14 @@ typedef void (*SdfAutoFilterInfoCb)(unsigned int filter_id, SdfAddFilterInfo inf
 // place and is told the same.
 //
 // Returns 0 when the client exists, whether or not the service can be reached; -2 when `cb` is
-// null; -3 when memory runs out. When the library could not set up its link (no descriptors or
-// threads left, or a destroy still under way on another thread), the return value is 0 too, a
-// callback of lum_sdf_enable() is called with SDF_STATUS_INTERNAL_ERROR before the function
-// returns, `cb` is not called, and requests return -5: call again later.
+// null; -3 when memory runs out. When the library could not set up its link (no fourth descriptor
+// or no thread to be had, or a destroy still under way on another thread), the return value is 0
+// too, a callback of lum_sdf_enable() is called with SDF_STATUS_INTERNAL_ERROR before the function
+// returns (but not from inside itself), `cb` is not called, and requests return -5: call again
+// later.
+//
+// Ends the process, with exit(-1) and an error in the log, when not even three descriptors can be
+// had for the event loop.
 //
 // Does not wait for the service.
 SDF_API long long createSdfClient(SdfStatusV2Cb cb);
@@ -263,8 +269,9 @@ SDF_API long long destroySdfClient(void);
 // `cb`: told SDF_STATUS_SERVICE_UP, SDF_STATUS_SERVICE_DOWN, other codes. Not null.
 //
 // Returns 1 when the client exists; 0 when `cb` is null or memory runs out. When the library could
-// not set up its link, `cb` is called with SDF_STATUS_INTERNAL_ERROR before the function returns 1.
-// When not even the client could be made, the same, and it returns 0.
+// not set up its link, `cb` is called with SDF_STATUS_INTERNAL_ERROR before the function returns 1
+// (but not from inside itself). When not even the client could be made, the same, and it returns 0.
+// Ends the process as createSdfClient() does.
 //
 // Does not wait for the service.
 SDF_API long long lum_sdf_enable(SdfLegacyStatusCb cb);

@@ -4,10 +4,6 @@ include(GoogleTest)
 
 set(LUM_ONLY_LABEL "" CACHE STRING "Leave out the tests that do not have this label")
 
-# What a sanitizer finds ends the test, with the stacks that are needed to understand it.
-set(lum_test_environment "ASAN_OPTIONS=detect_stack_use_after_return=1:strict_init_order=1"
-                         "UBSAN_OPTIONS=print_stacktrace=1" "TSAN_OPTIONS=second_deadlock_stack=1")
-
 # lum_test(NAME SOURCES file... [LIBRARIES target...] [LABELS label...] [TIMEOUT seconds]
 #          [ARGUMENTS argument...]): one GoogleTest program; every case of it becomes a CTest test in a
 # process of its own, named <prefix><program>.<suite>.<case>.
@@ -23,12 +19,15 @@ function(lum_test name)
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
+  if(arg_LABELS)
+    set(labels LABELS "${arg_LABELS}")
+  endif()
   gtest_discover_tests(
     ${name}
     TEST_PREFIX "${LUM_TEST_PREFIX}${name}."
     EXTRA_ARGS ${arg_ARGUMENTS}
     DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}" ENVIRONMENT "${lum_test_environment}")
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} ${labels})
 endfunction()
 
 # lum_program_test(NAME COMMAND word... [LABELS label...] [TIMEOUT seconds]): a test that is a
@@ -43,6 +42,5 @@ function(lum_program_test name)
   endif()
   add_test(NAME ${LUM_TEST_PREFIX}${name} COMMAND ${arg_COMMAND})
   set_tests_properties(
-    ${LUM_TEST_PREFIX}${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}"
-                                         ENVIRONMENT "${lum_test_environment}")
+    ${LUM_TEST_PREFIX}${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
 endfunction()

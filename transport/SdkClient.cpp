@@ -96,6 +96,7 @@ std::shared_ptr<SdkClient> SdkClient::create(LumSdkClientType type, Use use,
     try {
         instance->start(type, std::move(event), instance);
     } catch (...) {
+        instance->detach();  // a thread that failed may be the last to let go of the object
         if (published != nullptr) std::atomic_store(published, std::shared_ptr<SdkClientBase>());
         std::atomic_store(&mInstance, std::shared_ptr<SdkClient>());
         try {
@@ -150,6 +151,9 @@ void SdkClient::deathCallback(void* cookie) {
         if (found != gLinked.value.clients.end()) client = found->second.lock();
     }
     if (!client) return;
+    // One meant for an object that lay here before: this one's service lives, or it has none.
+    const std::shared_ptr<ILumService> linked = client->service();
+    if (!linked || AIBinder_isAlive(linked->asBinder().get())) return;
     try {
         client->notifyServiceDown(LUM_SDK_CLIENT_NONE);
     } catch (const std::exception& error) {

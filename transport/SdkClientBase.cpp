@@ -5,6 +5,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <exception>
 #include <utility>
 
@@ -39,6 +40,29 @@ size_t indexOf(LumSdkClientType type) {
 
 }  // namespace
 
+// How a new SDK thread tells its maker that it runs, or why it cannot. Takes no memory.
+class SdkClientBase::Start {
+  public:
+    void tell(std::exception_ptr failure) {
+        // Told under the lock: the maker destroys this object as soon as it knows.
+        const std::lock_guard<std::mutex> lock(mLock);
+        mFailure = std::move(failure);
+        mTold = true;
+        mChanged.notify_one();
+    }
+    void wait() {
+        std::unique_lock<std::mutex> lock(mLock);
+        mChanged.wait(lock, [this] { return mTold; });
+        if (mFailure) std::rethrow_exception(mFailure);
+    }
+
+  private:
+    std::mutex mLock;
+    std::condition_variable mChanged;
+    std::exception_ptr mFailure;
+    bool mTold = false;
+};
+
 uint64_t SdkClientBase::mTransactionId = 1;
 uint32_t SdkClientBase::mTransactionId32 = 1;
 
@@ -54,21 +78,18 @@ void SdkClientBase::cleanup(LumSdkClientType /*type*/) {}
 
 void SdkClientBase::start(LumSdkClientType /*type*/, std::shared_ptr<SdkClientEvent> event,
                           std::shared_ptr<SdkClientBase> self) {
-    std::promise<void> started;
-    std::future<void> running = started.get_future();
+    Start start;
     {
         const AllSignalsBlocked blocked;
         // The thread's own reference goes with its callable, after sdkThread() has returned.
-        std::thread([self = std::move(self), event = std::move(event),
-                     started = std::move(started)]() mutable {
-            self->sdkThread(event, std::move(started));
+        std::thread([self = std::move(self), event = std::move(event), &start] {
+            self->sdkThread(event, start);
         }).detach();
     }
-    running.get();
+    start.wait();
 }
 
-void SdkClientBase::sdkThread(const std::shared_ptr<SdkClientEvent>& event,
-                              std::promise<void> started) {
+void SdkClientBase::sdkThread(const std::shared_ptr<SdkClientEvent>& event, Start& start) {
     {
         const std::lock_guard<std::mutex> lock(mStateLock);
         mThread = std::this_thread::get_id();
@@ -78,12 +99,12 @@ void SdkClientBase::sdkThread(const std::shared_ptr<SdkClientEvent>& event,
         if (event) postEvent(event);
     } catch (...) {
         mRunning = false;
-        started.set_exception(std::current_exception());
+        start.tell(std::current_exception());
         return;
     }
     {
         const std::unique_lock<std::shared_mutex> gate(mGate);
-        started.set_value();
+        start.tell(nullptr);
         runLoop();
         const std::lock_guard<std::mutex> lock(mStateLock);
         mThread = std::thread::id();  // a later thread may get the same one

@@ -82,11 +82,9 @@ EventManager::EventManager() {
 
 EventManager::~EventManager() {
     LUM_LOGD("EventManager: dtor");
-    // Each attempt that a done function ends by throwing has carried out at least that removal.
-    for (size_t attempts = mUpdates.size() + mSuperseded.size(); attempts > 0 && hasRemovals();
-         --attempts) {
+    while (hasRemovals()) {
         try {
-            carryOutRemovals();
+            carryOutLast();
         } catch (...) {
             LUM_LOGE("EventManager: dtor, a removal ended with an exception");
         }
@@ -348,27 +346,46 @@ bool EventManager::carryOutOnce() {
     return true;
 }
 
+// Carries out one removal, for the destructor: without a copy of the map, which takes memory. Each
+// call leaves fewer removals, also one that throws.
+void EventManager::carryOutLast() {
+    callSupersededDone();
+    if (mUpdates.empty()) return;
+    const EventManagerUpdate claimed = claim(*mUpdates.begin()->second);
+    mUpdates.erase(mUpdates.begin());
+    finish(claimed);
+}
+
 void EventManager::carryOut(const std::shared_ptr<EventManagerUpdate>& update) {
-    const int fd = update->mFd;
     EventManagerUpdate claimed{};
     {
         const std::lock_guard<std::recursive_mutex> guard(mMutex);
-        const auto found = mUpdates.find(fd);
+        const auto found = mUpdates.find(update->mFd);
         if (found == mUpdates.end() || found->second != update) return;
-        LUM_LOGD("removing %d from epollFd", fd);
-        if (epoll_ctl(mEpollFd, EPOLL_CTL_DEL, fd, nullptr) == -1) {
-            LUM_LOGE("Cannot remove event handler errno %d", errno);
-        }
-        // From here on it is done: neither a second pass nor a reuse of the number repeats it.
-        claimed = std::exchange(*update, {fd, false, nullptr, nullptr});
+        claimed = claim(*update);
     }
+    finish(claimed);
+}
+
+// Takes the descriptor out of epoll. From here on the removal counts as done: neither a second pass
+// nor a reuse of the number repeats it.
+EventManagerUpdate EventManager::claim(EventManagerUpdate& update) const {
+    const int fd = update.mFd;
+    LUM_LOGD("removing %d from epollFd", fd);
+    if (epoll_ctl(mEpollFd, EPOLL_CTL_DEL, fd, nullptr) == -1) {
+        LUM_LOGE("Cannot remove event handler errno %d", errno);
+    }
+    return std::exchange(update, {fd, false, nullptr, nullptr});
+}
+
+void EventManager::finish(const EventManagerUpdate& claimed) {
     if (!claimed.mCloseFd) return;
     if (claimed.mDone != nullptr) {
         claimed.mDone(claimed.mDoneData);
     } else {
-        close(fd);
+        close(claimed.mFd);
     }
-    LUM_LOGD("Closed %d", fd);
+    LUM_LOGD("Closed %d", claimed.mFd);
 }
 
 void EventManager::callSupersededDone() {

@@ -127,7 +127,10 @@ class LUM_EXPORT EventManager {
     bool hasRemovals() const;
     void carryOutRemovals();
     bool carryOutOnce();
+    void carryOutLast();
     void carryOut(const std::shared_ptr<EventManagerUpdate>& update);
+    EventManagerUpdate claim(EventManagerUpdate& update) const;
+    static void finish(const EventManagerUpdate& claimed);
     void callSupersededDone();
 
     std::recursive_mutex mMutex;

@@ -73,6 +73,12 @@ TEST(HardTimesTest, EveryNumberOfFreeDescriptorsIsSurvived) {
     RecordProperty("descriptors_needed", free - 1);
 }
 
+TEST(HardTimesTest, ExitHandlersMayUseTheLibraryWhenItEndsTheProcess) {
+    const Outcome outcome = run({starved(), "atexit"});
+    EXPECT_EQ(outcome.status, 255);
+    EXPECT_EQ(outcome.lines, (Lines{"log: Cannot create epoll instance", "destroy at exit: -5"}));
+}
+
 TEST(HardTimesTest, NoThreadForTheLoopIsNoTransportAndTheNextCreateStartsFromNothing) {
     const SocketFolder folder;
     const EmulatorProcess emulator;

@@ -2,6 +2,7 @@
 // A client on a machine that refuses it things.
 //
 // usage: starved_client descriptors COUNT   only COUNT more descriptors can be opened
+//        starved_client atexit              as descriptors 0, with an exit handler that destroys
 //        starved_client sdk-thread          no thread can be made while the client is created
 //        starved_client binder-threads      no thread can be made from the first connection attempt
 //                                           on, until three attempts have failed
@@ -110,6 +111,11 @@ int main(int argc, char** argv) {
         const DescriptorLimit limit(atoi(argv[2]));
         return run();
     }
+    if (mode == "atexit") {
+        atexit([] { printf("destroy at exit: %lld\n", destroySdfClient()); });
+        const DescriptorLimit limit(0);
+        return run();
+    }
     if (mode == "sdk-thread") {
         std::optional<ThreadRefusal> refusal(std::in_place);
         if (const int status = run()) return status;
@@ -120,6 +126,7 @@ int main(int argc, char** argv) {
         gRefuseBinderThreads = true;
         return run();
     }
-    fprintf(stderr, "usage: starved_client descriptors COUNT | sdk-thread | binder-threads\n");
+    fprintf(stderr,
+            "usage: starved_client descriptors COUNT | atexit | sdk-thread | binder-threads\n");
     return 2;
 }

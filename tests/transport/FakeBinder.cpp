@@ -76,6 +76,11 @@ void FakeBinder::refuseLinks(int count) {
     mRefusedLinks = count;
 }
 
+void FakeBinder::die() {
+    const std::lock_guard<std::mutex> guard(mLock);
+    mDead = true;
+}
+
 void FakeBinder::onSleep(std::function<void()> hook) {
     const std::lock_guard<std::mutex> guard(mLock);
     mOnSleep = std::move(hook);
@@ -131,6 +136,7 @@ struct FakeBinderCalls {
             return STATUS_DEAD_OBJECT;
         }
         fake.mLinks.push_back(link);
+        fake.mDead = false;
         return STATUS_OK;
     }
 
@@ -145,6 +151,12 @@ struct FakeBinderCalls {
             }
         }
         return STATUS_NAME_NOT_FOUND;
+    }
+
+    static bool isAlive() {
+        FakeBinder& fake = *gFake;
+        const std::lock_guard<std::mutex> guard(fake.mLock);
+        return !fake.mDead;
     }
 
     static void sleep(unsigned microseconds) {
@@ -178,6 +190,10 @@ __attribute__((visibility("default"))) binder_status_t AIBinder_linkToDeath(
 __attribute__((visibility("default"))) binder_status_t AIBinder_unlinkToDeath(
     AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
     return FakeBinderCalls::unlink({binder, recipient, cookie});
+}
+
+__attribute__((visibility("default"))) bool AIBinder_isAlive(const AIBinder* /*binder*/) {
+    return FakeBinderCalls::isAlive();
 }
 
 __attribute__((visibility("default"))) int usleep(useconds_t microseconds) {

@@ -14,7 +14,8 @@
 
 // The platform as SdkClient sees it, under a test's control. FakeBinder.cpp defines
 // AServiceManager_waitForService, ABinderProcess_startThreadPool, AIBinder_linkToDeath,
-// AIBinder_unlinkToDeath and usleep in the test program, where they go before the real ones.
+// AIBinder_unlinkToDeath, AIBinder_isAlive and usleep in the test program, where they go before the
+// real ones.
 
 // A data service in this process.
 class FakeService : public aidl::vendor::orn::data::lumservice::BnLumService {
@@ -64,6 +65,8 @@ class FakeBinder {
     void serve(const std::shared_ptr<ndk::ICInterface>& service);
     // The next `count` links are refused as if the service had just died.
     void refuseLinks(int count);
+    // The service counts as dead from now on, until the next link.
+    void die();
     // Runs inside each usleep(), which does not sleep.
     void onSleep(std::function<void()> hook);
 
@@ -79,6 +82,7 @@ class FakeBinder {
     mutable std::mutex mLock;
     ndk::SpAIBinder mService;
     int mRefusedLinks = 0;
+    bool mDead = false;
     std::function<void()> mOnSleep;
     std::vector<std::string> mLookups;
     std::vector<unsigned> mSleeps;

@@ -49,9 +49,9 @@ class FakeTransport : public SdkClientBase {
         if (throwInCleanup) throw std::runtime_error("cleanup");
     }
 
-    bool use(LumSdkClientType type, Listener listener, std::shared_ptr<SdkClientEvent> first,
+    bool use(LumSdkClientType type, Listener listener, const std::shared_ptr<SdkClientEvent>& first,
              bool joining = true) {
-        return takeUp(type, {true, std::move(listener), std::move(first)}, joining).has_value();
+        return takeUp(type, {true, std::move(listener), first}, joining).has_value();
     }
     std::vector<std::pair<int, Bytes>> allSent() {
         const std::lock_guard<std::mutex> guard(lock);
@@ -76,7 +76,7 @@ class FakeTransport : public SdkClientBase {
 class SdkClientBaseTest : public testing::Test {
   protected:
     // Brings the SDK thread up with `type` in use.
-    void start(std::shared_ptr<SdkClientEvent> first, const ListenerRecord& listener,
+    void start(const std::shared_ptr<SdkClientEvent>& first, const ListenerRecord& listener,
                LumSdkClientType type = kSdf) {
         ASSERT_TRUE(transport->use(type, listener, first, false));
         transport->start(type, first, transport);

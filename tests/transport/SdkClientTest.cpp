@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <new>
 #include <stdexcept>
 
 #include "tests/support/DescriptorLimit.h"
@@ -12,6 +13,7 @@
 #include "tests/support/ThreadRefusal.h"
 #include "tests/transport/FakeBinder.h"
 #include "tests/transport/ListenerRecord.h"
+#include "tests/utils/SystemCalls.h"
 #include "transport/SdkClient.h"
 
 using aidl::vendor::orn::data::lumservice::BnLumServiceCallback;
@@ -412,6 +414,7 @@ TEST_F(SdkClientTest, DeathIsToldToEveryListenerOnceAndTheNextRequestReconnects)
     const auto client = getConnected(kOther, second);
     get(kSdf, first);
     while (service->messages().size() < 2) std::this_thread::yield();
+    binder.die();
     SdkClient::deathCallback(binder.links()[0].cookie);
     EXPECT_EQ(order, (std::vector<int>{5, 6}));
     EXPECT_FALSE(client->isConnected(kSdf));
@@ -441,6 +444,16 @@ TEST_F(SdkClientTest, DeathOfNobodyIsIgnored) {
     release(kSdf);
 }
 
+// The memory of an object that has gone may hold a new one when its death notification comes.
+TEST_F(SdkClientTest, DeathOfAnotherServiceIsIgnored) {
+    const ListenerRecord listener;
+    const auto client = getConnected(kSdf, listener);
+    SdkClient::deathCallback(binder.links()[0].cookie);
+    EXPECT_TRUE(client->isConnected(kSdf));
+    EXPECT_EQ(listener.statuses(), Statuses{kUp});
+    release(kSdf);
+}
+
 TEST_F(SdkClientTest, EmptyEntryEndsTheWalkAndTheServiceIsStillReleased) {
     const LogCapture log;
     const ListenerRecord five;
@@ -452,6 +465,7 @@ TEST_F(SdkClientTest, EmptyEntryEndsTheWalkAndTheServiceIsStillReleased) {
     EXPECT_EQ(five.statuses(), (Statuses{kUp, kDown}));
     EXPECT_EQ(nine.statuses(), Statuses{kUp});
 
+    binder.die();
     SdkClient::deathCallback(client.get());
     EXPECT_EQ(five.statuses(), (Statuses{kUp, kDown, kDown}));
     EXPECT_EQ(nine.statuses(), Statuses{kUp});
@@ -466,6 +480,7 @@ TEST_F(SdkClientTest, DeathDuringASendLeavesTheCallItsService) {
     const ListenerRecord listener;
     service->mOnBlob = [&](const FakeService::Message& message) {
         if (message.blob != Bytes{2}) return;
+        binder.die();
         std::thread([this] { SdkClient::deathCallback(binder.links()[0].cookie); }).join();
     };
     std::weak_ptr<FakeService> watched = service;
@@ -484,6 +499,7 @@ TEST_F(SdkClientTest, DeathAfterTheTeardownTouchesNothing) {
     std::weak_ptr<SdkClient> client = getConnected(kSdf, listener);
     void* cookie = binder.links()[0].cookie;
     release(kSdf);
+    binder.die();
     SdkClient::deathCallback(cookie);  // torn down, still held by the service
     service->dropCallback();
     ASSERT_TRUE(goes(client));
@@ -496,6 +512,7 @@ TEST_F(SdkClientTest, DeathsDuringTeardownsTouchNothingFreed) {
         const ListenerRecord listener;
         getConnected(kSdf, listener);
         void* cookie = binder.links().back().cookie;
+        binder.die();
         std::atomic<bool> stop{false};
         std::thread reaper([&] {
             while (!stop) SdkClient::deathCallback(cookie);
@@ -680,6 +697,64 @@ TEST_F(SdkClientTest, FourDescriptorsAreEnough) {
         const DescriptorLimit four(4);
         EXPECT_NE(getConnected(kSdf, listener), nullptr);
     }
+    release(kSdf);
+}
+
+// Every allocation of the calling thread fails in turn, until there is enough memory.
+TEST_F(SdkClientTest, FirstGetThatRunsOutOfMemoryLeavesNothing) {
+    const size_t descriptors = openDescriptors();
+    const ListenerRecord listener;
+    const auto event = makeEvent(kSdf, {1});
+    std::shared_ptr<SdkClientBase> published;
+    std::shared_ptr<SdkClient> client;
+    long allocations = 0;
+    for (; !client; ++allocations) {
+        ASSERT_LT(allocations, 1000);
+        SdkClientBase::Listener copy = listener;
+        try {
+            const AllocationLimit limit(allocations);
+            client = SdkClient::getInstance(kSdf, std::move(copy), event, &published);
+        } catch (const std::bad_alloc&) {
+        }
+        if (client) break;
+        copy = nullptr;
+        EXPECT_EQ(SdkClient::mInstance, nullptr) << allocations;
+        EXPECT_EQ(published, nullptr) << allocations;
+        EXPECT_EQ(listener.copies(), 0) << allocations;
+        EXPECT_EQ(openDescriptors(), descriptors) << allocations;
+    }
+    EXPECT_GT(allocations, 5);
+    EXPECT_EQ(published, client);
+    ASSERT_TRUE(listener.waitForCalls(1));
+    release(kSdf);
+}
+
+TEST_F(SdkClientTest, SecondGetThatRunsOutOfMemoryChangesNothing) {
+    const ListenerRecord first;
+    const auto client = getConnected(kSdf, first);
+    const ListenerRecord before;
+    client->setClientListener(kOther, before);
+    const ListenerRecord second;
+    std::shared_ptr<SdkClientBase> published;
+    std::shared_ptr<SdkClient> joined;
+    long allocations = 0;
+    for (; !joined; ++allocations) {
+        ASSERT_LT(allocations, 1000);
+        const auto event = makeEvent(kOther, {2});
+        SdkClientBase::Listener copy = second;
+        try {
+            const AllocationLimit limit(allocations);
+            joined = SdkClient::getInstance(kOther, std::move(copy), event, &published);
+        } catch (const std::bad_alloc&) {
+        }
+        if (joined || client->isActive(kOther)) break;
+        copy = nullptr;
+        EXPECT_EQ(published, nullptr) << allocations;
+        EXPECT_EQ(before.copies(), 1) << allocations;
+        EXPECT_EQ(second.copies(), 0) << allocations;
+    }
+    EXPECT_TRUE(client->isActive(kOther));
+    release(kOther);
     release(kSdf);
 }
 

@@ -803,6 +803,22 @@ TEST(EventManagerMemoryTest, RemovingNeedsNoMemory) {
     EXPECT_FALSE(isOpen(hungUp.fd()));
 }
 
+TEST(EventManagerMemoryTest, DestructionNeedsNoMemory) {
+    auto manager = std::make_unique<EventManager>();
+    Watched removed;
+    Watched withDone;
+    manager->addEventHandler(removed.release(), Watched::run, &removed, nullptr, 17);
+    manager->addEventHandler(withDone.fd(), Watched::run, &withDone, nullptr, 17);
+    manager->removeEventHandler(removed.fd(), true, nullptr, nullptr);
+    manager->removeEventHandler(withDone.fd(), true, Watched::done, &withDone);
+    {
+        const AllocationLimit none(0);
+        manager.reset();
+    }
+    EXPECT_FALSE(isOpen(removed.fd()));
+    EXPECT_EQ(withDone.dones, 1);
+}
+
 TEST(EventManagerMemoryTest, ConstructionThatRunsOutOfMemoryLeavesNothingOpen) {
     const size_t before = openDescriptors();
     std::unique_ptr<EventManager> manager;
