@@ -37,6 +37,9 @@ SdfProto::ServiceMsg enableMessage(bool enable) {
     return message;
 }
 
+// This thread is telling the application that there is no transport.
+thread_local bool tTelling = false;
+
 // Sets a flag for as long as it lives.
 class Raised {
   public:
@@ -53,9 +56,8 @@ class Raised {
 // application that creates or destroys again from inside that callback would get here without end.
 template <typename Report>
 void tellNoTransport(const Report& report) {
-    thread_local bool telling = false;
-    if (telling) return;
-    const Raised raised(telling);
+    if (tTelling) return;
+    const Raised raised(tTelling);
     report();
 }
 
