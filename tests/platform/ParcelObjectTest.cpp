@@ -311,22 +311,4 @@ TEST_F(ParcelObject, ArraysOfThem) {
     EXPECT_EQ(objects, read);
 }
 
-TEST(ParcelLayout, EntriesMustBeWholeAlignedInOrderAndApart) {
-    EXPECT_TRUE(AParcel::isLayout(0, {}));
-    EXPECT_TRUE(AParcel::isLayout(28, {0}));
-    EXPECT_TRUE(AParcel::isLayout(60, {0, 28}));
-    EXPECT_TRUE(AParcel::isLayout(60, {4, 32}));
-    EXPECT_FALSE(AParcel::isLayout(0, {0}));
-    EXPECT_FALSE(AParcel::isLayout(27, {0}));
-    EXPECT_FALSE(AParcel::isLayout(31, {4}));
-    EXPECT_FALSE(AParcel::isLayout(60, {33}));
-    EXPECT_FALSE(AParcel::isLayout(60, {2}));
-    EXPECT_FALSE(AParcel::isLayout(60, {0, 0}));
-    EXPECT_FALSE(AParcel::isLayout(60, {0, 24}));
-    EXPECT_FALSE(AParcel::isLayout(60, {28, 0}));
-    EXPECT_FALSE(AParcel::isLayout(60, {60}));
-    EXPECT_FALSE(AParcel::isLayout(60, {SIZE_MAX - 3}));
-    EXPECT_FALSE(AParcel::isLayout(60, {0, SIZE_MAX - 27}));
-}
-
 }  // namespace

@@ -192,18 +192,6 @@ binder_status_t readException(const AParcel* parcel, binder_exception_t exceptio
 
 }  // namespace
 
-bool AParcel::isLayout(size_t size, const std::vector<size_t>& offsets) {
-    size_t free = 0;  // where the next entry may begin
-    for (const size_t offset : offsets) {
-        if (offset < free || offset % kAlignment != 0 || offset > size ||
-            size - offset < kObjectSize) {
-            return false;
-        }
-        free = offset + kObjectSize;
-    }
-    return true;
-}
-
 binder_status_t AParcel::writeInterfaceToken(const std::string& descriptor) noexcept {
     binder_status_t status = writeValue(this, kStrictMode);
     if (status == STATUS_OK) {

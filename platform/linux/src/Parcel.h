@@ -31,16 +31,13 @@ struct AParcel {
     AParcel() = default;
     // An empty parcel for a call of target, which is only remembered, for target() to be compared.
     explicit AParcel(const AIBinder* target) : mTarget(target) {}
-    // A received parcel. objects: such as isLayout accepts.
+    // A received parcel. objects: their entries whole, aligned to four bytes, in ascending order,
+    // none over another.
     AParcel(std::vector<uint8_t> bytes, std::vector<Object> objects)
         : mBytes(std::move(bytes)), mObjects(std::move(objects)) {}
 
     AParcel(const AParcel&) = delete;
     AParcel& operator=(const AParcel&) = delete;
-
-    // Whether entries may lie at these offsets of a parcel of `size` bytes: each whole, aligned to
-    // four bytes, in ascending order, none over another.
-    static bool isLayout(size_t size, const std::vector<size_t>& offsets);
 
     const AIBinder* target() const { return mTarget; }
     const std::vector<uint8_t>& bytes() const { return mBytes; }
