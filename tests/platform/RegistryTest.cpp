@@ -304,16 +304,29 @@ TEST_F(RegistryTest, LookupWithoutDescriptorsIsNullAndLeaksNothing) {
 
 TEST_F(RegistryTest, ServiceAddedWithoutDescriptorsIsRefusedAndLeaksNothing) {
     const size_t before = openDescriptors();
-    bool added = false;
-    size_t needed = 0;
-    for (; needed < 8 && !added; ++needed) {
-        LogCapture log;
-        const FewDescriptors few(needed);
-        added = AServiceManager_addService(mObject.get(), kName) == EX_NONE;
-        EXPECT_EQ(log.lines().empty(), added) << needed;
-        EXPECT_EQ(find(kName) == mObject, added);
+    const std::string base = mFolder.path() + "/" + kName;
+    const std::vector<std::string> said = {
+        "binder: cannot open " + base + ".lock (Too many open files)",
+        "binder: cannot listen at " + base + ".socket (Too many open files)",
+        "binder: no descriptor to spare for lum.test.peer (Too many open files)",
+        "binder: cannot wait for sockets (Too many open files)",
+    };
+    for (size_t free = 0; free < said.size(); ++free) {
+        const FewDescriptors few(free);
+        {
+            LogCapture log;
+            EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_ILLEGAL_STATE);
+            EXPECT_EQ(log.lines(), (std::vector<LogLine>{logE(said[free])}));
+        }
+        EXPECT_EQ(find(kName).get(), nullptr);
     }
-    ASSERT_TRUE(added);
+    {
+        LogCapture log;
+        const FewDescriptors few(said.size());
+        EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+        EXPECT_EQ(find(kName), mObject);
+        EXPECT_TRUE(log.lines().empty());
+    }
     // What stays: what the I/O thread waits with, the name's lock, its socket, and the spare.
     EXPECT_EQ(openDescriptors(), before + 4);
 }

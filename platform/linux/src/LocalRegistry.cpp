@@ -118,11 +118,12 @@ UniqueFd lockName(const std::string& path, const std::string& name) {
 // Makes the socket of a name that this process has locked; any that is there is a dead process's.
 UniqueFd listenAt(const sockaddr_un& address) {
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    unlink(address.sun_path);
-    if (fd.valid() &&
-        bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-        listen(fd.get(), SOMAXCONN) == 0) {
-        return fd;
+    if (fd.valid()) {
+        unlink(address.sun_path);
+        if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+            listen(fd.get(), SOMAXCONN) == 0) {
+            return fd;
+        }
     }
     LUM_LOGE("binder: cannot listen at %s (%s)", address.sun_path, strerror(errno));
     unlink(address.sun_path);
