@@ -357,20 +357,35 @@ TEST_F(RegistryTest, ClientIsTurnedAwayWhileTheServiceHasNoDescriptors) {
 }
 
 TEST_F(RegistryTest, DescriptorsAreClosedOnExec) {
+    // Looked at while a client is being served, whose connection ends soon after.
+    const ndk::SpAIBinder object =
+        makePeerObject([this](transaction_code_t, const AParcel*, AParcel* out) -> binder_status_t {
+            for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+                std::error_code gone;
+                const std::string target =
+                    std::filesystem::read_symlink(entry.path(), gone).string();
+                if (target.find("socket:") != 0 && target.find("eventpoll") == std::string::npos &&
+                    target.find(mFolder.path()) != 0) {
+                    continue;
+                }
+                const int fd = std::stoi(entry.path().filename().string());
+                EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << target;
+            }
+            return AParcel_writeInt32(out, 0);
+        });
+    const std::string own = "lum.test.own";
+    ASSERT_EQ(AServiceManager_addService(object.get(), own.c_str()), EX_NONE);
+    ABinderProcess_startThreadPool();
     const PeerProcess peer(kName);
-    const ndk::SpAIBinder service = find(kName);
-    ASSERT_EQ(AServiceManager_addService(mObject.get(), "lum.test.own"), EX_NONE);
-    ASSERT_EQ(AIBinder_ping(service.get()), STATUS_OK);
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        const std::string target = std::filesystem::read_symlink(entry.path(), gone).string();
-        if (target.find("socket:") != 0 && target.find("eventpoll") == std::string::npos &&
-            target.find(mFolder.path()) != 0) {
-            continue;
-        }
-        const int fd = std::stoi(entry.path().filename().string());
-        EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << target;
-    }
+    int32_t steps = 0;
+    ASSERT_EQ(callPeer(
+                  find(kName), kRelay,
+                  [&](AParcel* in) {
+                      AParcel_writeString(in, own.c_str(), static_cast<int32_t>(own.size()));
+                  },
+                  readInt(&steps)),
+              STATUS_OK);
+    EXPECT_EQ(steps, 1);
 }
 
 TEST_F(RegistryTest, ThreadsThatLookUpAtOnceShareOneConnection) {
