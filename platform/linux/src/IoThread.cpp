@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 #include "platform/linux/src/Threads.h"
@@ -14,7 +15,7 @@
 
 namespace {
 
-constexpr int kPauseMs = 100;
+constexpr std::chrono::milliseconds kPause{100};
 
 NoDestroy<IoThread> gIoThread;
 
@@ -23,6 +24,13 @@ bool control(int epoll, int operation, int fd, uint32_t events, IoSource* source
     event.events = events;
     event.data.ptr = source;
     return epoll_ctl(epoll, operation, fd, &event) == 0;
+}
+
+// Returns 0 for a time that has passed.
+int millisecondsUntil(std::chrono::steady_clock::time_point time) {
+    const auto left = time - std::chrono::steady_clock::now();
+    const auto whole = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+    return static_cast<int>(std::max<decltype(whole)>(whole, 0));
 }
 
 }  // namespace
@@ -102,19 +110,26 @@ void IoThread::run() {
         const std::lock_guard<std::mutex> guard(mLock);
         epoll = mEpoll.get();
     }
+    using Clock = std::chrono::steady_clock;
     bool paused = false;
+    Clock::time_point resume;  // when `paused`
     for (;;) {
         std::array<epoll_event, 64> events;
         const int count = epoll_wait(epoll, events.data(), static_cast<int>(events.size()),
-                                     paused ? kPauseMs : -1);
+                                     paused ? millisecondsUntil(resume) : -1);
         for (int i = 0; i < count; ++i) {
             // One removed after the wait returned is not found; one made since in the same place is
             // found by mistake, and finds nothing to read.
             const std::shared_ptr<IoSource> source = find(events[static_cast<size_t>(i)].data.ptr);
             if (source != nullptr) source->onReady(events[static_cast<size_t>(i)].events);
         }
-        if (count == 0) resumePaused();
+        // However much others have to say meanwhile.
+        if (paused && Clock::now() >= resume) {
+            resumePaused();
+            paused = false;
+        }
         const std::lock_guard<std::mutex> guard(mLock);
+        if (!paused && !mPaused.empty()) resume = Clock::now() + kPause;
         paused = !mPaused.empty();
     }
 }
