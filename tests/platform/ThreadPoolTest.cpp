@@ -2,21 +2,27 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <iterator>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "platform/linux/src/IoThread.h"
 #include "platform/linux/src/ThreadPool.h"
+#include "platform/linux/src/UniqueFd.h"
 #include "tests/platform/Eventually.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/PeerProcess.h"
@@ -25,6 +31,7 @@
 namespace {
 
 std::atomic<int> gRefusedThreads{0};
+std::function<void()> gBeforeRefusal;  // set while no other thread makes threads
 
 }  // namespace
 
@@ -35,6 +42,7 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(
     static const auto real = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
     if (gRefusedThreads > 0) {
         --gRefusedThreads;
+        if (gBeforeRefusal != nullptr) gBeforeRefusal();
         return EAGAIN;
     }
     return real(thread, attributes, body, argument);
@@ -182,20 +190,77 @@ TEST_F(ThreadPoolTest, ThreadsBlockAllSignals) {
     EXPECT_EQ(sigismember(&own, SIGTERM), 0);
 }
 
+const LogLine kRefusedLine = logE(
+    "binder: no thread for incoming calls (Resource temporarily unavailable), tried again later");
+
 TEST_F(ThreadPoolTest, RefusedThreadIsSaidAndTriedAgainWithTheNextWork) {
     LogCapture log;
-    const LogLine line = logE(
-        "binder: no thread for incoming calls (Resource temporarily unavailable), tried again with the next work");
     Counter done;
-    gRefusedThreads = 2;
+    gRefusedThreads = 1;
     mPool.start();
-    EXPECT_EQ(log.count(line), 1U);
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{kRefusedLine}));
     post([&] { done.add(); });
-    EXPECT_EQ(log.count(line), 2U);
-    EXPECT_EQ(done.value(), 0);
+    EXPECT_TRUE(done.waitFor(1));
+    EXPECT_EQ(log.lines().size(), 1U);
+}
+
+TEST_F(ThreadPoolTest, RefusedThreadIsTriedAgainWithoutMoreWork) {
+    // Something else has made the thread for sockets already, as a connection would.
+    class Nothing final : public IoSource {
+        void onReady(uint32_t) override {}
+    };
+    const UniqueFd fd(eventfd(0, EFD_CLOEXEC));
+    const auto source = std::make_shared<Nothing>();
+    ASSERT_TRUE(IoThread::instance().add(fd.get(), source));
+    LogCapture log;
+    Counter done;
+    for (int i = 0; i < 3; ++i) post([&] { done.add(); });
+    gRefusedThreads = 4;
+    mPool.start();
+    EXPECT_TRUE(done.waitFor(3));
+    EXPECT_EQ(gRefusedThreads, 0);
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{kRefusedLine}));
+    IoThread::instance().remove(fd.get(), source.get());
+}
+
+TEST_F(ThreadPoolTest, RefusedThreadIsTriedAgainWhenThereWereNoSocketsYet) {
+    Counter done;
     post([&] { done.add(); });
-    EXPECT_TRUE(done.waitFor(2));
-    EXPECT_EQ(log.lines().size(), 2U);
+    gRefusedThreads = 1;
+    mPool.start();
+    EXPECT_TRUE(done.waitFor(1));
+}
+
+// Whether a thread of this process has ended, or waits for something.
+bool isAtRest(pid_t thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string number;
+    std::string name;
+    std::string state;
+    return !(file >> number >> name >> state) || state == "S";
+}
+
+TEST_F(ThreadPoolTest, ThreadStaysWhileTheOneToFollowItIsRefused) {
+    mPool.start();
+    std::atomic<pid_t> thread{0};
+    std::atomic<bool> followed{false};
+    Counter letGo;
+    post([&] {
+        thread = gettid();
+        letGo.waitFor(1);
+    });
+    ASSERT_TRUE(eventually([&] { return thread != 0; }));
+    // The only thread has done everything before it is known that there will be no other.
+    gBeforeRefusal = [&] {
+        letGo.add();
+        EXPECT_TRUE(eventually([&] { return followed && isAtRest(thread); }));
+    };
+    gRefusedThreads = 1000000;
+    post([&] { followed = true; });
+    Counter done;
+    post([&] { done.add(); });
+    EXPECT_TRUE(done.waitFor(1));
+    gRefusedThreads = 0;
 }
 
 TEST_F(ThreadPoolTest, LookupIsNullWhileThereIsNoThreadForSockets) {

@@ -2,17 +2,56 @@
 #include "platform/linux/src/ThreadPool.h"
 
 #include <pthread.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <utility>
 
+#include "platform/linux/src/CallOut.h"
+#include "platform/linux/src/IoThread.h"
 #include "platform/linux/src/Threads.h"
+#include "platform/linux/src/UniqueFd.h"
 #include "utils/Log.h"
 #include "utils/NoDestroy.h"
 
 namespace {
+
+constexpr long kRetryNs = 100'000'000;
+
 NoDestroy<ThreadPool> gPool;
+
+// Returns none if there is no descriptor for it.
+UniqueFd startTimer() {
+    UniqueFd timer(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+    itimerspec period{};
+    period.it_value.tv_nsec = kRetryNs;
+    period.it_interval.tv_nsec = kRetryNs;
+    if (timer.valid() && timerfd_settime(timer.get(), 0, &period, nullptr) == 0) return timer;
+    LUM_LOGE("binder: no timer to try for a thread again (%s)", strerror(errno));
+    return {};
 }
+
+}  // namespace
+
+// Ticks on the I/O thread while work waits for a thread that was refused.
+class ThreadPool::RetryTimer final : public IoSource {
+  public:
+    RetryTimer(ThreadPool& pool, UniqueFd timer) : mPool(pool), mTimer(std::move(timer)) {}
+
+    int fd() const { return mTimer.get(); }
+
+    void onReady(uint32_t) override {
+        uint64_t ticks = 0;
+        if (read(mTimer.get(), &ticks, sizeof ticks) != sizeof ticks) return;
+        if (mPool.retry()) IoThread::instance().remove(mTimer.get(), this);
+    }
+
+  private:
+    ThreadPool& mPool;
+    const UniqueFd mTimer;
+};
 
 ThreadPool& ThreadPool::instance() {
     return gPool.value;
@@ -23,7 +62,7 @@ void ThreadPool::post(std::unique_ptr<Work> work) {
     mQueue.push(std::move(work));
     ++mQueued;
     mPosted.notify_one();
-    if (mStarted && mQueued > mFree && mThreads < 1 + mMaxExtra) addThread(guard);
+    if (wantsThread()) addThread(guard);
 }
 
 void ThreadPool::start() {
@@ -52,28 +91,61 @@ void ThreadPool::join() {
     }
 }
 
+bool ThreadPool::wantsThread() const {
+    return mStarted && mQueued > mFree && mThreads < 1 + mMaxExtra;
+}
+
 void ThreadPool::addThread(std::unique_lock<std::mutex>& guard) {
     ++mThreads;
     ++mFree;
+    ++mStarting;
     guard.unlock();
     const int error = startDetachedThread(&threadMain, this);
+    guard.lock();
     if (error == 0) return;
 
-    LUM_LOGE("binder: no thread for incoming calls (%s), tried again with the next work",
-             strerror(error));
-    guard.lock();
     --mThreads;
     --mFree;
+    --mStarting;
+    // Said and arranged once, not at each tick.
+    if (mRetrying) return;
+    LUM_LOGE("binder: no thread for incoming calls (%s), tried again later", strerror(error));
+    if (wantsThread()) retryLater(guard);
+}
+
+void ThreadPool::retryLater(std::unique_lock<std::mutex>& guard) {
+    mRetrying = true;
+    guard.unlock();
+    const bool waiting = withoutThrowing(
+        [this] {
+            UniqueFd fd = startTimer();
+            if (!fd.valid()) return false;
+            const auto timer = std::make_shared<RetryTimer>(*this, std::move(fd));
+            return IoThread::instance().add(timer->fd(), timer);
+        },
+        false);
+    guard.lock();
+    // The next work tries again then.
+    if (!waiting) mRetrying = false;
+}
+
+bool ThreadPool::retry() {
+    std::unique_lock<std::mutex> guard(mLock);
+    if (wantsThread()) addThread(guard);
+    mRetrying = wantsThread();
+    return !mRetrying;
 }
 
 void* ThreadPool::threadMain(void* pool) {
     pthread_setname_np(pthread_self(), "binder");  // for whoever looks at the process's threads
     auto& self = *static_cast<ThreadPool*>(pool);
     std::unique_lock<std::mutex> guard(self.mLock);
+    --self.mStarting;
     for (;;) {
         self.serveOne(guard);
-        // A process at rest keeps one thread, however many a burst has needed.
-        if (self.mQueue.empty() && self.mFree > 0) break;
+        // A process at rest keeps one thread, however many a burst has needed. One that is only
+        // about to start does not count: it may be refused.
+        if (self.mQueue.empty() && self.mFree > self.mStarting) break;
         ++self.mFree;
     }
     --self.mThreads;

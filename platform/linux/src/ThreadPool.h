@@ -28,12 +28,20 @@ class ThreadPool {
     [[noreturn]] void join();
 
   private:
+    class RetryTimer;
+
     static void* threadMain(void* pool);
     // Waits for work and carries it out, as one of the free threads; not one of them afterwards.
     // Called with mLock held by `guard`, which is let go meanwhile.
     void serveOne(std::unique_lock<std::mutex>& guard);
-    // Makes one more thread. Called with mLock held by `guard`, which is let go meanwhile.
+    // With mLock held: whether work waits for a thread, and one more is allowed.
+    bool wantsThread() const;
+    // These are called with mLock held by `guard`, which is let go meanwhile.
+    // Makes one more thread. One that is refused is tried again later if it is still wanted.
     void addThread(std::unique_lock<std::mutex>& guard);
+    void retryLater(std::unique_lock<std::mutex>& guard);
+    // Tries again. Returns whether no thread is wanted any more.
+    bool retry();
 
     mutable std::mutex mLock;
     std::condition_variable mPosted;
@@ -42,7 +50,9 @@ class ThreadPool {
     // Threads without work, among them those about to start: a burst of work must not make more
     // threads than it needs.
     uint32_t mFree = 0;
-    uint32_t mThreads = 0;  // made here, not joined
+    uint32_t mStarting = 0;  // about to start; whether they will is not known yet
+    uint32_t mThreads = 0;   // made here, not joined
     uint32_t mMaxExtra = 15;
     bool mStarted = false;
+    bool mRetrying = false;  // a thread was refused, and a timer runs to try again
 };
