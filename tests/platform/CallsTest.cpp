@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -467,11 +469,36 @@ TEST_F(CallsTest, PeerKilledDuringCallsEndsThem) {
     EXPECT_TRUE(holding(4));
     mPeer.kill();
     for (std::thread& thread : threads) thread.join();
-    // A write to a connection without reader raises no signal, which would end this process.
+    // Known to be dead, it is not even written to.
     EXPECT_EQ(callPeer(mService, kHold), STATUS_DEAD_OBJECT);
     EXPECT_EQ(callPeer(mService, kNote, writeInt(0), nullptr, FLAG_ONEWAY), STATUS_DEAD_OBJECT);
     EXPECT_FALSE(AIBinder_isAlive(mService.get()));
     EXPECT_EQ(AIBinder_ping(mService.get()), STATUS_DEAD_OBJECT);
+}
+
+// The signal that a write to a connection without reader raises would end this process. It is only
+// raised by a write between the death and the moment that the death is noticed: hence so many.
+TEST_F(CallsTest, WritingToAPeerThatIsKilledRaisesNoSignal) {
+    ASSERT_NE(signal(SIGPIPE, SIG_DFL), SIG_ERR);
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    ASSERT_EQ(pthread_sigmask(SIG_UNBLOCK, &pipe, nullptr), 0);
+    for (int i = 0; i < 40; ++i) {
+        const std::string name = "lum.test.peer" + std::to_string(i);
+        PeerProcess peer(name);
+        const ndk::SpAIBinder service(AServiceManager_checkService(name.c_str()));
+        ASSERT_EQ(AIBinder_ping(service.get()), STATUS_OK);
+        Counter calls;
+        std::thread killer([&] {
+            EXPECT_TRUE(calls.waitFor(10));
+            peer.kill();
+        });
+        while (callPeer(service, kNote, writeInt(0), nullptr, FLAG_ONEWAY) != STATUS_DEAD_OBJECT) {
+            calls.add();
+        }
+        killer.join();
+    }
 }
 
 TEST_F(CallsTest, PeerThatExitsWithCallsUnderWayDoesNotCrash) {
