@@ -69,29 +69,6 @@ bool takeFirstLink(RemoteBinder& binder, DeathLink* link) {
     return true;
 }
 
-class Obituary final : public Work {
-  public:
-    explicit Obituary(BinderRef proxy) : mProxy(std::move(proxy)) {}
-
-    // One link at a time, so that a recipient can still take back those that have not been called.
-    void run() override {
-        DeathLink link;
-        while (takeFirstLink(*mProxy->asRemote(), &link)) {
-            callOut(
-                "onBinderDied",
-                [&] {
-                    link.onDied(link.cookie);
-                    return true;
-                },
-                false);
-            tellUnlinked(link);
-        }
-    }
-
-  private:
-    const BinderRef mProxy;
-};
-
 // Takes back one link of a recipient; false when there is none left.
 bool takeLinkOf(AIBinder_DeathRecipient& recipient, DeathLink* link) {
     const std::lock_guard<std::mutex> guard(gDeathLock.value);
@@ -127,8 +104,19 @@ void tellUnlinked(const DeathLink& link) noexcept {
         false);
 }
 
-std::unique_ptr<Work> makeObituary(BinderRef proxy) {
-    return std::make_unique<Obituary>(std::move(proxy));
+// One link at a time, so that a recipient can still take back those that have not been called.
+void Obituary::run() {
+    DeathLink link;
+    while (takeFirstLink(*mProxy->asRemote(), &link)) {
+        callOut(
+            "onBinderDied",
+            [&] {
+                link.onDied(link.cookie);
+                return true;
+            },
+            false);
+        tellUnlinked(link);
+    }
 }
 
 AIBinder_DeathRecipient* AIBinder_DeathRecipient_new(

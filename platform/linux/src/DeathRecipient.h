@@ -3,7 +3,7 @@
 
 #include <android/binder_ibinder.h>
 
-#include <memory>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/src/Binder.h"
@@ -32,6 +32,15 @@ struct DeathLink {
 std::vector<DeathLink> takeDeathLinks(RemoteBinder& binder) noexcept;
 void tellUnlinked(const DeathLink& link) noexcept;
 
-// Returns the work that calls the recipients of a dead proxy, each once, and takes their links
-// back. May throw std::bad_alloc.
-std::unique_ptr<Work> makeObituary(BinderRef proxy);
+// The work that calls the recipients of a dead proxy, each once, and takes their links back. Made
+// while the proxy lives, so that its death needs no memory.
+class Obituary final : public Work {
+  public:
+    // To be called once, before it runs.
+    void setProxy(BinderRef proxy) noexcept { mProxy = std::move(proxy); }
+
+    void run() override;
+
+  private:
+    BinderRef mProxy;
+};

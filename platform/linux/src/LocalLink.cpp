@@ -217,7 +217,7 @@ bool LocalLink::peerHungUp() const {
 binder_status_t LocalLink::watchDeath(RemoteBinder& proxy) {
     const std::lock_guard<std::mutex> guard(mLock);
     if (mBroken || peerHungUp()) return STATUS_DEAD_OBJECT;
-    mWatched.insert(&proxy);
+    if (mWatched.count(&proxy) == 0) mWatched.emplace(&proxy, std::make_unique<Obituary>());
     return STATUS_OK;
 }
 
@@ -622,26 +622,30 @@ void LocalLink::end() noexcept {
         exports.swap(mExports);
     }
     PendingCalls::instance().failAll(this, STATUS_DEAD_OBJECT);
+    announceDeath();
+    if (exports.empty()) return;
     withoutThrowing(
         [&] {
-            announceDeath();
             discard(std::move(exports));
             return true;
         },
         false);
 }
 
-void LocalLink::announceDeath() {
+void LocalLink::announceDeath() noexcept {
     for (;;) {
-        BinderRef proxy;
+        std::unique_ptr<Obituary> obituary;
         {
             const std::lock_guard<std::mutex> guard(mLock);
             if (mWatched.empty()) return;
-            RemoteBinder* const watched = *mWatched.begin();
-            mWatched.erase(mWatched.begin());
+            const auto first = mWatched.begin();
             // One without references has no use for the news.
-            if (watched->attemptIncStrong()) proxy.reset(watched);
+            if (first->first->attemptIncStrong()) {
+                obituary = std::move(first->second);
+                obituary->setProxy(BinderRef(first->first));
+            }
+            mWatched.erase(first);
         }
-        if (proxy != nullptr) ThreadPool::instance().post(makeObituary(std::move(proxy)));
+        if (obituary != nullptr) ThreadPool::instance().post(std::move(obituary));
     }
 }

@@ -9,9 +9,9 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
+#include "platform/linux/src/DeathRecipient.h"
 #include "platform/linux/src/Frame.h"
 #include "platform/linux/src/IoThread.h"
 #include "platform/linux/src/Link.h"
@@ -75,7 +75,7 @@ class LocalLink final : public Link,
     void readPeer();
     bool receive();
     void end() noexcept;
-    void announceDeath();
+    void announceDeath() noexcept;
 
     // With mLock held.
     bool peerHungUp() const;
@@ -123,7 +123,7 @@ class LocalLink final : public Link,
     uint32_t mNextExport = 1;
     // Those of the peer's objects in use here. A proxy takes itself out before its memory goes.
     std::unordered_map<uint32_t, RemoteBinder*> mProxies;
-    std::unordered_set<RemoteBinder*> mWatched;
+    std::unordered_map<RemoteBinder*, std::unique_ptr<Obituary>> mWatched;
 
     // Used by the I/O thread alone.
     std::vector<uint8_t> mIn;

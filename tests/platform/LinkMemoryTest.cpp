@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// A connection that ends while there is no memory.
+#include <android/binder_auto_utils.h>
+#include <android/binder_process.h>
+#include <gtest/gtest.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <memory>
+
+#include "platform/linux/src/LocalLink.h"
+#include "tests/platform/Eventually.h"
+#include "tests/utils/SystemCalls.h"
+
+namespace {
+
+TEST(NoMemory, DeathIsToldAllTheSame) {
+    ABinderProcess_startThreadPool();
+    std::array<int, 2> ends{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()), 0);
+    UniqueFd peer(ends[1]);
+    // Not served by the I/O thread: this one plays its part.
+    const auto link = std::make_shared<LocalLink>(UniqueFd(ends[0]), nullptr);
+    const BinderRef root = link->root();
+    Counter died;
+    const ndk::ScopedAIBinder_DeathRecipient recipient(
+        AIBinder_DeathRecipient_new([](void* cookie) { static_cast<Counter*>(cookie)->add(); }));
+    ASSERT_EQ(AIBinder_linkToDeath(root.get(), recipient.get(), &died), STATUS_OK);
+    peer.reset();
+    {
+        const AllocationLimit none(0);
+        link->onReady(EPOLLIN);
+    }
+    EXPECT_TRUE(died.waitFor(1));
+    EXPECT_FALSE(AIBinder_isAlive(root.get()));
+}
+
+}  // namespace
