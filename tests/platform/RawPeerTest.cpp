@@ -10,6 +10,7 @@
 #include <cstring>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/linux/src/Frame.h"
@@ -376,5 +377,78 @@ INSTANTIATE_TEST_SUITE_P(
         Nonsense{"ReplyToNothing", true, reply(77), "a reply to no call"},
         Nonsense{"DoneWithNothing", true, done(1), "an acknowledgement of calls never made"}),
     [](const testing::TestParamInfo<Nonsense>& test) { return test.param.name; });
+
+// A service that is a bare socket: answers the first call with whatever a test says.
+class RawServiceTest : public RawPeerTest {
+  protected:
+    // Pings the service, which answers with `answer` and, if `leaves`, closes the connection.
+    static void expectDead(const SocketFolder& folder, const Bytes& answer, bool leaves) {
+        const UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const std::string path = folder.path() + "/lum.test.liar.socket";
+        memcpy(address.sun_path, path.c_str(), path.size());
+        ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        ASSERT_EQ(listen(listener.get(), 1), 0);
+        std::thread service([&] {
+            UniqueFd client(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            const size_t said = hello().size() + call(0, kPingCode).size();
+            EXPECT_EQ(receive(client, said).size(), said);
+            EXPECT_TRUE(sendAll(client, answer));
+            if (leaves) {
+                client.reset();
+            } else {
+                EXPECT_TRUE(closedByOther(client));
+            }
+        });
+        const PeerProcess other("lum.test.peer");
+        const ndk::SpAIBinder liar(AServiceManager_checkService("lum.test.liar"));
+        EXPECT_EQ(AIBinder_ping(liar.get()), STATUS_DEAD_OBJECT);
+        EXPECT_FALSE(AIBinder_isAlive(liar.get()));
+        service.join();
+        const ndk::SpAIBinder honest(AServiceManager_checkService("lum.test.peer"));
+        EXPECT_EQ(AIBinder_ping(honest.get()), STATUS_OK);
+    }
+
+    static Bytes reply(uint64_t id) {
+        Bytes frame;
+        appendReply(&frame, id, STATUS_OK, payloadOf({}, {}, {}));
+        return frame;
+    }
+};
+
+TEST_F(RawServiceTest, AnswerWithoutGreetingEndsTheCall) {
+    LogCapture log;
+    expectDead(mFolder, reply(1), false);
+    EXPECT_TRUE(log.has(logE(
+        format("binder: process %d sent nonsense (no greeting), connection ended", getpid()))));
+}
+
+TEST_F(RawServiceTest, GarbageEndsTheCall) {
+    LogCapture log;
+    expectDead(mFolder, Bytes(64, 0xff), false);
+    EXPECT_TRUE(log.has(logE(format(
+        "binder: process %d sent nonsense (a frame too long), connection ended", getpid()))));
+}
+
+TEST_F(RawServiceTest, ReplyToAnotherCallEndsTheCall) {
+    LogCapture log;
+    expectDead(mFolder, joined(hello(), reply(0x7777777777777777)), false);
+    EXPECT_TRUE(log.has(logE(format(
+        "binder: process %d sent nonsense (a reply to no call), connection ended", getpid()))));
+}
+
+TEST_F(RawServiceTest, HalfAReplyEndsTheCall) {
+    LogCapture log;
+    Bytes half = reply(1);
+    half.resize(half.size() / 2);
+    expectDead(mFolder, joined(hello(), half), true);
+    EXPECT_TRUE(
+        log.has(logE(format("binder: process %d left in the middle of a frame", getpid()))));
+}
+
+TEST_F(RawServiceTest, SilenceAndThenTheEndEndsTheCall) {
+    expectDead(mFolder, {}, true);
+}
 
 }  // namespace
