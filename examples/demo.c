@@ -29,7 +29,7 @@
 
 enum {
     kLimitSeconds = 30,    // after this time something counts as not happening
-    kAskAgainSeconds = 2,  // after this time without the service, ask for it again
+    kAskAgainSeconds = 5,  // after this time without the service, ask for it again
     kMaxEvents = 64,
 };
 
@@ -162,11 +162,20 @@ static void step(const char* what) {
     printf("\n%d. %s\n", ++number, what);
 }
 
+static pthread_mutex_t gEnding = PTHREAD_MUTEX_INITIALIZER;
+
+// Ends the demo. Two threads must not call exit() at once: the one that comes second waits here
+// until the other has ended the process.
+static _Noreturn void endDemo(int status) {
+    pthread_mutex_lock(&gEnding);
+    exit(status);
+}
+
 // Ends the demo unless it happened.
 static void require(bool happened, const char* what) {
     if (happened) return;
     fprintf(stderr, "\nThe demo failed. This did not happen: %s.\n", what);
-    exit(1);
+    endDemo(1);
 }
 
 // Shows a call, given in the way of printf, with what it returned, and returns that.
@@ -259,7 +268,7 @@ static void cleanUp(void) {
 static void* waitForSignal(void* signals) {
     int number = 0;
     sigwait(signals, &number);
-    exit(128 + number);
+    endDemo(128 + number);
 }
 
 static void prepare(void) {
@@ -357,5 +366,5 @@ int main(int argc, char** argv) {
     require(told(destroySdfClient(), "destroySdfClient()") == 0, "destroySdfClient() returns 0");
 
     printf("\nThe demo is done: everything happened as it should.\n");
-    return 0;
+    endDemo(0);
 }
