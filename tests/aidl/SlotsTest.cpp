@@ -6,22 +6,13 @@
 #include <aidl/vendor/orn/data/lumservice/BnLumServiceCallback.h>
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <cstring>
+#include <cstddef>
+
+#include "tests/support/VirtualSlot.h"
 
 using namespace aidl::vendor::orn::data::lumservice;
 
 namespace {
-
-// A pointer to a virtual function begins with its place in the table in bytes (on some processors
-// plus one).
-template <typename Pointer>
-size_t slot(Pointer pointer) {
-    uintptr_t first = 0;
-    static_assert(sizeof pointer == 2 * sizeof first);
-    std::memcpy(&first, &pointer, sizeof first);
-    return (first & ~uintptr_t{1}) / sizeof(void*);
-}
 
 // createBinder is protected.
 template <typename Stub>
