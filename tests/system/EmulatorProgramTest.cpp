@@ -2,6 +2,7 @@
 // The emulator as a program: its command line, what it prints and records, its signals and status.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -168,6 +169,21 @@ void talk() {
     EXPECT_FALSE(client.send("FF 0A").isOk());
     ASSERT_TRUE(client.send("08 63").isOk());
     ASSERT_TRUE(client.send(kDisable).isOk());
+}
+
+TEST_F(EmulatorProgramTest, StatsThatCannotBeCountedAreReportedAndItServesOn) {
+    EmulatorProcess emulator;
+    rlimit before{};
+    ASSERT_EQ(prlimit(emulator.pid(), RLIMIT_NOFILE, nullptr, &before), 0);
+    // Below its own descriptors; poll() wants the limit to be at least what it is given.
+    const rlimit none{3, before.rlim_max};
+    ASSERT_EQ(prlimit(emulator.pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+    emulator.process().signal(SIGUSR1);
+    EXPECT_TRUE(
+        emulator.process().waitForLine("notice: no stats: /proc/self/fd: Too many open files"));
+    ASSERT_EQ(prlimit(emulator.pid(), RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_EQ(emulator.stats().clients, 0U);
+    EXPECT_EQ(emulator.terminate(), 0);
 }
 
 TEST_F(EmulatorProgramTest, PrintsEachMessageAndClient) {

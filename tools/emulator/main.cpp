@@ -16,6 +16,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <system_error>
 
 #include "tools/emulator/ClientTable.h"
 #include "tools/emulator/HeapCount.h"
@@ -118,11 +119,15 @@ void tellReady(MessageLog& log, int readyFd) {
     if (readyFd >= 0) (void)LineWriter(readyFd, true).write(line);
 }
 
-void tellStats(MessageLog& log, const ClientTable& clients) {
+// Counting takes a descriptor; when none is left, that is told instead, and the service goes on.
+void tellStats(MessageLog& log, const ClientTable& clients) try {
     const int64_t blocks = heapBlocks();  // before the line makes more
+    const size_t descriptors = openDescriptors();
     log.say("stats: clients=" + std::to_string(clients.size()) + " descriptors=" +
-            std::to_string(openDescriptors()) + " threads=" + std::to_string(runningThreads()) +
+            std::to_string(descriptors) + " threads=" + std::to_string(runningThreads()) +
             " heap_blocks=" + std::to_string(blocks));
+} catch (const std::system_error& error) {
+    log.notice(std::string("no stats: ") + error.what());
 }
 
 // Reads on until there is nothing more to come. Returns false when the input has ended.
