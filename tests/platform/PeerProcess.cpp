@@ -9,7 +9,6 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
 
 PeerProcess::PeerProcess(const std::string& name, const std::string& option) {
@@ -60,16 +59,4 @@ int PeerProcess::reap() {
     if (mPid > 0) waitpid(mPid, &mStatus, 0);
     mPid = -1;
     return mStatus;
-}
-
-SocketFolder::SocketFolder() {
-    std::string pattern = "/tmp/lum-binder-test-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no folder");
-    mPath = pattern;
-    setenv("LUM_BINDER_DIR", mPath.c_str(), 1);
-}
-
-SocketFolder::~SocketFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(mPath, ignored);
 }

@@ -32,17 +32,3 @@ class PeerProcess {
     int mStatus = 0;
     std::string mSaid;
 };
-
-// Points this process and its children at an empty socket folder of their own, removed at the end.
-class SocketFolder {
-  public:
-    SocketFolder();
-    ~SocketFolder();
-    SocketFolder(const SocketFolder&) = delete;
-    SocketFolder& operator=(const SocketFolder&) = delete;
-
-    const std::string& path() const { return mPath; }
-
-  private:
-    std::string mPath;
-};

@@ -16,6 +16,7 @@
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/PeerProcess.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/SocketFolder.h"
 
 namespace {
 
