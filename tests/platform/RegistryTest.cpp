@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,8 +14,10 @@
 #include "tests/platform/Eventually.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/PeerProcess.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SocketFolder.h"
+#include "tools/emulator/ProcessStats.h"
 
 namespace {
 
@@ -25,43 +26,6 @@ constexpr char kName[] = "lum.test.peer";
 ndk::SpAIBinder find(const std::string& name) {
     return ndk::SpAIBinder(AServiceManager_waitForService(name.c_str()));
 }
-
-size_t openDescriptors() {
-    const std::filesystem::directory_iterator entries("/proc/self/fd");
-    // One of them is the one it is read through.
-    return static_cast<size_t>(std::distance(begin(entries), end(entries))) - 1;
-}
-
-// Lets this process have no more descriptors than `number` beyond those it has, while it lives.
-class FewDescriptors {
-  public:
-    explicit FewDescriptors(size_t number) {
-        getrlimit(RLIMIT_NOFILE, &mBefore);
-        // What is free below the highest one in use would still be given out.
-        int fd = -1;
-        while ((fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0 && fd < kTop)
-            mFill.push_back(fd);
-        if (fd >= 0) close(fd);
-        rlimit few = mBefore;
-        few.rlim_cur = static_cast<rlim_t>(kTop);
-        setrlimit(RLIMIT_NOFILE, &few);
-        for (size_t i = 0; i < number; ++i) {
-            close(mFill.back());
-            mFill.pop_back();
-        }
-    }
-    ~FewDescriptors() {
-        setrlimit(RLIMIT_NOFILE, &mBefore);
-        for (const int fd : mFill) close(fd);
-    }
-    FewDescriptors(const FewDescriptors&) = delete;
-    FewDescriptors& operator=(const FewDescriptors&) = delete;
-
-  private:
-    static constexpr int kTop = 60;
-    rlimit mBefore{};
-    std::vector<int> mFill;
-};
 
 class RegistryTest : public testing::Test {
   protected:
@@ -292,7 +256,7 @@ TEST_F(RegistryTest, LookupWithoutDescriptorsIsNullAndLeaksNothing) {
     bool found = false;
     for (size_t free = 0; free < 5 && !found; ++free) {
         LogCapture log;
-        const FewDescriptors few(free);
+        const DescriptorLimit few(static_cast<int>(free));
         const ndk::SpAIBinder service = find(kName);
         found = service.get() != nullptr;
         EXPECT_EQ(log.lines().empty(), found) << free;
@@ -313,7 +277,7 @@ TEST_F(RegistryTest, ServiceAddedWithoutDescriptorsIsRefusedAndLeaksNothing) {
         "binder: cannot wait for sockets (Too many open files)",
     };
     for (size_t free = 0; free < said.size(); ++free) {
-        const FewDescriptors few(free);
+        const DescriptorLimit few(static_cast<int>(free));
         {
             LogCapture log;
             EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_ILLEGAL_STATE);
@@ -323,7 +287,7 @@ TEST_F(RegistryTest, ServiceAddedWithoutDescriptorsIsRefusedAndLeaksNothing) {
     }
     {
         LogCapture log;
-        const FewDescriptors few(said.size());
+        const DescriptorLimit few(static_cast<int>(said.size()));
         EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
         EXPECT_EQ(find(kName), mObject);
         EXPECT_TRUE(log.lines().empty());
@@ -348,7 +312,7 @@ TEST_F(RegistryTest, ClientIsTurnedAwayWhileTheServiceHasNoDescriptors) {
     int32_t steps = 0;
     LogCapture log;
     for (int round = 0; round < 3; ++round) {
-        const FewDescriptors few(0);
+        const DescriptorLimit few(0);
         EXPECT_EQ(callPeer(service, kRelay, fill), STATUS_DEAD_OBJECT);
     }
     EXPECT_TRUE(

@@ -9,10 +9,8 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -28,6 +26,7 @@
 #include "tests/platform/PeerProcess.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SocketFolder.h"
+#include "tools/emulator/ProcessStats.h"
 
 namespace {
 
@@ -86,14 +85,9 @@ TEST_F(ThreadPoolTest, NothingRunsBeforeTheStart) {
     EXPECT_TRUE(done.waitFor(3));
 }
 
-size_t threadsOfThisProcess() {
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
-}
-
 TEST_F(ThreadPoolTest, KeepsOneThreadWhenTheWorkIsDone) {
     mPool.start();
-    const size_t atRest = threadsOfThisProcess();
+    const size_t atRest = runningThreads();
     Counter running;
     Counter letGo;
     for (int i = 0; i < 5; ++i) {
@@ -103,9 +97,9 @@ TEST_F(ThreadPoolTest, KeepsOneThreadWhenTheWorkIsDone) {
         });
     }
     ASSERT_TRUE(running.waitFor(5));
-    EXPECT_EQ(threadsOfThisProcess(), atRest + 4);
+    EXPECT_EQ(runningThreads(), atRest + 4);
     letGo.add();
-    EXPECT_TRUE(eventually([&] { return threadsOfThisProcess() == atRest; }));
+    EXPECT_TRUE(eventually([&] { return runningThreads() == atRest; }));
     Counter done;
     post([&] { done.add(); });
     EXPECT_TRUE(done.waitFor(1));
