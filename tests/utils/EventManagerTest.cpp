@@ -22,6 +22,7 @@
 #include "tests/support/LogCapture.h"
 #include "tests/utils/EventLoopFixture.h"
 #include "tests/utils/SystemCalls.h"
+#include "tools/emulator/ProcessStats.h"
 #include "utils/EventManager.h"
 #include "utils/LumTimer.h"
 

@@ -19,6 +19,7 @@
 #include "tests/support/LogCapture.h"
 #include "tests/utils/EventLoopFixture.h"
 #include "tests/utils/SystemCalls.h"
+#include "tools/emulator/ProcessStats.h"
 #include "utils/LumEventBase.h"
 #include "utils/LumEventHandler.h"
 

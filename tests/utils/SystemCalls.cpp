@@ -6,9 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <future>
-#include <iterator>
 #include <new>
 #include <thread>
 #include <utility>
@@ -178,12 +176,6 @@ void operator delete(void* memory) noexcept {
 }
 void operator delete(void* memory, size_t /*size*/) noexcept {
     free(memory);
-}
-
-size_t openDescriptors() {
-    const std::filesystem::directory_iterator open("/proc/self/fd");
-    // The iterator has one of its own.
-    return static_cast<size_t>(std::distance(begin(open), end(open))) - 1;
 }
 
 bool isOpen(int fd) {

@@ -81,7 +81,5 @@ class AllocationLimit {
     AllocationLimit& operator=(const AllocationLimit&) = delete;
 };
 
-// How many descriptors the process has open.
-size_t openDescriptors();
 // Whether fd is open.
 bool isOpen(int fd);

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "tests/utils/SystemCalls.h"
+#include "tools/emulator/ProcessStats.h"
 #include "utils/EventManager.h"
 #include "utils/LumEventHandler.h"
 #include "utils/LumTimer.h"
