@@ -14,6 +14,7 @@
 #include "tests/transport/FakeBinder.h"
 #include "tests/transport/ListenerRecord.h"
 #include "tests/utils/SystemCalls.h"
+#include "tools/emulator/ProcessStats.h"
 #include "transport/SdkClient.h"
 
 using aidl::vendor::orn::data::lumservice::BnLumServiceCallback;

@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 
+#include <cerrno>
 #include <memory>
 #include <system_error>
 

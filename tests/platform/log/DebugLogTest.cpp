@@ -19,10 +19,11 @@ constexpr char kNoOrderCheck[] = "ASAN_OPTIONS=verify_asan_link_order=0";
 // by O; a line that does not have the form is kept as it is.
 Lines normalised(const ChildProcess& child) {
     const std::string pid = std::to_string(child.pid()) + " ";
+    const std::string pidTwice = pid + " *" + pid;
     const std::string time = "^[0-9]{4}(-[0-9]{2}){2} [0-9]{2}(:[0-9]{2}){2}\\.[0-9]{6} +";
     Lines lines;
     for (const std::string& line : child.errorLines()) {
-        const std::string mainThread = replaceAll(line, time + pid + " *" + pid, "T P P ");
+        const std::string mainThread = replaceAll(line, time + pidTwice, "T P P ");
         lines.push_back(replaceAll(mainThread, time + pid + " *[0-9]+ ", "T P O "));
     }
     return lines;
