@@ -11,6 +11,7 @@
 
 #include "platform/linux/src/LocalLink.h"
 #include "tests/platform/Eventually.h"
+#include "tests/support/AllocationLimit.h"
 #include "tests/utils/SystemCalls.h"
 
 namespace {

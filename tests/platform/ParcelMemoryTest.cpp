@@ -11,6 +11,7 @@
 
 #include "platform/linux/src/Parcel.h"
 #include "tests/platform/CountedObject.h"
+#include "tests/support/AllocationLimit.h"
 #include "tests/support/Hex.h"
 #include "tests/utils/SystemCalls.h"
 

@@ -8,12 +8,12 @@
 #include <new>
 #include <stdexcept>
 
+#include "tests/support/AllocationLimit.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ThreadRefusal.h"
 #include "tests/transport/FakeBinder.h"
 #include "tests/transport/ListenerRecord.h"
-#include "tests/utils/SystemCalls.h"
 #include "tools/emulator/ProcessStats.h"
 #include "transport/SdkClient.h"
 

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/AllocationLimit.h"
 #include "tests/support/LogCapture.h"
 #include "tests/utils/EventLoopFixture.h"
 #include "tests/utils/SystemCalls.h"

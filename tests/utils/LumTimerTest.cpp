@@ -11,6 +11,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "tests/support/AllocationLimit.h"
 #include "tests/support/LogCapture.h"
 #include "tests/utils/SystemCalls.h"
 #include "utils/LumTimer.h"

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <future>
-#include <new>
 #include <thread>
 #include <utility>
 
@@ -17,7 +16,6 @@ namespace {
 
 thread_local std::function<void()>* tBeforeLock = nullptr;
 thread_local std::function<void()>* tBlocked = nullptr;
-thread_local long tAllocationsLeft = -1;
 
 }  // namespace
 
@@ -148,34 +146,6 @@ BeforeEachLock::BeforeEachLock(std::function<void()> action) : mAction(std::move
 
 BeforeEachLock::~BeforeEachLock() {
     tBeforeLock = nullptr;
-}
-
-AllocationLimit::AllocationLimit(long count) {
-    tAllocationsLeft = count;
-}
-AllocationLimit::~AllocationLimit() {
-    tAllocationsLeft = -1;
-}
-
-void* operator new(size_t size) {
-    if (tAllocationsLeft == 0) throw std::bad_alloc();
-    if (tAllocationsLeft > 0) --tAllocationsLeft;
-    void* const memory = malloc(size == 0 ? 1 : size);
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
-}
-void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    try {
-        return operator new(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-void operator delete(void* memory) noexcept {
-    free(memory);
-}
-void operator delete(void* memory, size_t /*size*/) noexcept {
-    free(memory);
 }
 
 bool isOpen(int fd) {

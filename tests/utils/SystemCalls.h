@@ -71,15 +71,5 @@ class BeforeEachLock {
     std::function<void()> mAction;
 };
 
-// While it lives, the calling thread gets `count` allocations from operator new; the next ones
-// throw std::bad_alloc.
-class AllocationLimit {
-  public:
-    explicit AllocationLimit(long count);
-    ~AllocationLimit();
-    AllocationLimit(const AllocationLimit&) = delete;
-    AllocationLimit& operator=(const AllocationLimit&) = delete;
-};
-
 // Whether fd is open.
 bool isOpen(int fd);
