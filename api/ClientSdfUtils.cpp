@@ -118,24 +118,15 @@ SdfFilterAppType ClientSdfUtils::protoAppTypeToClient(SdfProto::AppType type) {
 
 SdfFilterStatus ClientSdfUtils::protoStatusToClient(SdfProto::FilterStatus status) {
     switch (status) {
-        case SdfProto::FILTER_ACTIVE:
-            return SDF_FILTER_ACTIVE;
-        case SdfProto::FILTER_INACTIVITY_TIMEOUT:
-            return SDF_FILTER_INACTIVITY_TIMEOUT;
-        case SdfProto::FILTER_DELETED:
-            return SDF_FILTER_DELETED;
-        case SdfProto::ERROR_DUPLICATE_FILTER:
-            return SDF_FILTER_ERROR_DUPLICATE;
-        case SdfProto::ERROR_FILTER_LIMIT_REACHED:
-            return SDF_FILTER_ERROR_LIMIT_REACHED;
-        case SdfProto::ERROR_INVALID_ARGS:
-            return SDF_FILTER_ERROR_INVALID_ARGS;
-        case SdfProto::ERROR_INTERNAL:
-            return SDF_FILTER_ERROR_INTERNAL;
-        case SdfProto::ERROR_NO_PERMISSION:
-            return SDF_FILTER_ERROR_NO_PERMISSION;
-        default:
-            return SDF_FILTER_PENDING;
+        case SdfProto::FILTER_ACTIVE: return SDF_FILTER_ACTIVE;
+        case SdfProto::FILTER_INACTIVITY_TIMEOUT: return SDF_FILTER_INACTIVITY_TIMEOUT;
+        case SdfProto::FILTER_DELETED: return SDF_FILTER_DELETED;
+        case SdfProto::ERROR_DUPLICATE_FILTER: return SDF_FILTER_ERROR_DUPLICATE;
+        case SdfProto::ERROR_FILTER_LIMIT_REACHED: return SDF_FILTER_ERROR_LIMIT_REACHED;
+        case SdfProto::ERROR_INVALID_ARGS: return SDF_FILTER_ERROR_INVALID_ARGS;
+        case SdfProto::ERROR_INTERNAL: return SDF_FILTER_ERROR_INTERNAL;
+        case SdfProto::ERROR_NO_PERMISSION: return SDF_FILTER_ERROR_NO_PERMISSION;
+        default: return SDF_FILTER_PENDING;
     }
 }
 
@@ -149,25 +140,15 @@ status_e ClientSdfUtils::protoStatusToClient(SdfProto::Status status) {
 
 int ClientSdfUtils::statusToStatusV2(status_e status) {
     switch (status) {
-        case SDF_STATUS_INVALID:
-            return SDF_V2_INVALID;
-        case SDF_STATUS_SUCCESS:
-            return SDF_V2_SUCCESS;
-        case SDF_STATUS_INVALID_ARG:
-            return SDF_V2_INVALID_ARG;
-        case SDF_STATUS_INTERNAL_ERROR:
-            return SDF_V2_INTERNAL_ERROR;
-        case SDF_STATUS_NOT_SUPPORTED:
-            return SDF_V2_NOT_SUPPORTED;
-        case SDF_STATUS_INVALID_OPERATION:
-            return SDF_V2_INVALID_OPERATION;
-        case SDF_STATUS_SERVICE_UP:
-            return SDF_V2_SERVICE_UP;
-        case SDF_STATUS_SERVICE_DOWN:
-            return SDF_V2_SERVICE_DOWN;
-        default:
-            LUM_LOGE("Unknown Status!");
-            return SDF_V2_INVALID;
+        case SDF_STATUS_INVALID: return SDF_V2_INVALID;
+        case SDF_STATUS_SUCCESS: return SDF_V2_SUCCESS;
+        case SDF_STATUS_INVALID_ARG: return SDF_V2_INVALID_ARG;
+        case SDF_STATUS_INTERNAL_ERROR: return SDF_V2_INTERNAL_ERROR;
+        case SDF_STATUS_NOT_SUPPORTED: return SDF_V2_NOT_SUPPORTED;
+        case SDF_STATUS_INVALID_OPERATION: return SDF_V2_INVALID_OPERATION;
+        case SDF_STATUS_SERVICE_UP: return SDF_V2_SERVICE_UP;
+        case SDF_STATUS_SERVICE_DOWN: return SDF_V2_SERVICE_DOWN;
+        default: LUM_LOGE("Unknown Status!"); return SDF_V2_INVALID;
     }
 }
 
@@ -176,15 +157,12 @@ std::string ClientSdfUtils::sdfGetIp(const sockaddr_storage& address) {
     const in_addr v4 = viewAs<sockaddr_in>(address).sin_addr;
     const in6_addr v6 = viewAs<sockaddr_in6>(address).sin6_addr;
     switch (address.ss_family) {
-        case AF_INET:
-            return toText(v4);
-        case AF_INET6:
-            return toText(v6);
+        case AF_INET: return toText(v4);
+        case AF_INET6: return toText(v6);
         case AF_UNSPEC:
             if (v4.s_addr != 0) return toText(v4);
             return isZero(v6) ? std::string() : toText(v6);
-        default:
-            return {};
+        default: return {};
     }
 }
 

@@ -82,24 +82,15 @@ static void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {
 
 static const char* textOf(long long status) {
     switch (status) {
-        case SDF_V2_SUCCESS:
-            return "SDF_V2_SUCCESS: success";
-        case SDF_V2_INVALID:
-            return "SDF_V2_INVALID: invalid";
-        case SDF_V2_INVALID_ARG:
-            return "SDF_V2_INVALID_ARG: invalid argument";
-        case SDF_V2_INTERNAL_ERROR:
-            return "SDF_V2_INTERNAL_ERROR: internal error";
-        case SDF_V2_NOT_SUPPORTED:
-            return "SDF_V2_NOT_SUPPORTED: not supported";
-        case SDF_V2_INVALID_OPERATION:
-            return "SDF_V2_INVALID_OPERATION: invalid operation";
-        case SDF_V2_SERVICE_UP:
-            return "SDF_V2_SERVICE_UP: service up";
-        case SDF_V2_SERVICE_DOWN:
-            return "SDF_V2_SERVICE_DOWN: service down";
-        default:
-            return status > 0 ? "the id of the request" : "unknown";
+        case SDF_V2_SUCCESS: return "SDF_V2_SUCCESS: success";
+        case SDF_V2_INVALID: return "SDF_V2_INVALID: invalid";
+        case SDF_V2_INVALID_ARG: return "SDF_V2_INVALID_ARG: invalid argument";
+        case SDF_V2_INTERNAL_ERROR: return "SDF_V2_INTERNAL_ERROR: internal error";
+        case SDF_V2_NOT_SUPPORTED: return "SDF_V2_NOT_SUPPORTED: not supported";
+        case SDF_V2_INVALID_OPERATION: return "SDF_V2_INVALID_OPERATION: invalid operation";
+        case SDF_V2_SERVICE_UP: return "SDF_V2_SERVICE_UP: service up";
+        case SDF_V2_SERVICE_DOWN: return "SDF_V2_SERVICE_DOWN: service down";
+        default: return status > 0 ? "the id of the request" : "unknown";
     }
 }
 

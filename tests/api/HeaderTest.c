@@ -32,14 +32,10 @@ static void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {
 
 long long callFromC(int which) {
     switch (which) {
-        case 0:
-            return createSdfClient(onStatus);
-        case 1:
-            return destroySdfClient();
-        case 2:
-            return lum_sdf_enable(onLegacy);
-        case 3:
-            return lum_sdf_disable();
+        case 0: return createSdfClient(onStatus);
+        case 1: return destroySdfClient();
+        case 2: return lum_sdf_enable(onLegacy);
+        case 3: return lum_sdf_disable();
         default:
             return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6, true,
                                     onLevels);

@@ -91,26 +91,15 @@ binder_status_t Peer::handle(transaction_code_t code, const AParcel* in, AParcel
             mNotes.push_back(intFrom(in));
             return STATUS_OK;
         }
-        case kNoted:
-            return noted(out);
-        case kCallBack:
-            return callBack(in, out);
-        case kKeep:
-            keep(binderFrom(in));
-            return STATUS_OK;
-        case kDropKept:
-            keep(nullptr);
-            return STATUS_OK;
-        case kGetKept:
-            return AParcel_writeStrongBinder(out, kept().get());
-        case kMakeObject:
-            return makeObject(out);
-        case kObjectsEnded:
-            return AParcel_writeInt32(out, tokensEnded());
-        case kIsOwnObject:
-            return isOwnObject(in, out);
-        case kHold:
-            return hold();
+        case kNoted: return noted(out);
+        case kCallBack: return callBack(in, out);
+        case kKeep: keep(binderFrom(in)); return STATUS_OK;
+        case kDropKept: keep(nullptr); return STATUS_OK;
+        case kGetKept: return AParcel_writeStrongBinder(out, kept().get());
+        case kMakeObject: return makeObject(out);
+        case kObjectsEnded: return AParcel_writeInt32(out, tokensEnded());
+        case kIsOwnObject: return isOwnObject(in, out);
+        case kHold: return hold();
         case kLetGo: {
             const std::lock_guard<std::mutex> guard(mLock);
             ++mRound;
@@ -135,25 +124,15 @@ binder_status_t Peer::handle(transaction_code_t code, const AParcel* in, AParcel
             AParcel_writeInt32(out, mUid);
             return AParcel_writeInt32(out, mPid);
         }
-        case kBig:
-            return big(in, out);
-        case kThrow:
-            throw std::runtime_error("thrown on purpose");
-        case kRelay:
-            return relay(in, out);
-        case kNoteToKept:
-            return noteToKept(in);
-        case kTellDeath:
-            _exit(0);
-        case kOnewayAddToKept:
-            return onewayAddToKept(in);
-        case kPassOn:
-            return passOn(in, out);
-        case kStartPool:
-            ABinderProcess_startThreadPool();
-            return STATUS_OK;
-        default:
-            return STATUS_UNKNOWN_TRANSACTION;
+        case kBig: return big(in, out);
+        case kThrow: throw std::runtime_error("thrown on purpose");
+        case kRelay: return relay(in, out);
+        case kNoteToKept: return noteToKept(in);
+        case kTellDeath: _exit(0);
+        case kOnewayAddToKept: return onewayAddToKept(in);
+        case kPassOn: return passOn(in, out);
+        case kStartPool: ABinderProcess_startThreadPool(); return STATUS_OK;
+        default: return STATUS_UNKNOWN_TRANSACTION;
     }
 }
 

@@ -31,18 +31,10 @@ class Model {
     void step() {
         switch (number(0, 5)) {
             case 0:
-            case 1:
-                add();
-                break;
-            case 2:
-                removeOne();
-                break;
-            case 3:
-                mNow += number(0, 40) * kNsPerMs + number(0, 999999);
-                break;
-            default:
-                process();
-                break;
+            case 1: add(); break;
+            case 2: removeOne(); break;
+            case 3: mNow += number(0, 40) * kNsPerMs + number(0, 999999); break;
+            default: process(); break;
         }
         EXPECT_EQ(mTimer.timeUntilNextEvent(), expectedWait());
     }
@@ -139,16 +131,13 @@ class Model {
 
         // Most end, so that the queue does not only grow, and nothing repeats at once for ever.
         switch (event.delay <= 0 ? 0 : number(0, 4)) {
-            case 1:
-                return again(id, event.delay, 0);
-            case 2:
-                return again(id, event.delay, static_cast<int>(-number(2, 1000)));
+            case 1: return again(id, event.delay, 0);
+            case 2: return again(id, event.delay, static_cast<int>(-number(2, 1000)));
             case 3: {
                 const int delay = static_cast<int>(number(1, 80));
                 return again(id, delay, delay);
             }
-            default:
-                return -1;
+            default: return -1;
         }
     }
 

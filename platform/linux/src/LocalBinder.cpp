@@ -17,13 +17,11 @@ binder_status_t LocalBinder::transact(transaction_code_t code, const AParcel& in
             STATUS_UNKNOWN_ERROR);
     }
     switch (code) {
-        case kPingTransaction:
-            return STATUS_OK;
+        case kPingTransaction: return STATUS_OK;
         case kInterfaceTransaction:
             return AParcel_writeString(out, mClazz.descriptor.c_str(),
                                        static_cast<int32_t>(mClazz.descriptor.size()));
-        default:
-            return STATUS_UNKNOWN_TRANSACTION;
+        default: return STATUS_UNKNOWN_TRANSACTION;
     }
 }
 

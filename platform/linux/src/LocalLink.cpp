@@ -464,16 +464,11 @@ const char* LocalLink::onFrame(FrameKind kind, const uint8_t* body, size_t size)
         return parseHello(body, size);
     }
     switch (kind) {
-        case FrameKind::kHello:
-            return "a second greeting";
-        case FrameKind::kCall:
-            return onCall(body, size);
-        case FrameKind::kReply:
-            return onReply(body, size);
-        case FrameKind::kRelease:
-            return onRelease(body, size);
-        case FrameKind::kDone:
-            return onDone(body, size);
+        case FrameKind::kHello: return "a second greeting";
+        case FrameKind::kCall: return onCall(body, size);
+        case FrameKind::kReply: return onReply(body, size);
+        case FrameKind::kRelease: return onRelease(body, size);
+        case FrameKind::kDone: return onDone(body, size);
     }
     return "a frame of unknown kind";
 }

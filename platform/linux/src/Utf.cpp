@@ -142,18 +142,10 @@ void utf16ToUtf8(const uint8_t* utf16, size_t count, char* out) {
     for (size_t index = 0; index != count;) {
         const uint32_t point = takeUtf16(utf16, &index, count);
         switch (utf8Size(point)) {
-            case 1:
-                *out++ = static_cast<char>(point);
-                break;
-            case 2:
-                putUtf8(point, 0xC0, 1, &out);
-                break;
-            case 3:
-                putUtf8(point, 0xE0, 2, &out);
-                break;
-            default:
-                putUtf8(point, 0xF0, 3, &out);
-                break;
+            case 1: *out++ = static_cast<char>(point); break;
+            case 2: putUtf8(point, 0xC0, 1, &out); break;
+            case 3: putUtf8(point, 0xE0, 2, &out); break;
+            default: putUtf8(point, 0xF0, 3, &out); break;
         }
     }
 }
