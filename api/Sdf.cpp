@@ -30,11 +30,8 @@ NoDestroy<Lifecycle> gLifecycle;
 using LifecycleLock = std::lock_guard<std::recursive_mutex>;
 
 SdfProto::ServiceMsg enableMessage(bool enable) {
-    SdfProto::ServiceMsg message;
-    auto body = std::make_unique<SdfProto::EnableService>();
-    body->set_enable(enable);
-    sdf::setBody(message, &SdfProto::ServiceData::set_allocated_enable_msg, std::move(body));
-    return message;
+    return sdf::makeMessage(SdfProto::ENABLE, &SdfProto::ServiceData::set_allocated_enable_msg,
+                            [enable](auto& body) { body.set_enable(enable); });
 }
 
 // This thread is telling the application that there is no transport.
@@ -193,6 +190,53 @@ unsigned int Sdf::getNextUniqueId() {
     while (isTaken(id)) id = static_cast<unsigned int>(rand());
     mUsedIds.back() = id;
     return id;
+}
+
+void Sdf::settleAdd(unsigned int id, bool lives) {
+    [[maybe_unused]] const auto held = touch();
+    const bool pending = std::find(mUsedIds.begin(), mUsedIds.end(), id) != mUsedIds.end();
+    // First, because memory may run out here.
+    if (pending && lives) mFilterIds.push_back(id);
+    mFilterCbs.erase(id);
+    removeFirst(mUsedIds, id);
+}
+
+bool Sdf::isFilterIdValid(const unsigned int& id) const {
+    [[maybe_unused]] const auto held = touch();
+    return std::find(mFilterIds.begin(), mFilterIds.end(), id) != mFilterIds.end();
+}
+
+bool Sdf::hasFilters() const {
+    [[maybe_unused]] const auto held = touch();
+    return !mFilterIds.empty();
+}
+
+void Sdf::removeFilterId(const unsigned int& id) {
+    [[maybe_unused]] const auto held = touch();
+    removeFirst(mFilterIds, id);
+}
+
+void Sdf::removeAllFilterIds() {
+    [[maybe_unused]] const auto held = touch();
+    mFilterIds.clear();
+}
+
+void Sdf::endFilter(unsigned int id) {
+    [[maybe_unused]] const auto held = touch();
+    if (removeFirst(mFilterIds, id)) mFilterCbs.erase(id);
+}
+
+bool Sdf::removeFirst(std::vector<unsigned int>& ids, unsigned int id) {
+    const auto found = std::find(ids.begin(), ids.end(), id);
+    if (found == ids.end()) return false;
+    ids.erase(found);
+    return true;
+}
+
+SdfProto::ServiceMsg sdf::makeMessage(SdfProto::ServiceEventId event) {
+    SdfProto::ServiceMsg message;
+    message.set_event_id(event);
+    return message;
 }
 
 std::shared_ptr<SdkClientEvent> sdf::makeEvent(const SdfProto::ServiceMsg& message, bool release) {

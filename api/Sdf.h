@@ -62,8 +62,7 @@ class Sdf : public SdkBase {
     void forgetRequest(std::map<unsigned int, Callback> Sdf::*callbacks, unsigned int id) {
         [[maybe_unused]] const auto held = touch();
         (this->*callbacks).erase(id);
-        const auto found = std::find(mUsedIds.begin(), mUsedIds.end(), id);
-        if (found != mUsedIds.end()) mUsedIds.erase(found);
+        removeFirst(mUsedIds, id);
     }
 
     // The callback that awaits the reply to `id`, or null.
@@ -73,6 +72,25 @@ class Sdf : public SdkBase {
         const auto found = (this->*callbacks).find(id);
         return found == (this->*callbacks).end() ? nullptr : found->second;
     }
+
+    // The end of a request to add a filter: its callback is no longer awaited; if the request was
+    // pending, it is no more, and its id is a live filter's from now on if `lives`. Throws
+    // std::bad_alloc, with nothing changed.
+    void settleAdd(unsigned int id, bool lives);
+
+    // Whether the service has confirmed this filter.
+    bool isFilterIdValid(const unsigned int& id) const;
+
+    // Whether it has confirmed any.
+    bool hasFilters() const;
+
+    // The filter is no longer a live one, if it was; the order of the others stays.
+    void removeFilterId(const unsigned int& id);
+    void removeAllFilterIds();
+
+    // The service has ended the filter: if it was a live one, it is no more, and no callback awaits
+    // it.
+    void endFilter(unsigned int id);
 
     // One of the callback slots, to read or to replace (returning the old callback).
     template <typename Callback>
@@ -121,7 +139,15 @@ class Sdf : public SdkBase {
     }
 #endif
 
+    // False if it is not there.
+    static bool removeFirst(std::vector<unsigned int>& ids, unsigned int id);
+
     void dispatch(const SdfProto::ClientMsg& message);
-    void onStatusInd(const SdfProto::ClientData& data);
-    void onEffectiveLevels(uint64_t uniqueId, const SdfProto::ClientData& data);
+    void onStatusInd(const SdfProto::StatusInd& body);
+    void onEffectiveLevels(unsigned int id, const SdfProto::EffectiveLevelsCb& body);
+    void onFilterStatus(const SdfProto::FilterStatusIndication& body);
+    void onAddFilter(const SdfProto::AddFilterCb& body);
+    void onGetFilters(const SdfProto::GetFilterCb& body);
+    void onPriorityQueueReport(const SdfProto::PriorityQueueReportCb& body);
+    void onAutoFilterInfo(const SdfProto::AutoFilterInfoInd& body) const;
 };

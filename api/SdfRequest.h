@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <map>
 #include <memory>
 
 #include "api/Sdf.h"
@@ -35,18 +36,65 @@ long long request(const Body& body) noexcept {
     });
 }
 
-// Gives the message its body, by one of ServiceData's set_allocated functions. The mutable
-// accessors of a oneof are not for us: when memory runs out inside one, it leaves a message that
-// cannot be destroyed.
-template <typename Body>
-void setBody(SdfProto::ServiceMsg& message, void (SdfProto::ServiceData::*setAllocated)(Body*),
-             std::unique_ptr<Body> body) {
+// A message of this kind without a body.
+SdfProto::ServiceMsg makeMessage(SdfProto::ServiceEventId event);
+
+// A message of this kind with its body, which `setAllocated`, one of ServiceData's set_allocated
+// functions, puts in its place and fill(body) fills. The mutable accessors of a oneof are not for
+// us: when memory runs out inside one, it leaves a message that cannot be destroyed.
+template <typename Body, typename Fill>
+SdfProto::ServiceMsg makeMessage(SdfProto::ServiceEventId event,
+                                 void (SdfProto::ServiceData::*setAllocated)(Body*),
+                                 const Fill& fill) {
+    SdfProto::ServiceMsg message = makeMessage(event);
+    auto body = std::make_unique<Body>();
+    fill(*body);
     SdfProto::ServiceData& data = *message.mutable_data();
     (data.*setAllocated)(body.release());
+    return message;
 }
 
 // The message, encoded, as an event for the transport's queue. `release`: the client's last one.
 std::shared_ptr<SdkClientEvent> makeEvent(const SdfProto::ServiceMsg& message,
                                           bool release = false);
+
+// Posts the message under a new id, by which its reply finds `cb`, and returns the id. When it
+// throws, nothing has been posted or recorded.
+// `callbacks`: &Sdf::mLatencyCbs or &Sdf::mFilterCbs.
+template <typename Callback>
+unsigned int postRecorded(Sdf& client, SdkClientBase& transport,
+                          std::map<unsigned int, Callback> Sdf::*callbacks, Callback cb,
+                          SdfProto::ServiceMsg message) {
+    const unsigned int id = client.recordRequest(callbacks, cb);
+    try {
+        message.set_unique_id(id);
+        transport.postEvent(makeEvent(message));
+    } catch (...) {
+        client.forgetRequest(callbacks, id);
+        throw;
+    }
+    return id;
+}
+
+// A request that keeps a callback: puts `cb` into its slot, where it stays whatever becomes of the
+// rest, and goes on with proceed(transport).
+template <typename Callback, typename Proceed>
+long long keepCallback(Callback Sdf::*slot, Callback cb, const Proceed& proceed) {
+    return request([&](Sdf& client, SdkClientBase& transport) -> long long {
+        if (cb == nullptr) return SDF_V2_INVALID_ARG;
+        if (!client.mServiceUp) return SDF_V2_SERVICE_DOWN;
+        client.replaceSlot(slot, cb);
+        proceed(transport);
+        return SDF_V2_SUCCESS;
+    });
+}
+
+// The same, going on with a message; the last arguments are makeMessage()'s.
+template <typename Callback, typename... Message>
+long long registration(Callback Sdf::*slot, Callback cb, const Message&... message) {
+    return keepCallback(slot, cb, [&](SdkClientBase& transport) {
+        transport.postEvent(makeEvent(makeMessage(message...)));
+    });
+}
 
 }  // namespace sdf
