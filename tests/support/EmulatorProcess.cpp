@@ -14,8 +14,10 @@ bool isStats(const std::string& line) {
 
 EmulatorProcess::Stats parse(const std::string& line) {
     EmulatorProcess::Stats stats{};
-    if (sscanf(line.c_str(), "stats: clients=%zu descriptors=%zu threads=%zu heap_blocks=%zu",
-               &stats.clients, &stats.descriptors, &stats.threads, &stats.heapBlocks) != 4) {
+    if (sscanf(line.c_str(),
+               "stats: clients=%zu descriptors=%zu threads=%zu heap_blocks=%zu filters=%zu",
+               &stats.clients, &stats.descriptors, &stats.threads, &stats.heapBlocks,
+               &stats.filters) != 5) {
         throw std::runtime_error("not the emulator's figures: " + line);
     }
     return stats;

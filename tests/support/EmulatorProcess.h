@@ -19,6 +19,7 @@ class EmulatorProcess {
         size_t descriptors;
         size_t threads;
         size_t heapBlocks;
+        size_t filters;
     };
 
     // The program.

@@ -29,8 +29,8 @@ ClientTable& ClientTable::instance() {
 
 ClientTable::ClientTable() : mRecipient(AIBinder_DeathRecipient_new(onBinderDied)) {}
 
-bool ClientTable::add(Client client) {
-    const auto added = std::make_shared<const Client>(std::move(client));
+ClientTable::ClientPtr ClientTable::add(Client client) {
+    auto added = std::make_shared<const Client>(std::move(client));
     AIBinder* const binder = binderOf(*added);
     uint64_t number = 0;
     {
@@ -40,15 +40,15 @@ bool ClientTable::add(Client client) {
                          [&](const Entry& entry) { return binderOf(*entry.client) == binder; });
         if (present != mEntries.end()) {
             std::rotate(present, present + 1, mEntries.end());
-            return true;
+            return mEntries.back().client;
         }
         number = ++mLastNumber;
         mEntries.push_back({number, added, {}});
     }
     // After it has its place, so that a death right after the link finds it there.
-    if (AIBinder_linkToDeath(binder, mRecipient.get(), cookieOf(number)) == STATUS_OK) return true;
+    if (AIBinder_linkToDeath(binder, mRecipient.get(), cookieOf(number)) == STATUS_OK) return added;
     take(number);
-    return false;
+    return nullptr;
 }
 
 ClientTable::ClientPtr ClientTable::speaker(pid_t pid, int32_t type) {
@@ -59,22 +59,21 @@ ClientTable::ClientPtr ClientTable::speaker(pid_t pid, int32_t type) {
     return found->client;
 }
 
-ClientTable::ClientPtr ClientTable::leave(pid_t pid, int32_t type) {
+ClientTable::Leaver ClientTable::leave(pid_t pid, int32_t type) {
     uint64_t number = 0;
     {
         const std::lock_guard<std::mutex> guard(mLock);
         auto found = firstOf(pid, type);
         if (found == mEntries.end()) found = latestOf(pid);
-        if (found == mEntries.end()) return nullptr;
+        if (found == mEntries.end()) return {nullptr, false};
         found->types.erase(type);
-        if (!found->types.empty()) return nullptr;
+        if (!found->types.empty()) return {found->client, false};
         number = found->number;
     }
     ClientPtr client = take(number);
-    if (client != nullptr) {
-        AIBinder_unlinkToDeath(binderOf(*client), mRecipient.get(), cookieOf(number));
-    }
-    return client;
+    const bool goes = client != nullptr;
+    if (goes) AIBinder_unlinkToDeath(binderOf(*client), mRecipient.get(), cookieOf(number));
+    return {std::move(client), goes};
 }
 
 size_t ClientTable::size() const {
@@ -85,7 +84,7 @@ size_t ClientTable::size() const {
 void ClientTable::onBinderDied(void* cookie) {
     ClientTable& table = instance();
     const ClientPtr client = table.take(numberOf(cookie));
-    if (client != nullptr && table.mOnDied) table.mOnDied(*client);
+    if (client != nullptr && table.mOnDied) table.mOnDied(client);
 }
 
 ClientTable::ClientPtr ClientTable::take(uint64_t number) {

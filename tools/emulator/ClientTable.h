@@ -45,19 +45,23 @@ class ClientTable {
     static ClientTable& instance();
 
     // Sets who is told, on a binder thread, of clients that died. To be called once, first.
-    void onDied(std::function<void(const Client&)> onDied) { mOnDied = std::move(onDied); }
+    void onDied(std::function<void(const ClientPtr&)> onDied) { mOnDied = std::move(onDied); }
 
     // Adds a client, or makes it its process's latest if its callback object is here already.
-    // Returns false, and keeps nothing, if the client's process is dead already.
-    bool add(Client client);
+    // Returns the client; null, and keeps nothing, if its process is dead already.
+    ClientPtr add(Client client);
 
     // The client that a request belongs to, noting that it has spoken for the feature `type`; null
     // if the process has registered none.
     ClientPtr speaker(pid_t pid, int32_t type);
 
-    // A process leaves for the feature `type`. Returns the client that goes with it; null if it
-    // stays for other features, or if there is none.
-    ClientPtr leave(pid_t pid, int32_t type);
+    struct Leaver {
+        ClientPtr client;  // null if there is none
+        bool goes;         // false: it stays for other features
+    };
+    // A process leaves for the feature `type`. Returns the client that has spoken for it, and
+    // whether that goes with it.
+    Leaver leave(pid_t pid, int32_t type);
 
     size_t size() const;
 
@@ -78,7 +82,7 @@ class ClientTable {
     Entries::iterator latestOf(pid_t pid);
     Entries::iterator firstOf(pid_t pid, int32_t type);
 
-    std::function<void(const Client&)> mOnDied;
+    std::function<void(const ClientPtr&)> mOnDied;
     ndk::ScopedAIBinder_DeathRecipient mRecipient;
     mutable std::mutex mLock;
     Entries mEntries;  // in order of registration

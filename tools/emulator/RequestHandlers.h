@@ -4,18 +4,18 @@
 #include <vector>
 
 #include "proto/SdfProto.pb.h"
+#include "tools/emulator/Session.h"
 
-// What comes of one request.
-struct Outcome {
-    std::vector<SdfProto::ClientMsg> answers;  // to be sent in this order
-    bool leaves = false;                       // the client wants no more of the service
-};
+// What is sent at once because of a request, in this order.
+using Answers = std::vector<SdfProto::ClientMsg>;
 
-// How one kind of request is answered.
+// How one kind of request is carried out.
 struct RequestHandler {
     SdfProto::ServiceEventId event;
-    SdfProto::ServiceData::MsgTypeCase body;  // what a request of this kind carries
-    void (*handle)(const SdfProto::ServiceMsg& request, Outcome* outcome);
+    SdfProto::ServiceData::MsgTypeCase
+        body;  // what a request of this kind carries; MSG_TYPE_NOT_SET: none
+    // Changes the session as asked, on the session's thread.
+    Answers (*handle)(Session& session, const SdfProto::ServiceMsg& request);
 };
 
 // Returns the handler of a kind of requests, or null if the service does not know that kind. Any

@@ -3,99 +3,66 @@
 
 #include <android/binder_ibinder.h>
 
-#include <string>
 #include <utility>
+
+struct Service::Core {
+    Core(DataService::Config config, ClientTable& clients, std::shared_ptr<MessageLog> log)
+        : work(std::move(config), clients, thread.timeline(), std::move(log)) {}
+    ~Core() { thread.stop(); }
+    Core(const Core&) = delete;
+    Core& operator=(const Core&) = delete;
+
+    ServiceThread thread;
+    DataService work;
+};
 
 namespace {
 
-std::string withPid(const char* what, pid_t pid) {
-    return std::string(what) + " pid=" + std::to_string(pid);
+Caller caller() {
+    return {AIBinder_getCallingPid(), AIBinder_getCallingUid()};
 }
 
-std::string nameOf(SdfProto::ServiceEventId event) {
-    const std::string& name = SdfProto::ServiceEventId_Name(event);
-    return name.empty() ? "event " + std::to_string(event) : name;
+ndk::ScopedAStatus stopped() {
+    return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
 }
 
 }  // namespace
 
-Service::Service(ClientTable& clients, std::shared_ptr<MessageLog> log)
-    : mClients(clients), mLog(std::move(log)) {
-    mClients.onDied(
-        [log = mLog](const Client& client) { log->client(withPid("died", client.pid)); });
+Service::Service(DataService::Config config, ClientTable& clients, std::shared_ptr<MessageLog> log)
+    : mCore(std::make_shared<Core>(std::move(config), clients, std::move(log))) {
+    clients.onDied([core = std::weak_ptr<Core>(mCore)](const ClientTable::ClientPtr& client) {
+        const std::shared_ptr<Core> still = core.lock();
+        if (still == nullptr) return;
+        still->thread.post([work = &still->work, client] { work->died(*client); });
+    });
 }
 
 ndk::ScopedAStatus Service::registerBlobCallback(const std::shared_ptr<Callback>& callback) {
-    const pid_t pid = AIBinder_getCallingPid();
-    const uid_t uid = AIBinder_getCallingUid();
-    // Before the client is in the table, where it can die.
-    mLog->client(withPid("registered", pid) + " uid=" + std::to_string(uid));
-    if (mClients.add({pid, uid, callback})) return ndk::ScopedAStatus::ok();
-    mLog->client(withPid("died", pid));
-    return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
+    ndk::ScopedAStatus status = stopped();
+    const Caller who = caller();
+    mCore->thread.run([&] { status = mCore->work.admit(who, callback); });
+    return status;
 }
 
 ndk::ScopedAStatus Service::sendBlob(LumSdkType type, const std::vector<uint8_t>& blob) {
-    const pid_t pid = AIBinder_getCallingPid();
-    const auto typeNumber = static_cast<int32_t>(type);
-    mLog->message({Direction::kReceived, pid, AIBinder_getCallingUid(), typeNumber, blob});
-
-    SdfProto::ServiceMsg request;
-    const RequestHandler* handler = nullptr;
-    const std::string wrong = check(blob, &request, &handler);
-    if (!wrong.empty()) {
-        mClients.speaker(pid, typeNumber);
-        mLog->notice(withPid("refused a message,", pid) + ": " + wrong);
-        return ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT, wrong.c_str());
-    }
-    if (handler == nullptr) {
-        mClients.speaker(pid, typeNumber);
-        mLog->notice(withPid("ignored a request,", pid) + ": " + nameOf(request.event_id()) +
-                     " is not known here");
-        return ndk::ScopedAStatus::ok();
-    }
-    carryOut(*handler, request, pid, type);
-    return ndk::ScopedAStatus::ok();
+    ndk::ScopedAStatus status = stopped();
+    const Caller who = caller();
+    mCore->thread.run([&] { status = mCore->work.take(who, static_cast<int32_t>(type), blob); });
+    return status;
 }
 
-std::string Service::check(const std::vector<uint8_t>& blob, SdfProto::ServiceMsg* request,
-                           const RequestHandler** handler) {
-    if (!request->ParseFromArray(blob.data(), static_cast<int>(blob.size()))) {
-        return std::to_string(blob.size()) + " bytes that are no ServiceMsg";
-    }
-    *handler = findHandler(request->event_id());
-    if (*handler != nullptr && request->data().msg_type_case() != (*handler)->body) {
-        return nameOf(request->event_id()) + " without its body";
-    }
-    return "";
+size_t Service::filters() {
+    size_t count = 0;
+    mCore->thread.run([&] { count = mCore->work.filters(); });
+    return count;
 }
 
-void Service::carryOut(const RequestHandler& handler, const SdfProto::ServiceMsg& request,
-                       pid_t pid, LumSdkType type) {
-    Outcome outcome;
-    handler.handle(request, &outcome);
-    if (outcome.leaves) {
-        if (mClients.leave(pid, static_cast<int32_t>(type)) != nullptr) {
-            mLog->client(withPid("left", pid));
-        }
-        return;
-    }
-    const ClientTable::ClientPtr client = mClients.speaker(pid, static_cast<int32_t>(type));
-    if (client == nullptr) {
-        mLog->notice(withPid("no callback registered,", pid) + ": " + nameOf(request.event_id()) +
-                     " is not answered");
-        return;
-    }
-    for (const SdfProto::ClientMsg& answer : outcome.answers) send(*client, type, answer);
+std::vector<std::string> Service::describe() {
+    std::vector<std::string> lines;
+    mCore->thread.run([&] { lines = mCore->work.describe(); });
+    return lines;
 }
 
-void Service::send(const Client& client, LumSdkType type, const SdfProto::ClientMsg& answer) {
-    std::vector<uint8_t> bytes(answer.ByteSizeLong());
-    answer.SerializeToArray(bytes.data(), static_cast<int>(bytes.size()));
-    // First, so that what a client does upon a message is printed after it.
-    mLog->message({Direction::kSent, client.pid, client.uid, static_cast<int32_t>(type), bytes});
-    const ndk::ScopedAStatus status = client.callback->sendBlob(type, bytes);
-    if (!status.isOk()) {
-        mLog->notice(withPid("not delivered,", client.pid) + ": " + status.getDescription());
-    }
+void Service::stop() {
+    mCore->thread.stop();
 }

@@ -7,18 +7,19 @@
 #include <vector>
 
 #include "tools/emulator/ClientTable.h"
+#include "tools/emulator/DataService.h"
 #include "tools/emulator/MessageLog.h"
-#include "tools/emulator/RequestHandlers.h"
+#include "tools/emulator/ServiceThread.h"
 
-// The data service itself: takes registrations and requests, and sends the answers. The binder
-// runtime calls it on threads of its pool, several at once.
+// The service as clients see it. The binder runtime calls it on threads of its pool, several at
+// once; the work is done on one thread, and each call waits for its end.
 class Service : public aidl::vendor::orn::data::lumservice::BnLumService {
   public:
     using Callback = aidl::vendor::orn::data::lumservice::ILumServiceCallback;
     using LumSdkType = aidl::vendor::orn::data::lumservice::LumSdkType;
 
-    // clients, log: used as long as this object lives; clients lives as long as the process.
-    Service(ClientTable& clients, std::shared_ptr<MessageLog> log);
+    // clients: lives as long as the process.
+    Service(DataService::Config config, ClientTable& clients, std::shared_ptr<MessageLog> log);
 
     // Keeps the callback object until its client leaves or dies. callback: not null; the glue lets
     // no null through, and no object of another interface.
@@ -29,15 +30,18 @@ class Service : public aidl::vendor::orn::data::lumservice::BnLumService {
     // EX_ILLEGAL_ARGUMENT. Requests of kinds it does not know are accepted and not answered.
     ndk::ScopedAStatus sendBlob(LumSdkType type, const std::vector<uint8_t>& blob) override;
 
-  private:
-    // Returns what is wrong with a request, for the user; empty if nothing is. Sets *handler to
-    // null if the request is of an unknown kind.
-    static std::string check(const std::vector<uint8_t>& blob, SdfProto::ServiceMsg* request,
-                             const RequestHandler** handler);
-    void carryOut(const RequestHandler& handler, const SdfProto::ServiceMsg& request, pid_t pid,
-                  LumSdkType type);
-    void send(const Client& client, LumSdkType type, const SdfProto::ClientMsg& answer);
+    // How many filters are kept for all clients. Any thread.
+    size_t filters();
+    // What is kept for each client, for the user. Any thread.
+    std::vector<std::string> describe();
 
-    ClientTable& mClients;
-    const std::shared_ptr<MessageLog> mLog;
+    // Ends the work: what clients ask for from now on fails. To be called before the end of the
+    // process, which takes away what the work needs.
+    void stop();
+
+  private:
+    // What clients that die are told to, for as long as the process lives.
+    struct Core;
+
+    const std::shared_ptr<Core> mCore;
 };

@@ -8,80 +8,25 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 
 #include "tools/emulator/ClientTable.h"
+#include "tools/emulator/CommandLine.h"
 #include "tools/emulator/HeapCount.h"
+#include "tools/emulator/LineWriter.h"
 #include "tools/emulator/MessageLog.h"
 #include "tools/emulator/ProcessStats.h"
 #include "tools/emulator/Service.h"
 
 namespace {
-
-constexpr char kAbout[] =
-    R"(Stands in for the device's data service: serves clients of the library liblum_sdf_sdk.
-
-It registers the name vendor.orn.data.lumservice.ILumService, keeps the callback object of each
-client until that client disables or dies, answers
-  enable             with the status indication "service up",
-  set latency level  with the levels asked for, as those in force,
-prints every other request as "notice: ignored a request" and does not answer it. What is not a
-request at all is refused, so that the client learns of it.)";
-
-constexpr char kFooter[] =
-    R"(Ready: when clients can find the service it prints one line to standard output,
-  ready: vendor.orn.data.lumservice.ILumService pid=NNN
-Notices about odd requests follow there, one a line, after "notice: ".
-
-Signals:
-  SIGTERM, SIGINT  end the service; exit status 0
-  SIGUSR1          prints one line to standard output,
-                     stats: clients=N descriptors=N threads=N heap_blocks=N
-                   where heap_blocks is the exact number of blocks that operator new has handed
-                   out and not got back
-
-Environment:
-  LUM_BINDER_DIR   the folder in which services and clients meet. Two emulators can run at once
-                   in two folders. Default: $XDG_RUNTIME_DIR/lum-binder, or /tmp/lum-binder-UID
-  LUM_DEBUG_LOG=1  as --debug-log
-
-Exit status: 0 when ended by a signal or by --until-eof; 1 when it cannot serve (the name is taken,
-or the folder cannot be used); another one when the command line is wrong.)";
-
-struct Options {
-    bool print = false;
-    bool debugLog = false;
-    bool untilEof = false;
-    int readyFd = -1;
-    std::string record;
-};
-
-void describe(CLI::App& app, Options& options) {
-    app.footer(kFooter);
-    app.add_flag("--print", options.print,
-                 "Print each message received and sent, and each client that comes and goes, one "
-                 "line each");
-    app.add_option("--record", options.record,
-                   "Append each message received and sent to this file, one JSON object a line: "
-                   "time, direction, pid, uid, type, hex, event, text")
-        ->type_name("FILE");
-    app.add_option("--ready-fd", options.readyFd,
-                   "Write the line that says it is ready to this descriptor too, and close it")
-        ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
-    app.add_flag("--until-eof", options.untilEof,
-                 "End when standard input ends, for starters that must not leave it behind");
-    app.add_flag("--debug-log", options.debugLog,
-                 "Show every line of the platform log on standard error, debug lines included");
-}
 
 // Blocks the signals that the main thread waits for; threads made later inherit that.
 // Returns a descriptor to read them from.
@@ -92,6 +37,7 @@ int takeSignals() {
     sigaddset(&waited, SIGTERM);
     sigaddset(&waited, SIGINT);
     sigaddset(&waited, SIGUSR1);
+    sigaddset(&waited, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &waited, nullptr);
     return signalfd(-1, &waited, SFD_CLOEXEC);
 }
@@ -120,14 +66,20 @@ void tellReady(MessageLog& log, int readyFd) {
 }
 
 // Counting takes a descriptor; when none is left, that is told instead, and the service goes on.
-void tellStats(MessageLog& log, const ClientTable& clients) try {
+void tellStats(MessageLog& log, const ClientTable& clients, Service& service) try {
+    const size_t filters = service.filters();
     const int64_t blocks = heapBlocks();  // before the line makes more
     const size_t descriptors = openDescriptors();
     log.say("stats: clients=" + std::to_string(clients.size()) + " descriptors=" +
             std::to_string(descriptors) + " threads=" + std::to_string(runningThreads()) +
-            " heap_blocks=" + std::to_string(blocks));
+            " heap_blocks=" + std::to_string(blocks) + " filters=" + std::to_string(filters));
 } catch (const std::system_error& error) {
     log.notice(std::string("no stats: ") + error.what());
+}
+
+void tellState(MessageLog& log, const ClientTable& clients, Service& service) {
+    for (const std::string& line : service.describe()) log.say(line);
+    log.say("state: clients=" + std::to_string(clients.size()));
 }
 
 // Reads on until there is nothing more to come. Returns false when the input has ended.
@@ -138,7 +90,8 @@ bool inputGoesOn() {
 }
 
 // Runs until something asks for the end.
-void waitForEnd(int signals, bool untilEof, MessageLog& log, const ClientTable& clients) {
+void waitForEnd(int signals, bool untilEof, MessageLog& log, const ClientTable& clients,
+                Service& service) {
     pollfd waited[] = {{signals, POLLIN, 0}, {untilEof ? STDIN_FILENO : -1, POLLIN, 0}};
     for (;;) {
         if (poll(waited, 2, -1) < 0) continue;
@@ -146,9 +99,20 @@ void waitForEnd(int signals, bool untilEof, MessageLog& log, const ClientTable& 
         if ((waited[0].revents & POLLIN) == 0) continue;
         signalfd_siginfo got{};
         if (read(signals, &got, sizeof got) != sizeof got) continue;
-        if (got.ssi_signo != SIGUSR1) return;
-        tellStats(log, clients);
+        if (got.ssi_signo == SIGUSR1) {
+            tellStats(log, clients, service);
+        } else if (got.ssi_signo == SIGUSR2) {
+            tellState(log, clients, service);
+        } else {
+            return;
+        }
     }
+}
+
+// As a service that crashes: nothing is put in order, nobody is told.
+void dieAtOnce() {
+    (void)kill(getpid(), SIGKILL);
+    for (;;) pause();
 }
 
 int serve(const Options& options) {
@@ -164,24 +128,25 @@ int serve(const Options& options) {
         return 1;
     }
     ClientTable& clients = ClientTable::instance();
-    const auto service = ndk::SharedRefBase::make<Service>(clients, log);
+    const auto service = ndk::SharedRefBase::make<Service>(
+        DataService::Config{options.policy, options.rules, dieAtOnce}, clients, log);
     if (!registerService(service)) return 1;
     ABinderProcess_startThreadPool();
     tellReady(*log, options.readyFd);
-    waitForEnd(signals, options.untilEof, *log, clients);
+    waitForEnd(signals, options.untilEof, *log, clients, *service);
+    service->stop();
     return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) try {
-    CLI::App app(kAbout, "lum_sdf_emulator");
-    Options options;
-    describe(app, options);
-    CLI11_PARSE(app, argc, argv);
+    int status = 0;
+    const std::optional<Options> options = parseCommandLine(argc, argv, &status);
+    if (!options) return status;
     // Before any other thread could read the environment.
-    if (options.debugLog) setenv("LUM_DEBUG_LOG", "1", 1);
-    return serve(options);
+    if (options->debugLog) setenv("LUM_DEBUG_LOG", "1", 1);
+    return serve(*options);
 } catch (const std::exception& error) {
     fprintf(stderr, "lum_sdf_emulator: %s\n", error.what());
     return 1;

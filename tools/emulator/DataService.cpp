@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/emulator/DataService.h"
+
+#include <utility>
+
+#include "tools/emulator/RuleWords.h"
+
+namespace {
+
+using aidl::vendor::orn::data::lumservice::LumSdkType;
+
+std::string withPid(const std::string& what, pid_t pid) {
+    return what + " pid=" + std::to_string(pid);
+}
+
+std::string nameOf(SdfProto::ServiceEventId event) {
+    const std::string& name = SdfProto::ServiceEventId_Name(event);
+    return name.empty() ? "event " + std::to_string(event) : name;
+}
+
+// Returns what is wrong with a request that has been read; empty if nothing is. handler: of its
+// kind, null for an unknown one.
+std::string wrongBody(const SdfProto::ServiceMsg& request, const RequestHandler* handler) {
+    if (handler == nullptr || request.data().msg_type_case() == handler->body) return "";
+    const bool wanted = handler->body != SdfProto::ServiceData::MSG_TYPE_NOT_SET;
+    return nameOf(request.event_id()) + (wanted ? " without its body" : " with a body");
+}
+
+bool isDisable(const SdfProto::ServiceMsg& request) {
+    return request.event_id() == SdfProto::ENABLE && !request.data().enable_msg().enable();
+}
+
+ndk::ScopedAStatus refusedByRule() {
+    return ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_STATE, "refused by a rule");
+}
+
+}  // namespace
+
+DataService::DataService(Config config, ClientTable& clients, Timeline& timeline,
+                         std::shared_ptr<MessageLog> log)
+    : mConfig(std::move(config)),
+      mClients(clients),
+      mTimeline(timeline),
+      mLog(std::move(log)),
+      mRules(mConfig.rules) {}
+
+ndk::ScopedAStatus DataService::admit(const Caller& caller,
+                                      const std::shared_ptr<Client::Callback>& callback) {
+    const Reaction reaction = reactionTo(caller, "register");
+    if (reaction.diesBefore()) mConfig.die();
+    if (reaction.refuses()) return refusedByRule();
+    // Before the client is in the table, where it can die.
+    mLog->client(withPid("registered", caller.pid) + " uid=" + std::to_string(caller.uid));
+    const auto client = mClients.add({caller.pid, caller.uid, callback});
+    if (client == nullptr) {
+        mLog->client(withPid("died", caller.pid));
+        return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
+    }
+    // A registration does not say which feature it is for.
+    sendAll(client, static_cast<int32_t>(LumSdkType::SDF), reaction.messages({}, 0));
+    if (reaction.diesAfter()) mConfig.die();
+    return ndk::ScopedAStatus::ok();
+}
+
+ndk::ScopedAStatus DataService::take(const Caller& caller, int32_t type,
+                                     const std::vector<uint8_t>& blob) {
+    mLog->message({Direction::kReceived, caller.pid, caller.uid, type, blob});
+    SdfProto::ServiceMsg request;
+    const RequestHandler* handler = nullptr;
+    std::string wrong;
+    if (request.ParseFromArray(blob.data(), static_cast<int>(blob.size()))) {
+        handler = findHandler(request.event_id());
+        wrong = wrongBody(request, handler);
+    } else {
+        wrong = std::to_string(blob.size()) + " bytes that are no ServiceMsg";
+    }
+    if (wrong.empty()) return carryOut(caller, type, request, handler);
+    mClients.speaker(caller.pid, type);
+    mLog->notice(withPid("refused a message,", caller.pid) + ": " + wrong);
+    return ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT, wrong.c_str());
+}
+
+void DataService::died(const Client& client) {
+    mLog->client(withPid("died", client.pid));
+    forget(&client);
+}
+
+size_t DataService::filters() const {
+    size_t count = 0;
+    for (const auto& [key, place] : mPlaces) count += place.session->filters().all().size();
+    return count;
+}
+
+std::vector<std::string> DataService::describe() const {
+    std::vector<std::string> lines;
+    for (const auto& [key, place] : mPlaces) {
+        std::string who =
+            withPid("client", place.client->pid) + " type=" + std::to_string(key.second) + " ";
+        for (const std::string& line : place.session->describe()) {
+            lines.push_back(who + line);
+            who.clear();
+        }
+    }
+    return lines;
+}
+
+ndk::ScopedAStatus DataService::carryOut(const Caller& caller, int32_t type,
+                                         const SdfProto::ServiceMsg& request,
+                                         const RequestHandler* handler) {
+    const Reaction reaction = reactionTo(caller, kindOf(request));
+    if (reaction.diesBefore()) mConfig.die();
+    const Answered answered = reaction.refuses() ? Answered{mClients.speaker(caller.pid, type), {}}
+                                                 : answer(caller, type, request, handler);
+    if (answered.client != nullptr) {
+        sendAll(answered.client, type, reaction.messages(answered.answers, request.unique_id()));
+    }
+    if (reaction.diesAfter()) mConfig.die();
+    return reaction.refuses() ? refusedByRule() : ndk::ScopedAStatus::ok();
+}
+
+DataService::Answered DataService::answer(const Caller& caller, int32_t type,
+                                          const SdfProto::ServiceMsg& request,
+                                          const RequestHandler* handler) {
+    if (handler != nullptr && isDisable(request)) return {leave(caller, type), {}};
+    ClientTable::ClientPtr client = mClients.speaker(caller.pid, type);
+    if (handler == nullptr) {
+        mLog->notice(withPid("ignored a request,", caller.pid) + ": " + nameOf(request.event_id()) +
+                     " is not known here");
+        return {client, {}};
+    }
+    if (client == nullptr) {
+        mLog->notice(withPid("no callback registered,", caller.pid) + ": " +
+                     nameOf(request.event_id()) + " is not answered");
+        return {nullptr, {}};
+    }
+    Answers answers = handler->handle(sessionOf(client, type), request);
+    return {std::move(client), std::move(answers)};
+}
+
+ClientTable::ClientPtr DataService::leave(const Caller& caller, int32_t type) {
+    const ClientTable::Leaver leaver = mClients.leave(caller.pid, type);
+    if (leaver.client == nullptr) return nullptr;
+    if (leaver.goes) {
+        mLog->client(withPid("left", caller.pid));
+        forget(leaver.client.get());
+    } else {
+        mPlaces.erase({leaver.client.get(), type});
+    }
+    return leaver.client;
+}
+
+Reaction DataService::reactionTo(const Caller& caller, const std::string& kind) {
+    std::vector<const Rule*> rules = mRules.apply(kind);
+    for (const Rule* const rule : rules) {
+        mLog->client(withPid("rule", caller.pid) + " " + kind + ": " + rule->text);
+    }
+    return Reaction(std::move(rules));
+}
+
+Session& DataService::sessionOf(const ClientTable::ClientPtr& client, int32_t type) {
+    Place& place = mPlaces[{client.get(), type}];
+    if (place.session != nullptr) return *place.session;
+    place.client = client;
+    const auto tell = [this, who = client.get(), type](const SdfProto::ClientMsg& message) {
+        (void)send(*who, type, Outgoing(message).bytes());
+    };
+    const auto notice = [this, pid = client->pid](const std::string& text) {
+        mLog->notice(withPid("a request changes nothing,", pid) + ": " + text);
+    };
+    place.session = std::make_unique<Session>(
+        client->uid, Session::Surroundings{mConfig.policy, mTimeline, tell, notice});
+    return *place.session;
+}
+
+void DataService::forget(const Client* client) {
+    const auto first = mPlaces.lower_bound({client, INT32_MIN});
+    const auto last = mPlaces.upper_bound({client, INT32_MAX});
+    mPlaces.erase(first, last);
+}
+
+void DataService::sendAll(const ClientTable::ClientPtr& client, int32_t type,
+                          const std::vector<Outgoing>& messages) {
+    for (const Outgoing& message : messages) {
+        if (message.delay.count() == 0) {
+            // What one message could not reach, the next will not.
+            if (!send(*client, type, message.bytes())) return;
+            continue;
+        }
+        const std::weak_ptr<const Client> later = client;
+        mTimeline.after(message.delay, [this, later, type, bytes = message.bytes()] {
+            // It may have left or died meanwhile.
+            const ClientTable::ClientPtr still = later.lock();
+            if (still != nullptr) (void)send(*still, type, bytes);
+        });
+    }
+}
+
+bool DataService::send(const Client& client, int32_t type, const std::vector<uint8_t>& bytes) {
+    // First, so that what a client does upon a message is printed after it.
+    mLog->message({Direction::kSent, client.pid, client.uid, type, bytes});
+    const ndk::ScopedAStatus status =
+        client.callback->sendBlob(static_cast<LumSdkType>(type), bytes);
+    if (!status.isOk()) {
+        mLog->notice(withPid("not delivered,", client.pid) + ": " + status.getDescription());
+    }
+    return status.isOk();
+}

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/emulator/Filters.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "tools/emulator/FilterCheck.h"
+
+namespace {
+
+constexpr uint64_t kLastId = UINT32_MAX;
+
+}  // namespace
+
+SdfProto::FilterData filterData(uint32_t id, SdfProto::FilterStatus status,
+                                const std::string& text) {
+    SdfProto::FilterData data;
+    data.set_filter_id(id);
+    data.set_status(status);
+    data.set_status_string(text);
+    return data;
+}
+
+Filters::Filters(uid_t uid, const Policy& policy, Timeline& timeline, Told told)
+    : mUid(uid), mPolicy(policy), mTimeline(timeline), mTold(std::move(told)) {}
+
+Filters::~Filters() {
+    for (const Filter& filter : mFilters) forget(filter);
+}
+
+SdfProto::FilterData Filters::add(uint64_t id, const SdfProto::AddFilter& description) {
+    const std::string asked = description.SerializeAsString();
+    SdfProto::FilterData rejected = rejection(id, description, asked);
+    if (rejected.status() != SdfProto::FILTER_ACTIVE) return rejected;
+
+    const auto number = static_cast<uint32_t>(id);
+    mFilters.push_back({number, description, asked, SdfProto::FILTER_ACTIVE, 0, {}, {}});
+    Filter& added = mFilters.back();
+    startTimeout(added);
+    if (mPolicy.activationDelay.count() == 0) {
+        return filterData(number, SdfProto::FILTER_ACTIVE, "active");
+    }
+    added.status = SdfProto::FILTER_PENDING;
+    added.activation =
+        mTimeline.after(mPolicy.activationDelay, [this, number] { activate(number); });
+    return filterData(number, SdfProto::FILTER_PENDING, "not yet active");
+}
+
+Filter* Filters::touch(uint32_t id) {
+    const auto found = find(id);
+    if (found == mFilters.end()) return nullptr;
+    mTimeline.cancel(found->timeout);
+    startTimeout(*found);
+    return &*found;
+}
+
+bool Filters::remove(uint32_t id) {
+    const auto found = find(id);
+    if (found == mFilters.end()) return false;
+    forget(*found);
+    mFilters.erase(found);
+    return true;
+}
+
+// Active stands for: nothing speaks against it.
+SdfProto::FilterData Filters::rejection(uint64_t id, const SdfProto::AddFilter& description,
+                                        const std::string& asked) const {
+    const auto result = [&](SdfProto::FilterStatus status, const std::string& text) {
+        return filterData(static_cast<uint32_t>(id), status, text);
+    };
+    if (mPolicy.deniedUids.count(mUid) != 0) {
+        return result(SdfProto::ERROR_NO_PERMISSION,
+                      "uid " + std::to_string(mUid) + " may not add filters");
+    }
+    const std::string wrong = whatIsWrong(description);
+    if (!wrong.empty()) return result(SdfProto::ERROR_INVALID_ARGS, wrong);
+    if (id == 0 || id > kLastId) {
+        return result(SdfProto::ERROR_INVALID_ARGS, "unique_id is not 1 to 4294967295");
+    }
+    for (const Filter& filter : mFilters) {
+        if (filter.id == id) return result(SdfProto::ERROR_INVALID_ARGS, "unique_id is in use");
+        if (filter.asked == asked) {
+            return result(SdfProto::ERROR_DUPLICATE_FILTER,
+                          "the same as filter " + std::to_string(filter.id));
+        }
+    }
+    if (mFilters.size() >= mPolicy.filterLimit) {
+        return result(SdfProto::ERROR_FILTER_LIMIT_REACHED,
+                      "no more than " + std::to_string(mPolicy.filterLimit) + " filters");
+    }
+    return result(SdfProto::FILTER_ACTIVE, "");
+}
+
+std::list<Filter>::iterator Filters::find(uint32_t id) {
+    return std::find_if(mFilters.begin(), mFilters.end(),
+                        [&](const Filter& filter) { return filter.id == id; });
+}
+
+void Filters::startTimeout(Filter& filter) {
+    if (mPolicy.inactivityTimeout.count() == 0) return;
+    filter.timeout =
+        mTimeline.after(mPolicy.inactivityTimeout, [this, id = filter.id] { expire(id); });
+}
+
+void Filters::activate(uint32_t id) {
+    find(id)->status = SdfProto::FILTER_ACTIVE;
+    mTold(filterData(id, SdfProto::FILTER_ACTIVE, "active"));
+}
+
+void Filters::expire(uint32_t id) {
+    remove(id);
+    mTold(filterData(
+        id, SdfProto::FILTER_INACTIVITY_TIMEOUT,
+        "named by no request for " + std::to_string(mPolicy.inactivityTimeout.count()) + " ms"));
+}
+
+void Filters::forget(const Filter& filter) {
+    mTimeline.cancel(filter.activation);
+    mTimeline.cancel(filter.timeout);
+}

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <string>
+
+#include "proto/SdfProto.pb.h"
+#include "tools/emulator/Policy.h"
+#include "tools/emulator/Timeline.h"
+
+// A filter that the service keeps: pending or active.
+struct Filter {
+    uint32_t id;
+    SdfProto::AddFilter description;  // with what updates have changed since
+    std::string asked;                // the description that it was added with, encoded
+    SdfProto::FilterStatus status;
+    uint32_t targetDscp;  // 0 until an update sets it
+    Timeline::Ticket activation;
+    Timeline::Ticket timeout;
+};
+
+// Returns what messages tell of a filter. text: goes with the status.
+SdfProto::FilterData filterData(uint32_t id, SdfProto::FilterStatus status,
+                                const std::string& text);
+
+// The filters of one feature of one client. Belongs to the thread of its timeline.
+class Filters {
+  public:
+    // Told of what happens to a filter in the course of time, after it has happened.
+    using Told = std::function<void(const SdfProto::FilterData& data)>;
+
+    // uid: the client's, for its permission. policy, timeline: used as long as this object lives.
+    Filters(uid_t uid, const Policy& policy, Timeline& timeline, Told told);
+    ~Filters();
+    Filters(const Filters&) = delete;
+    Filters& operator=(const Filters&) = delete;
+
+    // Adds a filter, unless something speaks against it. Returns its state then, or why there is
+    // none: an error status. id: of the request, and of the filter from then on.
+    SdfProto::FilterData add(uint64_t id, const SdfProto::AddFilter& description);
+
+    // The filter of that id, null if there is none. It has been named by a request: its time of
+    // inactivity begins anew.
+    Filter* touch(uint32_t id);
+
+    // Takes a filter out. Returns false if there is none of that id.
+    bool remove(uint32_t id);
+
+    // In order of addition.
+    const std::list<Filter>& all() const { return mFilters; }
+
+  private:
+    SdfProto::FilterData rejection(uint64_t id, const SdfProto::AddFilter& description,
+                                   const std::string& asked) const;
+    std::list<Filter>::iterator find(uint32_t id);
+    void startTimeout(Filter& filter);
+    void activate(uint32_t id);
+    void expire(uint32_t id);
+    void forget(const Filter& filter);
+
+    const uid_t mUid;
+    const Policy& mPolicy;
+    Timeline& mTimeline;
+    const Told mTold;
+    std::list<Filter> mFilters;
+};

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+// One thing that a rule has the service do.
+struct Action {
+    enum class Kind {
+        kRefuse,
+        kNever,
+        kLate,
+        kCopies,
+        kWrongId,
+        kMismatch,
+        kEmptyBody,
+        kNoBody,
+        kTruncate,
+        kGarbage,
+        kUnknownEvent,
+        kStatus,
+        kDieBefore,
+        kDieAfter,
+    };
+
+    Kind kind;
+    std::optional<int64_t> number;  // as written, or what stands for it; none if none was given
+    std::vector<uint8_t> bytes;     // of garbage
+};
+
+// How the service misbehaves, and when.
+struct Rule {
+    enum class When { kNth, kEvery, kFrom };
+
+    std::string kind;  // of requests, as kindOf() names them; "any" for all, or "register"
+    When when = When::kFrom;
+    uint64_t number = 1;
+    std::vector<Action> actions;  // in the order to be done
+    std::string text;             // as the user wrote it
+};

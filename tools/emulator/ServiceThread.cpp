@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/emulator/ServiceThread.h"
+
+#include <future>
+#include <memory>
+#include <utility>
+
+ServiceThread::ServiceThread() : mThread([this] { serve(); }) {}
+
+ServiceThread::~ServiceThread() {
+    stop();
+}
+
+bool ServiceThread::run(const std::function<void()>& task) {
+    // Shared: the thread is not quite through with it when the result is there.
+    const auto work = std::make_shared<std::packaged_task<void()>>(task);
+    std::future<void> done = work->get_future();
+    if (!push([work] { (*work)(); })) return false;
+    done.get();
+    return true;
+}
+
+void ServiceThread::post(std::function<void()> task) {
+    (void)push(std::move(task));
+}
+
+void ServiceThread::stop() {
+    {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mStopped = true;
+        mChanged.notify_one();
+    }
+    if (mThread.joinable()) mThread.join();
+}
+
+bool ServiceThread::push(std::function<void()> task) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    if (mStopped) return false;
+    mTasks.push_back(std::move(task));
+    mChanged.notify_one();
+    return true;
+}
+
+void ServiceThread::serve() {
+    std::unique_lock<std::mutex> guard(mLock);
+    for (;;) {
+        if (!mTasks.empty()) {
+            const std::function<void()> task = std::move(mTasks.front());
+            mTasks.pop_front();
+            guard.unlock();
+            task();
+        } else if (mStopped) {
+            return;
+        } else {
+            const auto next = mTimeline.next();
+            if (!next) {
+                mChanged.wait(guard);
+            } else {
+                mChanged.wait_until(guard, *next);
+            }
+            guard.unlock();
+        }
+        // Also when tasks keep coming: what is due does not wait for a pause between them.
+        mTimeline.run();
+        guard.lock();
+    }
+}
