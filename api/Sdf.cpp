@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include "api/ClientSdfUtils.h"
 #include "api/SdfRequest.h"

@@ -7,7 +7,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <utility>
 #include <vector>
 
 #include "api/lum_sdf_sdk.h"
@@ -92,16 +91,20 @@ class Sdf : public SdkBase {
     // it.
     void endFilter(unsigned int id);
 
-    // One of the callback slots, to read or to replace (returning the old callback).
+    // One of the callback slots, to read or to replace (returning the old callback). A slot is read
+    // and written whole also where the record is not locked: an application may create, destroy and
+    // register while a callback is being delivered.
     template <typename Callback>
     Callback readSlot(Callback Sdf::*slot) const {
         [[maybe_unused]] const auto held = touch();
-        return this->*slot;
+        return __atomic_load_n(&(this->*slot), __ATOMIC_RELAXED);
     }
     template <typename Callback>
     Callback replaceSlot(Callback Sdf::*slot, Callback cb) {
         [[maybe_unused]] const auto held = touch();
-        return std::exchange(this->*slot, cb);
+        const Callback before = __atomic_load_n(&(this->*slot), __ATOMIC_RELAXED);
+        __atomic_store_n(&(this->*slot), cb, __ATOMIC_RELAXED);
+        return before;
     }
 
     // The client object of the process, if there is one.
