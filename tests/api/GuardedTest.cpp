@@ -14,16 +14,9 @@ namespace {
 class GuardedTest : public ClientTest {};
 
 std::atomic<int> gLevels{0};
-std::atomic<int> gStatuses{0};
 
 void countLevels(long long, SdfLatencyLvl, SdfLatencyLvl) {
     ++gLevels;
-}
-void countStatus(int) {
-    ++gStatuses;
-}
-void countLegacy(status_e) {
-    ++gStatuses;
 }
 
 std::vector<uint8_t> levelsFor(long long id) {
@@ -61,26 +54,6 @@ TEST_F(GuardedTest, RequestsWhileRepliesAreDispatched) {
     EXPECT_EQ(client().mUsedIds.size(), static_cast<size_t>(kThreads * kRequests / 2));
     EXPECT_EQ(client().mLatencyCbs.size(), static_cast<size_t>(kThreads * kRequests / 2));
     EXPECT_EQ(sdk().transport->take().size(), static_cast<size_t>(kThreads * kRequests));
-}
-
-TEST_F(GuardedTest, StatusWhileCallbacksAreReplaced) {
-    ASSERT_EQ(createSdfClient(countStatus), 0);
-    const SdkClientBase::Listener listener = sdk().listener;
-    const std::vector<uint8_t> up = fromHex(service::statusInd("06"));
-    std::thread delivering([&] {
-        for (int i = 0; i < 500; ++i) {
-            listener(SdkClientBase::SDK_BLOB_RECEIVED, up);
-            listener(SdkClientBase::SDK_SERVICE_DOWN, {});
-        }
-    });
-    for (int i = 0; i < 500; ++i) {
-        EXPECT_EQ(createSdfClient(countStatus), 0);
-        EXPECT_EQ(lum_sdf_enable(countLegacy), 1);
-    }
-    delivering.join();
-    EXPECT_GE(gStatuses, 1000);
-    EXPECT_LE(gStatuses, 2000);
-    EXPECT_EQ(sdk().transport->take().size(), 1001U);
 }
 
 }  // namespace

@@ -6,12 +6,22 @@
 #include <thread>
 
 #include "tests/api/ClientFixture.h"
+#include "tests/support/Hex.h"
 
 namespace {
 
 class ThreadsTest : public ClientTest {};
 
 void ignoreStatus(int) {}
+
+std::atomic<int> gStatuses{0};
+
+void countStatus(int) {
+    ++gStatuses;
+}
+void countLegacy(status_e) {
+    ++gStatuses;
+}
 
 // Creating and destroying from several threads at once ends with a client or with none, never with
 // a transport that nobody holds or an object that nobody can destroy.
@@ -60,6 +70,27 @@ TEST_F(ThreadsTest, RequestsWhileTheClientComesAndGoes) {
     }
     done = true;
     asking.join();
+}
+
+// Asking again, with any callback, while the service reports: needs no lock.
+TEST_F(ThreadsTest, StatusWhileCallbacksAreReplaced) {
+    ASSERT_EQ(createSdfClient(countStatus), 0);
+    const SdkClientBase::Listener listener = sdk().listener;
+    const std::vector<uint8_t> up = fromHex(service::statusInd("06"));
+    std::thread delivering([&] {
+        for (int i = 0; i < 500; ++i) {
+            listener(SdkClientBase::SDK_BLOB_RECEIVED, up);
+            listener(SdkClientBase::SDK_SERVICE_DOWN, {});
+        }
+    });
+    for (int i = 0; i < 500; ++i) {
+        EXPECT_EQ(createSdfClient(countStatus), 0);
+        EXPECT_EQ(lum_sdf_enable(countLegacy), 1);
+    }
+    delivering.join();
+    EXPECT_GE(gStatuses, 1000);
+    EXPECT_LE(gStatuses, 2000);
+    EXPECT_EQ(sdk().transport->take().size(), 1001U);
 }
 
 }  // namespace
