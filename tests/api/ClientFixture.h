@@ -25,6 +25,29 @@ void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second);  // "lev
 void onOtherLevels(long long id, SdfLatencyLvl first,
                    SdfLatencyLvl second);  // "otherLevels(7,1,6)"
 
+// For sdfRegFilterStatus(): "filterStatus(7,1)"; for the functions that add filters: "added(7,1)".
+void onFilterStatus(unsigned int id, SdfFilterStatus status);
+void onOtherFilterStatus(unsigned int id, SdfFilterStatus status);
+void onAdded(unsigned int id, SdfFilterStatus status);
+void onOtherAdded(unsigned int id, SdfFilterStatus status);
+// For sdfGetFilters(): "filter(7,1,6,3,2,300)".
+void onFilter(unsigned int id, SdfFilterStatus status, SdfLatencyLvl first, SdfLatencyLvl second,
+              SdfOod ood, unsigned int pdcpTimer);
+void onOtherFilter(unsigned int id, SdfFilterStatus status, SdfLatencyLvl first,
+                   SdfLatencyLvl second, SdfOod ood, unsigned int pdcpTimer);
+// For sdfRegPriorityQueueReports(): "reports(1,2,3)"; for sdfGetPriorityQueueReport():
+// "report(...".
+void onReports(unsigned int key, uint64_t first, uint64_t second);
+void onOtherReports(unsigned int key, uint64_t first, uint64_t second);
+void onReport(unsigned int key, uint64_t first, uint64_t second);
+void onOtherReport(unsigned int key, uint64_t first, uint64_t second);
+// For sdfRegAutoFilterInfo(): "auto(7)"; what it was told is kept, see autoInfo().
+void onAuto(unsigned int id, SdfAddFilterInfo info);
+void onOtherAuto(unsigned int id, SdfAddFilterInfo info);
+
+// What onAuto() or onOtherAuto() was last told, see bytesOf().
+std::string autoInfo();
+
 // The calls since the last take, in order.
 std::vector<std::string> takeCalls();
 
@@ -47,8 +70,17 @@ inline std::string statusInd(const std::string& status) {
 }
 // EFFECTIVE_LEVELS_CB for the id with this varint, levels 6 and 3.
 std::string effectiveLevels(const std::string& idVarint);
+// A field with this tag that holds these bytes, at most 127.
+std::string field(const std::string& tag, const std::string& contents);
+// A message with this event, without an id, and the body of these bytes that belongs to the event.
+std::string message(int event, const std::string& body);
+// The same with the body of another event.
+std::string message(int event, int bodyOf, const std::string& body);
 
 }  // namespace service
+
+// All bytes of the description, those between its members included.
+std::string bytesOf(const SdfAddFilterInfo& info);
 
 using Calls = std::vector<std::string>;
 
@@ -70,4 +102,7 @@ class ClientTest : public ::testing::Test {
 
     // A client with app::onV2, the service up, nothing recorded.
     static void startUp();
+    // The same with app::onLegacy, all callbacks of namespace app registered and awaited
+    // (app::onLevels by request 7, app::onAdded by request 8), and the filter kFilterId confirmed.
+    static void startUpWithAll();
 };

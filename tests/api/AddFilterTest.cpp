@@ -1,0 +1,343 @@
+// SPDX-License-Identifier: Apache-2.0
+// sdfAddFilter() and sdfAddFilterV2().
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+
+#include <cstring>
+#include <functional>
+
+#include "tests/api/ClientFixture.h"
+#include "tests/api/ClientState.h"
+#include "tests/api/Requests.h"
+#include "tests/api/ScriptedRand.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+using Ids = std::vector<unsigned int>;
+using Lines = std::vector<LogLine>;
+using Texts = std::vector<std::string>;
+using Change = std::function<void(SdfAddFilterInfo&)>;
+
+LogLine rendered(int family) {
+    return logD("sdfGetIp with address type: " + std::to_string(family) + "\n");
+}
+
+class AddFilterTest : public ClientTest {
+  protected:
+    void SetUp() override {
+        startUp();
+        scriptRand({7});
+    }
+
+    // Both functions refuse it with `code` and log `lines`; nothing comes of it.
+    static void expectRefused(const SdfAddFilterInfo& info, SdfFilterStatusCb cb, long long code,
+                              const Lines& lines) {
+        for (const bool v2 : {false, true}) {
+            const LogCapture log;
+            const ClientState before;
+            EXPECT_EQ(v2 ? sdfAddFilterV2(info, 1, cb) : sdfAddFilter(info, cb), code) << v2;
+            EXPECT_EQ(log.lines(), lines) << v2;
+            EXPECT_EQ(ClientState().differences(before), "") << v2;
+            EXPECT_EQ(sdk().transport->takeText(), Texts{}) << v2;
+        }
+    }
+
+    // Adds it under the id 7 and returns the event.
+    static std::string add(const SdfAddFilterInfo& info) {
+        client().mUsedIds.clear();
+        client().mFilterCbs.clear();
+        scriptRand({7});
+        EXPECT_EQ(sdfAddFilter(info, app::onAdded), 7);
+        const Texts texts = sdk().transport->takeText();
+        EXPECT_EQ(texts.size(), 1U);
+        return texts.empty() ? "" : texts[0];
+    }
+
+    static bool isAccepted(const SdfAddFilterInfo& info) {
+        const long long result = sdfAddFilter(info, app::onAdded);
+        EXPECT_TRUE(result > 0 || result == -2) << result;
+        return result > 0;
+    }
+};
+
+// The service is asked for before anything is looked at, rendering included.
+TEST_F(AddFilterTest, ServiceDownGoesFirst) {
+    client().mServiceUp = false;
+    SdfAddFilterInfo wrong = makeFlow();
+    wrong.first_level = SdfLatencyLvl{};
+    expectRefused(makeFlow(), app::onAdded, -8, {});
+    expectRefused(wrong, app::onAdded, -8, {});
+    expectRefused(SdfAddFilterInfo{}, nullptr, -8, {});
+}
+
+// Both addresses are rendered, the source first, whatever is found wrong afterwards.
+TEST_F(AddFilterTest, BothAddressesAreRenderedFirst) {
+    const Lines v4 = {rendered(2), rendered(2)};
+    const SdfAddFilterInfo flow = makeFlow();
+    SdfAddFilterInfo noSource = flow;
+    noSource.src_addr = {};
+    SdfAddFilterInfo noDestination = flow;
+    noDestination.dest_addr = {};
+    SdfAddFilterInfo wrong = flow;
+    wrong.second_level = SdfLatencyLvl{};
+    expectRefused(noSource, app::onAdded, -2, {rendered(0), rendered(2)});
+    expectRefused(noSource, nullptr, -2, {rendered(0), rendered(2)});
+    expectRefused(noDestination, app::onAdded, -2, {rendered(2), rendered(0)});
+    expectRefused(flow, nullptr, -2, v4);
+    expectRefused(wrong, app::onAdded, -2, v4);
+    expectRefused(SdfAddFilterInfo{}, app::onAdded, -2, {rendered(0), rendered(0)});
+    SdfAddFilterInfo otherFamily = flow;
+    otherFamily.src_addr.ss_family = AF_UNIX;
+    expectRefused(otherFamily, app::onAdded, -2, {rendered(1), rendered(2)});
+    std::swap(otherFamily.src_addr, otherFamily.dest_addr);
+    expectRefused(otherFamily, app::onAdded, -2, {rendered(2), rendered(1)});
+
+    const LogCapture log;
+    EXPECT_GT(sdfAddFilter(makeFlow("::1", 0, "1.2.3.4", 0), app::onAdded), 0);
+    const Lines lines = log.lines();
+    ASSERT_GE(lines.size(), 2U);
+    EXPECT_EQ(Lines(lines.begin(), lines.begin() + 2), (Lines{rendered(10), rendered(2)}));
+    EXPECT_EQ(log.count(rendered(10)) + log.count(rendered(2)), 2U);
+}
+
+// Each wrong member on its own, and with any other.
+TEST_F(AddFilterTest, WrongMembers) {
+    std::vector<std::pair<std::string, Change>> wrongs;
+    const auto addWrong = [&wrongs](const char* member, int value, const auto& set) {
+        wrongs.emplace_back(member + (" " + std::to_string(value)),
+                            [=](SdfAddFilterInfo& info) { set(info, value); });
+    };
+    for (const int value : {0, 7, -1, -2, 33, INT32_MIN, INT32_MAX}) {
+        addWrong("first level", value, [](auto& info, int level) {
+            info.first_level = static_cast<SdfLatencyLvl>(level);
+        });
+        addWrong("second level", value, [](auto& info, int level) {
+            info.second_level = static_cast<SdfLatencyLvl>(level);
+        });
+    }
+    for (const int value : {4, 7, -1, -2, 33, INT32_MIN, INT32_MAX}) {
+        addWrong("protocol", value, [](auto& info, int protocol) {
+            info.protocol = static_cast<SdfProtocol>(protocol);
+        });
+    }
+    for (const int value : {33, -1, -2, INT32_MIN, INT32_MAX}) {
+        addWrong("application type", value,
+                 [](auto& info, int type) { info.app_type = static_cast<SdfFilterAppType>(type); });
+    }
+    for (const int value : {0, 4, -1, -2, 33, INT32_MIN, INT32_MAX}) {
+        addWrong("out-of-order delivery", value,
+                 [](auto& info, int ood) { info.ood = static_cast<SdfOod>(ood); });
+    }
+    addWrong("source port range", 1, [](auto& info, int) {
+        info.src_addr = makeFlow("1.2.3.4", 65535).src_addr;
+        info.src_port_range = 1;
+    });
+    addWrong("destination port range", 1, [](auto& info, int) {
+        info.dest_addr = makeFlow("", 0, "5.6.7.8", 65535).dest_addr;
+        info.dest_port_range = 1;
+    });
+    const Lines lines = {rendered(2), rendered(2)};
+    for (const auto& [what, change] : wrongs) {
+        SCOPED_TRACE(what);
+        SdfAddFilterInfo info = makeFlow();
+        change(info);
+        expectRefused(info, app::onAdded, -2, lines);
+        for (const auto& other : wrongs) {
+            SdfAddFilterInfo both = info;
+            other.second(both);
+            EXPECT_FALSE(isAccepted(both)) << other.first;
+        }
+    }
+    EXPECT_EQ(sdk().transport->takeText(), Texts{});
+}
+
+TEST_F(AddFilterTest, PortAndRangeFitIn16Bits) {
+    for (const auto& [port, range, accepted] : std::vector<std::tuple<int, int, bool>>{
+             {65000, 535, true},
+             {65000, 536, false},
+             {65535, 0, true},
+             {65535, 1, false},
+             {0, 65535, true},
+             {1, 65535, false},
+             {65535, 65535, false},
+             {32768, 32767, true},
+             {32768, 32768, false},
+         }) {
+        for (const char* text : {"1.2.3.4", "::1"}) {
+            SCOPED_TRACE(std::string(text) + " " + std::to_string(port) + "+" +
+                         std::to_string(range));
+            SdfAddFilterInfo info = makeFlow(text, port, text, 0);
+            info.src_port_range = static_cast<uint16_t>(range);
+            EXPECT_EQ(isAccepted(info), accepted);
+            std::swap(info.src_addr, info.dest_addr);
+            std::swap(info.src_port_range, info.dest_port_range);
+            EXPECT_EQ(isAccepted(info), accepted);
+        }
+    }
+}
+
+// An address of no family has no port, whatever stands in its place.
+TEST_F(AddFilterTest, AddressesOfNoFamily) {
+    SdfAddFilterInfo info = makeFlow("1.2.3.4", 65535, "2001:db8::1", 65535);
+    info.src_addr.ss_family = AF_UNSPEC;
+    info.dest_addr.ss_family = AF_UNSPEC;
+    info.src_port_range = 65535;
+    info.dest_port_range = 65535;
+    // 1.2.3.4 and 2001:db8::1; the ranges are FF FF 03.
+    EXPECT_EQ(add(info),
+              "5: 08 04 10 07 1A 22 32 20 0A 07 31 2E 32 2E 33 2E 34 12 0B 32 30 30 31 3A 64 62 38"
+              " 3A 3A 31 60 01 70 FF FF 03 78 FF FF 03");
+}
+
+// The two ends need not be of one family.
+TEST_F(AddFilterTest, EndsOfTwoFamilies) {
+    EXPECT_EQ(add(makeFlow("::", 1, "0.0.0.0", 2)),
+              "5: 08 04 10 07 1A 15 32 13 0A 02 3A 3A 12 07 30 2E 30 2E 30 2E 30 18 01 20 02"
+              " 60 01");
+}
+
+// Every member has a value of its own, as far as its range allows.
+SdfAddFilterInfo fullFlow() {
+    SdfAddFilterInfo info = makeFlow("1.2.3.4", 443, "5.6.7.8", 53);
+    info.first_level = SDF_LATENCY_LVL_2;
+    info.second_level = SDF_LATENCY_LVL_6;
+    info.ood = SDF_OOD_DISABLED_LVL;
+    info.app_type = SDF_APP_TYPE_TRAFFIC_PRIO_BE;
+    info.protocol = SDF_PROTOCOL_UDP;
+    info.filter_arg6 = 201;
+    info.pdcp_timer = 300;
+    info.filter_arg11 = UINT32_MAX;
+    info.filter_arg13 = 13;
+    info.src_port_range = 100;
+    info.dest_port_range = 255;
+    info.filter_arg19 = 19;
+    info.filter_arg20 = 20;
+    info.filter_arg16 = 200;
+    info.filter_arg17 = 17;
+    return info;
+}
+
+// fullFlow() up to the fields around the extra one.
+const std::string kFullUpTo17 =
+    "0A 07 31 2E 32 2E 33 2E 34 12 07 35 2E 36 2E 37 2E 38 18 BB 03 20 35 28 02 30 C9 01 38 01"
+    " 40 05 48 AC 02 50 02 58 FF FF FF FF 0F 60 21 68 0D 70 64 78 FF 01 80 01 C8 01 88 01 11 ";
+const std::string kFullFrom19 = "98 01 13 A0 01 14";
+
+TEST_F(AddFilterTest, Bytes) {
+    scriptRand({300, 301, 302, 303});
+    EXPECT_EQ(sdfAddFilter(fullFlow(), app::onAdded), 300);
+    EXPECT_EQ(sdfAddFilterV2(fullFlow(), 0, app::onAdded), 301);
+    EXPECT_EQ(sdfAddFilterV2(fullFlow(), 127, app::onAdded), 302);
+    EXPECT_EQ(sdfAddFilterV2(fullFlow(), 255, app::onAdded), 303);
+    EXPECT_EQ(
+        sdk().transport->takeText(),
+        (Texts{"5: 08 04 10 AC 02 1A 43 32 41 " + kFullUpTo17 + kFullFrom19,
+               "5: 08 04 10 AD 02 1A 46 32 44 " + kFullUpTo17 + "90 01 00 " + kFullFrom19,
+               "5: 08 04 10 AE 02 1A 46 32 44 " + kFullUpTo17 + "90 01 7F " + kFullFrom19,
+               "5: 08 04 10 AF 02 1A 47 32 45 " + kFullUpTo17 + "90 01 FF 01 " + kFullFrom19}));
+}
+
+// Each member alone: the event of the lowest flow with one field more, or one changed.
+TEST_F(AddFilterTest, BytesOfEachMember) {
+    // What comes before and behind the application type's field, and the field itself.
+    const std::string ips = "0A 07 31 2E 32 2E 33 2E 34 12 07 35 2E 36 2E 37 2E 38 ";
+    const std::string type = "60 01";
+    const std::string of22 = "5: 08 04 10 07 1A 18 32 16 " + ips;  // two bytes more
+    const std::string of23 = "5: 08 04 10 07 1A 19 32 17 " + ips;  // three
+    const std::string of24 = "5: 08 04 10 07 1A 1A 32 18 " + ips;  // four
+    const struct {
+        const char* member;
+        Change change;
+        std::string event;
+    } rows[] = {
+        {"none", [](auto&) {}, "5: 08 04 10 07 1A 16 32 14 " + ips + type},
+        {"source port", [](auto& info) { info.src_addr = makeFlow("1.2.3.4", 99).src_addr; },
+         of22 + "18 63 " + type},
+        {"destination port",
+         [](auto& info) { info.dest_addr = makeFlow("::", 0, "5.6.7.8", 99).dest_addr; },
+         of22 + "20 63 " + type},
+        {"protocol", [](auto& info) { info.protocol = SDF_PROTOCOL_TCPUDP; },
+         of22 + "28 03 " + type},
+        {"filter_arg6", [](auto& info) { info.filter_arg6 = 6; }, of22 + "30 06 " + type},
+        {"first level", [](auto& info) { info.first_level = SDF_LATENCY_LVL_3; },
+         of22 + "38 02 " + type},
+        {"second level", [](auto& info) { info.second_level = SDF_LATENCY_LVL_5; },
+         of22 + "40 04 " + type},
+        {"PDCP timer", [](auto& info) { info.pdcp_timer = 9; }, of22 + "48 09 " + type},
+        {"out-of-order delivery", [](auto& info) { info.ood = SDF_OOD_ENABLED_LVL; },
+         of22 + "50 01 " + type},
+        {"filter_arg11", [](auto& info) { info.filter_arg11 = 11; }, of22 + "58 0B " + type},
+        {"filter_arg13", [](auto& info) { info.filter_arg13 = 13; }, of22 + type + " 68 0D"},
+        {"source port range", [](auto& info) { info.src_port_range = 14; }, of22 + type + " 70 0E"},
+        {"destination port range", [](auto& info) { info.dest_port_range = 15; },
+         of22 + type + " 78 0F"},
+        {"filter_arg16", [](auto& info) { info.filter_arg16 = 16; }, of23 + type + " 80 01 10"},
+        {"filter_arg16 of 200", [](auto& info) { info.filter_arg16 = 200; },
+         of24 + type + " 80 01 C8 01"},
+        {"filter_arg17", [](auto& info) { info.filter_arg17 = 17; }, of23 + type + " 88 01 11"},
+        {"filter_arg19", [](auto& info) { info.filter_arg19 = 19; }, of23 + type + " 98 01 13"},
+        {"filter_arg20", [](auto& info) { info.filter_arg20 = 20; }, of23 + type + " A0 01 14"},
+    };
+    for (const auto& row : rows) {
+        SdfAddFilterInfo info = makeFlow();
+        row.change(info);
+        EXPECT_EQ(add(info), row.event) << row.member;
+    }
+    // Application type n is n + 1 on the wire.
+    for (int n = 0; n <= 32; ++n) {
+        SdfAddFilterInfo info = makeFlow();
+        info.app_type = static_cast<SdfFilterAppType>(n);
+        EXPECT_EQ(add(info), "5: 08 04 10 07 1A 16 32 14 " + ips + format("60 %02X", n + 1)) << n;
+    }
+}
+
+TEST_F(AddFilterTest, IsRecordedUnderItsId) {
+    client().mFilterIds = {kFilterId};
+    scriptRand({0, 300, 5, 5, 6});
+    EXPECT_EQ(sdfAddFilter(makeFlow(), app::onAdded), 5);  // 300 is a live filter's
+    EXPECT_EQ(sdfAddFilterV2(makeFlow(), 1, app::onOtherAdded), 6);
+    EXPECT_EQ(client().mUsedIds, (Ids{5, 6}));
+    EXPECT_EQ(client().mFilterIds, Ids{kFilterId});  // the service has confirmed nothing
+    EXPECT_EQ(client().mFilterCbs.at(5), app::onAdded);
+    EXPECT_EQ(client().mFilterCbs.at(6), app::onOtherAdded);
+    EXPECT_EQ(client().mFilterCbs.size(), 2U);
+    EXPECT_TRUE(client().mLatencyCbs.empty());
+    EXPECT_EQ(sdfDeleteFilter(5), -2);
+}
+
+TEST_F(AddFilterTest, AnEarlierEntryUnderTheIdStays) {
+    client().mFilterCbs[7] = app::onOtherAdded;
+    EXPECT_EQ(sdfAddFilter(makeFlow(), app::onAdded), 7);
+    EXPECT_EQ(client().mFilterCbs.at(7), app::onOtherAdded);
+}
+
+// Filters and latency requests draw from one series; in a fresh process it is the C library's from
+// its default seed, which nothing in the library changes.
+void exitWithFirstIds() {
+    FakeSdkClient::reset();
+    int wrong = 0;
+    const auto expect = [&wrong](long long actual, long long expected) {
+        if (actual != expected) ++wrong;
+    };
+    expect(createSdfClient(app::onV2), 0);
+    Sdf::mInstance->mServiceUp = true;
+    expect(sdfAddFilter(makeFlow(), app::onAdded), 1804289383);
+    expect(sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false,
+                            app::onLevels),
+           846930886);
+    expect(sdfAddFilterV2(makeFlow(), 1, app::onAdded), 1681692777);
+    expect(destroySdfClient(), 0);
+    expect(lum_sdf_enable(app::onLegacy), 1);
+    Sdf::mInstance->mServiceUp = true;
+    expect(sdfAddFilter(makeFlow(), app::onAdded), 1714636915);
+    exit(wrong);
+}
+
+TEST(AddFilter, IdsOfAFreshProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process of its own, not a fork of this one
+    EXPECT_EXIT(exitWithFirstIds(), ::testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
