@@ -2,7 +2,11 @@
 // The application calls the interface from inside its callbacks.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "tests/api/ClientFixture.h"
+#include "tests/api/ClientState.h"
+#include "tests/api/Requests.h"
 #include "tests/api/ScriptedRand.h"
 #include "tests/support/Hex.h"
 
@@ -270,42 +274,321 @@ TEST_F(InCallbackTest, WhileACreateObtainsTheTransport) {
     EXPECT_EQ(client().mUsedIds, Ids{8});
 }
 
-// Every callback, every pair of calls from inside it; the client can be used afterwards.
-TEST_F(InCallbackTest, EveryCallFromEveryCallback) {
-    const std::vector<std::function<void()>> calls = {
+// ---- The one-shot slots, and lists whose callback changes what they are about
+
+using service::field;
+using service::message;
+
+const std::string kTwoFilters = message(4, field("12", "08 05") + " " + field("12", "08 06"));
+const std::string kTwoEntries = message(5, field("12", "08 05") + " " + field("12", "08 06"));
+
+class FilterInCallbackTest : public InCallbackTest {
+  protected:
+    void SetUp() override { startUpWithAll(); }
+};
+
+TEST_F(FilterInCallbackTest, ListCallbackAsksForTheNextList) {
+    app::inside("filter", [] { EXPECT_EQ(sdfGetFilters(app::onOtherFilter), 0); });
+    receive(kTwoFilters);
+    EXPECT_EQ(app::takeCalls(), (Calls{"filter(5,0,1,1,1,0)", "filter(6,0,1,1,1,0)"}));
+    EXPECT_EQ(client().mGetFiltersCb, app::onOtherFilter);
+    receive(kTwoFilters);
+    EXPECT_EQ(app::takeCalls(), (Calls{"otherFilter(5,0,1,1,1,0)", "otherFilter(6,0,1,1,1,0)"}));
+    EXPECT_EQ(client().mGetFiltersCb, nullptr);
+}
+
+// The same callback again: the slot that its own list leaves empty is filled by the call inside.
+TEST_F(FilterInCallbackTest, ListCallbackAsksForItselfAgain) {
+    app::inside("filter", [] { EXPECT_EQ(sdfGetFilters(app::onFilter), 0); });
+    for (int round = 0; round < 3; ++round) {
+        receive(kTwoFilters);
+        EXPECT_EQ(app::takeCalls(), (Calls{"filter(5,0,1,1,1,0)", "filter(6,0,1,1,1,0)"}));
+    }
+}
+
+TEST_F(FilterInCallbackTest, ReportCallbackAsksForTheNextReport) {
+    client().mPriorityQueueReportsCb = nullptr;
+    app::inside("report", [] { EXPECT_EQ(sdfGetPriorityQueueReport(app::onOtherReport), 0); });
+    receive(kTwoEntries);
+    EXPECT_EQ(app::takeCalls(), (Calls{"report(5,0,0)", "report(6,0,0)"}));
+    receive(kTwoEntries);
+    EXPECT_EQ(app::takeCalls(), (Calls{"otherReport(5,0,0)", "otherReport(6,0,0)"}));
+    EXPECT_EQ(client().mGetPriorityQueueReportCb, nullptr);
+}
+
+// A report that is asked for while another is delivered is the next one, also when that other one
+// was not asked for.
+TEST_F(FilterInCallbackTest, ReportsCallbackAsksForTheNextReport) {
+    client().mGetPriorityQueueReportCb = nullptr;
+    app::inside("reports", [] {
+        app::inside("reports", nullptr);
+        EXPECT_EQ(sdfGetPriorityQueueReport(app::onReport), 0);
+    });
+    receive(kTwoEntries);
+    EXPECT_EQ(app::takeCalls(), (Calls{"reports(5,0,0)", "reports(6,0,0)"}));
+    receive(kTwoEntries);
+    EXPECT_EQ(app::takeCalls(),
+              (Calls{"reports(5,0,0)", "report(5,0,0)", "reports(6,0,0)", "report(6,0,0)"}));
+}
+
+// A registration counts from the next entry, or filter, on.
+TEST_F(FilterInCallbackTest, RegistrationIsReplacedInTheMiddle) {
+    app::inside("report",
+                [] { EXPECT_EQ(sdfRegPriorityQueueReports(true, 1, app::onOtherReports), 0); });
+    receive(kTwoEntries);
+    EXPECT_EQ(app::takeCalls(),
+              (Calls{"reports(5,0,0)", "report(5,0,0)", "otherReports(6,0,0)", "report(6,0,0)"}));
+    app::inside("filterStatus", [] { EXPECT_EQ(sdfRegFilterStatus(app::onOtherFilterStatus), 0); });
+    receive(message(2, field("12", "08 05") + " " + field("12", "08 06")));
+    EXPECT_EQ(app::takeCalls(), (Calls{"filterStatus(5,0)", "otherFilterStatus(6,0)"}));
+    app::inside("auto", [] { EXPECT_EQ(sdfRegAutoFilterInfo(app::onOtherAuto), 0); });
+    receive(message(6, "08 05"));
+    receive(message(6, "08 05"));
+    EXPECT_EQ(app::takeCalls(), (Calls{"auto(5)", "otherAuto(5)"}));
+}
+
+// A state is told in the middle of a list of them; the filters of the rest come and go meanwhile.
+TEST_F(FilterInCallbackTest, StatusCallbackAddsAndDeletes) {
+    client().mFilterIds = {1, 2, 3, 4, 5, kFilterId};
+    app::inside("filterStatus", [] {
+        for (int i = 0; i < 100; ++i) EXPECT_GT(sdfAddFilter(makeFlow(), app::onAdded), 0);
+        EXPECT_EQ(sdfDeleteFilter(client().mFilterIds.back()), 0);
+    });
+    receive(message(2, field("12", "08 01 10 03") + " " + field("12", "08 02 10 03") + " " +
+                           field("12", "08 AC 02 10 03")));
+    EXPECT_EQ(app::takeCalls(),
+              (Calls{"filterStatus(1,3)", "filterStatus(2,3)", "filterStatus(300,3)"}));
+    EXPECT_EQ(client().mFilterIds, Ids{3});
+    EXPECT_EQ(client().mFilterCbs.size(), 301U);
+}
+
+// While it is told of, a filter is not known yet: deleting all leaves it.
+TEST_F(FilterInCallbackTest, AddCallbackDeletesAll) {
+    app::inside("added", [] {
+        EXPECT_EQ(sdfDeleteFilter(8), -2);
+        EXPECT_EQ(sdfDeleteAllFilter(), 0);
+        EXPECT_EQ(sdfDeleteAllFilter(), -5);
+    });
+    receive(message(3, field("0A", "08 08 10 01")));
+    EXPECT_EQ(client().mFilterIds, Ids{8});
+    EXPECT_EQ(sdfDeleteFilter(8), 0);
+}
+
+TEST_F(FilterInCallbackTest, AddCallbackAddsAgain) {
+    scriptRand({8, 9});  // 8 is still taken
+    app::inside("added", [] { EXPECT_EQ(sdfAddFilter(makeFlow(), app::onOtherAdded), 9); });
+    receive(message(3, field("0A", "08 08 10 04")));
+    EXPECT_EQ(client().mUsedIds, (Ids{7, 9}));
+    EXPECT_EQ(client().mFilterIds, Ids{kFilterId});
+    receive(message(3, field("0A", "08 09 10 01")));
+    EXPECT_EQ(app::takeCalls(), (Calls{"added(8,4)", "otherAdded(9,1)"}));
+    EXPECT_EQ(client().mFilterIds, (Ids{kFilterId, 9}));
+}
+
+// The new client's request under the same number goes on waiting.
+TEST_F(FilterInCallbackTest, AddCallbackDestroysAndCreates) {
+    app::inside("added", [] {
+        EXPECT_EQ(destroySdfClient(), 0);
+        EXPECT_EQ(createSdfClient(app::onOtherV2), 0);
+        client().mServiceUp = true;
+        scriptRand({8});
+        EXPECT_EQ(sdfAddFilter(makeFlow(), app::onOtherAdded), 8);
+    });
+    receive(message(3, field("0A", "08 08 10 01")));
+    EXPECT_EQ(app::takeCalls(), Calls{"added(8,1)"});
+    EXPECT_EQ(client().mUsedIds, Ids{8});
+    EXPECT_TRUE(client().mFilterIds.empty());
+    receive(message(3, field("0A", "08 08 10 01")));
+    EXPECT_EQ(app::takeCalls(), Calls{"otherAdded(8,1)"});
+}
+
+// ---- Every call from inside every callback
+
+// Something that arrives, and the calls that it makes when nobody interferes.
+struct Delivery {
+    const char* what;
+    std::string hex;  // of a message; empty: the loss of the service
+    Calls calls;
+    bool up;  // whether the service is up while it is delivered
+};
+
+const std::vector<Delivery>& deliveries() {
+    static const std::vector<Delivery> all = {
+        {"service up", service::statusInd("06"), {"legacy(5)", "v2(-7)"}, true},
+        {"service error", service::statusInd("03"), {"legacy(2)", "v2(-3)"}, false},
+        {"service lost", "", {"legacy(6)", "v2(-8)"}, false},
+        {"levels", service::effectiveLevels("07"), {"levels(7,6,3)"}, true},
+        {"filter states",
+         message(2, field("12", "08 05 10 03") + " " + field("12", "08 06 10 01") + " " +
+                        field("12", "08 63 10 04")),
+         {"filterStatus(5,3)", "filterStatus(6,1)", "filterStatus(99,4)"},
+         true},
+        {"filter added", message(3, field("0A", "08 08 10 01")), {"added(8,1)"}, true},
+        {"filters listed",
+         message(4, field("12", "08 05") + " " + field("12", "08 06") + " " + field("12", "08 07")),
+         {"filter(5,0,1,1,1,0)", "filter(6,0,1,1,1,0)", "filter(7,0,1,1,1,0)"},
+         true},
+        {"report",
+         kTwoEntries,
+         {"reports(5,0,0)", "report(5,0,0)", "reports(6,0,0)", "report(6,0,0)"},
+         true},
+        {"automatic filter", message(6, "08 05 18 01"), {"auto(5)"}, true},
+    };
+    return all;
+}
+
+class EveryCallTest : public FilterInCallbackTest {
+  protected:
+    static void deliver(const Delivery& delivery) {
+        if (delivery.hex.empty()) {
+            report(SdkClientBase::SDK_SERVICE_DOWN);
+        } else {
+            receive(delivery.hex);
+        }
+    }
+
+    static std::string nameOf(const std::string& call) { return call.substr(0, call.find('(')); }
+
+    // Starts anew, and does action() in each call of that callback while this is delivered; leaves
+    // the client in place.
+    static void run(const Delivery& delivery, const std::string& callback,
+                    const std::function<void()>& action) {
+        destroySdfClient();
+        app::reset();
+        startUpWithAll();
+        app::inside(callback, action);
+        deliver(delivery);
+        app::inside(callback, nullptr);
+    }
+
+    // test(delivery, the callback's name) for each callback that the delivery calls.
+    template <typename Test>
+    static void forEachCallback(const Test& test) {
+        for (const Delivery& delivery : deliveries()) {
+            std::set<std::string> names;
+            for (const std::string& call : delivery.calls) names.insert(nameOf(call));
+            for (const std::string& name : names) {
+                SCOPED_TRACE(delivery.what + (", in " + name));
+                test(delivery, name);
+            }
+        }
+    }
+};
+
+// A request from inside is a request like any other, and everything else is delivered as without.
+TEST_F(EveryCallTest, Requests) {
+    forEachCallback([](const Delivery& delivery, const std::string& callback) {
+        for (const Request& request : everyRequest()) {
+            SCOPED_TRACE(request.name);
+            std::vector<long long> results;
+            run(delivery, callback, [&] {
+                if (results.empty()) scriptRand({9});
+                results.push_back(request.call());
+            });
+            EXPECT_EQ(app::takeCalls(), delivery.calls);
+            std::string event = request.event;
+            if (request.drawsId) event.replace(event.find("10 07"), 5, "10 09");
+            const Texts posted = sdk().transport->takeText();
+            if (!delivery.up) {
+                EXPECT_EQ(results, std::vector<long long>{-8});
+                EXPECT_EQ(posted, Texts{});
+                continue;
+            }
+            ASSERT_FALSE(results.empty());
+            EXPECT_EQ(results[0], request.drawsId ? 9 : 0);
+            if (!event.empty()) {
+                ASSERT_FALSE(posted.empty());
+                EXPECT_EQ(posted[0], event);
+            }
+        }
+    });
+}
+
+// Creating again from inside asks the service again and changes nothing else.
+TEST_F(EveryCallTest, Creates) {
+    forEachCallback([](const Delivery& delivery, const std::string& callback) {
+        size_t times = 0;
+        run(delivery, callback, [&] {
+            ++times;
+            EXPECT_EQ(createSdfClient(app::onV2), 0);
+            EXPECT_EQ(lum_sdf_enable(app::onLegacy), 1);
+        });
+        EXPECT_EQ(app::takeCalls(), delivery.calls);
+        EXPECT_EQ(sdk().transport->takeText(), Texts(2 * times, kEnable));
+        EXPECT_EQ(client().mServiceUp, delivery.up);
+    });
+}
+
+// With the client gone, the rest of the message is dropped; a new client is not touched by it.
+TEST_F(EveryCallTest, Destroys) {
+    const auto destroy = [] { EXPECT_EQ(destroySdfClient(), 0); };
+    const auto disable = [] { EXPECT_EQ(lum_sdf_disable(), 1); };
+    const auto create = [] { EXPECT_EQ(createSdfClient(app::onV2), 0); };
+    const auto enable = [] { EXPECT_EQ(lum_sdf_enable(app::onLegacy), 1); };
+    // A new client with the same requests waiting and the same callbacks registered.
+    const auto startOver = [] {
+        EXPECT_EQ(destroySdfClient(), 0);
+        const Calls calls = app::takeCalls();
+        startUpWithAll();
+        client().mFilterIds.push_back(5);
+        client().mFilterCbs[5] = app::onAdded;
+        for (const std::string& call : calls) app::note(call);
+    };
+    const std::vector<std::pair<const char*, std::vector<std::function<void()>>>> actions = {
+        {"destroy", {destroy}},
+        {"disable", {disable}},
+        {"destroy, create", {destroy, create}},
+        {"destroy, enable", {destroy, enable}},
+        {"disable, create", {disable, create}},
+        {"disable, enable", {disable, enable}},
+        {"create, destroy", {create, destroy}},
+        {"destroy, create, destroy", {destroy, create, destroy}},
+        {"start over", {startOver}},
+    };
+    forEachCallback([&](const Delivery& delivery, const std::string& callback) {
+        for (const auto& [name, steps] : actions) {
+            SCOPED_TRACE(name);
+            std::unique_ptr<ClientState> after;
+            run(delivery, callback, [&, &doSteps = steps] {
+                app::inside(callback, nullptr);  // starting over calls it, too
+                for (const auto& step : doSteps) step();
+                after = std::make_unique<ClientState>();
+            });
+            Calls expected;
+            for (const std::string& call : delivery.calls) {
+                expected.push_back(call);
+                if (nameOf(call) == callback) break;
+            }
+            EXPECT_EQ(app::takeCalls(), expected);
+            ASSERT_TRUE(after);
+            EXPECT_EQ(ClientState().differences(*after), "");
+        }
+    });
+}
+
+// Every pair of calls; the client can be used afterwards.
+TEST_F(EveryCallTest, Pairs) {
+    std::vector<std::function<void()>> calls = {
         [] { createSdfClient(app::onOtherV2); },
         [] { lum_sdf_enable(app::onOtherLegacy); },
         [] { destroySdfClient(); },
         [] { lum_sdf_disable(); },
-        [] { setLatency(); },
-        [] { setLatency(app::onOtherLevels); },
     };
-    const std::vector<std::function<void()>> deliveries = {
-        [] { receive(service::statusInd("06")); },
-        [] { receive(service::statusInd("03")); },
-        [] { report(SdkClientBase::SDK_SEND_FAILED); },
-        [] { report(SdkClientBase::SDK_SERVICE_DOWN); },
-        [] { receive(service::effectiveLevels("07")); },
-    };
-    ASSERT_EQ(destroySdfClient(), 0);
-    for (const char* callback : {"legacy", "v2", "levels"}) {
-        for (const auto& deliver : deliveries) {
-            for (const auto& first : calls) {
-                for (const auto& second : calls) {
-                    app::reset();
-                    SetUp();
-                    app::inside(callback, [&] {
-                        first();
-                        second();
-                    });
-                    deliver();
-                    app::reset();
-                    destroySdfClient();
-                    ASSERT_FALSE(Sdf::mInstance);
-                }
+    for (const Request& request : everyRequest()) calls.emplace_back(request.call);
+    forEachCallback([&](const Delivery& delivery, const std::string& callback) {
+        for (const auto& first : calls) {
+            for (const auto& second : calls) {
+                run(delivery, callback, [&] {
+                    first();
+                    second();
+                });
+                EXPECT_EQ(createSdfClient(app::onV2), 0);
+                receive(service::statusInd("06"));
+                EXPECT_EQ(app::takeCalls().back(), "v2(-7)");
+                EXPECT_GT(setLatency(), 0);
             }
         }
-    }
+    });
 }
 
 }  // namespace

@@ -10,7 +10,10 @@
 
 #include "api/Sdf.h"
 #include "api/lum_sdf_sdk.h"
+#include "tests/api/ClientFixture.h"
+#include "tests/api/ClientState.h"
 #include "tests/api/FakeTransport.h"
+#include "tests/api/Requests.h"
 #include "tests/api/ScriptedRand.h"
 #include "tests/support/Hex.h"
 
@@ -81,43 +84,14 @@ void onOtherLegacy(status_e) {
 void onLevels(long long, SdfLatencyLvl, SdfLatencyLvl) {
     ++gCalls;
 }
+void onAdded(unsigned int, SdfFilterStatus) {
+    ++gCalls;
+}
 
 long long setLatency() {
     return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false,
                             onLevels);
 }
-
-// Everything about the client that a failed call must leave alone.
-struct State {
-    std::shared_ptr<Sdf> instance = Sdf::current();
-    SdfStatusV2Cb v2 = nullptr;
-    SdfLegacyStatusCb legacy = nullptr;
-    std::shared_ptr<SdkClientBase> transport;
-    std::vector<unsigned int> usedIds;
-    std::map<unsigned int, SdfEffectiveLevelsCb> latencyCbs;
-    bool serviceUp = false;
-    size_t obtained = FakeSdkClient::get().obtained.size();
-    size_t destroyed = FakeSdkClient::get().destroyed.size();
-    size_t randLeft = scriptedRandLeft();
-
-    State() {
-        if (!instance) return;
-        v2 = instance->mStatusCbV2;
-        legacy = instance->mLegacyStatusCb;
-        transport = instance->transport();
-        usedIds = instance->mUsedIds;
-        latencyCbs = instance->mLatencyCbs;
-        serviceUp = instance->mServiceUp;
-    }
-
-    bool operator==(const State& other) const {
-        return instance == other.instance && v2 == other.v2 && legacy == other.legacy &&
-               transport == other.transport && usedIds == other.usedIds &&
-               latencyCbs == other.latencyCbs && serviceUp == other.serviceUp &&
-               obtained == other.obtained && destroyed == other.destroyed &&
-               randLeft == other.randLeft;
-    }
-};
 
 class MemoryTest : public ::testing::Test {
   protected:
@@ -156,7 +130,7 @@ class MemoryTest : public ::testing::Test {
             long failures = 0;
             for (;; ++failures) {
                 ASSERT_LT(failures, 1000);
-                const State before;
+                const ClientState before;
                 tForGood = round % 2 == 1;
                 tLeft = failures;
                 const long long result = call();
@@ -165,7 +139,7 @@ class MemoryTest : public ::testing::Test {
                     ASSERT_TRUE(succeeded(result)) << result;
                     break;
                 }
-                ASSERT_TRUE(State() == before) << "at allocation " << failures;
+                ASSERT_EQ(ClientState().differences(before), "") << "at allocation " << failures;
                 ASSERT_EQ(posted(), 0U) << "at allocation " << failures;
                 ASSERT_TRUE(mayCall || gCalls == 0);
             }
@@ -281,30 +255,62 @@ TEST_F(MemoryTest, ClientIsUsableAfterAFailedDestroy) {
     EXPECT_EQ(destroySdfClient(), 0);
 }
 
-TEST_F(MemoryTest, SetLatency) {
+// Every request with each of its allocations failing in turn, by turns alone and with all behind
+// it, at every place of the transport's queue. All is as before then, except that a callback that
+// replaces another has done so.
+TEST_F(MemoryTest, EveryRequest) {
     startUp();
-    scriptRand({500, 501});
-    // The id of a request that failed after it was drawn is drawn again only by chance; what must
-    // not stay is its record. So each attempt starts with the same draws.
-    for (const bool forGood : {false, true}) {
-        long failures = 0;
-        for (;; ++failures) {
-            ASSERT_LT(failures, 1000);
-            scriptRand({500 + (forGood ? 1 : 0)});
-            const std::vector<unsigned int> usedIds = Sdf::mInstance->mUsedIds;
-            const size_t callbacks = Sdf::mInstance->mLatencyCbs.size();
-            tForGood = forGood;
-            tLeft = failures;
-            const long long result = setLatency();
-            tLeft = -1;
-            if (result > 0) break;
-            EXPECT_EQ(result, -3);
-            EXPECT_EQ(Sdf::mInstance->mUsedIds, usedIds) << failures;
-            EXPECT_EQ(Sdf::mInstance->mLatencyCbs.size(), callbacks) << failures;
-            EXPECT_EQ(posted(), 0U);
+    Sdf& client = *Sdf::mInstance;
+    // Addresses whose texts take memory of their own.
+    static const SdfAddFilterInfo flow = makeFlow("1111:2222:3333:4444:5555:6666:7777:8888", 1,
+                                                  "2222:2222:3333:4444:5555:6666:7777:8888", 1);
+    std::vector<Request> requests = everyRequest();
+    requests.push_back({"sdfAddFilter, long addresses",
+                        [] { return sdfAddFilter(flow, app::onAdded); }, "one", true, "filterCbs"});
+    for (const Request& request : requests) {
+        SCOPED_TRACE(request.name);
+        const bool posts = *request.event != '\0';
+        const std::string replaced = request.drawsId ? "" : request.slot;
+        long mostFailures = 0;
+        long leastFailures = 1000;
+        for (int round = 0; round < 64; ++round) {
+            moveQueueOn(round);
+            long failures = 0;
+            for (;; ++failures) {
+                ASSERT_LT(failures, 1000);
+                client.mUsedIds = {7};
+                client.mFilterIds = {kFilterId};
+                client.mLatencyCbs = {{7, onLevels}};
+                client.mFilterCbs.clear();
+                client.mFilterStatusCb = app::onOtherFilterStatus;
+                client.mGetFiltersCb = app::onOtherFilter;
+                client.mPriorityQueueReportsCb = app::onOtherReports;
+                client.mGetPriorityQueueReportCb = app::onOtherReport;
+                client.mAutoFilterInfoCb = app::onOtherAuto;
+                client.mUsedIds.shrink_to_fit();
+                // What was drawn for a request that then failed is not put back.
+                scriptRand({500});
+                const ClientState before;
+                tForGood = round % 2 == 1;
+                tLeft = failures;
+                const long long result = request.call();
+                tLeft = -1;
+                if (result != -3) {
+                    ASSERT_EQ(result, request.drawsId ? 500 : 0);
+                    ASSERT_EQ(posted(), posts ? 1U : 0U);
+                    break;
+                }
+                ClientState after;
+                after.randLeft = before.randLeft;
+                ASSERT_EQ(after.differences(before), replaced) << "at allocation " << failures;
+                ASSERT_EQ(posted(), 0U) << "at allocation " << failures;
+            }
+            ASSERT_GT(failures, 0);
+            mostFailures = std::max(mostFailures, failures);
+            leastFailures = std::min(leastFailures, failures);
         }
-        EXPECT_GT(failures, 3);
-        EXPECT_EQ(posted(), 1U);
+        // In some round the queue was among what failed.
+        EXPECT_EQ(mostFailures > leastFailures, posts);
     }
 }
 
@@ -356,6 +362,38 @@ TEST_F(MemoryTest, ReceivedMessage) {
     expectReadable("08 01 10 07 1A 06 12 04 08 05 10 02");
     EXPECT_EQ(gCalls, 1);
     EXPECT_EQ(Sdf::mInstance->mLatencyCbs.count(7), 0U);
+}
+
+// A confirmed filter that there is no memory to keep has been told, and goes on counting as
+// pending.
+TEST_F(MemoryTest, AddedFilter) {
+    startUp();
+    Sdf& client = *Sdf::mInstance;
+    client.mUsedIds = {7};
+    client.mFilterIds.shrink_to_fit();
+    client.mFilterCbs = {{7, onAdded}};
+    const std::vector<uint8_t> bytes = fromHex("08 03 1A 08 22 06 0A 04 08 07 10 01");
+    const SdkClientBase::Listener listener = FakeSdkClient::get().listener;
+    const ClientState before;
+    bool failedWhenTold = false;
+    for (long failures = 0;; ++failures) {
+        ASSERT_LT(failures, 1000);
+        gCalls = 0;
+        tForGood = true;
+        tLeft = failures;
+        try {
+            listener(SdkClientBase::SDK_BLOB_RECEIVED, bytes);
+            tLeft = -1;
+            break;
+        } catch (const std::bad_alloc&) {
+            tLeft = -1;
+        }
+        EXPECT_EQ(ClientState().differences(before), "");
+        failedWhenTold = failedWhenTold || gCalls == 1;
+    }
+    EXPECT_TRUE(failedWhenTold);
+    EXPECT_EQ(gCalls, 1);
+    EXPECT_EQ(ClientState().differences(before), "usedIds filterIds filterCbs");
 }
 
 }  // namespace
