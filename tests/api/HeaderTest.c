@@ -2,7 +2,10 @@
 // The public header as C11, included first and twice.
 #include "tests/api/HeaderTest.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <stddef.h>
+#include <string.h>
 
 #include "api/lum_sdf_sdk.h"
 
@@ -15,8 +18,10 @@ EXPECTED(sizeof(SdfOod) == 4);
 EXPECTED(sizeof(SdfProtocol) == 4);
 EXPECTED(sizeof(SdfFilterAppType) == 4);
 EXPECTED(sizeof(SdfFilterStatus) == 4);
+EXPECTED(sizeof(enum SdfStatusV2) == 4);
 
 const size_t kLayoutInC[SDF_LAYOUT_SIZE] = {SDF_LAYOUT};
+const int kConstantsInC[SDF_CONSTANTS_SIZE] = {SDF_CONSTANTS};
 
 static void onStatus(int status) {
     (void)status;
@@ -29,15 +34,80 @@ static void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {
     (void)first;
     (void)second;
 }
+static void onFilterStatus(unsigned int filter, SdfFilterStatus status) {
+    (void)filter;
+    (void)status;
+}
+static void onFilter(unsigned int filter, SdfFilterStatus status, SdfLatencyLvl first,
+                     SdfLatencyLvl second, SdfOod ood, unsigned int pdcpTimer) {
+    (void)filter;
+    (void)status;
+    (void)first;
+    (void)second;
+    (void)ood;
+    (void)pdcpTimer;
+}
+static void onReport(unsigned int key, uint64_t first, uint64_t second) {
+    (void)key;
+    (void)first;
+    (void)second;
+}
+static void onAuto(unsigned int filter, SdfAddFilterInfo info) {
+    (void)filter;
+    (void)info;
+}
 
-long long callFromC(int which) {
+static SdfAddFilterInfo makeFlow(void) {
+    struct sockaddr_in address = {0};
+    SdfAddFilterInfo info = {0};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    memcpy(&info.src_addr, &address, sizeof address);
+    memcpy(&info.dest_addr, &address, sizeof address);
+    info.first_level = SDF_LATENCY_LVL_1;
+    info.second_level = SDF_LATENCY_LVL_6;
+    info.ood = SDF_OOD_DISABLED_LVL;
+    return info;
+}
+
+long long callFromC(int which, unsigned int filter) {
+    const SdfLatencyLvl level = SDF_LATENCY_LVL_1;
     switch (which) {
         case 0: return createSdfClient(onStatus);
         case 1: return destroySdfClient();
         case 2: return lum_sdf_enable(onLegacy);
         case 3: return lum_sdf_disable();
-        default:
-            return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6, true,
-                                    onLevels);
+        case 4: return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, level, level, true, onLevels);
+        case 5: return sdfUpdateLatencyLvl(filter, level, level);
+        case 6: return sdfUpdateOod(filter, SDF_OOD_ENABLED_LVL);
+        case 7: return sdfUpdatePdcpTimer(filter, 1);
+        case 8: return sdfUpdateTargetDscp(filter, 1);
+        case 9: return sdfUpdateDdsOod(SDF_OOD_ENABLED_LVL);
+        case 10: return sdfUpdateDdsPdcpTimer(1);
+        case 11: return sdfEnHighPerfGaming(true);
+        case 12: return sdfPrioritizeData(SDF_SLOT_ID_UNSPECIFIED, true);
+        case 13: return sdfPrioritizeDds(true);
+        case 14: return sdfRegPriorityQueueReports(true, 1, onReport);
+        case 15: return sdfGetPriorityQueueReport(onReport);
+        case 16: return sdfRegAutoFilterInfo(onAuto);
+        case 17: return sdfRegFilterStatus(onFilterStatus);
+        case 18: return sdfAddFilter(makeFlow(), onFilterStatus);
+        case 19: return sdfAddFilterV2(makeFlow(), 255, onFilterStatus);
+        case 20: return sdfGetFilters(onFilter);
+        case 21: return sdfDeleteFilter(filter);
+        default: return sdfDeleteAllFilter();
+    }
+}
+
+const char* textFromC(int which, int value) {
+    switch (which) {
+        case 0: return sdfStatusV2Text(value);
+        case 1: return sdfStatusText((status_e)value);
+        case 2: return sdfSlotIdText((SdfSlotID)value);
+        case 3: return sdfLatencyLvlText((SdfLatencyLvl)value);
+        case 4: return sdfOodText((SdfOod)value);
+        case 5: return sdfProtocolText((SdfProtocol)value);
+        case 6: return sdfFilterAppTypeText((SdfFilterAppType)value);
+        default: return sdfFilterStatusText((SdfFilterStatus)value);
     }
 }

@@ -6,11 +6,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <string>
 #include <type_traits>
 #include <vector>
 
 #include "api/lum_sdf_sdk.h"
 #include "tests/api/ClientFixture.h"
+#include "tests/api/ScriptedRand.h"
 
 namespace {
 
@@ -32,69 +35,132 @@ TEST_F(HeaderTest, LayoutOfTheFilterDescription) {
     EXPECT_EQ(std::vector<size_t>(kLayoutInC, kLayoutInC + SDF_LAYOUT_SIZE), expected);
 }
 
-TEST_F(HeaderTest, Values) {
-    const std::vector<int> slots = {SDF_SLOT_ID_UNSPECIFIED, SDF_SLOT_ID_FIRST, SDF_SLOT_ID_SECOND};
-    EXPECT_EQ(slots, (std::vector<int>{-1, 0, 1}));
-    const std::vector<int> levels = {SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_2, SDF_LATENCY_LVL_3,
-                                     SDF_LATENCY_LVL_4, SDF_LATENCY_LVL_5, SDF_LATENCY_LVL_6};
-    EXPECT_EQ(levels, (std::vector<int>{1, 2, 3, 4, 5, 6}));
-    const std::vector<int> oods = {SDF_OOD_UNSPECIFIED_LVL, SDF_OOD_ENABLED_LVL,
-                                   SDF_OOD_DISABLED_LVL};
-    EXPECT_EQ(oods, (std::vector<int>{1, 2, 3}));
-    const std::vector<int> protocols = {SDF_PROTOCOL_NONE, SDF_PROTOCOL_TCP, SDF_PROTOCOL_UDP,
-                                        SDF_PROTOCOL_TCPUDP};
-    EXPECT_EQ(protocols, (std::vector<int>{0, 1, 2, 3}));
-    const std::vector<int> types = {SDF_APP_TYPE_UNSPECIFIED,     SDF_APP_TYPE_TRAFFIC_PRIO_HIGHEST,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_2,  SDF_APP_TYPE_TRAFFIC_PRIO_3,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_4,  SDF_APP_TYPE_TRAFFIC_PRIO_5,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_6,  SDF_APP_TYPE_TRAFFIC_PRIO_7,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_8,  SDF_APP_TYPE_TRAFFIC_PRIO_9,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_10, SDF_APP_TYPE_TRAFFIC_PRIO_11,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_12, SDF_APP_TYPE_TRAFFIC_PRIO_13,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_14, SDF_APP_TYPE_TRAFFIC_PRIO_15,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_16, SDF_APP_TYPE_TRAFFIC_PRIO_17,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_18, SDF_APP_TYPE_TRAFFIC_PRIO_19,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_20, SDF_APP_TYPE_TRAFFIC_PRIO_21,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_22, SDF_APP_TYPE_TRAFFIC_PRIO_23,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_24, SDF_APP_TYPE_TRAFFIC_PRIO_25,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_26, SDF_APP_TYPE_TRAFFIC_PRIO_27,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_28, SDF_APP_TYPE_TRAFFIC_PRIO_29,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_30, SDF_APP_TYPE_TRAFFIC_PRIO_31,
-                                    SDF_APP_TYPE_TRAFFIC_PRIO_BE};
-    ASSERT_EQ(types.size(), 33U);
-    for (int n = 0; n <= 32; ++n) EXPECT_EQ(types[static_cast<size_t>(n)], n);
-    const std::vector<int> filterStatuses = {SDF_FILTER_PENDING,
-                                             SDF_FILTER_ACTIVE,
-                                             SDF_FILTER_INACTIVITY_TIMEOUT,
-                                             SDF_FILTER_DELETED,
-                                             SDF_FILTER_ERROR_DUPLICATE,
-                                             SDF_FILTER_ERROR_LIMIT_REACHED,
-                                             SDF_FILTER_ERROR_INVALID_ARGS,
-                                             SDF_FILTER_ERROR_INTERNAL,
-                                             SDF_FILTER_ERROR_NO_PERMISSION};
-    EXPECT_EQ(filterStatuses, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
-    const std::vector<int> statuses = {
-        SDF_STATUS_INVALID,        SDF_STATUS_SUCCESS,       SDF_STATUS_INVALID_ARG,
-        SDF_STATUS_INTERNAL_ERROR, SDF_STATUS_NOT_SUPPORTED, SDF_STATUS_INVALID_OPERATION,
-        SDF_STATUS_SERVICE_UP,     SDF_STATUS_SERVICE_DOWN,  SDF_STATUS_INVALID_SLOT};
-    EXPECT_EQ(statuses, (std::vector<int>{-1, 0, 1, 2, 3, 4, 5, 6, 7}));
-    const std::vector<int> v2 = {
-        SDF_V2_SUCCESS,       SDF_V2_INVALID,           SDF_V2_INVALID_ARG, SDF_V2_INTERNAL_ERROR,
-        SDF_V2_NOT_SUPPORTED, SDF_V2_INVALID_OPERATION, SDF_V2_SERVICE_UP,  SDF_V2_SERVICE_DOWN};
-    EXPECT_EQ(v2, (std::vector<int>{0, -1, -2, -3, -4, -5, -7, -8}));
+TEST_F(HeaderTest, Constants) {
+    std::vector<int> expected = {0,  -1, -2, -3, -4, -5, -7, -8,             // SdfStatusV2
+                                 -1, 0,  1,  2,  3,  4,  5,  6,  7,          // status_e
+                                 -1, 0,  1,                                  // SdfSlotID
+                                 1,  2,  3,  4,  5,  6,                      // SdfLatencyLvl
+                                 1,  2,  3,                                  // SdfOod
+                                 0,  1,  2,  3};                             // SdfProtocol
+    for (int type = 0; type <= 32; ++type) expected.push_back(type);         // SdfFilterAppType
+    for (int status = 0; status <= 8; ++status) expected.push_back(status);  // SdfFilterStatus
+    EXPECT_EQ(std::vector<int>({SDF_CONSTANTS}), expected);
+    EXPECT_EQ(std::vector<int>(kConstantsInC, kConstantsInC + SDF_CONSTANTS_SIZE), expected);
 }
 
-TEST_F(HeaderTest, CallsFromC) {
-    EXPECT_EQ(callFromC(1), -5);
-    EXPECT_EQ(callFromC(3), 0);
-    EXPECT_EQ(callFromC(4), -5);
-    EXPECT_EQ(callFromC(0), 0);
-    EXPECT_EQ(callFromC(2), 1);
-    EXPECT_EQ(callFromC(4), -8);
+const char* textInCpp(int which, int value) {
+    switch (which) {
+        case 0: return sdfStatusV2Text(value);
+        case 1: return sdfStatusText(static_cast<status_e>(value));
+        case 2: return sdfSlotIdText(static_cast<SdfSlotID>(value));
+        case 3: return sdfLatencyLvlText(static_cast<SdfLatencyLvl>(value));
+        case 4: return sdfOodText(static_cast<SdfOod>(value));
+        case 5: return sdfProtocolText(static_cast<SdfProtocol>(value));
+        case 6: return sdfFilterAppTypeText(static_cast<SdfFilterAppType>(value));
+        default: return sdfFilterStatusText(static_cast<SdfFilterStatus>(value));
+    }
+}
+
+// Every value around the valid ones, and those at the ends of the type, in both languages.
+TEST_F(HeaderTest, Texts) {
+    std::map<int, std::string> types = {
+        {0, "unspecified"}, {1, "highest priority"}, {32, "best effort"}};
+    for (int n = 2; n <= 31; ++n) types[n] = "priority " + std::to_string(n);
+    const std::vector<std::map<int, std::string>> tables = {
+        {{0, "success"},
+         {-1, "invalid"},
+         {-2, "invalid argument"},
+         {-3, "internal error"},
+         {-4, "not supported"},
+         {-5, "invalid operation"},
+         {-7, "service up"},
+         {-8, "service down"}},
+        {{-1, "invalid"},
+         {0, "success"},
+         {1, "invalid argument"},
+         {2, "internal error"},
+         {3, "not supported"},
+         {4, "invalid operation"},
+         {5, "service up"},
+         {6, "service down"},
+         {7, "invalid slot"}},
+        {{-1, "unspecified"}, {0, "first"}, {1, "second"}},
+        {{1, "level 1"},
+         {2, "level 2"},
+         {3, "level 3"},
+         {4, "level 4"},
+         {5, "level 5"},
+         {6, "level 6"}},
+        {{1, "unspecified"}, {2, "enabled"}, {3, "disabled"}},
+        {{0, "none"}, {1, "TCP"}, {2, "UDP"}, {3, "TCP and UDP"}},
+        types,
+        {{0, "pending"},
+         {1, "active"},
+         {2, "inactivity timeout"},
+         {3, "deleted"},
+         {4, "duplicate filter"},
+         {5, "filter limit reached"},
+         {6, "invalid arguments"},
+         {7, "internal error"},
+         {8, "no permission"}},
+    };
+    std::vector<int> values = {INT32_MIN, INT32_MIN + 1, -256, 256, INT32_MAX - 1, INT32_MAX};
+    for (int value = -20; value <= 50; ++value) values.push_back(value);
+    for (size_t table = 0; table < tables.size(); ++table) {
+        for (const int value : values) {
+            const auto found = tables[table].find(value);
+            std::string expected = found == tables[table].end() ? "unknown" : found->second;
+            // What a function returns may be an id, too.
+            if (table == 0 && value > 0) expected = "success";
+            EXPECT_EQ(textInCpp(static_cast<int>(table), value), expected) << table << " " << value;
+            EXPECT_EQ(textFromC(static_cast<int>(table), value), expected) << table << " " << value;
+        }
+    }
+    EXPECT_STREQ(sdfStatusV2Text(INT64_MAX), "success");
+    EXPECT_STREQ(sdfStatusV2Text(INT64_MIN), "unknown");
+    EXPECT_STREQ(sdfStatusV2Text(-(1LL << 32)), "unknown");
+}
+
+TEST_F(HeaderTest, EveryFunctionFromC) {
+    constexpr int kFirstRequest = 4;
+    constexpr unsigned int kFilter = 5;
+    const auto expectRequests = [](long long result) {
+        for (int which = kFirstRequest; which < SDF_FUNCTIONS_SIZE; ++which) {
+            EXPECT_EQ(callFromC(which, kFilter), result) << which;
+        }
+    };
+    expectRequests(-5);
+    EXPECT_EQ(callFromC(1, 0), -5);
+    EXPECT_EQ(callFromC(3, 0), 0);
+    EXPECT_EQ(callFromC(0, 0), 0);
+    EXPECT_EQ(callFromC(2, 0), 1);
+    client().mFilterIds = {kFilter};
+    expectRequests(-8);
     receive(service::statusInd("06"));
-    EXPECT_GT(callFromC(4), 0);
-    EXPECT_EQ(callFromC(3), 1);
-    EXPECT_EQ(callFromC(1), -5);
+    for (int which = kFirstRequest; which < SDF_FUNCTIONS_SIZE; ++which) {
+        client().mFilterIds = {kFilter};
+        const long long result = callFromC(which, kFilter);
+        const bool drawsId = which == 4 || which == 18 || which == 19;
+        EXPECT_TRUE(drawsId ? result > 0 : result == 0) << which << " " << result;
+    }
+    // Two enable requests, and one event for each request but the one that posts none.
+    EXPECT_EQ(sdk().transport->take().size(), 2U + (SDF_FUNCTIONS_SIZE - kFirstRequest) - 1U);
+    EXPECT_EQ(callFromC(3, 0), 1);
+    EXPECT_EQ(callFromC(0, 0), 0);
+    EXPECT_EQ(callFromC(1, 0), 0);
+    EXPECT_EQ(callFromC(1, 0), -5);
+}
+
+// What a C program passes by value arrives whole.
+TEST_F(HeaderTest, DescriptionFromC) {
+    startUp();
+    scriptRand({7});
+    EXPECT_EQ(callFromC(19, 0), 7);
+    // 127.0.0.1 twice, second level 6, delivery in order, application type "unspecified", 255.
+    EXPECT_EQ(sdk().transport->takeText(),
+              std::vector<std::string>{"5: 08 04 10 07 1A 22 32 20 0A 09 31 32 37 2E 30 2E 30 2E 31"
+                                       " 12 09 31 32 37 2E 30 2E 30 2E 31 40 05 50 02 60 01 90 01"
+                                       " FF 01"});
 }
 
 }  // namespace
