@@ -2,16 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <thread>
 
 #include "tests/stress/ClientEvents.h"
+#include "tests/stress/Figures.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/SocketFolder.h"
-#include "tools/emulator/HeapCount.h"
-#include "tools/emulator/ProcessStats.h"
 
 namespace {
 
@@ -19,36 +14,6 @@ class ManyRoundsTest : public testing::Test {
   protected:
     ManyRoundsTest() { forgetClientEvents(); }
 };
-
-struct Figures {
-    size_t descriptors;
-    size_t threads;
-    int64_t heapBlocks;
-};
-
-Figures figures() {
-    return {openDescriptors(), runningThreads(), heapBlocks()};
-}
-
-// Waits until the figures of this process are no higher than `limit`: threads of the library that
-// are about to end may take a moment.
-bool settlesAt(const Figures& limit) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    for (;;) {
-        const Figures now = figures();
-        if (now.descriptors <= limit.descriptors && now.threads <= limit.threads &&
-            now.heapBlocks <= limit.heapBlocks) {
-            return true;
-        }
-        if (std::chrono::steady_clock::now() > end) {
-            ADD_FAILURE() << now.descriptors << " descriptors, " << now.threads << " threads, "
-                          << now.heapBlocks << " heap blocks; before " << limit.descriptors << ", "
-                          << limit.threads << ", " << limit.heapBlocks;
-            return false;
-        }
-        std::this_thread::yield();
-    }
-}
 
 void request(SdfLatencyLvl first, SdfLatencyLvl second) {
     const long long id = sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, first, second, false, onLevels);
@@ -78,15 +43,7 @@ TEST_F(ManyRoundsTest, AThousandClientsInTurnLeaveNothingBehind) {
 
     for (int i = 10; i < 1000; ++i) ASSERT_NO_FATAL_FAILURE(round());
     EXPECT_TRUE(settlesAt(before));
-    EmulatorProcess::Stats after{};
-    EXPECT_TRUE(emulator.waitForStats([&](const EmulatorProcess::Stats& now) {
-        after = now;
-        return now.clients == 0 && now.descriptors <= emulatorBefore.descriptors &&
-               now.threads <= emulatorBefore.threads && now.heapBlocks <= emulatorBefore.heapBlocks;
-    })) << "emulator: "
-        << after.descriptors << " descriptors, " << after.threads << " threads, "
-        << after.heapBlocks << " heap blocks; before " << emulatorBefore.descriptors << ", "
-        << emulatorBefore.threads << ", " << emulatorBefore.heapBlocks;
+    EXPECT_TRUE(settlesAt(emulator, emulatorBefore));
 }
 
 #if LUM_SDF_GUARDED
