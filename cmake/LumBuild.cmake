@@ -18,7 +18,8 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 
 if(LUM_SANITIZE)
-  add_compile_options(-fsanitize=${LUM_SANITIZE} -fno-omit-frame-pointer)
+  # What the sanitizers report needs line numbers, no more; the rest would double the build.
+  add_compile_options(-fsanitize=${LUM_SANITIZE} -fno-omit-frame-pointer -g1)
   add_link_options(-fsanitize=${LUM_SANITIZE})
   if(LUM_SANITIZE MATCHES "undefined")
     # Without vptr: that check opens pipes, and reports nonsense where a test uses up the descriptors.
