@@ -30,6 +30,28 @@ function(lum_test name)
     PROPERTIES TIMEOUT ${arg_TIMEOUT} ${labels})
 endfunction()
 
+# lum_test_starts(TEST [MACRO PROGRAM]...): the test starts these programs of this tree; each macro
+# is its program's path. When programs are for another processor, it is that of a script that runs
+# the program in its emulator, under the same process number.
+function(lum_test_starts test)
+  while(ARGN)
+    list(POP_FRONT ARGN macro program)
+    set(path $<TARGET_FILE:${program}>)
+    if(CMAKE_CROSSCOMPILING_EMULATOR)
+      list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+      set(script ${PROJECT_BINARY_DIR}/run/${program})
+      file(
+        GENERATE
+        OUTPUT ${script}
+        CONTENT "#!/bin/sh\nexec ${emulator} ${path} \"$@\"\n"
+        FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+      set(path ${script})
+    endif()
+    target_compile_definitions(${test} PRIVATE ${macro}="${path}")
+    add_dependencies(${test} ${program})
+  endwhile()
+endfunction()
+
 # lum_program_test(NAME COMMAND word... [LABELS label...] [TIMEOUT seconds]): a test that is a
 # command, judged by its exit status.
 function(lum_program_test name)

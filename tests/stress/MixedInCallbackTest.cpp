@@ -25,7 +25,7 @@
 
 namespace {
 
-constexpr int kRequests = 100000;
+constexpr int kRequests = LUM_REQUESTS;
 
 // Long enough that no report comes unasked.
 constexpr unsigned int kOneDay = 24 * 60 * 60 * 1000;

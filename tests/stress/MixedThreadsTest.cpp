@@ -28,7 +28,7 @@
 namespace {
 
 constexpr int kThreads = 4;
-constexpr int kRequests = 100000;
+constexpr int kRequests = LUM_REQUESTS;
 constexpr size_t kFiltersEach = kMostFilters / kThreads;
 constexpr unsigned int kOneDay = 24 * 60 * 60 * 1000;
 constexpr std::chrono::seconds kGenerous(60);
