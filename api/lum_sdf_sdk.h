@@ -19,13 +19,14 @@
 ///
 /// When the status callback is told anything but #SDF_V2_SERVICE_UP, the service counts as down:
 /// every request returns #SDF_V2_SERVICE_DOWN (-8) and sends nothing, so that no request can bring
-/// the service back. Call createSdfClient() (or lum_sdf_enable()) again, every now and then, until
-/// #SDF_V2_SERVICE_UP comes; only they make the library connect again. One call makes one attempt
-/// of up to 3.15 seconds, in the background; an attempt that finds no service is not reported. A
-/// call made while the loss is still being told may yet go to the lost service, and be answered
-/// with #SDF_V2_INTERNAL_ERROR (-3): call again.
+/// the service back. Call createSdfClient() (or lum_sdf_enable()) again until #SDF_V2_SERVICE_UP
+/// comes; only they make the library connect again. One call makes one attempt of up to 3.15
+/// seconds, in the background; an attempt that finds no service is not reported. Calls that come
+/// faster than every four seconds queue up. A call made while the loss is still being told may yet
+/// go to the lost service, and be answered with #SDF_V2_INTERNAL_ERROR (-3): call again.
 ///
-/// The service knows nothing of a client that comes back: add the filters again and register again.
+/// The service knows nothing of a client that comes back: register again and add the filters again,
+/// after an sdfDeleteAllFilter(), since the library still knows those of before.
 ///
 /// ## Return values
 ///
@@ -54,9 +55,11 @@
 /// just be starting, when destroySdfClient() returns: callbacks must stay callable past it. A
 /// callback that destroys the client gets nothing more of the message that it was called for.
 ///
-/// Functions may be called from any thread. A library built without LUM_SDF_GUARDED, as for
-/// devices, does not lock the record that it keeps of requests and callbacks: there, issue requests
-/// from inside callbacks, or otherwise make sure that no callback is being delivered meanwhile.
+/// createSdfClient(), destroySdfClient() and the older pair may be called from any thread at any
+/// time. So may the requests, unless the library was built without LUM_SDF_GUARDED, as for devices:
+/// it does not lock the record that it keeps of requests, so issue them from inside the callbacks
+/// that bring an answer, a report or #SDF_V2_SERVICE_UP, or otherwise make sure that none is being
+/// delivered meanwhile.
 
 #include <stdbool.h>
 #include <stdint.h>
@@ -493,6 +496,7 @@ SDF_API long long sdfDeleteAllFilter(void);
 /// The text of a V2 code.
 /// @param code  what a function returned or a status callback received; an id (above 0) is a
 ///              success
+/// @return its text
 static inline const char* sdfStatusV2Text(long long code) {
     if (code > 0) return "success";
     switch (code) {
@@ -510,6 +514,7 @@ static inline const char* sdfStatusV2Text(long long code) {
 
 /// The text of one of the older status codes.
 /// @param status  what the callback of lum_sdf_enable() received
+/// @return its text
 static inline const char* sdfStatusText(status_e status) {
     switch (status) {
         case SDF_STATUS_INVALID: return "invalid";
@@ -527,6 +532,7 @@ static inline const char* sdfStatusText(status_e status) {
 
 /// The text of a SIM slot.
 /// @param slot  any value
+/// @return its text
 static inline const char* sdfSlotIdText(SdfSlotID slot) {
     switch (slot) {
         case SDF_SLOT_ID_UNSPECIFIED: return "unspecified";
@@ -538,6 +544,7 @@ static inline const char* sdfSlotIdText(SdfSlotID slot) {
 
 /// The text of a latency level.
 /// @param level  any value
+/// @return its text
 static inline const char* sdfLatencyLvlText(SdfLatencyLvl level) {
     switch (level) {
         case SDF_LATENCY_LVL_1: return "level 1";
@@ -552,6 +559,7 @@ static inline const char* sdfLatencyLvlText(SdfLatencyLvl level) {
 
 /// The text of an out-of-order delivery setting.
 /// @param ood  any value
+/// @return its text
 static inline const char* sdfOodText(SdfOod ood) {
     switch (ood) {
         case SDF_OOD_UNSPECIFIED_LVL: return "unspecified";
@@ -563,6 +571,7 @@ static inline const char* sdfOodText(SdfOod ood) {
 
 /// The text of a protocol.
 /// @param protocol  any value
+/// @return its text
 static inline const char* sdfProtocolText(SdfProtocol protocol) {
     switch (protocol) {
         case SDF_PROTOCOL_NONE: return "none";
@@ -575,6 +584,7 @@ static inline const char* sdfProtocolText(SdfProtocol protocol) {
 
 /// The text of an application type.
 /// @param type  any value
+/// @return its text
 static inline const char* sdfFilterAppTypeText(SdfFilterAppType type) {
     static const char* const kTexts[] = {
         "unspecified", "highest priority", "priority 2",  "priority 3",  "priority 4",
@@ -593,6 +603,7 @@ static inline const char* sdfFilterAppTypeText(SdfFilterAppType type) {
 
 /// The text of a filter's state.
 /// @param status  what a filter callback received
+/// @return its text
 static inline const char* sdfFilterStatusText(SdfFilterStatus status) {
     switch (status) {
         case SDF_FILTER_PENDING: return "pending";
