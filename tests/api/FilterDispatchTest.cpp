@@ -4,6 +4,7 @@
 #include <google/protobuf/stubs/logging.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 
@@ -338,7 +339,7 @@ class AutoFilterTest : public FilterDispatchTest {
         *address = {};
         address->ss_family = static_cast<sa_family_t>(family);
         const std::vector<uint8_t> bytes = fromHex(rest);
-        memcpy(reinterpret_cast<uint8_t*>(address) + 2, bytes.data(), bytes.size());
+        std::copy(bytes.begin(), bytes.end(), reinterpret_cast<uint8_t*>(address) + 2);
     }
 
     static SdfAddFilterInfo zeroed() {
