@@ -37,7 +37,7 @@ std::string wrongPort(const std::string& name, int64_t port, int64_t range) {
 }
 
 std::string wrongPorts(const SdfProto::AddFilter& filter) {
-    const std::string source = wrongPort("src", filter.src_port(), filter.src_port_range());
+    std::string source = wrongPort("src", filter.src_port(), filter.src_port_range());
     if (!source.empty()) return source;
     return wrongPort("dest", filter.dest_port(), filter.dest_port_range());
 }
@@ -55,7 +55,7 @@ std::string unknownValue(const SdfProto::AddFilter& filter) {
 
 std::string whatIsWrong(const SdfProto::AddFilter& description) {
     for (auto* const check : {wrongAddresses, wrongPorts, unknownValue}) {
-        const std::string wrong = check(description);
+        std::string wrong = check(description);
         if (!wrong.empty()) return wrong;
     }
     return "";

@@ -94,7 +94,7 @@ class Parser {
     }
 
     std::string kind() {
-        const std::string name = changed(word().text, std::tolower);
+        std::string name = changed(word().text, std::tolower);
         if (!isKind(name)) fail("expected a kind of requests (" + kindWords() + ")");
         ++mNext;
         return name;

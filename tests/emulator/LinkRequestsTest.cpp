@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: Apache-2.0
+// Requests that are not about filters, as bytes.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/emulator/SessionFixture.h"
+
+namespace {
+
+class LinkRequestsTest : public SessionFixture {};
+
+TEST_F(LinkRequestsTest, EnableIsAnsweredWithServiceUp) {
+    EXPECT_EQ(ask("1A 04 0A 02 08 01"), Lines{"1A 04 0A 02 08 06"});
+}
+
+TEST_F(LinkRequestsTest, LatencyLevelsComeBackAsThoseInForce) {
+    EXPECT_EQ(ask("08 01 10 07 1A 08 1A 06 08 01 10 01 18 03"),
+              Lines{"08 01 10 07 1A 06 12 04 08 01 10 03"});
+}
+
+TEST_F(LinkRequestsTest, SettingsAreKept) {
+    ask("08 01 10 07 1A 08 1A 06 08 01 10 01 18 03");    // levels L2 and L4 for the first slot
+    EXPECT_EQ(ask("08 02 1A 04 22 02 08 01"), Lines{});  // PRIORITIZE_DDS on
+    EXPECT_EQ(ask("08 0E 1A 06 72 04 08 02 10 01"), Lines{});  // PRIORITIZE_DATA, second slot, on
+    EXPECT_EQ(ask("08 0E 1A 04 72 02 10 01"), Lines{});        // no particular slot
+    EXPECT_EQ(ask("08 0B 1A 04 5A 02 08 02"), Lines{});        // UPDATE_DDS_OOD, disabled
+    EXPECT_EQ(ask("08 0C 1A 05 62 03 08 AC 02"), Lines{});     // UPDATE_DDS_PDCP_TIMER 300
+    EXPECT_EQ(session().describe(),
+              Lines{"filters=0 filter_status=off reports=0ms gaming=off prioritize_dds=on "
+                    "dds_ood=SDF_OOD_DISABLED dds_pdcp_timer=300 prioritized=SLOT_ID_UNSPECIFIED "
+                    "prioritized=SLOT_ID_SECOND levels=SLOT_ID_FIRST:L2,L4"});
+    ask("08 02 1A 02 22 00");
+    ask("08 0E 1A 04 72 02 08 02");
+    ask("08 0B 1A 02 5A 00");
+    ask("08 0C 1A 02 62 00");
+    EXPECT_EQ(session().describe(),
+              Lines{"filters=0 filter_status=off reports=0ms gaming=off prioritize_dds=off "
+                    "dds_ood=SDF_OOD_UNSPECIFIED dds_pdcp_timer=0 "
+                    "prioritized=SLOT_ID_UNSPECIFIED levels=SLOT_ID_FIRST:L2,L4"});
+    EXPECT_EQ(mNotices, Lines{});
+}
+
+TEST_F(LinkRequestsTest, WhatMakesNoSenseIsNoticedAndNotKept) {
+    ask("08 0E 1A 06 72 04 08 04 10 01");  // slot 4
+    ask("08 0B 1A 04 5A 02 08 03");        // OOD 3
+    ask("08 01 1A 04 1A 02 08 04");        // levels for slot 4
+    EXPECT_EQ(mNotices,
+              (Lines{"PRIORITIZE_DATA: slot_id is unknown", "UPDATE_DDS_OOD: ood is unknown"}));
+    EXPECT_EQ(session().describe(), Lines{"filters=0 filter_status=off reports=0ms gaming=off "
+                                          "prioritize_dds=off"});
+}
+
+// priority_queue_report_cb { entries { entry_key: 32 first_value: 2^32 + 1000 second_value: 1200
+// times that } }
+constexpr char kFirstReport[] = "1A 14 32 12 12 10 08 20 10 E8 87 80 80 10 18 80 9F C9 80 80 96 01";
+
+TEST_F(LinkRequestsTest, ReportWithoutFiltersIsThatOfBestEffort) {
+    EXPECT_EQ(ask("08 10"), Lines{std::string("08 05 ") + kFirstReport});
+}
+
+TEST_F(LinkRequestsTest, ReportCarriesTheIdOfItsRequest) {
+    EXPECT_EQ(ask("08 10 10 07"), Lines{std::string("08 05 10 07 ") + kFirstReport});
+}
+
+// The entries of a report: key, packets beyond 2^32, bytes for each packet.
+std::string entriesOf(const SdfProto::ClientMsg& message) {
+    std::string text;
+    for (const auto& entry : message.data().priority_queue_report_cb().entries()) {
+        text += std::to_string(entry.entry_key()) + ":" +
+                std::to_string(entry.first_value() - (uint64_t{1} << 32U)) + ":" +
+                std::to_string(entry.second_value() / entry.first_value()) + " ";
+    }
+    return text;
+}
+
+TEST_F(LinkRequestsTest, QueuesAreThoseOfTheFiltersAndTheirFiguresGrow) {
+    int id = 0;
+    for (const SdfProto::AppType type :
+         {SdfProto::APP_TYPE_NONE, SdfProto::APP_TYPE_UNSPECIFIED,
+          SdfProto::APP_TYPE_TRAFFIC_PRIO_HIGHEST, SdfProto::APP_TYPE_TRAFFIC_PRIO_HIGHEST,
+          SdfProto::APP_TYPE_TRAFFIC_PRIO_BE}) {
+        SdfProto::AddFilter filter;
+        filter.set_src_ip("::1");
+        filter.set_dest_ip("::2");
+        filter.set_src_port(++id);
+        filter.set_app_type(type);
+        const auto added = session().filters().add(static_cast<uint64_t>(id), filter);
+        ASSERT_EQ(added.status(), SdfProto::FILTER_ACTIVE);
+    }
+    EXPECT_EQ(entriesOf(session().reports().make()), "0:2000:1200 1:2000:1200 32:2000:1200 ");
+    EXPECT_EQ(entriesOf(session().reports().make()), "0:4000:1200 1:4000:1200 32:4000:1200 ");
+    session().filters().remove(3);
+    session().filters().remove(1);
+    session().filters().remove(2);
+    EXPECT_EQ(entriesOf(session().reports().make()), "1:5000:1200 32:6000:1200 ");
+}
+
+TEST_F(LinkRequestsTest, PendingFiltersHaveNoQueue) {
+    mPolicy.activationDelay = std::chrono::milliseconds(50);
+    SdfProto::AddFilter filter;
+    filter.set_src_ip("::1");
+    filter.set_dest_ip("::2");
+    session().filters().add(1, filter);
+    EXPECT_EQ(entriesOf(session().reports().make()), "32:1000:1200 ");
+    pass(50);
+    EXPECT_EQ(entriesOf(session().reports().make()), "0:1000:1200 32:2000:1200 ");
+}
+
+TEST_F(LinkRequestsTest, ReportsComeAtTheirInterval) {
+    EXPECT_EQ(ask("08 0F 1A 06 7A 04 08 01 10 14"), Lines{});  // every 20 ms
+    EXPECT_EQ(pass(19), Lines{});
+    EXPECT_EQ(pass(1), Lines{std::string("08 05 ") + kFirstReport});
+    EXPECT_EQ(pass(100).size(), 5U);
+    EXPECT_EQ(session().reports().interval(), std::chrono::milliseconds(20));
+    EXPECT_EQ(ask("08 0F 1A 02 7A 00"), Lines{});
+    EXPECT_EQ(pass(100), Lines{});
+    EXPECT_EQ(session().reports().interval(), std::chrono::milliseconds(0));
+}
+
+TEST_F(LinkRequestsTest, SecondRegistrationTakesThePlaceOfTheFirst) {
+    ask("08 0F 1A 06 7A 04 08 01 10 14");
+    pass(15);
+    ask("08 0F 1A 06 7A 04 08 01 10 1E");  // every 30 ms
+    EXPECT_EQ(pass(29), Lines{});
+    EXPECT_EQ(pass(1).size(), 1U);
+    EXPECT_EQ(pass(60).size(), 2U);
+}
+
+TEST_F(LinkRequestsTest, IntervalIsOneSecondIfNoneIsGivenAndNeverTooShort) {
+    ask("08 0F 1A 04 7A 02 08 01");
+    EXPECT_EQ(pass(999), Lines{});
+    EXPECT_EQ(pass(1).size(), 1U);
+    ask("08 0F 1A 06 7A 04 08 01 10 01");
+    EXPECT_EQ(pass(9), Lines{});
+    EXPECT_EQ(pass(1).size(), 1U);
+}
+
+// auto_filter_info_ind { filter_id: 0x80000001 filter { all twenty fields } status }
+constexpr char kAutoFilterBegin[] =
+    "08 81 80 80 80 08 12 48 0A 0A 31 39 32 2E 30 2E 32 2E 31 30 12 0D 31 39 38 2E 35 31 2E 31 30 "
+    "30 2E 32 30 18 D0 86 03 20 87 D3 01 28 02 30 06 38 01 40 02 48 32 50 01 58 0B 60 02 68 0D 70 "
+    "64 78 14 80 01 10 88 01 11 90 01 12 98 01 13 A0 01 14";
+
+TEST_F(LinkRequestsTest, GamingMakesAnAutomaticFilter) {
+    EXPECT_EQ(ask("08 0D 1A 04 6A 02 08 01"),
+              Lines{std::string("08 06 1A 54 3A 52 ") + kAutoFilterBegin + " 18 01"});
+    // On already.
+    EXPECT_EQ(ask("08 0D 1A 04 6A 02 08 01"), Lines{});
+    // It is not one of the client's own.
+    EXPECT_EQ(ask("08 05"), Lines{"08 04 1A 02 2A 00"});
+    EXPECT_EQ(session().describe(),
+              Lines{"filters=0 filter_status=off reports=0ms gaming=on prioritize_dds=off"});
+    EXPECT_EQ(ask("08 0D 1A 02 6A 00"),
+              Lines{std::string("08 06 1A 54 3A 52 ") + kAutoFilterBegin + " 18 03"});
+    EXPECT_EQ(ask("08 0D 1A 02 6A 00"), Lines{});
+}
+
+TEST_F(LinkRequestsTest, EachAutomaticFilterHasAnIdOfItsOwn) {
+    ask("08 0D 1A 04 6A 02 08 01");
+    ask("08 0D 1A 02 6A 00");
+    const Lines second = ask("08 0D 1A 04 6A 02 08 01");
+    ASSERT_EQ(second.size(), 1U);
+    EXPECT_EQ(second[0].substr(0, 35), "08 06 1A 54 3A 52 08 82 80 80 80 08");
+}
+
+TEST_F(LinkRequestsTest, RegistrationTellsOfTheAutomaticFiltersThereAre) {
+    EXPECT_EQ(ask("08 11"), Lines{});
+    const Lines on = ask("08 0D 1A 04 6A 02 08 01");
+    EXPECT_EQ(ask("08 11"), on);
+    ask("08 0D 1A 02 6A 00");
+    EXPECT_EQ(ask("08 11"), Lines{});
+}
+
+TEST_F(LinkRequestsTest, EveryKindHasItsHandler) {
+    for (int event = 0; event <= 18; ++event) {
+        const RequestHandler* const handler =
+            findHandler(static_cast<SdfProto::ServiceEventId>(event));
+        ASSERT_NE(handler, nullptr) << event;
+        EXPECT_EQ(handler->event, event);
+    }
+    EXPECT_EQ(findHandler(static_cast<SdfProto::ServiceEventId>(19)), nullptr);
+    EXPECT_EQ(findHandler(static_cast<SdfProto::ServiceEventId>(-1)), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,253 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/Hex.h"
+#include "tools/emulator/RuleParser.h"
+#include "tools/emulator/RuleWords.h"
+
+namespace {
+
+using Kind = Action::Kind;
+using Number = std::optional<int64_t>;
+
+Rule parse(const std::string& text) {
+    return parseRule(text, "here");
+}
+
+Action only(const std::string& action) {
+    const Rule rule = parse("on any: " + action);
+    EXPECT_EQ(rule.actions.size(), 1U) << action;
+    return rule.actions.at(0);
+}
+
+std::string errorOf(const std::string& text) {
+    try {
+        parse(text);
+    } catch (const RuleError& error) {
+        return error.what();
+    }
+    return "none";
+}
+
+TEST(RuleParserTest, RuleIsUnderstood) {
+    const Rule rule = parse("on add_filter nth 3: late 500, twice");
+    EXPECT_EQ(rule.kind, "add_filter");
+    EXPECT_EQ(rule.when, Rule::When::kNth);
+    EXPECT_EQ(rule.number, 3U);
+    ASSERT_EQ(rule.actions.size(), 2U);
+    EXPECT_EQ(rule.actions[0].kind, Kind::kLate);
+    EXPECT_EQ(rule.actions[0].number, Number(500));
+    EXPECT_EQ(rule.actions[1].kind, Kind::kCopies);
+    EXPECT_EQ(rule.actions[1].number, Number(2));
+    EXPECT_EQ(rule.text, "on add_filter nth 3: late 500, twice");
+}
+
+TEST(RuleParserTest, SpacesDoNotMatter) {
+    const Rule rule = parse("  on\tany every 10:refuse ,never,twice  ");
+    EXPECT_EQ(rule.kind, "any");
+    EXPECT_EQ(rule.when, Rule::When::kEvery);
+    EXPECT_EQ(rule.number, 10U);
+    EXPECT_EQ(rule.actions.size(), 3U);
+}
+
+TEST(RuleParserTest, WithoutATimeARuleAppliesAlways) {
+    const Rule rule = parse("on register: refuse");
+    EXPECT_EQ(rule.when, Rule::When::kFrom);
+    EXPECT_EQ(rule.number, 1U);
+    EXPECT_EQ(parse("on any from 7: refuse").when, Rule::When::kFrom);
+    EXPECT_EQ(parse("on any from 7: refuse").number, 7U);
+}
+
+TEST(RuleParserTest, KindsAreThoseOfTheRequestsInAnyLetters) {
+    for (const char* const kind : {"any",
+                                   "register",
+                                   "disable",
+                                   "enable",
+                                   "set_latency_level",
+                                   "prioritize_dds",
+                                   "reg_filter_status",
+                                   "add_filter",
+                                   "get_filters",
+                                   "update_latency_level",
+                                   "update_ood",
+                                   "update_pdcp_timer",
+                                   "delete_filter",
+                                   "delete_all_filter",
+                                   "update_dds_ood",
+                                   "update_dds_pdcp_timer",
+                                   "en_high_perf_gaming",
+                                   "prioritize_data",
+                                   "reg_priority_queue_reports",
+                                   "get_priority_queue_report",
+                                   "reg_auto_filter_info_ind",
+                                   "update_target_dscp"}) {
+        EXPECT_EQ(parse(std::string("on ") + kind + ": refuse").kind, kind);
+    }
+    EXPECT_EQ(parse("on ADD_Filter: refuse").kind, "add_filter");
+}
+
+TEST(RuleParserTest, ActionsAreUnderstood) {
+    struct {
+        const char* text;
+        Kind kind;
+        Number number;
+        const char* bytes;
+    } const cases[] = {
+        {"refuse", Kind::kRefuse, {}, ""},
+        {"never", Kind::kNever, {}, ""},
+        {"late 0", Kind::kLate, 0, ""},
+        {"late 86400000", Kind::kLate, 86400000, ""},
+        {"twice", Kind::kCopies, 2, ""},
+        {"flood 1", Kind::kCopies, 1, ""},
+        {"flood 100000", Kind::kCopies, 100000, ""},
+        {"wrong-id", Kind::kWrongId, {}, ""},
+        {"wrong-id 4294967295", Kind::kWrongId, 4294967295, ""},
+        {"mismatch", Kind::kMismatch, {}, ""},
+        {"mismatch status_ind", Kind::kMismatch, 0, ""},
+        {"mismatch AUTO_FILTER_INFO_IND", Kind::kMismatch, 6, ""},
+        {"empty-body", Kind::kEmptyBody, {}, ""},
+        {"no-body", Kind::kNoBody, {}, ""},
+        {"truncate", Kind::kTruncate, {}, ""},
+        {"truncate 0", Kind::kTruncate, 0, ""},
+        {"garbage ff", Kind::kGarbage, {}, "FF"},
+        {"garbage 08 0a1B", Kind::kGarbage, {}, "08 0A 1B"},
+        {"unknown-event", Kind::kUnknownEvent, {}, ""},
+        {"unknown-event 7", Kind::kUnknownEvent, 7, ""},
+        {"status SERVICE_DOWN", Kind::kStatus, 7, ""},
+        {"status internal_error", Kind::kStatus, 3, ""},
+        {"status 42", Kind::kStatus, 42, ""},
+        {"status -1", Kind::kStatus, -1, ""},
+        {"die before", Kind::kDieBefore, {}, ""},
+        {"die after", Kind::kDieAfter, {}, ""},
+    };
+    for (const auto& known : cases) {
+        const Action action = only(known.text);
+        EXPECT_EQ(action.kind, known.kind) << known.text;
+        EXPECT_EQ(action.number, known.number) << known.text;
+        EXPECT_EQ(toHex(action.bytes), known.bytes) << known.text;
+    }
+}
+
+TEST(RuleParserTest, RandomBytesAreThoseOfTheirSeed) {
+    // The generator's first numbers for its seed 5489 are D091BB5C, 22AE9EF6 and E7E1FAEE.
+    EXPECT_EQ(toHex(only("garbage random 3 5489").bytes), "5C F6 EE");
+    EXPECT_EQ(only("garbage random 65536").bytes.size(), 65536U);
+    EXPECT_EQ(only("garbage random 20").bytes, only("garbage random 20 1").bytes);
+    EXPECT_NE(only("garbage random 20").bytes, only("garbage random 20 2").bytes);
+}
+
+TEST(RuleParserTest, ErrorsNameThePlaceTheWordAndWhatWasExpected) {
+    const std::string kinds = "expected a kind of requests (" + kindWords() + ")";
+    const std::string actions = "expected an action (" + actionWords() + ")";
+    const std::string bytes = "expected bytes, two hexadecimal digits each, or \"random\"";
+    struct {
+        const char* text;
+        std::string error;
+    } const cases[] = {
+        {"", "here:1: at its end: a rule begins with \"on\""},
+        {"add_filter: refuse", "here:1: \"add_filter\": a rule begins with \"on\""},
+        {"On any: refuse", "here:1: \"On\": a rule begins with \"on\""},
+        {"on", "here:3: at its end: " + kinds},
+        {"on add_filtre: refuse", "here:4: \"add_filtre\": " + kinds},
+        {"on any", "here:7: at its end: expected \":\", \"nth\", \"every\" or \"from\""},
+        {"on any evry 3", "here:8: \"evry\": expected \":\", \"nth\", \"every\" or \"from\""},
+        {"on any nth: refuse", "here:11: \":\": expected a number from 1 to 4294967295"},
+        {"on any nth 0: refuse", "here:12: \"0\": expected a number from 1 to 4294967295"},
+        {"on any every -1: refuse", "here:14: \"-1\": expected a number from 1 to 4294967295"},
+        {"on any from 4294967296: refuse",
+         "here:13: \"4294967296\": expected a number from 1 to 4294967295"},
+        {"on any from 99999999999999999999: refuse",
+         "here:13: \"99999999999999999999\": expected a number from 1 to 4294967295"},
+        {"on any nth 3 refuse",
+         "here:14: \"refuse\": expected \":\", \"nth\", \"every\" or \"from\""},
+        {"on any:", "here:8: at its end: " + actions},
+        {"on any: refsue", "here:9: \"refsue\": " + actions},
+        {"on any: refuse,", "here:16: at its end: " + actions},
+        {"on any: refuse never", "here:16: \"never\": expected \",\" or the end of the rule"},
+        {"on any: twice 3", "here:15: \"3\": expected \",\" or the end of the rule"},
+        {"on any: late", "here:13: at its end: expected a number from 0 to 86400000"},
+        {"on any: late 5s", "here:14: \"5s\": expected a number from 0 to 86400000"},
+        {"on any: late 86400001", "here:14: \"86400001\": expected a number from 0 to 86400000"},
+        {"on any: flood, twice", "here:14: \",\": expected a number from 1 to 100000"},
+        {"on any: flood 0", "here:15: \"0\": expected a number from 1 to 100000"},
+        {"on any: flood 100001", "here:15: \"100001\": expected a number from 1 to 100000"},
+        {"on any: wrong-id x", "here:18: \"x\": expected a number from 0 to 4294967295"},
+        {"on any: mismatch x",
+         "here:18: \"x\": expected an event of the service, such as ADD_FILTER_CB"},
+        {"on any: truncate 65537", "here:18: \"65537\": expected a number from 0 to 65536"},
+        {"on any: garbage", "here:16: at its end: " + bytes},
+        {"on any: garbage, twice", "here:16: \",\": " + bytes},
+        {"on any: garbage 0", "here:17: \"0\": " + bytes},
+        {"on any: garbage 00 0g", "here:20: \"0g\": " + bytes},
+        {"on any: garbage random", "here:23: at its end: expected a number from 1 to 65536"},
+        {"on any: garbage random 0", "here:24: \"0\": expected a number from 1 to 65536"},
+        {"on any: garbage random 1 x", "here:26: \"x\": expected a number from 0 to 4294967295"},
+        {"on any: unknown-event 6", "here:23: \"6\": expected a number from 7 to 2147483647"},
+        {"on any: status",
+         "here:15: at its end: expected a status, such as SERVICE_DOWN, or its number"},
+        {"on any: status UP",
+         "here:16: \"UP\": expected a status, such as SERVICE_DOWN, or its number"},
+        {"on any: status 2147483648",
+         "here:16: \"2147483648\": expected a number from -2147483648 to 2147483647"},
+        {"on any: die", "here:12: at its end: expected \"before\" or \"after\""},
+        {"on any: die now", "here:13: \"now\": expected \"before\" or \"after\""},
+    };
+    for (const auto& known : cases) EXPECT_EQ(errorOf(known.text), known.error) << known.text;
+}
+
+TEST(RuleParserTest, ScenarioHasARuleALine) {
+    std::istringstream lines(
+        "# how it all begins\n\n  \t\non enable: never   # nobody is told\r\non any: refuse");
+    const std::vector<Rule> rules = parseScenario(lines, "file");
+    ASSERT_EQ(rules.size(), 2U);
+    EXPECT_EQ(rules[0].kind, "enable");
+    EXPECT_EQ(rules[0].text, "on enable: never   ");
+    EXPECT_EQ(rules[1].kind, "any");
+}
+
+TEST(RuleParserTest, ScenarioMayBeEmpty) {
+    std::istringstream lines("");
+    EXPECT_TRUE(parseScenario(lines, "file").empty());
+}
+
+TEST(RuleParserTest, ErrorInAScenarioNamesTheLine) {
+    std::istringstream lines("on any: refuse\n\non any: refuse # and\n on any refuse\n");
+    try {
+        parseScenario(lines, "file");
+        FAIL() << "it was understood";
+    } catch (const RuleError& error) {
+        EXPECT_STREQ(error.what(),
+                     "file:4:9: \"refuse\": expected \":\", \"nth\", \"every\" or \"from\"");
+    }
+}
+
+TEST(RuleWordsTest, KindOfARequestIsItsName) {
+    SdfProto::ServiceMsg request;
+    EXPECT_EQ(kindOf(request), "disable");
+    request.mutable_data()->mutable_enable_msg()->set_enable(true);
+    EXPECT_EQ(kindOf(request), "enable");
+    request.set_event_id(SdfProto::UPDATE_TARGET_DSCP);
+    EXPECT_EQ(kindOf(request), "update_target_dscp");
+    request.set_event_id(static_cast<SdfProto::ServiceEventId>(99));
+    EXPECT_EQ(kindOf(request), "event 99");
+}
+
+TEST(RuleWordsTest, EachExampleOfTheHelpIsARule) {
+    std::istringstream help(ruleHelp());
+    int examples = 0;
+    const std::string option = "  --rule '";
+    for (std::string line; std::getline(help, line);) {
+        if (line.rfind(option, 0) != 0) continue;
+        EXPECT_EQ(line.back(), '\'');
+        parse(line.substr(option.size(), line.size() - option.size() - 1));
+        ++examples;
+    }
+    EXPECT_EQ(examples, 6);
+}
+
+}  // namespace
