@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/stress/ClientEvents.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -35,6 +38,41 @@ void record(const ClientEvent& event) {
     if (hook) hook(event);
 }
 
+void recordStatus(ClientEvent::Kind kind, int status, const std::string& what) {
+    record({kind, status, 0, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, what + std::to_string(status)});
+}
+
+void recordFilter(ClientEvent::Kind kind, unsigned int id, SdfFilterStatus status,
+                  const std::string& what) {
+    record({kind, status, id, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1,
+            what + std::to_string(id) + ": " + std::to_string(status)});
+}
+
+std::string endpoint(const sockaddr_storage& address) {
+    char text[INET6_ADDRSTRLEN] = "none";
+    uint16_t port = 0;
+    if (address.ss_family == AF_INET) {
+        const auto& four = reinterpret_cast<const sockaddr_in&>(address);
+        inet_ntop(AF_INET, &four.sin_addr, text, sizeof text);
+        port = ntohs(four.sin_port);
+    } else if (address.ss_family == AF_INET6) {
+        const auto& six = reinterpret_cast<const sockaddr_in6&>(address);
+        inet_ntop(AF_INET6, &six.sin6_addr, text, sizeof text);
+        port = ntohs(six.sin6_port);
+    }
+    return std::string(text) + "#" + std::to_string(port);
+}
+
+std::string describe(const SdfAddFilterInfo& info) {
+    std::string text = endpoint(info.src_addr) + " > " + endpoint(info.dest_addr);
+    for (const int value : {static_cast<int>(info.first_level), static_cast<int>(info.second_level),
+                            static_cast<int>(info.ood), static_cast<int>(info.app_type),
+                            static_cast<int>(info.protocol)}) {
+        text += " " + std::to_string(value);
+    }
+    return text;
+}
+
 bool waitUntil(const std::function<bool(const std::vector<ClientEvent>&)>& reached) {
     Record& record = gRecord.value;
     std::unique_lock<std::mutex> guard(record.lock);
@@ -44,15 +82,48 @@ bool waitUntil(const std::function<bool(const std::vector<ClientEvent>&)>& reach
 }  // namespace
 
 void onStatus(int status) {
-    record({ClientEvent::Kind::kStatus, status, 0, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1});
+    recordStatus(ClientEvent::Kind::kStatus, status, "status ");
 }
 
 void onLegacyStatus(status_e status) {
-    record({ClientEvent::Kind::kLegacyStatus, status, 0, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1});
+    recordStatus(ClientEvent::Kind::kLegacyStatus, status, "legacy status ");
 }
 
 void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {
-    record({ClientEvent::Kind::kLevels, 0, id, first, second});
+    record({ClientEvent::Kind::kLevels, 0, id, first, second,
+            "levels " + std::to_string(id) + ": " + std::to_string(first) + " " +
+                std::to_string(second)});
+}
+
+void onAdded(unsigned int id, SdfFilterStatus status) {
+    recordFilter(ClientEvent::Kind::kAdded, id, status, "added ");
+}
+
+void onFilterStatus(unsigned int id, SdfFilterStatus status) {
+    recordFilter(ClientEvent::Kind::kFilterStatus, id, status, "filter ");
+}
+
+void onListed(unsigned int id, SdfFilterStatus status, SdfLatencyLvl first, SdfLatencyLvl second,
+              SdfOod ood, unsigned int timer) {
+    record({ClientEvent::Kind::kListed, status, id, first, second,
+            "listed " + std::to_string(id) + ": " + std::to_string(status) + ", levels " +
+                std::to_string(first) + " " + std::to_string(second) + ", ood " +
+                std::to_string(ood) + ", timer " + std::to_string(timer)});
+}
+
+void onReport(unsigned int key, uint64_t first, uint64_t second) {
+    record({ClientEvent::Kind::kReport,
+            0,
+            key,
+            {},
+            {},
+            "report " + std::to_string(key) + ": " + std::to_string(first) + " " +
+                std::to_string(second)});
+}
+
+void onAutoFilter(unsigned int id, SdfAddFilterInfo info) {
+    record({ClientEvent::Kind::kAutoFilter, 0, id, info.first_level, info.second_level,
+            "auto filter " + std::to_string(id) + ": " + describe(info)});
 }
 
 void setEventHook(std::function<void(const ClientEvent&)> hook) {
@@ -79,6 +150,12 @@ std::vector<int> statuses() {
     return codes;
 }
 
+std::vector<std::string> clientTexts() {
+    std::vector<std::string> texts;
+    for (const ClientEvent& event : clientEvents()) texts.push_back(event.text);
+    return texts;
+}
+
 bool waitForStatus(int status, size_t times) {
     return waitUntil([&](const std::vector<ClientEvent>& events) {
         const auto count = std::count_if(events.begin(), events.end(), [&](const ClientEvent& e) {
@@ -97,4 +174,12 @@ std::optional<ClientEvent> waitForLevels(long long id) {
         return found.has_value();
     });
     return found;
+}
+
+bool waitForText(const std::string& text, size_t times) {
+    return waitUntil([&](const std::vector<ClientEvent>& events) {
+        const auto count = std::count_if(events.begin(), events.end(),
+                                         [&](const ClientEvent& e) { return e.text == text; });
+        return static_cast<size_t>(count) >= times;
+    });
 }

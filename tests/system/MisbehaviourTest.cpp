@@ -1,0 +1,417 @@
+// SPDX-License-Identifier: Apache-2.0
+// The library against a service that misbehaves, in each of the ways that the emulator has: it does
+// what it should, nothing else, and goes on.
+
+#include <gtest/gtest.h>
+#include <lum_sdf_sdk.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/stress/ClientEvents.h"
+#include "tests/system/LibraryTest.h"
+
+namespace {
+
+constexpr char kUp[] = "status -7";
+constexpr char kDown[] = "status -8";
+constexpr char kFailed[] = "status -3";
+
+class MisbehaviourTest : public LibraryTest {
+  protected:
+    // Brings a service up that has been lost, and shows that everything is as at first.
+    static void recover() {
+        forgetClientEvents();
+        ASSERT_EQ(createSdfClient(onStatus), 0);
+        ASSERT_TRUE(waitForText(kUp));
+        EXPECT_EQ(toldSoFar(), Lines{kUp});
+    }
+
+    // Makes the first latency request, which the service answers wrongly, and shows that its
+    // callback is not called while the second one's is.
+    void expectNoAnswer(const std::string& actions) {
+        serveBy({"on set_latency_level nth 1: " + actions});
+        connect();
+        ASSERT_GT(askLevels(), 0);
+        EXPECT_EQ(toldSoFar(), Lines{}) << actions;
+        EXPECT_EQ(destroySdfClient(), 0);
+        EXPECT_EQ(mEmulator->terminate(), 0);
+    }
+};
+
+TEST_F(MisbehaviourTest, RefusedRequestIsReportedAndTakesTheClientDown) {
+    serveBy({"on set_latency_level nth 1: refuse"});
+    connect();
+    ASSERT_EQ(lum_sdf_enable(onLegacyStatus), 1);
+    ASSERT_TRUE(waitForText(kUp));  // the last of the two to be told
+    forgetClientEvents();
+    ASSERT_GT(askLevels(), 0);
+    ASSERT_TRUE(waitForText(kFailed));
+    EXPECT_EQ(clientTexts(), (Lines{"legacy status 2", kFailed}));
+    EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
+    forgetClientEvents();
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    ASSERT_TRUE(waitForText(kUp));
+    EXPECT_EQ(toldSoFar(), (Lines{"legacy status 5", kUp}));
+}
+
+TEST_F(MisbehaviourTest, EveryKindOfRequestCanBeRefused) {
+    serveBy({"on any from 2: refuse"});  // all but the first enable
+    connect();
+    ASSERT_EQ(sdfPrioritizeDds(true), 0);
+    ASSERT_TRUE(waitForText(kFailed));
+    EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
+    // The enable is refused too, and that is told each time.
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    ASSERT_TRUE(waitForText(kFailed, 2));
+    EXPECT_EQ(destroySdfClient(), 0);
+    EXPECT_EQ(clientTexts(), (Lines{kFailed, kFailed}));
+}
+
+TEST_F(MisbehaviourTest, RefusedRegistrationLeavesTheClientWaiting) {
+    serveBy({"on register: refuse"});
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    // The link counts as made and the request is sent, but there is nobody to answer to.
+    EXPECT_TRUE(mEmulator->process().waitForLine(
+        "notice: no callback registered, pid=" + std::to_string(getpid()) +
+        ": ENABLE is not answered"));
+    EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    EXPECT_TRUE(mEmulator->process().waitForLine(
+        "notice: no callback registered, pid=" + std::to_string(getpid()) +
+            ": ENABLE is not answered",
+        2));
+    EXPECT_EQ(destroySdfClient(), 0);
+    EXPECT_EQ(clientTexts(), Lines{});
+    EXPECT_EQ(mEmulator->stats().clients, 0U);
+}
+
+TEST_F(MisbehaviourTest, ClientMadeAnewRegistersAgain) {
+    serveBy({"on register nth 1: refuse"});
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    EXPECT_TRUE(mEmulator->process().waitForLine(
+        "notice: no callback registered, pid=" + std::to_string(getpid()) +
+        ": ENABLE is not answered"));
+    EXPECT_EQ(destroySdfClient(), 0);
+    recover();
+}
+
+TEST_F(MisbehaviourTest, LateAnswerReachesItsCallback) {
+    serveBy({"on set_latency_level nth 1: late 100"});
+    connect();
+    const long long late = askLevels();
+    EXPECT_TRUE(waitForText(levels(late)));
+    EXPECT_EQ(clientTexts(), Lines{levels(late)});
+    EXPECT_EQ(toldSoFar(), Lines{levels(late)});
+}
+
+TEST_F(MisbehaviourTest, LateAnswersReachTheirCallbacksInWhateverOrder) {
+    serveBy({"on set_latency_level nth 1: late 200", "on set_latency_level nth 2: late 100"});
+    connect();
+    const long long first = askLevels();
+    const long long second = askLevels();
+    EXPECT_TRUE(waitForText(levels(first)));
+    EXPECT_TRUE(waitForText(levels(second)));
+    EXPECT_EQ(clientTexts().size(), 2U);
+}
+
+TEST_F(MisbehaviourTest, LateAnswerForAClientThatHasLeftReachesNobody) {
+    serveBy({"on set_latency_level nth 1: late 100"});
+    connect();
+    ASSERT_GT(askLevels(), 0);
+    EXPECT_EQ(destroySdfClient(), 0);
+    recover();
+}
+
+TEST_F(MisbehaviourTest, LateServiceUpIsWaitedFor) {
+    serveBy({"on enable: late 100"});
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
+    ASSERT_TRUE(waitForText(kUp));
+    EXPECT_EQ(toldSoFar(), Lines{kUp});
+}
+
+TEST_F(MisbehaviourTest, SecondAnswerIsDropped) {
+    serveBy({"on set_latency_level nth 1: twice", "on add_filter nth 1: twice"});
+    connect();
+    const long long id = askLevels();
+    EXPECT_EQ(toldSoFar(), Lines{levels(id)});
+    const unsigned int filter = add(5000);
+    // The filter is known once.
+    EXPECT_EQ(sdfDeleteFilter(filter), 0);
+    EXPECT_EQ(sdfDeleteFilter(filter), SDF_V2_INVALID_ARG);
+}
+
+TEST_F(MisbehaviourTest, SecondListAndSecondReportReachNobody) {
+    serveBy({"on get_filters: twice", "on get_priority_queue_report: twice"});
+    connect();
+    const unsigned int id = add(5000);
+    ASSERT_EQ(sdfGetFilters(onListed), 0);
+    EXPECT_EQ(toldSoFar(),
+              Lines{"listed " + std::to_string(id) + ": 1, levels 2 4, ood 2, timer 50"});
+    ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
+    EXPECT_EQ(toldSoFar().size(), 2U);
+}
+
+TEST_F(MisbehaviourTest, RequestWithoutAnAnswerIsForgottenWithTheClient) {
+    expectNoAnswer("never");
+    EXPECT_EQ(clientTexts(), Lines{});
+}
+
+TEST_F(MisbehaviourTest, ServiceThatNeverSaysItIsUpIsNotUp) {
+    serveBy({"on enable: never"});
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    EXPECT_TRUE(mEmulator->process().waitForLine("rule pid=" + std::to_string(getpid()) +
+                                                 " enable: on enable: never"));
+    EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
+    EXPECT_EQ(destroySdfClient(), 0);
+    EXPECT_EQ(clientTexts(), Lines{});
+}
+
+TEST_F(MisbehaviourTest, AnswerWithAWrongIdReachesNobody) {
+    expectNoAnswer("wrong-id");
+}
+
+TEST_F(MisbehaviourTest, FilterAddedUnderAWrongIdIsNotKnown) {
+    serveBy({"on add_filter nth 1: wrong-id"});
+    connect();
+    const long long id = sdfAddFilter(flow(5000), onAdded);
+    ASSERT_GT(id, 0);
+    EXPECT_EQ(toldSoFar(), Lines{});
+    EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(id)), SDF_V2_INVALID_ARG);
+    EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(id) + 1), SDF_V2_INVALID_ARG);
+    EXPECT_EQ(sdfDeleteAllFilter(), SDF_V2_INVALID_OPERATION);
+}
+
+TEST_F(MisbehaviourTest, AnswerMayBeThatOfAnotherRequest) {
+    // In a fresh process the first two ids are the first two numbers of rand(); the second request
+    // is answered in the name of the first.
+    serveBy(
+        {"on set_latency_level nth 1: never", "on set_latency_level nth 2: wrong-id 1804289383"});
+    connect();
+    ASSERT_EQ(askLevels(), 1804289383);
+    ASSERT_EQ(
+        sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_5, SDF_LATENCY_LVL_6, false, onLevels),
+        846930886);
+    EXPECT_EQ(toldSoFar(), Lines{levels(1804289383, "5 6")});
+}
+
+TEST_F(MisbehaviourTest, GarbageIsDropped) {
+    // No message at all; an empty one; a message that ends in the middle of its id; a body alone
+    // that is none.
+    for (const char* const garbage : {"garbage ff ff ff", "garbage 00", "garbage 08 01 10 ff",
+                                      "garbage 1a 05 ff", "garbage 0b 0c"}) {
+        expectNoAnswer(std::string("never, ") + garbage);
+    }
+}
+
+TEST_F(MisbehaviourTest, AnyBytesAreSurvived) {
+    Lines rules;
+    for (int seed = 0; seed < 100; ++seed) {
+        rules.push_back("on set_latency_level nth 1: garbage random " +
+                        std::to_string(1 + seed * 7) + " " + std::to_string(seed));
+    }
+    serveBy(rules);
+    connect();
+    const long long id = askLevels();
+    ASSERT_TRUE(waitForText(levels(id)));
+    // Some of it may read as the loss of the service.
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    ASSERT_TRUE(waitForText(kUp));
+    toldSoFar();
+}
+
+TEST_F(MisbehaviourTest, UnknownEventIsIgnored) {
+    expectNoAnswer("never, unknown-event");
+    expectNoAnswer("never, unknown-event 7");
+    expectNoAnswer("never, unknown-event 2147483647");
+}
+
+TEST_F(MisbehaviourTest, BodyOfAnotherEventIsIgnored) {
+    for (const char* const event :
+         {"status_ind", "filter_status_indication", "add_filter_cb", "get_filter_cb",
+          "priority_queue_report_cb", "auto_filter_info_ind"}) {
+        expectNoAnswer(std::string("mismatch ") + event);
+    }
+}
+
+TEST_F(MisbehaviourTest, BodyOfAnotherEventLeavesTheCallbacksInPlace) {
+    serveBy({"on get_filters nth 1: mismatch", "on get_priority_queue_report nth 1: mismatch",
+             "on add_filter nth 1: mismatch effective_levels_cb"});
+    connect();
+    ASSERT_GT(sdfAddFilter(flow(5000), onAdded), 0);
+    ASSERT_EQ(sdfGetFilters(onListed), 0);
+    ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
+    EXPECT_EQ(toldSoFar(), Lines{});
+}
+
+TEST_F(MisbehaviourTest, EmptyBodyIsReadAsItsDefaults) {
+    serveBy({"on set_latency_level nth 1: empty-body", "on add_filter: empty-body",
+             "on get_filters: empty-body", "on get_priority_queue_report: empty-body",
+             "on en_high_perf_gaming: empty-body"});
+    connect();
+    ASSERT_EQ(sdfRegAutoFilterInfo(onAutoFilter), 0);
+    const long long id = askLevels();
+    const long long lost = sdfAddFilter(flow(5000), onAdded);
+    ASSERT_GT(lost, 0);
+    ASSERT_EQ(sdfGetFilters(onListed), 0);
+    ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
+    ASSERT_EQ(sdfEnHighPerfGaming(true), 0);
+    EXPECT_EQ(toldSoFar(), (Lines{levels(id, "1 1"), "auto filter 0: none#0 > none#0 0 0 0 0 0"}));
+    EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(lost)), SDF_V2_INVALID_ARG);
+}
+
+TEST_F(MisbehaviourTest, StatusWithAnEmptyBodyIsInvalidAndTakesTheClientDown) {
+    serveBy({"on enable nth 2: empty-body"});
+    connect();
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    ASSERT_TRUE(waitForText("status -1"));
+    EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
+    recover();
+}
+
+TEST_F(MisbehaviourTest, AnswerWithoutABodyIsIgnored) {
+    expectNoAnswer("no-body");
+}
+
+TEST_F(MisbehaviourTest, TruncatedAnswerIsReadAsFarAsItGoes) {
+    // Cut within the body, before the second level: what has been read counts.
+    serveBy({"on set_latency_level nth 1: truncate"});
+    connect();
+    const long long id = askLevels();
+    EXPECT_EQ(toldSoFar(), Lines{levels(id, "2 1")});
+}
+
+TEST_F(MisbehaviourTest, AnswerTruncatedBeforeItsBodyIsIgnored) {
+    // 08 01 10 and four or five bytes of the id; then comes the tag of the data.
+    for (int length = 0; length <= 8; ++length) {
+        expectNoAnswer("truncate " + std::to_string(length));
+    }
+}
+
+TEST_F(MisbehaviourTest, FloodOfAnswersIsOneAnswer) {
+    serveBy({"on set_latency_level nth 1: flood 1000"});
+    connect();
+    const long long id = askLevels();
+    EXPECT_EQ(toldSoFar(), Lines{levels(id)});
+}
+
+TEST_F(MisbehaviourTest, FloodOfIndicationsIsDeliveredWhole) {
+    serveBy({"on enable nth 2: flood 1000"});
+    connect();
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    ASSERT_TRUE(waitForText(kUp, 1000));
+    EXPECT_EQ(toldSoFar(), Lines(1000, kUp));
+}
+
+struct StatusCase {
+    const char* status;
+    const char* told;
+};
+
+TEST_F(MisbehaviourTest, AnyStatusButUpTakesTheClientDown) {
+    for (const StatusCase& known :
+         {StatusCase{"INVALID", "status -1"}, StatusCase{"SUCCESS", "status 0"},
+          StatusCase{"INVALID_ARG", "status -2"}, StatusCase{"INTERNAL_ERROR", kFailed},
+          StatusCase{"NOT_SUPPORTED", "status -4"}, StatusCase{"INVALID_OPERATION", "status -5"},
+          StatusCase{"SERVICE_DOWN", kDown}, StatusCase{"INVALID_SLOT", "status -1"},
+          StatusCase{"42", "status -1"}, StatusCase{"-1", "status -1"}}) {
+        serveBy({std::string("on set_latency_level nth 1: status ") + known.status});
+        connect();
+        const long long id = askLevels();
+        ASSERT_TRUE(waitForText(known.told)) << known.status;
+        EXPECT_EQ(clientTexts(), (Lines{levels(id), known.told})) << known.status;
+        EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN) << known.status;
+        recover();
+        EXPECT_EQ(destroySdfClient(), 0);
+        EXPECT_EQ(mEmulator->terminate(), 0);
+        forgetClientEvents();
+    }
+}
+
+TEST_F(MisbehaviourTest, UnaskedServiceUpIsPassedOn) {
+    serveBy({"on set_latency_level nth 1: status SERVICE_UP"});
+    connect();
+    const long long id = askLevels();
+    EXPECT_EQ(toldSoFar(), (Lines{levels(id), kUp}));
+}
+
+TEST_F(MisbehaviourTest, StatusBeforeTheFirstRequestIsPassedOn) {
+    serveBy({"on register: status SERVICE_UP, twice"});
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    ASSERT_TRUE(waitForText(kUp, 3));
+    EXPECT_EQ(toldSoFar(), Lines(3, kUp));
+}
+
+// The end of the service and of the request that it took along are told on two threads.
+TEST_F(MisbehaviourTest, DeathBeforeTheAnswerIsToldAsLossAndFailedRequest) {
+    serveBy({"on set_latency_level nth 2: die before"});
+    connect();
+    toldSoFar();
+    ASSERT_GT(askLevels(), 0);
+    ASSERT_TRUE(waitForText(kDown));
+    ASSERT_TRUE(waitForText(kFailed));
+    EXPECT_EQ(clientTexts().size(), 2U);
+    EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
+    mEmulator->restart();
+    recover();
+}
+
+TEST_F(MisbehaviourTest, DeathAfterTheAnswerIsToldAsWell) {
+    serveBy({"on set_latency_level nth 2: die after"});
+    connect();
+    toldSoFar();
+    const long long id = askLevels();
+    ASSERT_TRUE(waitForText(levels(id)));
+    ASSERT_TRUE(waitForText(kDown));
+    ASSERT_TRUE(waitForText(kFailed));
+    EXPECT_EQ(clientTexts().size(), 3U);
+    mEmulator->restart();
+    recover();
+}
+
+TEST_F(MisbehaviourTest, DeathAtTheRegistrationIsToldAndSurvived) {
+    serveBy({"on register: die before"});
+    ASSERT_EQ(createSdfClient(onStatus), 0);
+    ASSERT_TRUE(waitForText(kDown));
+    EXPECT_EQ(destroySdfClient(), 0);
+    // How the enable ends depends on whether the loss was known by then.
+    for (const std::string& told : clientTexts()) {
+        EXPECT_TRUE(told == kDown || told == kFailed) << told;
+    }
+}
+
+TEST_F(MisbehaviourTest, DeathAtTheLastRequestIsSurvived) {
+    serveBy({"on disable: die before"});
+    connect();
+    EXPECT_EQ(destroySdfClient(), 0);
+    EXPECT_EQ(destroySdfClient(), SDF_V2_INVALID_OPERATION);
+    mEmulator->restart();
+    recover();
+}
+
+TEST_F(MisbehaviourTest, RefusedLeaveIsSurvived) {
+    serveBy({"on disable nth 1: refuse"});
+    connect();
+    EXPECT_EQ(destroySdfClient(), 0);
+    recover();
+}
+
+TEST_F(MisbehaviourTest, RulesOfAScenarioComeFirst) {
+    const std::string path = mFolder.path() + "/scenario";
+    std::ofstream(path) << "# the first answer is no answer\n"
+                           "on set_latency_level nth 1: never\n"
+                           "on set_latency_level nth 1: garbage ff  # in its place\n";
+    serve({"--rule", "on set_latency_level nth 1: twice", "--scenario", path});
+    connect();
+    ASSERT_GT(askLevels(), 0);
+    EXPECT_EQ(toldSoFar(), Lines{});
+    const std::string pid = "pid=" + std::to_string(getpid());
+    const Lines lines = mEmulator->process().lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "sent " + pid + " type=5 unreadable: ff"), 2);
+}
+
+}  // namespace
