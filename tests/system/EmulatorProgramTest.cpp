@@ -131,14 +131,99 @@ TEST_F(EmulatorProgramTest, WrongCommandLineIsReported) {
     EXPECT_NE(negative.wait(), 0);
     EXPECT_TRUE(contains(negative.errorLines(), "--ready-fd"));
     EXPECT_EQ(negative.lines(), Lines{});
+    for (const char* const option :
+         {"--deny-uid", "--filter-limit", "--activation-delay", "--inactivity-timeout"}) {
+        ChildProcess wrong({mProgram, option, "-1"});
+        EXPECT_NE(wrong.wait(), 0);
+        EXPECT_TRUE(contains(wrong.errorLines(), option));
+    }
+}
+
+TEST_F(EmulatorProgramTest, WrongRuleIsReportedWithItsPlace) {
+    ChildProcess emulator({mProgram, "--rule", "on any: refuse", "--rule", "on any: late x"});
+    EXPECT_EQ(emulator.wait(), 2);
+    EXPECT_EQ(emulator.lines(), Lines{});
+    EXPECT_EQ(emulator.errorLines(),
+              Lines{"lum_sdf_emulator: --rule 2:14: \"x\": expected a number from 0 to 86400000"});
+}
+
+TEST_F(EmulatorProgramTest, WrongScenarioIsReportedWithItsPlace) {
+    const std::string path = mFolder.path() + "/scenario";
+    std::ofstream(path) << "# first\non any: refuse\non any: die\n";
+    ChildProcess emulator({mProgram, "--scenario", path});
+    EXPECT_EQ(emulator.wait(), 2);
+    EXPECT_EQ(emulator.errorLines(), Lines{"lum_sdf_emulator: " + path +
+                                           ":3:12: at its end: expected \"before\" or \"after\""});
+}
+
+TEST_F(EmulatorProgramTest, ScenarioThatCannotBeReadIsReported) {
+    ChildProcess missing({mProgram, "--scenario", mFolder.path() + "/none"});
+    EXPECT_EQ(missing.wait(), 2);
+    EXPECT_EQ(missing.errorLines(),
+              Lines{"lum_sdf_emulator: " + mFolder.path() + "/none: No such file or directory"});
+    ChildProcess folder({mProgram, "--scenario", mFolder.path()});
+    EXPECT_EQ(folder.wait(), 2);
+    EXPECT_EQ(folder.errorLines(),
+              Lines{"lum_sdf_emulator: " + mFolder.path() + ": Is a directory"});
+}
+
+TEST_F(EmulatorProgramTest, StateIsPrintedWhenAskedFor) {
+    EmulatorProcess emulator;
+    emulator.process().signal(SIGUSR2);
+    ASSERT_TRUE(emulator.process().waitForLine("state: clients=0"));
+    const EmulatorClient client;
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    emulator.process().signal(SIGUSR2);
+    ASSERT_TRUE(emulator.process().waitForLine("state: clients=1"));
+    EXPECT_EQ(emulator.process().lines(),
+              (Lines{readyLine(emulator.pid()), "state: clients=0",
+                     "client pid=" + std::to_string(getpid()) +
+                         " type=5 filters=0 filter_status=off reports=0ms gaming=off "
+                         "prioritize_dds=off",
+                     "state: clients=1"}));
+    EXPECT_EQ(emulator.terminate(), 0);
 }
 
 TEST_F(EmulatorProgramTest, HelpExplainsEverything) {
     ChildProcess emulator({mProgram, "--help"});
     EXPECT_EQ(emulator.wait(), 0);
-    for (const char* const word :
-         {"--print", "--record", "--ready-fd", "--until-eof", "--debug-log", "SIGTERM", "SIGUSR1",
-          "LUM_BINDER_DIR", "LUM_DEBUG_LOG", "ready: ", "stats: ", "notice: ", "Exit status"}) {
+    for (const char* const word : {"--print",
+                                   "--record",
+                                   "--ready-fd",
+                                   "--until-eof",
+                                   "--debug-log",
+                                   "SIGTERM",
+                                   "SIGUSR1",
+                                   "LUM_BINDER_DIR",
+                                   "LUM_DEBUG_LOG",
+                                   "ready: ",
+                                   "stats: ",
+                                   "notice: ",
+                                   "Exit status",
+                                   "--filter-limit",
+                                   "--deny-uid",
+                                   "--activation-delay",
+                                   "--inactivity-timeout",
+                                   "--rule",
+                                   "--scenario",
+                                   "SIGUSR2",
+                                   "state: ",
+                                   "refuse",
+                                   "never",
+                                   "late MS",
+                                   "twice",
+                                   "flood N",
+                                   "wrong-id [ID]",
+                                   "mismatch [EVENT]",
+                                   "empty-body",
+                                   "no-body",
+                                   "truncate [N]",
+                                   "garbage HEX",
+                                   "garbage random N [SEED]",
+                                   "unknown-event [N]",
+                                   "status NAME|NUMBER",
+                                   "die before|after",
+                                   "set_latency_level"}) {
         EXPECT_TRUE(contains(emulator.lines(), word)) << word;
     }
     EXPECT_EQ(emulator.errorLines(), Lines{});

@@ -25,6 +25,16 @@ std::string ownPid() {
     return "pid=" + std::to_string(getpid());
 }
 
+// ADD_FILTER with the id 7, from ::1 to ::2, and two bytes to follow in the description.
+constexpr char kAddFilter[] = "08 04 10 07 1A 0E 32 0C 0A 03 3A 3A 31 12 03 3A 3A 32 ";
+constexpr char kFilterAdded[] = "08 03 10 07 1A 10 22 0E 0A 0C 08 07 10 01 1A 06 61 63 74 69 76 65";
+
+// The answer to it when there is a filter 7 already.
+std::string idInUse() {
+    return "08 03 10 07 1A 1D 22 1B 0A 19 08 07 10 06 1A 13 " +
+           toHex(std::string("unique_id is in use"));
+}
+
 // The client of a process of its own, started and registered.
 std::unique_ptr<ChildProcess> startClient() {
     auto client = std::make_unique<ChildProcess>(std::vector<std::string>{LUM_CLIENT_PROGRAM});
@@ -181,6 +191,64 @@ TEST_F(EmulatorTest, ClientsOfSeveralProcessesGetTheirOwnAnswers) {
     EXPECT_EQ(mEmulator.terminate(), 0);
 }
 
+// Each adds the same filters under the same ids: they are no one else's duplicates.
+TEST_F(EmulatorTest, ClientsHaveFiltersOfTheirOwnUntilTheyLeaveOrDie) {
+    std::vector<std::unique_ptr<ChildProcess>> clients;
+    clients.reserve(3);
+    for (int i = 0; i < 3; ++i) clients.push_back(startClient());
+    for (const auto& client : clients) {
+        client->writeLine(std::string("5 1 ") + kAddFilter + "18 01");
+        EXPECT_TRUE(client->waitForLine(std::string("got ") + kFilterAdded));
+        client->writeLine(std::string("5 2 ") + kAddFilter + "18 01");
+        EXPECT_TRUE(client->waitForLine("got " + idInUse()));
+    }
+    EXPECT_EQ(mEmulator.stats().filters, 3U);
+    // Deleting one's own leaves the others'; 0A is DELETE_ALL_FILTER.
+    clients[0]->writeLine("5 2 08 0A");
+    clients[0]->writeLine("5 3 08 05");
+    EXPECT_TRUE(clients[0]->waitForLine("got 08 04 1A 02 2A 00"));
+    EXPECT_EQ(mEmulator.stats().filters, 2U);
+    clients[1]->kill();
+    EXPECT_TRUE(mEmulator.waitForStats(
+        [](const EmulatorProcess::Stats& now) { return now.clients == 2 && now.filters == 1; }));
+    clients[2]->writeLine("5 3 08 05");
+    EXPECT_TRUE(
+        clients[2]->waitForLine("got 08 04 1A 10 2A 0E 12 0C 08 07 10 01 1A 06 61 63 74 69 76 65"));
+    // It leaves.
+    clients[2]->writeLine(std::string("5 3 ") + kDisable);
+    EXPECT_TRUE(mEmulator.waitForStats(
+        [](const EmulatorProcess::Stats& now) { return now.clients == 1 && now.filters == 0; }));
+    EXPECT_EQ(mEmulator.terminate(), 0);
+}
+
+TEST_F(EmulatorTest, FeaturesOfAClientHaveFiltersOfTheirOwn) {
+    const EmulatorClient client;
+    ASSERT_TRUE(client.send(std::string(kAddFilter) + "18 01", 5).isOk());
+    ASSERT_TRUE(client.send(std::string(kAddFilter) + "18 01", 3).isOk());
+    EXPECT_EQ(client.inbox().waitFor(2), (Blobs{{5, kFilterAdded}, {3, kFilterAdded}}));
+    EXPECT_EQ(mEmulator.stats().filters, 2U);
+    ASSERT_TRUE(client.send(kDisable, 3).isOk());
+    EXPECT_EQ(mEmulator.stats().filters, 1U);
+    EXPECT_EQ(mEmulator.stats().clients, 1U);
+    ASSERT_TRUE(client.send("08 05", 5).isOk());
+    EXPECT_EQ(client.inbox().waitFor(3).back(),
+              (Inbox::Blob{5, "08 04 1A 10 2A 0E 12 0C 08 07 10 01 1A 06 61 63 74 69 76 65"}));
+}
+
+// A process that replaces its client: what the old one had does not come to the new one.
+TEST_F(EmulatorTest, NewClientOfAProcessBeginsWithoutFilters) {
+    EmulatorClient before;
+    ASSERT_TRUE(before.send(kEnable).isOk());
+    ASSERT_TRUE(before.send(std::string(kAddFilter) + "18 01").isOk());
+    EXPECT_EQ(before.inbox().waitFor(2).size(), 2U);
+    const EmulatorClient after;
+    ASSERT_TRUE(after.send("08 05").isOk());
+    EXPECT_EQ(after.inbox().waitFor(1), (Blobs{{5, "08 04 1A 02 2A 00"}}));
+    ASSERT_TRUE(before.send(kDisable).isOk());
+    EXPECT_EQ(mEmulator.stats().filters, 0U);
+    EXPECT_EQ(mEmulator.stats().clients, 1U);
+}
+
 TEST_F(EmulatorTest, WhatIsNoRequestIsRefused) {
     const EmulatorClient client;
     const ndk::ScopedAStatus status = client.send("FF FF FF");
@@ -220,6 +288,10 @@ TEST_F(EmulatorTest, RequestWithTheBodyOfAnotherIsRefused) {
     const ndk::ScopedAStatus other = client.send("08 01 1A 04 0A 02 08 01");
     EXPECT_EQ(other.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
     EXPECT_STREQ(other.getMessage(), "SET_LATENCY_LEVEL without its body");
+    // GET_FILTERS has none.
+    const ndk::ScopedAStatus more = client.send("08 05 1A 04 0A 02 08 01");
+    EXPECT_EQ(more.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
+    EXPECT_STREQ(more.getMessage(), "GET_FILTERS with a body");
 }
 
 TEST_F(EmulatorTest, UnknownRequestsAreAcceptedAndNotAnswered) {
@@ -290,12 +362,15 @@ TEST_F(EmulatorTest, ServesAnewAfterItWasKilled) {
 // Not with --print: what is read of it would grow.
 TEST(EmulatorFiguresTest, NothingGrowsWithClientsThatComeAndGo) {
     const SocketFolder folder;
-    EmulatorProcess emulator;
+    EmulatorProcess emulator({"--activation-delay", "3600000", "--inactivity-timeout", "3600000"});
     const auto round = [] {
         EmulatorClient client;
         ASSERT_TRUE(client.send(kEnable).isOk());
         ASSERT_TRUE(client.send(kSetLevels).isOk());
         EXPECT_EQ(client.inbox().waitFor(2), (Blobs{{5, kServiceUp}, {5, kLevels}}));
+        ASSERT_TRUE(client.send(std::string(kAddFilter) + "18 01").isOk());
+        ASSERT_TRUE(client.send("08 0F 1A 06 7A 04 08 01 10 0A").isOk());  // reports every 10 ms
+        EXPECT_GE(client.inbox().waitFor(4).size(), 4U);
         client.drop();
         ASSERT_TRUE(client.send(kDisable).isOk());
         ASSERT_TRUE(client.inbox().waitForEnd());
@@ -305,7 +380,7 @@ TEST(EmulatorFiguresTest, NothingGrowsWithClientsThatComeAndGo) {
     EXPECT_GT(before.heapBlocks, 0U);
     for (int i = 0; i < 200; ++i) round();
     EXPECT_TRUE(emulator.waitForStats([&](const EmulatorProcess::Stats& now) {
-        return now.clients == 0 && now.descriptors <= before.descriptors &&
+        return now.clients == 0 && now.filters == 0 && now.descriptors <= before.descriptors &&
                now.heapBlocks <= before.heapBlocks;
     })) << "heap blocks before "
         << before.heapBlocks << ", now " << emulator.stats().heapBlocks;
