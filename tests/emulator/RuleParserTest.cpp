@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -248,6 +250,36 @@ TEST(RuleWordsTest, EachExampleOfTheHelpIsARule) {
         ++examples;
     }
     EXPECT_EQ(examples, 6);
+}
+
+// The rules between ` and ` and on indented lines, but not the line that tells the grammar.
+std::vector<std::string> rulesIn(std::istream& page) {
+    std::vector<std::string> rules;
+    const std::string indented = "    on ";
+    for (std::string line; std::getline(page, line);) {
+        if (line.find("KIND") != std::string::npos) continue;
+        if (line.rfind(indented, 0) == 0) rules.push_back(line);
+        const size_t begin = line.find("`on ");
+        if (begin == std::string::npos) continue;
+        rules.push_back(line.substr(begin + 1, line.find('`', begin + 1) - begin - 1));
+    }
+    return rules;
+}
+
+TEST(RuleWordsTest, EachExampleOfTheManualIsARule) {
+    std::ifstream page(LUM_EMULATOR_MANUAL);
+    const std::vector<std::string> rules = rulesIn(page);
+    EXPECT_EQ(rules.size(), 10U);
+    for (const std::string& rule : rules) parse(rule);
+}
+
+TEST(RuleWordsTest, ManualExplainsEachAction) {
+    std::ifstream page(LUM_EMULATOR_MANUAL);
+    const std::string text((std::istreambuf_iterator<char>(page)), {});
+    std::istringstream words(actionWords());
+    for (std::string word; std::getline(words >> std::ws, word, ',');) {
+        EXPECT_NE(text.find("`" + word), std::string::npos) << word;
+    }
 }
 
 }  // namespace
