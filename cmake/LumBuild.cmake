@@ -27,6 +27,13 @@ if(LUM_SANITIZE)
   endif()
 endif()
 
+option(LUM_COVERAGE "Count how often each line runs, with gcc" OFF)
+if(LUM_COVERAGE)
+  # Unoptimised, so that each line stays what it is; atomic, as many threads count the same lines.
+  add_compile_options(--coverage -fprofile-abs-path -fprofile-update=atomic -O0 -g1)
+  add_link_options(--coverage)
+endif()
+
 # lum_warnings: for our own sources; generated ones are built without it.
 add_library(lum_warnings INTERFACE)
 target_compile_options(lum_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror)
