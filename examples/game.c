@@ -91,7 +91,7 @@ static bool describeFlow(const char* address, const char* port) {
 
 int main(int argc, char** argv) {
     if (argc != 3 || !describeFlow(argv[1], argv[2])) {
-        fprintf(stderr, "usage: %s ADDRESS PORT, of a server that can be reached\n", argv[0]);
+        fprintf(stderr, "usage: lum_sdf_game ADDRESS PORT, of a server that can be reached\n");
         return 2;
     }
     setvbuf(stdout, NULL, _IOLBF, BUFSIZ);

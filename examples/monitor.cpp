@@ -187,7 +187,8 @@ bool comes(const sigset_t& signals, Clock::duration limit) {
 int main(int argc, char** argv) {
     seconds time = std::chrono::hours(24 * 365);
     if (!parse(argc, argv, time)) {
-        fprintf(stderr, "usage: %s [-t SECONDS] [-g] [SOURCE PORT DESTINATION PORT]...\n", argv[0]);
+        fprintf(stderr,
+                "usage: lum_sdf_monitor [-t SECONDS] [-g] [SOURCE PORT DESTINATION PORT]...\n");
         return 2;
     }
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);

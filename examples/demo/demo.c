@@ -13,7 +13,6 @@
 #include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
-#include <string.h>
 #include <unistd.h>
 
 #include "callbacks.h"
@@ -23,16 +22,12 @@
 // An attempt to connect takes the library up to 3.15 seconds. Asking more often would queue up.
 enum { kAskAgainSeconds = 5 };
 
-// ---- The flows that filters are added for. Their addresses are those set aside for examples.
-// -----
+// ---- The flows that filters are added for, between addresses set aside for examples --------------
 
 static SdfAddFilterInfo describeFlow(SdfLatencyLvl level) {
-    SdfAddFilterInfo info;
-    memset(&info, 0, sizeof info);  // what is not set must be 0
-    info.first_level = level;
-    info.second_level = level;
-    info.ood = SDF_OOD_DISABLED_LVL;
-    return info;
+    // What is not set must be 0, and is.
+    return (SdfAddFilterInfo){
+        .first_level = level, .second_level = level, .ood = SDF_OOD_DISABLED_LVL};
 }
 
 static SdfAddFilterInfo gameFlow(void) {
@@ -238,7 +233,7 @@ int main(int argc, char** argv) {
     static sigset_t signals;
     pthread_t watcher;
     if (argc != 2) {
-        fprintf(stderr, "usage: %s PROGRAM_OF_THE_SERVICE\n", argv[0]);
+        fprintf(stderr, "usage: lum_sdf_demo PROGRAM_OF_THE_SERVICE\n");
         return 2;
     }
     setvbuf(stdout, NULL, _IOLBF, BUFSIZ);  // lines come as they happen, into a pipe too

@@ -103,8 +103,7 @@ TEST_F(ExamplesTest, GameEndsWithoutAService) {
 }
 
 TEST_F(ExamplesTest, GameSaysHowItIsUsed) {
-    const std::string usage = std::string("usage: ") + LUM_GAME_PROGRAM +
-                              " ADDRESS PORT, of a server that can be reached";
+    const std::string usage = "usage: lum_sdf_game ADDRESS PORT, of a server that can be reached";
     for (const Lines& arguments :
          {Lines{}, Lines{"127.0.0.1"}, Lines{"localhost", "1"}, Lines{"127.0.0.1", "none"}}) {
         Lines command{LUM_GAME_PROGRAM};
@@ -199,8 +198,8 @@ TEST_F(ExamplesTest, MonitorEndsAfterItsTimeWithoutAService) {
 }
 
 TEST_F(ExamplesTest, MonitorSaysHowItIsUsed) {
-    const std::string usage = std::string("usage: ") + LUM_MONITOR_PROGRAM +
-                              " [-t SECONDS] [-g] [SOURCE PORT DESTINATION PORT]...";
+    const std::string usage =
+        "usage: lum_sdf_monitor [-t SECONDS] [-g] [SOURCE PORT DESTINATION PORT]...";
     for (const Lines& options : {Lines{"-t", "0"}, Lines{"-t", "x"}, Lines{"-t", "-1"}, Lines{"x"},
                                  Lines{"192.0.2.10", "1", "nobody", "2"}}) {
         ChildProcess refused(monitorOf(options));

@@ -191,8 +191,7 @@ TEST(DemoTest, FailsWithoutAnArgument) {
     ChildProcess demo({LUM_DEMO_PROGRAM});
     EXPECT_EQ(demo.wait(), 2);
     EXPECT_EQ(demo.lines(), Lines{});
-    EXPECT_EQ(demo.errorLines(),
-              Lines{std::string("usage: ") + LUM_DEMO_PROGRAM + " PROGRAM_OF_THE_SERVICE"});
+    EXPECT_EQ(demo.errorLines(), Lines{"usage: lum_sdf_demo PROGRAM_OF_THE_SERVICE"});
 }
 
 // Broken off while it waits for a service that gets ready and then serves nobody.
