@@ -22,7 +22,7 @@
 // An attempt to connect takes the library up to 3.15 seconds. Asking more often would queue up.
 enum { kAskAgainSeconds = 5 };
 
-// ---- The flows that filters are added for, between addresses set aside for examples --------------
+// ---- The flows that filters are added for, between addresses set aside for examples -----------
 
 static SdfAddFilterInfo describeFlow(SdfLatencyLvl level) {
     // What is not set must be 0, and is.
