@@ -115,7 +115,7 @@ typedef enum SdfSlotID SDF_INT32_ENUM {
     SDF_SLOT_ID_SECOND = 1,        ///< second slot
 } SdfSlotID;
 
-/// A latency level. Valid: 1 to 6.
+/// A latency level. Valid: 1 to 6. Which latency a level stands for is the service's business.
 typedef enum SdfLatencyLvl SDF_INT32_ENUM {
     SDF_LATENCY_LVL_1 = 1,  ///< level 1
     SDF_LATENCY_LVL_2 = 2,  ///< level 2

@@ -5,6 +5,8 @@
 // that again whenever the service was lost. ADDRESS is a number, IPv4 or IPv6. Ends on SIGINT and
 // SIGTERM, with status 0.
 //
+// Which latency a level stands for is the device's business; level 1 is taken for the lowest here.
+//
 // All requests are issued from inside callbacks. That is right with every build of the library,
 // also with those for devices, which do not lock what they keep of requests: the callback's thread
 // is the one that would touch it.

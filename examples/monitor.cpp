@@ -85,8 +85,7 @@ std::string textOf(const sockaddr_storage& address) {
     return std::string(host) + " port " + port;
 }
 
-// ---- Callbacks. They must not throw: noexcept says so, and ends the program if one ever would.
-// ---
+// ---- Callbacks. They must not throw: noexcept ends the program if one ever would ---------------
 
 void onListed(unsigned int id, SdfFilterStatus status, SdfLatencyLvl first, SdfLatencyLvl second,
               SdfOod ood, unsigned int pdcpTimer) noexcept {
@@ -137,8 +136,7 @@ void onStatus(int status) noexcept {
     if (up && !wasUp) askForAll();
 }
 
-// ---- The command line
-// ----------------------------------------------------------------------------
+// ---- The command line ---------------------------------------------------------------------------
 
 bool parseAddress(const char* address, const char* port, sockaddr_storage& parsed) {
     addrinfo wanted{};

@@ -60,8 +60,7 @@ static SdfAddFilterInfo callFlow(void) {
     return info;
 }
 
-// ---- The steps
-// -----------------------------------------------------------------------------------
+// ---- The steps ----------------------------------------------------------------------------------
 
 // Asks for the service until it is there. A call makes one attempt to connect, in the background,
 // and one that finds no service is not reported.
@@ -219,8 +218,7 @@ static void demonstrate(void) {
     printf("\nThe demo is done: everything happened as it should.\n");
 }
 
-// ---- Around them
-// ---------------------------------------------------------------------------------
+// ---- Around them --------------------------------------------------------------------------------
 
 // Ends the demo in the usual way when the user breaks it off.
 static void* waitForSignal(void* signals) {

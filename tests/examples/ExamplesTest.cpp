@@ -21,6 +21,13 @@ constexpr char kFirstId[] = "1804289383";
 constexpr char kSecondId[] = "846930886";
 constexpr char kFourthId[] = "1714636915";
 
+// How often a line begins so.
+size_t count(const Lines& lines, const std::string& start) {
+    size_t found = 0;
+    for (const std::string& line : lines) found += line.rfind(start, 0) == 0 ? 1 : 0;
+    return found;
+}
+
 class ExamplesTest : public testing::Test {
   protected:
     static Lines game() { return {LUM_GAME_PROGRAM, "127.0.0.1", "27015"}; }
@@ -78,6 +85,32 @@ TEST_F(ExamplesTest, GameComesBackWithTheService) {
     EXPECT_EQ(playing.wait(), 0);
 }
 
+// The service lives on and still has the filter, of which an equal one would be a duplicate.
+TEST_F(ExamplesTest, GameStartsOverAfterARefusedMessage) {
+    EmulatorProcess emulator({"--print", "--rule", "on en_high_perf_gaming nth 1: refuse"});
+    ChildProcess playing(game());
+    EXPECT_TRUE(playing.waitForLine("service: internal error"));
+    EXPECT_TRUE(playing.waitForLine(std::string("filter ") + kFourthId + ": active"));
+    EXPECT_TRUE(received(emulator, "DELETE_ALL_FILTER"));
+    EXPECT_TRUE(received(emulator, "EN_HIGH_PERF_GAMING", 2));
+    playing.signal(SIGTERM);
+    EXPECT_EQ(playing.wait(), 0);
+}
+
+// The game asks again before the service answers the first time.
+TEST_F(ExamplesTest, GameToldTwiceThatTheServiceIsUpAsksForAllOnce) {
+    EmulatorProcess emulator({"--print", "--rule", "on enable nth 1: late 4500"});
+    ChildProcess playing(game());
+    EXPECT_TRUE(playing.waitForLine(std::string("filter ") + kSecondId + ": active"));
+    EXPECT_TRUE(playing.waitForLine("service: service up", 2));
+    playing.signal(SIGTERM);
+    EXPECT_EQ(playing.wait(), 0);
+    EXPECT_TRUE(emulator.waitForClients(0));
+    EXPECT_TRUE(received(emulator, "ENABLE", 3));
+    EXPECT_EQ(count(playing.lines(), "latency: "), 1U);
+    EXPECT_EQ(count(playing.lines(), "filter "), 1U);
+}
+
 TEST_F(ExamplesTest, GameAddsAFilterAgainThatTheServiceRemoved) {
     EmulatorProcess emulator({"--print", "--inactivity-timeout", "100"});
     ChildProcess playing(game());
@@ -121,13 +154,6 @@ Lines monitorOf(const Lines& options) {
 }
 
 const Lines kFlow{"-g", "192.0.2.10", "50000", "198.51.100.20", "27015"};
-
-// How often a line begins so.
-size_t count(const Lines& lines, const std::string& start) {
-    size_t found = 0;
-    for (const std::string& line : lines) found += line.rfind(start, 0) == 0 ? 1 : 0;
-    return found;
-}
 
 bool isQueueOfBestEffort(const std::string& line) {
     return line.rfind("queue 32: ", 0) == 0;
