@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The documentation, checked against the tree: the links in it lead somewhere, the code in it
-compiles, and what the first page for newcomers builds prints what that page says.
+compiles, and what the first page for newcomers builds prints what that page says; and nothing of the
+interface is left out where all of it should stand.
 
 usage: docs_test.py TREE LIBRARY EMULATOR C_COMPILER C++_COMPILER
 """
@@ -43,6 +44,21 @@ class LinksTest(unittest.TestCase):
             if page.name != "README.md":
                 with self.subTest(page=page.name):
                     self.assertIn(f"]({page.name})", index)
+
+
+class FunctionsTest(unittest.TestCase):
+    """Every function of the public header has its place where all are to be found."""
+
+    def test_every_function_has_its_return_codes_and_is_demonstrated(self):
+        header = (TREE / "api/lum_sdf_sdk.h").read_text()
+        functions = re.findall(r"^SDF_API long long (\w+)\(", header, re.M)
+        self.assertEqual(len(functions), header.count("\nSDF_API "))
+        codes = (TREE / "docs/return-codes.md").read_text()
+        demo = (TREE / "examples/demo/demo.c").read_text()
+        for function in functions:
+            with self.subTest(function=function):
+                self.assertRegex(codes, rf"\n\|[^|]*`{function}`[^|]*\|")
+                self.assertRegex(demo, rf"(RETURNS\([^;]*|ID_OF\(){function}\(")
 
 
 class CodeTest(unittest.TestCase):
