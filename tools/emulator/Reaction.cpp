@@ -55,8 +55,7 @@ void replaceIds(ClientMsg& message, const Action& action) {
             info->set_filter_id(wrong(info->filter_id(), action));
             break;
         }
-        default:
-            break;
+        default: break;
     }
 }
 
@@ -70,29 +69,18 @@ void emptyBody(ClientMsg& message) {
     if (!message.has_data()) return;
     ClientData& data = *message.mutable_data();
     switch (data.msg_type_case()) {
-        case ClientData::kStatusMsg:
-            data.mutable_status_msg()->Clear();
-            break;
-        case ClientData::kEffectiveLevelsCb:
-            data.mutable_effective_levels_cb()->Clear();
-            break;
+        case ClientData::kStatusMsg: data.mutable_status_msg()->Clear(); break;
+        case ClientData::kEffectiveLevelsCb: data.mutable_effective_levels_cb()->Clear(); break;
         case ClientData::kFilterStatusIndication:
             data.mutable_filter_status_indication()->Clear();
             break;
-        case ClientData::kAddFilterCb:
-            data.mutable_add_filter_cb()->Clear();
-            break;
-        case ClientData::kGetFilterCb:
-            data.mutable_get_filter_cb()->Clear();
-            break;
+        case ClientData::kAddFilterCb: data.mutable_add_filter_cb()->Clear(); break;
+        case ClientData::kGetFilterCb: data.mutable_get_filter_cb()->Clear(); break;
         case ClientData::kPriorityQueueReportCb:
             data.mutable_priority_queue_report_cb()->Clear();
             break;
-        case ClientData::kAutoFilterInfoInd:
-            data.mutable_auto_filter_info_ind()->Clear();
-            break;
-        case ClientData::MSG_TYPE_NOT_SET:
-            break;
+        case ClientData::kAutoFilterInfoInd: data.mutable_auto_filter_info_ind()->Clear(); break;
+        case ClientData::MSG_TYPE_NOT_SET: break;
     }
 }
 
@@ -135,23 +123,12 @@ void apply(const Action& action, uint64_t id, Messages& messages) {
     switch (action.kind) {
         case Action::Kind::kRefuse:
         case Action::Kind::kDieBefore:
-        case Action::Kind::kDieAfter:
-            break;  // no matter of messages
-        case Action::Kind::kNever:
-            messages.clear();
-            break;
-        case Action::Kind::kCopies:
-            copy(messages, action.number.value());
-            break;
-        case Action::Kind::kGarbage:
-            messages.emplace_back(action.bytes);
-            break;
-        case Action::Kind::kUnknownEvent:
-            messages.emplace_back(unknownEvent(action, id));
-            break;
-        case Action::Kind::kStatus:
-            messages.emplace_back(statusIndication(action));
-            break;
+        case Action::Kind::kDieAfter: break;  // no matter of messages
+        case Action::Kind::kNever: messages.clear(); break;
+        case Action::Kind::kCopies: copy(messages, action.number.value()); break;
+        case Action::Kind::kGarbage: messages.emplace_back(action.bytes); break;
+        case Action::Kind::kUnknownEvent: messages.emplace_back(unknownEvent(action, id)); break;
+        case Action::Kind::kStatus: messages.emplace_back(statusIndication(action)); break;
         default:
             for (Outgoing& message : messages) change(message, action);
     }

@@ -9,12 +9,9 @@ bool isAbout(const Rule& rule, const std::string& kind) {
 
 bool isTime(const Rule& rule, uint64_t seen) {
     switch (rule.when) {
-        case Rule::When::kNth:
-            return seen == rule.number;
-        case Rule::When::kEvery:
-            return seen % rule.number == 0;
-        case Rule::When::kFrom:
-            break;
+        case Rule::When::kNth: return seen == rule.number;
+        case Rule::When::kEvery: return seen % rule.number == 0;
+        case Rule::When::kFrom: break;
     }
     return seen >= rule.number;
 }

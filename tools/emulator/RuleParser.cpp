@@ -145,21 +145,15 @@ class Parser {
             case Argument::kOptionalNumber:
                 if (atArgumentEnd()) break;
                 [[fallthrough]];
-            case Argument::kNumber:
-                action.number = number(known.least, known.most);
-                break;
+            case Argument::kNumber: action.number = number(known.least, known.most); break;
             case Argument::kBytes:
                 action.bytes = take("random") ? randomBytes(known) : hexBytes();
                 break;
             case Argument::kOptionalEvent:
                 if (!atArgumentEnd()) action.number = event();
                 break;
-            case Argument::kStatus:
-                action.number = status(known);
-                break;
-            case Argument::kMoment:
-                action.kind = moment();
-                break;
+            case Argument::kStatus: action.number = status(known); break;
+            case Argument::kMoment: action.kind = moment(); break;
         }
     }
 
