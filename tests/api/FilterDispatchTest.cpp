@@ -535,9 +535,8 @@ class BrokenMessageTest : public FilterDispatchTest {
     static void expectAsFarAsRead(const std::vector<uint8_t>& bytes) {
         SdfProto::ClientMsg read;
         (void)read.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()));
-        std::vector<uint8_t> sound(read.ByteSizeLong());
-        ASSERT_TRUE(read.SerializeToArray(sound.data(), static_cast<int>(sound.size())));
-        const Outcome expected = outcome(sound);
+        const std::string sound = read.SerializeAsString();
+        const Outcome expected = outcome({sound.begin(), sound.end()});
         const Outcome actual = outcome(bytes);
         EXPECT_EQ(actual.calls, expected.calls) << toHex(bytes);
         EXPECT_EQ(actual.changes, expected.changes) << toHex(bytes);

@@ -217,8 +217,9 @@ TEST_F(RequestTest, EveryRequest) {
         const std::string event = request.event;
         EXPECT_EQ(sdk().transport->takeText(), event.empty() ? Texts{} : Texts{event});
         EXPECT_EQ(app::takeCalls(), Calls{});
-        std::string changed = request.slot;
-        if (request.drawsId) changed = "usedIds " + changed + " rand";
+        std::string changed = request.drawsId ? "usedIds " : "";
+        changed += request.slot;
+        if (request.drawsId) changed += " rand";
         if (std::string(request.name).find("Delete") != std::string::npos) changed = "filterIds";
         EXPECT_EQ(ClientState().differences(before), changed);
         client().mUsedIds.clear();
