@@ -31,11 +31,24 @@
 namespace {
 
 std::atomic<int> gRefusedThreads{0};
-std::function<void()> gBeforeRefusal;  // set while no other thread makes threads
+std::function<void()> gBeforeRefusal;      // set while no other thread makes threads
+std::atomic<Counter*> gLetStart{nullptr};  // new threads wait for it before they begin
+
+struct HeldThread {
+    void* (*body)(void*);
+    void* argument;
+    Counter* letStart;
+};
+
+void* beginWhenLet(void* thread) {
+    const std::unique_ptr<HeldThread> held(static_cast<HeldThread*>(thread));
+    held->letStart->waitFor(1);
+    return held->body(held->argument);
+}
 
 }  // namespace
 
-// Goes before the C library's: refuses as many threads as a test asks for.
+// Goes before the C library's: refuses as many threads as a test asks for, or holds them up.
 extern "C" __attribute__((visibility("default"))) int pthread_create(
     pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument) {
     using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
@@ -45,7 +58,12 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(
         if (gBeforeRefusal != nullptr) gBeforeRefusal();
         return EAGAIN;
     }
-    return real(thread, attributes, body, argument);
+    Counter* const letStart = gLetStart;
+    if (letStart == nullptr) return real(thread, attributes, body, argument);
+    auto held = std::make_unique<HeldThread>(HeldThread{body, argument, letStart});
+    const int error = real(thread, attributes, beginWhenLet, held.get());
+    if (error == 0) (void)held.release();
+    return error;
 }
 
 namespace {
@@ -103,6 +121,29 @@ TEST_F(ThreadPoolTest, KeepsOneThreadWhenTheWorkIsDone) {
     Counter done;
     post([&] { done.add(); });
     EXPECT_TRUE(done.waitFor(1));
+}
+
+TEST_F(ThreadPoolTest, ThreadThatBeginsWhenTheWorkIsDoneGoesAgain) {
+    mPool.start();
+    Counter letStart;
+    Counter running;
+    Counter letGo;
+    Counter done;
+    post([&] {
+        running.add();
+        letGo.waitFor(1);
+    });
+    ASSERT_TRUE(running.waitFor(1));
+    const size_t withOne = runningThreads();
+    gLetStart = &letStart;
+    post([&] { done.add(); });
+    gLetStart = nullptr;
+    EXPECT_EQ(runningThreads(), withOne + 1);
+    // The first thread deals with this too, before the second has begun.
+    letGo.add();
+    ASSERT_TRUE(done.waitFor(1));
+    letStart.add();
+    EXPECT_TRUE(eventually([&] { return runningThreads() == withOne; }));
 }
 
 TEST_F(ThreadPoolTest, GrowsToItsLimitAndNotBeyond) {

@@ -141,13 +141,13 @@ void* ThreadPool::threadMain(void* pool) {
     auto& self = *static_cast<ThreadPool*>(pool);
     std::unique_lock<std::mutex> guard(self.mLock);
     --self.mStarting;
-    for (;;) {
+    // A process at rest keeps one thread, however many a burst has needed: this one goes when
+    // another is free. One that is only about to start does not count: it may be refused.
+    while (!self.mQueue.empty() || self.mFree <= self.mStarting + 1) {
         self.serveOne(guard);
-        // A process at rest keeps one thread, however many a burst has needed. One that is only
-        // about to start does not count: it may be refused.
-        if (self.mQueue.empty() && self.mFree > self.mStarting) break;
         ++self.mFree;
     }
+    --self.mFree;
     --self.mThreads;
     return nullptr;
 }
