@@ -203,6 +203,18 @@ TEST_F(FilterDispatchTest, AddedNothing) {
     EXPECT_EQ(app::takeCalls(), Calls{});
 }
 
+// Without its body the message names no filter, not even filter 0.
+TEST_F(FilterDispatchTest, AddedWithoutItsBody) {
+    client().mUsedIds.push_back(0);
+    client().mFilterCbs[0] = app::onAdded;
+    EXPECT_EQ(changesBy("08 03"), "");
+    EXPECT_EQ(changesBy("08 03 1A 00"), "");
+    EXPECT_EQ(changesBy(message(kAddFilter, kFilterStatus, "")), "");
+    EXPECT_EQ(app::takeCalls(), Calls{});
+    EXPECT_EQ(changesBy(message(kAddFilter, "")), "usedIds filterIds filterCbs");
+    EXPECT_EQ(app::takeCalls(), Calls{"added(0,0)"});
+}
+
 // ---- GET_FILTER_CB
 
 LogLine sent(unsigned int id) {
