@@ -406,12 +406,14 @@ TEST_F(SdkClientTest, ListenerThatThrowsAtAMessageEndsThereAndIsLogged) {
 
 TEST_F(SdkClientTest, DeathIsToldToEveryListenerOnceAndTheNextRequestReconnects) {
     std::vector<int> order;
-    const ListenerRecord first([&](SdkClientBase::SdkStatus status) {
-        if (status == kDown) order.push_back(5);
-    });
-    const ListenerRecord second([&](SdkClientBase::SdkStatus status) {
-        if (status == kDown) order.push_back(6);
-    });
+    // The dead service counts as connected until everybody has been told.
+    const auto note = [&order](SdkClientBase::SdkStatus status, int type) {
+        if (status != kDown) return;
+        order.push_back(type);
+        EXPECT_TRUE(std::atomic_load(&SdkClient::mInstance)->isConnected(kSdf));
+    };
+    const ListenerRecord first([&](SdkClientBase::SdkStatus status) { note(status, 5); });
+    const ListenerRecord second([&](SdkClientBase::SdkStatus status) { note(status, 6); });
     const auto client = getConnected(kOther, second);
     get(kSdf, first);
     while (service->messages().size() < 2) std::this_thread::yield();
