@@ -35,7 +35,7 @@ SdfProto::ServiceMsg enableMessage(bool enable) {
                             [enable](auto& body) { body.set_enable(enable); });
 }
 
-// This thread is telling the application that there is no transport.
+// This thread is telling the application that there is no transport, or not even a client.
 thread_local bool tTelling = false;
 
 // Sets a flag for as long as it lives.
@@ -50,8 +50,9 @@ class Raised {
     bool& mFlag;
 };
 
-// Tells the application that there is no transport, unless this thread is just telling it: an
-// application that creates or destroys again from inside that callback would get here without end.
+// Tells the application that there is no transport, or not even a client, unless this thread is
+// just telling it: an application that creates or destroys again from inside that callback would
+// get here without end.
 template <typename Report>
 void tellNoTransport(const Report& report) {
     if (tTelling) return;
@@ -263,7 +264,7 @@ long long lum_sdf_enable(SdfLegacyStatusCb cb) {
     if (cb == nullptr) return 0;
     return sdf::withoutExceptions(0, [cb]() -> long long {
         if (enable<SdfLegacyStatusCb>(&Sdf::mLegacyStatusCb, cb)) return 1;
-        cb(SDF_STATUS_INTERNAL_ERROR);
+        tellNoTransport([cb] { cb(SDF_STATUS_INTERNAL_ERROR); });
         return 0;
     });
 }

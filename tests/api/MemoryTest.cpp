@@ -81,6 +81,11 @@ void onLegacy(status_e status) {
 void onOtherLegacy(status_e) {
     ++gCalls;
 }
+// Tries again at once, as often as it is let.
+void onLegacyThatRetries(status_e status) {
+    gStatus = status;
+    if (++gCalls < 10) lum_sdf_enable(onLegacyThatRetries);
+}
 void onLevels(long long, SdfLatencyLvl, SdfLatencyLvl) {
     ++gCalls;
 }
@@ -208,6 +213,18 @@ TEST_F(MemoryTest, FirstEnableReportsThatThereIsNoClient) {
     EXPECT_EQ(lum_sdf_enable(onLegacy), 0);
     tLeft = -1;
     EXPECT_EQ(gCalls, 1);
+    EXPECT_FALSE(Sdf::mInstance);
+}
+
+// The callback that is told this tries again, and is not called from inside itself without end.
+TEST_F(MemoryTest, FirstEnableReportsNoClientOnceToACallbackThatRetries) {
+    tForGood = true;
+    tLeft = 0;
+    const long long result = lum_sdf_enable(onLegacyThatRetries);
+    tLeft = -1;
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(gCalls, 1);
+    EXPECT_EQ(gStatus, SDF_STATUS_INTERNAL_ERROR);
     EXPECT_FALSE(Sdf::mInstance);
 }
 
