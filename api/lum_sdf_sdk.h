@@ -20,9 +20,10 @@
 /// When the status callback is told anything but #SDF_V2_SERVICE_UP, the service counts as down:
 /// every request returns #SDF_V2_SERVICE_DOWN (-8) and sends nothing, so that no request can bring
 /// the service back. Call createSdfClient() (or lum_sdf_enable()) again until #SDF_V2_SERVICE_UP
-/// comes; only they make the library connect again. One call makes one attempt of up to 3.15
-/// seconds, in the background; an attempt that finds no service is not reported. Calls that come
-/// faster than every four seconds queue up. A call made while the loss is still being told may yet
+/// comes; only they make the library connect again. One call makes one attempt, in the background,
+/// of up to 3.15 seconds (on a platform whose service lookup waits for the service, for as long as
+/// that takes); an attempt that finds no service is not reported. Calls that come faster than every
+/// four seconds queue up. A call made while the loss is still being told may yet
 /// go to the lost service, and be answered with #SDF_V2_INTERNAL_ERROR (-3): call again.
 ///
 /// The service knows nothing of a client that comes back: register again and add the filters again,
@@ -32,11 +33,11 @@
 ///
 /// Requests and createSdfClient()/destroySdfClient() return a V2 code (enum #SdfStatusV2) when it
 /// is negative, 0 or a request's id when they succeed. Arguments are checked in this order: is
-/// there a client with a link to the service (-5); are the arguments valid (-2); is the service up
-/// (-8). Only sdfAddFilter() and sdfAddFilterV2() ask for the service before they look at their
-/// arguments. When memory runs out a function returns -3, nothing has been sent, and everything is
-/// as before the call, except that a callback that was to replace another has done so. No function
-/// throws.
+/// there a client, and could the library set up its link (-5); are the arguments valid (-2); is the
+/// service up (-8). Only sdfAddFilter() and sdfAddFilterV2() ask for the service before they look
+/// at their arguments. When memory runs out a function returns -3, nothing has been sent, and
+/// everything is as before the call, except that a callback that was to replace another has done
+/// so. No function throws.
 ///
 /// What the service makes of a request is not part of the return value, and for most requests it
 /// does not tell: 0 says that the request is on its way.
@@ -90,7 +91,7 @@ enum SdfStatusV2 SDF_INT32_ENUM {
     SDF_V2_INVALID_ARG = -2,        ///< null callback, or a value out of its range
     SDF_V2_INTERNAL_ERROR = -3,     ///< out of memory, no link, or a message that could not be sent
     SDF_V2_NOT_SUPPORTED = -4,      ///< not supported by the service
-    SDF_V2_INVALID_OPERATION = -5,  ///< there is no client, or it has no link to the service
+    SDF_V2_INVALID_OPERATION = -5,  ///< there is no client, or its link could not be set up
     SDF_V2_SERVICE_UP = -7,         ///< requests are accepted from now on
     SDF_V2_SERVICE_DOWN = -8,       ///< requests are refused until the service is up
 };
@@ -271,7 +272,8 @@ typedef void (*SdfAutoFilterInfoCb)(unsigned int filter_id, SdfAddFilterInfo inf
 /// When the library could not set up its link (no fourth descriptor or no thread to be had, or a
 /// destroy still under way on another thread), the return value is 0 too, a callback of
 /// lum_sdf_enable() is called with #SDF_STATUS_INTERNAL_ERROR before the function returns (but not
-/// from inside itself), `cb` is not called, and requests return -5: call again later.
+/// from inside a callback that is just told of this), `cb` is not called, and requests return -5:
+/// call again later.
 ///
 /// Ends the process, with exit(-1) and an error in the log, when not even three descriptors can be
 /// had for the event loop.
@@ -287,8 +289,8 @@ SDF_API long long createSdfClient(SdfStatusV2Cb cb);
 /// callbacks, however it was created. Replies that are still awaited are dropped.
 ///
 /// When the client has no link (see createSdfClient()), the client stays, its status callbacks are
-/// called with #SDF_STATUS_INTERNAL_ERROR and #SDF_V2_INTERNAL_ERROR before the function returns,
-/// and it returns -5.
+/// called with #SDF_STATUS_INTERNAL_ERROR and #SDF_V2_INTERNAL_ERROR before the function returns
+/// (but not from inside a callback that is just told of this), and it returns -5.
 ///
 /// Waits until the library's thread has dealt with everything queued before: each message takes as
 /// long as the service takes to accept it, and each call of createSdfClient() or lum_sdf_enable(),
@@ -306,8 +308,9 @@ SDF_API long long destroySdfClient(void);
 /// each kind. Does not wait for the service.
 ///
 /// When the library could not set up its link, `cb` is called with #SDF_STATUS_INTERNAL_ERROR
-/// before the function returns 1 (but not from inside itself). When not even the client could be
-/// made, the same, and it returns 0. Ends the process as createSdfClient() does.
+/// before the function returns 1 (but not from inside a callback that is just told of this). When
+/// there is no memory for the client object itself, the same, and it returns 0. Ends the process as
+/// createSdfClient() does.
 ///
 /// @param cb  told #SDF_STATUS_SERVICE_UP, #SDF_STATUS_SERVICE_DOWN, other codes. Not null.
 /// @return 1 when the client exists; 0 when `cb` is null or memory runs out
@@ -450,8 +453,9 @@ SDF_API long long sdfRegFilterStatus(SdfFilterStatusCb cb);
 /// the description valid (-2).
 ///
 /// @param info  the flow. Valid: both addresses IPv4 or IPv6 (a family of 0 counts as the one of
-///              which the address has bytes), levels, protocol, application type and out-of-order
-///              delivery in their ranges, and each port plus its range at most 65535.
+///              which the address has bytes, without a port), levels, protocol, application type
+///              and out-of-order delivery in their ranges, and each port plus its range at most
+///              65535.
 /// @param cb    called once, when the service replies; not null. Never called when the service does
 ///              not reply, or the client is destroyed before.
 /// @return the filter's id (1 or more), which `cb` receives; or -5, -8, -2, -3
