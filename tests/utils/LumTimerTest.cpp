@@ -653,14 +653,17 @@ TEST(LumTimerTimesTest, CmpOrdersBySecondsThenNanoseconds) {
 }
 
 TEST(LumTimerTimesTest, HeapOrderIsStrictlyLater) {
-    const auto due = [](time_t seconds, long nanoseconds) {
-        return TimedEvent{1, {seconds, nanoseconds}, nullptr, nullptr, 0};
+    const auto due = [](time_t seconds, long nanoseconds, int id = 1) {
+        return TimedEvent{id, {seconds, nanoseconds}, nullptr, nullptr, 0};
     };
     const TimedEventCmp later;
     EXPECT_TRUE(later(due(2, 0), due(1, 999999999)));
     EXPECT_FALSE(later(due(1, 999999999), due(2, 0)));
     EXPECT_TRUE(later(due(1, 2), due(1, 1)));
     EXPECT_FALSE(later(due(1, 1), due(1, 1)));
+    // Nothing but the deadline orders them, neither way.
+    EXPECT_FALSE(later(due(1, 1, 1), due(1, 1, 2)));
+    EXPECT_FALSE(later(due(1, 1, 2), due(1, 1, 1)));
 }
 
 TEST(LumTimerTimesTest, UtcClockTimeIsInMilliseconds) {
