@@ -239,13 +239,22 @@ TEST_F(MisbehaviourTest, BodyOfAnotherEventIsIgnored) {
 }
 
 TEST_F(MisbehaviourTest, BodyOfAnotherEventLeavesTheCallbacksInPlace) {
-    serveBy({"on get_filters nth 1: mismatch", "on get_priority_queue_report nth 1: mismatch",
-             "on add_filter nth 1: mismatch effective_levels_cb"});
+    // After each comes a right one, for which the callbacks must still be there: an add reply that
+    // is in the name of the first id of a fresh process, a list and a report of something with the
+    // number 7.
+    serveBy({"on add_filter nth 1: mismatch effective_levels_cb",
+             "on add_filter nth 2: wrong-id 1804289383",
+             "on get_filters: mismatch, garbage 08 04 1a 06 2a 04 12 02 08 07",
+             "on get_priority_queue_report: mismatch, garbage 08 05 1a 06 32 04 12 02 08 07"});
     connect();
-    ASSERT_GT(sdfAddFilter(flow(5000), onAdded), 0);
-    ASSERT_EQ(sdfGetFilters(onListed), 0);
-    ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
+    ASSERT_EQ(sdfAddFilter(flow(5000), onAdded), 1804289383);
     EXPECT_EQ(toldSoFar(), Lines{});
+    ASSERT_GT(sdfAddFilter(flow(5001), onAdded), 0);
+    EXPECT_EQ(toldSoFar(), Lines{added(1804289383, SDF_FILTER_ACTIVE)});
+    ASSERT_EQ(sdfGetFilters(onListed), 0);
+    EXPECT_EQ(toldSoFar(), Lines{"listed 7: 0, levels 1 1, ood 1, timer 0"});
+    ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
+    EXPECT_EQ(toldSoFar(), Lines{"report 7: 0 0"});
 }
 
 TEST_F(MisbehaviourTest, EmptyBodyIsReadAsItsDefaults) {
