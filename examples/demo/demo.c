@@ -191,7 +191,9 @@ static void demonstrate(void) {
     EXPECT("onFilterStatus(%u, deleted)", game);
     RETURNS(SDF_V2_INVALID_ARG, sdfDeleteFilter(game));
 
-    step("The service is killed. The library notices; requests are refused from now on.");
+    step(
+        "The service is killed. The library notices; requests are refused from now on. (-3 is told "
+        "too when the service was not yet done with the last one.)");
     showLoss();
 
     step("The service is started again.");

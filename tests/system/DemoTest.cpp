@@ -108,7 +108,7 @@ constexpr char kEverything[] = R"(An application uses the data service. Its main
     callback onFilterStatus(846930886, deleted), brought by a binder thread (thread N)
     sdfDeleteFilter(game) returned -2: invalid argument
 
-12. The service is killed. The library notices; requests are refused from now on.
+12. The service is killed. The library notices; requests are refused from now on. (-3 is told too when the service was not yet done with the last one.)
     kill -9 N
     callback onStatus(-8: service down), brought by a binder thread (thread N)
     sdfPrioritizeDds(true) returned -8: service down
