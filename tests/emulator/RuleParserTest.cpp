@@ -147,6 +147,13 @@ TEST(RuleParserTest, ErrorsNameThePlaceTheWordAndWhatWasExpected) {
     const std::string kinds = "expected a kind of requests (" + kindWords() + ")";
     const std::string actions = "expected an action (" + actionWords() + ")";
     const std::string bytes = "expected bytes, two hexadecimal digits each, or \"random\"";
+    const std::string events =
+        "expected an event of the service (STATUS_IND, EFFECTIVE_LEVELS_CB, "
+        "FILTER_STATUS_INDICATION, ADD_FILTER_CB, GET_FILTER_CB, PRIORITY_QUEUE_REPORT_CB, "
+        "AUTO_FILTER_INFO_IND)";
+    const std::string statuses =
+        "expected a status (INVALID, SUCCESS, INVALID_ARG, INTERNAL_ERROR, NOT_SUPPORTED, "
+        "INVALID_OPERATION, SERVICE_UP, SERVICE_DOWN, INVALID_SLOT) or its number";
     struct {
         const char* text;
         std::string error;
@@ -179,8 +186,7 @@ TEST(RuleParserTest, ErrorsNameThePlaceTheWordAndWhatWasExpected) {
         {"on any: flood 0", "here:15: \"0\": expected a number from 1 to 100000"},
         {"on any: flood 100001", "here:15: \"100001\": expected a number from 1 to 100000"},
         {"on any: wrong-id x", "here:18: \"x\": expected a number from 0 to 4294967295"},
-        {"on any: mismatch x",
-         "here:18: \"x\": expected an event of the service, such as ADD_FILTER_CB"},
+        {"on any: mismatch x", "here:18: \"x\": " + events},
         {"on any: truncate 65537", "here:18: \"65537\": expected a number from 0 to 65536"},
         {"on any: garbage", "here:16: at its end: " + bytes},
         {"on any: garbage, twice", "here:16: \",\": " + bytes},
@@ -190,10 +196,8 @@ TEST(RuleParserTest, ErrorsNameThePlaceTheWordAndWhatWasExpected) {
         {"on any: garbage random 0", "here:24: \"0\": expected a number from 1 to 65536"},
         {"on any: garbage random 1 x", "here:26: \"x\": expected a number from 0 to 4294967295"},
         {"on any: unknown-event 6", "here:23: \"6\": expected a number from 7 to 2147483647"},
-        {"on any: status",
-         "here:15: at its end: expected a status, such as SERVICE_DOWN, or its number"},
-        {"on any: status UP",
-         "here:16: \"UP\": expected a status, such as SERVICE_DOWN, or its number"},
+        {"on any: status", "here:15: at its end: " + statuses},
+        {"on any: status UP", "here:16: \"UP\": " + statuses},
         {"on any: status 2147483648",
          "here:16: \"2147483648\": expected a number from -2147483648 to 2147483647"},
         {"on any: die", "here:12: at its end: expected \"before\" or \"after\""},

@@ -125,18 +125,33 @@ TEST_F(EmulatorProgramTest, RecordFileThatCannotBeOpenedIsReported) {
 
 TEST_F(EmulatorProgramTest, WrongCommandLineIsReported) {
     ChildProcess unknown({mProgram, "--colour"});
-    EXPECT_NE(unknown.wait(), 0);
-    EXPECT_TRUE(contains(unknown.errorLines(), "--colour"));
-    ChildProcess negative({mProgram, "--ready-fd", "-1"});
-    EXPECT_NE(negative.wait(), 0);
-    EXPECT_TRUE(contains(negative.errorLines(), "--ready-fd"));
-    EXPECT_EQ(negative.lines(), Lines{});
-    for (const char* const option :
-         {"--deny-uid", "--filter-limit", "--activation-delay", "--inactivity-timeout"}) {
+    EXPECT_EQ(unknown.wait(), 2);
+    EXPECT_EQ(unknown.errorLines(),
+              (Lines{"lum_sdf_emulator: The following argument was not expected: --colour",
+                     "Run with --help for more information."}));
+    const std::vector<std::pair<std::string, std::string>> options{
+        {"--ready-fd", "2147483647"},
+        {"--deny-uid", "4294967295"},
+        {"--filter-limit", "1000000"},
+        {"--activation-delay", "86400000"},
+        {"--inactivity-timeout", "86400000"}};
+    for (const auto& [option, most] : options) {
         ChildProcess wrong({mProgram, option, "-1"});
-        EXPECT_NE(wrong.wait(), 0);
-        EXPECT_TRUE(contains(wrong.errorLines(), option));
+        EXPECT_EQ(wrong.wait(), 2);
+        EXPECT_EQ(wrong.lines(), Lines{});
+        EXPECT_EQ(wrong.errorLines(),
+                  (Lines{"lum_sdf_emulator: " + option + ": Value -1 not in range 0 to " + most,
+                         "Run with --help for more information."}));
     }
+}
+
+// The emulator's own descriptors would take the number.
+TEST_F(EmulatorProgramTest, ReadyDescriptorThatIsNotOpenIsReported) {
+    ChildProcess emulator({"/bin/sh", "-c", "exec \"$0\" --ready-fd 3 3>&-", mProgram});
+    EXPECT_EQ(emulator.wait(), 1);
+    EXPECT_EQ(emulator.lines(), Lines{});
+    EXPECT_EQ(emulator.errorLines(),
+              Lines{"lum_sdf_emulator: cannot write to descriptor 3: Bad file descriptor"});
 }
 
 TEST_F(EmulatorProgramTest, WrongRuleIsReportedWithItsPlace) {
@@ -223,7 +238,12 @@ TEST_F(EmulatorProgramTest, HelpExplainsEverything) {
                                    "unknown-event [N]",
                                    "status NAME|NUMBER",
                                    "die before|after",
-                                   "set_latency_level"}) {
+                                   "set_latency_level",
+                                   "update_target_dscp",
+                                   "STATUS_IND",
+                                   "AUTO_FILTER_INFO_IND",
+                                   "SERVICE_DOWN",
+                                   "INVALID_SLOT"}) {
         EXPECT_TRUE(contains(emulator.lines(), word)) << word;
     }
     EXPECT_EQ(emulator.errorLines(), Lines{});

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <limits>
+#include <string>
 #include <utility>
 
 #include "tools/emulator/RuleParser.h"
@@ -22,7 +24,8 @@ It registers the name vendor.orn.data.lumservice.ILumService, keeps the callback
 client until that client disables or dies, and does what is asked of it as a data service would: it
 keeps filters and tells of their state, reports on priority queues, makes an automatic filter while
 high-performance gaming is on. There is no traffic behind it. What is not a request at all is
-refused, so that the client learns of it. On demand it misbehaves.)";
+refused, so that the client learns of it. On demand it misbehaves.
+)";
 
 constexpr char kFooter[] =
     R"(Ready: when clients can find the service it prints one line to standard output,
@@ -45,11 +48,13 @@ Environment:
   LUM_DEBUG_LOG=1  as --debug-log
 
 Exit status: 0 when ended by a signal or by --until-eof; 1 when it cannot serve (the name is taken,
-or the folder cannot be used); another one when the command line or a scenario is wrong.
+the folder cannot be used, or a file or descriptor cannot be written to); 2 when the command line
+or a scenario is wrong.
 
 )";
 
-constexpr int kWrongRules = 2;
+constexpr char kProgram[] = "lum_sdf_emulator";
+constexpr int kWrongCommandLine = 2;
 constexpr uint32_t kMostMilliseconds = 24 * 60 * 60 * 1000;
 
 // What stays text until all of the command line has been read.
@@ -63,20 +68,20 @@ struct Texts {
 
 void describeOutput(CLI::App& app, Options& options) {
     app.add_flag("--print", options.print,
-                 "Print each message received and sent, each client that comes and goes, and each "
-                 "rule that applies, one line each");
+                 "Print each message received and sent, each client that comes and\n"
+                 "goes, and each rule that applies, one line each");
     app.add_option("--record", options.record,
-                   "Append each message received and sent to this file, one JSON object a line: "
-                   "time, direction, pid, uid, type, hex, event, text")
+                   "Append each message received and sent to this file, one JSON object\n"
+                   "a line: time, direction, pid, uid, type, hex, event, text")
         ->type_name("FILE");
     app.add_option("--ready-fd", options.readyFd,
-                   "Write the line that says it is ready to this descriptor too, and close it")
+                   "Write the line that says it is ready to this descriptor too, and\nclose it")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Range(0, std::numeric_limits<int>::max()));
     app.add_flag("--until-eof", options.untilEof,
-                 "End when standard input ends, for starters that must not leave it behind");
+                 "End when standard input ends, for starters that must not leave it\nbehind");
     app.add_flag("--debug-log", options.debugLog,
-                 "Show every line of the platform log on standard error, debug lines included");
+                 "Show every line of the platform log on standard error, debug lines\nincluded");
 }
 
 void describePolicy(CLI::App& app, Options& options, Texts& texts) {
@@ -87,17 +92,19 @@ void describePolicy(CLI::App& app, Options& options, Texts& texts) {
         ->capture_default_str();
     app.add_option("--deny-uid", texts.deniedUids, "Reject all filters of this user; repeatable")
         ->type_name("UID")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(uid_t{0}, std::numeric_limits<uid_t>::max()))
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     app.add_option("--activation-delay", texts.activationDelay,
                    "Filters are pending for so many milliseconds before they are active")
         ->type_name("MS")
-        ->check(CLI::Range(0U, kMostMilliseconds));
+        ->check(CLI::Range(0U, kMostMilliseconds))
+        ->capture_default_str();
     app.add_option("--inactivity-timeout", texts.inactivityTimeout,
-                   "Filters end when no request has named them for so many milliseconds; 0: never")
+                   "Filters end when no request has named them for so many\nmilliseconds; 0: never")
         ->type_name("MS")
-        ->check(CLI::Range(0U, kMostMilliseconds));
+        ->check(CLI::Range(0U, kMostMilliseconds))
+        ->capture_default_str();
 }
 
 void describeRules(CLI::App& app, Texts& texts) {
@@ -131,10 +138,16 @@ std::vector<Rule> rulesOf(const Texts& texts) {
     return rules;
 }
 
+std::string usageError(const CLI::App* /*app*/, const CLI::Error& error) {
+    return std::string(kProgram) + ": " + error.what() +
+           "\nRun with --help for more information.\n";
+}
+
 }  // namespace
 
 std::optional<Options> parseCommandLine(int argc, char** argv, int* status) try {
-    CLI::App app(kAbout, "lum_sdf_emulator");
+    CLI::App app(kAbout, kProgram);
+    app.failure_message(usageError);
     app.footer(kFooter + ruleHelp());
     Options options;
     Texts texts;
@@ -144,7 +157,7 @@ std::optional<Options> parseCommandLine(int argc, char** argv, int* status) try 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        *status = app.exit(error);
+        *status = app.exit(error) == 0 ? 0 : kWrongCommandLine;
         return std::nullopt;
     }
     options.policy.deniedUids.insert(texts.deniedUids.begin(), texts.deniedUids.end());
@@ -153,7 +166,7 @@ std::optional<Options> parseCommandLine(int argc, char** argv, int* status) try 
     options.rules = rulesOf(texts);
     return options;
 } catch (const RuleError& error) {
-    fprintf(stderr, "lum_sdf_emulator: %s\n", error.what());
-    *status = kWrongRules;
+    fprintf(stderr, "%s: %s\n", kProgram, error.what());
+    *status = kWrongCommandLine;
     return std::nullopt;
 }

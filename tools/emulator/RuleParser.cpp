@@ -194,7 +194,7 @@ class Parser {
     int64_t event() {
         SdfProto::ClientEventId event{};
         if (!SdfProto::ClientEventId_Parse(changed(word().text, std::toupper), &event)) {
-            fail("expected an event of the service, such as ADD_FILTER_CB");
+            fail("expected an event of the service (" + eventWords() + ")");
         }
         ++mNext;
         return event;
@@ -206,7 +206,7 @@ class Parser {
             ++mNext;
             return status;
         }
-        if (!wholeNumber()) fail("expected a status, such as SERVICE_DOWN, or its number");
+        if (!wholeNumber()) fail("expected a status (" + statusWords() + ") or its number");
         return number(known.least, known.most);
     }
 

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <iterator>
 #include <limits>
+#include <sstream>
 
 namespace {
 
@@ -55,6 +56,30 @@ std::string join(const std::string& list, const std::string& word) {
     return list.empty() ? word : list + ", " + word;
 }
 
+// The names of the values from `least` to `most`.
+template <typename Name>
+std::string names(int least, int most, Name name) {
+    std::string words;
+    for (int value = least; value <= most; ++value) words = join(words, name(value));
+    return words;
+}
+
+// A list for the help, indented, on as many lines as it takes.
+std::string listed(const std::string& title, const std::string& words) {
+    constexpr size_t kWidth = 100;
+    std::string text = title + ":\n";
+    std::string line = " ";
+    std::istringstream each(words);
+    for (std::string word; each >> word;) {
+        if (line.size() + 1 + word.size() > kWidth) {
+            text += line + "\n";
+            line = " ";
+        }
+        line += " " + word;
+    }
+    return text + line;
+}
+
 }  // namespace
 
 const ActionWord* findAction(const std::string& word) {
@@ -79,11 +104,19 @@ bool isKind(const std::string& word) {
 }
 
 std::string kindWords() {
-    std::string words = "any, register, disable";
-    for (int event = SdfProto::ServiceEventId_MIN; event <= SdfProto::ServiceEventId_MAX; ++event) {
-        words = join(words, lower(SdfProto::ServiceEventId_Name(event)));
-    }
-    return words;
+    return join("any, register, disable",
+                names(SdfProto::ServiceEventId_MIN, SdfProto::ServiceEventId_MAX,
+                      [](int event) { return lower(SdfProto::ServiceEventId_Name(event)); }));
+}
+
+std::string eventWords() {
+    return names(SdfProto::ClientEventId_MIN, SdfProto::ClientEventId_MAX,
+                 [](int event) { return SdfProto::ClientEventId_Name(event); });
+}
+
+std::string statusWords() {
+    return names(SdfProto::Status_MIN, SdfProto::Status_MAX,
+                 [](int status) { return SdfProto::Status_Name(status); });
 }
 
 std::string kindOf(const SdfProto::ServiceMsg& request) {
@@ -114,6 +147,7 @@ Actions:
   --rule 'on register: refuse'
   --rule 'on enable from 2: status INTERNAL_ERROR'
 A scenario file has one rule a line; what follows a # is a comment.
-Kinds: )" + kindWords();
-    return help;
+)";
+    return help + listed("Kinds", kindWords()) + "\n" + listed("Events", eventWords()) + "\n" +
+           listed("Statuses", statusWords());
 }

@@ -42,6 +42,12 @@ bool isKind(const std::string& word);
 // All kinds, for the user to choose from: "any, register, enable, disable, ...".
 std::string kindWords();
 
+// All events of the service, for the user to choose from: "STATUS_IND, ...".
+std::string eventWords();
+
+// All names of statuses, for the user to choose from: "INVALID, SUCCESS, ...".
+std::string statusWords();
+
 // The kind of a request: the name of its event in small letters, and "disable" for an enable
 // request that switches off. "event 99" for an event without a name.
 std::string kindOf(const SdfProto::ServiceMsg& request);

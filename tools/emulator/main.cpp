@@ -4,6 +4,7 @@
 
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -54,6 +55,14 @@ bool registerService(const std::shared_ptr<Service>& service) {
     if (refused == EX_NONE) return true;
     fprintf(stderr, "lum_sdf_emulator: cannot serve %s: %s\n", Service::descriptor,
             reasonOf(refused));
+    return false;
+}
+
+// To be asked before anything else is opened, which could take that number.
+bool canTellReady(int readyFd) {
+    if (readyFd < 0 || fcntl(readyFd, F_GETFD) >= 0) return true;
+    fprintf(stderr, "lum_sdf_emulator: cannot write to descriptor %d: %s\n", readyFd,
+            strerror(errno));
     return false;
 }
 
@@ -116,6 +125,7 @@ void dieAtOnce() {
 }
 
 int serve(const Options& options) {
+    if (!canTellReady(options.readyFd)) return 1;
     const int signals = takeSignals();
     if (signals < 0) {
         fprintf(stderr, "lum_sdf_emulator: no signal descriptor: %s\n", strerror(errno));
