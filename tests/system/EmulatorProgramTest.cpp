@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -363,6 +364,14 @@ TEST_F(EmulatorProgramTest, RecordsEachMessage) {
             received + R"("hex":"0863","event":"event 99","text":"event_id: 99"})",
             received + R"("hex":"1a020a00","event":"ENABLE","text":"data { enable_msg { } }"})",
         }));
+}
+
+TEST_F(EmulatorProgramTest, RecordIsNotTakenForAClosedOutput) {
+    const std::string path = mFolder.path() + "/record";
+    ChildProcess emulator(
+        {"/bin/sh", "-c", "exec \"$0\" --until-eof --record \"$1\" <&- >&-", mProgram, path});
+    EXPECT_EQ(emulator.wait(), 0);
+    EXPECT_TRUE(std::filesystem::is_empty(path));
 }
 
 TEST_F(EmulatorProgramTest, QuotesInTextAreEscapedInTheRecord) {

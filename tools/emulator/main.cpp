@@ -29,6 +29,14 @@
 
 namespace {
 
+// A standard stream that is closed leaves its number to whatever is opened next, a record for one,
+// and lines for it would land there.
+void holdStandardStreams() {
+    for (int fd = 0; fd >= 0 && fd <= STDERR_FILENO;) {
+        fd = fcntl(fd, F_GETFD) >= 0 ? fd + 1 : open("/dev/null", O_RDWR);
+    }
+}
+
 // Blocks the signals that the main thread waits for; threads made later inherit that.
 // Returns a descriptor to read them from.
 int takeSignals() {
@@ -126,6 +134,7 @@ void dieAtOnce() {
 
 int serve(const Options& options) {
     if (!canTellReady(options.readyFd)) return 1;
+    holdStandardStreams();
     const int signals = takeSignals();
     if (signals < 0) {
         fprintf(stderr, "lum_sdf_emulator: no signal descriptor: %s\n", strerror(errno));
