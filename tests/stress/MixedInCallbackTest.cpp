@@ -54,8 +54,8 @@ using Kind = Expected::Kind;
 
 class MixedClient {
   public:
-    // Runs until so many requests have been made, more than before, and all is answered and
-    // deleted. Called on the main thread while there is no client.
+    // Runs until so many requests have been made, more than before, and all is answered, deleted
+    // and switched off. Called on the main thread; the first call creates the client, which stays.
     void run(int requests);
 
     // The callbacks. `variant`: which of two functions was called.
@@ -88,10 +88,10 @@ class MixedClient {
     void deleteAll();
     void list();
     void report();
-    void regReports();
+    void regReports(bool enable);
     void regFilterStatus();
     void regAutoFilter();
-    void setGaming();
+    void setGaming(bool enable);
     void setLink();
     void makeMistake();
     void drawn(long long id);
@@ -105,6 +105,7 @@ class MixedClient {
     std::mt19937 mRandom{20261121};
     int mTarget = 0;
     int mMade = 0;
+    bool mRegistered = false;
     bool mClosing = false;
     uint32_t mNumber = 0;
 
@@ -182,7 +183,6 @@ void MixedClient::run(int requests) {
         std::unique_lock<std::mutex> guard(mLock);
         EXPECT_TRUE(mChanged.wait_for(guard, std::chrono::minutes(10), [this] { return mDone; }));
     }
-    EXPECT_EQ(destroySdfClient(), 0);
 }
 
 void MixedClient::fail(const char* what) {
@@ -243,6 +243,8 @@ void MixedClient::goOn() {
         }
         mClosing = true;
         if (!mKnown.empty()) deleteAll();
+        if (mGaming) setGaming(false);
+        regReports(false);
         setLevels();
     } else if (mLevelsExpected == 0) {
         setLevels();
@@ -264,14 +266,11 @@ void MixedClient::checkNothingLeft() const {
 void MixedClient::serviceIs(int status) {
     EXPECT_EQ(status, SDF_V2_SERVICE_UP);
     if (status != SDF_V2_SERVICE_UP) return fail("no service");
-    // A client begins with nothing, and so does the service.
-    mPending.clear();
-    mFilterStatusSlot = mAutoFilterSlot = mReportsSlot = mReportSlot = mListSlot = std::nullopt;
-    mPackets = uint64_t{1} << 32U;
-    mGaming = false;
-    mLastAutoFilter = 0;
-    regFilterStatus();
-    regAutoFilter();
+    arrived();
+    if (!std::exchange(mRegistered, true)) {
+        regFilterStatus();
+        regAutoFilter();
+    }
     goOn();
 }
 
@@ -393,9 +392,9 @@ void MixedClient::requestAnything() {
         case 10: return update();
         case 11: return list();
         case 12: return report();
-        case 13: return regReports();
+        case 13: return regReports(variant() != 0);
         case 14: return random(2) == 0 ? regFilterStatus() : regAutoFilter();
-        case 15: return setGaming();
+        case 15: return setGaming(variant() != 0);
         case 16:
         case 17: return setLink();
         case 18: return makeMistake();
@@ -524,10 +523,10 @@ void MixedClient::report() {
     mExpected.push_back({Kind::kReport, 0, 0, 0, mPackets, {}});
 }
 
-void MixedClient::regReports() {
+void MixedClient::regReports(bool enable) {
     mReportsSlot = variant();
     accepted(sdfRegPriorityQueueReports(
-        variant() != 0, kOneDay, *mReportsSlot == 0 ? onReport<false, 0> : onReport<false, 1>));
+        enable, kOneDay, *mReportsSlot == 0 ? onReport<false, 0> : onReport<false, 1>));
 }
 
 void MixedClient::regFilterStatus() {
@@ -540,8 +539,7 @@ void MixedClient::regAutoFilter() {
     accepted(sdfRegAutoFilterInfo(*mAutoFilterSlot == 0 ? onAutoFilter<0> : onAutoFilter<1>));
 }
 
-void MixedClient::setGaming() {
-    const bool enable = variant() != 0;
+void MixedClient::setGaming(bool enable) {
     accepted(sdfEnHighPerfGaming(enable));
     if (enable == mGaming) return;
     mGaming = enable;
@@ -574,14 +572,15 @@ TEST(MixedInCallbackTest, EveryAnswerComesOnceInOrderAndLeavesNothing) {
     EmulatorProcess emulator;
     client().run(kRequests / 10);
     ASSERT_FALSE(HasFailure());
-    ASSERT_TRUE(emulator.waitForClients(0));
     // First, because what the emulator prints is kept here.
     const EmulatorProcess::Stats emulatorBefore = emulator.stats();
     const Figures before = figures();
 
+    // The same client goes on, so that what it kept would show.
     client().run(kRequests - kRequests / 10);
     EXPECT_TRUE(settlesAt(before));
     EXPECT_TRUE(settlesAt(emulator, emulatorBefore));
+    EXPECT_EQ(destroySdfClient(), 0);
 }
 
 }  // namespace

@@ -115,7 +115,9 @@ class Worker {
     void begin(int number);
     void run(int requests);
     // Deletes everybody's filters, when no other runs, and waits until all is answered.
-    void end();
+    void finish();
+    // Switches gaming off if this thread has it on.
+    void stopGaming();
 
     // The callbacks.
     void levels(long long id, SdfLatencyLvl first, SdfLatencyLvl second);
@@ -226,7 +228,11 @@ void Worker::run(int requests) {
     }
 }
 
-void Worker::end() {
+void Worker::stopGaming() {
+    if (mGaming) setGaming();
+}
+
+void Worker::finish() {
     deleteEverybodys();
     setLevels();
     ASSERT_TRUE(mAnswers.waitUntilEven());
@@ -424,9 +430,8 @@ void run(int requests) {
     for (std::thread& thread : threads) thread.join();
 }
 
-// A client that begins, works and ends; nothing is left of it.
-void oneClient(int requests) {
-    gStatus.value.up = false;
+// Creates the client and waits until it can be used.
+void begin() {
     ASSERT_EQ(createSdfClient(onStatus), 0);
     {
         std::unique_lock<std::mutex> guard(gStatus.value.lock);
@@ -437,14 +442,23 @@ void oneClient(int requests) {
     ASSERT_EQ(sdfRegFilterStatus(onFilterStatus), 0);
     ASSERT_EQ(sdfRegAutoFilterInfo(onAutoFilter), 0);
     ASSERT_EQ(sdfRegPriorityQueueReports(true, kOneDay, onReport), 0);
+}
+
+// Until so many requests have been made in all, and everything is answered, deleted and switched
+// off.
+void work(int requests) {
     run(requests);
     ASSERT_FALSE(testing::Test::HasFailure());
-
-    ASSERT_NO_FATAL_FAILURE(worker(3).end());
+    worker(1).stopGaming();
+    ASSERT_NO_FATAL_FAILURE(worker(3).finish());
     ASSERT_TRUE(gShared.value.filterStatus.waitUntilEven());
     ASSERT_TRUE(gShared.value.autoFilters.waitUntilEven());
     ASSERT_TRUE(gShared.value.reports.waitUntilEven());
     EXPECT_TRUE(gIds.value.none());
+}
+
+// Nothing is left of the client.
+void end() {
     const std::shared_ptr<Sdf> sdf = Sdf::current();
     ASSERT_EQ(destroySdfClient(), 0);
     EXPECT_TRUE(sdf->mUsedIds.empty());
@@ -457,15 +471,17 @@ void oneClient(int requests) {
 TEST(MixedThreadsTest, EveryAnswerComesOnceAndLeavesNothing) {
     const SocketFolder folder;
     EmulatorProcess emulator;
-    ASSERT_NO_FATAL_FAILURE(oneClient(kRequests / 10));
-    ASSERT_TRUE(emulator.waitForClients(0));
+    ASSERT_NO_FATAL_FAILURE(begin());
+    ASSERT_NO_FATAL_FAILURE(work(kRequests / 10));
     // First, because what the emulator prints is kept here.
     const EmulatorProcess::Stats emulatorBefore = emulator.stats();
     const Figures before = figures();
 
-    ASSERT_NO_FATAL_FAILURE(oneClient(kRequests));
+    // The same client goes on, so that what it kept would show.
+    ASSERT_NO_FATAL_FAILURE(work(kRequests));
     EXPECT_TRUE(settlesAt(before));
     EXPECT_TRUE(settlesAt(emulator, emulatorBefore));
+    ASSERT_NO_FATAL_FAILURE(end());
 }
 
 }  // namespace
