@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <new>
 
@@ -15,54 +13,22 @@
 #include "tests/api/FakeTransport.h"
 #include "tests/api/Requests.h"
 #include "tests/api/ScriptedRand.h"
+#include "tests/support/AllocationLimit.h"
 #include "tests/support/Hex.h"
 
 namespace {
 
-// On this thread: how many more allocations succeed before one fails, or all from then on.
-thread_local long tLeft = -1;
-thread_local bool tForGood = false;
-
-bool fails() {
-    if (tLeft < 0) return false;
-    if (tLeft > 0) {
-        --tLeft;
-        return false;
-    }
-    if (!tForGood) tLeft = -1;
-    return true;
+// What the call gives on a thread that gets only so many allocations.
+template <typename Call>
+auto limited(long allocations, const Call& call,
+             AllocationLimit::Failing failing = AllocationLimit::kAllFurther) {
+    const AllocationLimit limit(allocations, failing);
+    return call();
 }
 
-void* allocate(size_t size) {
-    if (fails()) throw std::bad_alloc();
-    void* const memory = malloc(size == 0 ? 1 : size);
-    if (memory == nullptr) throw std::bad_alloc();
-    // What nobody has initialised must not look harmless.
-    return memset(memory, 0xA5, size);
+AllocationLimit::Failing failingInRound(int round) {
+    return round % 2 == 1 ? AllocationLimit::kAllFurther : AllocationLimit::kNextOnly;
 }
-
-}  // namespace
-
-void* operator new(size_t size) {
-    return allocate(size);
-}
-void* operator new[](size_t size) {
-    return allocate(size);
-}
-void operator delete(void* memory) noexcept {
-    free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-    free(memory);
-}
-void operator delete[](void* memory, size_t) noexcept {
-    free(memory);
-}
-
-namespace {
 
 int gStatus;
 int gCalls;
@@ -136,10 +102,7 @@ class MemoryTest : public ::testing::Test {
             for (;; ++failures) {
                 ASSERT_LT(failures, 1000);
                 const ClientState before;
-                tForGood = round % 2 == 1;
-                tLeft = failures;
-                const long long result = call();
-                tLeft = -1;
+                const long long result = limited(failures, call, failingInRound(round));
                 if (result != failed) {
                     ASSERT_TRUE(succeeded(result)) << result;
                     break;
@@ -203,26 +166,19 @@ TEST_F(MemoryTest, FirstEnable) {
 
 // The older callback is told when there is no memory for the client object, and only then.
 TEST_F(MemoryTest, FirstEnableReportsThatThereIsNoClient) {
-    tLeft = 0;
-    EXPECT_EQ(lum_sdf_enable(onLegacy), 0);
-    tLeft = -1;
+    const auto enable = [] { return lum_sdf_enable(onLegacy); };
+    EXPECT_EQ(limited(0, enable, AllocationLimit::kNextOnly), 0);
     EXPECT_EQ(gCalls, 1);
     EXPECT_EQ(gStatus, SDF_STATUS_INTERNAL_ERROR);
     EXPECT_FALSE(Sdf::mInstance);
-    tLeft = 1;
-    EXPECT_EQ(lum_sdf_enable(onLegacy), 0);
-    tLeft = -1;
+    EXPECT_EQ(limited(1, enable, AllocationLimit::kNextOnly), 0);
     EXPECT_EQ(gCalls, 1);
     EXPECT_FALSE(Sdf::mInstance);
 }
 
 // The callback that is told this tries again, and is not called from inside itself without end.
 TEST_F(MemoryTest, FirstEnableReportsNoClientOnceToACallbackThatRetries) {
-    tForGood = true;
-    tLeft = 0;
-    const long long result = lum_sdf_enable(onLegacyThatRetries);
-    tLeft = -1;
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(limited(0, [] { return lum_sdf_enable(onLegacyThatRetries); }), 0);
     EXPECT_EQ(gCalls, 1);
     EXPECT_EQ(gStatus, SDF_STATUS_INTERNAL_ERROR);
     EXPECT_FALSE(Sdf::mInstance);
@@ -265,9 +221,7 @@ TEST_F(MemoryTest, Disable) {
 // Destroying is possible after it failed for want of memory.
 TEST_F(MemoryTest, ClientIsUsableAfterAFailedDestroy) {
     startUp();
-    tLeft = 0;
-    EXPECT_EQ(destroySdfClient(), -3);
-    tLeft = -1;
+    EXPECT_EQ(limited(0, destroySdfClient), -3);
     EXPECT_GT(setLatency(), 0);
     EXPECT_EQ(destroySdfClient(), 0);
 }
@@ -308,10 +262,7 @@ TEST_F(MemoryTest, EveryRequest) {
                 // What was drawn for a request that then failed is not put back.
                 scriptRand({500});
                 const ClientState before;
-                tForGood = round % 2 == 1;
-                tLeft = failures;
-                const long long result = request.call();
-                tLeft = -1;
+                const long long result = limited(failures, request.call, failingInRound(round));
                 if (result != -3) {
                     ASSERT_EQ(result, request.drawsId ? 500 : 0);
                     ASSERT_EQ(posted(), posts ? 1U : 0U);
@@ -336,10 +287,20 @@ TEST_F(MemoryTest, NoRoomForAnId) {
     startUp();
     Sdf::mInstance->mUsedIds.shrink_to_fit();
     scriptRand({500});
-    tLeft = 0;
-    EXPECT_EQ(setLatency(), -3);
-    tLeft = -1;
+    EXPECT_EQ(limited(0, setLatency), -3);
     EXPECT_EQ(scriptedRandLeft(), 1U);
+}
+
+// Whether so many allocations are enough for the client to read the bytes.
+bool reads(const SdkClientBase::Listener& listener, const std::vector<uint8_t>& bytes,
+           long allocations, AllocationLimit::Failing failing) {
+    const AllocationLimit limit(allocations, failing);
+    try {
+        listener(SdkClientBase::SDK_BLOB_RECEIVED, bytes);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 // Reads the bytes again and again, failing at each allocation in turn until none fails: the
@@ -350,15 +311,7 @@ void expectReadable(const std::string& hex) {
     long failures = 0;
     for (;; ++failures) {
         ASSERT_LT(failures, 1000);
-        tForGood = false;
-        tLeft = failures;
-        try {
-            listener(SdkClientBase::SDK_BLOB_RECEIVED, bytes);
-            tLeft = -1;
-            break;
-        } catch (const std::bad_alloc&) {
-            tLeft = -1;
-        }
+        if (reads(listener, bytes, failures, AllocationLimit::kNextOnly)) break;
         EXPECT_EQ(gCalls, 0);
         EXPECT_EQ(Sdf::mInstance->mUsedIds.back(), 7U);
         EXPECT_EQ(Sdf::mInstance->mLatencyCbs.count(7), 1U);
@@ -396,15 +349,7 @@ TEST_F(MemoryTest, AddedFilter) {
     for (long failures = 0;; ++failures) {
         ASSERT_LT(failures, 1000);
         gCalls = 0;
-        tForGood = true;
-        tLeft = failures;
-        try {
-            listener(SdkClientBase::SDK_BLOB_RECEIVED, bytes);
-            tLeft = -1;
-            break;
-        } catch (const std::bad_alloc&) {
-            tLeft = -1;
-        }
+        if (reads(listener, bytes, failures, AllocationLimit::kAllFurther)) break;
         EXPECT_EQ(ClientState().differences(before), "");
         failedWhenTold = failedWhenTold || gCalls == 1;
     }
