@@ -58,6 +58,8 @@ std::shared_ptr<SdkClient> SdkClient::join(std::shared_ptr<SdkClient> instance,
                                            LumSdkClientType type, Use use,
                                            std::shared_ptr<SdkClientBase>* published) {
     std::shared_ptr<SdkClientEvent> event = use.first;
+    // Copied while there is nothing to undo: what the listener keeps takes memory.
+    const Listener told = use.listener;
     std::optional<Use> before = instance->takeUp(type, std::move(use), true);
     if (!before) return nullptr;
     if (published != nullptr)
@@ -69,7 +71,7 @@ std::shared_ptr<SdkClient> SdkClient::join(std::shared_ptr<SdkClient> instance,
         instance->restoreUse(type, *std::move(before));
         throw;
     }
-    instance->notifyServiceUp(type);
+    if (told) told(SDK_SERVICE_UP, {});
     return instance;
 }
 

@@ -32,8 +32,9 @@ class SdkClient : public aidl::vendor::orn::data::lumservice::BnLumServiceCallba
     //
     // Returns an empty pointer, with nothing changed, when `event` is empty, when the transport is
     // shutting down, or when its descriptors or its thread cannot be had. Throws std::bad_alloc,
-    // with nothing changed, when memory runs out. Any thread, but not while another is in
-    // getInstance() or destroyInstance().
+    // with nothing changed, when memory runs out. What the listener throws at SDK_SERVICE_UP comes
+    // out as it is, after all has been done. Any thread, but not while another is in getInstance()
+    // or destroyInstance().
     static std::shared_ptr<SdkClient> getInstance(
         LumSdkClientType type, Listener listener, std::shared_ptr<SdkClientEvent> event,
         std::shared_ptr<SdkClientBase>* published = nullptr);

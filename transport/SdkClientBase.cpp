@@ -215,11 +215,15 @@ std::optional<SdkClientBase::Use> SdkClientBase::takeUp(LumSdkClientType type, U
 
 void SdkClientBase::restoreUse(LumSdkClientType type, Use before) {
     Use dropped;
+    const bool listed = before.listed;
     const std::lock_guard<std::mutex> lock(mStateLock);
     dropped = swapUse(type, std::move(before));
+    // An entry that stayed behind would end every later walk over the listeners.
+    if (!listed) mListeners.erase(type);
 }
 
 SdkClientBase::Use SdkClientBase::swapUse(LumSdkClientType type, Use use) {
+    use.listed = mListeners.find(type) != mListeners.end();
     // The map entry first: it is all that can fail.
     mListeners[type].swap(use.listener);
     mFirstEvents[indexOf(type)].swap(use.first);

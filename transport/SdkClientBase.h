@@ -87,6 +87,7 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
         bool active = false;
         Listener listener;
         std::shared_ptr<SdkClientEvent> first;  // still to be handled
+        bool listed = true;                     // has an entry, if only an empty one, in mListeners
     };
 
     // A type comes into use, `use.first` being the first event of this use. Gives what was there

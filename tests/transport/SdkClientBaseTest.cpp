@@ -4,8 +4,10 @@
 #include <signal.h>
 
 #include <atomic>
+#include <new>
 #include <stdexcept>
 
+#include "tests/support/AllocationLimit.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ThreadRefusal.h"
 #include "tests/transport/ListenerRecord.h"
@@ -448,6 +450,37 @@ TEST_F(SdkClientBaseTest, ThreadRefusedIsTheStandardLibrarysException) {
     }
     EXPECT_FALSE(transport->isRunning());
     EXPECT_EQ(transport.use_count(), 1);
+}
+
+TEST_F(SdkClientBaseTest, ThreadThatCannotQueueTheFirstEventForWantOfMemoryEndsAndSaysSo) {
+    const ListenerRecord listener;
+    const auto first = makeEvent(kSdf, {1});
+    ASSERT_TRUE(transport->use(kSdf, listener, first, false));
+    // Until there is no memory for one more.
+    const auto queued = makeEvent(kSdf, {2});
+    size_t count = 0;
+    EXPECT_THROW(
+        {
+            const AllocationLimit none(0);
+            for (;; ++count) transport->postEvent(queued);
+        },
+        std::bad_alloc);
+    {
+        const FirstAllocationRefusal refused;
+        EXPECT_THROW(transport->start(kSdf, first, transport), std::bad_alloc);
+    }
+    waitForEnd();
+    EXPECT_EQ(first.use_count(), 2);  // this one, and that of the type's use
+    EXPECT_TRUE(transport->gate().try_lock());
+    transport->gate().unlock();
+    EXPECT_TRUE(transport->allSent().empty());
+
+    transport->start(kSdf, first, transport);
+    end();
+    std::vector<std::pair<int, Bytes>> expected(count, {5, {2}});
+    expected.push_back({5, {1}});
+    expected.push_back({5, {0xEE}});
+    EXPECT_EQ(transport->allSent(), expected);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <new>
 #include <stdexcept>
@@ -68,6 +69,15 @@ class SdkClientTest : public testing::Test {
             client->postEvent(makeEvent(type, {0xEE}, true));
         }
         SdkClient::destroyInstance(type);
+    }
+    // Posts until there is no memory for the next event.
+    static void postWithoutMemory(SdkClient& client) {
+        const auto event = makeEvent(kSdf, {7});
+        try {
+            const AllocationLimit none(0);
+            for (;;) client.postEvent(event);
+        } catch (const std::bad_alloc&) {
+        }
     }
     // True once nobody holds the object any more.
     static bool goes(const std::weak_ptr<SdkClient>& client) {
@@ -402,6 +412,19 @@ TEST_F(SdkClientTest, ListenerThatThrowsAtAMessageEndsThereAndIsLogged) {
     release(kSdf);
 }
 
+TEST_F(SdkClientTest, ListenerThatThrowsNoExceptionClassAtAMessageEndsThereToo) {
+    const LogCapture log;
+    const ListenerRecord listener([](SdkClientBase::SdkStatus status) {
+        if (status == kReceived) throw 42;
+    });
+    const auto client = getConnected(kSdf, listener);
+    EXPECT_TRUE(client->sendBlob(static_cast<LumSdkType>(5), {1}).isOk());
+    EXPECT_TRUE(client->sendBlob(static_cast<LumSdkType>(5), {2}).isOk());
+    EXPECT_EQ(log.count(logE("SdkClient: a listener threw at a message")), 2U);
+    EXPECT_EQ(listener.statuses(), (Statuses{kUp, kReceived, kReceived}));
+    release(kSdf);
+}
+
 // ---- the service's death
 
 TEST_F(SdkClientTest, DeathIsToldToEveryListenerOnceAndTheNextRequestReconnects) {
@@ -476,6 +499,24 @@ TEST_F(SdkClientTest, EmptyEntryEndsTheWalkAndTheServiceIsStillReleased) {
     EXPECT_EQ(log.count(logE("SdkClient: a listener threw at service down: bad_function_call")),
               1U);
     SdkClient::destroyInstance(static_cast<LumSdkClientType>(9));
+    release(kSdf);
+}
+
+TEST_F(SdkClientTest, ListenerThatThrowsNoExceptionClassAtADeathEndsTheWalkToo) {
+    const LogCapture log;
+    const ListenerRecord five([](SdkClientBase::SdkStatus status) {
+        if (status == kDown) throw 42;
+    });
+    const ListenerRecord six;
+    const auto client = getConnected(kSdf, five);
+    get(kOther, six);
+    binder.die();
+    SdkClient::deathCallback(client.get());
+    EXPECT_EQ(log.count(logE("SdkClient: a listener threw at service down")), 1U);
+    EXPECT_EQ(five.statuses(), (Statuses{kUp, kDown}));
+    EXPECT_EQ(six.statuses(), Statuses{kUp});
+    EXPECT_FALSE(client->isConnected(kSdf));
+    SdkClient::destroyInstance(kOther);
     release(kSdf);
 }
 
@@ -732,33 +773,50 @@ TEST_F(SdkClientTest, FirstGetThatRunsOutOfMemoryLeavesNothing) {
     release(kSdf);
 }
 
+// The same for a type that joins: one that never had a listener, and one that has.
 TEST_F(SdkClientTest, SecondGetThatRunsOutOfMemoryChangesNothing) {
-    const ListenerRecord first;
-    const auto client = getConnected(kSdf, first);
-    const ListenerRecord before;
-    client->setClientListener(kOther, before);
-    const ListenerRecord second;
-    std::shared_ptr<SdkClientBase> published;
-    std::shared_ptr<SdkClient> joined;
-    long allocations = 0;
-    for (; !joined; ++allocations) {
-        ASSERT_LT(allocations, 1000);
-        const auto event = makeEvent(kOther, {2});
-        SdkClientBase::Listener copy = second;
-        try {
-            const AllocationLimit limit(allocations);
-            joined = SdkClient::getInstance(kOther, std::move(copy), event, &published);
-        } catch (const std::bad_alloc&) {
+    for (const bool listed : {false, true}) {
+        SCOPED_TRACE(listed);
+        const ListenerRecord first;
+        const auto client = getConnected(kSdf, first);
+        const ListenerRecord before;
+        if (listed) client->setClientListener(kOther, before);
+        // What it is told takes no memory.
+        const auto told = std::make_shared<std::array<std::atomic<int>, 4>>();
+        const SdkClientBase::Listener second = [told](SdkClientBase::SdkStatus status,
+                                                      const Bytes&) { ++(*told)[status]; };
+        std::shared_ptr<SdkClientBase> published;
+        std::shared_ptr<SdkClient> joined;
+        // The queue gets to where it has to allocate, so that posting is among what fails.
+        postWithoutMemory(*client);
+        long allocations = 0;
+        for (; !joined; ++allocations) {
+            ASSERT_LT(allocations, 1000);
+            const auto event = makeEvent(kOther, {2});
+            SdkClientBase::Listener copy = second;
+            try {
+                const AllocationLimit limit(allocations);
+                joined = SdkClient::getInstance(kOther, std::move(copy), event, &published);
+            } catch (const std::bad_alloc&) {
+            }
+            if (joined) break;
+            copy = nullptr;
+            EXPECT_FALSE(client->isActive(kOther)) << allocations;
+            EXPECT_EQ(published, nullptr) << allocations;
+            EXPECT_EQ(event.use_count(), 1) << allocations;
+            EXPECT_EQ(told.use_count(), 2) << allocations;
+            EXPECT_EQ((*told)[kUp], 0) << allocations;
+            EXPECT_EQ(before.copies(), listed ? 1 : 0) << allocations;
+            EXPECT_NO_THROW(client->notifyServiceDown(LUM_SDK_CLIENT_NONE)) << allocations;
         }
-        if (joined || client->isActive(kOther)) break;
-        copy = nullptr;
-        EXPECT_EQ(published, nullptr) << allocations;
-        EXPECT_EQ(before.copies(), 1) << allocations;
-        EXPECT_EQ(second.copies(), 0) << allocations;
+        EXPECT_EQ(allocations, listed ? 2 : 3);  // a copy of the listener, its entry, the queue
+        EXPECT_EQ(published, client);
+        EXPECT_EQ((*told)[kUp], 1);
+        EXPECT_EQ((*told)[kDown], 0);
+        release(kOther);
+        release(kSdf);
+        EXPECT_EQ(service->blobs().end()[-3], Bytes{2});
     }
-    EXPECT_TRUE(client->isActive(kOther));
-    release(kOther);
-    release(kSdf);
 }
 
 using SdkClientDeathTest = SdkClientTest;
