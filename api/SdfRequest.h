@@ -79,7 +79,7 @@ unsigned int postRecorded(Sdf& client, SdkClientBase& transport,
 // A request that keeps a callback: puts `cb` into its slot, where it stays whatever becomes of the
 // rest, and goes on with proceed(transport).
 template <typename Callback, typename Proceed>
-long long keepCallback(Callback Sdf::*slot, Callback cb, const Proceed& proceed) {
+long long keepCallback(Callback Sdf::*slot, Callback cb, const Proceed& proceed) noexcept {
     return request([&](Sdf& client, SdkClientBase& transport) -> long long {
         if (cb == nullptr) return SDF_V2_INVALID_ARG;
         if (!client.mServiceUp) return SDF_V2_SERVICE_DOWN;
@@ -91,7 +91,7 @@ long long keepCallback(Callback Sdf::*slot, Callback cb, const Proceed& proceed)
 
 // The same, going on with a message; the last arguments are makeMessage()'s.
 template <typename Callback, typename... Message>
-long long registration(Callback Sdf::*slot, Callback cb, const Message&... message) {
+long long registration(Callback Sdf::*slot, Callback cb, const Message&... message) noexcept {
     return keepCallback(slot, cb, [&](SdkClientBase& transport) {
         transport.postEvent(makeEvent(makeMessage(message...)));
     });

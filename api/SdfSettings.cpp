@@ -15,7 +15,7 @@ bool areLevelsValid(SdfLatencyLvl first, SdfLatencyLvl second) {
 // A request that brings no reply. `valid(client)`: whether its arguments are; the others are
 // makeMessage()'s.
 template <typename Valid, typename... Message>
-long long checkedRequest(const Valid& valid, const Message&... message) {
+long long checkedRequest(const Valid& valid, const Message&... message) noexcept {
     return sdf::request([&](Sdf& client, SdkClientBase& transport) -> long long {
         if (!valid(client)) return SDF_V2_INVALID_ARG;
         if (!client.mServiceUp) return SDF_V2_SERVICE_DOWN;
@@ -28,7 +28,7 @@ long long checkedRequest(const Valid& valid, const Message&... message) {
 // arguments are.
 template <typename Body, typename Fill>
 long long updateRequest(unsigned int filterId, bool valid, SdfProto::ServiceEventId event,
-                        void (ServiceData::*setAllocated)(Body*), const Fill& fill) {
+                        void (ServiceData::*setAllocated)(Body*), const Fill& fill) noexcept {
     return checkedRequest(
         [&](const Sdf& client) { return client.isFilterIdValid(filterId) && valid; }, event,
         setAllocated,
@@ -41,7 +41,7 @@ long long updateRequest(unsigned int filterId, bool valid, SdfProto::ServiceEven
 // The same for one that changes something else.
 template <typename Body, typename Fill>
 long long settingRequest(bool valid, SdfProto::ServiceEventId event,
-                         void (ServiceData::*setAllocated)(Body*), const Fill& fill) {
+                         void (ServiceData::*setAllocated)(Body*), const Fill& fill) noexcept {
     return checkedRequest([=](const Sdf&) { return valid; }, event, setAllocated, fill);
 }
 
