@@ -70,6 +70,9 @@ class SdkClientTest : public testing::Test {
         }
         SdkClient::destroyInstance(type);
     }
+    void waitForMessages(size_t count) const {
+        while (service->messages().size() < count) std::this_thread::yield();
+    }
     // Posts until there is no memory for the next event.
     static void postWithoutMemory(SdkClient& client) {
         const auto event = makeEvent(kSdf, {7});
@@ -439,7 +442,7 @@ TEST_F(SdkClientTest, DeathIsToldToEveryListenerOnceAndTheNextRequestReconnects)
     const ListenerRecord second([&](SdkClientBase::SdkStatus status) { note(status, 6); });
     const auto client = getConnected(kOther, second);
     get(kSdf, first);
-    while (service->messages().size() < 2) std::this_thread::yield();
+    waitForMessages(2);
     binder.die();
     SdkClient::deathCallback(binder.links()[0].cookie);
     EXPECT_EQ(order, (std::vector<int>{5, 6}));
@@ -487,6 +490,7 @@ TEST_F(SdkClientTest, EmptyEntryEndsTheWalkAndTheServiceIsStillReleased) {
     const auto client = getConnected(kSdf, five);
     get(static_cast<LumSdkClientType>(9), nine);
     client->setClientListener(kOther, nullptr);
+    waitForMessages(2);
     EXPECT_THROW(client->notifyServiceDown(LUM_SDK_CLIENT_NONE), std::bad_function_call);
     EXPECT_EQ(five.statuses(), (Statuses{kUp, kDown}));
     EXPECT_EQ(nine.statuses(), Statuses{kUp});
@@ -510,6 +514,7 @@ TEST_F(SdkClientTest, ListenerThatThrowsNoExceptionClassAtADeathEndsTheWalkToo) 
     const ListenerRecord six;
     const auto client = getConnected(kSdf, five);
     get(kOther, six);
+    waitForMessages(2);
     binder.die();
     SdkClient::deathCallback(client.get());
     EXPECT_EQ(log.count(logE("SdkClient: a listener threw at service down")), 1U);
