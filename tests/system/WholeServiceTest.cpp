@@ -5,6 +5,8 @@
 #include <lum_sdf_sdk.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -27,6 +29,19 @@ class WholeServiceTest : public LibraryTest {
             }
         }
         return kept;
+    }
+
+    // The requests that the service has recorded in this file, as hexadecimal digits.
+    static Lines received(const std::string& path) {
+        const std::string before = "\"hex\":\"";
+        Lines requests;
+        std::ifstream record(path);
+        for (std::string line; std::getline(record, line);) {
+            if (line.find("\"direction\":\"received\"") == std::string::npos) continue;
+            const size_t begin = line.find(before) + before.size();
+            requests.push_back(line.substr(begin, line.find('"', begin) - begin));
+        }
+        return requests;
     }
 
     static std::string own() { return "client pid=" + std::to_string(getpid()) + " type=5 "; }
@@ -62,6 +77,65 @@ TEST_F(WholeServiceTest, FilterIsAddedListedUpdatedAndDeleted) {
     EXPECT_EQ(toldSoFar(), Lines{});
     EXPECT_EQ(sdfDeleteFilter(id), SDF_V2_INVALID_ARG);
     EXPECT_EQ(mEmulator->stats().filters, 0U);
+}
+
+// What arrives at the other end of the link, byte by byte. The ids are those of a fresh process.
+TEST_F(WholeServiceTest, EveryRequestArrivesAsItIs) {
+    srand(1);
+    const std::string path = mFolder.path() + "/record";
+    serve({"--record", path});
+    connect();
+    ASSERT_EQ(askLevels(), 1804289383);
+    ASSERT_EQ(sdfAddFilter(flow(5000), onAdded), 846930886);
+    toldSoFar();  // asks for levels again, and the filter is known then
+    const unsigned int id = 846930886;
+    ASSERT_EQ(sdfUpdateLatencyLvl(id, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6), 0);
+    ASSERT_EQ(sdfUpdateOod(id, SDF_OOD_DISABLED_LVL), 0);
+    ASSERT_EQ(sdfUpdatePdcpTimer(id, 300), 0);
+    ASSERT_EQ(sdfUpdateTargetDscp(id, 46), 0);
+    ASSERT_EQ(sdfUpdateDdsOod(SDF_OOD_DISABLED_LVL), 0);
+    ASSERT_EQ(sdfUpdateDdsPdcpTimer(300), 0);
+    ASSERT_EQ(sdfEnHighPerfGaming(true), 0);
+    ASSERT_EQ(sdfPrioritizeData(SDF_SLOT_ID_SECOND, true), 0);
+    ASSERT_EQ(sdfPrioritizeDds(true), 0);
+    ASSERT_EQ(sdfRegPriorityQueueReports(true, 86400000, onReport), 0);
+    ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
+    ASSERT_EQ(sdfRegAutoFilterInfo(onAutoFilter), 0);  // sends nothing
+    ASSERT_EQ(sdfRegFilterStatus(onFilterStatus), 0);
+    ASSERT_EQ(sdfAddFilterV2(flow(5001), 0, onAdded), 1714636915);
+    ASSERT_EQ(sdfGetFilters(onListed), 0);
+    ASSERT_EQ(sdfDeleteFilter(id), 0);
+    toldSoFar();
+    ASSERT_EQ(sdfDeleteAllFilter(), 0);
+    ASSERT_EQ(destroySdfClient(), 0);
+    EXPECT_EQ(mEmulator->terminate(), 0);
+    EXPECT_EQ(received(path),
+              (Lines{
+                  "1a040a020801",
+                  "080110e78aaddc061a081a06080110011803",
+                  "080410c6c7ec93031a2732250a0831302e302e302e31120831302e302e302e3218882720502802"
+                  "38014003483250016002",
+                  "080110e9b0f2a1061a081a06080110011803",
+                  "08061a0a3a0808c6c7ec93031805",
+                  "08071a0a420808c6c7ec93031002",
+                  "08081a0b4a0908c6c7ec930310ac02",
+                  "08121a0b82010808c6c7ec9303102e",
+                  "080b1a045a020802",
+                  "080c1a05620308ac02",
+                  "080d1a046a020801",
+                  "080e1a06720408021001",
+                  "08021a0422020801",
+                  "080f1a097a0708011080b89929",
+                  "0810",
+                  "08031a042a020801",
+                  "080410f390cdb1061a2a32280a0831302e302e302e31120831302e302e302e3218892720502802"
+                  "38014003483250016002900100",
+                  "0805",
+                  "08091a08520608c6c7ec9303",
+                  "080110d1b8c3a5071a081a06080110011803",
+                  "080a",
+                  "1a020a00",
+              }));
 }
 
 TEST_F(WholeServiceTest, AllFiltersAreDeleted) {
