@@ -109,12 +109,16 @@ TEST_F(WholeServiceTest, EveryRequestArrivesAsItIs) {
     ASSERT_EQ(sdfDeleteAllFilter(), 0);
     ASSERT_EQ(destroySdfClient(), 0);
     EXPECT_EQ(mEmulator->terminate(), 0);
+    // Of a description of this length: the addresses, a source port, and port 80; then the rest.
+    const auto ends = [](const std::string& length, const std::string& port) {
+        return length + "0a0831302e302e302e31120831302e302e302e3218" + port + "2050";
+    };
+    const std::string settings = "280238014003483250016002";
     EXPECT_EQ(received(path),
               (Lines{
                   "1a040a020801",
                   "080110e78aaddc061a081a06080110011803",
-                  "080410c6c7ec93031a2732250a0831302e302e302e31120831302e302e302e3218882720502802"
-                  "38014003483250016002",
+                  "080410c6c7ec93031a2732" + ends("25", "8827") + settings,
                   "080110e9b0f2a1061a081a06080110011803",
                   "08061a0a3a0808c6c7ec93031805",
                   "08071a0a420808c6c7ec93031002",
@@ -128,8 +132,7 @@ TEST_F(WholeServiceTest, EveryRequestArrivesAsItIs) {
                   "080f1a097a0708011080b89929",
                   "0810",
                   "08031a042a020801",
-                  "080410f390cdb1061a2a32280a0831302e302e302e31120831302e302e302e3218892720502802"
-                  "38014003483250016002900100",
+                  "080410f390cdb1061a2a32" + ends("28", "8927") + settings + "900100",
                   "0805",
                   "08091a08520608c6c7ec9303",
                   "080110d1b8c3a5071a081a06080110011803",
