@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/sdfctl/Callbacks.h"
+
+#include <cstdio>
+#include <exception>
+
+#include "tools/sdfctl/AddressText.h"
+
+namespace callbacks {
+
+namespace {
+
+// Callbacks must not throw. Without memory there is no event, but somebody is told.
+template <typename MakeFields>
+void tell(const char* name, const MakeFields& makeFields) noexcept {
+    try {
+        events().push({name, makeFields()});
+    } catch (const std::exception& error) {
+        fprintf(stderr, "sdfctl: lost a call of the callback for %s: %s\n", name, error.what());
+    }
+}
+
+Fields filterFields(unsigned int filter, SdfFilterStatus status) {
+    return {plain("filter", filter), worded("status", status, filterStatusWords())};
+}
+
+Fields entryFields(unsigned int key, uint64_t first, uint64_t second) {
+    return {plain("key", key), plain("first_value", first), plain("second_value", second)};
+}
+
+}  // namespace
+
+EventQueue& events() {
+    static auto* const queue = new EventQueue;
+    return *queue;
+}
+
+void onStatus(int status) {
+    tell("status", [&] { return Fields{coded("status", status, sdfStatusV2Text(status))}; });
+}
+
+void onLegacyStatus(status_e status) {
+    tell("legacy-status", [&] { return Fields{coded("status", status, sdfStatusText(status))}; });
+}
+
+void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {
+    tell("levels", [&] {
+        return Fields{plain("id", id), worded("first", first, levelWords()),
+                      worded("second", second, levelWords())};
+    });
+}
+
+void onFilterAdded(unsigned int filter, SdfFilterStatus status) {
+    tell("filter-added", [&] { return filterFields(filter, status); });
+}
+
+void onFilterStatus(unsigned int filter, SdfFilterStatus status) {
+    tell("filter-status", [&] { return filterFields(filter, status); });
+}
+
+void onFilterListed(unsigned int filter, SdfFilterStatus status, SdfLatencyLvl first,
+                    SdfLatencyLvl second, SdfOod ood, unsigned int pdcpTimer) {
+    tell("filter-listed", [&] {
+        Fields fields = filterFields(filter, status);
+        fields.push_back(worded("first", first, levelWords()));
+        fields.push_back(worded("second", second, levelWords()));
+        fields.push_back(worded("ood", ood, oodWords()));
+        fields.push_back(plain("pdcp_timer", pdcpTimer));
+        return fields;
+    });
+}
+
+void onQueueReport(unsigned int key, uint64_t first, uint64_t second) {
+    tell("queue-report", [&] { return entryFields(key, first, second); });
+}
+
+void onQueueAnswer(unsigned int key, uint64_t first, uint64_t second) {
+    tell("queue-answer", [&] { return entryFields(key, first, second); });
+}
+
+void onAutoFilter(unsigned int filter, SdfAddFilterInfo info) {
+    tell("auto-filter", [&] {
+        return Fields{plain("filter", filter), plain("src", addressText(info.src_addr)),
+                      plain("dest", addressText(info.dest_addr)),
+                      worded("protocol", info.protocol, protocolWords()),
+                      worded("app_type", info.app_type, appTypeWords())};
+    });
+}
+
+}  // namespace callbacks

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <lum_sdf_sdk.h>
+
+#include "tools/sdfctl/EventQueue.h"
+
+// The callbacks that are given to the library: each puts an event into events(). The names of the
+// events are those of the functions that ask for them, as the manual page lists them.
+namespace callbacks {
+
+// The queue; made at the first call, which the main thread makes before there is a client, and
+// never destroyed, since callbacks may still come while the process ends.
+EventQueue& events();
+
+void onStatus(int status);
+void onLegacyStatus(status_e status);
+void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second);
+void onFilterAdded(unsigned int filter, SdfFilterStatus status);
+void onFilterStatus(unsigned int filter, SdfFilterStatus status);
+void onFilterListed(unsigned int filter, SdfFilterStatus status, SdfLatencyLvl first,
+                    SdfLatencyLvl second, SdfOod ood, unsigned int pdcpTimer);
+void onQueueReport(unsigned int key, uint64_t first, uint64_t second);
+void onQueueAnswer(unsigned int key, uint64_t first, uint64_t second);
+void onAutoFilter(unsigned int filter, SdfAddFilterInfo info);
+
+}  // namespace callbacks

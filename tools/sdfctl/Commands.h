@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/sdfctl/Arguments.h"
+#include "tools/sdfctl/Session.h"
+
+// What a command does once its arguments are known.
+using Action = std::function<void(Session&)>;
+
+struct Command {
+    const char* name;
+    const char* about;
+    Action (*declare)(Arguments&);  // declares the arguments; the action has them when it runs
+};
+
+// All commands, those of one subject together.
+const std::vector<Command>& commands();
+
+// The commands of each subject.
+std::vector<Command> lifecycleCommands();
+std::vector<Command> settingCommands();
+std::vector<Command> reportCommands();
+std::vector<Command> filterCommands();
+std::vector<Command> sessionCommands();
+
+// The command of that name, or null.
+const Command* findCommand(const std::string& name);
+
+// Thrown when what the user has typed is no command.
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// Thrown by "quit".
+struct Quit {};
+
+// Reads commands: each begins with its name, and the word "then" stands between two of them. All of
+// them are read before the first one is run. Throws UsageError, which names command and argument.
+std::vector<Action> readCommands(const std::vector<std::string>& words);
+
+// The words of a line; from a word that begins with '#' on it is a comment.
+std::vector<std::string> splitLine(const std::string& line);
+
+// What the user should know of a command.
+std::string helpOf(const Command& command);
+// The list of all commands.
+std::string helpOfAll();

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <memory>
+
+#include "tools/sdfctl/Callbacks.h"
+#include "tools/sdfctl/Commands.h"
+
+namespace {
+
+constexpr char kNullCallback[] = "Give the library a null callback";
+
+Action create(Arguments& arguments) {
+    const auto null = std::make_shared<bool>(false);
+    arguments.flag("--null-callback", *null, kNullCallback);
+    return [null](Session& session) { session.create(*null); };
+}
+
+Action destroy(Arguments&) {
+    return [](Session& session) {
+        if (session.call("destroySdfClient", {}, destroySdfClient) == 0) session.clientGone();
+    };
+}
+
+Action enable(Arguments& arguments) {
+    const auto null = std::make_shared<bool>(false);
+    arguments.flag("--null-callback", *null, kNullCallback);
+    return [null](Session& session) {
+        const SdfLegacyStatusCb cb = *null ? nullptr : callbacks::onLegacyStatus;
+        session.asking();
+        if (session.callOlder("lum_sdf_enable", [cb] { return lum_sdf_enable(cb); }) == 1) {
+            session.clientMade();
+        }
+    };
+}
+
+Action disable(Arguments&) {
+    return [](Session& session) {
+        if (session.callOlder("lum_sdf_disable", lum_sdf_disable) == 1) session.clientGone();
+    };
+}
+
+}  // namespace
+
+std::vector<Command> lifecycleCommands() {
+    return {
+        {"create", "createSdfClient(): make the client, or ask for the service again", create},
+        {"destroy", "destroySdfClient(): destroy the client", destroy},
+        {"enable", "lum_sdf_enable(): \"create\" with the older status codes", enable},
+        {"disable", "lum_sdf_disable(): \"destroy\" with the older results", disable},
+    };
+}

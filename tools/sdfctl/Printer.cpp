@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/sdfctl/Printer.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+using nlohmann::ordered_json;
+
+void Printer::print(const Call& call) const {
+    ordered_json arguments = ordered_json::object();
+    addTo(arguments, call.arguments);
+    print(call.function + "(" + shown(call.arguments, ", ") + ") = " + std::to_string(call.result) +
+              " (" + call.text + ")",
+          {{"call", call.function},
+           {"arguments", arguments},
+           {"result", call.result},
+           {"result_name", call.text}});
+}
+
+void Printer::print(const Event& event) const {
+    ordered_json object = {{"event", event.name}};
+    addTo(object, event.fields);
+    print("event " + event.name + ": " + shown(event.fields, " "), object);
+}
+
+void Printer::print(const std::string& text, const ordered_json& object) const {
+    write(mJson ? object.dump() : text);
+}
+
+void Printer::write(const std::string& line) const {
+    if (mMakeRoom) mMakeRoom();
+    const std::string whole = line + "\n";
+    if (fwrite(whole.data(), 1, whole.size(), stdout) != whole.size() || fflush(stdout) != 0) {
+        throw std::system_error(errno, std::generic_category(), "standard output");
+    }
+}

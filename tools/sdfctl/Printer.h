@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+
+#include "tools/sdfctl/Record.h"
+
+// Writes to standard output what happens, one whole line each. For one thread.
+class Printer {
+  public:
+    // json: one object a line, and nothing else, instead of text for people.
+    explicit Printer(bool json) : mJson(json) {}
+
+    bool isJson() const { return mJson; }
+
+    // Each throws std::system_error when standard output cannot be written to.
+    void print(const Call& call) const;
+    void print(const Event& event) const;
+    // text: for people, may have several lines; object: the same for programs.
+    void print(const std::string& text, const nlohmann::ordered_json& object) const;
+
+    // Called before each line, to make room for it where somebody is typing. May be empty.
+    void onLine(std::function<void()> makeRoom) { mMakeRoom = std::move(makeRoom); }
+
+  private:
+    void write(const std::string& line) const;
+
+    const bool mJson;
+    std::function<void()> mMakeRoom;
+};

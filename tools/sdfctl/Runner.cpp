@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/sdfctl/Runner.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "tools/sdfctl/Commands.h"
+
+namespace {
+
+// Standard input, line by line.
+class Input {
+  public:
+    // Returns false at the end. Prints events while it waits.
+    bool nextLine(Session& session, std::string& line) {
+        for (;;) {
+            const size_t end = mRest.find('\n');
+            if (end != std::string::npos || (mEnded && !mRest.empty())) {
+                line = mRest.substr(0, end);
+                mRest.erase(0, end == std::string::npos ? end : end + 1);
+                return true;
+            }
+            if (mEnded) return false;
+            session.waitForInput(STDIN_FILENO);
+            readSome();
+        }
+    }
+
+  private:
+    void readSome() {
+        char text[4096];
+        const ssize_t length = read(STDIN_FILENO, text, sizeof text);
+        if (length < 0 && errno != EINTR && errno != EAGAIN) {
+            throw std::system_error(errno, std::generic_category(), "standard input");
+        }
+        if (length > 0) mRest.append(text, static_cast<size_t>(length));
+        mEnded = length == 0;
+    }
+
+    std::string mRest;
+    bool mEnded = false;
+};
+
+void runLines(Session& session) {
+    Input input;
+    std::string line;
+    for (int number = 1; input.nextLine(session, line); ++number) {
+        try {
+            runWords(session, splitLine(line));
+        } catch (const UsageError& error) {
+            throw UsageError("line " + std::to_string(number) + ": " + error.what());
+        }
+    }
+}
+
+// Runs it, then destroys the client.
+template <typename Body>
+int runToTheEnd(Session& session, const Body& body) {
+    try {
+        body();
+    } catch (const Quit&) {
+    } catch (const UsageError& error) {
+        session.complain(kExitUsage, error.what());
+    } catch (const NotUp& error) {
+        session.complain(kExitNotUp, error.what());
+    } catch (const Interrupted& interrupted) {
+        // Destroying can take long; whoever asks once more does not want to wait for it.
+        Waiter::letGo();
+        session.finish();
+        return kExitSignal + interrupted.signal;
+    }
+    session.finish();
+    return session.exitStatus();
+}
+
+}  // namespace
+
+void runWords(Session& session, const std::vector<std::string>& words) {
+    for (const Action& action : readCommands(words)) action(session);
+}
+
+int runCommands(Session& session, const std::vector<std::string>& words) {
+    return runToTheEnd(session, [&] { runWords(session, words); });
+}
+
+int runScript(Session& session) {
+    return runToTheEnd(session, [&] { runLines(session); });
+}

@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/sdfctl/Session.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <thread>
+
+#include "tools/sdfctl/Callbacks.h"
+
+namespace {
+
+constexpr double kAskAgainSeconds = 4;  // longer than one of the library's attempts
+constexpr double kQuietSeconds = 0.2;   // after which a list counts as complete
+constexpr size_t kMostUnclaimed = 10000;
+
+std::string secondsText(double seconds) {
+    char text[40];
+    snprintf(text, sizeof text, "%g s", seconds);
+    return text;
+}
+
+// body() again while it returns `code` and that may be because the library has yet to take note of
+// a filter, which it does as soon as it gets to run.
+long long retryWhile(const std::function<long long()>& body, long long code,
+                     const std::function<bool()>& isEarly) {
+    constexpr double kNoteSeconds = 1;
+    const Time end = inSeconds(kNoteSeconds);
+    long long result = body();
+    while (result == code && isEarly() && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        result = body();
+    }
+    return result;
+}
+
+}  // namespace
+
+Session::Session(const Settings& settings)
+    : mSettings(settings), mPrinter(settings.json), mWaiter(callbacks::events().fd()) {}
+
+long long Session::call(const std::string& function, const Fields& arguments,
+                        const std::function<long long()>& body) {
+    drain();
+    const long long result = body();
+    mPrinter.print(Call{function, arguments, result, sdfStatusV2Text(result)});
+    if (result < 0) fail(kExitCallFailed);
+    drain();
+    return result;
+}
+
+long long Session::callOlder(const std::string& function, const std::function<long long()>& body) {
+    drain();
+    const long long result = body();
+    mPrinter.print(Call{function, {}, result, result == 1 ? "success" : "failure"});
+    if (result != 1) fail(kExitCallFailed);
+    drain();
+    return result;
+}
+
+void Session::create(bool nullCallback) {
+    const SdfStatusV2Cb cb = nullCallback ? nullptr : callbacks::onStatus;
+    asking();
+    if (call("createSdfClient", {}, [&] { return createSdfClient(cb); }) == 0) mHasClient = true;
+}
+
+void Session::asking() {
+    mChosen = true;
+    if (!mHasClient) clientGone();  // what the last one was told too late is not for this one
+    if (!mUp) mTold.reset();
+}
+
+void Session::clientGone() {
+    mChosen = true;
+    mHasClient = false;
+    mUp = false;
+    mWasUp = false;
+    mTold.reset();
+    mFilters.clear();
+}
+
+void Session::ready() {
+    if (mSettings.manual) return;
+    if (!mHasClient && !mChosen) create(false);
+    if (!mHasClient) return;  // as the user wants it; the request's result will say so
+    drain();
+    if (mSettings.wait) {
+        keepAsking();
+    } else if (!mWasUp) {
+        waitForService();
+    }
+}
+
+void Session::waitForService() {
+    if (waitUntil(inSeconds(mSettings.timeout), [&] { return mUp || mTold; }) && mUp) return;
+    const std::string why = mTold ? "the service is not up: its status is " + *mTold
+                                  : "the service is not up after " + secondsText(mSettings.timeout);
+    throw NotUp(why + " (\"sdfctl doctor\" tells why)");
+}
+
+void Session::keepAsking() {
+    const std::optional<Time> end =
+        *mSettings.wait > 0 ? std::optional<Time>(inSeconds(*mSettings.wait)) : std::nullopt;
+    while (!mUp) {
+        const Time next = inSeconds(kAskAgainSeconds);
+        if (waitUntil(end ? std::min(*end, next) : next, [&] { return mUp; })) return;
+        if (end && std::chrono::steady_clock::now() >= *end) {
+            throw NotUp("the service is not up after " + secondsText(*mSettings.wait) +
+                        " (\"sdfctl doctor\" tells why)");
+        }
+        create(false);
+    }
+}
+
+long long Session::retryWhileFresh(unsigned int id, const std::function<long long()>& body) {
+    const long long result =
+        retryWhile(body, SDF_V2_INVALID_ARG, [&] { return mFilters.isFresh(id); });
+    mFilters.settled(id);
+    return result;
+}
+
+long long Session::retryWhileNoneKnown(const std::function<long long()>& body) {
+    const long long result =
+        retryWhile(body, SDF_V2_INVALID_OPERATION, [&] { return mFilters.hasFresh(); });
+    mFilters.settleAll();
+    return result;
+}
+
+bool Session::expect(const std::string& name, const Test& test) {
+    if (waitUntil(inSeconds(mSettings.timeout), [&] { return takeEvent(name, test); })) return true;
+    complain(kExitNoAnswer, "no event \"" + name + "\" within " + secondsText(mSettings.timeout));
+    return false;
+}
+
+void Session::expectAnswer(const std::string& name, const Test& test) {
+    if (mSettings.answers) expect(name, test);
+}
+
+void Session::expectAnswers(const std::string& name, size_t expected, bool first) {
+    if (!mSettings.answers) return;
+    if (first && !expect(name)) return;
+    for (size_t count = first ? 1 : 0; expected == 0 || count < expected; ++count) {
+        if (!waitUntil(inSeconds(kQuietSeconds), [&] { return takeEvent(name, {}); })) return;
+    }
+}
+
+void Session::expectStatus(bool up) {
+    const auto asWanted = [&] { return up ? mUp : mHasClient && !mUp && mTold; };
+    if (waitUntil(inSeconds(mSettings.timeout), asWanted)) return;
+    complain(kExitNotUp, std::string("the service is not ") + (up ? "up" : "down") + " after " +
+                             secondsText(mSettings.timeout));
+}
+
+void Session::pause(double seconds) {
+    waitUntil(inSeconds(seconds), [] { return false; });
+}
+
+bool Session::waitUntil(std::optional<Time> end, const std::function<bool()>& done) {
+    for (;;) {
+        drain();
+        if (done()) return true;
+        if (mWaiter.wait(end) == Waiter::Woken::kTime) return false;
+    }
+}
+
+void Session::waitForInput(int fd) {
+    for (;;) {
+        drain();
+        if (mWaiter.wait(std::nullopt, fd) == Waiter::Woken::kInput) return;
+    }
+}
+
+void Session::drain() {
+    for (const Event& event : callbacks::events().take()) {
+        mPrinter.print(event);
+        note(event);
+    }
+}
+
+void Session::note(const Event& event) {
+    mFilters.note(event);
+    const bool older = event.name == "legacy-status";
+    if (older || event.name == "status") {
+        const long long up{older ? int{SDF_STATUS_SERVICE_UP} : int{SDF_V2_SERVICE_UP}};
+        mUp = event.number("status") == up;
+        mWasUp = mWasUp || mUp;
+        mTold = event.fields.front().shown;
+    }
+    if (event.name == "filter-added" && event.number("status") > SDF_FILTER_ACTIVE) {
+        fail(kExitCallFailed);
+    }
+    mUnclaimed.push_back(event);
+    if (mUnclaimed.size() > kMostUnclaimed) mUnclaimed.pop_front();
+}
+
+bool Session::takeEvent(const std::string& name, const Test& test) {
+    const auto found = std::find_if(mUnclaimed.begin(), mUnclaimed.end(), [&](const Event& event) {
+        return event.name == name && (!test || test(event));
+    });
+    if (found == mUnclaimed.end()) return false;
+    mUnclaimed.erase(found);
+    return true;
+}
+
+void Session::finish() {
+    if (!mHasClient) return;
+    if (call("destroySdfClient", {}, destroySdfClient) == 0) clientGone();
+}
+
+void Session::printStatus() {
+    drain();
+    const std::string service = mTold ? *mTold : "not heard of";
+    std::string filters;
+    for (const unsigned int id : mFilters.confirmed()) filters += " " + std::to_string(id);
+    mPrinter.print(std::string("client: ") + (mHasClient ? "yes" : "no") + "\nservice: " + service +
+                       "\nfilters:" + (filters.empty() ? " none" : filters),
+                   {{"status",
+                     {{"client", mHasClient},
+                      {"up", mUp},
+                      {"told", mTold ? nlohmann::ordered_json(*mTold) : nlohmann::ordered_json()},
+                      {"filters", mFilters.confirmed()}}}});
+}
+
+void Session::printHelp(const std::string& text) const {
+    fprintf(mSettings.json ? stderr : stdout, "%s\n", text.c_str());
+}
+
+void Session::fail(ExitStatus status) {
+    if (mExitStatus == kExitSuccess) mExitStatus = status;
+}
+
+void Session::complain(ExitStatus status, const std::string& message) {
+    fprintf(stderr, "sdfctl: %s\n", message.c_str());
+    fail(status);
+}

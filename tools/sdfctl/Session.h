@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "tools/sdfctl/FilterBook.h"
+#include "tools/sdfctl/Printer.h"
+#include "tools/sdfctl/Waiter.h"
+
+// The statuses that the process ends with.
+enum ExitStatus {
+    kExitSuccess = 0,
+    kExitCallFailed = 1,
+    kExitUsage = 2,
+    kExitNotUp = 3,
+    kExitNoAnswer = 4,
+    kExitSignal = 128,  // plus the signal's number
+};
+
+// Thrown when the service is not up in time.
+struct NotUp : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct Settings {
+    bool json = false;
+    bool manual = false;         // no client is made, and nothing is waited for, unasked
+    bool answers = true;         // requests that are answered wait for it
+    double timeout = 5;          // seconds for the service to come up, and for each event
+    std::optional<double> wait;  // seconds to keep asking for the service
+};
+
+// One run: issues the calls, prints them and the events, and knows what they have told. All of it
+// happens on the main thread; the library's threads only put events into the queue.
+class Session {
+  public:
+    explicit Session(const Settings& settings);
+
+    const Settings& settings() const { return mSettings; }
+    Printer& printer() { return mPrinter; }
+    FilterBook& filters() { return mFilters; }
+
+    // Calls the library, after the events that came before, and prints the call. A negative result
+    // counts as a failure. Returns the result.
+    long long call(const std::string& function, const Fields& arguments,
+                   const std::function<long long()>& body);
+    // The same for functions that return 1 for success and 0 for failure.
+    long long callOlder(const std::string& function, const std::function<long long()>& body);
+
+    // createSdfClient(), with the callback or a null one.
+    void create(bool nullCallback);
+    // For the others of the lifecycle: before one that makes a client, and after one has.
+    void asking();
+    void clientMade() { mHasClient = true; }
+    void clientGone();
+
+    // Makes the client, and waits for the service, as far as the settings ask for it. To be called
+    // before each request. Throws NotUp.
+    void ready();
+
+    // Issues a call that names a filter: body() again for as long as it returns -2 because the
+    // library has not yet taken note of the filter.
+    long long retryWhileFresh(unsigned int id, const std::function<long long()>& body);
+    // The same for a call that names all filters, and returns -5 because the library knows of none.
+    long long retryWhileNoneKnown(const std::function<long long()>& body);
+
+    using Test = std::function<bool(const Event&)>;
+    // Waits for an event that nobody has waited for yet, and counts the failure when it does not
+    // come in time. test: none accepts all.
+    bool expect(const std::string& name, const Test& test = {});
+    // The same for the answer to a request, unless the settings say not to wait for answers.
+    void expectAnswer(const std::string& name, const Test& test);
+    // The same for an answer of several events: waits until there have been `expected`, or they
+    // cease to come. first: whether one has to come.
+    void expectAnswers(const std::string& name, size_t expected, bool first);
+    // Waits until the service is up, or down; counts the failure when that does not happen in time.
+    void expectStatus(bool up);
+    void pause(double seconds);
+
+    // Prints events as they come, until the descriptor can be read.
+    void waitForInput(int fd);
+    // Prints the events that have come.
+    void drain();
+
+    // Destroys the client, if there is one.
+    void finish();
+
+    // What is known of client and service.
+    void printStatus();
+    // Text for people: goes to standard error when standard output is for programs.
+    void printHelp(const std::string& text) const;
+
+    // Notes that something went wrong; the first one counts.
+    void fail(ExitStatus status);
+    // Says what went wrong, on standard error.
+    void complain(ExitStatus status, const std::string& message);
+    int exitStatus() const { return mExitStatus; }
+
+  private:
+    bool waitUntil(std::optional<Time> end, const std::function<bool()>& done);
+    void waitForService();
+    void keepAsking();
+    bool takeEvent(const std::string& name, const Test& test);
+    void note(const Event& event);
+
+    const Settings mSettings;
+    Printer mPrinter;
+    Waiter mWaiter;
+    FilterBook mFilters;
+    std::deque<Event> mUnclaimed;  // that nobody has waited for yet
+    bool mHasClient = false;
+    bool mChosen = false;  // the user, or ready(), has made or destroyed a client
+    bool mUp = false;
+    bool mWasUp = false;               // since the client was made
+    std::optional<std::string> mTold;  // the latest status, since the service was last asked for
+    int mExitStatus = kExitSuccess;
+};

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+
+#include "tools/sdfctl/Requests.h"
+
+namespace {
+
+const std::vector<std::string>& waitedFor() {
+    static const std::vector<std::string> names{
+        "up",          "down",         "status",        "legacy-status",
+        "levels",      "filter-added", "filter-listed", "filter-status",
+        "auto-filter", "queue-report", "queue-answer"};
+    return names;
+}
+
+constexpr int64_t kMostMilliseconds = 1000 * 3600 * 24;
+
+void waitFor(Session& session, const std::string& what) {
+    int64_t milliseconds = 0;
+    if (readNumber(what, 0, kMostMilliseconds, milliseconds)) {
+        session.pause(static_cast<double>(milliseconds) / 1000);
+    } else if (what == "up" || what == "down") {
+        session.expectStatus(what == "up");
+    } else {
+        session.expect(what);
+    }
+}
+
+bool isWaitedFor(const std::string& text) {
+    int64_t ignored = 0;
+    const std::vector<std::string>& names = waitedFor();
+    return readNumber(text, 0, kMostMilliseconds, ignored) ||
+           std::find(names.begin(), names.end(), text) != names.end();
+}
+
+Action wait(Arguments& arguments) {
+    const auto what = valuesOf<std::string>();
+    std::string names;
+    for (const std::string& name : waitedFor()) names += (names.empty() ? "" : ", ") + name;
+    arguments.text("WHAT", *what, waitedFor(), "a number of milliseconds or one of " + names,
+                   "Milliseconds, or one of " + names, isWaitedFor);
+    return [what](Session& session) { waitFor(session, *what); };
+}
+
+Action sleepFor(Arguments& arguments) {
+    const auto milliseconds = valuesOf<uint32_t>();
+    arguments.number("MS", *milliseconds, "Milliseconds");
+    return [milliseconds](Session& session) { session.pause(*milliseconds / 1000.0); };
+}
+
+Action status(Arguments&) {
+    return [](Session& session) { session.printStatus(); };
+}
+
+Action help(Arguments& arguments) {
+    const auto name = valuesOf<std::string>();
+    std::vector<std::string> names;
+    for (const Command& command : commands()) names.emplace_back(command.name);
+    arguments.optionalText("COMMAND", *name, names, "What to explain");
+    return [name](Session& session) {
+        const Command* const command = findCommand(*name);
+        if (command == nullptr && !name->empty()) {
+            throw UsageError("help: \"" + *name + "\" is not a command");
+        }
+        session.printHelp(command == nullptr ? helpOfAll() : helpOf(*command));
+    };
+}
+
+Action quit(Arguments&) {
+    return [](Session&) { throw Quit{}; };
+}
+
+}  // namespace
+
+std::vector<Command> sessionCommands() {
+    return {
+        {"wait", "Wait for an event, or for milliseconds, printing what comes", wait},
+        {"sleep", "Wait for milliseconds, printing what comes", sleepFor},
+        {"status", "Tell what is known of client, service and filters", status},
+        {"help", "List the commands, or explain one", help},
+        {"quit", "End, as at the end of the input", quit},
+    };
+}

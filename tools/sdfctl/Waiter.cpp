@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/sdfctl/Waiter.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+namespace {
+
+sigset_t endSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
+int takeSignals() {
+    const sigset_t signals = endSignals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    const int fd = signalfd(-1, &signals, SFD_CLOEXEC);
+    if (fd < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
+    return fd;
+}
+
+int millisecondsUntil(std::optional<Time> end) {
+    constexpr int kMost = 3600 * 1000;  // whoever wakes up too early waits again
+    if (!end) return -1;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(*end - std::chrono::steady_clock::now());
+    return static_cast<int>(std::clamp<long long>(left.count(), 0, kMost));
+}
+
+}  // namespace
+
+Time inSeconds(double seconds) {
+    constexpr double kMost = 100.0 * 365 * 24 * 3600;
+    const std::chrono::duration<double> length(std::min(seconds, kMost));
+    return std::chrono::steady_clock::now() +
+           std::chrono::duration_cast<std::chrono::steady_clock::duration>(length);
+}
+
+Waiter::Waiter(int events) : mEvents(events), mSignals(takeSignals()) {}
+
+Waiter::~Waiter() {
+    close(mSignals);
+}
+
+Waiter::Woken Waiter::wait(std::optional<Time> end, int input) const {
+    pollfd waited[] = {{mSignals, POLLIN, 0}, {mEvents, POLLIN, 0}, {input, POLLIN, 0}};
+    for (;;) {
+        if (poll(waited, 3, millisecondsUntil(end)) < 0 && errno != EINTR) {
+            throw std::system_error(errno, std::generic_category(), "poll");
+        }
+        signalfd_siginfo got{};
+        if ((waited[0].revents & POLLIN) != 0 && read(mSignals, &got, sizeof got) == sizeof got) {
+            throw Interrupted{static_cast<int>(got.ssi_signo)};
+        }
+        if (waited[1].revents != 0) return Woken::kEvents;
+        if (waited[2].revents != 0) return Woken::kInput;
+        if (end && std::chrono::steady_clock::now() >= *end) return Woken::kTime;
+    }
+}
+
+void Waiter::letGo() {
+    const sigset_t signals = endSignals();
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}

@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/sdfctl/Words.h"
+
+#include <lum_sdf_sdk.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+namespace {
+
+Words makeAppTypeWords() {
+    Words words{{"unspecified", SDF_APP_TYPE_UNSPECIFIED},
+                {"highest", SDF_APP_TYPE_TRAFFIC_PRIO_HIGHEST}};
+    for (int32_t n = SDF_APP_TYPE_TRAFFIC_PRIO_2; n <= SDF_APP_TYPE_TRAFFIC_PRIO_31; ++n) {
+        words.push_back({"priority-" + std::to_string(n), n});
+    }
+    words.push_back({"best-effort", SDF_APP_TYPE_TRAFFIC_PRIO_BE});
+    return words;
+}
+
+}  // namespace
+
+const Words& slotWords() {
+    static const Words words{{"unspecified", SDF_SLOT_ID_UNSPECIFIED},
+                             {"first", SDF_SLOT_ID_FIRST},
+                             {"second", SDF_SLOT_ID_SECOND}};
+    return words;
+}
+
+const Words& levelWords() {
+    static const Words words{{"level-1", SDF_LATENCY_LVL_1}, {"level-2", SDF_LATENCY_LVL_2},
+                             {"level-3", SDF_LATENCY_LVL_3}, {"level-4", SDF_LATENCY_LVL_4},
+                             {"level-5", SDF_LATENCY_LVL_5}, {"level-6", SDF_LATENCY_LVL_6}};
+    return words;
+}
+
+const Words& oodWords() {
+    static const Words words{{"unspecified", SDF_OOD_UNSPECIFIED_LVL},
+                             {"enabled", SDF_OOD_ENABLED_LVL},
+                             {"disabled", SDF_OOD_DISABLED_LVL}};
+    return words;
+}
+
+const Words& protocolWords() {
+    static const Words words{{"none", SDF_PROTOCOL_NONE},
+                             {"tcp", SDF_PROTOCOL_TCP},
+                             {"udp", SDF_PROTOCOL_UDP},
+                             {"tcpudp", SDF_PROTOCOL_TCPUDP}};
+    return words;
+}
+
+const Words& appTypeWords() {
+    static const Words words = makeAppTypeWords();
+    return words;
+}
+
+const Words& filterStatusWords() {
+    static const Words words{{"pending", SDF_FILTER_PENDING},
+                             {"active", SDF_FILTER_ACTIVE},
+                             {"inactivity-timeout", SDF_FILTER_INACTIVITY_TIMEOUT},
+                             {"deleted", SDF_FILTER_DELETED},
+                             {"duplicate", SDF_FILTER_ERROR_DUPLICATE},
+                             {"limit-reached", SDF_FILTER_ERROR_LIMIT_REACHED},
+                             {"invalid-arguments", SDF_FILTER_ERROR_INVALID_ARGS},
+                             {"internal-error", SDF_FILTER_ERROR_INTERNAL},
+                             {"no-permission", SDF_FILTER_ERROR_NO_PERMISSION}};
+    return words;
+}
+
+const Words& familyWords() {
+    static const Words words{
+        {"unspecified", AF_UNSPEC}, {"inet", AF_INET}, {"inet6", AF_INET6}, {"unix", AF_UNIX}};
+    return words;
+}
+
+const Words& switchWords() {
+    static const Words words{{"on", 1}, {"off", 0}};
+    return words;
+}
+
+bool readNumber(const std::string& text, int64_t lowest, int64_t highest, int64_t& value) {
+    // strtoll() would also take spaces and signs in front.
+    const size_t digits = text.rfind('-', 0) == 0 ? 1 : 0;
+    if (digits == text.size() || text[digits] < '0' || text[digits] > '9') return false;
+    const bool hexadecimal = text.compare(digits, 2, "0x") == 0;
+    char* end = nullptr;
+    errno = 0;
+    const long long number = strtoll(text.c_str(), &end, hexadecimal ? 16 : 10);
+    if (errno != 0 || end != text.c_str() + text.size()) return false;
+    if (number < lowest || number > highest) return false;
+    value = number;
+    return true;
+}
+
+bool readWord(const Words& words, const std::string& text, int32_t& value) {
+    const auto found = std::find_if(words.begin(), words.end(),
+                                    [&](const Word& word) { return word.text == text; });
+    if (found != words.end()) {
+        value = found->value;
+        return true;
+    }
+    int64_t number = 0;
+    if (!readNumber(text, INT32_MIN, INT32_MAX, number)) return false;
+    value = static_cast<int32_t>(number);
+    return true;
+}
+
+std::string wordOf(const Words& words, int32_t value) {
+    const auto found = std::find_if(words.begin(), words.end(),
+                                    [&](const Word& word) { return word.value == value; });
+    return found == words.end() ? std::to_string(value) : found->text;
+}
+
+std::string listOf(const Words& words) {
+    std::string list;
+    for (const Word& word : words) list += (list.empty() ? "" : ", ") + word.text;
+    return list;
+}

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// The words that stand for the values of the interface on the command line and in what is printed.
+
+struct Word {
+    std::string text;
+    int32_t value;
+};
+
+// The words of one kind of value. No two have the same text; of those with the same value the first
+// is the one that is printed.
+using Words = std::vector<Word>;
+
+const Words& slotWords();
+const Words& levelWords();
+const Words& oodWords();
+const Words& protocolWords();
+const Words& appTypeWords();
+const Words& filterStatusWords();
+const Words& familyWords();
+const Words& switchWords();
+
+// Reads a whole number, decimal or hexadecimal after 0x. Returns false, and leaves `value` as it
+// is, when the text is no number or the number lies outside of the two bounds, which are included.
+bool readNumber(const std::string& text, int64_t lowest, int64_t highest, int64_t& value);
+
+// Reads one of the words, or any number of 32 bits: what the library makes of a number without a
+// word is for the library to say. Returns false, and leaves `value` as it is, for other text.
+bool readWord(const Words& words, const std::string& text, int32_t& value);
+
+// The word for a value, or its number when there is none.
+std::string wordOf(const Words& words, int32_t value);
+
+// All of them, with commas between.
+std::string listOf(const Words& words);

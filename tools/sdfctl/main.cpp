@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// sdfctl: the client library's functions as commands, to try the interface or a service by hand.
+// Its help and its manual page say how it is used.
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "tools/sdfctl/Commands.h"
+#include "tools/sdfctl/Runner.h"
+#include "tools/sdfctl/Session.h"
+
+namespace {
+
+constexpr char kAbout[] =
+    R"(Tries the data service by hand: issues the functions of liblum_sdf_sdk as commands, and prints
+what each returns and each call of a callback.
+
+  sdfctl COMMAND [ARGUMENT...] [then COMMAND...]   one command, or several in one run
+  sdfctl <SCRIPT                                   those of standard input, line by line
+  sdfctl                                           at a terminal: asks for commands
+  sdfctl doctor                                    tells what keeps the service from working
+
+The client is made before the first request, which waits until the service is up, and destroyed at the
+end. A request that is answered waits for its answer.)";
+
+constexpr char kExits[] =
+    R"(Exit status: 0 all calls succeeded; 1 a call failed, or the service rejected a filter; 2 the command
+line or the script is wrong; 3 the service was not up in time; 4 an answer or an event did not come in
+time; 128 and the signal's number when ended by SIGINT or SIGTERM. The first thing that goes wrong
+counts. For those of doctor see "sdfctl doctor --help".
+
+Environment: LUM_BINDER_DIR, on Linux: the folder in which services and clients meet.)";
+
+struct Options {
+    Settings settings;
+    std::string wait;
+    std::vector<std::string> words;
+};
+
+double readSeconds(const std::string& name, const std::string& text) {
+    double seconds = 0;
+    if (!CLI::detail::lexical_cast(text, seconds) || !(seconds >= 0)) {
+        throw CLI::ValidationError(name, "\"" + text + "\" is not a number of seconds");
+    }
+    return seconds;
+}
+
+void describe(CLI::App& app, Options& options) {
+    app.prefix_command();
+    app.footer(std::string(kExits) + "\n\n" + helpOfAll());
+    app.add_flag("--json", options.settings.json,
+                 "Print one JSON object a line, and nothing else, to standard output");
+    app.add_flag("--wait{0}", options.wait,
+                 "Keep asking until the service is up; --wait=SECONDS: no longer than that");
+    app.add_option_function<std::string>(
+           "--timeout",
+           [&options](const std::string& text) {
+               options.settings.timeout = readSeconds("--timeout", text);
+           },
+           "How long to wait for the service to come up, and for each event (default: 5)")
+        ->type_name("SECONDS");
+    app.add_flag_callback(
+        "--no-answers", [&options] { options.settings.answers = false; },
+        "Do not wait for the answers to requests");
+    app.add_flag("--manual", options.settings.manual,
+                 "Make no client, and wait for no service, unless told by a command");
+}
+
+int run(const Options& options) {
+    Session session(options.settings);
+    if (!options.words.empty()) return runCommands(session, options.words);
+    return runScript(session);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+    CLI::App app(kAbout, "sdfctl");
+    Options options;
+    describe(app, options);
+    try {
+        app.parse(argc, argv);
+        if (!options.wait.empty()) options.settings.wait = readSeconds("--wait", options.wait);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kExitSuccess : kExitUsage;
+    }
+    options.words = app.remaining();
+    return run(options);
+} catch (const std::exception& error) {
+    fprintf(stderr, "sdfctl: %s\n", error.what());
+    return kExitCallFailed;
+}
