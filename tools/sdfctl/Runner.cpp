@@ -4,9 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <cstdio>
 #include <system_error>
 
 #include "tools/sdfctl/Commands.h"
+#include "tools/sdfctl/Terminal.h"
 
 namespace {
 
@@ -23,8 +26,7 @@ class Input {
                 return true;
             }
             if (mEnded) return false;
-            session.waitForInput(STDIN_FILENO);
-            readSome();
+            if (session.inputReady(STDIN_FILENO)) readSome();
         }
     }
 
@@ -43,6 +45,10 @@ class Input {
     bool mEnded = false;
 };
 
+void runWords(Session& session, const std::vector<std::string>& words) {
+    for (const Action& action : readCommands(words)) action(session);
+}
+
 void runLines(Session& session) {
     Input input;
     std::string line;
@@ -51,6 +57,34 @@ void runLines(Session& session) {
             runWords(session, splitLine(line));
         } catch (const UsageError& error) {
             throw UsageError("line " + std::to_string(number) + ": " + error.what());
+        }
+    }
+}
+
+// Whatever is wrong with one line, there is a next one.
+void askForLines(Session& session) {
+    Terminal terminal(session);
+    std::string line;
+    while (terminal.nextLine(line)) {
+        try {
+            runWords(session, splitLine(line));
+        } catch (const UsageError& error) {
+            session.complain(kExitUsage, error.what());
+        } catch (const NotUp& error) {
+            session.complain(kExitNotUp, error.what());
+        }
+    }
+}
+
+// A user's SIGINT only ends what is being waited for, or the line being typed.
+void askUntilTheEnd(Session& session) {
+    for (bool again = true; again;) {
+        try {
+            askForLines(session);
+            again = false;
+        } catch (const Interrupted& interrupted) {
+            if (interrupted.signal != SIGINT) throw;
+            fputs("\n", stderr);
         }
     }
 }
@@ -77,14 +111,15 @@ int runToTheEnd(Session& session, const Body& body) {
 
 }  // namespace
 
-void runWords(Session& session, const std::vector<std::string>& words) {
-    for (const Action& action : readCommands(words)) action(session);
-}
-
 int runCommands(Session& session, const std::vector<std::string>& words) {
     return runToTheEnd(session, [&] { runWords(session, words); });
 }
 
 int runScript(Session& session) {
     return runToTheEnd(session, [&] { runLines(session); });
+}
+
+int runTerminal(Session& session) {
+    const int status = runToTheEnd(session, [&] { askUntilTheEnd(session); });
+    return status > kExitSignal ? status : kExitSuccess;  // what went wrong has been seen
 }

@@ -13,8 +13,6 @@ int runCommands(Session& session, const std::vector<std::string>& words);
 // wrong.
 int runScript(Session& session);
 
-// The same at a terminal, where what is wrong is told and the next line asked for.
+// The same at a terminal, where what is wrong is told and the next line asked for. Returns success
+// unless ended by a signal.
 int runTerminal(Session& session);
-
-// Runs the commands of one line. Throws UsageError, NotUp, Quit, Interrupted.
-void runWords(Session& session, const std::vector<std::string>& words);

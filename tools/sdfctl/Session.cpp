@@ -162,11 +162,10 @@ bool Session::waitUntil(std::optional<Time> end, const std::function<bool()>& do
     }
 }
 
-void Session::waitForInput(int fd) {
-    for (;;) {
-        drain();
-        if (mWaiter.wait(std::nullopt, fd) == Waiter::Woken::kInput) return;
-    }
+bool Session::inputReady(int fd) {
+    const Waiter::Woken woken = mWaiter.wait(std::nullopt, fd);
+    drain();
+    return woken == Waiter::Woken::kInput;
 }
 
 void Session::drain() {

@@ -81,8 +81,9 @@ class Session {
     void expectStatus(bool up);
     void pause(double seconds);
 
-    // Prints events as they come, until the descriptor can be read.
-    void waitForInput(int fd);
+    // Waits until the descriptor can be read, which it returns true for, or events have come, which
+    // it prints.
+    bool inputReady(int fd);
     // Prints the events that have come.
     void drain();
 

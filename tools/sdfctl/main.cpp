@@ -3,8 +3,6 @@
 // sdfctl: the client library's functions as commands, to try the interface or a service by hand.
 // Its help and its manual page say how it is used.
 
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <limits>
@@ -12,8 +10,10 @@
 #include <vector>
 
 #include "tools/sdfctl/Commands.h"
+#include "tools/sdfctl/Doctor.h"
 #include "tools/sdfctl/Runner.h"
 #include "tools/sdfctl/Session.h"
+#include "tools/sdfctl/Terminal.h"
 
 namespace {
 
@@ -73,9 +73,15 @@ void describe(CLI::App& app, Options& options) {
 }
 
 int run(const Options& options) {
-    Session session(options.settings);
+    if (!options.words.empty() && options.words[0] == "doctor") {
+        return runDoctor({options.words.begin() + 1, options.words.end()}, options.settings);
+    }
+    const bool atTerminal = options.words.empty() && Terminal::isThere();
+    Settings settings = options.settings;
+    if (atTerminal) settings.answers = false;  // the user sees them come
+    Session session(settings);
     if (!options.words.empty()) return runCommands(session, options.words);
-    return runScript(session);
+    return atTerminal ? runTerminal(session) : runScript(session);
 }
 
 }  // namespace
@@ -92,6 +98,8 @@ int main(int argc, char** argv) try {
     }
     options.words = app.remaining();
     return run(options);
+} catch (const Interrupted& interrupted) {
+    return kExitSignal + interrupted.signal;
 } catch (const std::exception& error) {
     fprintf(stderr, "sdfctl: %s\n", error.what());
     return kExitCallFailed;

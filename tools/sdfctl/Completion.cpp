@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/sdfctl/Completion.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "tools/sdfctl/Commands.h"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+using Argument = Arguments::Argument;
+
+// The words of the text, the last of which is the one being typed.
+Texts wordsOf(const std::string& text) {
+    std::istringstream stream(text);
+    Texts words;
+    for (std::string word; stream >> word;) words.push_back(word);
+    if (text.empty() || text.back() == ' ') words.emplace_back();
+    return words;
+}
+
+// What is being typed belongs to the last command.
+Texts lastCommand(const Texts& words) {
+    const auto then = std::find(words.rbegin() + 1, words.rend(), "then");
+    return {then.base(), words.end()};
+}
+
+Texts commandNames() {
+    Texts names;
+    for (const Command& command : commands()) names.emplace_back(command.name);
+    return names;
+}
+
+const Argument* findOption(const std::vector<Argument>& all, const std::string& name) {
+    const auto found = std::find_if(all.begin(), all.end(), [&](const Argument& argument) {
+        return argument.isOption() && argument.name == name;
+    });
+    return found == all.end() ? nullptr : &*found;
+}
+
+const Argument* positional(const std::vector<Argument>& all, size_t index) {
+    for (const Argument& argument : all) {
+        if (!argument.isOption() && index-- == 0) return &argument;
+    }
+    return nullptr;
+}
+
+// The argument whose value is being typed; null when there is none to be typed. words: of one
+// command, with its name.
+const Argument* argumentAt(const std::vector<Argument>& all, const Texts& words) {
+    size_t positionals = 0;
+    for (size_t i = 1; i + 1 < words.size(); ++i) {
+        const Argument* const option = findOption(all, words[i]);
+        if (option == nullptr) {
+            ++positionals;
+        } else if (option->takesValue && ++i + 1 == words.size()) {
+            return option;
+        }
+    }
+    return positional(all, positionals);
+}
+
+Texts valuesOf(const Argument& argument, const std::vector<unsigned int>& filters) {
+    if (!argument.isFilter) return argument.words;
+    Texts values{"last"};
+    for (const unsigned int filter : filters) values.push_back(std::to_string(filter));
+    return values;
+}
+
+// Everything that may stand where the last word does. words: of one command, with its name.
+Texts everythingFor(const Texts& words, const std::vector<unsigned int>& filters) {
+    if (words.size() == 1) return commandNames();
+    const Command* const command = findCommand(words[0]);
+    if (command == nullptr) return {};
+    CLI::App app;
+    Arguments arguments(app);
+    (void)command->declare(arguments);
+    const Argument* const argument = argumentAt(arguments.all(), words);
+    if (argument != nullptr && argument->isOption()) return valuesOf(*argument, filters);
+    Texts all;
+    if (argument != nullptr) all = valuesOf(*argument, filters);
+    for (const Argument& option : arguments.all()) {
+        if (option.isOption()) all.push_back(option.name);
+    }
+    all.emplace_back("then");
+    return all;
+}
+
+}  // namespace
+
+Completion complete(const std::string& text, const std::vector<unsigned int>& filters) {
+    const Texts words = lastCommand(wordsOf(text));
+    Completion completion{words.back(), {}};
+    for (const std::string& word : everythingFor(words, filters)) {
+        if (word.rfind(completion.typed, 0) == 0) completion.candidates.push_back(word);
+    }
+    return completion;
+}
+
+std::string commonStart(const Texts& candidates) {
+    if (candidates.empty()) return "";
+    std::string common = candidates.front();
+    for (const std::string& candidate : candidates) {
+        const auto end =
+            std::mismatch(common.begin(), common.end(), candidate.begin(), candidate.end());
+        common.erase(end.first, common.end());
+    }
+    return common;
+}

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+// What can be typed next.
+struct Completion {
+    std::string typed;                    // of the word that is being typed; may be empty
+    std::vector<std::string> candidates;  // whole words that begin with it
+};
+
+// Completes the last word of the text in front of the cursor: a command, an option, one of the
+// words that an argument takes, or one of the filters.
+Completion complete(const std::string& text, const std::vector<unsigned int>& filters);
+
+// What all candidates begin with.
+std::string commonStart(const std::vector<std::string>& candidates);

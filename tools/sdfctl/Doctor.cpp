@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/sdfctl/Doctor.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+
+#include "tools/sdfctl/Callbacks.h"
+#include "tools/sdfctl/Printer.h"
+#include "tools/sdfctl/ServiceProbe.h"
+#include "tools/sdfctl/Session.h"
+#include "tools/sdfctl/SocketFolderCheck.h"
+
+namespace {
+
+constexpr char kAbout[] =
+    R"(Tells what stands between this program and a working service. It takes the steps that the library
+takes, one after the other, as a client of its own, and ends at the first that fails:
+  folder    on Linux: the folder in which services and clients meet can be used
+  service   somebody serves the service's name
+  callback  the service accepts a callback object
+  send      the service accepts a message: the request to serve this client
+  up        the service then says that it is up
+  answer    the service answers a request that changes nothing
+  library   the library, asked to make a client, is told that the service is up)";
+
+constexpr char kExits[] =
+    R"(Exit status: 0 everything works; otherwise the step that failed: 10 folder, 11 service, 12 callback,
+13 send, 14 up, 15 answer, 16 library. 2 when the command line is wrong.)";
+
+struct Step {
+    const char* name;
+    int exitStatus;
+    const char* went;    // what to say when it went well
+    const char* advice;  // what to do when it did not
+};
+
+constexpr Step kFolder{
+    "folder", 10, "can be used",
+    "Make it this user's alone (chmod 700), or set LUM_BINDER_DIR to another folder, here and for "
+    "the service."};
+constexpr Step kService{
+    "service", 11, "somebody serves the name vendor.orn.data.lumservice.ILumService",
+    "Start it: on Linux lum_sdf_emulator, as this user and with the same LUM_BINDER_DIR. On a "
+    "device, see whether it runs, and whether this program may look it up."};
+constexpr Step kCallback{
+    "callback", 12, "the service accepts a callback object",
+    "The library goes on without being told, but no status and no answer will reach it. The "
+    "service's log should say why; it may not serve this user."};
+constexpr Step kSend{
+    "send", 13, "the service accepts the request to serve this client",
+    "The library tells of refused messages with status -3. The service's log should say why; it may "
+    "not know this feature, or not serve this user."};
+constexpr Step kUp{
+    "up", 14, "the service says that it is up",
+    "Until it does, the library refuses all requests with -8. The service runs, but is not ready, or "
+    "not willing: wait, or look into its log."};
+constexpr Step kAnswer{"answer", 15, "the service answers a request",
+                       "It takes requests and leaves them without an answer: look into its log."};
+constexpr Step kLibrary{"library", 16, "the library is told that the service is up",
+                        "The service itself works, as seen above: look into the library's log."};
+
+// Goes through the steps and prints how each went.
+class Doctor {
+  public:
+    explicit Doctor(const Settings& settings) : mSettings(settings), mPrinter(settings.json) {}
+
+    // Returns the exit status.
+    int run() {
+        if (checkFolder() && checkService()) check(kLibrary, libraryTrouble());
+        return mExitStatus;
+    }
+
+  private:
+    bool checkFolder() {
+        const SocketFolderCheck folder = checkSocketFolder();
+        const std::string& trouble = folder.trouble;
+        return check(kFolder, trouble.empty() ? "" : folder.path + ": " + trouble,
+                     folder.path + " " + kFolder.went);
+    }
+
+    bool checkService() {
+        ServiceProbe probe(mSettings.timeout);
+        const bool works = check(kService, probe.find()) &&
+                           check(kCallback, probe.registerCallback()) &&
+                           check(kSend, probe.sendEnable()) && check(kUp, probe.waitForUp()) &&
+                           check(kAnswer, probe.askForFilters());
+        // The thread of a call that does not return would be in the way of an ordinary end.
+        if (probe.isStuck()) _exit(mExitStatus);  // what was printed is out
+        if (works) (void)probe.sendDisable();
+        return works;
+    }
+
+    std::string libraryTrouble() const {
+        const Waiter waiter(callbacks::events().fd());
+        const long long made = createSdfClient(callbacks::onStatus);
+        if (made != SDF_V2_SUCCESS) return "createSdfClient() returned " + std::to_string(made);
+        const std::string trouble = statusTrouble(waiter);
+        destroySdfClient();
+        return trouble;
+    }
+
+    std::string statusTrouble(const Waiter& waiter) const {
+        const Time end = inSeconds(mSettings.timeout);
+        while (waiter.wait(end) == Waiter::Woken::kEvents) {
+            for (const Event& event : callbacks::events().take()) {
+                if (event.number("status") == SDF_V2_SERVICE_UP) return "";
+                return "it is told " + shown(event.fields, " ");
+            }
+        }
+        return "it is told nothing";
+    }
+
+    bool check(const Step& step, const std::string& trouble) {
+        return check(step, trouble, step.went);
+    }
+    // trouble: empty when the step went well; went: what to say then. Returns whether it did.
+    bool check(const Step& step, const std::string& trouble, const std::string& went) {
+        const bool ok = trouble.empty();
+        std::string name = std::string(step.name) + ":";
+        nlohmann::ordered_json object = {{"step", step.name}, {"ok", ok}};
+        object["detail"] = ok ? went : trouble;
+        object["advice"] = ok ? nlohmann::ordered_json() : nlohmann::ordered_json(step.advice);
+        name.resize(10, ' ');
+        mPrinter.print(ok ? "ok      " + name + went
+                          : "failed  " + name + trouble + "\n        " + step.advice,
+                       object);
+        if (!ok) mExitStatus = step.exitStatus;
+        return ok;
+    }
+
+    const Settings mSettings;
+    const Printer mPrinter;
+    int mExitStatus = kExitSuccess;
+};
+
+}  // namespace
+
+int runDoctor(std::vector<std::string> words, Settings settings) {
+    CLI::App app(kAbout, "sdfctl doctor");
+    app.footer(kExits);
+    app.add_flag("--json", settings.json, "Print one JSON object a step");
+    std::reverse(words.begin(), words.end());  // as CLI11 takes them
+    try {
+        app.parse(words);
+    } catch (const CLI::CallForHelp& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        fprintf(stderr, "sdfctl: doctor: %s\n", error.what());
+        return kExitUsage;
+    }
+    return Doctor(settings).run();
+}

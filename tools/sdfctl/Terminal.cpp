@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/sdfctl/Terminal.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <utility>
+
+#include "tools/sdfctl/Completion.h"
+
+namespace {
+
+constexpr int kHistoryLines = 1000;
+
+// In the folder where programs keep such things; empty when it cannot be had.
+std::string historyFile() {
+    const char* const state = getenv("XDG_STATE_HOME");
+    const char* const home = getenv("HOME");
+    std::filesystem::path folder;
+    if (state != nullptr && *state != '\0') {
+        folder = state;
+    } else if (home != nullptr && *home != '\0') {
+        folder = std::filesystem::path(home) / ".local" / "state";
+    } else {
+        return "";
+    }
+    folder /= "sdfctl";
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    return error ? "" : (folder / "history").string();
+}
+
+Terminal& terminalOf(EditLine* line) {
+    void* terminal = nullptr;
+    el_get(line, EL_CLIENTDATA, &terminal);
+    return *static_cast<Terminal*>(terminal);
+}
+
+void list(const std::vector<std::string>& candidates) {
+    std::string text = "\n";
+    for (const std::string& candidate : candidates) text += candidate + "  ";
+    text += "\n";
+    fputs(text.c_str(), stderr);
+}
+
+}  // namespace
+
+bool Terminal::isThere() {
+    return isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1;
+}
+
+Terminal::Terminal(Session& session)
+    : mSession(session),
+      mHistory(history_init(), history_end),
+      mLine(el_init("sdfctl", stdin, stderr, stderr), el_end),
+      mHistoryFile(historyFile()) {
+    if (!mHistory || !mLine) throw std::runtime_error("cannot edit lines at this terminal");
+    HistEvent event{};
+    history(mHistory.get(), &event, H_SETSIZE, kHistoryLines);
+    history(mHistory.get(), &event, H_SETUNIQUE, 1);
+    if (!mHistoryFile.empty()) history(mHistory.get(), &event, H_LOAD, mHistoryFile.c_str());
+    EditLine* const line = mLine.get();
+    el_set(line, EL_CLIENTDATA, this);
+    el_set(line, EL_PROMPT, prompt);
+    el_set(line, EL_SIGNAL, 1);
+    el_set(line, EL_EDITOR, "emacs");
+    el_set(line, EL_HIST, history, mHistory.get());
+    el_set(line, EL_GETCFN, readCharacter);
+    el_set(line, EL_ADDFN, "complete-word", "Completes the word before the cursor", completeWord);
+    el_set(line, EL_BIND, "^I", "complete-word", nullptr);
+    el_source(line, nullptr);
+    mSession.printer().onLine([this] { makeRoom(); });
+}
+
+Terminal::~Terminal() {
+    mSession.printer().onLine({});
+    HistEvent event{};
+    if (!mHistoryFile.empty()) history(mHistory.get(), &event, H_SAVE, mHistoryFile.c_str());
+}
+
+bool Terminal::nextLine(std::string& line) {
+    int length = 0;
+    mTyping = true;
+    const char* const text = el_gets(mLine.get(), &length);
+    mTyping = false;
+    if (mThrown) std::rethrow_exception(std::exchange(mThrown, nullptr));
+    if (text == nullptr || length <= 0) {
+        fputs("\n", stderr);
+        return false;
+    }
+    line.assign(text, static_cast<size_t>(length));
+    while (!line.empty() && line.back() == '\n') line.pop_back();
+    remember(line);
+    return true;
+}
+
+void Terminal::remember(const std::string& line) {
+    if (line.find_first_not_of(' ') == std::string::npos) return;
+    HistEvent event{};
+    history(mHistory.get(), &event, H_ENTER, line.c_str());
+}
+
+char* Terminal::prompt(EditLine*) {
+    static char text[] = "sdfctl> ";
+    return text;
+}
+
+int Terminal::readCharacter(EditLine* line, wchar_t* character) {
+    Terminal& terminal = terminalOf(line);
+    try {
+        unsigned char byte = 0;
+        do {
+            if (!terminal.waitForCharacter()) continue;
+            const ssize_t length = read(STDIN_FILENO, &byte, 1);
+            if (length == 0) return 0;
+            if (length < 0 && errno != EINTR && errno != EAGAIN) return -1;
+            // No command has letters beyond ASCII.
+            if (length == 1 && byte < 0x80) break;
+        } while (true);
+        *character = static_cast<wchar_t>(byte);
+        return 1;
+    } catch (...) {
+        terminal.mThrown = std::current_exception();
+        return -1;
+    }
+}
+
+// Prints what has come. Returns whether there is a character to read.
+bool Terminal::waitForCharacter() {
+    const bool ready = mSession.inputReady(STDIN_FILENO);
+    if (mMadeRoom) el_set(mLine.get(), EL_REFRESH);
+    mMadeRoom = false;
+    return ready;
+}
+
+void Terminal::makeRoom() {
+    if (!mTyping || mMadeRoom) return;
+    mMadeRoom = true;
+    fputs("\r\033[K", stderr);  // erases the line
+}
+
+unsigned char Terminal::completeWord(EditLine* line, int) {
+    const LineInfo* const info = el_line(line);
+    const std::string text(info->buffer, info->cursor);
+    Terminal& terminal = terminalOf(line);
+    try {
+        const Completion found = complete(text, terminal.mSession.filters().confirmed());
+        if (found.candidates.empty()) return CC_REFRESH_BEEP;
+        std::string more = commonStart(found.candidates).substr(found.typed.size());
+        if (found.candidates.size() == 1) more += " ";
+        if (more.empty()) {
+            list(found.candidates);
+            return CC_REDISPLAY;
+        }
+        return el_insertstr(line, more.c_str()) == 0 ? CC_REFRESH : CC_REFRESH_BEEP;
+    } catch (...) {
+        terminal.mThrown = std::current_exception();
+        return CC_ERROR;
+    }
+}
