@@ -97,7 +97,7 @@ class Doctor {
         const Waiter waiter(callbacks::events().fd());
         const long long made = createSdfClient(callbacks::onStatus);
         if (made != SDF_V2_SUCCESS) return "createSdfClient() returned " + std::to_string(made);
-        const std::string trouble = statusTrouble(waiter);
+        std::string trouble = statusTrouble(waiter);
         destroySdfClient();
         return trouble;
     }

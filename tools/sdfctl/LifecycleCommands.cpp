@@ -11,11 +11,15 @@ constexpr char kNullCallback[] = "Give the library a null callback";
 Action create(Arguments& arguments) {
     const auto null = std::make_shared<bool>(false);
     arguments.flag("--null-callback", *null, kNullCallback);
-    return [null](Session& session) { session.create(*null); };
+    return [null](Session& session) {
+        session.create(*null);
+        if (session.settings().answers) session.serviceUp();
+    };
 }
 
 Action destroy(Arguments&) {
     return [](Session& session) {
+        session.leaving();
         if (session.call("destroySdfClient", {}, destroySdfClient) == 0) session.clientGone();
     };
 }
@@ -29,11 +33,13 @@ Action enable(Arguments& arguments) {
         if (session.callOlder("lum_sdf_enable", [cb] { return lum_sdf_enable(cb); }) == 1) {
             session.clientMade();
         }
+        if (session.settings().answers) session.serviceUp();
     };
 }
 
 Action disable(Arguments&) {
     return [](Session& session) {
+        session.leaving();
         if (session.callOlder("lum_sdf_disable", lum_sdf_disable) == 1) session.clientGone();
     };
 }

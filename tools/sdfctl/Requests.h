@@ -48,8 +48,8 @@ inline unsigned int idOf(Session& session, const FilterName& name) {
 inline long long requestAbout(Session& session, const FilterName& filter, const char* function,
                               const Fields& more,
                               const std::function<long long(unsigned int)>& body) {
-    session.ready();
     const unsigned int id = idOf(session, filter);
+    session.ready();
     Fields arguments{plain("filter", id)};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return session.call(function, arguments,

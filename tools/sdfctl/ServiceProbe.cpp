@@ -151,7 +151,7 @@ std::string ServiceProbe::waitForUp() {
 std::string ServiceProbe::askForFilters() {
     SdfProto::ServiceMsg request;
     request.set_event_id(SdfProto::GET_FILTERS);
-    const std::string sent = send(encode(request));
+    std::string sent = send(encode(request));
     if (!sent.empty()) return sent;
     const auto message = mParts->inbox->waitFor(SdfProto::GET_FILTER_CB, mLimit);
     return message ? "" : "it says nothing";

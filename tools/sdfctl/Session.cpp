@@ -70,7 +70,6 @@ void Session::asking() {
 }
 
 void Session::clientGone() {
-    mChosen = true;
     mHasClient = false;
     mUp = false;
     mWasUp = false;
@@ -81,7 +80,12 @@ void Session::clientGone() {
 void Session::ready() {
     if (mSettings.manual) return;
     if (!mHasClient && !mChosen) create(false);
-    if (!mHasClient) return;  // as the user wants it; the request's result will say so
+    serviceUp();
+}
+
+void Session::serviceUp() {
+    // Without a client as the user wants it; the request's result will say so.
+    if (mSettings.manual || !mHasClient) return;
     drain();
     if (mSettings.wait) {
         keepAsking();

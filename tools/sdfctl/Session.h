@@ -53,14 +53,19 @@ class Session {
 
     // createSdfClient(), with the callback or a null one.
     void create(bool nullCallback);
-    // For the others of the lifecycle: before one that makes a client, and after one has.
+    // For the others of the lifecycle: before one that makes a client, or destroys it, and after
+    // one has.
     void asking();
+    void leaving() { mChosen = true; }
     void clientMade() { mHasClient = true; }
     void clientGone();
 
     // Makes the client, and waits for the service, as far as the settings ask for it. To be called
     // before each request. Throws NotUp.
     void ready();
+
+    // Only waits.
+    void serviceUp();
 
     // Issues a call that names a filter: body() again for as long as it returns -2 because the
     // library has not yet taken note of the filter.
@@ -114,7 +119,7 @@ class Session {
     FilterBook mFilters;
     std::deque<Event> mUnclaimed;  // that nobody has waited for yet
     bool mHasClient = false;
-    bool mChosen = false;  // the user, or ready(), has made or destroyed a client
+    bool mChosen = false;  // nobody but the user makes a client from now on
     bool mUp = false;
     bool mWasUp = false;               // since the client was made
     std::optional<std::string> mTold;  // the latest status, since the service was last asked for

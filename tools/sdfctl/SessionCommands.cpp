@@ -15,14 +15,27 @@ const std::vector<std::string>& waitedFor() {
 
 constexpr int64_t kMostMilliseconds = 1000 * 3600 * 24;
 
-void waitFor(Session& session, const std::string& what) {
+struct WaitValues {
+    std::string what;
+    std::string value;  // empty: any
+};
+
+bool has(const Event& event, const std::string& value) {
+    return std::any_of(event.fields.begin(), event.fields.end(), [&](const Field& field) {
+        return field.shown == value || field.name == value || field.value.dump() == value;
+    });
+}
+
+void waitFor(Session& session, const WaitValues& values) {
     int64_t milliseconds = 0;
-    if (readNumber(what, 0, kMostMilliseconds, milliseconds)) {
+    if (readNumber(values.what, 0, kMostMilliseconds, milliseconds)) {
         session.pause(static_cast<double>(milliseconds) / 1000);
-    } else if (what == "up" || what == "down") {
-        session.expectStatus(what == "up");
+    } else if (values.what == "up" || values.what == "down") {
+        session.expectStatus(values.what == "up");
     } else {
-        session.expect(what);
+        const std::string& value = values.value;
+        session.expect(values.what,
+                       [&](const Event& event) { return value.empty() || has(event, value); });
     }
 }
 
@@ -34,12 +47,14 @@ bool isWaitedFor(const std::string& text) {
 }
 
 Action wait(Arguments& arguments) {
-    const auto what = valuesOf<std::string>();
+    const auto values = valuesOf<WaitValues>();
     std::string names;
     for (const std::string& name : waitedFor()) names += (names.empty() ? "" : ", ") + name;
-    arguments.text("WHAT", *what, waitedFor(), "a number of milliseconds or one of " + names,
+    arguments.text("WHAT", values->what, waitedFor(), "a number of milliseconds or one of " + names,
                    "Milliseconds, or one of " + names, isWaitedFor);
-    return [what](Session& session) { waitFor(session, *what); };
+    arguments.optionalText("VALUE", values->value, {},
+                           "What one of the event's values must be, such as \"deleted\"");
+    return [values](Session& session) { waitFor(session, *values); };
 }
 
 Action sleepFor(Arguments& arguments) {

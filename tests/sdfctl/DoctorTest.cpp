@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: Apache-2.0
+// "sdfctl doctor" in each situation that it tells apart.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "tests/sdfctl/Sdfctl.h"
+#include "tests/support/EmulatorProcess.h"
+#include "tests/support/SocketFolder.h"
+
+namespace {
+
+constexpr char kRefused[] = "Status(-5, EX_ILLEGAL_STATE): 'refused by a rule'";
+
+class DoctorTest : public testing::Test {
+  protected:
+    // The lines of the steps before the named one, as they are when all is well.
+    Lines linesBefore(const std::string& step) const {
+        Lines lines;
+        for (const std::string& line : mAll) {
+            if (line.rfind("ok      " + step + ":", 0) == 0) return lines;
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+    // Runs it and expects it to fail at that step.
+    void expectFailure(const std::string& step, int status, const std::string& trouble,
+                       const std::string& arguments = "doctor") const {
+        const Outcome run = runSdfctl(arguments);
+        EXPECT_EQ(run.status, status);
+        Lines expected = linesBefore(step);
+        std::string name = step + ":";
+        name.resize(10, ' ');
+        expected.push_back("failed  " + name + trouble);
+        ASSERT_EQ(run.lines.size(), expected.size() + 1);  // the advice comes last
+        for (size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(run.lines[i], expected[i]);
+        EXPECT_EQ(run.lines.back().rfind("        ", 0), 0U);
+        EXPECT_GT(run.lines.back().size(), 20U);
+    }
+
+    const SocketFolder mFolder;
+    const Lines mAll{
+        "ok      folder:   " + mFolder.path() + " can be used",
+        "ok      service:  somebody serves the name vendor.orn.data.lumservice.ILumService",
+        "ok      callback: the service accepts a callback object",
+        "ok      send:     the service accepts the request to serve this client",
+        "ok      up:       the service says that it is up",
+        "ok      answer:   the service answers a request",
+        "ok      library:  the library is told that the service is up"};
+};
+
+TEST_F(DoctorTest, EverythingWorks) {
+    EmulatorProcess emulator;
+    const Outcome run = runSdfctl("doctor");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.lines, mAll);
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_TRUE(emulator.waitForClients(0));
+}
+
+TEST_F(DoctorTest, ObjectsForPrograms) {
+    const EmulatorProcess emulator;
+    for (const char* const arguments : {"doctor --json", "--json doctor"}) {
+        const Outcome run = runSdfctl(arguments);
+        EXPECT_EQ(run.status, 0);
+        ASSERT_EQ(run.lines.size(), mAll.size());
+        for (size_t i = 0; i < run.lines.size(); ++i) {
+            const nlohmann::json object = nlohmann::json::parse(run.lines[i]);
+            EXPECT_EQ(object.size(), 4U);
+            EXPECT_EQ(object["ok"], true);
+            EXPECT_EQ(object["advice"], nullptr);
+            std::string name = object["step"].get<std::string>() + ":";
+            name.resize(10, ' ');
+            EXPECT_EQ("ok      " + name + object["detail"].get<std::string>(), mAll[i]);
+        }
+    }
+    const Outcome failed = runSdfctl("doctor --json", {}, {"LUM_BINDER_DIR=/dev/null"});
+    EXPECT_EQ(failed.status, 10);
+    ASSERT_EQ(failed.lines.size(), 1U);
+    const nlohmann::json object = nlohmann::json::parse(failed.lines[0]);
+    EXPECT_EQ(object["ok"], false);
+    EXPECT_EQ(object["step"], "folder");
+    EXPECT_EQ(object["detail"], "/dev/null: it is not a folder");
+    EXPECT_TRUE(object["advice"].is_string());
+}
+
+TEST_F(DoctorTest, FolderThatIsOpenToOthers) {
+    ASSERT_EQ(chmod(mFolder.path().c_str(), 0750), 0);
+    expectFailure("folder", 10, mFolder.path() + ": it is open to others");
+}
+
+TEST_F(DoctorTest, NobodyServesTheName) {
+    expectFailure("service", 11, "nobody serves the name vendor.orn.data.lumservice.ILumService");
+}
+
+TEST_F(DoctorTest, FolderThatDoesNotExistYet) {
+    const Outcome run = runSdfctl("doctor", {}, {"LUM_BINDER_DIR=" + mFolder.path() + "/none"});
+    EXPECT_EQ(run.status, 11);
+    EXPECT_EQ(run.lines[0], "ok      folder:   " + mFolder.path() + "/none can be used");
+}
+
+TEST_F(DoctorTest, ServiceThatHasStopped) {
+    const EmulatorProcess emulator;
+    ASSERT_EQ(kill(emulator.pid(), SIGSTOP), 0);
+    expectFailure("service", 11, "the call does not return", "--timeout 0.3 doctor");
+}
+
+TEST_F(DoctorTest, RefusedCallback) {
+    const EmulatorProcess emulator({"--rule", "on register: refuse"});
+    expectFailure("callback", 12, kRefused);
+}
+
+TEST_F(DoctorTest, RefusedSends) {
+    const EmulatorProcess emulator({"--rule", "on any: refuse"});
+    expectFailure("send", 13, kRefused);
+}
+
+TEST_F(DoctorTest, ServiceThatIsNeverUp) {
+    const EmulatorProcess emulator({"--rule", "on enable: never"});
+    expectFailure("up", 14, "it says nothing", "--timeout 2 doctor");
+}
+
+TEST_F(DoctorTest, ServiceThatSaysThatItIsDown) {
+    const EmulatorProcess emulator({"--rule", "on enable: never, status SERVICE_DOWN"});
+    expectFailure("up", 14, "its status is SERVICE_DOWN");
+}
+
+TEST_F(DoctorTest, RequestsThatAreNotAnswered) {
+    const EmulatorProcess emulator({"--rule", "on get_filters: never"});
+    expectFailure("answer", 15, "it says nothing", "--timeout 2 doctor");
+}
+
+TEST_F(DoctorTest, LibraryThatIsToldSomethingElse) {
+    const EmulatorProcess emulator({"--rule", "on enable nth 2: never, status NOT_SUPPORTED"});
+    expectFailure("library", 16, "it is told status=-4 (not supported)");
+}
+
+TEST_F(DoctorTest, LibraryThatIsToldNothing) {
+    const EmulatorProcess emulator({"--rule", "on enable nth 2: never"});
+    expectFailure("library", 16, "it is told nothing", "--timeout 2 doctor");
+}
+
+TEST_F(DoctorTest, HelpListsTheSteps) {
+    const Outcome run = runSdfctl("doctor --help");
+    EXPECT_EQ(run.status, 0);
+    std::string text;
+    for (const std::string& line : run.lines) text += line + "\n";
+    for (const char* const word : {"  folder ", "  service ", "  callback ", "  send ", "  up ",
+                                   "  answer ", "  library ", "10 folder", "16 library"}) {
+        EXPECT_NE(text.find(word), std::string::npos) << word;
+    }
+}
+
+}  // namespace

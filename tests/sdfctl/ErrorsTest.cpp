@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: Apache-2.0
+// The program given a wrong command line or script: clear errors, status 2, nothing done.
+
+#include <gtest/gtest.h>
+
+#include "tests/sdfctl/Sdfctl.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/SocketFolder.h"
+
+namespace {
+
+class ErrorsTest : public testing::Test {
+  protected:
+    const SocketFolder mFolder;
+};
+
+TEST_F(ErrorsTest, WrongCommandsDoNothing) {
+    const struct {
+        const char* arguments;
+        const char* error;
+    } kCases[] = {
+        {"foo", "sdfctl: \"foo\" is not a command (\"help\" lists them)"},
+        {"create then set-latency third 1 1",
+         "sdfctl: set-latency: SLOT: \"third\" is not a number or one of unspecified, first, "
+         "second"},
+        {"create then", "sdfctl: a command is missing after \"then\""},
+        {"update-ood last 1", "sdfctl: FILTER: no filter has been added yet"},
+        {"help foo", "sdfctl: help: \"foo\" is not a command"},
+        {"doctor now", "sdfctl: doctor: The following argument was not expected: now"},
+        {"--json foo", "sdfctl: \"foo\" is not a command (\"help\" lists them)"},
+    };
+    for (const auto& aCase : kCases) {
+        const Outcome run = runSdfctl(aCase.arguments);
+        EXPECT_EQ(run.status, 2) << aCase.arguments;
+        EXPECT_EQ(run.lines, Lines{}) << aCase.arguments;
+        EXPECT_EQ(run.errors, Lines{aCase.error});
+    }
+}
+
+TEST_F(ErrorsTest, WrongOptions) {
+    const struct {
+        const char* arguments;
+        const char* error;
+    } kCases[] = {
+        {"--timeout x create", "--timeout: \"x\" is not a number of seconds"},
+        {"--timeout -1 create", "--timeout: \"-1\" is not a number of seconds"},
+        {"--wait=x create", "--wait: \"x\" is not a number of seconds"},
+        {"--timeout nan create", "--timeout: \"nan\" is not a number of seconds"},
+    };
+    for (const auto& aCase : kCases) {
+        const Outcome run = runSdfctl(aCase.arguments);
+        EXPECT_EQ(run.status, 2) << aCase.arguments;
+        EXPECT_EQ(run.lines, Lines{}) << aCase.arguments;
+        ASSERT_FALSE(run.errors.empty());
+        EXPECT_EQ(run.errors[0], aCase.error);
+    }
+}
+
+TEST_F(ErrorsTest, WrongLineOfAScriptEndsItAndIsNamed) {
+    const Outcome run = runSdfctl("", {"# a script", "", "status", "wait 1 then foo", "status"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.lines, (Lines{"client: no", "service: not heard of", "filters: none"}));
+    EXPECT_EQ(run.errors, Lines{"sdfctl: line 4: \"foo\" is not a command (\"help\" lists them)"});
+}
+
+TEST_F(ErrorsTest, OutputThatCannotBeWritten) {
+    ChildProcess child({"/bin/sh", "-c", "exec \"$0\" status >/dev/full", sdfctlCommand("")[0]});
+    EXPECT_EQ(child.wait(), 1);
+    EXPECT_EQ(child.errorLines(), Lines{"sdfctl: standard output: No space left on device"});
+}
+
+TEST_F(ErrorsTest, HelpIsComplete) {
+    const Outcome run = runSdfctl("--help");
+    EXPECT_EQ(run.status, 0);
+    std::string text;
+    for (const std::string& line : run.lines) text += line + "\n";
+    for (const char* const word :
+         {"--json", "--wait", "--timeout", "--manual", "--no-answers", "then", "doctor",
+          "Exit status", "LUM_BINDER_DIR", "  set-latency  ", "  quit  "}) {
+        EXPECT_NE(text.find(word), std::string::npos) << word;
+    }
+    EXPECT_EQ(run.errors, Lines{});
+}
+
+TEST_F(ErrorsTest, HelpLeavesStandardOutputToObjects) {
+    const Outcome people = runSdfctl("help create");
+    const Outcome programs = runSdfctl("--json help create");
+    EXPECT_EQ(people.status, 0);
+    EXPECT_EQ(programs.status, 0);
+    EXPECT_EQ(people.lines[0], "createSdfClient(): make the client, or ask for the service again");
+    EXPECT_EQ(programs.lines, Lines{});
+    EXPECT_EQ(programs.errors, people.lines);
+}
+
+}  // namespace

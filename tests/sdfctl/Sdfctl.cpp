@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/sdfctl/Sdfctl.h"
+
+#include <sstream>
+
+#include "tests/support/ChildProcess.h"
+
+Lines sdfctlCommand(const std::string& arguments) {
+    Lines command{LUM_SDFCTL_PROGRAM};
+    std::istringstream words(arguments);
+    for (std::string word; words >> word;) command.push_back(word);
+    return command;
+}
+
+Outcome runSdfctl(const std::string& arguments, const Lines& input, const Lines& environment) {
+    ChildProcess child(sdfctlCommand(arguments), environment);
+    for (const std::string& line : input) child.writeLine(line);
+    child.closeInput();
+    const int status = child.wait();
+    return {status, child.lines(), child.errorLines()};
+}
+
+Lines withClient(const Lines& lines) {
+    Lines all{"createSdfClient() = 0 (success)", "event status: status=-7 (service up)"};
+    all.insert(all.end(), lines.begin(), lines.end());
+    all.emplace_back("destroySdfClient() = 0 (success)");
+    return all;
+}

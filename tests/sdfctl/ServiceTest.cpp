@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: Apache-2.0
+// The program and a service that is missing, comes, goes, or leaves requests without an answer.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <memory>
+
+#include "tests/sdfctl/Sdfctl.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/EmulatorProcess.h"
+#include "tests/support/SocketFolder.h"
+
+namespace {
+
+constexpr char kCreated[] = "createSdfClient() = 0 (success)";
+constexpr char kUp[] = "event status: status=-7 (service up)";
+constexpr char kDown[] = "event status: status=-8 (service down)";
+constexpr char kDestroyed[] = "destroySdfClient() = 0 (success)";
+constexpr char kGaming[] = "sdfEnHighPerfGaming(enable=off) = 0 (success)";
+
+class ServiceTest : public testing::Test {
+  protected:
+    const SocketFolder mFolder;
+};
+
+TEST_F(ServiceTest, MissingServiceIsTold) {
+    const Outcome run = runSdfctl("--timeout 0.2 high-perf-gaming off");
+    EXPECT_EQ(run.lines, (Lines{kCreated, kDestroyed}));
+    EXPECT_EQ(run.errors,
+              Lines{"sdfctl: the service is not up after 0.2 s (\"sdfctl doctor\" tells why)"});
+    EXPECT_EQ(run.status, 3);
+}
+
+TEST_F(ServiceTest, RequestsToAMissingServiceCanBeTried) {
+    const Outcome run = runSdfctl("--manual create then high-perf-gaming off then delete-filter 1");
+    EXPECT_EQ(run.lines, (Lines{kCreated, "sdfEnHighPerfGaming(enable=off) = -8 (service down)",
+                                "sdfDeleteFilter(filter=1) = -2 (invalid argument)", kDestroyed}));
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(ServiceTest, KeepsAskingForAsLongAsItIsTold) {
+    const Outcome run = runSdfctl("--wait=0.2 high-perf-gaming off");
+    EXPECT_EQ(run.lines, (Lines{kCreated, kDestroyed}));
+    EXPECT_EQ(run.errors,
+              Lines{"sdfctl: the service is not up after 0.2 s (\"sdfctl doctor\" tells why)"});
+    EXPECT_EQ(run.status, 3);
+}
+
+TEST_F(ServiceTest, KeepsAskingUntilTheServiceComes) {
+    ChildProcess child(sdfctlCommand("--wait high-perf-gaming off"));
+    // The second call comes when the first one's attempt has failed.
+    ASSERT_TRUE(child.waitForLine(kCreated, 2));
+    const EmulatorProcess emulator;
+    EXPECT_EQ(child.wait(), 0);
+    const Lines lines = child.lines();
+    ASSERT_GE(lines.size(), 5U);
+    EXPECT_EQ(lines[lines.size() - 3], kUp);
+    EXPECT_EQ(lines[lines.size() - 2], kGaming);
+    EXPECT_EQ(lines.back(), kDestroyed);
+    EXPECT_EQ(child.errorLines(), Lines{});
+}
+
+TEST_F(ServiceTest, LostServiceRefusesUntilAskedForAgain) {
+    EmulatorProcess emulator;
+    ChildProcess child(sdfctlCommand(""));
+    child.writeLine("set-latency first 1 1");
+    ASSERT_TRUE(child.waitForLine("event levels: id=1804289383 first=level-1 second=level-1"));
+    emulator.kill();
+    ASSERT_TRUE(child.waitForLine(kDown));
+    child.writeLine("wait down then high-perf-gaming off");
+    ASSERT_TRUE(child.waitForLine("sdfEnHighPerfGaming(enable=off) = -8 (service down)"));
+    emulator.restart();
+    child.writeLine("create");
+    ASSERT_TRUE(child.waitForLine(kUp, 2));
+    child.writeLine("high-perf-gaming off");
+    ASSERT_TRUE(child.waitForLine(kGaming));
+    child.closeInput();
+    EXPECT_EQ(child.wait(), 1);
+    EXPECT_EQ(child.lines().back(), kDestroyed);
+}
+
+TEST_F(ServiceTest, LostServiceIsAskedForAgainUnaskedWhenTold) {
+    EmulatorProcess emulator;
+    ChildProcess child(sdfctlCommand("--wait"));
+    child.writeLine("high-perf-gaming off");
+    ASSERT_TRUE(child.waitForLine(kGaming));
+    emulator.kill();
+    ASSERT_TRUE(child.waitForLine(kDown));
+    emulator.restart();
+    child.writeLine("high-perf-gaming off");
+    ASSERT_TRUE(child.waitForLine(kGaming, 2));
+    child.closeInput();
+    EXPECT_EQ(child.wait(), 0);
+}
+
+TEST_F(ServiceTest, RefusedSendEndsTheWaitForTheService) {
+    const EmulatorProcess emulator({"--rule", "on enable: refuse"});
+    const Outcome run = runSdfctl("high-perf-gaming off");
+    EXPECT_EQ(run.lines, (Lines{kCreated, "event status: status=-3 (internal error)", kDestroyed}));
+    EXPECT_EQ(run.errors, Lines{"sdfctl: the service is not up: its status is -3 (internal error) "
+                                "(\"sdfctl doctor\" tells why)"});
+    EXPECT_EQ(run.status, 3);
+}
+
+TEST_F(ServiceTest, AnswerThatDoesNotComeIsTold) {
+    const EmulatorProcess emulator({"--rule", "on set_latency_level: never"});
+    const Outcome run = runSdfctl("--timeout 3 set-latency first 1 1 then high-perf-gaming off");
+    EXPECT_EQ(run.lines,
+              withClient({"sdfSetLatencyLvl(slot=first, first=level-1, second=level-1, flag=off) = "
+                          "1804289383 (success)",
+                          kGaming}));
+    EXPECT_EQ(run.errors, Lines{"sdfctl: no event \"levels\" within 3 s"});
+    EXPECT_EQ(run.status, 4);
+}
+
+TEST_F(ServiceTest, AnswersNeedNotBeWaitedFor) {
+    const EmulatorProcess emulator({"--rule", "on any: late 86400000"});
+    const Outcome run = runSdfctl(
+        "--no-answers --manual create then wait 1 then destroy then set-latency first 1 1");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_EQ(run.lines.back(),
+              "sdfSetLatencyLvl(slot=first, first=level-1, second=level-1, flag=off) = -5 (invalid "
+              "operation)");
+}
+
+TEST_F(ServiceTest, LateAnswersCanBeWaitedFor) {
+    const EmulatorProcess emulator({"--rule", "on set_latency_level: late 100"});
+    const Outcome run = runSdfctl("--no-answers set-latency first 1 2 then wait levels level-2");
+    EXPECT_EQ(run.lines,
+              (Lines{kCreated, kUp,
+                     "sdfSetLatencyLvl(slot=first, first=level-1, second=level-2, "
+                     "flag=off) = 1804289383 (success)",
+                     "event levels: id=1804289383 first=level-1 second=level-2", kDestroyed}));
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(ServiceTest, PendingFilterBecomesActive) {
+    const EmulatorProcess emulator({"--activation-delay", "50"});
+    const Outcome run = runSdfctl(
+        "reg-filter-status then add-filter --src 192.0.2.1 --dest 192.0.2.2 then wait "
+        "filter-status active");
+    EXPECT_EQ(run.lines, withClient({"sdfRegFilterStatus() = 0 (success)",
+                                     "sdfAddFilter(src=192.0.2.1, dest=192.0.2.2, first=level-1, "
+                                     "second=level-1, ood=unspecified) = 1804289383 (success)",
+                                     "event filter-added: filter=1804289383 status=pending",
+                                     "event filter-status: filter=1804289383 status=active"}));
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(ServiceTest, SignalsEndItInOrder) {
+    EmulatorProcess emulator;
+    for (const int signal : {SIGINT, SIGTERM}) {
+        ChildProcess child(sdfctlCommand("create then sleep 4000000 then status"));
+        ASSERT_TRUE(child.waitForLine(kUp));
+        child.signal(signal);
+        EXPECT_EQ(child.wait(), 128 + signal);
+        EXPECT_EQ(child.lines(), withClient({}));
+        EXPECT_TRUE(emulator.waitForClients(0));
+    }
+}
+
+TEST_F(ServiceTest, SignalEndsAScriptThatWaitsForItsNextLine) {
+    const EmulatorProcess emulator;
+    ChildProcess child(sdfctlCommand(""));
+    child.writeLine("create");
+    ASSERT_TRUE(child.waitForLine(kUp));
+    child.signal(SIGINT);
+    EXPECT_EQ(child.wait(), 128 + SIGINT);
+    EXPECT_EQ(child.lines(), withClient({}));
+}
+
+}  // namespace

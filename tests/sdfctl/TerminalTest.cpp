@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: Apache-2.0
+// The program at a terminal: prompt, editing, completion, history, events while typing, signals.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <memory>
+
+#include "tests/sdfctl/Sdfctl.h"
+#include "tests/support/EmulatorProcess.h"
+#include "tests/support/SocketFolder.h"
+#include "tests/support/TerminalProcess.h"
+
+namespace {
+
+constexpr char kPrompt[] = "sdfctl> ";
+
+class TerminalTest : public testing::Test {
+  protected:
+    std::unique_ptr<TerminalProcess> start(const std::string& arguments = "") const {
+        auto terminal = std::make_unique<TerminalProcess>(
+            sdfctlCommand(arguments),
+            Lines{"XDG_STATE_HOME=" + mFolder.path() + "/state", "TERM=xterm", "EDITRC=/dev/null"});
+        EXPECT_TRUE(terminal->waitFor(kPrompt));
+        return terminal;
+    }
+
+    // Lines of the history file; it has a line of its own first.
+    Lines history() const {
+        std::ifstream file(mFolder.path() + "/state/sdfctl/history");
+        Lines lines;
+        for (std::string line; std::getline(file, line);) lines.push_back(line);
+        return lines;
+    }
+
+    const SocketFolder mFolder;
+};
+
+TEST_F(TerminalTest, AsksForLinesUntilTheEnd) {
+    const EmulatorProcess emulator;
+    const auto terminal = start();
+    terminal->type("set-latency first 1 3\n");
+    EXPECT_TRUE(terminal->waitFor("createSdfClient() = 0 (success)\r\n"));
+    EXPECT_TRUE(terminal->waitFor("event levels: id=1804289383 first=level-1 second=level-3\r\n"));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    // The prompt comes a little before the terminal passes every key on; a completion comes after.
+    terminal->type("he\t");
+    EXPECT_TRUE(terminal->waitFor("lp "));
+    terminal->type("\x15\x04");  // clears the line, ends the input
+    EXPECT_TRUE(terminal->waitFor("destroySdfClient() = 0 (success)\r\n"));
+    EXPECT_EQ(terminal->wait(), 0);
+}
+
+TEST_F(TerminalTest, WhatIsWrongIsToldAndTheNextLineAskedFor) {
+    const auto terminal = start("--timeout 0.1");
+    terminal->type("foo\n");
+    EXPECT_TRUE(terminal->waitFor("sdfctl: \"foo\" is not a command (\"help\" lists them)\r\n"));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("get-filters\n");
+    EXPECT_TRUE(terminal->waitFor("sdfctl: the service is not up after 0.1 s"));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("destroy\n");
+    EXPECT_TRUE(terminal->waitFor("destroySdfClient() = 0 (success)\r\n"));
+    terminal->type("quit\n");
+    EXPECT_EQ(terminal->wait(), 0);
+}
+
+TEST_F(TerminalTest, TabCompletesCommandsAndValues) {
+    const auto terminal = start();
+    terminal->type("he\t");
+    EXPECT_TRUE(terminal->waitFor("lp "));
+    terminal->type("prioritize-da\t");
+    EXPECT_TRUE(terminal->waitFor("ta "));
+    terminal->type("\n");
+    EXPECT_TRUE(terminal->waitFor("Usage: prioritize-data [OPTIONS] SLOT SWITCH"));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("update-d\t");
+    EXPECT_TRUE(terminal->waitFor("ds-"));
+    terminal->type("\t");
+    EXPECT_TRUE(terminal->waitFor("\r\nupdate-dds-ood  update-dds-pdcp-timer  \r\n"));
+    EXPECT_TRUE(terminal->waitFor("sdfctl> update-dds-"));
+    terminal->type("\x03");
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("quit\n");
+    EXPECT_EQ(terminal->wait(), 0);
+}
+
+TEST_F(TerminalTest, EventsComeAboveTheLineBeingTyped) {
+    const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: late 300"});
+    const auto terminal = start();
+    terminal->type("reg-auto-filter-info then high-perf-gaming on\n");
+    EXPECT_TRUE(terminal->waitFor("sdfEnHighPerfGaming(enable=on) = 0 (success)\r\n"));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("sta");
+    EXPECT_TRUE(terminal->waitFor("event auto-filter: filter=2147483649 "));
+    EXPECT_TRUE(terminal->waitFor("sdfctl> sta"));
+    terminal->type("tus\n");
+    EXPECT_TRUE(terminal->waitFor("client: yes\r\nservice: -7 (service up)\r\nfilters: none\r\n"));
+    terminal->type("quit\n");
+    EXPECT_EQ(terminal->wait(), 0);
+}
+
+TEST_F(TerminalTest, HistoryIsKeptFromOneRunToTheNext) {
+    const auto first = start();
+    first->type("sleep 1\n");
+    EXPECT_TRUE(first->waitFor(kPrompt));
+    first->type("   \n");
+    EXPECT_TRUE(first->waitFor(kPrompt));
+    first->type("status\n");
+    EXPECT_TRUE(first->waitFor("filters: none\r\n"));
+    EXPECT_TRUE(first->waitFor(kPrompt));
+    first->type("quit\n");
+    EXPECT_EQ(first->wait(), 0);
+    EXPECT_EQ(history(), (Lines{"_HiStOrY_V2_", "sleep\\0401", "status", "quit"}));
+
+    const auto second = start();
+    second->type("\x10\x10");  // the line before the last one
+    EXPECT_TRUE(second->waitFor("status"));
+    second->type("\n");
+    EXPECT_TRUE(second->waitFor("filters: none\r\n"));
+    EXPECT_TRUE(second->waitFor(kPrompt));
+    second->type("quit\n");
+    EXPECT_EQ(second->wait(), 0);
+    EXPECT_EQ(history(),
+              (Lines{"_HiStOrY_V2_", "sleep\\0401", "status", "quit", "status", "quit"}));
+}
+
+TEST_F(TerminalTest, InterruptEndsTheWaitOrTheLineOnly) {
+    const auto terminal = start();
+    terminal->type("sleep 4000000\n");
+    EXPECT_TRUE(terminal->waitFor("sleep 4000000\r\n"));
+    terminal->type("\x03");
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("foo");
+    EXPECT_TRUE(terminal->waitFor("foo"));
+    terminal->type("\x03");
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("status\n");
+    EXPECT_TRUE(terminal->waitFor("client: no\r\n"));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("quit\n");
+    EXPECT_EQ(terminal->wait(), 0);
+}
+
+}  // namespace
