@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <memory>
 #include <string>
 #include <vector>
@@ -357,6 +359,27 @@ TEST_F(EmulatorTest, ServesAnewAfterItWasKilled) {
     const EmulatorClient client;
     ASSERT_TRUE(client.send(kEnable).isOk());
     EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
+}
+
+// The client of another process stops before the flood comes, and reads nothing of it.
+TEST(EmulatorFloodTest, LateFloodEndsAtTheFirstMessageThatIsNotDelivered) {
+    const SocketFolder folder;
+    EmulatorProcess emulator({"--rule", "on enable nth 1: late 1000, flood 100000"});
+    const auto stopped = startClient();
+    const std::string pid = "pid=" + std::to_string(stopped->pid());
+    stopped->writeLine(std::string("5 0 ") + kEnable);
+    ASSERT_TRUE(stopped->waitForLine("got nothing"));
+    stopped->signal(SIGSTOP);
+    const auto isNotice = [&](const std::string& line) {
+        return line.rfind("notice: not delivered, " + pid + ": ", 0) == 0;
+    };
+    EXPECT_TRUE(emulator.process().waitFor(isNotice));
+    const EmulatorClient client;
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
+    EXPECT_EQ(emulator.terminate(), 0);
+    const std::vector<std::string> lines = emulator.process().lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(), isNotice), 1);
 }
 
 // Not with --print: what is read of it would grow.

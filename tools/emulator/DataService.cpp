@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/emulator/DataService.h"
 
+#include <chrono>
 #include <utility>
 
 #include "tools/emulator/RuleWords.h"
@@ -180,18 +181,26 @@ void DataService::forget(const Client* client) {
 
 void DataService::sendAll(const ClientTable::ClientPtr& client, int32_t type,
                           const std::vector<Outgoing>& messages) {
-    for (const Outgoing& message : messages) {
-        if (message.delay.count() == 0) {
-            // What one message could not reach, the next will not.
-            if (!send(*client, type, message.bytes())) return;
+    std::map<std::chrono::milliseconds, Blobs> byDelay;
+    for (const Outgoing& message : messages) byDelay[message.delay].push_back(message.bytes());
+    for (auto& [delay, blobs] : byDelay) {
+        if (delay.count() == 0) {
+            sendUntilRefused(*client, type, blobs);
             continue;
         }
         const std::weak_ptr<const Client> later = client;
-        mTimeline.after(message.delay, [this, later, type, bytes = message.bytes()] {
+        mTimeline.after(delay, [this, later, type, blobs = std::move(blobs)] {
             // It may have left or died meanwhile.
             const ClientTable::ClientPtr still = later.lock();
-            if (still != nullptr) (void)send(*still, type, bytes);
+            if (still != nullptr) sendUntilRefused(*still, type, blobs);
         });
+    }
+}
+
+void DataService::sendUntilRefused(const Client& client, int32_t type, const Blobs& blobs) {
+    for (const std::vector<uint8_t>& bytes : blobs) {
+        // What one message could not reach, the next will not.
+        if (!send(client, type, bytes)) return;
     }
 }
 

@@ -63,6 +63,9 @@ class DataService {
     // A feature of a client. The place keeps the client alive, so that no other has its address.
     using Key = std::pair<const Client*, int32_t>;
 
+    // Messages as they go over the wire.
+    using Blobs = std::vector<std::vector<uint8_t>>;
+
     struct Place {
         ClientTable::ClientPtr client;
         std::unique_ptr<Session> session;
@@ -85,6 +88,8 @@ class DataService {
 
     void sendAll(const ClientTable::ClientPtr& client, int32_t type,
                  const std::vector<Outgoing>& messages);
+    // Sends in order, as far as they reach the client.
+    void sendUntilRefused(const Client& client, int32_t type, const Blobs& blobs);
     bool send(const Client& client, int32_t type, const std::vector<uint8_t>& bytes);
 
     const Config mConfig;
