@@ -218,11 +218,6 @@ void Sdf::removeFilterId(const unsigned int& id) {
     removeFirst(mFilterIds, id);
 }
 
-void Sdf::removeAllFilterIds() {
-    [[maybe_unused]] const auto held = touch();
-    mFilterIds.clear();
-}
-
 void Sdf::endFilter(unsigned int id) {
     [[maybe_unused]] const auto held = touch();
     if (removeFirst(mFilterIds, id)) mFilterCbs.erase(id);
@@ -233,18 +228,6 @@ bool Sdf::removeFirst(std::vector<unsigned int>& ids, unsigned int id) {
     if (found == ids.end()) return false;
     ids.erase(found);
     return true;
-}
-
-SdfProto::ServiceMsg sdf::makeMessage(SdfProto::ServiceEventId event) {
-    SdfProto::ServiceMsg message;
-    message.set_event_id(event);
-    return message;
-}
-
-std::shared_ptr<SdkClientEvent> sdf::makeEvent(const SdfProto::ServiceMsg& message, bool release) {
-    std::vector<uint8_t> bytes(message.ByteSizeLong());
-    message.SerializeToArray(bytes.data(), static_cast<int>(bytes.size()));
-    return std::make_shared<SdkClientEvent>(LUM_SDK_CLIENT_SDF, bytes, release);
 }
 
 long long createSdfClient(SdfStatusV2Cb cb) {

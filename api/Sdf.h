@@ -85,7 +85,15 @@ class Sdf : public SdkBase {
 
     // The filter is no longer a live one, if it was; the order of the others stays.
     void removeFilterId(const unsigned int& id);
-    void removeAllFilterIds();
+    // None is a live one any more, after post() has asked the service to delete them. The record
+    // stays locked until then: a filter added behind that request must not be forgotten with them.
+    // Throws what post() throws, with nothing changed.
+    template <typename Post>
+    void removeAllFilterIds(const Post& post) {
+        [[maybe_unused]] const auto held = touch();
+        post();
+        mFilterIds.clear();
+    }
 
     // The service has ended the filter: if it was a live one, it is no more, and no callback awaits
     // it.

@@ -104,8 +104,9 @@ long long sdfDeleteAllFilter() {
     return sdf::request([](Sdf& client, SdkClientBase& transport) -> long long {
         if (!client.hasFilters()) return SDF_V2_INVALID_OPERATION;
         if (!client.mServiceUp) return SDF_V2_SERVICE_DOWN;
-        transport.postEvent(sdf::makeEvent(sdf::makeMessage(SdfProto::DELETE_ALL_FILTER)));
-        client.removeAllFilterIds();
+        client.removeAllFilterIds([&transport] {
+            transport.postEvent(sdf::makeEvent(sdf::makeMessage(SdfProto::DELETE_ALL_FILTER)));
+        });
         return SDF_V2_SUCCESS;
     });
 }

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <set>
 #include <thread>
+#include <vector>
 
 #include "tests/api/ClientFixture.h"
 #include "tests/support/Hex.h"
@@ -54,6 +56,23 @@ TEST_F(GuardedTest, RequestsWhileRepliesAreDispatched) {
     EXPECT_EQ(client().mUsedIds.size(), static_cast<size_t>(kThreads * kRequests / 2));
     EXPECT_EQ(client().mLatencyCbs.size(), static_cast<size_t>(kThreads * kRequests / 2));
     EXPECT_EQ(sdk().transport->take().size(), static_cast<size_t>(kThreads * kRequests));
+}
+
+TEST_F(GuardedTest, FilterConfirmedWhileAllAreBeingDeletedIsKept) {
+    startUpWithAll();
+    std::atomic<bool> confirmed{false};
+    std::thread confirmation;
+    client().removeAllFilterIds([&] {
+        confirmation = std::thread([&] {
+            receive(service::message(3, service::field("0A", "08 08 10 01")));
+            confirmed = true;
+        });
+        // The record is locked, so this is in vain; without the lock it would take no time.
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
+        while (!confirmed && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    });
+    confirmation.join();
+    EXPECT_EQ(client().mFilterIds, std::vector<unsigned int>{8});
 }
 
 }  // namespace

@@ -407,9 +407,10 @@ TEST_F(FilterInCallbackTest, AddCallbackDestroysAndCreates) {
 // Something that arrives, and the calls that it makes when nobody interferes.
 struct Delivery {
     const char* what;
-    std::string hex;  // of a message; empty: the loss of the service
+    std::string hex;  // of a message; empty: the transport tells of a failure
     Calls calls;
     bool up;  // whether the service is up while it is delivered
+    SdkClientBase::SdkStatus failure = SdkClientBase::SDK_SERVICE_DOWN;  // if there is no message
 };
 
 const std::vector<Delivery>& deliveries() {
@@ -417,6 +418,7 @@ const std::vector<Delivery>& deliveries() {
         {"service up", service::statusInd("06"), {"legacy(5)", "v2(-7)"}, true},
         {"service error", service::statusInd("03"), {"legacy(2)", "v2(-3)"}, false},
         {"service lost", "", {"legacy(6)", "v2(-8)"}, false},
+        {"message refused", "", {"legacy(2)", "v2(-3)"}, false, SdkClientBase::SDK_SEND_FAILED},
         {"levels", service::effectiveLevels("07"), {"levels(7,6,3)"}, true},
         {"filter states",
          message(2, field("12", "08 05 10 03") + " " + field("12", "08 06 10 01") + " " +
@@ -441,7 +443,7 @@ class EveryCallTest : public FilterInCallbackTest {
   protected:
     static void deliver(const Delivery& delivery) {
         if (delivery.hex.empty()) {
-            report(SdkClientBase::SDK_SERVICE_DOWN);
+            report(delivery.failure);
         } else {
             receive(delivery.hex);
         }

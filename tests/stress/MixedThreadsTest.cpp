@@ -175,11 +175,17 @@ template <int kWorker>
 void onAdded(unsigned int id, SdfFilterStatus status) {
     worker(kWorker).added(id, status);
 }
-void onListed(unsigned int id, SdfFilterStatus status, SdfLatencyLvl /*first*/,
-              SdfLatencyLvl /*second*/, SdfOod /*ood*/, unsigned int /*pdcpTimer*/) {
+void onListed(unsigned int id, SdfFilterStatus status, SdfLatencyLvl first, SdfLatencyLvl second,
+              SdfOod ood, unsigned int pdcpTimer) {
+    // What filters begin with or are updated to.
+    EXPECT_STRNE(sdfLatencyLvlText(first), "unknown");
+    EXPECT_STRNE(sdfLatencyLvlText(second), "unknown");
+    EXPECT_STRNE(sdfOodText(ood), "unknown");
+    EXPECT_GT(pdcpTimer, 0U);
     worker(0).listed(id, status);
 }
-void onReportOnce(unsigned int /*key*/, uint64_t packets, uint64_t bytes) {
+void onReportOnce(unsigned int key, uint64_t packets, uint64_t bytes) {
+    EXPECT_EQ(key, static_cast<unsigned int>(SDF_APP_TYPE_TRAFFIC_PRIO_BE));
     worker(0).reportedOnce(packets, bytes);
 }
 void onReport(unsigned int key, uint64_t packets, uint64_t bytes) {
@@ -190,7 +196,8 @@ void onReport(unsigned int key, uint64_t packets, uint64_t bytes) {
 void onFilterStatus(unsigned int id, SdfFilterStatus status) {
     gShared.value.filterStatus.happened({id, status});
 }
-void onAutoFilter(unsigned int /*id*/, SdfAddFilterInfo info) {
+void onAutoFilter(unsigned int id, SdfAddFilterInfo info) {
+    EXPECT_GE(id, 0x80000001U);
     const bool active = info.src_addr.ss_family == AF_INET;
     gShared.value.autoFilters.happened({0, active ? SDF_FILTER_ACTIVE : SDF_FILTER_DELETED});
 }
