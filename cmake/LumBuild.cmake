@@ -53,6 +53,15 @@ add_library(lum_liblog INTERFACE)
 target_include_directories(lum_liblog SYSTEM INTERFACE ${LIBLOG_INCLUDE_DIR})
 target_link_libraries(lum_liblog INTERFACE ${LIBLOG_LIBRARY})
 
+# lum_each_variant(FUNCTION): calls it with "", what to add to the names of the targets that have
+# LUM_SDF_GUARDED as it was asked for, and with "_unguarded" if LUM_ALSO_UNGUARDED asks for those.
+function(lum_each_variant function)
+  cmake_language(CALL ${function} "")
+  if(LUM_ALSO_UNGUARDED)
+    cmake_language(CALL ${function} _unguarded)
+  endif()
+endfunction()
+
 # lum_library(NAME SOURCES... ): a static room of the library, its headers found from the top of the
 # tree ("utils/LumTimer.h").
 function(lum_library name)

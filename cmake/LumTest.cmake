@@ -2,28 +2,31 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
-set(LUM_ONLY_LABEL "" CACHE STRING "Leave out the tests that do not have this label")
-
-# lum_test(NAME SOURCES file... [LIBRARIES target...] [LABELS label...] [TIMEOUT seconds]
-#          [ARGUMENTS argument...]): one GoogleTest program; every case of it becomes a CTest test in a
-# process of its own, named <prefix><program>.<suite>.<case>.
+# lum_test(NAME SOURCES file... [LIBRARIES target...] [LABELS label] [TIMEOUT seconds]
+#          [ARGUMENTS argument...] [UNGUARDED_TOO]): one GoogleTest program; every case of it becomes
+# a CTest test in a process of its own, named <prefix><program>.<suite>.<case>. UNGUARDED_TOO: if
+# LUM_ALSO_UNGUARDED, all but the suites named Guarded... are run once more, as
+# <prefix><program>_unguarded.<suite>.<case>, with the unguarded liblum_sdf_sdk.so in the place of the
+# other, for the test and what it starts.
 function(lum_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS;ARGUMENTS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "UNGUARDED_TOO" "TIMEOUT"
+                        "SOURCES;LIBRARIES;LABELS;ARGUMENTS")
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} lum_warnings GTest::gtest GTest::gtest_main)
   if(NOT arg_SOURCES MATCHES "\\.c(;|$)")  # CMake wants one for each language
     target_precompile_headers(${name} REUSE_FROM lum_test_headers)
   endif()
-  if(LUM_ONLY_LABEL AND NOT LUM_ONLY_LABEL IN_LIST arg_LABELS)
-    set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL TRUE)
-    return()
-  endif()
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
   if(arg_LABELS)
-    set(labels LABELS "${arg_LABELS}")
+    list(LENGTH arg_LABELS count)
+    if(count GREATER 1)
+      # A list does not get through it whole: the second would be taken for a property's name.
+      message(FATAL_ERROR "lum_test(${name}): gtest_discover_tests() can give one label only")
+    endif()
+    set(labels LABELS ${arg_LABELS})
   endif()
   gtest_discover_tests(
     ${name}
@@ -31,6 +34,17 @@ function(lum_test name)
     EXTRA_ARGS ${arg_ARGUMENTS}
     DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${arg_TIMEOUT} ${labels})
+  if(arg_UNGUARDED_TOO AND LUM_ALSO_UNGUARDED)
+    add_dependencies(${name} lum_sdf_sdk_unguarded)
+    gtest_discover_tests(
+      ${name}
+      TEST_PREFIX "${LUM_TEST_PREFIX}${name}_unguarded."
+      TEST_FILTER "-Guarded*"
+      EXTRA_ARGS ${arg_ARGUMENTS}
+      DISCOVERY_TIMEOUT 60
+      PROPERTIES TIMEOUT ${arg_TIMEOUT} ${labels}
+                 ENVIRONMENT LD_LIBRARY_PATH=${CMAKE_LIBRARY_OUTPUT_DIRECTORY}_unguarded)
+  endif()
 endfunction()
 
 # lum_test_starts(TEST [MACRO PROGRAM]...): the test starts these programs of this tree; each macro
@@ -59,9 +73,6 @@ endfunction()
 # command, judged by its exit status.
 function(lum_program_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "COMMAND;LABELS")
-  if(LUM_ONLY_LABEL AND NOT LUM_ONLY_LABEL IN_LIST arg_LABELS)
-    return()
-  endif()
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()

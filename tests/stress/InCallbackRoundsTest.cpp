@@ -101,7 +101,7 @@ TEST(InCallbackRoundsTest, DestroyFromServiceUpWhileCreateMayStillBeUnderWay) {
 
 #if LUM_SDF_GUARDED
 // The loss and a request that failed for it are told on two threads, perhaps at the same time.
-TEST(InCallbackRoundsTest, RecoveryFromInsideEachCallbackThatTellsOfALoss) {
+TEST(GuardedInCallbackRoundsTest, RecoveryFromInsideEachCallbackThatTellsOfALoss) {
     const SocketFolder folder;
     EmulatorProcess emulator;
     // Static: what the last round has set off may still come while the process ends.
