@@ -1,14 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // The emulator as a program: its command line, what it prints and records, its signals and status.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/ChildProcess.h"
@@ -413,6 +418,75 @@ TEST_F(EmulatorProgramTest, ServesOnWhenNobodyReadsWhatItPrints) {
     EXPECT_EQ(client.inbox().waitFor(2).size(), 2U);
     emulator.closeInput();
     EXPECT_EQ(emulator.wait(), 0);
+}
+
+// Reads what a pipe holds until a line begins with `start`, 30 s at most; returns whether one did.
+bool readUntilLine(int pipe, const std::string& start) {
+    std::string text = "\n";
+    char some[4096];
+    pollfd waited{pipe, POLLIN, 0};
+    while (text.find("\n" + start) == std::string::npos) {
+        if (poll(&waited, 1, 30000) <= 0) return false;
+        const ssize_t length = read(pipe, some, sizeof some);
+        if (length > 0) text.append(some, static_cast<size_t>(length));
+    }
+    return true;
+}
+
+TEST_F(EmulatorProgramTest, ServesOnWhenItsReaderHasStopped) {
+    const std::string path = mFolder.path() + "/output";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int reader = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    ChildProcess emulator(
+        {"/bin/sh", "-c", "exec \"$0\" --print --ready-fd 3 3>&1 >\"$1\"", mProgram, path});
+    ASSERT_TRUE(emulator.waitForLine(readyLine(emulator.pid())));
+    const EmulatorClient client;
+    // More than a pipe holds.
+    for (int i = 0; i < 1000; ++i) ASSERT_TRUE(client.send(kSetLevels).isOk());
+    EXPECT_EQ(client.inbox().waitFor(1000).size(), 1000U);
+    emulator.signal(SIGUSR1);
+    emulator.signal(SIGUSR2);
+    // There is room again before the next line, and the notice comes before that.
+    std::vector<char> held(1 << 20);
+    ASSERT_GT(read(reader, held.data(), held.size()), 0);
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    EXPECT_TRUE(readUntilLine(reader, "notice: lines that could not be printed: "));
+    emulator.signal(SIGTERM);
+    EXPECT_EQ(emulator.wait(), 0);
+    close(reader);
+}
+
+// Printing the flood at this speed would take many minutes.
+TEST_F(EmulatorProgramTest, EndsWhateverItIsAt) {
+    ChildProcess emulator(
+        {"/bin/sh", "-c",
+         "exec 3>&1; { \"$0\" --print --rule 'on enable: flood 100000'; echo status $? >&3; } "
+         "| while read -r line; do echo \"$line\"; "
+         "dd bs=4096 count=1 >/dev/null 2>&1; read -r rest; sleep 0.2; done",
+         mProgram});
+    pid_t pid = 0;
+    ASSERT_TRUE(emulator.waitFor([&](const std::string& line) {
+        return sscanf(line.c_str(), "ready: %*s pid=%d", &pid) == 1;
+    }));
+    const EmulatorClient client;
+    std::thread asking([&] { EXPECT_FALSE(client.send(kEnable).isOk()); });
+    EXPECT_TRUE(emulator.waitFor(
+        [](const std::string& line) { return line.find(" STATUS_IND: ") != std::string::npos; }));
+    EXPECT_EQ(kill(pid, SIGUSR1), 0);
+    EXPECT_EQ(kill(pid, SIGUSR2), 0);
+    EXPECT_EQ(kill(pid, SIGTERM), 0);
+    EXPECT_TRUE(emulator.waitForLine("status 0"));
+    asking.join();
+}
+
+TEST_F(EmulatorProgramTest, RecordToAPipeWithoutAReaderIsReported) {
+    const std::string path = mFolder.path() + "/record";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    ChildProcess emulator({mProgram, "--record", path});
+    EXPECT_EQ(emulator.wait(), 1);
+    EXPECT_EQ(emulator.errorLines(),
+              Lines{"lum_sdf_emulator: cannot record to " + path + ": No such device or address"});
 }
 
 TEST_F(EmulatorProgramTest, DebugLogShowsEveryLineOfThePlatformLog) {

@@ -47,7 +47,8 @@ std::string timeNow() {
 }  // namespace
 
 bool MessageLog::recordTo(const std::string& path) {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    // A named pipe without a reader is an error; opening it would wait for one.
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0644);
     if (fd < 0) return false;
     mRecord = std::make_unique<LineWriter>(fd, true);
     return true;
@@ -70,7 +71,10 @@ void MessageLog::notice(const std::string& line) {
 
 void MessageLog::say(const std::string& line) {
     // Nobody may be reading; the service goes on without.
-    (void)mOutput.write(line);
+    const std::lock_guard<std::mutex> guard(mLock);
+    const std::string missing = "notice: lines that could not be printed: ";
+    if (mMissing > 0 && mOutput.write(missing + std::to_string(mMissing))) mMissing = 0;
+    if (mMissing > 0 || !mOutput.write(line)) ++mMissing;
 }
 
 void MessageLog::print(const Message& message, const ReadableMessage& readable) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -49,7 +50,9 @@ class MessageLog {
     // Something the user should know of; always printed, after "notice: ".
     void notice(const std::string& line);
 
-    // Anything else that is asked for; always printed as it is.
+    // Anything else that is asked for; always printed as it is. Lines for which there is no reader
+    // are left out; the first one that can be printed again is preceded by a notice that counts
+    // them.
     void say(const std::string& line);
 
   private:
@@ -58,6 +61,8 @@ class MessageLog {
 
     const bool mPrint;
     const MessageText mText;
+    std::mutex mLock;     // of the two below
+    size_t mMissing = 0;  // lines that have been left out
     LineWriter mOutput;
     std::unique_ptr<LineWriter> mRecord;
 };

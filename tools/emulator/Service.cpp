@@ -51,16 +51,8 @@ ndk::ScopedAStatus Service::sendBlob(LumSdkType type, const std::vector<uint8_t>
     return status;
 }
 
-size_t Service::filters() {
-    size_t count = 0;
-    mCore->thread.run([&] { count = mCore->work.filters(); });
-    return count;
-}
-
-std::vector<std::string> Service::describe() {
-    std::vector<std::string> lines;
-    mCore->thread.run([&] { lines = mCore->work.describe(); });
-    return lines;
+void Service::inspect(std::function<void(const DataService&)> look) {
+    mCore->thread.post([work = &mCore->work, look = std::move(look)] { look(*work); });
 }
 
 void Service::stop() {

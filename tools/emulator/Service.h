@@ -3,6 +3,7 @@
 
 #include <aidl/vendor/orn/data/lumservice/BnLumService.h>
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -30,10 +31,9 @@ class Service : public aidl::vendor::orn::data::lumservice::BnLumService {
     // EX_ILLEGAL_ARGUMENT. Requests of kinds it does not know are accepted and not answered.
     ndk::ScopedAStatus sendBlob(LumSdkType type, const std::vector<uint8_t>& blob) override;
 
-    // How many filters are kept for all clients. Any thread.
-    size_t filters();
-    // What is kept for each client, for the user. Any thread.
-    std::vector<std::string> describe();
+    // Has somebody look at what is kept, on the thread that does the work, when it gets to that.
+    // look: must not throw; is dropped once the work has ended. Any thread.
+    void inspect(std::function<void(const DataService&)> look);
 
     // Ends the work: what clients ask for from now on fails. To be called before the end of the
     // process, which takes away what the work needs.

@@ -83,8 +83,8 @@ void tellReady(MessageLog& log, int readyFd) {
 }
 
 // Counting takes a descriptor; when none is left, that is told instead, and the service goes on.
-void tellStats(MessageLog& log, const ClientTable& clients, Service& service) try {
-    const size_t filters = service.filters();
+void tellStats(MessageLog& log, const ClientTable& clients, const DataService& work) try {
+    const size_t filters = work.filters();
     const int64_t blocks = heapBlocks();  // before the line makes more
     const size_t descriptors = openDescriptors();
     log.say("stats: clients=" + std::to_string(clients.size()) + " descriptors=" +
@@ -94,8 +94,8 @@ void tellStats(MessageLog& log, const ClientTable& clients, Service& service) tr
     log.notice(std::string("no stats: ") + error.what());
 }
 
-void tellState(MessageLog& log, const ClientTable& clients, Service& service) {
-    for (const std::string& line : service.describe()) log.say(line);
+void tellState(MessageLog& log, const ClientTable& clients, const DataService& work) {
+    for (const std::string& line : work.describe()) log.say(line);
     log.say("state: clients=" + std::to_string(clients.size()));
 }
 
@@ -106,7 +106,7 @@ bool inputGoesOn() {
     return length > 0 || (length < 0 && (errno == EINTR || errno == EAGAIN));
 }
 
-// Runs until something asks for the end.
+// Runs until something asks for the end. Waits for nothing else, so that it always hears of that.
 void waitForEnd(int signals, bool untilEof, MessageLog& log, const ClientTable& clients,
                 Service& service) {
     pollfd waited[] = {{signals, POLLIN, 0}, {untilEof ? STDIN_FILENO : -1, POLLIN, 0}};
@@ -117,13 +117,21 @@ void waitForEnd(int signals, bool untilEof, MessageLog& log, const ClientTable& 
         signalfd_siginfo got{};
         if (read(signals, &got, sizeof got) != sizeof got) continue;
         if (got.ssi_signo == SIGUSR1) {
-            tellStats(log, clients, service);
+            service.inspect([&](const DataService& work) { tellStats(log, clients, work); });
         } else if (got.ssi_signo == SIGUSR2) {
-            tellState(log, clients, service);
+            service.inspect([&](const DataService& work) { tellState(log, clients, work); });
         } else {
             return;
         }
     }
+}
+
+// Lets the process end as it should a few seconds from now, whatever its threads are at: a flood
+// whose messages are printed for a slow reader takes hours.
+void limitEnd() {
+    constexpr unsigned int kLimitSeconds = 5;
+    (void)signal(SIGALRM, [](int) { _exit(0); });
+    (void)alarm(kLimitSeconds);
 }
 
 // As a service that crashes: nothing is put in order, nobody is told.
@@ -153,6 +161,7 @@ int serve(const Options& options) {
     ABinderProcess_startThreadPool();
     tellReady(*log, options.readyFd);
     waitForEnd(signals, options.untilEof, *log, clients, *service);
+    limitEnd();
     service->stop();
     return 0;
 }
