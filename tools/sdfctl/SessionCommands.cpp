@@ -13,7 +13,7 @@ const std::vector<std::string>& waitedFor() {
     return names;
 }
 
-constexpr int64_t kMostMilliseconds = 1000 * 3600 * 24;
+constexpr int64_t kMostMilliseconds = 1000LL * 3600 * 24;
 
 struct WaitValues {
     std::string what;

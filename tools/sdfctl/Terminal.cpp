@@ -70,7 +70,9 @@ Terminal::Terminal(Session& session)
     el_set(line, EL_EDITOR, "emacs");
     el_set(line, EL_HIST, history, mHistory.get());
     el_set(line, EL_GETCFN, readCharacter);
-    el_set(line, EL_ADDFN, "complete-word", "Completes the word before the cursor", completeWord);
+    // The narrow function would make copies of the texts that nobody frees.
+    el_wset(line, EL_ADDFN, L"complete-word", L"Completes the word before the cursor",
+            completeWord);
     el_set(line, EL_BIND, "^I", "complete-word", nullptr);
     el_source(line, nullptr);
     mSession.printer().onLine([this] { makeRoom(); });
