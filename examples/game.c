@@ -16,7 +16,10 @@
 #include <netdb.h>
 #include <signal.h>
 #include <stdatomic.h>
+#include <stdint.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -68,13 +71,20 @@ static void onStatus(int status) {
     if (!atomic_exchange(&gUp, true)) askForAll();
 }
 
+// getaddrinfo() would take a number that is too large for another port.
+static bool isPort(const char* text) {
+    char* end = NULL;
+    const long number = strtol(text, &end, 10);
+    return *end == '\0' && number >= 1 && number <= UINT16_MAX;
+}
+
 // Connects a socket to the server, and describes the flow between the two. False when there is no
 // way to the server.
 static bool describeFlow(const char* address, const char* port) {
     const struct addrinfo wanted = {.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV,
                                     .ai_socktype = SOCK_DGRAM};
     struct addrinfo* server = NULL;
-    if (getaddrinfo(address, port, &wanted, &server) != 0) return false;
+    if (!isPort(port) || getaddrinfo(address, port, &wanted, &server) != 0) return false;
     const int game = socket(server->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     socklen_t ours = sizeof gFlow.src_addr;
     socklen_t theirs = sizeof gFlow.dest_addr;
@@ -92,8 +102,14 @@ static bool describeFlow(const char* address, const char* port) {
 }
 
 int main(int argc, char** argv) {
+    static const char usage[] =
+        "usage: lum_sdf_game ADDRESS PORT, of a server that can be reached\n";
+    if (argc == 2 && strcmp(argv[1], "--help") == 0) {
+        fputs(usage, stdout);
+        return 0;
+    }
     if (argc != 3 || !describeFlow(argv[1], argv[2])) {
-        fprintf(stderr, "usage: lum_sdf_game ADDRESS PORT, of a server that can be reached\n");
+        fputs(usage, stderr);
         return 2;
     }
     setvbuf(stdout, NULL, _IOLBF, BUFSIZ);

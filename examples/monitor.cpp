@@ -17,13 +17,17 @@
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <chrono>
+#include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -49,6 +53,12 @@ class Screen {
         printf("%s: %s\n", what.c_str(), state.c_str());
     }
 
+    // Shows everything anew.
+    void forget() {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mShown.clear();
+    }
+
   private:
     std::mutex mLock;
     std::map<std::string, std::string> mShown;
@@ -56,6 +66,7 @@ class Screen {
 
 struct Monitor {
     Screen screen;
+    Screen failures;              // of requests, since the service was last asked for
     std::atomic<bool> up{false};  // the service is up, and was asked for all we want
     // Set before there are callbacks, and not changed again:
     std::vector<SdfAddFilterInfo> flows;
@@ -73,7 +84,7 @@ Monitor& monitor() {
 // the service again, and we start over.
 void check(const char* request, long long result) {
     if (result >= 0) return;
-    monitor().screen.show(request, sdfStatusV2Text(result));
+    monitor().failures.show(request, sdfStatusV2Text(result));
     monitor().up = false;
 }
 
@@ -138,7 +149,20 @@ void onStatus(int status) noexcept {
 
 // ---- The command line ---------------------------------------------------------------------------
 
+constexpr char kUsage[] =
+    "usage: lum_sdf_monitor [-t SECONDS] [-g] [SOURCE PORT DESTINATION PORT]...\n";
+
+// Returns whether the text is a whole number from 1 to `most`, and nothing else.
+bool parseNumber(const char* text, int most, int& number) {
+    const char* const end = text + std::strlen(text);
+    const auto [rest, error] = std::from_chars(text, end, number);
+    return error == std::errc() && rest == end && number >= 1 && number <= most;
+}
+
 bool parseAddress(const char* address, const char* port, sockaddr_storage& parsed) {
+    // getaddrinfo() would take a number that is too large for another port.
+    int number = 0;
+    if (!parseNumber(port, UINT16_MAX, number)) return false;
     addrinfo wanted{};
     wanted.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
     wanted.ai_socktype = SOCK_DGRAM;
@@ -152,9 +176,11 @@ bool parseAddress(const char* address, const char* port, sockaddr_storage& parse
 
 bool parse(int argc, char** argv, seconds& time) {
     for (int option = 0; (option = getopt(argc, argv, "t:g")) != -1;) {
+        int number = 0;
         if (option == 'g') monitor().gaming = true;
-        if (option == 't') time = seconds(atoi(optarg));
-        if (option == '?' || time <= seconds(0)) return false;
+        if (option == 't' && !parseNumber(optarg, INT_MAX, number)) return false;
+        if (option == 't') time = seconds(number);
+        if (option == '?') return false;
     }
     for (; argc - optind >= 4; optind += 4) {
         SdfAddFilterInfo flow{};
@@ -184,9 +210,12 @@ bool comes(const sigset_t& signals, Clock::duration limit) {
 
 int main(int argc, char** argv) {
     seconds time = std::chrono::hours(24 * 365);
+    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+        fputs(kUsage, stdout);
+        return 0;
+    }
     if (!parse(argc, argv, time)) {
-        fprintf(stderr,
-                "usage: lum_sdf_monitor [-t SECONDS] [-g] [SOURCE PORT DESTINATION PORT]...\n");
+        fputs(kUsage, stderr);
         return 2;
     }
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
@@ -204,6 +233,7 @@ int main(int argc, char** argv) {
         // Makes the client, and later makes the library connect again. 0 does not say that there
         // is a service; onStatus() does.
         if (!monitor().up) {
+            monitor().failures.forget();
             monitor().screen.show("service", "asking for it");
             check("client", createSdfClient(onStatus));
         }

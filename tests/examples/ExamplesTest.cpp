@@ -138,13 +138,20 @@ TEST_F(ExamplesTest, GameEndsWithoutAService) {
 TEST_F(ExamplesTest, GameSaysHowItIsUsed) {
     const std::string usage = "usage: lum_sdf_game ADDRESS PORT, of a server that can be reached";
     for (const Lines& arguments :
-         {Lines{}, Lines{"127.0.0.1"}, Lines{"localhost", "1"}, Lines{"127.0.0.1", "none"}}) {
+         {Lines{}, Lines{"127.0.0.1"}, Lines{"localhost", "1"}, Lines{"127.0.0.1", "none"},
+          Lines{"127.0.0.1", "0"}, Lines{"127.0.0.1", "65536"}, Lines{"127.0.0.1", "99999"},
+          Lines{"127.0.0.1", "99999999999999999999"}, Lines{"127.0.0.1", ""},
+          Lines{"127.0.0.1", "80x"}, Lines{"127.0.0.1", "-1"}}) {
         Lines command{LUM_GAME_PROGRAM};
         command.insert(command.end(), arguments.begin(), arguments.end());
         ChildProcess refused(command);
         EXPECT_EQ(refused.wait(), 2);
         EXPECT_EQ(refused.errorLines(), Lines{usage});
     }
+    ChildProcess asked({LUM_GAME_PROGRAM, "--help"});
+    EXPECT_EQ(asked.wait(), 0);
+    EXPECT_EQ(asked.lines(), Lines{usage});
+    EXPECT_EQ(asked.errorLines(), Lines{});
 }
 
 Lines monitorOf(const Lines& options) {
@@ -209,6 +216,16 @@ TEST_F(ExamplesTest, MonitorComesBackWithTheService) {
     EXPECT_EQ(watching.wait(), 0);
 }
 
+// Each time the service goes before it has told of the filter, upon which the list is asked for.
+TEST_F(ExamplesTest, MonitorShowsAFailedRequestEachTimeItHasAskedForTheService) {
+    EmulatorProcess emulator({"--rule", "on reg_filter_status: status SERVICE_DOWN"});
+    ChildProcess watching(monitorOf(kFlow));
+    EXPECT_TRUE(watching.waitForLine("list: service down", 2));
+    EXPECT_GE(count(watching.lines(), "service: asking for it"), 2U);
+    watching.signal(SIGTERM);
+    EXPECT_EQ(watching.wait(), 0);
+}
+
 TEST_F(ExamplesTest, MonitorEndsAfterItsTime) {
     EmulatorProcess emulator;
     ChildProcess watching(monitorOf({"-t", "1"}));
@@ -226,12 +243,21 @@ TEST_F(ExamplesTest, MonitorEndsAfterItsTimeWithoutAService) {
 TEST_F(ExamplesTest, MonitorSaysHowItIsUsed) {
     const std::string usage =
         "usage: lum_sdf_monitor [-t SECONDS] [-g] [SOURCE PORT DESTINATION PORT]...";
-    for (const Lines& options : {Lines{"-t", "0"}, Lines{"-t", "x"}, Lines{"-t", "-1"}, Lines{"x"},
-                                 Lines{"192.0.2.10", "1", "nobody", "2"}}) {
+    for (const Lines& options :
+         {Lines{"-t", "0"}, Lines{"-t", "x"}, Lines{"-t", "-1"}, Lines{"-t", "5x"}, Lines{"-t", ""},
+          Lines{"-t", "2147483648"}, Lines{"x"}, Lines{"192.0.2.10", "1", "nobody", "2"},
+          Lines{"192.0.2.10", "0", "192.0.2.11", "2"},
+          Lines{"192.0.2.10", "1", "192.0.2.11", "65536"},
+          Lines{"192.0.2.10", "99999", "192.0.2.11", "2"},
+          Lines{"192.0.2.10", "1", "192.0.2.11", "2x"}}) {
         ChildProcess refused(monitorOf(options));
         EXPECT_EQ(refused.wait(), 2);
         EXPECT_EQ(refused.errorLines(), Lines{usage});
     }
+    ChildProcess asked(monitorOf({"--help"}));
+    EXPECT_EQ(asked.wait(), 0);
+    EXPECT_EQ(asked.lines(), Lines{usage});
+    EXPECT_EQ(asked.errorLines(), Lines{});
 }
 
 }  // namespace
