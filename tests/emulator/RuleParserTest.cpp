@@ -232,6 +232,45 @@ TEST(RuleParserTest, ErrorInAScenarioNamesTheLine) {
     }
 }
 
+TEST(RuleParserTest, WhatCannotBePrintedIsEscapedInErrors) {
+    const std::string otherwise = "\": expected \":\", \"nth\", \"every\" or \"from\"";
+    EXPECT_EQ(errorOf(std::string("on any a\0b\x1b[2J\x7f\xff~", 17)),
+              "here:8: \"a\\x00b\\x1b[2J\\x7f\\xff~" + otherwise);
+    EXPECT_EQ(errorOf("on any m\xc3\xb6glich"), "here:8: \"m\\xc3\\xb6glich" + otherwise);
+}
+
+TEST(RuleParserTest, ScenarioMayBeginWithAByteOrderMark) {
+    std::istringstream lines("\xEF\xBB\xBFon any: refuse\n");
+    const std::vector<Rule> rules = parseScenario(lines, "file");
+    ASSERT_EQ(rules.size(), 1U);
+    EXPECT_EQ(rules[0].text, "on any: refuse");
+    std::istringstream alone("\xEF\xBB\xBF");
+    EXPECT_TRUE(parseScenario(alone, "file").empty());
+}
+
+std::string scenarioErrorOf(const std::string& text) {
+    std::istringstream lines(text);
+    try {
+        parseScenario(lines, "file");
+    } catch (const RuleError& error) {
+        return error.what();
+    }
+    return "none";
+}
+
+TEST(RuleParserTest, ByteOrderMarkElsewhereIsAnError) {
+    EXPECT_EQ(scenarioErrorOf("\n\xEF\xBB\xBFon any: refuse\n"),
+              "file:2:1: \"\\xef\\xbb\\xbfon\": a rule begins with \"on\"");
+}
+
+TEST(RuleParserTest, LineOfAScenarioMayHave65536Bytes) {
+    const std::string rule = "on any: refuse #";
+    const std::string longest = rule + std::string(65536 - rule.size(), 'x');
+    EXPECT_EQ(scenarioErrorOf("\n" + longest + "\n" + longest), "none");
+    EXPECT_EQ(scenarioErrorOf("\n" + longest + "x\n"), "file:2: longer than 65536 bytes");
+    EXPECT_EQ(scenarioErrorOf(longest + "x"), "file:1: longer than 65536 bytes");
+}
+
 TEST(RuleWordsTest, KindOfARequestIsItsName) {
     SdfProto::ServiceMsg request;
     EXPECT_EQ(kindOf(request), "disable");

@@ -135,6 +135,10 @@ TEST_F(EmulatorProgramTest, WrongCommandLineIsReported) {
     EXPECT_EQ(unknown.errorLines(),
               (Lines{"lum_sdf_emulator: The following argument was not expected: --colour",
                      "Run with --help for more information."}));
+    ChildProcess empty({mProgram, "--record", ""});
+    EXPECT_EQ(empty.wait(), 2);
+    EXPECT_EQ(empty.errorLines(), (Lines{"lum_sdf_emulator: --record: A file's name is empty",
+                                         "Run with --help for more information."}));
     const std::vector<std::pair<std::string, std::string>> options{
         {"--ready-fd", "2147483647"},
         {"--deny-uid", "4294967295"},
@@ -186,6 +190,13 @@ TEST_F(EmulatorProgramTest, ScenarioThatCannotBeReadIsReported) {
     EXPECT_EQ(folder.wait(), 2);
     EXPECT_EQ(folder.errorLines(),
               Lines{"lum_sdf_emulator: " + mFolder.path() + ": Is a directory"});
+}
+
+TEST_F(EmulatorProgramTest, ScenarioWithoutAnEndIsReported) {
+    ChildProcess emulator({mProgram, "--scenario", "/dev/zero"});
+    EXPECT_EQ(emulator.wait(), 2);
+    EXPECT_EQ(emulator.errorLines(),
+              Lines{"lum_sdf_emulator: /dev/zero:1: longer than 65536 bytes"});
 }
 
 TEST_F(EmulatorProgramTest, StateIsPrintedWhenAskedFor) {

@@ -73,7 +73,9 @@ void describeOutput(CLI::App& app, Options& options) {
     app.add_option("--record", options.record,
                    "Append each message received and sent to this file, one JSON object\n"
                    "a line: time, direction, pid, uid, type, hex, event, text")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(
+            [](const std::string& path) { return path.empty() ? "A file's name is empty" : ""; });
     app.add_option("--ready-fd", options.readyFd,
                    "Write the line that says it is ready to this descriptor too, and\nclose it")
         ->type_name("N")

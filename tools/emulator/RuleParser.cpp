@@ -5,6 +5,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstddef>
+#include <cstdio>
 #include <optional>
 #include <random>
 #include <utility>
@@ -53,6 +54,36 @@ std::string changed(std::string text, int (*change)(int)) {
     return text;
 }
 
+// The text with what cannot be printed as \xNN: it may come from a file of any sort.
+std::string printable(const std::string& text) {
+    std::string shown;
+    for (const char c : text) {
+        if (std::isprint(static_cast<unsigned char>(c)) != 0) {
+            shown += c;
+        } else {
+            char escaped[5];
+            snprintf(escaped, sizeof escaped, "\\x%02x", static_cast<unsigned>(c) & 0xFFU);
+            shown += escaped;
+        }
+    }
+    return shown;
+}
+
+// Reads the next line of a scenario. where: of it, for the error when it is too long. Returns false
+// at the end.
+bool readLine(std::istream& lines, const std::string& where, std::string& line) {
+    constexpr size_t kLongest = 65536;
+    line.clear();
+    for (char c = 0; lines.get(c);) {
+        if (c == '\n') return true;
+        if (line.size() == kLongest) {
+            throw RuleError(where + ": longer than " + std::to_string(kLongest) + " bytes");
+        }
+        line += c;
+    }
+    return !line.empty();
+}
+
 // Understands the words of one rule from first to last.
 class Parser {
   public:
@@ -88,7 +119,7 @@ class Parser {
     }
 
     [[noreturn]] void fail(const std::string& message) const {
-        const std::string found = atEnd() ? "at its end" : '"' + word().text + '"';
+        const std::string found = atEnd() ? "at its end" : '"' + printable(word().text) + '"';
         throw RuleError(mWhere + ":" + std::to_string(word().column) + ": " + found + ": " +
                         message);
     }
@@ -230,12 +261,15 @@ Rule parseRule(const std::string& text, const std::string& where) {
 }
 
 std::vector<Rule> parseScenario(std::istream& lines, const std::string& name) {
+    const std::string byteOrderMark = "\xEF\xBB\xBF";
     std::vector<Rule> rules;
     std::string line;
-    for (int number = 1; std::getline(lines, line); ++number) {
+    for (int number = 1;; ++number) {
+        const std::string where = name + ":" + std::to_string(number);
+        if (!readLine(lines, where, line)) return rules;
+        if (number == 1 && line.rfind(byteOrderMark, 0) == 0) line.erase(0, byteOrderMark.size());
         const std::string text = line.substr(0, line.find('#'));
         if (std::all_of(text.begin(), text.end(), isSpace)) continue;
-        rules.push_back(parseRule(text, name + ":" + std::to_string(number)));
+        rules.push_back(parseRule(text, where));
     }
-    return rules;
 }

@@ -20,6 +20,7 @@ class RuleError : public std::runtime_error {
 //     scenario.txt:7:4: "add_filtre": expected a kind of requests (any, register, ...)
 Rule parseRule(const std::string& text, const std::string& where);
 
-// Understands a scenario: one rule a line, comments from # to the end of the line, empty lines.
-// name: the file's, for errors. Throws RuleError.
+// Understands a scenario: one rule a line of 65536 bytes at most, comments from # to the end of the
+// line, empty lines, at the beginning perhaps a UTF-8 byte order mark. name: the file's, for
+// errors. Throws RuleError.
 std::vector<Rule> parseScenario(std::istream& lines, const std::string& name);

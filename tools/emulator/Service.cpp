@@ -12,6 +12,18 @@ struct Service::Core {
     Core(const Core&) = delete;
     Core& operator=(const Core&) = delete;
 
+    // Has the thread carry out a client's call, and waits for it. Lets no exception out: the binder
+    // runtime, which calls, knows none.
+    template <typename Call>
+    ndk::ScopedAStatus call(const Call& call) try {
+        ndk::ScopedAStatus status = ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);  // stopped
+        thread.run([&] { status = call(work); });
+        return status;
+    } catch (...) {
+        // The client is told, and nobody else: there may be no memory left for words.
+        return ndk::ScopedAStatus::fromStatus(STATUS_UNKNOWN_ERROR);
+    }
+
     ServiceThread thread;
     DataService work;
 };
@@ -20,10 +32,6 @@ namespace {
 
 Caller caller() {
     return {AIBinder_getCallingPid(), AIBinder_getCallingUid()};
-}
-
-ndk::ScopedAStatus stopped() {
-    return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
 }
 
 }  // namespace
@@ -38,17 +46,14 @@ Service::Service(DataService::Config config, ClientTable& clients, std::shared_p
 }
 
 ndk::ScopedAStatus Service::registerBlobCallback(const std::shared_ptr<Callback>& callback) {
-    ndk::ScopedAStatus status = stopped();
     const Caller who = caller();
-    mCore->thread.run([&] { status = mCore->work.admit(who, callback); });
-    return status;
+    return mCore->call([&](DataService& work) { return work.admit(who, callback); });
 }
 
 ndk::ScopedAStatus Service::sendBlob(LumSdkType type, const std::vector<uint8_t>& blob) {
-    ndk::ScopedAStatus status = stopped();
     const Caller who = caller();
-    mCore->thread.run([&] { status = mCore->work.take(who, static_cast<int32_t>(type), blob); });
-    return status;
+    return mCore->call(
+        [&](DataService& work) { return work.take(who, static_cast<int32_t>(type), blob); });
 }
 
 void Service::inspect(std::function<void(const DataService&)> look) {
