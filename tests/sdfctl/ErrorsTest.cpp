@@ -69,6 +69,16 @@ TEST_F(ErrorsTest, OutputThatCannotBeWritten) {
     EXPECT_EQ(child.errorLines(), Lines{"sdfctl: standard output: No space left on device"});
 }
 
+TEST_F(ErrorsTest, ClosedStandardStreams) {
+    const std::string program = sdfctlCommand("")[0];
+    ChildProcess input({"/bin/sh", "-c", "exec \"$0\" <&-", program});
+    EXPECT_EQ(input.wait(), 1);
+    EXPECT_EQ(input.errorLines(), Lines{"sdfctl: standard input: Bad file descriptor"});
+    ChildProcess output({"/bin/sh", "-c", "exec \"$0\" status >&-", program});
+    EXPECT_EQ(output.wait(), 1);
+    EXPECT_EQ(output.errorLines(), Lines{"sdfctl: standard output: Bad file descriptor"});
+}
+
 TEST_F(ErrorsTest, HelpIsComplete) {
     const Outcome run = runSdfctl("--help");
     EXPECT_EQ(run.status, 0);

@@ -3,6 +3,9 @@
 // sdfctl: the client library's functions as commands, to try the interface or a service by hand.
 // Its help and its manual page say how it is used.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <limits>
@@ -72,6 +75,16 @@ void describe(CLI::App& app, Options& options) {
                  "Make no client, and wait for no service, unless told by a command");
 }
 
+// A standard stream that is closed leaves its number to whatever is opened next: lines would go to
+// the service, and the end of the input would never come. What is opened here in its place fails
+// when it is used.
+void holdStandardStreams() {
+    for (int fd = STDIN_FILENO; fd >= 0 && fd <= STDERR_FILENO;) {
+        const int unusable = fd == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+        fd = fcntl(fd, F_GETFD) >= 0 ? fd + 1 : open("/dev/null", unusable);
+    }
+}
+
 int run(const Options& options) {
     if (!options.words.empty() && options.words[0] == "doctor") {
         return runDoctor({options.words.begin() + 1, options.words.end()}, options.settings);
@@ -87,6 +100,7 @@ int run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) try {
+    holdStandardStreams();
     CLI::App app(kAbout, "sdfctl");
     Options options;
     describe(app, options);
