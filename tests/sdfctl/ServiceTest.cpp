@@ -162,6 +162,18 @@ TEST_F(ServiceTest, SignalsEndItInOrder) {
     }
 }
 
+TEST_F(ServiceTest, SignalEndsItWhileAStoppedServiceKeepsItFromDestroying) {
+    const EmulatorProcess emulator;
+    ChildProcess child(sdfctlCommand(""));
+    child.writeLine("create");
+    ASSERT_TRUE(child.waitForLine(kUp));
+    ASSERT_EQ(kill(emulator.pid(), SIGSTOP), 0);
+    child.writeLine("status then quit");
+    ASSERT_TRUE(child.waitForLine("filters: none"));
+    child.signal(SIGTERM);
+    EXPECT_EQ(child.wait(), 128 + SIGTERM);
+}
+
 TEST_F(ServiceTest, SignalEndsAScriptThatWaitsForItsNextLine) {
     const EmulatorProcess emulator;
     ChildProcess child(sdfctlCommand(""));

@@ -89,6 +89,12 @@ void askUntilTheEnd(Session& session) {
     }
 }
 
+// Destroying takes as long as the service does; nobody must have to wait for that.
+void finish(Session& session) {
+    Waiter::letGo();
+    session.finish();
+}
+
 // Runs it, then destroys the client.
 template <typename Body>
 int runToTheEnd(Session& session, const Body& body) {
@@ -100,12 +106,10 @@ int runToTheEnd(Session& session, const Body& body) {
     } catch (const NotUp& error) {
         session.complain(kExitNotUp, error.what());
     } catch (const Interrupted& interrupted) {
-        // Destroying can take long; whoever asks once more does not want to wait for it.
-        Waiter::letGo();
-        session.finish();
+        finish(session);
         return kExitSignal + interrupted.signal;
     }
-    session.finish();
+    finish(session);
     return session.exitStatus();
 }
 
