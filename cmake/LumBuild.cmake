@@ -34,6 +34,10 @@ if(LUM_COVERAGE)
   add_link_options(--coverage)
 endif()
 
+# The library is compiled as users compile it; for the tests' own sources, and for the tools' that
+# take longest, that is time lost.
+set(LUM_TEST_OPTIONS "" CACHE STRING "Options that go after the build type's for such sources")
+
 # lum_warnings: for our own sources; generated ones are built without it.
 add_library(lum_warnings INTERFACE)
 target_compile_options(lum_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror)
