@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "tests/platform/Eventually.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/PeerProcess.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SocketFolder.h"
 

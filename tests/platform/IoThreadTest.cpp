@@ -7,7 +7,7 @@
 
 #include "platform/linux/src/IoThread.h"
 #include "platform/linux/src/UniqueFd.h"
-#include "tests/platform/Eventually.h"
+#include "tests/support/Eventually.h"
 
 namespace {
 

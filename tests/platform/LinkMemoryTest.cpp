@@ -10,8 +10,8 @@
 #include <memory>
 
 #include "platform/linux/src/LocalLink.h"
-#include "tests/platform/Eventually.h"
 #include "tests/support/AllocationLimit.h"
+#include "tests/support/Eventually.h"
 #include "tests/utils/SystemCalls.h"
 
 namespace {

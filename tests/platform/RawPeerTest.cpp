@@ -15,9 +15,9 @@
 
 #include "platform/linux/src/Frame.h"
 #include "platform/linux/src/UniqueFd.h"
-#include "tests/platform/Eventually.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/PeerProcess.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SocketFolder.h"
 

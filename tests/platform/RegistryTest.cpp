@@ -11,10 +11,10 @@
 #include <thread>
 #include <vector>
 
-#include "tests/platform/Eventually.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/PeerProcess.h"
 #include "tests/support/DescriptorLimit.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SocketFolder.h"
 #include "tools/emulator/ProcessStats.h"

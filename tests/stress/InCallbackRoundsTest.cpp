@@ -7,33 +7,13 @@
 
 #include "tests/stress/ClientEvents.h"
 #include "tests/support/EmulatorProcess.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/SocketFolder.h"
 
 // An application that does everything from inside its callbacks, against a real service. Also run
 // without LUM_SDF_GUARDED under the sanitizers: this is the way of use that needs no lock.
 
 namespace {
-
-class Countdown {
-  public:
-    explicit Countdown(int count) : mLeft(count) {}
-    // Returns how many are left.
-    int step() {
-        const std::lock_guard<std::mutex> guard(mLock);
-        if (mLeft > 0) --mLeft;
-        mChanged.notify_all();
-        return mLeft;
-    }
-    bool wait() {
-        std::unique_lock<std::mutex> guard(mLock);
-        return mChanged.wait_for(guard, std::chrono::seconds(60), [&] { return mLeft == 0; });
-    }
-
-  private:
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    int mLeft;
-};
 
 long long ask() {
     return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_2, SDF_LATENCY_LVL_3, true,
@@ -47,25 +27,25 @@ bool isUp(const ClientEvent& event) {
 TEST(InCallbackRoundsTest, EachAnswerBringsTheNextRequest) {
     const SocketFolder folder;
     const EmulatorProcess emulator;
-    Countdown answers(500);
+    Counter answers;
     std::atomic<long long> awaited{0};
     setEventHook([&](const ClientEvent& event) {
         if (event.kind == ClientEvent::Kind::kLevels) {
             EXPECT_EQ(event.id, awaited);
-            if (answers.step() == 0) return;
+            if (answers.add() >= 500) return;
         }
         awaited = ask();
         EXPECT_GT(awaited, 0);
     });
     ASSERT_EQ(createSdfClient(onStatus), 0);
-    EXPECT_TRUE(answers.wait());
+    EXPECT_TRUE(answers.waitFor(500));
     EXPECT_EQ(destroySdfClient(), 0);
 }
 
 TEST(InCallbackRoundsTest, DestroyAndCreateAgainFromTheAnswer) {
     const SocketFolder folder;
     EmulatorProcess emulator;
-    Countdown clients(200);
+    Counter clients;
     setEventHook([&](const ClientEvent& event) {
         if (isUp(event)) {
             EXPECT_GT(ask(), 0);
@@ -73,12 +53,12 @@ TEST(InCallbackRoundsTest, DestroyAndCreateAgainFromTheAnswer) {
         }
         EXPECT_EQ(destroySdfClient(), 0);
         EXPECT_EQ(ask(), SDF_V2_INVALID_OPERATION);
-        if (clients.step() > 0) {
+        if (clients.add() < 200) {
             EXPECT_EQ(createSdfClient(onStatus), 0);
         }
     });
     ASSERT_EQ(createSdfClient(onStatus), 0);
-    EXPECT_TRUE(clients.wait());
+    EXPECT_TRUE(clients.waitFor(200));
     EXPECT_EQ(destroySdfClient(), SDF_V2_INVALID_OPERATION);
     EXPECT_TRUE(emulator.waitForClients(0));
 }
@@ -87,14 +67,14 @@ TEST(InCallbackRoundsTest, DestroyFromServiceUpWhileCreateMayStillBeUnderWay) {
     const SocketFolder folder;
     EmulatorProcess emulator;
     for (int round = 0; round < 300; ++round) {
-        Countdown destroyed(1);
+        Counter destroyed;
         setEventHook([&](const ClientEvent& event) {
             EXPECT_TRUE(isUp(event));
             EXPECT_EQ(destroySdfClient(), 0);
-            destroyed.step();
+            destroyed.add();
         });
         ASSERT_EQ(createSdfClient(onStatus), 0);
-        ASSERT_TRUE(destroyed.wait());
+        ASSERT_TRUE(destroyed.waitFor());
     }
     EXPECT_TRUE(emulator.waitForClients(0));
 }
@@ -144,27 +124,27 @@ TEST(InCallbackRoundsTest, DestroyFromInsideTheLossOfTheService) {
     const SocketFolder folder;
     EmulatorProcess emulator;
     for (int round = 0; round < 20; ++round) {
-        Countdown answered(1);
+        Counter answered;
         setEventHook([&](const ClientEvent& event) {
             if (isUp(event)) {
                 EXPECT_GT(ask(), 0);
             }
-            if (event.kind == ClientEvent::Kind::kLevels) answered.step();
+            if (event.kind == ClientEvent::Kind::kLevels) answered.add();
         });
         ASSERT_EQ(createSdfClient(onStatus), 0);
-        ASSERT_TRUE(answered.wait());
+        ASSERT_TRUE(answered.waitFor());
 
-        Countdown lost(1);
+        Counter lost;
         setEventHook([&](const ClientEvent& event) {
             if (event.kind != ClientEvent::Kind::kStatus || event.status != SDF_V2_SERVICE_DOWN) {
                 return;
             }
             EXPECT_EQ(ask(), SDF_V2_SERVICE_DOWN);
             EXPECT_EQ(destroySdfClient(), 0);
-            lost.step();
+            lost.add();
         });
         emulator.kill();
-        ASSERT_TRUE(lost.wait());
+        ASSERT_TRUE(lost.waitFor());
         emulator.restart();
     }
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -12,33 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/Eventually.h"
 #include "transport/SdkClientBase.h"
-
-constexpr std::chrono::seconds kGenerous(30);
-
-// Waits for something another thread does, any number of times.
-class Signal {
-  public:
-    void raise() {
-        const std::lock_guard<std::mutex> guard(mLock);
-        ++mRaised;
-        mChanged.notify_all();
-    }
-    // True once it has been raised `times` times.
-    bool wait(int times = 1) {
-        std::unique_lock<std::mutex> guard(mLock);
-        return mChanged.wait_for(guard, kGenerous, [&] { return mRaised >= times; });
-    }
-    bool raised() {
-        const std::lock_guard<std::mutex> guard(mLock);
-        return mRaised > 0;
-    }
-
-  private:
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    int mRaised = 0;
-};
 
 // A listener that remembers what it was told. Copies share one record.
 class ListenerRecord {
@@ -75,8 +49,7 @@ class ListenerRecord {
     }
     bool waitForCalls(size_t count) const {
         std::unique_lock<std::mutex> guard(mState->lock);
-        return mState->grown.wait_for(guard, kGenerous,
-                                      [&] { return mState->calls.size() >= count; });
+        return mState->grown.wait_for(guard, kLimit, [&] { return mState->calls.size() >= count; });
     }
     // How many copies of this listener are held elsewhere.
     long copies() const { return mState.use_count() - 1; }

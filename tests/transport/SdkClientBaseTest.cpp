@@ -33,8 +33,8 @@ class FakeTransport : public SdkClientBase {
     void connectLumSdkClient(LumSdkClientType type) override {
         ++connects;
         if (hangInConnect) {
-            inConnect.raise();
-            mayConnect.wait();
+            inConnect.add();
+            mayConnect.waitFor();
         }
         connected = reachable.load();
         if (connected) notifyServiceUp(type);
@@ -66,8 +66,8 @@ class FakeTransport : public SdkClientBase {
     std::atomic<int> connects{0};
     bool hangInConnect = false;
     bool throwInCleanup = false;
-    Signal inConnect;
-    Signal mayConnect;
+    Counter inConnect;
+    Counter mayConnect;
     std::vector<int> cleanups;  // read after the loop has ended
 
   private:
@@ -92,7 +92,7 @@ class SdkClientBaseTest : public testing::Test {
         waitForEnd();
     }
     void waitForEnd() {
-        for (auto limit = std::chrono::steady_clock::now() + kGenerous;
+        for (auto limit = std::chrono::steady_clock::now() + kLimit;
              transport->isRunning() && std::chrono::steady_clock::now() < limit;) {
             std::this_thread::yield();
         }
@@ -216,10 +216,10 @@ TEST_F(SdkClientBaseTest, EventsBehindTheLastReleaseAreDropped) {
     transport->hangInConnect = true;
     const ListenerRecord listener;
     start(makeEvent(kSdf, {1}), listener);
-    ASSERT_TRUE(transport->inConnect.wait());
+    ASSERT_TRUE(transport->inConnect.waitFor());
     post(kSdf, {2}, true);
     post(kSdf, {3});
-    transport->mayConnect.raise();
+    transport->mayConnect.add();
     waitForEnd();
     const std::vector<std::pair<int, Bytes>> expected{{5, {1}}, {5, {2}}};
     EXPECT_EQ(transport->allSent(), expected);
@@ -331,7 +331,7 @@ TEST_F(SdkClientBaseTest, ReleasePostedBeforeTheTypeWasTakenUpAgainDoesNotEndThe
     transport->hangInConnect = true;
     const ListenerRecord listener;
     start(makeEvent(kSdf, {1}), listener);
-    ASSERT_TRUE(transport->inConnect.wait());
+    ASSERT_TRUE(transport->inConnect.waitFor());
     ASSERT_TRUE(transport->use(kOther, listener, makeEvent(kOther, {2})));
     post(kSdf, {3}, true);
     EXPECT_FALSE(transport->leave(kSdf));
@@ -339,7 +339,7 @@ TEST_F(SdkClientBaseTest, ReleasePostedBeforeTheTypeWasTakenUpAgainDoesNotEndThe
     ASSERT_TRUE(transport->use(kSdf, listener, again));
     transport->postEvent(again);
     EXPECT_FALSE(transport->leave(kOther));
-    transport->mayConnect.raise();
+    transport->mayConnect.add();
 
     auto last = makeEvent(kSdf, {5});
     last->mKind = SdkClientEvent::kDeliver;
@@ -356,7 +356,7 @@ TEST_F(SdkClientBaseTest, LateReleaseOfAnotherTypeDoesNotDropWhatTheLastOneQueue
     transport->hangInConnect = true;
     const ListenerRecord listener;
     start(makeEvent(kSdf, {1}), listener);
-    ASSERT_TRUE(transport->inConnect.wait());
+    ASSERT_TRUE(transport->inConnect.waitFor());
     const auto other = makeEvent(kOther, {2});
     ASSERT_TRUE(transport->use(kOther, listener, other));
     transport->postEvent(other);
@@ -365,7 +365,7 @@ TEST_F(SdkClientBaseTest, LateReleaseOfAnotherTypeDoesNotDropWhatTheLastOneQueue
     post(kOther, {4});
     post(kOther, {5}, true);
     EXPECT_TRUE(transport->leave(kOther));
-    transport->mayConnect.raise();  // only now is the first release handled
+    transport->mayConnect.add();  // only now is the first release handled
     waitForEnd();
     const std::vector<std::pair<int, Bytes>> expected{
         {5, {1}}, {6, {2}}, {5, {3}}, {6, {4}}, {6, {5}}};

@@ -84,7 +84,7 @@ class SdkClientTest : public testing::Test {
     }
     // True once nobody holds the object any more.
     static bool goes(const std::weak_ptr<SdkClient>& client) {
-        for (auto limit = std::chrono::steady_clock::now() + kGenerous; !client.expired();) {
+        for (auto limit = std::chrono::steady_clock::now() + kLimit; !client.expired();) {
             if (std::chrono::steady_clock::now() > limit) return false;
             std::this_thread::yield();
         }
@@ -142,15 +142,15 @@ TEST_F(SdkClientTest, FirstEventConnectsRegistersAndIsSent) {
 
 TEST_F(SdkClientTest, SecondTypeSharesTheThreadAndHearsServiceUpAtOnce) {
     binder.serve(nullptr);
-    Signal sleeping;
-    Signal wake;
+    Counter sleeping;
+    Counter wake;
     binder.onSleep([&] {
-        sleeping.raise();
-        wake.wait();
+        sleeping.add();
+        wake.waitFor();
     });
     const ListenerRecord first;
     const auto client = get(kSdf, first);
-    ASSERT_TRUE(sleeping.wait());  // the service is unreachable
+    ASSERT_TRUE(sleeping.waitFor());  // the service is unreachable
 
     const ListenerRecord second;
     EXPECT_EQ(get(kOther, second), client);
@@ -159,7 +159,7 @@ TEST_F(SdkClientTest, SecondTypeSharesTheThreadAndHearsServiceUpAtOnce) {
     EXPECT_TRUE(second.calls()[0].bytes.empty());
 
     binder.serve(service);
-    wake.raise();
+    wake.add();
     ASSERT_TRUE(first.waitForCalls(1));
     client->postEvent(makeEvent(kOther, {2}));
     release(kOther);
@@ -205,16 +205,16 @@ TEST_F(SdkClientTest, ALaterGetBuildsAFreshOne) {
 }
 
 TEST_F(SdkClientTest, GetWhileShuttingDownGivesNothing) {
-    Signal sending;
-    Signal proceed;
+    Counter sending;
+    Counter proceed;
     service->mOnBlob = [&](const FakeService::Message& message) {
         if (message.blob != Bytes{1}) return;
-        sending.raise();
-        proceed.wait();
+        sending.add();
+        proceed.waitFor();
     };
     const ListenerRecord listener;
     get(kSdf, listener);
-    ASSERT_TRUE(sending.wait());
+    ASSERT_TRUE(sending.waitFor());
     std::thread destroyer([] { release(kSdf); });
     while (std::atomic_load(&SdkClient::mInstance)->isActive(kSdf)) std::this_thread::yield();
 
@@ -222,7 +222,7 @@ TEST_F(SdkClientTest, GetWhileShuttingDownGivesNothing) {
     for (int i = 0; i < 100; ++i) EXPECT_EQ(get(kOther, late), nullptr);
     EXPECT_EQ(late.copies(), 0);
     EXPECT_TRUE(late.calls().empty());
-    proceed.raise();
+    proceed.add();
     destroyer.join();
     EXPECT_EQ(SdkClient::mInstance, nullptr);
 }
@@ -636,16 +636,16 @@ TEST_F(SdkClientTest, DestroyOnTheSdkThreadIsFinishedByThatThread) {
     service->mRefuseBlobs = true;
     service->mRefuseCallback = true;
     std::weak_ptr<SdkClient> client;
-    Signal destroyed;
+    Counter destroyed;
     std::atomic<bool> goneAtOnce{false};
     const ListenerRecord listener([&](SdkClientBase::SdkStatus status) {
-        if (status != kFailed || destroyed.raised()) return;
+        if (status != kFailed || destroyed.value() > 0) return;
         release(kSdf);
         goneAtOnce = std::atomic_load(&SdkClient::mInstance) == nullptr;
-        destroyed.raise();
+        destroyed.add();
     });
     client = get(kSdf, listener);
-    ASSERT_TRUE(destroyed.wait());
+    ASSERT_TRUE(destroyed.waitFor());
     EXPECT_TRUE(goneAtOnce);
     EXPECT_TRUE(goes(client));
     EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {0xEE}}));
@@ -655,17 +655,17 @@ TEST_F(SdkClientTest, DestroyOnTheSdkThreadIsFinishedByThatThread) {
 TEST_F(SdkClientTest, DestroyAndCreateOnTheSdkThread) {
     service->mRefuseCallback = true;
     std::weak_ptr<SdkClient> first;
-    Signal created;
+    Counter created;
     const ListenerRecord second;
     const ListenerRecord listener([&](SdkClientBase::SdkStatus status) {
-        if (status != kFailed || created.raised()) return;
+        if (status != kFailed || created.value() > 0) return;
         release(kSdf);
         EXPECT_NE(get(kSdf, second, {2}), nullptr);
-        created.raise();
+        created.add();
     });
     service->mRefuseBlobs = true;
     first = get(kSdf, listener);
-    ASSERT_TRUE(created.wait());
+    ASSERT_TRUE(created.waitFor());
     ASSERT_TRUE(second.waitForCalls(1));
     EXPECT_TRUE(goes(first));
     EXPECT_NE(SdkClient::mInstance, nullptr);
@@ -678,16 +678,16 @@ TEST_F(SdkClientTest, NewInstanceMayBeDestroyedOnTheOldOnesThread) {
     service->mRefuseBlobs = true;
     std::weak_ptr<SdkClient> first;
     std::weak_ptr<SdkClient> second;
-    Signal done;
+    Counter done;
     const ListenerRecord listener([&](SdkClientBase::SdkStatus status) {
-        if (status != kFailed || done.raised()) return;
+        if (status != kFailed || done.value() > 0) return;
         release(kSdf);
         second = get(kSdf, ListenerRecord(), {2});
         release(kSdf);
-        done.raise();
+        done.add();
     });
     first = get(kSdf, listener);
-    ASSERT_TRUE(done.wait());
+    ASSERT_TRUE(done.waitFor());
     EXPECT_TRUE(goes(first));
     EXPECT_TRUE(goes(second));
     EXPECT_EQ(SdkClient::mInstance, nullptr);

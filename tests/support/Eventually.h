@@ -23,17 +23,18 @@ inline bool eventually(const std::function<bool()>& condition) {
 // A number that threads count up and wait for.
 class Counter {
   public:
-    void add() {
+    // Returns the new number.
+    int add() {
         const std::lock_guard<std::mutex> guard(mLock);
-        ++mCount;
         mChanged.notify_all();
+        return ++mCount;
     }
     int value() const {
         const std::lock_guard<std::mutex> guard(mLock);
         return mCount;
     }
-    // Returns false when a generous limit has passed.
-    bool waitFor(int count) const {
+    // Waits until it is at least `count`; false when a generous limit has passed.
+    bool waitFor(int count = 1) const {
         std::unique_lock<std::mutex> guard(mLock);
         return mChanged.wait_for(guard, kLimit, [&] { return mCount >= count; });
     }
