@@ -789,7 +789,9 @@ TEST_F(SdkClientTest, SecondGetThatRunsOutOfMemoryChangesNothing) {
         // What it is told takes no memory.
         const auto told = std::make_shared<std::array<std::atomic<int>, 4>>();
         const SdkClientBase::Listener second = [told](SdkClientBase::SdkStatus status,
-                                                      const Bytes&) { ++(*told)[status]; };
+                                                      const Bytes&) {
+            ++told->at(static_cast<size_t>(status));
+        };
         std::shared_ptr<SdkClientBase> published;
         std::shared_ptr<SdkClient> joined;
         // The queue gets to where it has to allocate, so that posting is among what fails.
