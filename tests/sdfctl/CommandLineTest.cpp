@@ -84,6 +84,12 @@ TEST(CommandLineTest, ErrorsNameTheArgument) {
         {"add-filter --app-type priority-1",
          "add-filter: --app-type: \"priority-1\" is not a number or one of unspecified, highest, "
          "priority-2 ... best-effort"},
+        {"add-filter --src-family 70000",
+         "add-filter: --src-family: \"70000\" is not a number from 0 to 65535 or one of "
+         "unspecified, inet, inet6, unix"},
+        {"add-filter --dest-family -1",
+         "add-filter: --dest-family: \"-1\" is not a number from 0 to 65535 or one of "
+         "unspecified, inet, inet6, unix"},
         {"sleep 4294967296", "sleep: MS: \"4294967296\" is not a number from 0 to 4294967295"},
         {"wait foo",
          "wait: WHAT: \"foo\" is not a number of milliseconds or one of up, down, status, "
@@ -97,7 +103,7 @@ TEST(CommandLineTest, ErrorsNameTheArgument) {
 TEST(CommandLineTest, NumbersThatTheLibraryRefusesAreTaken) {
     for (const char* const line :
          {"set-latency -2147483648 0 2147483647", "set-latency 0x2 -0 7", "update-ood 0 -1",
-          "add-filter --ood 0 --protocol -1 --app-type 33 --first 7 --src-family 77",
+          "add-filter --ood 0 --protocol -1 --app-type 33 --first 7 --src-family 65535",
           "prioritize-data -2 on"}) {
         EXPECT_EQ(wrongWith(line), "") << line;
     }

@@ -216,8 +216,8 @@ TEST_F(CommandsTest, WhatTheServiceAndTheLibraryRefuse) {
          withClient({"sdfAddFilter(src=192.0.2.1:65000, dest=192.0.2.2, src_range=536" + treated +
                      ") = -2 (invalid argument)"})},
         {"add-filter --src 192.0.2.1 --dest 192.0.2.2 --dest-family unix", 1,
-         withClient(
-             {"sdfAddFilter(src=192.0.2.1, dest=none" + treated + ") = -2 (invalid argument)"})},
+         withClient({"sdfAddFilter(src=192.0.2.1, dest=family unix" + treated +
+                     ") = -2 (invalid argument)"})},
         {"add-filter --src 192.0.2.1 --dest 192.0.2.2 --null-callback", 1,
          withClient({"sdfAddFilter(src=192.0.2.1, dest=192.0.2.2" + treated +
                      ") = -2 (invalid argument)"})},

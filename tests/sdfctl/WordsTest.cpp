@@ -87,6 +87,17 @@ TEST(WordsTest, AddressesAndBack) {
     EXPECT_EQ(addressText(address), "192.0.2.1");
 }
 
+TEST(WordsTest, FamiliesThatHaveNoAddressText) {
+    sockaddr_storage address{};
+    ASSERT_TRUE(readAddress("192.0.2.1:5000", address));
+    address.ss_family = AF_UNIX;
+    EXPECT_EQ(addressText(address), "family unix");
+    address.ss_family = 65535;
+    EXPECT_EQ(addressText(address), "family 65535");
+    address.ss_family = AF_UNSPEC;  // not none: there is more in it
+    EXPECT_EQ(addressText(address), "family unspecified");
+}
+
 TEST(WordsTest, BytesOfAnAddress) {
     sockaddr_storage address{};
     ASSERT_TRUE(readAddress("192.0.2.1:5000", address));

@@ -89,5 +89,7 @@ std::string addressText(const sockaddr_storage& address) {
         if (six.sin6_port == 0) return host;
         return std::string("[") + host + "]:" + std::to_string(ntohs(six.sin6_port));
     }
-    return "none";
+    const sockaddr_storage none{};
+    if (memcmp(&address, &none, sizeof none) == 0) return "none";
+    return "family " + wordOf(familyWords(), address.ss_family);
 }

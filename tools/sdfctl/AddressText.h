@@ -10,6 +10,6 @@
 // and leaves `address` as it is, for other text.
 bool readAddress(const std::string& text, sockaddr_storage& address);
 
-// The same text for an address; the port is left out when it is 0. "none" for a family that is
-// neither IPv4 nor IPv6.
+// The same text for an address; the port is left out when it is 0. "family " and a word or number
+// for one that is neither IPv4 nor IPv6, nor none.
 std::string addressText(const sockaddr_storage& address);

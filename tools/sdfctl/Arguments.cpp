@@ -43,6 +43,20 @@ void Arguments::filter(const std::string& name, FilterName& value, const std::st
     mAll.back().isFilter = true;
 }
 
+void Arguments::family(const std::string& name, std::optional<sa_family_t>& value,
+                       const std::string& about) {
+    const auto read = [&value](const std::string& text) {
+        constexpr int32_t kMost = std::numeric_limits<sa_family_t>::max();
+        int32_t number = 0;
+        if (!readWord(familyWords(), text, number) || number < 0 || number > kMost) return false;
+        value = static_cast<sa_family_t>(number);
+        return true;
+    };
+    const std::string list = listOf(familyWords());
+    add(name, read, "a number from 0 to 65535 or one of " + list, about + ": " + list);
+    mAll.back().words = textsOf(familyWords());
+}
+
 void Arguments::address(const std::string& name, sockaddr_storage& value,
                         const std::string& about) {
     add(

@@ -59,6 +59,9 @@ class Arguments {
     // "on" or "off".
     void onOff(const std::string& name, bool& value, const std::string& about);
     void filter(const std::string& name, FilterName& value, const std::string& about);
+    // The family of an address: a word, or any number that it can be.
+    void family(const std::string& name, std::optional<sa_family_t>& value,
+                const std::string& about);
     void address(const std::string& name, sockaddr_storage& value, const std::string& about);
     // Text that isTaken() accepts, which is one of the words or something else; `expected` tells
     // what.

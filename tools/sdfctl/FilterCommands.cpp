@@ -10,8 +10,8 @@ namespace {
 struct AddValues {
     SdfAddFilterInfo info{};
     std::optional<unsigned char> extra;
-    std::optional<int32_t> srcFamily;
-    std::optional<int32_t> destFamily;
+    std::optional<sa_family_t> srcFamily;
+    std::optional<sa_family_t> destFamily;
     CallbackChoice<SdfFilterStatusCb> callback{callbacks::onFilterAdded};
 
     AddValues() {
@@ -27,10 +27,10 @@ void declareFlow(Arguments& arguments, AddValues& values) {
     arguments.address("--dest", info.dest_addr, "Destination address and port (default: none)");
     arguments.number("--src-range", info.src_port_range, "Further source ports");
     arguments.number("--dest-range", info.dest_port_range, "Further destination ports");
-    arguments.word("--src-family", values.srcFamily, familyWords(),
-                   "Family of the source address, whatever the address");
-    arguments.word("--dest-family", values.destFamily, familyWords(),
-                   "Family of the destination address, whatever the address");
+    arguments.family("--src-family", values.srcFamily,
+                     "Family of the source address, whatever the address");
+    arguments.family("--dest-family", values.destFamily,
+                     "Family of the destination address, whatever the address");
     arguments.word("--protocol", info.protocol, protocolWords(), "Protocol (default: none)");
     arguments.word("--app-type", info.app_type, appTypeWords(),
                    "Application type (default: unspecified)");
@@ -64,8 +64,8 @@ long long issueAdd(Session& session, const AddValues& values) {
                         [&] { return sdfAddFilterV2(values.info, *values.extra, cb); });
 }
 
-void setFamily(sockaddr_storage& address, std::optional<int32_t> family) {
-    if (family) address.ss_family = static_cast<sa_family_t>(*family);
+void setFamily(sockaddr_storage& address, std::optional<sa_family_t> family) {
+    if (family) address.ss_family = *family;
 }
 
 Action addFilter(Arguments& arguments) {
