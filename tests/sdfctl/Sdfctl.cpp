@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/sdfctl/Sdfctl.h"
 
+#include <sys/wait.h>
+
+#include <csignal>
 #include <sstream>
 
 #include "tests/support/ChildProcess.h"
@@ -18,6 +21,13 @@ Outcome runSdfctl(const std::string& arguments, const Lines& input, const Lines&
     child.closeInput();
     const int status = child.wait();
     return {status, child.lines(), child.errorLines()};
+}
+
+bool stopChild(pid_t pid) {
+    siginfo_t info{};
+    return kill(pid, SIGSTOP) == 0 &&
+           waitid(P_PID, static_cast<id_t>(pid), &info, WSTOPPED | WEXITED | WNOWAIT) == 0 &&
+           info.si_code == CLD_STOPPED;
 }
 
 Lines withClient(const Lines& lines) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -21,6 +23,10 @@ Outcome runSdfctl(const std::string& arguments, const Lines& input = {},
 
 // The command that runs it, for a ChildProcess.
 Lines sdfctlCommand(const std::string& arguments);
+
+// Stops a child of this process, as by SIGSTOP, and waits until none of its threads runs any more.
+// Returns false when it has ended instead.
+bool stopChild(pid_t pid);
 
 // The lines that surround those of the commands, when a client is made and destroyed unasked.
 Lines withClient(const Lines& lines);

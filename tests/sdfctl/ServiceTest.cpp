@@ -152,7 +152,8 @@ TEST_F(ServiceTest, PendingFilterBecomesActive) {
 
 TEST_F(ServiceTest, SignalsEndItInOrder) {
     EmulatorProcess emulator;
-    for (const int signal : {SIGINT, SIGTERM}) {
+    (void)std::signal(SIGHUP, SIG_DFL);  // whatever this process was started with
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         ChildProcess child(sdfctlCommand("create then sleep 4000000 then status"));
         ASSERT_TRUE(child.waitForLine(kUp));
         child.signal(signal);
@@ -167,11 +168,81 @@ TEST_F(ServiceTest, SignalEndsItWhileAStoppedServiceKeepsItFromDestroying) {
     ChildProcess child(sdfctlCommand(""));
     child.writeLine("create");
     ASSERT_TRUE(child.waitForLine(kUp));
-    ASSERT_EQ(kill(emulator.pid(), SIGSTOP), 0);
+    ASSERT_TRUE(stopChild(emulator.pid()));
     child.writeLine("status then quit");
     ASSERT_TRUE(child.waitForLine("filters: none"));
     child.signal(SIGTERM);
     EXPECT_EQ(child.wait(), 128 + SIGTERM);
+}
+
+TEST_F(ServiceTest, SignalEndsTheCommandsThatDestroyWhenTheServiceHasStopped) {
+    for (const char* const command : {"destroy", "disable"}) {
+        const EmulatorProcess emulator;
+        ChildProcess child(sdfctlCommand(""));
+        child.writeLine("create");
+        ASSERT_TRUE(child.waitForLine(kUp));
+        ASSERT_TRUE(stopChild(emulator.pid()));
+        child.writeLine(std::string("status then ") + command + " then sleep 4000000");
+        ASSERT_TRUE(child.waitForLine("filters: none"));
+        child.signal(SIGINT);
+        EXPECT_EQ(child.wait(), 128 + SIGINT);
+        EXPECT_EQ(child.lines().back(), "filters: none") << command;  // it never returned
+    }
+}
+
+TEST_F(ServiceTest, HangUpIsIgnoredWhereItWasBefore) {
+    const EmulatorProcess emulator;
+    (void)std::signal(SIGHUP, SIG_IGN);
+    ChildProcess child(sdfctlCommand(""));
+    child.writeLine("create");
+    ASSERT_TRUE(child.waitForLine(kUp));
+    child.signal(SIGHUP);
+    child.writeLine("status");
+    ASSERT_TRUE(child.waitForLine("filters: none"));
+    child.closeInput();
+    EXPECT_EQ(child.wait(), 0);
+}
+
+TEST_F(ServiceTest, ServiceThatIsNotUpAfterWaitEndsTheRun) {
+    const Outcome run = runSdfctl("--manual --timeout 0.2 create then wait up then status");
+    EXPECT_EQ(run.lines, (Lines{kCreated, kDestroyed}));
+    EXPECT_EQ(run.errors, Lines{"sdfctl: the service is not up after 0.2 s"});
+    EXPECT_EQ(run.status, 3);
+}
+
+TEST_F(ServiceTest, ServiceThatIsNotDownAfterWaitIsToldAndTheRunGoesOn) {
+    const EmulatorProcess emulator;
+    const Outcome run = runSdfctl("--timeout 3 create then wait down then high-perf-gaming off");
+    EXPECT_EQ(run.lines, withClient({kGaming}));
+    EXPECT_EQ(run.errors, Lines{"sdfctl: the service is not down after 3 s"});
+    EXPECT_EQ(run.status, 4);
+}
+
+TEST_F(ServiceTest, RefusedRequestIsAFailedCall) {
+    const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: refuse"});
+    const Outcome run = runSdfctl("high-perf-gaming off then wait status -3");
+    EXPECT_EQ(run.lines, withClient({kGaming, "event status: status=-3 (internal error)"}));
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(ServiceTest, RefusedRequestIsAFailedCallForTheOlderCallbackToo) {
+    const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: refuse"});
+    const Outcome run = runSdfctl("enable then high-perf-gaming off then wait legacy-status 2");
+    ASSERT_GE(run.lines.size(), 2U);
+    EXPECT_EQ(run.lines[run.lines.size() - 2], "event legacy-status: status=2 (internal error)");
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(ServiceTest, LostServiceThatWasWaitedForIsNoFailure) {
+    EmulatorProcess emulator;
+    ChildProcess child(sdfctlCommand("create then wait down"));
+    ASSERT_TRUE(child.waitForLine(kUp));
+    emulator.kill();
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(child.lines()[2], kDown);
+    EXPECT_EQ(child.errorLines(), Lines{});
 }
 
 TEST_F(ServiceTest, SignalEndsAScriptThatWaitsForItsNextLine) {

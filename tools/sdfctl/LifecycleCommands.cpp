@@ -18,10 +18,7 @@ Action create(Arguments& arguments) {
 }
 
 Action destroy(Arguments&) {
-    return [](Session& session) {
-        session.leaving();
-        if (session.call("destroySdfClient", {}, destroySdfClient) == 0) session.clientGone();
-    };
+    return [](Session& session) { session.destroy(); };
 }
 
 Action enable(Arguments& arguments) {
@@ -38,10 +35,7 @@ Action enable(Arguments& arguments) {
 }
 
 Action disable(Arguments&) {
-    return [](Session& session) {
-        session.leaving();
-        if (session.callOlder("lum_sdf_disable", lum_sdf_disable) == 1) session.clientGone();
-    };
+    return [](Session& session) { session.disable(); };
 }
 
 }  // namespace

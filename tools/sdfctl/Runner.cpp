@@ -89,12 +89,6 @@ void askUntilTheEnd(Session& session) {
     }
 }
 
-// Destroying takes as long as the service does; nobody must have to wait for that.
-void finish(Session& session) {
-    Waiter::letGo();
-    session.finish();
-}
-
 // Runs it, then destroys the client.
 template <typename Body>
 int runToTheEnd(Session& session, const Body& body) {
@@ -106,10 +100,10 @@ int runToTheEnd(Session& session, const Body& body) {
     } catch (const NotUp& error) {
         session.complain(kExitNotUp, error.what());
     } catch (const Interrupted& interrupted) {
-        finish(session);
+        session.finish();
         return kExitSignal + interrupted.signal;
     }
-    finish(session);
+    session.finish();
     return session.exitStatus();
 }
 

@@ -69,6 +69,18 @@ void Session::asking() {
     if (!mUp) mTold.reset();
 }
 
+void Session::destroy() {
+    mChosen = true;
+    const auto body = [] { return Waiter::untilASignal(destroySdfClient); };
+    if (call("destroySdfClient", {}, body) == 0) clientGone();
+}
+
+void Session::disable() {
+    mChosen = true;
+    const auto body = [] { return Waiter::untilASignal(lum_sdf_disable); };
+    if (callOlder("lum_sdf_disable", body) == 1) clientGone();
+}
+
 void Session::clientGone() {
     mHasClient = false;
     mUp = false;
@@ -147,11 +159,15 @@ void Session::expectAnswers(const std::string& name, size_t expected, bool first
     }
 }
 
-void Session::expectStatus(bool up) {
-    const auto asWanted = [&] { return up ? mUp : mHasClient && !mUp && mTold; };
-    if (waitUntil(inSeconds(mSettings.timeout), asWanted)) return;
-    complain(kExitNotUp, std::string("the service is not ") + (up ? "up" : "down") + " after " +
-                             secondsText(mSettings.timeout));
+void Session::expectUp() {
+    if (waitUntil(inSeconds(mSettings.timeout), [&] { return mUp; })) return;
+    throw NotUp("the service is not up after " + secondsText(mSettings.timeout));
+}
+
+void Session::expectDown() {
+    const auto isDown = [&] { return mHasClient && !mUp && mTold; };
+    if (waitUntil(inSeconds(mSettings.timeout), isDown)) return;
+    complain(kExitNoAnswer, "the service is not down after " + secondsText(mSettings.timeout));
 }
 
 void Session::pause(double seconds) {
@@ -184,7 +200,12 @@ void Session::note(const Event& event) {
     const bool older = event.name == "legacy-status";
     if (older || event.name == "status") {
         const long long up{older ? int{SDF_STATUS_SERVICE_UP} : int{SDF_V2_SERVICE_UP}};
-        mUp = event.number("status") == up;
+        const long long refused{older ? int{SDF_STATUS_INTERNAL_ERROR}
+                                      : int{SDF_V2_INTERNAL_ERROR}};
+        const long long status = event.number("status");
+        // Before the service is up it can only be the library's own request that was refused.
+        if (mUp && status == refused) fail(kExitCallFailed);
+        mUp = status == up;
         mWasUp = mWasUp || mUp;
         mTold = event.fields.front().shown;
     }
@@ -205,8 +226,7 @@ bool Session::takeEvent(const std::string& name, const Test& test) {
 }
 
 void Session::finish() {
-    if (!mHasClient) return;
-    if (call("destroySdfClient", {}, destroySdfClient) == 0) clientGone();
+    if (mHasClient) destroy();
 }
 
 void Session::printStatus() {

@@ -53,12 +53,13 @@ class Session {
 
     // createSdfClient(), with the callback or a null one.
     void create(bool nullCallback);
-    // For the others of the lifecycle: before one that makes a client, or destroys it, and after
-    // one has.
+    // For the older call that makes a client: before it, and after it has.
     void asking();
-    void leaving() { mChosen = true; }
     void clientMade() { mHasClient = true; }
-    void clientGone();
+    // destroySdfClient(), and the older lum_sdf_disable(). They take as long as the service does;
+    // nobody must have to wait for that, so signals end the process meanwhile.
+    void destroy();
+    void disable();
 
     // Makes the client, and waits for the service, as far as the settings ask for it. To be called
     // before each request. Throws NotUp.
@@ -82,8 +83,10 @@ class Session {
     // The same for an answer of several events: waits until there have been `expected`, or they
     // cease to come. first: whether one has to come.
     void expectAnswers(const std::string& name, size_t expected, bool first);
-    // Waits until the service is up, or down; counts the failure when that does not happen in time.
-    void expectStatus(bool up);
+    // Waits until the service is up; throws NotUp when it is not in time.
+    void expectUp();
+    // Waits until the service is down, and counts the failure when it is not in time.
+    void expectDown();
     void pause(double seconds);
 
     // Waits until the descriptor can be read, which it returns true for, or events have come, which
@@ -107,6 +110,7 @@ class Session {
     int exitStatus() const { return mExitStatus; }
 
   private:
+    void clientGone();
     bool waitUntil(std::optional<Time> end, const std::function<bool()>& done);
     void waitForService();
     void keepAsking();

@@ -30,8 +30,10 @@ void waitFor(Session& session, const WaitValues& values) {
     int64_t milliseconds = 0;
     if (readNumber(values.what, 0, kMostMilliseconds, milliseconds)) {
         session.pause(static_cast<double>(milliseconds) / 1000);
-    } else if (values.what == "up" || values.what == "down") {
-        session.expectStatus(values.what == "up");
+    } else if (values.what == "up") {
+        session.expectUp();
+    } else if (values.what == "down") {
+        session.expectDown();
     } else {
         const std::string& value = values.value;
         session.expect(values.what,

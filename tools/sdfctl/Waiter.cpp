@@ -12,11 +12,18 @@
 
 namespace {
 
+bool isIgnored(int signal) {
+    struct sigaction action {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 sigset_t endSignals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    // Under nohup it must not end the program, which it would when blocked.
+    if (!isIgnored(SIGHUP)) sigaddset(&signals, SIGHUP);
     return signals;
 }
 
@@ -67,7 +74,10 @@ Waiter::Woken Waiter::wait(std::optional<Time> end, int input) const {
     }
 }
 
-void Waiter::letGo() {
+long long Waiter::untilASignal(const std::function<long long()>& body) {
     const sigset_t signals = endSignals();
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    const long long result = body();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return result;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 
 using Time = std::chrono::steady_clock::time_point;
@@ -17,9 +18,9 @@ struct Interrupted {
 // Where the main thread waits: for events, for input, and for the signals that ask for the end.
 class Waiter {
   public:
-    // Blocks SIGINT and SIGTERM, for this thread and those that it makes later, and takes them
-    // over. events: a descriptor that is readable when there are events. Throws std::system_error
-    // when there is no descriptor to be had.
+    // Blocks SIGINT, SIGTERM, and SIGHUP unless that is ignored, for this thread and those that it
+    // makes later, and takes them over. events: a descriptor that is readable when there are
+    // events. Throws std::system_error when there is no descriptor to be had.
     explicit Waiter(int events);
     ~Waiter();
     Waiter(const Waiter&) = delete;
@@ -30,8 +31,9 @@ class Waiter {
     // descriptor, or -1; end: none means without limit. Throws Interrupted.
     Woken wait(std::optional<Time> end, int input = -1) const;
 
-    // From now on the signals end the process as they do by default.
-    static void letGo();
+    // Runs body() and returns its result; meanwhile the signals end the process as they do by
+    // default. For a call that may never return, from the thread that made the Waiter.
+    static long long untilASignal(const std::function<long long()>& body);
 
   private:
     const int mEvents;
