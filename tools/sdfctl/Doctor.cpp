@@ -34,8 +34,20 @@ struct Step {
     const char* name;
     int exitStatus;
     const char* went;    // what to say when it went well
-    const char* advice;  // what to do when it did not
+    const char* advice;  // what to do about the trouble that only this step meets
 };
+
+constexpr char kDiedAdvice[] = "It died of this call: look into its log, start it again.";
+constexpr char kStuckAdvice[] =
+    "It runs, but does not return from calls: it has been stopped, or hangs. Look into its log, let "
+    "it go on, or end it and start it again.";
+constexpr char kRefusedAdvice[] =
+    "Its log should say why; it may not know this feature, or not serve this user. The library "
+    "tells of refused messages with status -3; of a refused callback object it does not tell, and "
+    "goes on, but no status and no answer will reach it.";
+constexpr char kLeftAdvice[] =
+    "It is there, but no longer serves this client: wait, or look into its log. The library refuses "
+    "all requests until createSdfClient() is called again and the service says that it is up.";
 
 constexpr Step kFolder{
     "folder", 10, "can be used",
@@ -45,14 +57,9 @@ constexpr Step kService{
     "service", 11, "somebody serves the name vendor.orn.data.lumservice.ILumService",
     "Start it: on Linux lum_sdf_emulator, as this user and with the same LUM_BINDER_DIR. On a "
     "device, see whether it runs, and whether this program may look it up."};
-constexpr Step kCallback{
-    "callback", 12, "the service accepts a callback object",
-    "The library goes on without being told, but no status and no answer will reach it. The "
-    "service's log should say why; it may not serve this user."};
-constexpr Step kSend{
-    "send", 13, "the service accepts the request to serve this client",
-    "The library tells of refused messages with status -3. The service's log should say why; it may "
-    "not know this feature, or not serve this user."};
+constexpr Step kCallback{"callback", 12, "the service accepts a callback object", kRefusedAdvice};
+constexpr Step kSend{"send", 13, "the service accepts the request to serve this client",
+                     kRefusedAdvice};
 constexpr Step kUp{
     "up", 14, "the service says that it is up",
     "Until it does, the library refuses all requests with -8. The service runs, but is not ready, or "
@@ -61,6 +68,18 @@ constexpr Step kAnswer{"answer", 15, "the service answers a request",
                        "It takes requests and leaves them without an answer: look into its log."};
 constexpr Step kLibrary{"library", 16, "the library is told that the service is up",
                         "The service itself works, as seen above: look into the library's log."};
+
+const char* adviceFor(const Step& step, Trouble::Kind kind) {
+    switch (kind) {
+        case Trouble::Kind::kDied: return kDiedAdvice;
+        case Trouble::Kind::kStuck: return kStuckAdvice;
+        case Trouble::Kind::kLeft: return kLeftAdvice;
+        case Trouble::Kind::kRefused: return kRefusedAdvice;
+        case Trouble::Kind::kNone:
+        case Trouble::Kind::kOther: break;
+    }
+    return step.advice;
+}
 
 // Goes through the steps and prints how each went.
 class Doctor {
@@ -77,8 +96,8 @@ class Doctor {
     bool checkFolder() {
         const SocketFolderCheck folder = checkSocketFolder();
         const std::string& trouble = folder.trouble;
-        return check(kFolder, trouble.empty() ? "" : folder.path + ": " + trouble,
-                     folder.path + " " + kFolder.went);
+        if (!trouble.empty()) return check(kFolder, other(folder.path + ": " + trouble));
+        return check(kFolder, {}, folder.path + " " + kFolder.went);
     }
 
     bool checkService() {
@@ -93,39 +112,42 @@ class Doctor {
         return works;
     }
 
-    std::string libraryTrouble() const {
+    static Trouble other(const std::string& text) { return {Trouble::Kind::kOther, text}; }
+
+    Trouble libraryTrouble() const {
         const Waiter waiter(callbacks::events().fd());
         const long long made = createSdfClient(callbacks::onStatus);
-        if (made != SDF_V2_SUCCESS) return "createSdfClient() returned " + std::to_string(made);
-        std::string trouble = statusTrouble(waiter);
-        destroySdfClient();
+        if (made != SDF_V2_SUCCESS) {
+            return other("createSdfClient() returned " + std::to_string(made));
+        }
+        Trouble trouble = statusTrouble(waiter);
+        Waiter::untilASignal(destroySdfClient);
         return trouble;
     }
 
-    std::string statusTrouble(const Waiter& waiter) const {
+    Trouble statusTrouble(const Waiter& waiter) const {
         const Time end = inSeconds(mSettings.timeout);
         while (waiter.wait(end) == Waiter::Woken::kEvents) {
             for (const Event& event : callbacks::events().take()) {
-                if (event.number("status") == SDF_V2_SERVICE_UP) return "";
-                return "it is told " + shown(event.fields, " ");
+                if (event.number("status") == SDF_V2_SERVICE_UP) return {};
+                return other("it is told " + shown(event.fields, " "));
             }
         }
-        return "it is told nothing";
+        return other("it is told nothing");
     }
 
-    bool check(const Step& step, const std::string& trouble) {
-        return check(step, trouble, step.went);
-    }
-    // trouble: empty when the step went well; went: what to say then. Returns whether it did.
-    bool check(const Step& step, const std::string& trouble, const std::string& went) {
-        const bool ok = trouble.empty();
+    bool check(const Step& step, const Trouble& trouble) { return check(step, trouble, step.went); }
+    // went: what to say when the step went well. Returns whether it did.
+    bool check(const Step& step, const Trouble& trouble, const std::string& went) {
+        const bool ok = trouble.kind == Trouble::Kind::kNone;
+        const char* const advice = ok ? nullptr : adviceFor(step, trouble.kind);
         std::string name = std::string(step.name) + ":";
         nlohmann::ordered_json object = {{"step", step.name}, {"ok", ok}};
-        object["detail"] = ok ? went : trouble;
-        object["advice"] = ok ? nlohmann::ordered_json() : nlohmann::ordered_json(step.advice);
+        object["detail"] = ok ? went : trouble.text;
+        object["advice"] = ok ? nlohmann::ordered_json() : nlohmann::ordered_json(advice);
         name.resize(10, ' ');
         mPrinter.print(ok ? "ok      " + name + went
-                          : "failed  " + name + trouble + "\n        " + step.advice,
+                          : "failed  " + name + trouble.text + "\n        " + advice,
                        object);
         if (!ok) mExitStatus = step.exitStatus;
         return ok;

@@ -6,6 +6,7 @@
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -13,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -41,16 +43,29 @@ class Inbox {
         std::unique_lock<std::mutex> guard(mLock);
         std::optional<SdfProto::ClientMsg> found;
         mChanged.wait_for(guard, limit, [&] {
-            for (const SdfProto::ClientMsg& message : mMessages) {
-                if (message.event_id() == event) found = message;
-            }
+            found = firstOf(mMessages.begin(), mMessages.end(), event);
             return found.has_value();
         });
         return found;
     }
 
+    // The latest message of that kind so far; none when there is none.
+    std::optional<SdfProto::ClientMsg> latest(SdfProto::ClientEventId event) const {
+        const std::lock_guard<std::mutex> guard(mLock);
+        return firstOf(mMessages.rbegin(), mMessages.rend(), event);
+    }
+
   private:
-    std::mutex mLock;
+    template <typename Iterator>
+    static std::optional<SdfProto::ClientMsg> firstOf(Iterator begin, Iterator end,
+                                                      SdfProto::ClientEventId event) {
+        const auto found = std::find_if(begin, end, [event](const SdfProto::ClientMsg& message) {
+            return message.event_id() == event;
+        });
+        return found == end ? std::nullopt : std::optional<SdfProto::ClientMsg>(*found);
+    }
+
+    mutable std::mutex mLock;
     std::condition_variable mChanged;
     std::vector<SdfProto::ClientMsg> mMessages;
 };
@@ -84,23 +99,15 @@ std::vector<uint8_t> enableMessage(bool enable) {
     return encode(message);
 }
 
-std::string textOf(const ndk::ScopedAStatus& status) {
-    return status.isOk() ? "" : status.getDescription();
+Trouble troubleOf(const ndk::ScopedAStatus& status) {
+    if (status.isOk()) return {};
+    const bool died = status.getStatus() == STATUS_DEAD_OBJECT;
+    return {died ? Trouble::Kind::kDied : Trouble::Kind::kRefused, status.getDescription()};
 }
 
-// A service may take a call and never return from it, so each call has a thread of its own.
-// Returns what the call returned; none when that did not come in time.
-std::optional<std::string> call(std::function<std::string()> body,
-                                std::chrono::duration<double> limit) {
-    std::packaged_task<std::string()> task(std::move(body));
-    std::future<std::string> result = task.get_future();
-    std::thread thread(std::move(task));
-    if (result.wait_for(limit) != std::future_status::ready) {
-        thread.detach();
-        return std::nullopt;
-    }
-    thread.join();  // with everything that it holds of the service
-    return result.get();
+std::string nameOf(SdfProto::Status status) {
+    return SdfProto::Status_IsValid(status) ? SdfProto::Status_Name(status)
+                                            : std::to_string(status);
 }
 
 }  // namespace
@@ -110,13 +117,15 @@ struct ServiceProbe::Parts {
     const std::shared_ptr<Inbox> inbox = std::make_shared<Inbox>();
     const std::shared_ptr<ProbeCallback> callback = ndk::SharedRefBase::make<ProbeCallback>(inbox);
 
-    std::string find() {
+    Trouble find() {
         const ndk::SpAIBinder binder(AServiceManager_checkService(ILumService::descriptor));
         if (binder.get() == nullptr) {
-            return std::string("nobody serves the name ") + ILumService::descriptor;
+            return {Trouble::Kind::kOther,
+                    std::string("nobody serves the name ") + ILumService::descriptor};
         }
         service = ILumService::fromBinder(binder);
-        return service ? "" : "what has the service's name is something else";
+        if (service) return {};
+        return {Trouble::Kind::kOther, "what has the service's name is something else"};
     }
 };
 
@@ -124,51 +133,67 @@ ServiceProbe::ServiceProbe(double limit) : mLimit(limit), mParts(std::make_share
 
 ServiceProbe::~ServiceProbe() = default;
 
-std::string ServiceProbe::find() {
-    return resultOf(call([parts = mParts] { return parts->find(); }, mLimit));
+Trouble ServiceProbe::find() {
+    return call([parts = mParts] { return parts->find(); });
 }
 
-std::string ServiceProbe::registerCallback() {
+Trouble ServiceProbe::registerCallback() {
     ABinderProcess_startThreadPool();
-    return resultOf(call(
-        [parts = mParts] { return textOf(parts->service->registerBlobCallback(parts->callback)); },
-        mLimit));
+    return call([parts = mParts] {
+        return troubleOf(parts->service->registerBlobCallback(parts->callback));
+    });
 }
 
-std::string ServiceProbe::sendEnable() {
+Trouble ServiceProbe::sendEnable() {
     return send(enableMessage(true));
 }
 
-std::string ServiceProbe::waitForUp() {
+Trouble ServiceProbe::waitForUp() {
     const auto message = mParts->inbox->waitFor(SdfProto::STATUS_IND, mLimit);
-    if (!message) return "it says nothing";
+    if (!message) return silence();
     const SdfProto::Status status = message->data().status_msg().status();
-    if (status == SdfProto::SERVICE_UP) return "";
-    return "its status is " + (SdfProto::Status_IsValid(status) ? SdfProto::Status_Name(status)
-                                                                : std::to_string(status));
+    if (status == SdfProto::SERVICE_UP) return {};
+    return {Trouble::Kind::kOther, "its status is " + nameOf(status)};
 }
 
-std::string ServiceProbe::askForFilters() {
+Trouble ServiceProbe::askForFilters() {
     SdfProto::ServiceMsg request;
     request.set_event_id(SdfProto::GET_FILTERS);
-    std::string sent = send(encode(request));
-    if (!sent.empty()) return sent;
-    const auto message = mParts->inbox->waitFor(SdfProto::GET_FILTER_CB, mLimit);
-    return message ? "" : "it says nothing";
+    const Trouble sent = send(encode(request));
+    if (sent.kind != Trouble::Kind::kNone) return sent;
+    const auto answer = mParts->inbox->waitFor(SdfProto::GET_FILTER_CB, mLimit);
+    const auto told = mParts->inbox->latest(SdfProto::STATUS_IND);
+    if (told && told->data().status_msg().status() != SdfProto::SERVICE_UP) {
+        return {Trouble::Kind::kLeft, "it then said " + nameOf(told->data().status_msg().status())};
+    }
+    return answer ? Trouble{} : silence();
 }
 
-std::string ServiceProbe::sendDisable() {
+Trouble ServiceProbe::sendDisable() {
     return send(enableMessage(false));
 }
 
-std::string ServiceProbe::send(const std::vector<uint8_t>& bytes) {
-    return resultOf(
-        call([parts = mParts,
-              bytes] { return textOf(parts->service->sendBlob(LumSdkType::SDF, bytes)); },
-             mLimit));
+Trouble ServiceProbe::send(const std::vector<uint8_t>& bytes) {
+    return call([parts = mParts, bytes] {
+        return troubleOf(parts->service->sendBlob(LumSdkType::SDF, bytes));
+    });
 }
 
-std::string ServiceProbe::resultOf(const std::optional<std::string>& returned) {
-    mStuck = !returned.has_value();
-    return returned.value_or("the call does not return");
+Trouble ServiceProbe::silence() const {
+    const bool alive = AIBinder_isAlive(mParts->service->asBinder().get());
+    return {alive ? Trouble::Kind::kOther : Trouble::Kind::kDied, "it says nothing"};
+}
+
+// A service may take a call and never return from it, so each call has a thread of its own.
+Trouble ServiceProbe::call(std::function<Trouble()> body) {
+    std::packaged_task<Trouble()> task(std::move(body));
+    std::future<Trouble> result = task.get_future();
+    std::thread thread(std::move(task));
+    mStuck = result.wait_for(mLimit) != std::future_status::ready;
+    if (mStuck) {
+        thread.detach();
+        return {Trouble::Kind::kStuck, "the call does not return"};
+    }
+    thread.join();  // with everything that it holds of the service
+    return result.get();
 }

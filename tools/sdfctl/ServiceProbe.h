@@ -3,18 +3,31 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
+
+// What a step met.
+struct Trouble {
+    enum class Kind {
+        kNone,     // it went well
+        kOther,    // what only this step can meet
+        kDied,     // the service died of it
+        kStuck,    // the service does not return from the call
+        kRefused,  // the service refused the call
+        kLeft,     // the service was up, and then said that it no longer is
+    };
+    Kind kind = Kind::kNone;
+    std::string text{};  // what happened; empty when it went well
+};
 
 // A client of the service beside the library: it sees the result of each step that the library
 // takes without telling. A device's service and the emulator see one more client of this process,
 // which leaves again.
 //
-// Each function takes one step and returns an empty text when it went well, otherwise what
-// happened. Each waits for the limit at most; a step that needs an earlier one is to be taken only
-// when that went well. For one thread.
+// Each function takes one step and returns what trouble it met. Each waits for the limit at most; a
+// step that needs an earlier one is to be taken only when that went well. For one thread.
 class ServiceProbe {
   public:
     // limit: seconds for each step.
@@ -24,18 +37,18 @@ class ServiceProbe {
     ServiceProbe& operator=(const ServiceProbe&) = delete;
 
     // Looks the service up.
-    std::string find();
+    Trouble find();
     // Gives it a callback object.
-    std::string registerCallback();
+    Trouble registerCallback();
     // Sends the request to serve this client.
-    std::string sendEnable();
-    // Waits until the service says that it is up.
-    std::string waitForUp();
+    Trouble sendEnable();
+    // Waits for the first status that the service tells, which has to be that it is up.
+    Trouble waitForUp();
     // Sends a request that changes nothing and waits for the answer: the list of this client's
-    // filters.
-    std::string askForFilters();
+    // filters. The service must still be up then.
+    Trouble askForFilters();
     // Tells the service that this client leaves.
-    std::string sendDisable();
+    Trouble sendDisable();
 
     // Whether a call has not come back in time. Its thread is still in it.
     bool isStuck() const { return mStuck; }
@@ -43,8 +56,9 @@ class ServiceProbe {
   private:
     struct Parts;
 
-    std::string send(const std::vector<uint8_t>& bytes);
-    std::string resultOf(const std::optional<std::string>& returned);
+    Trouble call(std::function<Trouble()> body);
+    Trouble send(const std::vector<uint8_t>& bytes);
+    Trouble silence() const;
 
     const std::chrono::duration<double> mLimit;
     bool mStuck = false;
