@@ -159,7 +159,7 @@ Trouble ServiceProbe::waitForUp() {
 Trouble ServiceProbe::askForFilters() {
     SdfProto::ServiceMsg request;
     request.set_event_id(SdfProto::GET_FILTERS);
-    const Trouble sent = send(encode(request));
+    Trouble sent = send(encode(request));
     if (sent.kind != Trouble::Kind::kNone) return sent;
     const auto answer = mParts->inbox->waitFor(SdfProto::GET_FILTER_CB, mLimit);
     const auto told = mParts->inbox->latest(SdfProto::STATUS_IND);

@@ -200,12 +200,7 @@ void Session::note(const Event& event) {
     const bool older = event.name == "legacy-status";
     if (older || event.name == "status") {
         const long long up{older ? int{SDF_STATUS_SERVICE_UP} : int{SDF_V2_SERVICE_UP}};
-        const long long refused{older ? int{SDF_STATUS_INTERNAL_ERROR}
-                                      : int{SDF_V2_INTERNAL_ERROR}};
-        const long long status = event.number("status");
-        // Before the service is up it can only be the library's own request that was refused.
-        if (mUp && status == refused) fail(kExitCallFailed);
-        mUp = status == up;
+        mUp = event.number("status") == up;
         mWasUp = mWasUp || mUp;
         mTold = event.fields.front().shown;
     }
