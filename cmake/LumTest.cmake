@@ -57,11 +57,9 @@ function(lum_test_starts test)
     if(CMAKE_CROSSCOMPILING_EMULATOR)
       list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
       set(script ${PROJECT_BINARY_DIR}/run/${program})
-      file(
-        GENERATE
-        OUTPUT ${script}
-        CONTENT "#!/bin/sh\nexec ${emulator} ${path} \"$@\"\n"
-        FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+      set(real_path ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${program})
+      file(WRITE ${script} "#!/bin/sh\nexec ${emulator} ${real_path} \"$@\"\n")
+      file(CHMOD ${script} PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
       set(path ${script})
     endif()
     target_compile_definitions(${test} PRIVATE ${macro}="${path}")
