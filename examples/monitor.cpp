@@ -201,8 +201,8 @@ bool parse(int argc, char** argv, seconds& time) {
 bool comes(const sigset_t& signals, Clock::duration limit) {
     const auto whole = std::chrono::duration_cast<seconds>(limit);
     timespec time{};
-    time.tv_sec = whole.count();
-    time.tv_nsec = std::chrono::nanoseconds(limit - whole).count();
+    time.tv_sec = static_cast<time_t>(whole.count());
+    time.tv_nsec = static_cast<long>(std::chrono::nanoseconds(limit - whole).count());
     return sigtimedwait(&signals, nullptr, &time) > 0;
 }
 
