@@ -11,6 +11,8 @@ list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES LUM_SYSROOT)
 set(CMAKE_SYSROOT ${LUM_SYSROOT})
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+# Nothing here was built by a g++ before 7, the last that passed some arguments differently.
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 
 # Programs are this machine's, everything else the other's.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
