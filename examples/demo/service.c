@@ -45,7 +45,7 @@ static _Noreturn void becomeService(pid_t demo, int readyFd) {
     }
     dup2(open("/dev/null", O_RDWR | O_CLOEXEC), STDOUT_FILENO);
     // Filters are pending for a while, as on a device.
-    execl(gProgram, gProgram, "--ready-fd", "3", "--activation-delay", "50", (char*)NULL);
+    execlp(gProgram, gProgram, "--ready-fd", "3", "--activation-delay", "50", (char*)NULL);
     fprintf(stderr, "cannot run %s: %s\n", gProgram, strerror(errno));
     _exit(127);
 }

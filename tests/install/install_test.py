@@ -1,0 +1,168 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What `cmake --install` puts in place: exactly what it should, movable, and of use to programs
+outside the tree, those of the first page for newcomers among them.
+
+usage: install_test.py TREE BUILD LIBRARY_FOLDER VERSION C_COMPILER C++_COMPILER
+"""
+
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(Path(__file__).parents[1] / "support"))
+import pages  # noqa: E402
+
+LIMIT = 60  # seconds after which something counts as not happening
+
+TREE, BUILD = (Path(argument) for argument in sys.argv[1:3])
+LIB, VERSION, CC, CXX = sys.argv[3:7]
+MAJOR = VERSION.split(".")[0]
+CONSUMER = Path(__file__).parent / "consumer"
+DOC = "share/doc/lum_sdf"
+
+COMPONENTS = {
+    "runtime": {
+        f"{LIB}/liblum_sdf_sdk.so.{VERSION}",
+        f"{LIB}/liblum_sdf_sdk.so.{MAJOR}",
+        f"{LIB}/lum-sdf-{MAJOR}/libbinder_ndk.so",
+        f"{DOC}/LICENSE",
+    },
+    "development": {
+        "include/lum_sdf_sdk.h",
+        f"{LIB}/liblum_sdf_sdk.so",
+        f"{LIB}/cmake/LumSdfSdk/LumSdfSdkConfig.cmake",
+        f"{LIB}/cmake/LumSdfSdk/LumSdfSdkConfig-relwithdebinfo.cmake",
+        f"{LIB}/cmake/LumSdfSdk/LumSdfSdkConfigVersion.cmake",
+        f"{LIB}/pkgconfig/lum-sdf-sdk.pc",
+        f"{DOC}/api/lum_sdf_sdk.h",
+        *(f"{DOC}/docs/{page.name}" for page in TREE.glob("docs/*.md")),
+        *(f"{DOC}/examples/{name}" for name in (
+            "README.md", "game.c", "monitor.cpp", "demo/callbacks.c", "demo/callbacks.h",
+            "demo/demo.c", "demo/service.c", "demo/service.h", "demo/tell.c", "demo/tell.h")),
+    },
+    "tools": {
+        "bin/lum_sdf_demo",
+        "bin/lum_sdf_emulator",
+        "bin/sdfctl",
+        f"{LIB}/lum-sdf-{MAJOR}/liblum_debug_log.so",
+        "share/man/man1/sdfctl.1",
+    },
+}
+
+
+def run(*command, **options):
+    done = subprocess.run(command, text=True, timeout=LIMIT, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, **options)
+    if done.returncode != 0:
+        raise AssertionError(f"{command} ended with status {done.returncode}:\n{done.stdout}")
+    return done.stdout
+
+
+def install(prefix, *options):
+    run("cmake", "--install", BUILD, "--prefix", prefix, "--strip", *options)
+
+
+def files(folder):
+    return {str(path.relative_to(folder)) for path in folder.rglob("*")
+            if path.is_symlink() or not path.is_dir()}
+
+
+class InstallTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.home = Path(folder.name)
+        cls.prefix = cls.home / "lum-sdf"
+        cls.first_prefix = cls.home / "elsewhere/first"
+        install(cls.first_prefix)
+        cls.first_prefix.rename(cls.prefix)
+        # Whatever this process has been told, the programs have to find what they need without.
+        cls.environment = {
+            "CC": CC, "CXX": CXX, "HOME": str(cls.home), "LUM_BINDER_DIR": f"{cls.home}/binder",
+            "PATH": f"{cls.prefix}/bin:{os.environ['PATH']}"}
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+
+    def run_here(self, *command):
+        return run(*command, cwd=self.folder, env=self.environment)
+
+    def start_service(self):
+        service = subprocess.Popen(["lum_sdf_emulator", "--until-eof"], env=self.environment,
+                                   text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.addCleanup(service.communicate)  # ends its input, and so the service
+        self.assertRegex(service.stdout.readline(), "^ready: ")
+
+    def test_each_component_has_its_files(self):
+        for component, wanted in COMPONENTS.items():
+            with self.subTest(component=component):
+                install(self.folder / component, "--component", component)
+                self.assertEqual(files(self.folder / component), wanted)
+
+    def test_there_is_nothing_else(self):
+        self.assertEqual(files(self.prefix), set().union(*COMPONENTS.values()))
+
+    def test_no_file_names_a_folder_that_only_building_needs(self):
+        for name in files(self.prefix):
+            with self.subTest(name=name):
+                content = (self.prefix / name).read_bytes()
+                for folder in (TREE, BUILD, self.first_prefix):
+                    self.assertNotIn(str(folder).encode(), content)
+
+    def test_links_lead_to_installed_files(self):
+        for page in (self.prefix / DOC).rglob("*.md"):
+            for link in pages.links(page):
+                with self.subTest(page=page.name, link=link):
+                    self.assertTrue((page.parent / link).exists())
+
+    def test_first_page_for_newcomers(self):
+        page = self.prefix / DOC / "docs/getting-started.md"
+        (program,), (project,), (printed,) = (
+            pages.blocks(page, language) for language in ("c", "cmake", "text"))
+        (self.folder / "hello.c").write_text(program)
+        (self.folder / "CMakeLists.txt").write_text(project)
+        self.start_service()
+        ways = pages.blocks(page, "sh")
+        self.assertEqual(len(ways), 2)
+        for commands in ways:
+            with self.subTest(commands=commands):
+                build, program = commands.rstrip().rsplit("\n", 1)
+                self.run_here("sh", "-eu", "-c", build)
+                self.assertEqual(self.run_here(program), printed)
+
+    def test_cxx_program_that_finds_the_cmake_package(self):
+        configure = ("cmake", "-S", CONSUMER, "-B", "build",
+                     f"-DCMAKE_PREFIX_PATH={self.prefix}")
+        with self.assertRaisesRegex(AssertionError, "compatible with requested version \"2.0\""):
+            self.run_here(*configure, "-DWANTED_VERSION=2.0")
+        self.run_here(*configure, f"-DWANTED_VERSION={VERSION}")
+        self.run_here("cmake", "--build", "build")
+        self.start_service()
+        self.assertEqual(self.run_here("build/consumer"), "3 4\n")
+
+    def test_cxx_program_that_asks_pkg_config(self):
+        self.environment["PKG_CONFIG_PATH"] = f"{self.prefix}/{LIB}/pkgconfig"
+        self.assertEqual(self.run_here("pkg-config", "--modversion", "lum-sdf-sdk").strip(), VERSION)
+        flags = self.run_here("pkg-config", "--cflags", "--libs", "lum-sdf-sdk").split()
+        libdir = self.run_here("pkg-config", "--variable=libdir", "lum-sdf-sdk").strip()
+        self.run_here(CXX, "-std=c++17", CONSUMER / "consumer.cpp", *flags, f"-Wl,-rpath,{libdir}",
+                      "-o", "consumer")
+        self.start_service()
+        self.assertEqual(self.run_here("./consumer"), "3 4\n")
+
+    def test_tools_work_together(self):
+        self.start_service()
+        printed = self.run_here("sdfctl", "set-latency", "first", "1", "3")
+        self.assertTrue(re.search("event levels: id=[0-9]+ first=level-1 second=level-3\n", printed))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
