@@ -42,6 +42,11 @@ set(LUM_TEST_OPTIONS "" CACHE STRING "Options that go after the build type's for
 add_library(lum_warnings INTERFACE)
 target_compile_options(lum_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror)
 
+# lum_sections: for what liblum_sdf_sdk.so is made of. Each function and variable has a section of its
+# own, so that the linker can drop those that nobody needs.
+add_library(lum_sections INTERFACE)
+target_compile_options(lum_sections INTERFACE -ffunction-sections -fdata-sections)
+
 # clang-tidy, run with each compilation of our own sources; generated ones switch it off. All of it
 # would take as long as everything else together: tools/ goes without its slowest part and tests/
 # without it; `./dev tidy` leaves nothing out.
@@ -73,5 +78,5 @@ endfunction()
 function(lum_library name)
   add_library(${name} STATIC ${ARGN})
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
-  target_link_libraries(${name} PRIVATE lum_warnings)
+  target_link_libraries(${name} PRIVATE lum_warnings lum_sections)
 endfunction()

@@ -1,0 +1,175 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+"""Compares Android.bp with the tree and with what CMake builds.
+
+usage: blueprint_test.py TREE MODULE=SOURCE,... ...
+
+Each MODULE of Android.bp must have exactly these sources, given from the top of the tree, besides
+generated ones.
+"""
+import pathlib
+import re
+import sys
+import unittest
+
+sys.dont_write_bytecode = True
+import blueprint  # noqa: E402
+
+TREE = pathlib.Path(sys.argv[1]).resolve()
+SOURCES = dict(argument.split("=") for argument in sys.argv[2:])
+
+# What a platform tree has of its own.
+PLATFORM_MODULES = {"libbinder_ndk", "liblog", "libprotobuf-cpp-lite"}
+
+# Declared only for vendor and platform software, each in its own header.
+PLATFORM_FUNCTIONS = {
+    r"AServiceManager_\w*": "android/binder_manager.h",
+    r"ABinderProcess_\w*": "android/binder_process.h",
+    r"AIBinder_mark(Vendor|CompilationUnit)Stability": "android/binder_stability.h",
+}
+
+
+class Reading(unittest.TestCase):
+    def test_reads_modules(self):
+        text = '''// a comment
+        kind { name: "a\\"b", // another
+            list: ["x", "y",], flag: true, off: false, empty: [],
+            inner: { deep: { value: "z" } } }
+        other {}'''
+        self.assertEqual(blueprint.read(text), [
+            ("kind", {"name": 'a"b', "list": ["x", "y"], "flag": True, "off": False, "empty": [],
+                      "inner": {"deep": {"value": "z"}}}),
+            ("other", {})])
+
+    def test_refuses_what_is_wrong(self):
+        for text, message in [
+                ('kind { name: "a"', "line 1: '' in the place of ,"),
+                ('kind {\n name "a" }', "line 2: '\"a\"' in the place of :"),
+                ('kind { a: "x"\n b: "y" }', "line 2: 'b' in the place of ,"),
+                ('kind { a: "x", a: "y" }', "in the place of a second a"),
+                ("kind { a: x }", "'x' in the place of a value"),
+                ('kind { a: "x }', "in the place of a word, a string or a sign"),
+        ]:
+            with self.subTest(text):
+                with self.assertRaises(ValueError) as raised:
+                    blueprint.read(text)
+                self.assertIn(message, str(raised.exception))
+
+
+class AndroidBp(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        modules = blueprint.read((TREE / "Android.bp").read_text(encoding="utf-8"))
+        cls.kinds = {properties["name"]: kind for kind, properties in modules if "name" in properties}
+        cls.modules = {properties["name"]: properties for kind, properties in modules
+                       if "name" in properties}
+        cls.unnamed = [kind for kind, properties in modules if "name" not in properties]
+        cls.named = [properties["name"] for kind, properties in modules if "name" in properties]
+
+    def whole(self, name):
+        """A module's properties, with those of its defaults."""
+        whole = {}
+        for part in [self.modules[default] for default in self.modules[name].get("defaults", [])] + [
+                self.modules[name]]:
+            for key, value in part.items():
+                whole[key] = whole.get(key, []) + value if isinstance(value, list) else value
+        return whole
+
+    def test_modules(self):
+        self.assertEqual(self.unnamed, ["package"])
+        self.assertEqual(len(self.named), len(set(self.named)))
+        self.assertEqual(self.kinds, {
+            "lum_sdf_license": "license",
+            "vendor.orn.data.lumservice": "aidl_interface",
+            "lum_sdf_defaults": "cc_defaults",
+            "liblum_sdf_proto": "cc_library_static",
+            "liblum_sdf_sdk": "cc_library_shared",
+            "lum_sdf_game": "cc_binary",
+            "lum_sdf_monitor": "cc_binary"})
+
+    def test_sources_are_those_of_cmake(self):
+        self.assertTrue(SOURCES)
+        for name, sources in SOURCES.items():
+            with self.subTest(name):
+                self.assertEqual(sorted(self.modules[name]["srcs"]), sorted(sources.split(",")))
+
+    def test_every_file_exists(self):
+        for name, module in self.modules.items():
+            for file in module.get("srcs", []) + module.get("license_text", []) + module.get(
+                    "export_include_dirs", []):
+                with self.subTest(f"{name}: {file}"):
+                    self.assertTrue(list(TREE.glob(file)))
+
+    def test_every_module_asked_for_exists(self):
+        known = PLATFORM_MODULES | set(self.modules)
+        known |= {f"{name}-ndk" for name, kind in self.kinds.items() if kind == "aidl_interface"}
+        for name, module in self.modules.items():
+            for key in ("defaults", "static_libs", "shared_libs"):
+                self.assertEqual(set(module.get(key, [])) - known, set(), f"{name}: {key}")
+
+    def test_everything_built_is_vendor_software_of_32_bits(self):
+        for name, kind in self.kinds.items():
+            if kind.startswith("cc_") and kind != "cc_defaults":
+                with self.subTest(name):
+                    self.assertIs(self.whole(name)["vendor"], True)
+                    self.assertEqual(self.whole(name)["compile_multilib"], "32")
+
+    def test_library(self):
+        library = self.whole("liblum_sdf_sdk")
+        self.assertIn("-DLUM_SDF_GUARDED=0", library["cflags"])
+        self.assertIn("-fvisibility=hidden", library["cflags"])
+        self.assertEqual(library["cppflags"], ["-fexceptions"])
+        cmake = (TREE / "api/CMakeLists.txt").read_text(encoding="utf-8")
+        script, = re.findall(r"set\(export_list \$\{CMAKE_CURRENT_SOURCE_DIR\}/(.*)\)", cmake)
+        self.assertEqual(library["version_script"], f"api/{script}")
+        self.assertTrue((TREE / library["version_script"]).is_file())
+        self.assertEqual(sorted(library["static_libs"]), [
+            "liblum_sdf_proto", "libprotobuf-cpp-lite", "vendor.orn.data.lumservice-ndk"])
+        self.assertEqual(sorted(library["shared_libs"]), ["libbinder_ndk", "liblog"])
+
+    def test_messages(self):
+        self.assertEqual(self.modules["liblum_sdf_proto"]["srcs"], ["proto/SdfProto.proto"])
+        self.assertEqual(self.modules["liblum_sdf_proto"]["proto"], {
+            "type": "lite", "static": True, "canonical_path_from_root": False,
+            "export_proto_headers": True})
+
+    def test_interfaces(self):
+        interfaces = self.modules["vendor.orn.data.lumservice"]
+        self.assertEqual({backend for backend, settings in interfaces["backend"].items()
+                          if settings["enabled"]}, {"ndk"})
+        self.assertIs(interfaces["unstable"], True)
+        self.assertFalse({"stability", "versions", "versions_with_info", "frozen"} & set(interfaces))
+        pattern, = interfaces["srcs"]
+        found = {path.stem for path in TREE.glob(pattern)}
+        cmake = (TREE / "aidl/CMakeLists.txt").read_text(encoding="utf-8")
+        types, = re.findall(r"TYPES([^)]*)\)", cmake)
+        self.assertEqual(found, set(types.split()))
+        self.assertEqual(found, {path.stem for path in TREE.glob("aidl/**/*.aidl")})
+        for path in TREE.glob(pattern):
+            self.assertNotIn("@VintfStability", path.read_text(encoding="utf-8"), path)
+
+
+class PlatformFunctions(unittest.TestCase):
+    def test_are_declared_where_the_platform_declares_them(self):
+        headers = list((TREE / "platform/linux/include/android").glob("*.h"))
+        self.assertTrue(headers)
+        for name, header in PLATFORM_FUNCTIONS.items():
+            declaration = re.compile(rf"^[A-Za-z].*\b{name}\(", re.MULTILINE)
+            declaring = {f"android/{path.name}" for path in headers
+                         if declaration.search(path.read_text(encoding="utf-8"))}
+            self.assertEqual(declaring, {header}, name)
+
+    def test_come_from_there_in_every_source_of_the_library(self):
+        used = set()
+        for room in ("api", "transport", "utils", "tools/aidl/lumaidl/templates"):
+            for path in (path for path in (TREE / room).iterdir() if path.is_file()):
+                text = path.read_text(encoding="utf-8")
+                for name, header in PLATFORM_FUNCTIONS.items():
+                    if re.search(rf"\b{name}\(", text):
+                        used.add(header)
+                        self.assertIn(f"#include <{header}>", text, path)
+        self.assertEqual(used, set(PLATFORM_FUNCTIONS.values()))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
