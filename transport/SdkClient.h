@@ -68,6 +68,8 @@ class SdkClient : public aidl::vendor::orn::data::lumservice::BnLumServiceCallba
     static std::shared_ptr<SdkClient>& mInstance;
 
   private:
+    friend class SdkClientPeer;  // tests: where its members lie
+
     using ILumService = aidl::vendor::orn::data::lumservice::ILumService;
     using ILumServiceCallback = aidl::vendor::orn::data::lumservice::ILumServiceCallback;
 

@@ -115,6 +115,8 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     lum::utils::EventManager* eventManager() const { return mEventManager; }
 
   private:
+    friend class SdkClientBasePeer;  // tests: where its members lie
+
     class Start;
     void sdkThread(const std::shared_ptr<SdkClientEvent>& event, Start& start);
     void runLoop();

@@ -64,6 +64,8 @@ class LumEventHandler {
     EventManager& mEventManager;
 
   private:
+    friend class LumEventHandlerPeer;  // tests: where its members lie
+
     enum class State { kUnregistered, kRegistered, kDetached };
 
     // What a logged event is known by: the object pointed to, or the value itself.

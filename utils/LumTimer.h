@@ -90,7 +90,7 @@ class LUM_EXPORT LumTimer {
     static uint64_t getArchTimerCount();
 
   private:
-    friend class LumTimerPeer;  // tests: puts the last id close to its wrap
+    friend class LumTimerPeer;  // tests: the last id, and where members lie
 
     class Queue : public std::priority_queue<TimedEvent, std::vector<TimedEvent>, TimedEventCmp> {
       public:

@@ -4,23 +4,10 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <stddef.h>
 #include <string.h>
 
 #include "api/lum_sdf_sdk.h"
 
-#define EXPECTED(what) _Static_assert(what, #what)
-
-EXPECTED(sizeof(status_e) == 4);
-EXPECTED(sizeof(SdfSlotID) == 4);
-EXPECTED(sizeof(SdfLatencyLvl) == 4);
-EXPECTED(sizeof(SdfOod) == 4);
-EXPECTED(sizeof(SdfProtocol) == 4);
-EXPECTED(sizeof(SdfFilterAppType) == 4);
-EXPECTED(sizeof(SdfFilterStatus) == 4);
-EXPECTED(sizeof(enum SdfStatusV2) == 4);
-
-const size_t kLayoutInC[SDF_LAYOUT_SIZE] = {SDF_LAYOUT};
 const int kConstantsInC[SDF_CONSTANTS_SIZE] = {SDF_CONSTANTS};
 
 static void onStatus(int status) {

@@ -4,11 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "api/lum_sdf_sdk.h"
@@ -17,23 +15,7 @@
 
 namespace {
 
-template <typename E>
-constexpr bool kIsInt32 = std::is_same_v<std::underlying_type_t<E>, int32_t>;
-
-static_assert(kIsInt32<status_e> && kIsInt32<SdfSlotID> && kIsInt32<SdfLatencyLvl> &&
-              kIsInt32<SdfOod> && kIsInt32<SdfProtocol> && kIsInt32<SdfFilterAppType> &&
-              kIsInt32<SdfFilterStatus> && kIsInt32<SdfStatusV2>);
-
 class HeaderTest : public ClientTest {};
-
-TEST_F(HeaderTest, LayoutOfTheFilterDescription) {
-    // The size is rounded up to the alignment of sockaddr_storage.
-    const size_t size = alignof(sockaddr_storage) == 8 ? 304 : 300;
-    const std::vector<size_t> expected = {0,   128, 256, 260, 264, 268, 272, 276, 280,
-                                          284, 288, 292, 294, 296, 297, 298, 299, size};
-    EXPECT_EQ(std::vector<size_t>({SDF_LAYOUT}), expected);
-    EXPECT_EQ(std::vector<size_t>(kLayoutInC, kLayoutInC + SDF_LAYOUT_SIZE), expected);
-}
 
 TEST_F(HeaderTest, Constants) {
     std::vector<int> expected = {0,  -1, -2, -3, -4, -5, -7, -8,             // SdfStatusV2

@@ -3,21 +3,7 @@
 
 #include "api/lum_sdf_sdk.h"
 
-// Where the members of SdfAddFilterInfo lie, in order, and its size: the same list compiled as C
-// and as C++.
-#define SDF_LAYOUT                                                                             \
-    offsetof(SdfAddFilterInfo, src_addr), offsetof(SdfAddFilterInfo, dest_addr),               \
-        offsetof(SdfAddFilterInfo, first_level), offsetof(SdfAddFilterInfo, second_level),     \
-        offsetof(SdfAddFilterInfo, ood), offsetof(SdfAddFilterInfo, app_type),                 \
-        offsetof(SdfAddFilterInfo, protocol), offsetof(SdfAddFilterInfo, filter_arg6),         \
-        offsetof(SdfAddFilterInfo, pdcp_timer), offsetof(SdfAddFilterInfo, filter_arg11),      \
-        offsetof(SdfAddFilterInfo, filter_arg13), offsetof(SdfAddFilterInfo, src_port_range),  \
-        offsetof(SdfAddFilterInfo, dest_port_range), offsetof(SdfAddFilterInfo, filter_arg19), \
-        offsetof(SdfAddFilterInfo, filter_arg20), offsetof(SdfAddFilterInfo, filter_arg16),    \
-        offsetof(SdfAddFilterInfo, filter_arg17), sizeof(SdfAddFilterInfo)
-#define SDF_LAYOUT_SIZE 18
-
-// Every named constant, enumeration by enumeration, compiled the same way.
+// Every named constant, enumeration by enumeration: the same list compiled as C and as C++.
 #define SDF_CONSTANTS                                                                              \
     SDF_V2_SUCCESS, SDF_V2_INVALID, SDF_V2_INVALID_ARG, SDF_V2_INTERNAL_ERROR,                     \
         SDF_V2_NOT_SUPPORTED, SDF_V2_INVALID_OPERATION, SDF_V2_SERVICE_UP, SDF_V2_SERVICE_DOWN,    \
@@ -47,8 +33,6 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-extern const size_t kLayoutInC[SDF_LAYOUT_SIZE];
 
 extern const int kConstantsInC[SDF_CONSTANTS_SIZE];
 

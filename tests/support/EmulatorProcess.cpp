@@ -2,6 +2,7 @@
 #include "tests/support/EmulatorProcess.h"
 
 #include <cstdio>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -76,4 +77,16 @@ void EmulatorProcess::start() {
     const std::string ready =
         "ready: vendor.orn.data.lumservice.ILumService pid=" + std::to_string(mProcess->pid());
     if (!mProcess->waitForLine(ready)) throw std::runtime_error("the emulator is not ready");
+}
+
+std::vector<std::string> recordedRequests(const std::string& path) {
+    const std::string before = "\"hex\":\"";
+    std::vector<std::string> requests;
+    std::ifstream record(path);
+    for (std::string line; std::getline(record, line);) {
+        if (line.find("\"direction\":\"received\"") == std::string::npos) continue;
+        const size_t begin = line.find(before) + before.size();
+        requests.push_back(line.substr(begin, line.find('"', begin) - begin));
+    }
+    return requests;
 }

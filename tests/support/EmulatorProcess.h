@@ -59,3 +59,6 @@ class EmulatorProcess {
     std::unique_ptr<ChildProcess> mProcess;
     size_t mAsked = 0;  // times that it has been asked for its figures
 };
+
+// The requests that an emulator has recorded in this file, in order, as hexadecimal digits.
+std::vector<std::string> recordedRequests(const std::string& path);

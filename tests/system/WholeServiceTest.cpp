@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -29,19 +28,6 @@ class WholeServiceTest : public LibraryTest {
             }
         }
         return kept;
-    }
-
-    // The requests that the service has recorded in this file, as hexadecimal digits.
-    static Lines received(const std::string& path) {
-        const std::string before = "\"hex\":\"";
-        Lines requests;
-        std::ifstream record(path);
-        for (std::string line; std::getline(record, line);) {
-            if (line.find("\"direction\":\"received\"") == std::string::npos) continue;
-            const size_t begin = line.find(before) + before.size();
-            requests.push_back(line.substr(begin, line.find('"', begin) - begin));
-        }
-        return requests;
     }
 
     static std::string own() { return "client pid=" + std::to_string(getpid()) + " type=5 "; }
@@ -114,7 +100,7 @@ TEST_F(WholeServiceTest, EveryRequestArrivesAsItIs) {
         return length + "0a0831302e302e302e31120831302e302e302e3218" + port + "2050";
     };
     const std::string settings = "280238014003483250016002";
-    EXPECT_EQ(received(path),
+    EXPECT_EQ(recordedRequests(path),
               (Lines{
                   "1a040a020801",
                   "080110e78aaddc061a081a06080110011803",
