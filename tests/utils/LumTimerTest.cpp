@@ -23,7 +23,10 @@ class LumTimerPeer {
 
 namespace {
 
-static_assert(!std::is_polymorphic_v<LumTimer>);
+// The ends of the clock's seconds: 68 years from 0 where they have 32 bits.
+constexpr time_t kMost = std::numeric_limits<time_t>::max();
+constexpr time_t kLeast = std::numeric_limits<time_t>::min();
+
 static_assert(std::is_same_v<LumTimer, lum::utils::LumTimer>);
 static_assert(std::is_same_v<TimedEvent, lum::utils::TimedEvent>);
 static_assert(std::is_same_v<TimedEventCmp, lum::utils::TimedEventCmp>);
@@ -221,6 +224,18 @@ TEST_F(LumTimerTest, TimeUntilNextThatDoesNotFitIsTheLargest) {
     EXPECT_EQ(timer.timeUntilNextEvent(), 2147483647);
     clockNow = {2000000, 0};
     EXPECT_EQ(timer.timeUntilNextEvent(), 2147483647);
+}
+
+TEST_F(LumTimerTest, DeadlineBehindTheEndOfTheClockIsReached) {
+    Call call;
+    clockNow = {kMost, 999000000};
+    add(2, call);
+    EXPECT_EQ(timer.timeUntilNextEvent(), 2);
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 0);
+    clockNow = {kLeast, 1000000};
+    timer.processEvents();
+    EXPECT_EQ(call.calls, 1);
 }
 
 TEST_F(LumTimerTest, TimeUntilNextFailsWithTheClock) {
@@ -634,13 +649,22 @@ TEST(LumTimerTimesTest, ResultMayBeAnOperand) {
 }
 
 TEST(LumTimerTimesTest, SumsThatDoNotFitWrapAround) {
-    constexpr time_t kMost = std::numeric_limits<time_t>::max();
-    constexpr time_t kLeast = std::numeric_limits<time_t>::min();
     expectTime(sum({kMost, 0}, {1, 0}), kLeast, 0);
     expectTime(sum({kMost, 999999999}, {0, 1}), kLeast, 0);
     expectTime(difference({kLeast, 0}, {1, 0}), kMost, 0);
     expectTime(difference({kLeast, 0}, {0, 1}), kMost, 999999999);
     expectTime(plusDelay({kMost, 0}, 1000), kLeast, 0);
+    expectTime(plusDelay({kMost, 999999999}, 1), kLeast, 999999);
+    expectTime(plusDelay({kMost, 0}, 2147483647), kLeast + 2147482, 647000000);
+    expectTime(plusDelay({kLeast, 0}, -2147483648LL), kMost - 2147482, -648000000);
+    expectTime(sum({kMost, 0}, {kMost, 0}), -2, 0);
+    expectTime(sum({kLeast, 0}, {kLeast, 0}), 0, 0);
+    expectTime(difference({kLeast, 0}, {kMost, 0}), 1, 0);
+    expectTime(difference({kMost, 0}, {kLeast, 0}), -1, 0);
+    constexpr long kMostNs = std::numeric_limits<long>::max();
+    constexpr long kLeastNs = std::numeric_limits<long>::min();
+    expectTime(sum({0, kMostNs}, {0, 1}), 0, kLeastNs);
+    expectTime(difference({0, kLeastNs}, {0, 1}), 0, kMostNs);
 }
 
 TEST(LumTimerTimesTest, CmpOrdersBySecondsThenNanoseconds) {
@@ -650,6 +674,8 @@ TEST(LumTimerTimesTest, CmpOrdersBySecondsThenNanoseconds) {
     EXPECT_EQ(LumTimer::cmpTimeSpec({1, 4}, {1, 5}), -1);
     EXPECT_EQ(LumTimer::cmpTimeSpec({1, 5}, {1, 4}), 1);
     EXPECT_EQ(LumTimer::cmpTimeSpec({-2, 5}, {-1, 4}), -1);
+    EXPECT_EQ(LumTimer::cmpTimeSpec({kLeast, 0}, {kMost, 0}), -1);
+    EXPECT_EQ(LumTimer::cmpTimeSpec({kMost, 0}, {kLeast, 999999999}), 1);
 }
 
 TEST(LumTimerTimesTest, HeapOrderIsStrictlyLater) {
@@ -674,6 +700,19 @@ TEST(LumTimerTimesTest, UtcClockTimeIsInMilliseconds) {
         return 0;
     };
     EXPECT_EQ(LumTimer::getUtcClockTimeNs(), 1234567890987);
+}
+
+// The ends of 32-bit seconds: their milliseconds need 42 bits.
+TEST(LumTimerTimesTest, UtcClockTimeHas64Bits) {
+    const RestoreSystemCalls restore;
+    timespec time{2147483647, 999999999};
+    gSystemCalls.clockGettime = [&time](clockid_t /*clock*/, timespec* now) {
+        *now = time;
+        return 0;
+    };
+    EXPECT_EQ(LumTimer::getUtcClockTimeNs(), 2147483647999);
+    time = {-2147483647 - 1, 0};
+    EXPECT_EQ(LumTimer::getUtcClockTimeNs(), -2147483648000);
 }
 
 TEST(LumTimerTimesTest, UtcClockTimeWithoutAClockIsMinusOne) {
