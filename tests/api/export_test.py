@@ -2,7 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """Compares what a shared library exports with its export list, name by name, both ways.
 
-usage: export_test.py LIBRARY EXPORT_LIST
+usage: export_test.py NM LIBRARY EXPORT_LIST
+
+NM is the nm of the tools that made the library.
 """
 
 import re
@@ -18,16 +20,16 @@ def listed(path):
     return sorted(cxx | set(c))
 
 
-def exported(path):
-    symbols = subprocess.run(["nm", "-DC", "--defined-only", "--format=posix", path], check=True,
+def exported(nm, path):
+    symbols = subprocess.run([nm, "-DC", "--defined-only", "--format=posix", path], check=True,
                              capture_output=True, text=True).stdout
     # NAME TYPE VALUE SIZE; a demangled name may hold blanks.
     return sorted({line.rsplit(" ", 3)[0] for line in symbols.splitlines()})
 
 
 def main():
-    library, export_list = sys.argv[1:]
-    wanted, found = listed(export_list), exported(library)
+    nm, library, export_list = sys.argv[1:]
+    wanted, found = listed(export_list), exported(nm, library)
     for name in sorted(set(wanted) - set(found)):
         print("listed, but not exported:", name)
     for name in sorted(set(found) - set(wanted)):
