@@ -1,0 +1,48 @@
+# SPDX-License-Identifier: Apache-2.0
+# Run by cpack when it has installed each component in a folder of its own, before it makes packages of
+# these: arranges the documents as Debian wants them, and finds out which packages the programs need.
+# (CPack's own way to find out also writes scripts that call ldconfig, which a trigger does here.)
+
+set(top ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
+
+# A folder of documents for each package, named after it. Debian has the licence's text already.
+file(RENAME ${top}/development/usr/${CPACK_LUM_DOCDIR}
+     ${top}/development/usr/share/doc/${CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME})
+file(REMOVE_RECURSE ${top}/runtime/usr/${CPACK_LUM_DOCDIR})
+file(GLOB compressed ${top}/tools/usr/${CPACK_LUM_MANDIR}/man1/*)
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+  string(TOUPPER ${component} upper)
+  set(doc ${top}/${component}/usr/share/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+  file(COPY ${CPACK_LUM_COPYRIGHT} ${CPACK_LUM_CHANGELOG} DESTINATION ${doc}
+       FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+  file(RENAME ${doc}/changelog ${doc}/changelog.Debian)
+  list(APPEND compressed ${doc}/changelog.Debian)
+endforeach()
+execute_process(COMMAND gzip -9n ${compressed} COMMAND_ERROR_IS_FATAL ANY)
+
+# The packages of the libraries that each component's programs and libraries need. On our own ones the
+# components depend as such: what has no package is passed over.
+set(ours ${top}/runtime/usr/${CPACK_LUM_LIBDIR})
+file(GLOB folders ${ours} ${ours}/* ${top}/tools/usr/${CPACK_LUM_LIBDIR}/*)
+list(FILTER folders EXCLUDE REGEX "\\.so")
+list(TRANSFORM folders PREPEND -l)
+file(WRITE ${top}/debian/control "")  # it wants to be called where a package is being made
+foreach(component runtime tools)
+  string(TOUPPER ${component} upper)
+  file(GLOB_RECURSE programs ${top}/${component}/usr/bin/* ${top}/${component}/usr/*.so*)
+  execute_process(
+    COMMAND dpkg-shlibdeps -O --ignore-missing-info ${folders} ${programs}
+    WORKING_DIRECTORY ${top}
+    RESULT_VARIABLE status OUTPUT_VARIABLE depends ERROR_VARIABLE messages
+    OUTPUT_STRIP_TRAILING_WHITESPACE)
+  if(NOT status EQUAL 0)
+    # Only then: it warns of each place in which it does not find one of ours.
+    message(FATAL_ERROR "dpkg-shlibdeps ended with status ${status}\n${messages}")
+  endif()
+  set(overrides ${top}/${component}/usr/share/lintian/overrides)
+  file(COPY ${CPACK_LUM_OVERRIDES} DESTINATION ${overrides}
+       FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+  file(RENAME ${overrides}/lintian-overrides ${overrides}/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+  string(REPLACE "shlibs:Depends=" "" CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${depends}")
+endforeach()
+file(REMOVE_RECURSE ${top}/debian)

@@ -1,0 +1,34 @@
+# SPDX-License-Identifier: Apache-2.0
+# Installs the packages that lie in /packages of a fresh Debian folder, $1, and tries them there.
+# Run by mmdebstrap, outside the folder, but as its root.
+set -eux
+root=$1
+
+# As its user would, with apt looking for what they depend on.
+DEBIAN_FRONTEND=noninteractive APT_CONFIG=$MMDEBSTRAP_APT_CONFIG apt-get \
+    -o DPkg::Chroot-Directory="$root" install --yes "$root"/packages/*.deb
+chroot "$root" ldconfig -p | grep -F liblum_sdf_sdk.so.1
+
+chroot "$root" lum_sdf_demo lum_sdf_emulator
+
+# The program of the first page for newcomers, compiled with this machine's compiler, as that takes
+# less time than to install one: Debian's, too.
+page=$root/usr/share/doc/liblum-sdf-sdk-dev/docs/getting-started.md
+block() { sed -n "/^\`\`\`$1\$/,/^\`\`\`\$/{/^\`\`\`/!p}" "$page"; }
+block c >"$root/hello.c"
+block text >"$root/expected"
+pkgconfig=$(echo "$root"/usr/lib/*/pkgconfig)
+# shellcheck disable=SC2046 # a list of words
+cc -std=c11 "$root/hello.c" \
+    $(PKG_CONFIG_LIBDIR=$pkgconfig pkg-config --cflags --libs lum-sdf-sdk) -o "$root/hello"
+
+chroot "$root" sh -eux <<'END'
+mkfifo ready
+lum_sdf_emulator --ready-fd 3 3>ready &
+trap 'kill $!' EXIT
+read -r _ <ready
+./hello >printed
+diff expected printed
+sdfctl set-latency first 1 3 >printed
+grep '^event levels: id=[0-9]* first=level-1 second=level-3$' printed
+END
