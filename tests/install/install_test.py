@@ -158,6 +158,14 @@ class InstallTest(unittest.TestCase):
         self.start_service()
         self.assertEqual(self.run_here("./consumer"), "3 4\n")
 
+    def test_examples_build_as_their_page_says(self):
+        examples = self.prefix / DOC / "examples"
+        self.environment["PKG_CONFIG_PATH"] = f"{self.prefix}/{LIB}/pkgconfig"
+        for compiler, name in ((CC, "game.c"), (CXX, "monitor.cpp")):
+            with self.subTest(name=name):
+                self.run_here("sh", "-euc", f"{compiler} {examples}/{name} "
+                              "$(pkg-config --cflags --libs lum-sdf-sdk)")
+
     def test_tools_work_together(self):
         self.start_service()
         printed = self.run_here("sdfctl", "set-latency", "first", "1", "3")
