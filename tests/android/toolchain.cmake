@@ -1,0 +1,61 @@
+# SPDX-License-Identifier: Apache-2.0
+# Stands in for a device's toolchain file where there is none: clang compiles for 32-bit Android, under
+# CMake's rules for Android, with the headers and libraries of Debian's armhf in LUM_SYSROOT. What comes
+# of it differs from what a device gets in the C and C++ libraries; it runs under qemu-arm.
+
+# 1 is for toolchain files that settle everything themselves: CMake asks for no NDK.
+set(CMAKE_SYSTEM_NAME Android)
+set(CMAKE_SYSTEM_VERSION 1)
+set(CMAKE_SYSTEM_PROCESSOR armv7-a)
+set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
+if(NOT ANDROID_ABI STREQUAL "armeabi-v7a")
+  message(FATAL_ERROR "ANDROID_ABI is '${ANDROID_ABI}'; this file knows armeabi-v7a only")
+endif()
+
+# Also for the small projects by which CMake tries the compiler.
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES LUM_SYSROOT ANDROID_ABI)
+set(CMAKE_SYSROOT ${LUM_SYSROOT})
+set(CMAKE_C_COMPILER clang-14)
+set(CMAKE_CXX_COMPILER clang++-14)
+set(CMAKE_C_COMPILER_TARGET armv7a-linux-androideabi31)
+set(CMAKE_CXX_COMPILER_TARGET armv7a-linux-androideabi31)
+set(CMAKE_AR arm-linux-gnueabihf-ar)
+set(CMAKE_RANLIB arm-linux-gnueabihf-ranlib)
+set(CMAKE_STRIP arm-linux-gnueabihf-strip)
+
+# As both of a device's build systems compile.
+set(device "-mthumb -ffunction-sections -fdata-sections")
+# As Debian's libraries are compiled, with which a device's objects could not be linked: floating point
+# numbers are passed in registers of their own, and thread-local variables are the loader's. The
+# option that says the former is refused for this system, but only there where options are read.
+set(debian "-Xclang -mfloat-abi -Xclang hard -D__ARM_PCS_VFP -fno-emulated-tls")
+# For this system, neither clang nor lld looks where Debian has headers, start files and libraries.
+set(usr ${LUM_SYSROOT}/usr)
+set(lib ${usr}/lib/${CMAKE_LIBRARY_ARCHITECTURE})
+set(gcc_lib ${usr}/lib/gcc/${CMAKE_LIBRARY_ARCHITECTURE}/12)
+set(cxx_headers "-isystem ${usr}/include/c++/12")
+string(APPEND cxx_headers " -isystem ${usr}/include/${CMAKE_LIBRARY_ARCHITECTURE}/c++/12")
+set(headers "-isystem ${usr}/include/${CMAKE_LIBRARY_ARCHITECTURE} -isystem ${usr}/include")
+string(APPEND headers " -isystem ${usr}/include/android")
+set(none "--start-no-unused-arguments -nostdlibinc --end-no-unused-arguments")
+set(none_cxx "--start-no-unused-arguments -nostdlibinc -nostdinc++ --end-no-unused-arguments")
+set(CMAKE_C_FLAGS_INIT "${device} ${debian} ${none} ${headers}")
+# A platform tree compiles without type information, and only this library with exceptions.
+set(CMAKE_CXX_FLAGS_INIT "${device} -fno-rtti ${debian} ${none_cxx} ${cxx_headers} ${headers}")
+
+set(linker "-fuse-ld=lld -nostdlib")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "${linker} ${lib}/crti.o ${gcc_lib}/crtbeginS.o")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "${linker} ${lib}/Scrt1.o ${lib}/crti.o ${gcc_lib}/crtbeginS.o")
+string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -Wl,--dynamic-linker=/lib/ld-linux-armhf.so.3")
+set(libraries "-L${gcc_lib} -L${lib} -L${LUM_SYSROOT}/lib/${CMAKE_LIBRARY_ARCHITECTURE}")
+string(APPEND libraries " -lstdc++ -lm -lgcc_s -lc -lgcc ${gcc_lib}/crtendS.o ${lib}/crtn.o")
+set(CMAKE_C_STANDARD_LIBRARIES ${libraries})
+set(CMAKE_CXX_STANDARD_LIBRARIES ${libraries})
+
+# Programs are this machine's, everything else the other's.
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${LUM_SYSROOT})
