@@ -25,7 +25,11 @@ TEST_F(ErrorsTest, WrongCommandsDoNothing) {
          "second"},
         {"create then", "sdfctl: a command is missing after \"then\""},
         {"update-ood last 1", "sdfctl: FILTER: no filter has been added yet"},
-        {"help foo", "sdfctl: help: \"foo\" is not a command"},
+        {"help foo", "sdfctl: help: COMMAND: \"foo\" is not a command"},
+        {"wait 5 foo", "sdfctl: wait: VALUE: \"foo\" is not taken behind a number, up or down"},
+        {"wait up -7", "sdfctl: wait: VALUE: \"-7\" is not taken behind a number, up or down"},
+        {"f\x1B[31m\x7F\u00FC",
+         "sdfctl: \"f\\x1B[31m\\x7F\u00FC\" is not a command (\"help\" lists them)"},
         {"doctor now", "sdfctl: doctor: The following argument was not expected: now"},
         {"--json foo", "sdfctl: \"foo\" is not a command (\"help\" lists them)"},
     };
@@ -42,17 +46,18 @@ TEST_F(ErrorsTest, WrongOptions) {
         const char* arguments;
         const char* error;
     } kCases[] = {
-        {"--timeout x create", "--timeout: \"x\" is not a number of seconds"},
-        {"--timeout -1 create", "--timeout: \"-1\" is not a number of seconds"},
-        {"--wait=x create", "--wait: \"x\" is not a number of seconds"},
-        {"--timeout nan create", "--timeout: \"nan\" is not a number of seconds"},
+        {"--timeout x create", "sdfctl: --timeout: \"x\" is not a number of seconds"},
+        {"--timeout -1 create", "sdfctl: --timeout: \"-1\" is not a number of seconds"},
+        {"--wait=x create", "sdfctl: --wait: \"x\" is not a number of seconds"},
+        {"--wait= create", "sdfctl: --wait: \"\" is not a number of seconds"},
+        {"--timeout \x1Bx create", "sdfctl: --timeout: \"\\x1Bx\" is not a number of seconds"},
+        {"--timeout nan create", "sdfctl: --timeout: \"nan\" is not a number of seconds"},
     };
     for (const auto& aCase : kCases) {
         const Outcome run = runSdfctl(aCase.arguments);
         EXPECT_EQ(run.status, 2) << aCase.arguments;
         EXPECT_EQ(run.lines, Lines{}) << aCase.arguments;
-        ASSERT_FALSE(run.errors.empty());
-        EXPECT_EQ(run.errors[0], aCase.error);
+        EXPECT_EQ(run.errors, Lines{aCase.error});
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <memory>
 
@@ -229,6 +230,50 @@ TEST_F(ServiceTest, LostServiceThatWasWaitedForIsNoFailure) {
     child.closeInput();
     EXPECT_EQ(child.wait(), 0);
     EXPECT_EQ(child.errorLines(), Lines{});
+}
+
+TEST_F(ServiceTest, RefusedMessageEndsTheWaitForTheAnswer) {
+    const EmulatorProcess emulator({"--rule", "on set_latency_level: refuse"});
+    const Outcome run = runSdfctl("--timeout 86400 set-latency first 1 1");
+    EXPECT_EQ(run.lines, withClient({"sdfSetLatencyLvl(slot=first, first=level-1, second=level-1, "
+                                     "flag=off) = 1804289383 (success)",
+                                     "event status: status=-3 (internal error)"}));
+    EXPECT_EQ(run.errors, Lines{"sdfctl: no event \"levels\": the service has refused a message"});
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(ServiceTest, RefusedMessageWithoutAnAnswerIsAFailure) {
+    const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: refuse"});
+    const Outcome run = runSdfctl("high-perf-gaming off then wait status -3");
+    EXPECT_EQ(run.lines, withClient({kGaming, "event status: status=-3 (internal error)"}));
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(ServiceTest, RefusedMessageIsAFailureForTheOlderCallbackToo) {
+    const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: refuse"});
+    const Outcome run = runSdfctl("enable then high-perf-gaming off then wait legacy-status 2");
+    ASSERT_GE(run.lines.size(), 2U);
+    EXPECT_EQ(run.lines[run.lines.size() - 2], "event legacy-status: status=2 (internal error)");
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_EQ(run.status, 1);
+}
+
+// The message fails, too, but it is the service's death that is told.
+TEST_F(ServiceTest, MessageThatTheServiceDiesOfIsNotRefused) {
+    const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: die before"});
+    const Outcome run = runSdfctl("high-perf-gaming off then wait down");
+    EXPECT_TRUE(std::count(run.lines.begin(), run.lines.end(), kDown) == 1);
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(ServiceTest, AnswerOfAServiceThatDiesOfTheRequestIsWaitedFor) {
+    const EmulatorProcess emulator({"--rule", "on set_latency_level: die before"});
+    const Outcome run = runSdfctl("--timeout 3 set-latency first 1 1");
+    EXPECT_TRUE(std::count(run.lines.begin(), run.lines.end(), kDown) == 1);
+    EXPECT_EQ(run.errors, Lines{"sdfctl: no event \"levels\" within 3 s"});
+    EXPECT_EQ(run.status, 4);
 }
 
 TEST_F(ServiceTest, SignalEndsAScriptThatWaitsForItsNextLine) {

@@ -78,12 +78,14 @@ void Arguments::text(const std::string& name, std::string& value,
 }
 
 void Arguments::optionalText(const std::string& name, std::string& value,
-                             const std::vector<std::string>& words, const std::string& about) {
-    const auto read = [&value](const std::string& text) {
+                             const std::vector<std::string>& words, const std::string& expected,
+                             const std::string& about,
+                             const std::function<bool(const std::string&)>& isTaken) {
+    const auto read = [&value, isTaken](const std::string& text) {
         value = text;
-        return true;
+        return isTaken(text);
     };
-    add(name, read, "", about)->required(false);
+    add(name, read, expected, about)->required(false);
     mAll.back().words = words;
 }
 

@@ -68,9 +68,11 @@ class Arguments {
     void text(const std::string& name, std::string& value, const std::vector<std::string>& words,
               const std::string& expected, const std::string& about,
               const std::function<bool(const std::string&)>& isTaken);
-    // Any text, or none.
+    // The same, or none.
     void optionalText(const std::string& name, std::string& value,
-                      const std::vector<std::string>& words, const std::string& about);
+                      const std::vector<std::string>& words, const std::string& expected,
+                      const std::string& about,
+                      const std::function<bool(const std::string&)>& isTaken);
     // An option without a value.
     void flag(const std::string& name, bool& value, const std::string& about);
 

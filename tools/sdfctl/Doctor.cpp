@@ -146,8 +146,8 @@ class Doctor {
         object["detail"] = ok ? went : trouble.text;
         object["advice"] = ok ? nlohmann::ordered_json() : nlohmann::ordered_json(advice);
         name.resize(10, ' ');
-        mPrinter.print(ok ? "ok      " + name + went
-                          : "failed  " + name + trouble.text + "\n        " + advice,
+        mPrinter.print(ok ? "ok      " + name + printable(went)
+                          : "failed  " + name + printable(trouble.text) + "\n        " + advice,
                        object);
         if (!ok) mExitStatus = step.exitStatus;
         return ok;
@@ -170,7 +170,7 @@ int runDoctor(std::vector<std::string> words, Settings settings) {
     } catch (const CLI::CallForHelp& help) {
         return app.exit(help);
     } catch (const CLI::ParseError& error) {
-        fprintf(stderr, "sdfctl: doctor: %s\n", error.what());
+        fprintf(stderr, "sdfctl: doctor: %s\n", printable(error.what()).c_str());
         return kExitUsage;
     }
     return Doctor(settings).run();

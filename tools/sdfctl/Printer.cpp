@@ -7,6 +7,22 @@
 
 using nlohmann::ordered_json;
 
+std::string printable(const std::string& text) {
+    constexpr char kDelete = 0x7F;
+    std::string shown;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < ' ' || c == kDelete) {
+            char escaped[5];
+            snprintf(escaped, sizeof escaped, "\\x%02X", byte);
+            shown += escaped;
+        } else {
+            shown += c;
+        }
+    }
+    return shown;
+}
+
 void Printer::print(const Call& call) const {
     ordered_json arguments = ordered_json::object();
     addTo(arguments, call.arguments);

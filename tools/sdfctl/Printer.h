@@ -8,6 +8,10 @@
 
 #include "tools/sdfctl/Record.h"
 
+// Text from elsewhere as it is shown to people: control characters, which a terminal would act on,
+// as \xNN.
+std::string printable(const std::string& text);
+
 // Writes to standard output what happens, one whole line each. For one thread.
 class Printer {
   public:

@@ -89,9 +89,8 @@ void askUntilTheEnd(Session& session) {
     }
 }
 
-// Runs it, then destroys the client.
 template <typename Body>
-int runToTheEnd(Session& session, const Body& body) {
+void runAndComplain(Session& session, const Body& body) {
     try {
         body();
     } catch (const Quit&) {
@@ -99,6 +98,15 @@ int runToTheEnd(Session& session, const Body& body) {
         session.complain(kExitUsage, error.what());
     } catch (const NotUp& error) {
         session.complain(kExitNotUp, error.what());
+    }
+}
+
+// Runs it, then destroys the client.
+template <typename Body>
+int runToTheEnd(Session& session, const Body& body) {
+    try {
+        runAndComplain(session, body);
+        session.judge();
     } catch (const Interrupted& interrupted) {
         session.finish();
         return kExitSignal + interrupted.signal;

@@ -11,6 +11,7 @@ namespace {
 
 constexpr double kAskAgainSeconds = 4;  // longer than one of the library's attempts
 constexpr double kQuietSeconds = 0.2;   // after which a list counts as complete
+constexpr double kDeathSeconds = 1;     // in which the service's death is told behind its failures
 constexpr size_t kMostUnclaimed = 10000;
 
 std::string secondsText(double seconds) {
@@ -148,12 +149,29 @@ bool Session::expect(const std::string& name, const Test& test) {
 }
 
 void Session::expectAnswer(const std::string& name, const Test& test) {
-    if (mSettings.answers) expect(name, test);
+    if (mSettings.answers) takeAnswer(name, test);
+}
+
+bool Session::takeAnswer(const std::string& name, const Test& test) {
+    const size_t before = mRefusals;
+    bool come = false;
+    const bool ended = waitUntil(inSeconds(mSettings.timeout), [&] {
+        come = takeEvent(name, test);
+        return come || mRefusals > before;
+    });
+    if (come) return true;
+    const std::string missing = "no event \"" + name + "\"";
+    if (ended) {
+        complain(kExitCallFailed, missing + ": the service has refused a message");
+    } else {
+        complain(kExitNoAnswer, missing + " within " + secondsText(mSettings.timeout));
+    }
+    return false;
 }
 
 void Session::expectAnswers(const std::string& name, size_t expected, bool first) {
     if (!mSettings.answers) return;
-    if (first && !expect(name)) return;
+    if (first && !takeAnswer(name, {})) return;
     for (size_t count = first ? 1 : 0; expected == 0 || count < expected; ++count) {
         if (!waitUntil(inSeconds(kQuietSeconds), [&] { return takeEvent(name, {}); })) return;
     }
@@ -178,7 +196,9 @@ bool Session::waitUntil(std::optional<Time> end, const std::function<bool()>& do
     for (;;) {
         drain();
         if (done()) return true;
-        if (mWaiter.wait(end) == Waiter::Woken::kTime) return false;
+        const bool verdictIsFirst = mVerdict && (!end || *mVerdict < *end);
+        const Waiter::Woken woken = mWaiter.wait(verdictIsFirst ? mVerdict : end);
+        if (woken == Waiter::Woken::kTime && !verdictIsFirst) return false;
     }
 }
 
@@ -193,22 +213,41 @@ void Session::drain() {
         mPrinter.print(event);
         note(event);
     }
+    if (mVerdict && std::chrono::steady_clock::now() >= *mVerdict) messageRefused();
 }
 
 void Session::note(const Event& event) {
     mFilters.note(event);
     const bool older = event.name == "legacy-status";
-    if (older || event.name == "status") {
-        const long long up{older ? int{SDF_STATUS_SERVICE_UP} : int{SDF_V2_SERVICE_UP}};
-        mUp = event.number("status") == up;
-        mWasUp = mWasUp || mUp;
-        mTold = event.fields.front().shown;
-    }
+    if (older || event.name == "status") noteStatus(event, older);
     if (event.name == "filter-added" && event.number("status") > SDF_FILTER_ACTIVE) {
         fail(kExitCallFailed);
     }
     mUnclaimed.push_back(event);
     if (mUnclaimed.size() > kMostUnclaimed) mUnclaimed.pop_front();
+}
+
+void Session::noteStatus(const Event& event, bool older) {
+    const long long up{older ? int{SDF_STATUS_SERVICE_UP} : int{SDF_V2_SERVICE_UP}};
+    const long long down{older ? int{SDF_STATUS_SERVICE_DOWN} : int{SDF_V2_SERVICE_DOWN}};
+    const long long failed{older ? int{SDF_STATUS_INTERNAL_ERROR} : int{SDF_V2_INTERNAL_ERROR}};
+    const long long status = event.number("status");
+    // Before the service is up it can only be the library's own message that failed.
+    if (mUp && status == failed) mVerdict = inSeconds(kDeathSeconds);
+    if (status == down) mVerdict.reset();
+    mUp = status == up;
+    mWasUp = mWasUp || mUp;
+    mTold = event.fields.front().shown;
+}
+
+void Session::messageRefused() {
+    mVerdict.reset();
+    ++mRefusals;
+    fail(kExitCallFailed);
+}
+
+void Session::judge() {
+    waitUntil(std::nullopt, [&] { return !mVerdict; });
 }
 
 bool Session::takeEvent(const std::string& name, const Test& test) {
@@ -247,6 +286,6 @@ void Session::fail(ExitStatus status) {
 }
 
 void Session::complain(ExitStatus status, const std::string& message) {
-    fprintf(stderr, "sdfctl: %s\n", message.c_str());
+    fprintf(stderr, "sdfctl: %s\n", printable(message).c_str());
     fail(status);
 }

@@ -78,7 +78,8 @@ class Session {
     // Waits for an event that nobody has waited for yet, and counts the failure when it does not
     // come in time. test: none accepts all.
     bool expect(const std::string& name, const Test& test = {});
-    // The same for the answer to a request, unless the settings say not to wait for answers.
+    // The same for the answer to a request, unless the settings say not to wait for answers. It is
+    // not waited for any longer once the service has refused a message.
     void expectAnswer(const std::string& name, const Test& test);
     // The same for an answer of several events: waits until there have been `expected`, or they
     // cease to come. first: whether one has to come.
@@ -95,6 +96,9 @@ class Session {
     // Prints the events that have come.
     void drain();
 
+    // Waits, for a moment at most, until it is known whether the service has refused a message that
+    // failed, or died.
+    void judge();
     // Destroys the client, if there is one.
     void finish();
 
@@ -115,7 +119,10 @@ class Session {
     void waitForService();
     void keepAsking();
     bool takeEvent(const std::string& name, const Test& test);
+    bool takeAnswer(const std::string& name, const Test& test);
     void note(const Event& event);
+    void noteStatus(const Event& event, bool older);
+    void messageRefused();
 
     const Settings mSettings;
     Printer mPrinter;
@@ -127,5 +134,8 @@ class Session {
     bool mUp = false;
     bool mWasUp = false;               // since the client was made
     std::optional<std::string> mTold;  // the latest status, since the service was last asked for
+    // Until when a message that failed may still have failed because the service died.
+    std::optional<Time> mVerdict;
+    size_t mRefusals = 0;  // messages that the service has refused
     int mExitStatus = kExitSuccess;
 };

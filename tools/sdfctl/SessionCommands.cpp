@@ -41,11 +41,16 @@ void waitFor(Session& session, const WaitValues& values) {
     }
 }
 
+bool isEvent(const std::string& text) {
+    const std::vector<std::string>& names = waitedFor();
+    return text != "up" && text != "down" &&
+           std::find(names.begin(), names.end(), text) != names.end();
+}
+
 bool isWaitedFor(const std::string& text) {
     int64_t ignored = 0;
-    const std::vector<std::string>& names = waitedFor();
-    return readNumber(text, 0, kMostMilliseconds, ignored) ||
-           std::find(names.begin(), names.end(), text) != names.end();
+    return readNumber(text, 0, kMostMilliseconds, ignored) || text == "up" || text == "down" ||
+           isEvent(text);
 }
 
 Action wait(Arguments& arguments) {
@@ -54,8 +59,11 @@ Action wait(Arguments& arguments) {
     for (const std::string& name : waitedFor()) names += (names.empty() ? "" : ", ") + name;
     arguments.text("WHAT", values->what, waitedFor(), "a number of milliseconds or one of " + names,
                    "Milliseconds, or one of " + names, isWaitedFor);
-    arguments.optionalText("VALUE", values->value, {},
-                           "What one of the event's values must be, such as \"deleted\"");
+    // Arguments are read in their order: the event is known by then.
+    const auto hasValues = [values](const std::string&) { return isEvent(values->what); };
+    arguments.optionalText("VALUE", values->value, {}, "taken behind a number, up or down",
+                           "What one of the event's values must be, such as \"deleted\"",
+                           hasValues);
     return [values](Session& session) { waitFor(session, *values); };
 }
 
@@ -73,12 +81,10 @@ Action help(Arguments& arguments) {
     const auto name = valuesOf<std::string>();
     std::vector<std::string> names;
     for (const Command& command : commands()) names.emplace_back(command.name);
-    arguments.optionalText("COMMAND", *name, names, "What to explain");
+    arguments.optionalText("COMMAND", *name, names, "a command", "What to explain",
+                           [](const std::string& text) { return findCommand(text) != nullptr; });
     return [name](Session& session) {
         const Command* const command = findCommand(*name);
-        if (command == nullptr && !name->empty()) {
-            throw UsageError("help: \"" + *name + "\" is not a command");
-        }
         session.printHelp(command == nullptr ? helpOfAll() : helpOf(*command));
     };
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <limits>
 #include <string>
@@ -14,6 +15,7 @@
 
 #include "tools/sdfctl/Commands.h"
 #include "tools/sdfctl/Doctor.h"
+#include "tools/sdfctl/Printer.h"
 #include "tools/sdfctl/Runner.h"
 #include "tools/sdfctl/Session.h"
 #include "tools/sdfctl/Terminal.h"
@@ -33,9 +35,9 @@ The client is made before the first request, which waits until the service is up
 end. A request that is answered waits for its answer.)";
 
 constexpr char kExits[] =
-    R"(Exit status: 0 all calls succeeded; 1 a call failed, or the service rejected a filter;
-2 the command line or the script is wrong; 3 the service was not up in time; 4 an answer or an
-event did not come in time; 128 and the signal's number when ended by SIGINT, SIGTERM or SIGHUP. The
+    R"(Exit status: 0 all calls succeeded; 1 a call failed, or the service refused a message or rejected
+a filter; 2 the command line or the script is wrong; 3 the service was not up in time; 4 an answer or
+an event did not come in time; 128 and the signal's number when ended by SIGINT, SIGTERM or SIGHUP. The
 first thing that goes wrong counts. For those of doctor see "sdfctl doctor --help".
 
 Environment: LUM_BINDER_DIR, on Linux: the folder in which services and clients meet.)";
@@ -54,8 +56,17 @@ double readSeconds(const std::string& name, const std::string& text) {
     return seconds;
 }
 
+// CLI11 takes "--wait=" for "--wait".
+void refuseEmptyWait(int argc, char** argv) {
+    const auto isIt = [](const char* text) { return std::string(text) == "--wait="; };
+    if (std::any_of(argv, argv + argc, isIt)) (void)readSeconds("--wait", "");
+}
+
 void describe(CLI::App& app, Options& options) {
     app.prefix_command();
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return "sdfctl: " + printable(error.what()) + "\n";
+    });
     app.footer(std::string(kExits) + "\n\n" + helpOfAll());
     app.add_flag("--json", options.settings.json,
                  "Print one JSON object a line, and nothing else, to standard output");
@@ -105,6 +116,7 @@ int main(int argc, char** argv) try {
     Options options;
     describe(app, options);
     try {
+        refuseEmptyWait(argc, argv);
         app.parse(argc, argv);
         if (!options.wait.empty()) options.settings.wait = readSeconds("--wait", options.wait);
     } catch (const CLI::ParseError& error) {
@@ -115,6 +127,6 @@ int main(int argc, char** argv) try {
 } catch (const Interrupted& interrupted) {
     return kExitSignal + interrupted.signal;
 } catch (const std::exception& error) {
-    fprintf(stderr, "sdfctl: %s\n", error.what());
+    fprintf(stderr, "sdfctl: %s\n", printable(error.what()).c_str());
     return kExitCallFailed;
 }
