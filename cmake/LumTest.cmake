@@ -3,13 +3,14 @@ find_package(GTest REQUIRED)
 include(GoogleTest)
 
 # lum_test(NAME SOURCES file... [LIBRARIES target...] [LABELS label] [TIMEOUT seconds]
-#          [ARGUMENTS argument...] [UNGUARDED_TOO]): one GoogleTest program; every case of it becomes
-# a CTest test in a process of its own, named <prefix><program>.<suite>.<case>. UNGUARDED_TOO: if
+#          [ARGUMENTS argument...] [BUSY] [UNGUARDED_TOO]): one GoogleTest program; every case of it
+# becomes a CTest test in a process of its own, named <prefix><program>.<suite>.<case>. BUSY: the test
+# computes all the time, and takes the place of four that mostly wait. UNGUARDED_TOO: if
 # LUM_ALSO_UNGUARDED, all but the suites named Guarded... are run once more, as
 # <prefix><program>_unguarded.<suite>.<case>, with the unguarded liblum_sdf_sdk.so in the place of the
 # other, for the test and what it starts.
 function(lum_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "UNGUARDED_TOO" "TIMEOUT"
+  cmake_parse_arguments(PARSE_ARGV 1 arg "BUSY;UNGUARDED_TOO" "TIMEOUT"
                         "SOURCES;LIBRARIES;LABELS;ARGUMENTS")
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
@@ -28,12 +29,17 @@ function(lum_test name)
     endif()
     set(labels LABELS ${arg_LABELS})
   endif()
+  set(properties TIMEOUT ${arg_TIMEOUT} ${labels})
+  if(arg_BUSY)
+    # Started first, so that the others fill the places beside it.
+    list(APPEND properties PROCESSORS 4 COST 1000)
+  endif()
   gtest_discover_tests(
     ${name}
     TEST_PREFIX "${LUM_TEST_PREFIX}${name}."
     EXTRA_ARGS ${arg_ARGUMENTS}
     DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${arg_TIMEOUT} ${labels})
+    PROPERTIES ${properties})
   if(arg_UNGUARDED_TOO AND LUM_ALSO_UNGUARDED)
     add_dependencies(${name} lum_sdf_sdk_unguarded)
     gtest_discover_tests(
@@ -42,7 +48,7 @@ function(lum_test name)
       TEST_FILTER "-Guarded*"
       EXTRA_ARGS ${arg_ARGUMENTS}
       DISCOVERY_TIMEOUT 60
-      PROPERTIES TIMEOUT ${arg_TIMEOUT} ${labels}
+      PROPERTIES ${properties}
                  ENVIRONMENT LD_LIBRARY_PATH=${CMAKE_LIBRARY_OUTPUT_DIRECTORY}_unguarded)
   endif()
 endfunction()
