@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/sdfctl/Arguments.h"
 
+#include <CLI/CLI.hpp>
+
 #include "tools/sdfctl/AddressText.h"
 
 namespace {

@@ -3,7 +3,6 @@
 
 #include <sys/socket.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -12,6 +11,12 @@
 #include <vector>
 
 #include "tools/sdfctl/Words.h"
+
+// CLI11's. Its header takes longer to compile than all else here, and is left to those who need it.
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
 
 // A filter as the command line names it: by number, or as the last one added.
 struct FilterName {

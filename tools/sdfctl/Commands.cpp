@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/sdfctl/Commands.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
 
@@ -51,6 +52,13 @@ const Command* findCommand(const std::string& name) {
     const auto found = std::find_if(commands().begin(), commands().end(),
                                     [&](const Command& command) { return command.name == name; });
     return found == commands().end() ? nullptr : &*found;
+}
+
+std::vector<Arguments::Argument> argumentsOf(const Command& command) {
+    CLI::App app;
+    Arguments arguments(app);
+    (void)command.declare(arguments);
+    return arguments.all();
 }
 
 std::vector<Action> readCommands(const std::vector<std::string>& words) {

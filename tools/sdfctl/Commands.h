@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,9 @@ std::vector<Command> sessionCommands();
 
 // The command of that name, or null.
 const Command* findCommand(const std::string& name);
+
+// The arguments of a command, in the order of declaration.
+std::vector<Arguments::Argument> argumentsOf(const Command& command);
 
 // Thrown when what the user has typed is no command.
 struct UsageError : std::runtime_error {

@@ -73,14 +73,12 @@ Texts everythingFor(const Texts& words, const std::vector<unsigned int>& filters
     if (words.size() == 1) return commandNames();
     const Command* const command = findCommand(words[0]);
     if (command == nullptr) return {};
-    CLI::App app;
-    Arguments arguments(app);
-    (void)command->declare(arguments);
-    const Argument* const argument = argumentAt(arguments.all(), words);
+    const std::vector<Argument> arguments = argumentsOf(*command);
+    const Argument* const argument = argumentAt(arguments, words);
     if (argument != nullptr && argument->isOption()) return valuesOf(*argument, filters);
     Texts all;
     if (argument != nullptr) all = valuesOf(*argument, filters);
-    for (const Argument& option : arguments.all()) {
+    for (const Argument& option : arguments) {
         if (option.isOption()) all.push_back(option.name);
     }
     all.emplace_back("then");

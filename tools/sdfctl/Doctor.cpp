@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "tools/sdfctl/Callbacks.h"
 #include "tools/sdfctl/Printer.h"

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <system_error>
 
 using nlohmann::ordered_json;

@@ -2,9 +2,26 @@
 #include "tools/sdfctl/Record.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "tools/sdfctl/AddressText.h"
+
+namespace {
+
+nlohmann::json jsonOf(const Value& value) {
+    return std::visit([](const auto& held) { return nlohmann::json(held); }, value);
+}
+
+}  // namespace
+
+std::string jsonTextOf(const Value& value) {
+    return jsonOf(value).dump();
+}
+
+Field plain(std::string key, const std::string& text) {
+    return {std::move(key), text, text, "", false};
+}
 
 Field worded(std::string key, int32_t value, const Words& words) {
     const std::string word = wordOf(words, value);
@@ -61,7 +78,7 @@ std::string shown(const Fields& fields, const std::string& separator) {
 
 void addTo(nlohmann::ordered_json& object, const Fields& fields) {
     for (const Field& field : fields) {
-        object[field.key] = field.value;
+        object[field.key] = jsonOf(field.value);
         if (!field.name.empty()) object[field.key + "_name"] = field.name;
     }
 }
@@ -70,5 +87,5 @@ long long Event::number(const std::string& key) const {
     const auto found = std::find_if(fields.begin(), fields.end(),
                                     [&](const Field& field) { return field.key == key; });
     if (found == fields.end()) throw std::logic_error(name + " has no " + key);
-    return found->value.get<long long>();
+    return jsonOf(found->value).get<long long>();
 }

@@ -3,32 +3,42 @@
 
 #include <lum_sdf_sdk.h>
 
-#include <nlohmann/json.hpp>
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <type_traits>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "tools/sdfctl/Words.h"
 
 // What is told of a call or an event: named values, for people and for programs.
 
+using Value = std::variant<bool, long long, uint64_t, std::string>;
+
 // One named value.
 struct Field {
     std::string key;
-    nlohmann::json value;  // for programs
-    std::string shown;     // for people
-    std::string name;      // for programs too, beside the value; empty: none
-    bool quiet = false;    // says nothing to people
+    Value value;         // for programs
+    std::string shown;   // for people
+    std::string name;    // for programs too, beside the value; empty: none
+    bool quiet = false;  // says nothing to people
 };
 
 using Fields = std::vector<Field>;
 
-// A number that is only a number, or a text.
-template <typename Value>
-Field plain(std::string key, const Value& value) {
-    const nlohmann::json json = value;
-    return {std::move(key), json, json.is_string() ? json.get<std::string>() : json.dump(), "",
-            false};
+// The value as a program reads it, in JSON.
+std::string jsonTextOf(const Value& value);
+
+// A text.
+Field plain(std::string key, const std::string& text);
+
+// A number that is only a number.
+template <typename Number>
+Field plain(std::string key, Number number) {
+    using Widest = std::conditional_t<std::is_signed_v<Number>, long long, uint64_t>;
+    return {std::move(key), Widest{number}, std::to_string(number), "", false};
 }
 
 // A number of a kind that has words: people see the word.
@@ -62,6 +72,6 @@ struct Event {
     std::string name;
     Fields fields;
 
-    // The field's value; the field must be there.
+    // The field's value; the field must be there, and hold a number.
     long long number(const std::string& key) const;
 };

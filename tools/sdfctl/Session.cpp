@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "tools/sdfctl/Callbacks.h"

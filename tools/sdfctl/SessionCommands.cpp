@@ -22,7 +22,7 @@ struct WaitValues {
 
 bool has(const Event& event, const std::string& value) {
     return std::any_of(event.fields.begin(), event.fields.end(), [&](const Field& field) {
-        return field.shown == value || field.name == value || field.value.dump() == value;
+        return field.shown == value || field.name == value || jsonTextOf(field.value) == value;
     });
 }
 
