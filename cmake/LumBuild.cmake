@@ -62,6 +62,11 @@ find_path(LIBLOG_INCLUDE_DIR android/log.h PATHS /usr/include/android REQUIRED)
 find_library(LIBLOG_LIBRARY log PATH_SUFFIXES android ${CMAKE_LIBRARY_ARCHITECTURE}/android REQUIRED)
 add_library(lum_liblog INTERFACE)
 target_include_directories(lum_liblog SYSTEM INTERFACE ${LIBLOG_INCLUDE_DIR})
+if(NOT ANDROID)
+  # Debian's liblog exports functions of std::string that, on ARM, no exception gets through. The C++
+  # library's have to be found before them.
+  target_link_libraries(lum_liblog INTERFACE $<$<LINK_LANGUAGE:CXX>:stdc++>)
+endif()
 target_link_libraries(lum_liblog INTERFACE ${LIBLOG_LIBRARY})
 
 # lum_each_variant(FUNCTION): calls it with "", what to add to the names of the targets that have

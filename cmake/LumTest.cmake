@@ -2,6 +2,17 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+# lum_emulator_script(PROGRAM VARIABLE): writes a script that runs the program, which is for another
+# processor, in its emulator, under the same process number; sets the variable to the script's path.
+function(lum_emulator_script program variable)
+  list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+  set(script ${PROJECT_BINARY_DIR}/run/${program})
+  set(path ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${program})
+  file(WRITE ${script} "#!/bin/sh\nexec ${emulator} ${path} \"$@\"\n")
+  file(CHMOD ${script} PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+  set(${variable} ${script} PARENT_SCOPE)
+endfunction()
+
 # lum_test(NAME SOURCES file... [LIBRARIES target...] [LABELS label] [TIMEOUT seconds]
 #          [ARGUMENTS argument...] [BUSY] [UNGUARDED_TOO]): one GoogleTest program; every case of it
 # becomes a CTest test in a process of its own, named <prefix><program>.<suite>.<case>. BUSY: the test
@@ -17,6 +28,12 @@ function(lum_test name)
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} lum_warnings GTest::gtest GTest::gtest_main)
   if(NOT arg_SOURCES MATCHES "\\.c(;|$)")  # CMake wants one for each language
     target_precompile_headers(${name} REUSE_FROM lum_test_headers)
+  endif()
+  if(CMAKE_CROSSCOMPILING_EMULATOR)
+    # Some death tests start the program anew, by the name it was started under: the script's.
+    lum_emulator_script(${name} script)
+    set_target_properties(
+      ${name} PROPERTIES CROSSCOMPILING_EMULATOR "${CMAKE_CROSSCOMPILING_EMULATOR};-0;${script}")
   endif()
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
@@ -54,19 +71,13 @@ function(lum_test name)
 endfunction()
 
 # lum_test_starts(TEST [MACRO PROGRAM]...): the test starts these programs of this tree; each macro
-# is its program's path. When programs are for another processor, it is that of a script that runs
-# the program in its emulator, under the same process number.
+# is its program's path, or that of a script which runs it in its emulator.
 function(lum_test_starts test)
   while(ARGN)
     list(POP_FRONT ARGN macro program)
     set(path $<TARGET_FILE:${program}>)
     if(CMAKE_CROSSCOMPILING_EMULATOR)
-      list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
-      set(script ${PROJECT_BINARY_DIR}/run/${program})
-      set(real_path ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${program})
-      file(WRITE ${script} "#!/bin/sh\nexec ${emulator} ${real_path} \"$@\"\n")
-      file(CHMOD ${script} PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
-      set(path ${script})
+      lum_emulator_script(${program} path)
     endif()
     target_compile_definitions(${test} PRIVATE ${macro}="${path}")
     add_dependencies(${test} ${program})

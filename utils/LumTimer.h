@@ -87,6 +87,7 @@ class LUM_EXPORT LumTimer {
     static int64_t getUtcClockTimeNs();
     // The processor's architectural virtual timer count (CNTVCT) on ARM. Processors without that
     // counter give nanoseconds of the system's steady clock, which like the counter never go back.
+    // On an ARM system that does not let programs read it, the call ends in an illegal instruction.
     static uint64_t getArchTimerCount();
 
   private:

@@ -30,6 +30,9 @@ AllocationLimit::Failing failingInRound(int round) {
     return round % 2 == 1 ? AllocationLimit::kAllFurther : AllocationLimit::kNextOnly;
 }
 
+// Twice as many as the transport's queue takes events for each allocation, which is of 512 bytes.
+constexpr int kRounds = 512 / sizeof(void*);
+
 int gStatus;
 int gCalls;
 
@@ -95,7 +98,7 @@ class MemoryTest : public ::testing::Test {
                              const std::function<void()>& again, bool mayCall = false) {
         long mostFailures = 0;
         long leastFailures = 1000;
-        for (int round = 0; round < 64; ++round) {
+        for (int round = 0; round < kRounds; ++round) {
             if (round > 0) again();
             moveQueueOn(round);
             long failures = 0;
@@ -244,7 +247,7 @@ TEST_F(MemoryTest, EveryRequest) {
         const std::string replaced = request.drawsId ? "" : request.slot;
         long mostFailures = 0;
         long leastFailures = 1000;
-        for (int round = 0; round < 64; ++round) {
+        for (int round = 0; round < kRounds; ++round) {
             moveQueueOn(round);
             long failures = 0;
             for (;; ++failures) {
