@@ -71,11 +71,20 @@ def _stripped(path):
         return Path(copy.name).read_bytes()
 
 
-class Programs:
-    """Adds programs to an archive, with the shared libraries that they and those need."""
+def started_by(content, build):
+    """The names of the programs that a program with this content starts: of the scripts that start
+    them here in an emulator, whose paths are compiled into it."""
+    paths = re.escape(os.fsencode(build / "run")) + rb"/([\w-]+)\0"
+    return sorted({os.fsdecode(name) for name in re.findall(paths, content)})
 
-    def __init__(self, archive, sysroot):
+
+class Programs:
+    """Adds programs to an archive, with the shared libraries that they and those need, and with the
+    programs that they start."""
+
+    def __init__(self, archive, build, sysroot):
         self._archive = archive
+        self._build = build
         self._sysroot = sysroot
         self._added = set()
         # The loader's name is compiled into every program.
@@ -89,9 +98,14 @@ class Programs:
             return
         self._added.add(str(inside))
         needed, folders = _dynamic_section(outside)
-        self._archive.file(inside, _stripped(outside))
+        content = _stripped(outside)
+        self._archive.file(inside, content)
         for name in needed:
             self._add_library(name, folders, outside)
+        for name in started_by(content, self._build):
+            # No emulator is wanted there.
+            self._archive.link(self._build / "run" / name, self._build / "bin" / name)
+            self.add(self._build / "bin" / name)
 
     def _add_library(self, name, folders, wanted_by):
         for folder in folders:
@@ -106,27 +120,21 @@ class Programs:
 
 
 def make(build, sysroot, programs, tests):
-    """The archive for a machine that runs these tests. programs: names of the tests' own programs.
-    Each program that some test of the tree starts is added."""
+    """The archive for a machine that runs these tests with these programs of the build."""
     archive = Archive()
     archive.folder("/tmp", 0o1777)
     for folder in ("/dev", "/proc", "/sys"):
         archive.folder(folder)
     archive.file("/bin/busybox", (sysroot / "bin/busybox").read_bytes())
     archive.link("/bin/sh", "busybox")
+    archive.link("/usr/bin", "/bin")
     archive.file("/init", (Path(__file__).parent / "init.sh").read_bytes())
     archive.file("/tests", "".join(test + "\n" for test in tests).encode(), 0o644)
     archive.link("/programs", build / "bin")
 
-    elves = Programs(archive, sysroot)
+    elves = Programs(archive, build, sysroot)
     for name in sorted(programs):
         elves.add(build / "bin" / name)
-    # Tests start programs by the names of scripts that run them in an emulator: not needed here.
-    for script in sorted((build / "run").iterdir()):
-        program = build / "bin" / script.name
-        archive.link(script, program)
-        if program.exists():  # or it was not asked for
-            elves.add(program)
     # Also what is loaded by hand.
     for library in sorted((build / "lib").glob("*.so*")):
         if library.is_symlink():

@@ -37,7 +37,7 @@ LIMIT = 300  # seconds
 
 
 def read_tests(text):
-    """The tests of a list: one a line, what follows a "  # " is its reason."""
+    """The tests of a list: one a line, what follows a "#" after a blank is its reason."""
     lines = (re.split(r"(?:^|\s)#(?:\s|$)", line)[0].strip() for line in text.splitlines())
     return [whole(line) for line in lines if line]
 
@@ -47,10 +47,12 @@ def whole(test):
     return test if verdict.is_command(test) or ":" in test else test + ":*"
 
 
-def program_of(test):
+def programs_of(test):
+    """The programs that a test names: a command may have others as arguments, as ./PROGRAM."""
     if verdict.is_command(test):
-        return test.split()[1]
-    return test.split(":")[0].split()[-1]
+        program, *arguments = test.split()[1:]
+        return [program, *(word[2:] for word in arguments if word.startswith("./"))]
+    return [test.split(":")[0].split()[-1]]
 
 
 def sysroot_of(build):
@@ -122,8 +124,8 @@ def main():
     if not tests:
         tests = read_tests((Path(__file__).parent / "tests.txt").read_text(encoding="utf-8"))
 
-    programs = {program_of(test) for test in tests}
-    for needed in [Path(KERNEL), *(build / "bin" / program for program in sorted(programs))]:
+    programs = sorted({program for test in tests for program in programs_of(test)})
+    for needed in [Path(KERNEL), *(build / "bin" / program for program in programs)]:
         if not needed.exists():
             sys.exit(f"vm.py: there is no {needed}")
 

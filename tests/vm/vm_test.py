@@ -94,7 +94,8 @@ class VerdictTest(unittest.TestCase):
                     + ["the machine did not get to its end"], console)
 
     def test_a_silent_machine(self):
-        self.expect(["each calls:*: did not begin", "the machine did not get to its end"], "", ["each calls:*"])
+        self.expect(["each calls:*: did not begin", "the machine did not get to its end"], "",
+                    ["each calls:*"])
 
     def test_a_test_that_the_machine_left_out(self):
         self.expect(["more:*: did not begin", "3 tests were run, not 4"], CONSOLE, TESTS + ["more:*"])
@@ -156,7 +157,8 @@ class ListTest(unittest.TestCase):
         self.assertEqual(vm.read_tests(text), TESTS)
 
     def test_programs(self):
-        self.assertEqual([vm.program_of(test) for test in TESTS], ["utils_test", "calls", "demo"])
+        self.assertEqual([vm.programs_of(test) for test in TESTS],
+                         [["utils_test"], ["calls"], ["demo", "emulator"]])
 
     def test_the_list_of_the_tree(self):
         text = (Path(__file__).parent / "tests.txt").read_text(encoding="utf-8")
@@ -177,6 +179,10 @@ class ArchiveTest(unittest.TestCase):
         words = ["0", "0", "0", "0", "1", "0", "0", "0", "0", "0", "0", "B", "0"]
         end = "070701" + "".join(word.rjust(8, "0") for word in words) + "TRAILER!!!\0\0\0\0"
         self.assertEqual(content.decode(), folder + file + end)
+
+    def test_programs_that_a_program_starts(self):
+        content = b"\x7fELF\0/build/run/peer\0/build/run/emu_lator\0/build/run/peer\0/build/runs/x\0"
+        self.assertEqual(initramfs.started_by(content, Path("/build")), ["emu_lator", "peer"])
 
     def test_a_folder_keeps_the_mode_it_was_given(self):
         archive = initramfs.Archive()
