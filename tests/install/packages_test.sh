@@ -1,4 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=sh
 # Installs the packages that lie in /packages of a fresh Debian folder, $1, and tries them there.
 # Run by mmdebstrap, outside the folder, but as its root.
 set -eux
@@ -9,7 +10,7 @@ DEBIAN_FRONTEND=noninteractive APT_CONFIG=$MMDEBSTRAP_APT_CONFIG apt-get \
     -o DPkg::Chroot-Directory="$root" install --yes "$root"/packages/*.deb
 chroot "$root" ldconfig -p | grep -F liblum_sdf_sdk.so.1
 
-chroot "$root" lum_sdf_demo lum_sdf_emulator
+chroot "$root" timeout 60 lum_sdf_demo lum_sdf_emulator
 
 # The program of the first page for newcomers, compiled with this machine's compiler, as that takes
 # less time than to install one: Debian's, too.
@@ -27,7 +28,7 @@ mkfifo ready
 lum_sdf_emulator --ready-fd 3 3>ready &
 trap 'kill $!' EXIT
 read -r _ <ready
-./hello >printed
+timeout 60 ./hello >printed
 diff expected printed
 sdfctl set-latency first 1 3 >printed
 grep '^event levels: id=[0-9]* first=level-1 second=level-3$' printed
