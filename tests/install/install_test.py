@@ -36,8 +36,9 @@ COMPONENTS = {
         "include/lum_sdf_sdk.h",
         f"{LIB}/liblum_sdf_sdk.so",
         f"{LIB}/cmake/LumSdfSdk/LumSdfSdkConfig.cmake",
-        f"{LIB}/cmake/LumSdfSdk/LumSdfSdkConfig-relwithdebinfo.cmake",
         f"{LIB}/cmake/LumSdfSdk/LumSdfSdkConfigVersion.cmake",
+        f"{LIB}/cmake/LumSdfSdk/LumSdfSdkTargets.cmake",
+        f"{LIB}/cmake/LumSdfSdk/LumSdfSdkTargets-relwithdebinfo.cmake",
         f"{LIB}/pkgconfig/lum-sdf-sdk.pc",
         f"{DOC}/api/lum_sdf_sdk.h",
         *(f"{DOC}/docs/{page.name}" for page in TREE.glob("docs/*.md")),
@@ -148,6 +149,14 @@ class InstallTest(unittest.TestCase):
         self.start_service()
         self.assertEqual(self.run_here("build/consumer"), "3 4\n")
 
+    def test_cmake_package_is_found_through_a_link(self):
+        # As where /lib is a link to /usr/lib.
+        (self.folder / "root").mkdir()
+        (self.folder / "root/usr").symlink_to(self.prefix)
+        (self.folder / "root/lib").symlink_to("usr/lib")
+        self.run_here("cmake", "-S", CONSUMER, "-B", "build", "-DWANTED_VERSION=1.0",
+                      f"-DCMAKE_PREFIX_PATH={self.folder}/root")
+
     def test_cxx_program_that_asks_pkg_config(self):
         self.environment["PKG_CONFIG_PATH"] = f"{self.prefix}/{LIB}/pkgconfig"
         self.assertEqual(self.run_here("pkg-config", "--modversion", "lum-sdf-sdk").strip(), VERSION)
@@ -165,6 +174,13 @@ class InstallTest(unittest.TestCase):
             with self.subTest(name=name):
                 self.run_here("sh", "-euc", f"{compiler} {examples}/{name} "
                               "$(pkg-config --cflags --libs lum-sdf-sdk)")
+
+    def test_libraries_go_where_a_package_builder_wants_them(self):
+        # In the way of those who give no types to what they set.
+        self.run_here("cmake", "-S", TREE, "-B", "build", "-DBUILD_TESTING=OFF",
+                      "-DCMAKE_INSTALL_PREFIX=/usr", "-DCMAKE_INSTALL_LIBDIR=lib/wanted")
+        described = (self.folder / "build/packaging/lum-sdf-sdk.pc").read_text()
+        self.assertIn("\nlibdir=${prefix}/lib/wanted\n", described)
 
     def test_tools_work_together(self):
         self.start_service()
