@@ -57,6 +57,22 @@ class FunctionsTest(unittest.TestCase):
                 self.assertTrue(re.search(rf"(RETURNS\([^;]*\b|ID_OF\(\s*){function}\(", demo))
 
 
+class OptionsTest(unittest.TestCase):
+    """Every option of the emulator stands in its pages."""
+
+    def test_every_option_is_in_the_page_and_the_manual(self):
+        source = (TREE / "tools/emulator/CommandLine.cpp").read_text()
+        options = re.findall(r'add_(?:flag|option)\("--([\w-]+)"', source)
+        self.assertEqual(len(options), len(re.findall(r"\badd_(?:flag|option)\(", source)))
+        page = (TREE / "docs/emulator.md").read_text()
+        manual = (TREE / "docs/lum_sdf_emulator.1").read_text()
+        for option in options:
+            with self.subTest(option=option):
+                self.assertTrue(re.search(rf"^\| `--{option}\b", page, re.M))
+                self.assertTrue(re.search(rf"^\.Op Fl \\-{option}( |$)", manual, re.M))
+                self.assertTrue(re.search(rf"^\.It Fl \\-{option}( |$)", manual, re.M))
+
+
 class CodeTest(unittest.TestCase):
     def test_code_compiles(self):
         compiled = 0

@@ -24,6 +24,7 @@ LIB, VERSION, CC, CXX = sys.argv[3:7]
 MAJOR = VERSION.split(".")[0]
 CONSUMER = Path(__file__).parent / "consumer"
 DOC = "share/doc/lum_sdf"
+PROGRAMS = ("lum_sdf_demo", "lum_sdf_emulator", "sdfctl")
 
 COMPONENTS = {
     "runtime": {
@@ -47,11 +48,10 @@ COMPONENTS = {
             "demo/demo.c", "demo/service.c", "demo/service.h", "demo/tell.c", "demo/tell.h")),
     },
     "tools": {
-        "bin/lum_sdf_demo",
-        "bin/lum_sdf_emulator",
-        "bin/sdfctl",
+        *(f"bin/{program}" for program in PROGRAMS),
         f"{LIB}/lum-sdf-{MAJOR}/liblum_debug_log.so",
-        "share/man/man1/sdfctl.1",
+        f"{DOC}/copyright",
+        *(f"share/man/man1/{program}.1" for program in PROGRAMS),
     },
 }
 
