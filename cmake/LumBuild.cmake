@@ -17,9 +17,13 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 
+# Backtraces and what the sanitizers report need line numbers, no more; variables and types would add
+# a quarter to every build, and double the sanitizers'.
+set(LUM_DEBUG_INFO -g1 CACHE STRING "How much debug information to make; -g to look at variables, too")
+add_compile_options($<$<CONFIG:RelWithDebInfo>:${LUM_DEBUG_INFO}>)
+
 if(LUM_SANITIZE)
-  # What the sanitizers report needs line numbers, no more; the rest would double the build.
-  add_compile_options(-fsanitize=${LUM_SANITIZE} -fno-omit-frame-pointer -g1)
+  add_compile_options(-fsanitize=${LUM_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${LUM_SANITIZE})
   if(LUM_SANITIZE MATCHES "undefined")
     # Without vptr: that check opens pipes, and reports nonsense where a test uses up the descriptors.
