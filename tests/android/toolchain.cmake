@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Stands in for a device's toolchain file where there is none: clang compiles for 32-bit Android, under
-# CMake's rules for Android, with the headers and libraries of Debian's armhf in LUM_SYSROOT. What comes
-# of it differs from what a device gets in the C and C++ libraries; it runs under qemu-arm.
+# CMake's rules for Android, with the headers and libraries of Debian's armhf in LUM_SYSROOT: the C
+# library is not a device's, the C++ library is of the same kind. What comes of it runs under qemu-arm.
 
 # 1 is for toolchain files that settle everything themselves: CMake asks for no NDK.
 set(CMAKE_SYSTEM_NAME Android)
@@ -33,8 +33,7 @@ set(debian "-Xclang -mfloat-abi -Xclang hard -D__ARM_PCS_VFP -fno-emulated-tls")
 set(usr ${LUM_SYSROOT}/usr)
 set(lib ${usr}/lib/${CMAKE_LIBRARY_ARCHITECTURE})
 set(gcc_lib ${usr}/lib/gcc/${CMAKE_LIBRARY_ARCHITECTURE}/12)
-set(cxx_headers "-isystem ${usr}/include/c++/12")
-string(APPEND cxx_headers " -isystem ${usr}/include/${CMAKE_LIBRARY_ARCHITECTURE}/c++/12")
+set(cxx_headers "-isystem ${usr}/lib/llvm-14/include/c++/v1")
 set(headers "-isystem ${usr}/include/${CMAKE_LIBRARY_ARCHITECTURE} -isystem ${usr}/include")
 string(APPEND headers " -isystem ${usr}/include/android")
 set(none "--start-no-unused-arguments -nostdlibinc --end-no-unused-arguments")
@@ -48,7 +47,7 @@ set(CMAKE_SHARED_LINKER_FLAGS_INIT "${linker} ${lib}/crti.o ${gcc_lib}/crtbeginS
 set(CMAKE_EXE_LINKER_FLAGS_INIT "${linker} ${lib}/Scrt1.o ${lib}/crti.o ${gcc_lib}/crtbeginS.o")
 string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -Wl,--dynamic-linker=/lib/ld-linux-armhf.so.3")
 set(libraries "-L${gcc_lib} -L${lib} -L${LUM_SYSROOT}/lib/${CMAKE_LIBRARY_ARCHITECTURE}")
-string(APPEND libraries " -lstdc++ -lm -lgcc_s -lc -lgcc ${gcc_lib}/crtendS.o ${lib}/crtn.o")
+string(APPEND libraries " -lc++ -lm -lgcc_s -lc -lgcc ${gcc_lib}/crtendS.o ${lib}/crtn.o")
 set(CMAKE_C_STANDARD_LIBRARIES ${libraries})
 set(CMAKE_CXX_STANDARD_LIBRARIES ${libraries})
 
