@@ -63,22 +63,39 @@ struct Plain {
     void operation() {}
 };
 
+// What a derived class adds first comes behind all that its base has: that is how many there are.
+template <typename Base>
+struct Extended : Base {
+    virtual void operation() {}
+};
+template <typename Base>
+size_t slots() {
+    return slot(&Extended<Base>::operation);
+}
+
 TEST(SlotsTest, OfNoVirtualOperation) {
     EXPECT_EQ(slot(&Plain::operation), kNoSlot);
 }
 
 TEST(SlotsTest, OfAnEvent) {
     EXPECT_EQ(slot(&LumEventBase::isMultiThreadEvent), 2U);
-    EXPECT_EQ(slot(&SdkClientEvent::isMultiThreadEvent), 2U);
+    EXPECT_EQ(slots<LumEventBase>(), 3U);
+    EXPECT_EQ(slots<SdkClientEvent>(), 3U);
+    // Not overridden.
+    EXPECT_TRUE((std::is_same_v<decltype(&SdkClientEvent::isMultiThreadEvent),
+                                decltype(&LumEventBase::isMultiThreadEvent)>));
 }
 
 TEST(SlotsTest, OfFeatureClients) {
     EXPECT_EQ(slot(&SdkBase::blobListener), 2U);
+    EXPECT_EQ(slots<SdkBase>(), 3U);
     EXPECT_EQ(slot(&Sdf::blobListener), 2U);
+    EXPECT_EQ(slots<Sdf>(), 3U);
 }
 
 TEST(SlotsTest, OfTheQueue) {
     EXPECT_EQ(slot(&Queue::handleEvent), 2U);
+    EXPECT_EQ(slots<Queue>(), 3U);
 }
 
 TEST(SlotsTest, OfTheTransport) {
@@ -88,6 +105,7 @@ TEST(SlotsTest, OfTheTransport) {
     EXPECT_EQ(slot(&SdkClientBase::sendBlobToService), 5U);
     EXPECT_EQ(slot(&SdkClientBase::notifyServiceDown), 6U);
     EXPECT_EQ(slot(&SdkClientBase::cleanup), 7U);
+    EXPECT_EQ(slots<SdkClientBase>(), 8U);
 }
 
 // createBinder is protected.
@@ -106,6 +124,11 @@ TEST(SlotsTest, OfTheBinderClient) {
     EXPECT_EQ(slot(&SdkClient::isConnected), 9U);
     EXPECT_EQ(slot(&SdkClient::sendBlobToService), 10U);
     EXPECT_EQ(slot(&SdkClient::notifyServiceDown), 11U);
+    EXPECT_EQ(slots<SdkClient>(), 12U);
+    // Not overridden: they are found in the base's table only.
+    EXPECT_TRUE(
+        (std::is_same_v<decltype(&SdkClient::handleEvent), decltype(&SdkClientBase::handleEvent)>));
+    EXPECT_TRUE((std::is_same_v<decltype(&SdkClient::cleanup), decltype(&SdkClientBase::cleanup)>));
 }
 
 // These have no table: nothing stands before their first field.
@@ -116,7 +139,8 @@ TEST(SlotsTest, OfNoTable) {
 }
 
 // ---- Fields: name, place and size with 64-bit addresses, place and size on 32-bit ARM. They
-// follow from the sizes of what they are made of, in bytes, all aligned to their largest word:
+// follow from the sizes of what they are made of (those of glibc and libstdc++), in bytes, all
+// aligned to their largest word:
 //
 //                          64    32
 //     table's address       8     4

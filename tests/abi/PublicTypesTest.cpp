@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <vector>
 
@@ -100,6 +101,23 @@ constexpr AbiType kTypesInCpp[] = {ABI_TYPES(ABI_TYPE)};
 TEST(PublicTypesTest, MembersOfTheFilterDescription) {
     EXPECT_EQ(places(kMembersInC), placesHere(kMembers));
     EXPECT_EQ(places(kMembersInCpp), placesHere(kMembers));
+}
+
+template <typename... Members>
+std::tuple<Members...> typesOf(const Members&...);
+
+// There are exactly 17, or this does not compile: also what would lie in unused bytes is seen.
+TEST(PublicTypesTest, TypesOfTheMembers) {
+    const auto& [source, destination, first, second, ood, application, protocol, arg6, timer, arg11,
+                 arg13, sourceRange, destinationRange, arg19, arg20, arg16, arg17] =
+        SdfAddFilterInfo{};
+    using Found = decltype(typesOf(source, destination, first, second, ood, application, protocol,
+                                   arg6, timer, arg11, arg13, sourceRange, destinationRange, arg19,
+                                   arg20, arg16, arg17));
+    using Expected = std::tuple<sockaddr_storage, sockaddr_storage, SdfLatencyLvl, SdfLatencyLvl,
+                                SdfOod, SdfFilterAppType, SdfProtocol, uint8_t, uint32_t, uint32_t,
+                                uint32_t, uint16_t, uint16_t, uint8_t, uint8_t, uint8_t, uint8_t>;
+    EXPECT_TRUE((std::is_same_v<Found, Expected>));
 }
 
 TEST(PublicTypesTest, SizesAndAlignments) {
