@@ -213,11 +213,6 @@ bool Sdf::hasFilters() const {
     return !mFilterIds.empty();
 }
 
-void Sdf::removeFilterId(const unsigned int& id) {
-    [[maybe_unused]] const auto held = touch();
-    removeFirst(mFilterIds, id);
-}
-
 void Sdf::endFilter(unsigned int id) {
     [[maybe_unused]] const auto held = touch();
     if (removeFirst(mFilterIds, id)) mFilterCbs.erase(id);

@@ -84,10 +84,18 @@ class Sdf : public SdkBase {
     bool hasFilters() const;
 
     // The filter is no longer a live one, if it was; the order of the others stays.
-    void removeFilterId(const unsigned int& id);
-    // None is a live one any more, after post() has asked the service to delete them. The record
-    // stays locked until then: a filter added behind that request must not be forgotten with them.
-    // Throws what post() throws, with nothing changed.
+    void removeFilterId(const unsigned int& id) {
+        removeFilterId(id, [] {});
+    }
+    // The same, and for all, after post() has asked the service to delete them. The record stays
+    // locked until then: what is added behind that request, maybe under the same id, must not be
+    // forgotten with it. They throw what post() throws, with nothing changed.
+    template <typename Post>
+    void removeFilterId(const unsigned int& id, const Post& post) {
+        [[maybe_unused]] const auto held = touch();
+        post();
+        removeFirst(mFilterIds, id);
+    }
     template <typename Post>
     void removeAllFilterIds(const Post& post) {
         [[maybe_unused]] const auto held = touch();

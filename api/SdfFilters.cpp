@@ -92,10 +92,11 @@ long long sdfDeleteFilter(unsigned int filter_id) {
     return sdf::request([=](Sdf& client, SdkClientBase& transport) -> long long {
         if (!client.isFilterIdValid(filter_id)) return SDF_V2_INVALID_ARG;
         if (!client.mServiceUp) return SDF_V2_SERVICE_DOWN;
-        transport.postEvent(sdf::makeEvent(
-            sdf::makeMessage(SdfProto::DELETE_FILTER, &ServiceData::set_allocated_delete_filter,
-                             [=](auto& body) { body.set_filter_id(filter_id); })));
-        client.removeFilterId(filter_id);
+        client.removeFilterId(filter_id, [&] {
+            transport.postEvent(sdf::makeEvent(
+                sdf::makeMessage(SdfProto::DELETE_FILTER, &ServiceData::set_allocated_delete_filter,
+                                 [=](auto& body) { body.set_filter_id(filter_id); })));
+        });
         return SDF_V2_SUCCESS;
     });
 }

@@ -58,21 +58,47 @@ TEST_F(GuardedTest, RequestsWhileRepliesAreDispatched) {
     EXPECT_EQ(sdk().transport->take().size(), static_cast<size_t>(kThreads * kRequests));
 }
 
-TEST_F(GuardedTest, FilterConfirmedWhileAllAreBeingDeletedIsKept) {
-    startUpWithAll();
-    std::atomic<bool> confirmed{false};
-    std::thread confirmation;
-    client().removeAllFilterIds([&] {
-        confirmation = std::thread([&] {
+// Another thread tells the client that filter 8 is added, while `post` of a deletion runs.
+class GuardedDeletionTest : public GuardedTest {
+  protected:
+    void SetUp() override {
+        GuardedTest::SetUp();
+        startUpWithAll();
+    }
+
+    void TearDown() override {
+        mConfirmation.join();
+        EXPECT_EQ(client().mFilterIds, mLeft);
+        GuardedTest::TearDown();
+    }
+
+    void confirm() {
+        mConfirmation = std::thread([this] {
             receive(service::message(3, service::field("0A", "08 08 10 01")));
-            confirmed = true;
+            mConfirmed = true;
         });
         // The record is locked, so this is in vain; without the lock it would take no time.
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
-        while (!confirmed && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-    });
-    confirmation.join();
-    EXPECT_EQ(client().mFilterIds, std::vector<unsigned int>{8});
+        while (!mConfirmed && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    }
+
+    std::vector<unsigned int> mLeft;  // the live filters at the end
+
+  private:
+    std::thread mConfirmation;
+    std::atomic<bool> mConfirmed{false};
+};
+
+TEST_F(GuardedDeletionTest, FilterConfirmedWhileAllAreBeingDeletedIsKept) {
+    client().removeAllFilterIds([this] { confirm(); });
+    mLeft = {8};
+}
+
+// The service has ended the old filter by itself, and the id has been drawn again.
+TEST_F(GuardedDeletionTest, FilterConfirmedWhileAnEarlierOneOfItsIdIsBeingDeletedIsKept) {
+    client().mFilterIds = {5};
+    client().removeFilterId(8, [this] { confirm(); });
+    mLeft = {5, 8};
 }
 
 }  // namespace
