@@ -6,6 +6,7 @@
 #include <atomic>
 #include <new>
 #include <stdexcept>
+#include <vector>
 
 #include "tests/support/AllocationLimit.h"
 #include "tests/support/LogCapture.h"
@@ -106,6 +107,27 @@ class SdkClientBaseTest : public testing::Test {
     std::shared_ptr<FakeTransport> transport =
         std::make_shared<FakeTransport>(&timer, &eventManager);
 };
+
+void expectFields(const SdkClientEvent& event, const std::vector<uint8_t>& blob, bool release) {
+    EXPECT_EQ(event.mReserved, 0);
+    EXPECT_EQ(event.mRelease, release);
+    EXPECT_EQ(event.mType, LUM_SDK_CLIENT_SDF);
+    EXPECT_EQ(event.mBlob, blob);
+    EXPECT_EQ(event.mKind, 0);
+}
+
+TEST(SdkClientEventTest, BothConstructorsFillAllFields) {
+    const std::vector<uint8_t> bytes{1, 2, 3};
+    std::vector<uint8_t> given = bytes;
+    const SdkClientEvent request(LUM_SDK_CLIENT_SDF, given);
+    const SdkClientEvent ordinary(LUM_SDK_CLIENT_SDF, given, false);
+    const SdkClientEvent last(LUM_SDK_CLIENT_SDF, given, true);
+    EXPECT_EQ(given, bytes);
+    given.clear();
+    expectFields(request, bytes, false);
+    expectFields(ordinary, bytes, false);
+    expectFields(last, bytes, true);
+}
 
 TEST_F(SdkClientBaseTest, StartsIdle) {
     EXPECT_FALSE(transport->isRunning());
