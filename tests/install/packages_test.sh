@@ -6,8 +6,8 @@ set -eux
 root=$1
 
 # As its user would, with apt looking for what they depend on.
-DEBIAN_FRONTEND=noninteractive APT_CONFIG=$MMDEBSTRAP_APT_CONFIG apt-get \
-    -o DPkg::Chroot-Directory="$root" install --yes "$root"/packages/*.deb
+export DEBIAN_FRONTEND=noninteractive APT_CONFIG="$MMDEBSTRAP_APT_CONFIG"
+apt-get -o DPkg::Chroot-Directory="$root" install --yes "$root"/packages/*.deb
 chroot "$root" ldconfig -p | grep -F liblum_sdf_sdk.so.1
 
 chroot "$root" timeout 60 lum_sdf_demo lum_sdf_emulator
@@ -33,3 +33,9 @@ diff expected printed
 sdfctl set-latency first 1 3 >printed
 grep '^event levels: id=[0-9]* first=level-1 second=level-3$' printed
 END
+
+# They go without a trace, the tools and the development files with the library.
+apt-get -o DPkg::Chroot-Directory="$root" purge --yes liblum-sdf-sdk1
+left=$(find "$root/usr" "$root/etc" "$root/var/lib/dpkg/info" -iname '*lum*sdf*' -o -name 'sdfctl*')
+known=$(chroot "$root" ldconfig -p | grep -F liblum_sdf_sdk || true)
+[ -z "$left$known" ]
