@@ -13,6 +13,10 @@ function(lum_aidl_library name)
   set(header_dir ${CMAKE_CURRENT_BINARY_DIR}/${name}/include)
   set(source_dir ${CMAKE_CURRENT_BINARY_DIR}/${name}/src)
 
+  # Toolchain files may have variables of the same names.
+  set(inputs "")
+  set(sources "")
+  set(headers "")
   foreach(type IN LISTS arg_TYPES)
     string(REGEX REPLACE "^I([A-Z])" "\\1" stem ${type})
     list(APPEND inputs ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/${type}.aidl)

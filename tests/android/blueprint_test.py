@@ -135,11 +135,16 @@ class AndroidBp(unittest.TestCase):
 
     def test_interfaces(self):
         interfaces = self.modules["vendor.orn.data.lumservice"]
-        self.assertEqual({backend for backend, settings in interfaces["backend"].items()
-                          if settings["enabled"]}, {"ndk"})
+        # Each is named: what the platform does by itself depends on its release.
+        self.assertEqual(interfaces["backend"], {
+            "cpp": {"enabled": False}, "java": {"enabled": False}, "ndk": {"enabled": True},
+            "rust": {"enabled": False}})
         self.assertIs(interfaces["unstable"], True)
+        self.assertIs(interfaces["vendor_available"], True)
         self.assertFalse({"stability", "versions", "versions_with_info", "frozen"} & set(interfaces))
         pattern, = interfaces["srcs"]
+        folder = interfaces["local_include_dir"]
+        self.assertTrue(pattern.startswith(f"{folder}/{interfaces['name'].replace('.', '/')}/"))
         found = {path.stem for path in TREE.glob(pattern)}
         cmake = (TREE / "aidl/CMakeLists.txt").read_text(encoding="utf-8")
         types, = re.findall(r"TYPES([^)]*)\)", cmake)

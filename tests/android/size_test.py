@@ -20,9 +20,9 @@ MAP = """\
       c4       c4        8     4         <internal>:(.ARM.exidx)
       cc       cc       14     1 .rodata
       cc       cc        c     1         <internal>:(.rodata)
-      d8       d8        8     4         /b/libprotobuf-lite.a(arena.cc.o):(.rodata._ZN6google(odd):name)
+      d8       d8        8     4         /api/b/libprotobuf-lite.a(arena.cc.o):(.rodata._ZN6google(odd):name)
     10e0     10e0       4e     4 .text
-    10e0     10e0       10     4         /sysroot/usr/lib/arm/crti.o:(.text)
+    10e0     10e0       10     4         /utils/sysroot/usr/lib/arm/crti.o:(.text)
     10e0     10e0        0     1                 $a
     10f0     10f0       20     4         api/CMakeFiles/lum_api.dir/Sdf.cpp.o:(.text._ZN3SdfC2Ev)
     10f0     10f0       20     1                 Sdf::Sdf() (.cold)
@@ -61,7 +61,7 @@ class Size(unittest.TestCase):
             ".dynsym", ".ARM.exidx", ".rodata", ".text", ".data", ".bss", ".comment"])
         self.assertEqual(sections[".rodata"], [0x14, [
             ("<internal>", ".rodata", 12),
-            ("/b/libprotobuf-lite.a(arena.cc.o)", ".rodata._ZN6google(odd):name", 8)]])
+            ("/api/b/libprotobuf-lite.a(arena.cc.o)", ".rodata._ZN6google(odd):name", 8)]])
         self.assertEqual([part[2] for part in sections[".text"][1]], [16, 32, 6, 16, 6])
 
     def test_reads_what_a_library_has_in_its_file(self):
@@ -94,7 +94,7 @@ class Size(unittest.TestCase):
 
     def test_refuses_a_file_that_nobody_owns(self):
         with self.assertRaisesRegex(size.Trouble, "nobody owns .text of /opt/other.o"):
-            size.account(SECTIONS, size.read_map(MAP.replace("/sysroot/usr/lib/arm/crti.o",
+            size.account(SECTIONS, size.read_map(MAP.replace("/utils/sysroot/usr/lib/arm/crti.o",
                                                              "/opt/other.o")), 512)
 
     def test_refuses_parts_larger_than_the_whole(self):
