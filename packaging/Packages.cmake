@@ -13,9 +13,18 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
-set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SOURCE lum-sdf)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+# The packages are those that the changelog tells of last.
+set(changelog ${CMAKE_CURRENT_SOURCE_DIR}/debian/changelog)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${changelog})
+file(STRINGS ${changelog} newest LIMIT_COUNT 1)
+if(NOT newest MATCHES "^${CPACK_DEBIAN_PACKAGE_SOURCE} \\((.+)-([0-9]+)\\) "
+   OR NOT CMAKE_MATCH_1 STREQUAL PROJECT_VERSION)
+  message(FATAL_ERROR "${changelog}: the newest entry is not of version ${PROJECT_VERSION}")
+endif()
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${CMAKE_MATCH_2})
 
 set(CPACK_COMPONENTS_ALL runtime development tools)
 
@@ -51,14 +60,13 @@ sdfctl issues the functions of liblum_sdf_sdk as commands. lum_sdf_emulator
 is a stand-in for the data service, for machines that have none; it can be
 told to misbehave. lum_sdf_demo shows library and service at work together.")
 
-configure_file(debian/changelog.in changelog @ONLY)
 configure_file(debian/shlibs.in shlibs @ONLY)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
     ${CMAKE_CURRENT_BINARY_DIR}/shlibs ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/debian/stage.cmake)
 # For that script.
 set(CPACK_LUM_OVERRIDES ${CMAKE_CURRENT_SOURCE_DIR}/debian/lintian-overrides)
-set(CPACK_LUM_CHANGELOG ${CMAKE_CURRENT_BINARY_DIR}/changelog)
+set(CPACK_LUM_CHANGELOG ${changelog})
 set(CPACK_LUM_COPYRIGHT ${CMAKE_CURRENT_SOURCE_DIR}/debian/copyright)
 set(CPACK_LUM_DOCDIR ${CMAKE_INSTALL_DOCDIR})
 set(CPACK_LUM_LIBDIR ${CMAKE_INSTALL_LIBDIR})
