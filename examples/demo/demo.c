@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// lum_sdf_demo SERVICE: shows an application and the data service at work together, every function
-// of the interface at least once and the loss of the service included, and says step by step what
-// happens. SERVICE is the program of the service emulator; the demo starts it, kills it and starts
-// it again, as processes of its own.
+// lum_sdf_demo [SERVICE]: shows an application and the data service at work together, every
+// function of the interface at least once and the loss of the service included, and says step by
+// step what happens. SERVICE is the program of the service emulator, by default lum_sdf_emulator,
+// looked for as a shell would; the demo starts it, kills it and starts it again, as processes of
+// its own.
 //
 // Exits with status 0 if everything happened that should, else says what did not.
 
@@ -232,8 +233,8 @@ static void* waitForSignal(void* signals) {
 int main(int argc, char** argv) {
     static sigset_t signals;
     pthread_t watcher;
-    if (argc != 2) {
-        fprintf(stderr, "usage: lum_sdf_demo PROGRAM_OF_THE_SERVICE\n");
+    if (argc > 2) {
+        fprintf(stderr, "usage: lum_sdf_demo [PROGRAM_OF_THE_SERVICE]\n");
         return 2;
     }
     setvbuf(stdout, NULL, _IOLBF, BUFSIZ);  // lines come as they happen, into a pipe too
@@ -242,7 +243,7 @@ int main(int argc, char** argv) {
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &signals, NULL);
-    prepareService(argv[1]);
+    prepareService(argc == 2 ? argv[1] : "lum_sdf_emulator");
     require(pthread_create(&watcher, NULL, waitForSignal, &signals) == 0, "making a thread");
     pthread_detach(watcher);
 

@@ -69,7 +69,7 @@ void startService(void) {
     // It writes a line when clients can find it, and nothing if it ends before.
     const bool serves = readableInTime(ready[0]) && read(ready[0], &first, 1) == 1;
     close(ready[0]);
-    require(serves, "the service, started with the program given, gets ready");
+    require(serves, "the service is started and gets ready");
     printf("    the service is ready: process %d\n", service);
 }
 

@@ -10,7 +10,7 @@ export DEBIAN_FRONTEND=noninteractive APT_CONFIG="$MMDEBSTRAP_APT_CONFIG"
 apt-get -o DPkg::Chroot-Directory="$root" install --yes "$root"/packages/*.deb
 chroot "$root" ldconfig -p | grep -F liblum_sdf_sdk.so.1
 
-chroot "$root" timeout 60 lum_sdf_demo lum_sdf_emulator
+chroot "$root" timeout 60 lum_sdf_demo
 
 # The program of the first page for newcomers, compiled with this machine's compiler, as that takes
 # less time than to install one: Debian's, too.

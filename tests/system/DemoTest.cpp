@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -20,7 +21,7 @@ namespace {
 using Lines = std::vector<std::string>;
 
 const char* const kDidNotStart =
-    "The demo failed. This did not happen: the service, started with the program given, gets ready.";
+    "The demo failed. This did not happen: the service is started and gets ready.";
 
 // A line with the numbers that differ from run to run replaced by N.
 std::string withoutNumbers(const std::string& line) {
@@ -187,11 +188,18 @@ TEST(DemoTest, FailsWhenTheServiceEndsAtOnce) {
     EXPECT_EQ(demo.errorLines(), (Lines{"", kDidNotStart}));
 }
 
-TEST(DemoTest, FailsWithoutAnArgument) {
-    ChildProcess demo({LUM_DEMO_PROGRAM});
+TEST(DemoTest, WithoutAnArgumentItLooksForTheEmulator) {
+    const auto folder = std::filesystem::path(EmulatorProcess::program()).parent_path();
+    ChildProcess demo({LUM_DEMO_PROGRAM}, {"PATH=" + folder.string() + ":" + getenv("PATH")});
+    EXPECT_EQ(demo.wait(), 0);
+    EXPECT_EQ(demo.errorLines(), Lines{});
+}
+
+TEST(DemoTest, FailsWithTwoArguments) {
+    ChildProcess demo({LUM_DEMO_PROGRAM, EmulatorProcess::program(), "more"});
     EXPECT_EQ(demo.wait(), 2);
     EXPECT_EQ(demo.lines(), Lines{});
-    EXPECT_EQ(demo.errorLines(), Lines{"usage: lum_sdf_demo PROGRAM_OF_THE_SERVICE"});
+    EXPECT_EQ(demo.errorLines(), Lines{"usage: lum_sdf_demo [PROGRAM_OF_THE_SERVICE]"});
 }
 
 // Broken off while it waits for a service that gets ready and then serves nobody.
