@@ -30,6 +30,9 @@ TEST_F(ErrorsTest, WrongCommandsDoNothing) {
         {"wait up -7", "sdfctl: wait: VALUE: \"-7\" is not taken behind a number, up or down"},
         {"f\x1B[31m\x7F\u00FC",
          "sdfctl: \"f\\x1B[31m\\x7F\u00FC\" is not a command (\"help\" lists them)"},
+        {"f\u0080\u009B31m\u009F\u00A0",
+         "sdfctl: \"f\\xC2\\x80\\xC2\\x9B31m\\xC2\\x9F\u00A0\" is not a command (\"help\" lists them)"},
+        {"f\xC2", "sdfctl: \"f\xC2\" is not a command (\"help\" lists them)"},
         {"doctor now", "sdfctl: doctor: The following argument was not expected: now"},
         {"--json foo", "sdfctl: \"foo\" is not a command (\"help\" lists them)"},
     };
@@ -50,6 +53,7 @@ TEST_F(ErrorsTest, WrongOptions) {
         {"--timeout -1 create", "sdfctl: --timeout: \"-1\" is not a number of seconds"},
         {"--wait=x create", "sdfctl: --wait: \"x\" is not a number of seconds"},
         {"--wait= create", "sdfctl: --wait: \"\" is not a number of seconds"},
+        {"--timeout= create", "sdfctl: --timeout: \"\" is not a number of seconds"},
         {"--timeout \x1Bx create", "sdfctl: --timeout: \"\\x1Bx\" is not a number of seconds"},
         {"--timeout nan create", "sdfctl: --timeout: \"nan\" is not a number of seconds"},
     };

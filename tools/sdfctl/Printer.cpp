@@ -8,18 +8,31 @@
 
 using nlohmann::ordered_json;
 
+namespace {
+
+// How many bytes the control character has that stands there in UTF-8; 0 when none does.
+size_t controlLength(const std::string& text, size_t at) {
+    const auto byteAt = [&text](size_t index) {
+        return index < text.size() ? static_cast<unsigned char>(text[index]) : 0;
+    };
+    const int byte = byteAt(at);
+    if (byte < ' ' || byte == 0x7F) return 1;
+    const int next = byteAt(at + 1);
+    return byte == 0xC2 && next >= 0x80 && next <= 0x9F ? 2 : 0;
+}
+
+}  // namespace
+
 std::string printable(const std::string& text) {
-    constexpr char kDelete = 0x7F;
     std::string shown;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < ' ' || c == kDelete) {
+    for (size_t at = 0; at < text.size();) {
+        const size_t length = controlLength(text, at);
+        for (const size_t end = at + length; at < end; ++at) {
             char escaped[5];
-            snprintf(escaped, sizeof escaped, "\\x%02X", byte);
+            snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned char>(text[at]));
             shown += escaped;
-        } else {
-            shown += c;
         }
+        if (length == 0) shown += text[at++];
     }
     return shown;
 }

@@ -56,10 +56,12 @@ double readSeconds(const std::string& name, const std::string& text) {
     return seconds;
 }
 
-// CLI11 takes "--wait=" for "--wait".
-void refuseEmptyWait(int argc, char** argv) {
-    const auto isIt = [](const char* text) { return std::string(text) == "--wait="; };
-    if (std::any_of(argv, argv + argc, isIt)) (void)readSeconds("--wait", "");
+// CLI11 takes "--wait=" for "--wait", and for "--timeout=" the word behind it.
+void refuseEmptySeconds(int argc, char** argv) {
+    for (const std::string name : {"--wait", "--timeout"}) {
+        const auto isIt = [&](const char* text) { return text == name + "="; };
+        if (std::any_of(argv, argv + argc, isIt)) (void)readSeconds(name, "");
+    }
 }
 
 void describe(CLI::App& app, Options& options) {
@@ -116,7 +118,7 @@ int main(int argc, char** argv) try {
     Options options;
     describe(app, options);
     try {
-        refuseEmptyWait(argc, argv);
+        refuseEmptySeconds(argc, argv);
         app.parse(argc, argv);
         if (!options.wait.empty()) options.settings.wait = readSeconds("--wait", options.wait);
     } catch (const CLI::ParseError& error) {
