@@ -18,6 +18,11 @@ constexpr char kCreated[] = "createSdfClient() = 0 (success)";
 constexpr char kUp[] = "event status: status=-7 (service up)";
 constexpr char kDown[] = "event status: status=-8 (service down)";
 constexpr char kDestroyed[] = "destroySdfClient() = 0 (success)";
+constexpr char kFailed[] = "event status: status=-3 (internal error)";
+constexpr char kFailedAnswer[] =
+    "sdfctl: no event \"levels\": the status has been -3 (internal error)";
+constexpr char kSetLatency[] =
+    "sdfSetLatencyLvl(slot=first, first=level-1, second=level-1, flag=off) = 1804289383 (success)";
 constexpr char kGaming[] = "sdfEnHighPerfGaming(enable=off) = 0 (success)";
 
 class ServiceTest : public testing::Test {
@@ -99,7 +104,7 @@ TEST_F(ServiceTest, LostServiceIsAskedForAgainUnaskedWhenTold) {
 TEST_F(ServiceTest, RefusedSendEndsTheWaitForTheService) {
     const EmulatorProcess emulator({"--rule", "on enable: refuse"});
     const Outcome run = runSdfctl("high-perf-gaming off");
-    EXPECT_EQ(run.lines, (Lines{kCreated, "event status: status=-3 (internal error)", kDestroyed}));
+    EXPECT_EQ(run.lines, (Lines{kCreated, kFailed, kDestroyed}));
     EXPECT_EQ(run.errors, Lines{"sdfctl: the service is not up: its status is -3 (internal error) "
                                 "(\"sdfctl doctor\" tells why)"});
     EXPECT_EQ(run.status, 3);
@@ -108,10 +113,7 @@ TEST_F(ServiceTest, RefusedSendEndsTheWaitForTheService) {
 TEST_F(ServiceTest, AnswerThatDoesNotComeIsTold) {
     const EmulatorProcess emulator({"--rule", "on set_latency_level: never"});
     const Outcome run = runSdfctl("--timeout 3 set-latency first 1 1 then high-perf-gaming off");
-    EXPECT_EQ(run.lines,
-              withClient({"sdfSetLatencyLvl(slot=first, first=level-1, second=level-1, flag=off) = "
-                          "1804289383 (success)",
-                          kGaming}));
+    EXPECT_EQ(run.lines, withClient({kSetLatency, kGaming}));
     EXPECT_EQ(run.errors, Lines{"sdfctl: no event \"levels\" within 3 s"});
     EXPECT_EQ(run.status, 4);
 }
@@ -235,17 +237,32 @@ TEST_F(ServiceTest, LostServiceThatWasWaitedForIsNoFailure) {
 TEST_F(ServiceTest, RefusedMessageEndsTheWaitForTheAnswer) {
     const EmulatorProcess emulator({"--rule", "on set_latency_level: refuse"});
     const Outcome run = runSdfctl("--timeout 86400 set-latency first 1 1");
-    EXPECT_EQ(run.lines, withClient({"sdfSetLatencyLvl(slot=first, first=level-1, second=level-1, "
-                                     "flag=off) = 1804289383 (success)",
-                                     "event status: status=-3 (internal error)"}));
-    EXPECT_EQ(run.errors, Lines{"sdfctl: no event \"levels\": the service has refused a message"});
+    EXPECT_EQ(run.lines, withClient({kSetLatency, kFailed}));
+    EXPECT_EQ(run.errors, Lines{kFailedAnswer});
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(ServiceTest, RefusedMessageIsToldHoweverShortTheWaitForTheAnswer) {
+    const EmulatorProcess emulator({"--rule", "on set_latency_level: refuse"});
+    const Outcome run = runSdfctl("--wait --timeout 2 set-latency first 1 1");
+    EXPECT_EQ(run.lines, withClient({kSetLatency, kFailed}));
+    EXPECT_EQ(run.errors, Lines{kFailedAnswer});
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(ServiceTest, InternalErrorThatTheServiceTellsEndsTheWaitForTheAnswer) {
+    const EmulatorProcess emulator(
+        {"--rule", "on set_latency_level: late 86400000, status INTERNAL_ERROR"});
+    const Outcome run = runSdfctl("--timeout 86400 set-latency first 1 1");
+    EXPECT_EQ(run.lines, withClient({kSetLatency, kFailed}));
+    EXPECT_EQ(run.errors, Lines{kFailedAnswer});
     EXPECT_EQ(run.status, 1);
 }
 
 TEST_F(ServiceTest, RefusedMessageWithoutAnAnswerIsAFailure) {
     const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: refuse"});
     const Outcome run = runSdfctl("high-perf-gaming off then wait status -3");
-    EXPECT_EQ(run.lines, withClient({kGaming, "event status: status=-3 (internal error)"}));
+    EXPECT_EQ(run.lines, withClient({kGaming, kFailed}));
     EXPECT_EQ(run.errors, Lines{});
     EXPECT_EQ(run.status, 1);
 }
@@ -266,6 +283,27 @@ TEST_F(ServiceTest, MessageThatTheServiceDiesOfIsNotRefused) {
     EXPECT_TRUE(std::count(run.lines.begin(), run.lines.end(), kDown) == 1);
     EXPECT_EQ(run.errors, Lines{});
     EXPECT_EQ(run.status, 0);
+}
+
+// The commands that destroy the client wait until it is known what the message failed of, as the
+// end of the run does.
+TEST_F(ServiceTest, ClientIsDestroyedWhenItIsKnownThatTheServiceDied) {
+    for (const char* const command : {"destroy", "disable"}) {
+        const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: die before"});
+        const Outcome run =
+            runSdfctl(std::string("high-perf-gaming off then wait status -3 then ") + command);
+        EXPECT_TRUE(std::count(run.lines.begin(), run.lines.end(), kDown) == 1) << command;
+        EXPECT_EQ(run.errors, Lines{}) << command;
+        EXPECT_EQ(run.status, 0) << command;
+    }
+}
+
+TEST_F(ServiceTest, ClientIsDestroyedWhenItIsKnownThatTheServiceLives) {
+    const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: refuse"});
+    const Outcome run = runSdfctl("high-perf-gaming off then wait status -3 then destroy");
+    EXPECT_EQ(run.lines, withClient({kGaming, kFailed}));
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_EQ(run.status, 1);
 }
 
 TEST_F(ServiceTest, AnswerOfAServiceThatDiesOfTheRequestIsWaitedFor) {

@@ -18,7 +18,10 @@ Action create(Arguments& arguments) {
 }
 
 Action destroy(Arguments&) {
-    return [](Session& session) { session.destroy(); };
+    return [](Session& session) {
+        session.judge();
+        session.destroy();
+    };
 }
 
 Action enable(Arguments& arguments) {
@@ -35,7 +38,10 @@ Action enable(Arguments& arguments) {
 }
 
 Action disable(Arguments&) {
-    return [](Session& session) { session.disable(); };
+    return [](Session& session) {
+        session.judge();
+        session.disable();
+    };
 }
 
 }  // namespace

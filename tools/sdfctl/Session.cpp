@@ -12,7 +12,7 @@ namespace {
 
 constexpr double kAskAgainSeconds = 4;  // longer than one of the library's attempts
 constexpr double kQuietSeconds = 0.2;   // after which a list counts as complete
-constexpr double kDeathSeconds = 1;     // in which the service's death is told behind its failures
+constexpr double kDeathSeconds = 3;     // in which the service's death is told behind its failures
 constexpr size_t kMostUnclaimed = 10000;
 
 std::string secondsText(double seconds) {
@@ -88,6 +88,7 @@ void Session::clientGone() {
     mUp = false;
     mWasUp = false;
     mTold.reset();
+    mVerdict.reset();
     mFilters.clear();
 }
 
@@ -154,16 +155,17 @@ void Session::expectAnswer(const std::string& name, const Test& test) {
 }
 
 bool Session::takeAnswer(const std::string& name, const Test& test) {
-    const size_t before = mRefusals;
+    const size_t before = mFailures;
     bool come = false;
-    const bool ended = waitUntil(inSeconds(mSettings.timeout), [&] {
+    waitUntil(inSeconds(mSettings.timeout), [&] {
         come = takeEvent(name, test);
-        return come || mRefusals > before;
+        return come || mFailures > before;
     });
     if (come) return true;
+    judge();
     const std::string missing = "no event \"" + name + "\"";
-    if (ended) {
-        complain(kExitCallFailed, missing + ": the service has refused a message");
+    if (mFailures > before) {
+        complain(kExitCallFailed, missing + ": the status has been " + mFailure);
     } else {
         complain(kExitNoAnswer, missing + " within " + secondsText(mSettings.timeout));
     }
@@ -214,7 +216,7 @@ void Session::drain() {
         mPrinter.print(event);
         note(event);
     }
-    if (mVerdict && std::chrono::steady_clock::now() >= *mVerdict) messageRefused();
+    if (mVerdict && std::chrono::steady_clock::now() >= *mVerdict) failureStands();
 }
 
 void Session::note(const Event& event) {
@@ -234,16 +236,19 @@ void Session::noteStatus(const Event& event, bool older) {
     const long long failed{older ? int{SDF_STATUS_INTERNAL_ERROR} : int{SDF_V2_INTERNAL_ERROR}};
     const long long status = event.number("status");
     // Before the service is up it can only be the library's own message that failed.
-    if (mUp && status == failed) mVerdict = inSeconds(kDeathSeconds);
+    if (mUp && status == failed) {
+        mVerdict = inSeconds(kDeathSeconds);
+        mFailure = event.fields.front().shown;
+    }
     if (status == down) mVerdict.reset();
     mUp = status == up;
     mWasUp = mWasUp || mUp;
     mTold = event.fields.front().shown;
 }
 
-void Session::messageRefused() {
+void Session::failureStands() {
     mVerdict.reset();
-    ++mRefusals;
+    ++mFailures;
     fail(kExitCallFailed);
 }
 

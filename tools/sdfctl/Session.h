@@ -79,7 +79,7 @@ class Session {
     // come in time. test: none accepts all.
     bool expect(const std::string& name, const Test& test = {});
     // The same for the answer to a request, unless the settings say not to wait for answers. It is
-    // not waited for any longer once the service has refused a message.
+    // not waited for any longer once an internal error has been told of a service that lives.
     void expectAnswer(const std::string& name, const Test& test);
     // The same for an answer of several events: waits until there have been `expected`, or they
     // cease to come. first: whether one has to come.
@@ -96,8 +96,8 @@ class Session {
     // Prints the events that have come.
     void drain();
 
-    // Waits, for a moment at most, until it is known whether the service has refused a message that
-    // failed, or died.
+    // Waits, for some seconds at most, until it is known whether an internal error was told because
+    // the service died. Behind the client's end nobody would tell.
     void judge();
     // Destroys the client, if there is one.
     void finish();
@@ -122,7 +122,7 @@ class Session {
     bool takeAnswer(const std::string& name, const Test& test);
     void note(const Event& event);
     void noteStatus(const Event& event, bool older);
-    void messageRefused();
+    void failureStands();
 
     const Settings mSettings;
     Printer mPrinter;
@@ -134,8 +134,10 @@ class Session {
     bool mUp = false;
     bool mWasUp = false;               // since the client was made
     std::optional<std::string> mTold;  // the latest status, since the service was last asked for
-    // Until when a message that failed may still have failed because the service died.
+    // Until when an internal error may still have been told because the service died. Otherwise a
+    // message was refused, or it is the service that told it; nobody can tell these apart.
     std::optional<Time> mVerdict;
-    size_t mRefusals = 0;  // messages that the service has refused
+    std::string mFailure;  // that status
+    size_t mFailures = 0;  // how many were not for the service's death
     int mExitStatus = kExitSuccess;
 };

@@ -35,10 +35,11 @@ The client is made before the first request, which waits until the service is up
 end. A request that is answered waits for its answer.)";
 
 constexpr char kExits[] =
-    R"(Exit status: 0 all calls succeeded; 1 a call failed, or the service refused a message or rejected
-a filter; 2 the command line or the script is wrong; 3 the service was not up in time; 4 an answer or
-an event did not come in time; 128 and the signal's number when ended by SIGINT, SIGTERM or SIGHUP. The
-first thing that goes wrong counts. For those of doctor see "sdfctl doctor --help".
+    R"(Exit status: 0 all calls succeeded; 1 a call failed, or a message was refused, or the service told
+an internal error or rejected a filter; 2 the command line or the script is wrong; 3 the service was not
+up in time; 4 an answer or an event did not come in time; 128 and the signal's number when ended by
+SIGINT, SIGTERM or SIGHUP. The first thing that goes wrong counts. For those of doctor see
+"sdfctl doctor --help".
 
 Environment: LUM_BINDER_DIR, on Linux: the folder in which services and clients meet.)";
 
