@@ -184,13 +184,15 @@ int64_t LumTimer::getUtcClockTimeNs() {
 }
 
 uint64_t LumTimer::getArchTimerCount() {
+    // Without a barrier (isb) an ARM processor may read the counter before it has carried out what
+    // stands in front, another read included.
 #if defined(__aarch64__)
     uint64_t count;
-    __asm__ volatile("mrs %0, cntvct_el0" : "=r"(count));
+    __asm__ volatile("isb\n\tmrs %0, cntvct_el0" : "=r"(count) : : "memory");
     return count;
 #elif defined(__arm__)
     uint64_t count;
-    __asm__ volatile("mrrc p15, 1, %Q0, %R0, c14" : "=r"(count));
+    __asm__ volatile("isb\n\tmrrc p15, 1, %Q0, %R0, c14" : "=r"(count) : : "memory");
     return count;
 #else
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
