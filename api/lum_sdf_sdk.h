@@ -71,6 +71,8 @@
 // below.
 #define SDF_INT32_ENUM : int32_t
 #else
+// Also 32 bits, but with most compilers unsigned where no value below is negative: convert to
+// int32_t what is to be compared with a negative number.
 #define SDF_INT32_ENUM
 #endif
 
@@ -95,6 +97,10 @@ enum SdfStatusV2 SDF_INT32_ENUM {
     SDF_V2_SERVICE_UP = -7,         ///< requests are accepted from now on
     SDF_V2_SERVICE_DOWN = -8,       ///< requests are refused until the service is up
 };
+
+#ifndef __cplusplus
+_Static_assert(sizeof(enum SdfStatusV2) == sizeof(int32_t), "compile without -fshort-enums");
+#endif
 
 /// The older status codes: what the status callback of lum_sdf_enable() receives.
 typedef enum status_e SDF_INT32_ENUM {
