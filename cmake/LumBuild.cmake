@@ -49,9 +49,10 @@ if(NOT LUM_SANITIZE AND NOT LUM_COVERAGE AND NOT ANDROID)
   add_compile_definitions($<$<AND:${optimized},$<NOT:${undone}>>:_FORTIFY_SOURCE=2>)
 endif()
 
-# The library is compiled as users compile it; for the tests' own sources, and for the tools' that
-# take longest, that is time lost.
-set(LUM_TEST_OPTIONS "" CACHE STRING "Options that go after the build type's for such sources")
+# The library is compiled as users compile it; for the tests' own sources that is time lost, and
+# mostly for the tools' that take longest: what these do waits for the service.
+set(LUM_TEST_OPTIONS "" CACHE STRING "Options that go after the build type's for the tests' sources")
+set(LUM_TOOL_OPTIONS -O1 CACHE STRING "The same for those of the tools that take longest")
 
 # lum_warnings: for our own sources; generated ones are built without it.
 add_library(lum_warnings INTERFACE)
