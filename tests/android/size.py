@@ -28,6 +28,7 @@ OWNERS = [
     ("interface glue", r"^aidl/"),
     ("message code", r"^proto/"),
     ("protobuf runtime", r"libprotobuf-lite\.a\("),
+    ("compiler's helpers", r"/(libgcc|libc_nonshared|libclang_rt\.builtins[\w.-]*)\.a\("),
     ("start files", r"/(Scrt1|crti|crtn|crtbegin\w*|crtend\w*)\.o$"),
 ]
 OWN = ("api", "transport", "utils", "interface glue")

@@ -97,6 +97,12 @@ class Size(unittest.TestCase):
             size.account(SECTIONS, size.read_map(MAP.replace("/utils/sysroot/usr/lib/arm/crti.o",
                                                              "/opt/other.o")), 512)
 
+    def test_knows_the_compilers_helpers(self):
+        for file in ["gcc/12/libgcc.a(_udivsi3.o)", "libc_nonshared.a(atexit.oS)",
+                     "libclang_rt.builtins-arm-android.a(divmodsi4.S.o)"]:
+            sections = size.read_map(MAP.replace("/utils/sysroot/usr/lib/arm/crti.o", "/usr/lib/" + file))
+            self.assertEqual(size.account(SECTIONS, sections, 512)["compiler's helpers"], {"code": 16})
+
     def test_refuses_parts_larger_than_the_whole(self):
         with self.assertRaisesRegex(size.Trouble, "larger"):
             size.account(SECTIONS, size.read_map(MAP), 100)
