@@ -3,14 +3,16 @@ find_package(GTest REQUIRED)
 include(GoogleTest)
 
 # lum_emulator_script(PROGRAM VARIABLE): writes a script that runs the program, which is for another
-# processor, in its emulator, under the same process number; sets the variable to the script's path.
+# processor, in its emulator (QEMU's), under the same process number and the script's own name, which
+# it can start again; sets the variable to the script's path.
 function(lum_emulator_script program variable)
   set(script ${PROJECT_BINARY_DIR}/run/${program})
   set(words ${CMAKE_CROSSCOMPILING_EMULATOR} ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${program})
   list(TRANSFORM words REPLACE "'" "'\\\\''")
   list(TRANSFORM words REPLACE "(.+)" "'\\1'")
-  list(JOIN words " " words)
-  file(WRITE ${script} "#!/bin/sh\nexec ${words} \"$@\"\n")
+  list(POP_BACK words path)
+  list(JOIN words " " emulator)
+  file(WRITE ${script} "#!/bin/sh\nexec ${emulator} -0 \"$0\" ${path} \"$@\"\n")
   file(CHMOD ${script} PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
   set(${variable} ${script} PARENT_SCOPE)
 endfunction()

@@ -6,12 +6,16 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 
+if(NOT IS_DIRECTORY "${LUM_SYSROOT}/usr/lib")
+  message(FATAL_ERROR "LUM_SYSROOT (${LUM_SYSROOT}) has no Debian packages; ./dev sysroot makes one")
+endif()
+
 # Also for the small projects by which CMake tries the compiler.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES LUM_SYSROOT)
 set(CMAKE_SYSROOT ${LUM_SYSROOT})
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
-# Nothing here was built by a g++ before 7, the last that passed some arguments differently.
+# g++ before 7 passed some arguments differently; nothing here was built by one.
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 
 # Programs are this machine's, everything else the other's.

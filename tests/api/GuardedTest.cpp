@@ -67,6 +67,7 @@ class GuardedDeletionTest : public GuardedTest {
     }
 
     void TearDown() override {
+        ASSERT_TRUE(mConfirmation.joinable());
         mConfirmation.join();
         EXPECT_EQ(client().mFilterIds, mLeft);
         GuardedTest::TearDown();

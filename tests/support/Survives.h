@@ -6,21 +6,30 @@
 
 #include <cerrno>
 #include <csignal>
+#include <stdexcept>
+#include <string>
 #include <system_error>
 
 // Whether the processor, or what emulates it, knows the instructions with which the call is made:
 // tried in a child process, which an unknown one ends. For tests that have to be skipped without.
-// Throws std::system_error when there is no process to be had.
+// Throws when there is no process to be had, or when it ends for any other reason.
 template <typename Call>
 bool survives(const Call& call) {
+    constexpr int kUnknown = 77;
     const pid_t child = fork();
     if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
     if (child == 0) {
         // An end like any other, which leaves no core file.
-        signal(SIGILL, [](int /*signal*/) { _exit(1); });
+        signal(SIGILL, [](int /*signal*/) { _exit(kUnknown); });
         call();
         _exit(0);
     }
     int status = -1;
-    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    if (waitpid(child, &status, 0) != child) {
+        throw std::system_error(errno, std::generic_category(), "waitpid");
+    }
+    if (!WIFEXITED(status) || (WEXITSTATUS(status) != 0 && WEXITSTATUS(status) != kUnknown)) {
+        throw std::runtime_error("the call ends its process with " + std::to_string(status));
+    }
+    return WEXITSTATUS(status) == 0;
 }

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <system_error>
 
@@ -55,7 +56,11 @@ bool TerminalProcess::waitFor(const std::string& text) {
             mWritten.erase(0, found + text.size());
             return true;
         }
-        if (std::chrono::steady_clock::now() > end || !readSome(100)) return false;
+        if (std::chrono::steady_clock::now() > end || !readSome(100)) {
+            // What tells why; the caller only knows that it failed.
+            fprintf(stderr, "not \"%s\" but \"%s\"\n", text.c_str(), mWritten.c_str());
+            return false;
+        }
     }
 }
 

@@ -17,31 +17,7 @@ cd /programs || exit
 # tell TEXT: at the beginning of a line, also if a program did not end its last one.
 tell() { printf '\nvm: %s\n' "$*"; }
 
-# cases PROGRAM FILTER: the full names of the tests that match.
-cases() {
-    "$1" --gtest_list_tests --gtest_filter="$2" |
-        awk '/^[^ ]/ { suite = $1 } /^ / { print suite $1 }'
-}
-
-# run PROGRAM FILTER...: in a process for each filter. Sets $result.
-run() {
-    program=$1
-    shift
-    rm -rf /tmp/results
-    mkdir /tmp/results
-    status=0
-    runs=0
-    for filter; do
-        runs=$((runs + 1))
-        "$program" --gtest_brief=1 --gtest_color=no --gtest_filter="$filter" \
-            --gtest_output="xml:/tmp/results/$runs" </dev/null || status=$?
-    done
-    # One that skips itself does not fail, nor is it completed.
-    result="status $status $(cat /tmp/results/* 2>/dev/null | awk '
-        /^<testsuites / { split($0, part, "\""); tests += part[2] }
-        /status="run" result="completed"/ { completed++ }
-        END { print "tests", tests + 0, "completed", completed + 0 }')"
-}
+. /cases.sh
 
 number=0
 while read -r entry; do

@@ -129,6 +129,7 @@ def make(build, sysroot, programs, tests):
     archive.link("/bin/sh", "busybox")
     archive.link("/usr/bin", "/bin")
     archive.file("/init", (Path(__file__).parent / "init.sh").read_bytes())
+    archive.file("/cases.sh", (Path(__file__).parent / "cases.sh").read_bytes(), 0o644)
     archive.file("/tests", "".join(test + "\n" for test in tests).encode(), 0o644)
     archive.link("/programs", build / "bin")
 

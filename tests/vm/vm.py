@@ -18,6 +18,7 @@ not switched itself off after so many seconds is ended, which is a failure.
 
 import argparse
 import re
+import shutil
 import signal
 import subprocess
 import sys
@@ -124,6 +125,8 @@ def main():
     if not tests:
         tests = read_tests((Path(__file__).parent / "tests.txt").read_text(encoding="utf-8"))
 
+    if not shutil.which("qemu-system-arm"):
+        sys.exit("vm.py: there is no qemu-system-arm; ./dev deps arm-vm installs it")
     programs = sorted({program for test in tests for program in programs_of(test)})
     for needed in [Path(KERNEL), *(build / "bin" / program for program in programs)]:
         if not needed.exists():
@@ -131,6 +134,8 @@ def main():
 
     folder = build / "vm"
     folder.mkdir(exist_ok=True)
+    log = folder / "console.log"
+    log.unlink(missing_ok=True)
     initial_files = folder / "initramfs"
     initial_files.write_bytes(
         initramfs.make(build, sysroot_of(build), programs, tests))
@@ -139,7 +144,7 @@ def main():
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("vm.py: terminated"))
     began = time.monotonic()
     console, found = run(tests, machine(initial_files), arguments.limit, show_line)
-    (folder / "console.log").write_text(console, encoding="utf-8")
+    log.write_text(console, encoding="utf-8")
     for complaint in found:
         print("vm.py:", complaint, file=sys.stderr)
     print(f"{len(tests)} lines of tests in the machine, {time.monotonic() - began:.0f} s:",

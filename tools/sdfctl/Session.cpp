@@ -235,9 +235,11 @@ void Session::noteStatus(const Event& event, bool older) {
     const long long down{older ? int{SDF_STATUS_SERVICE_DOWN} : int{SDF_V2_SERVICE_DOWN}};
     const long long failed{older ? int{SDF_STATUS_INTERNAL_ERROR} : int{SDF_V2_INTERNAL_ERROR}};
     const long long status = event.number("status");
-    // Before the service is up it can only be the library's own message that failed.
+    // Before the service is up it can only be the library's own message that failed. A further
+    // failure gets no time of its own: a service that tells of one after the other would be waited
+    // for without end.
     if (mUp && status == failed) {
-        mVerdict = inSeconds(kDeathSeconds);
+        if (!mVerdict) mVerdict = inSeconds(kDeathSeconds);
         mFailure = event.fields.front().shown;
     }
     if (status == down) mVerdict.reset();
