@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/sdfctl/Terminal.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -34,6 +35,14 @@ std::string historyFile() {
     return error ? "" : (folder / "history").string();
 }
 
+// The terminal, to be read without blocking and without others at it noticing. An interrupt drops
+// what has been typed, also behind the back of poll(), which has just told of it: a read that
+// blocks would then wait for the next key, deaf to the interrupt. Negative if it cannot be opened
+// again.
+int reopenTerminal() {
+    return open("/proc/self/fd/0", O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
 Terminal& terminalOf(EditLine* line) {
     void* terminal = nullptr;
     el_get(line, EL_CLIENTDATA, &terminal);
@@ -57,7 +66,9 @@ Terminal::Terminal(Session& session)
     : mSession(session),
       mHistory(history_init(), history_end),
       mLine(el_init("sdfctl", stdin, stderr, stderr), el_end),
-      mHistoryFile(historyFile()) {
+      mHistoryFile(historyFile()),
+      mReopened(reopenTerminal()),
+      mInput(mReopened < 0 ? STDIN_FILENO : mReopened) {
     if (!mHistory || !mLine) throw std::runtime_error("cannot edit lines at this terminal");
     HistEvent event{};
     history(mHistory.get(), &event, H_SETSIZE, kHistoryLines);
@@ -82,6 +93,7 @@ Terminal::~Terminal() {
     mSession.printer().onLine({});
     HistEvent event{};
     if (!mHistoryFile.empty()) history(mHistory.get(), &event, H_SAVE, mHistoryFile.c_str());
+    if (mReopened >= 0) close(mReopened);
 }
 
 bool Terminal::nextLine(std::string& line) {
@@ -117,7 +129,7 @@ int Terminal::readCharacter(EditLine* line, wchar_t* character) {
         unsigned char byte = 0;
         do {
             if (!terminal.waitForCharacter()) continue;
-            const ssize_t length = read(STDIN_FILENO, &byte, 1);
+            const ssize_t length = read(terminal.mInput, &byte, 1);
             if (length == 0) return 0;
             if (length < 0 && errno != EINTR && errno != EAGAIN) return -1;
             // No command has letters beyond ASCII.
@@ -133,7 +145,7 @@ int Terminal::readCharacter(EditLine* line, wchar_t* character) {
 
 // Prints what has come. Returns whether there is a character to read.
 bool Terminal::waitForCharacter() {
-    const bool ready = mSession.inputReady(STDIN_FILENO);
+    const bool ready = mSession.inputReady(mInput);
     if (mMadeRoom) el_set(mLine.get(), EL_REFRESH);
     mMadeRoom = false;
     return ready;
