@@ -61,27 +61,19 @@ void runLines(Session& session) {
     }
 }
 
-// Whatever is wrong with one line, there is a next one.
+// Whatever is wrong with one line, there is a next one. A user's SIGINT only ends what is being
+// waited for, or the line being typed.
 void askForLines(Session& session) {
     Terminal terminal(session);
-    std::string line;
-    while (terminal.nextLine(line)) {
+    for (;;) {
         try {
+            std::string line;
+            if (!terminal.nextLine(line)) return;
             runWords(session, splitLine(line));
         } catch (const UsageError& error) {
             session.complain(kExitUsage, error.what());
         } catch (const NotUp& error) {
             session.complain(kExitNotUp, error.what());
-        }
-    }
-}
-
-// A user's SIGINT only ends what is being waited for, or the line being typed.
-void askUntilTheEnd(Session& session) {
-    for (bool again = true; again;) {
-        try {
-            askForLines(session);
-            again = false;
         } catch (const Interrupted& interrupted) {
             if (interrupted.signal != SIGINT) throw;
             fputs("\n", stderr);
@@ -126,6 +118,6 @@ int runScript(Session& session) {
 }
 
 int runTerminal(Session& session) {
-    const int status = runToTheEnd(session, [&] { askUntilTheEnd(session); });
+    const int status = runToTheEnd(session, [&] { askForLines(session); });
     return status > kExitSignal ? status : kExitSuccess;  // what went wrong has been seen
 }
