@@ -12,6 +12,7 @@
 #include <time.h>
 
 #include "tests/abi/PublicTypes.h"
+#include "tests/support/FullFlow.h"
 
 enum { kLimitSeconds = 30 };
 
@@ -102,27 +103,12 @@ static void setAddress(struct sockaddr_storage* storage, const char* text, uint1
     memcpy(storage, &address, sizeof address);
 }
 
-// Every member has a value of its own.
 static SdfAddFilterInfo makeFlow(void) {
     SdfAddFilterInfo info;
     memset(&info, 0, sizeof info);
     setAddress(&info.src_addr, "2001:db8::1", 443);
     setAddress(&info.dest_addr, "fe80::a:9", 53);
-    info.first_level = SDF_LATENCY_LVL_2;
-    info.second_level = SDF_LATENCY_LVL_6;
-    info.ood = SDF_OOD_DISABLED_LVL;
-    info.app_type = SDF_APP_TYPE_TRAFFIC_PRIO_BE;
-    info.protocol = SDF_PROTOCOL_UDP;
-    info.filter_arg6 = 201;
-    info.pdcp_timer = 300;
-    info.filter_arg11 = UINT32_MAX;
-    info.filter_arg13 = 13;
-    info.src_port_range = 100;
-    info.dest_port_range = 255;
-    info.filter_arg19 = 19;
-    info.filter_arg20 = 20;
-    info.filter_arg16 = 200;
-    info.filter_arg17 = 17;
+    fillFlow(&info);
     return info;
 }
 

@@ -27,6 +27,15 @@ constexpr char kGaming[] = "sdfEnHighPerfGaming(enable=off) = 0 (success)";
 
 class ServiceTest : public testing::Test {
   protected:
+    // Runs it for a service with this rule: it fails, by what it is told in the answer's place.
+    static void failsForTheAnswer(const std::string& rule, const std::string& options) {
+        const EmulatorProcess emulator({"--rule", rule});
+        const Outcome run = runSdfctl(options + " set-latency first 1 1");
+        EXPECT_EQ(run.lines, withClient({kSetLatency, kFailed}));
+        EXPECT_EQ(run.errors, Lines{kFailedAnswer});
+        EXPECT_EQ(run.status, 1);
+    }
+
     const SocketFolder mFolder;
 };
 
@@ -235,28 +244,16 @@ TEST_F(ServiceTest, LostServiceThatWasWaitedForIsNoFailure) {
 }
 
 TEST_F(ServiceTest, RefusedMessageEndsTheWaitForTheAnswer) {
-    const EmulatorProcess emulator({"--rule", "on set_latency_level: refuse"});
-    const Outcome run = runSdfctl("--timeout 86400 set-latency first 1 1");
-    EXPECT_EQ(run.lines, withClient({kSetLatency, kFailed}));
-    EXPECT_EQ(run.errors, Lines{kFailedAnswer});
-    EXPECT_EQ(run.status, 1);
+    failsForTheAnswer("on set_latency_level: refuse", "--timeout 86400");
 }
 
 TEST_F(ServiceTest, RefusedMessageIsToldHoweverShortTheWaitForTheAnswer) {
-    const EmulatorProcess emulator({"--rule", "on set_latency_level: refuse"});
-    const Outcome run = runSdfctl("--wait --timeout 2 set-latency first 1 1");
-    EXPECT_EQ(run.lines, withClient({kSetLatency, kFailed}));
-    EXPECT_EQ(run.errors, Lines{kFailedAnswer});
-    EXPECT_EQ(run.status, 1);
+    failsForTheAnswer("on set_latency_level: refuse", "--wait --timeout 2");
 }
 
 TEST_F(ServiceTest, InternalErrorThatTheServiceTellsEndsTheWaitForTheAnswer) {
-    const EmulatorProcess emulator(
-        {"--rule", "on set_latency_level: late 86400000, status INTERNAL_ERROR"});
-    const Outcome run = runSdfctl("--timeout 86400 set-latency first 1 1");
-    EXPECT_EQ(run.lines, withClient({kSetLatency, kFailed}));
-    EXPECT_EQ(run.errors, Lines{kFailedAnswer});
-    EXPECT_EQ(run.status, 1);
+    failsForTheAnswer("on set_latency_level: late 86400000, status INTERNAL_ERROR",
+                      "--timeout 86400");
 }
 
 TEST_F(ServiceTest, RefusedMessageWithoutAnAnswerIsAFailure) {
