@@ -41,16 +41,18 @@ void waitFor(Session& session, const WaitValues& values) {
     }
 }
 
-bool isEvent(const std::string& text) {
+bool isNamed(const std::string& text) {
     const std::vector<std::string>& names = waitedFor();
-    return text != "up" && text != "down" &&
-           std::find(names.begin(), names.end(), text) != names.end();
+    return std::find(names.begin(), names.end(), text) != names.end();
+}
+
+bool isEvent(const std::string& text) {
+    return text != "up" && text != "down" && isNamed(text);
 }
 
 bool isWaitedFor(const std::string& text) {
     int64_t ignored = 0;
-    return readNumber(text, 0, kMostMilliseconds, ignored) || text == "up" || text == "down" ||
-           isEvent(text);
+    return readNumber(text, 0, kMostMilliseconds, ignored) || isNamed(text);
 }
 
 Action wait(Arguments& arguments) {

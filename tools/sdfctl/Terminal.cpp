@@ -37,10 +37,11 @@ std::string historyFile() {
 
 // The terminal, to be read without blocking and without others at it noticing. An interrupt drops
 // what has been typed, also behind the back of poll(), which has just told of it: a read that
-// blocks would then wait for the next key, deaf to the interrupt. Negative if it cannot be opened
-// again.
-int reopenTerminal() {
-    return open("/proc/self/fd/0", O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+// blocks would then wait for the next key, deaf to the interrupt. One that blocks if the terminal
+// cannot be opened again; negative if there is no descriptor to be had.
+int openInput() {
+    const int input = open("/proc/self/fd/0", O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    return input >= 0 ? input : fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
 }
 
 Terminal& terminalOf(EditLine* line) {
@@ -67,9 +68,9 @@ Terminal::Terminal(Session& session)
       mHistory(history_init(), history_end),
       mLine(el_init("sdfctl", stdin, stderr, stderr), el_end),
       mHistoryFile(historyFile()),
-      mReopened(reopenTerminal()),
-      mInput(mReopened < 0 ? STDIN_FILENO : mReopened) {
-    if (!mHistory || !mLine) throw std::runtime_error("cannot edit lines at this terminal");
+      mInput(openInput()) {
+    if (!mHistory || !mLine || mInput < 0)
+        throw std::runtime_error("cannot edit lines at this terminal");
     HistEvent event{};
     history(mHistory.get(), &event, H_SETSIZE, kHistoryLines);
     history(mHistory.get(), &event, H_SETUNIQUE, 1);
@@ -93,7 +94,7 @@ Terminal::~Terminal() {
     mSession.printer().onLine({});
     HistEvent event{};
     if (!mHistoryFile.empty()) history(mHistory.get(), &event, H_SAVE, mHistoryFile.c_str());
-    if (mReopened >= 0) close(mReopened);
+    close(mInput);
 }
 
 bool Terminal::nextLine(std::string& line) {

@@ -41,7 +41,6 @@ class Terminal {
     std::unique_ptr<History, void (*)(History*)> mHistory;
     std::unique_ptr<EditLine, void (*)(EditLine*)> mLine;
     const std::string mHistoryFile;  // empty: none
-    const int mReopened;             // the terminal, without blocking; negative: none
     const int mInput;                // what is read
     bool mTyping = false;
     bool mMadeRoom = false;
