@@ -93,11 +93,13 @@ EventManager::~EventManager() {
 }
 
 void EventManager::registerOwnDescriptors() {
-    mWakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    mWakeFd = eventfd(0, EFD_NONBLOCK);
     if (mWakeFd == -1) fail("Cannot create eventfd instance");
+    fcntl(mWakeFd, F_SETFD, FD_CLOEXEC);
     addEventHandler(mWakeFd, clearRead, nullptr, nullptr, kOwnEvents);
-    mRemoveFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    mRemoveFd = eventfd(0, EFD_NONBLOCK);
     if (mRemoveFd == -1) fail("Cannot create removeFd instance");
+    fcntl(mRemoveFd, F_SETFD, FD_CLOEXEC);
     addEventHandler(mRemoveFd, processRemove, nullptr, nullptr, kOwnEvents);
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -97,7 +98,8 @@ template <typename T>
 LumEventHandler<T>::LumEventHandler(EventManager& em, LumTimer& timer, const std::string& name)
     : mTimer(timer), mEventManager(em) {
     // Not before the members are made: the queue's need memory, and nobody would close it.
-    mEventFd = eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK | EFD_CLOEXEC);
+    mEventFd = eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK);
+    fcntl(mEventFd, F_SETFD, FD_CLOEXEC);
     LUM_LOGD("LumEventHandler ctor");
     try {
         if (em.addEventHandler(mEventFd, cb, this, nullptr, EPOLLIN)) mState = State::kRegistered;

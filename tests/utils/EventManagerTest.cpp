@@ -61,7 +61,7 @@ TEST_F(EventManagerTest, AsksTheSystemForTheRightDescriptors) {
     };
     const EventManager plain;
     EXPECT_EQ(sizes, (std::vector{4}));
-    const std::pair<unsigned int, int> nonBlocking{0, EFD_NONBLOCK | EFD_CLOEXEC};
+    const std::pair<unsigned int, int> nonBlocking{0, EFD_NONBLOCK};
     EXPECT_EQ(eventFds, (std::vector{nonBlocking, nonBlocking}));
     ASSERT_EQ(fds.size(), 3U);
     EXPECT_EQ(watched,

@@ -106,8 +106,8 @@ TEST_F(LumEventHandlerTest, Construction) {
             logD(format("Added event handler %d", handlerFd)),
             logD(format("LumEventHandler: ctor fd[%d] name[SomeName] addr[%p]", handlerFd,
                         handler->address()))}));
-    EXPECT_EQ(eventFds, (std::vector<std::pair<unsigned int, int>>{
-                            {0, EFD_SEMAPHORE | EFD_NONBLOCK | EFD_CLOEXEC}}));
+    EXPECT_EQ(eventFds,
+              (std::vector<std::pair<unsigned int, int>>{{0, EFD_SEMAPHORE | EFD_NONBLOCK}}));
     EXPECT_EQ(watched, (std::vector<std::pair<uint32_t, int>>{{EPOLLIN, handlerFd}}));
     EXPECT_TRUE(handler->isRegistered());
     EXPECT_EQ(&handler->timer(), timer.get());
