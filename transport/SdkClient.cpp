@@ -7,6 +7,7 @@
 
 #include <exception>
 #include <map>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -40,7 +41,7 @@ SdkClient::~SdkClient() {
         const std::lock_guard<std::mutex> lock(gLinked.value.lock);
         gLinked.value.clients.erase(this);
     }
-    AIBinder_DeathRecipient_delete(mDeathRecipient);
+    deleteRecipient();
 }
 
 std::shared_ptr<SdkClient> SdkClient::getInstance(LumSdkClientType type, Listener listener,
@@ -125,7 +126,6 @@ void SdkClient::destroyInstance(LumSdkClientType type) {
     }
     const std::unique_lock<std::shared_mutex> loopEnded(instance->gate());
     instance->tearDown();
-    std::atomic_store(&mInstance, std::shared_ptr<SdkClient>());
 }
 
 // The SDK thread's loop has ended; only binder threads may still reach this object.
@@ -139,6 +139,9 @@ void SdkClient::tearDown() {
     // This object's hold on itself: without this it would never go.
     mCallbackSelf.reset();
     clearListeners();
+    // Unless a destroy on the SDK thread has done so: then another may be there by now.
+    std::shared_ptr<SdkClient> self = ref<SdkClient>();
+    std::atomic_compare_exchange_strong(&mInstance, &self, std::shared_ptr<SdkClient>());
     // The service may keep this object past the two deleted here.
     detach();
     delete timer();
@@ -153,9 +156,6 @@ void SdkClient::deathCallback(void* cookie) {
         if (found != gLinked.value.clients.end()) client = found->second.lock();
     }
     if (!client) return;
-    // One meant for an object that lay here before: this one's service lives, or it has none.
-    const std::shared_ptr<ILumService> linked = client->service();
-    if (!linked || AIBinder_isAlive(linked->asBinder().get())) return;
     try {
         client->notifyServiceDown(LUM_SDK_CLIENT_NONE);
     } catch (const std::exception& error) {
@@ -218,16 +218,30 @@ std::shared_ptr<SdkClient::ILumService> SdkClient::findService() {
 }
 
 bool SdkClient::linkToService(const std::shared_ptr<ILumService>& service) {
-    AIBinder_DeathRecipient_delete(mDeathRecipient);
-    mDeathRecipient = AIBinder_DeathRecipient_new(deathCallback);
     // Set before the link, so that a death right after the link finds it and releases it.
     setService(service);
-    if (AIBinder_linkToDeath(service->asBinder().get(), mDeathRecipient, this) == STATUS_OK) {
+    AIBinder_DeathRecipient* const recipient = AIBinder_DeathRecipient_new(deathCallback);
+    deleteRecipient();
+    mDeathRecipient = recipient;
+    const ndk::SpAIBinder binder = service->asBinder();
+    if (AIBinder_linkToDeath(binder.get(), mDeathRecipient, this) == STATUS_OK) {
+        mLinkedBinder = binder;
         return true;
     }
-    // Dead already: nobody would ever tell us.
+    // Dead already: its death would never be reported.
     setService(nullptr);
     return false;
+}
+
+// The link must end before its proxy may go: a proxy that goes with a link on it has the runtime
+// take its registration at the driver back by itself, but only with this thread's next call. Until
+// then the driver refuses another registration for the same service, and ends it afterwards.
+void SdkClient::deleteRecipient() {
+    if (mLinkedBinder.get() != nullptr) {
+        AIBinder_unlinkToDeath(mLinkedBinder.get(), mDeathRecipient, this);
+        mLinkedBinder.set(nullptr);
+    }
+    AIBinder_DeathRecipient_delete(mDeathRecipient);
 }
 
 bool SdkClient::isConnected(LumSdkClientType /*type*/) {
@@ -240,7 +254,12 @@ bool SdkClient::sendBlobToService(LumSdkClientType type, std::vector<uint8_t> bl
 }
 
 void SdkClient::notifyServiceDown(LumSdkClientType /*type*/) {
-    for (const auto& [type, listener] : listeners()) listener(SDK_SERVICE_DOWN, {});
+    // Each is looked up when its turn comes: one that is replaced or added meanwhile counts.
+    std::optional<LumSdkClientType> last;
+    while (const auto next = listenerAfter(last)) {
+        last = next->first;
+        next->second(SDK_SERVICE_DOWN, {});
+    }
 }
 
 std::shared_ptr<SdkClient::ILumService> SdkClient::service() const {

@@ -83,11 +83,14 @@ class SdkClient : public aidl::vendor::orn::data::lumservice::BnLumServiceCallba
     void setService(std::shared_ptr<ILumService> service);
     std::shared_ptr<ILumService> findService();
     bool linkToService(const std::shared_ptr<ILumService>& service);
+    void deleteRecipient();
     void tearDown();
 
     std::shared_ptr<ILumService> mService;  // empty while not connected
     std::shared_ptr<ILumServiceCallback> mCallbackSelf;
     AIBinder_DeathRecipient* mDeathRecipient = nullptr;
+    // What the recipient is linked to, with this object as cookie: kept until the recipient goes.
+    ndk::SpAIBinder mLinkedBinder;
 
     // Guards mService: released by the death notification while the SDK thread uses it.
     mutable std::mutex mServiceLock;

@@ -253,9 +253,12 @@ void SdkClientBase::runAfterLoop(void (*teardown)(SdkClientBase&)) {
     mAfterLoop = teardown;
 }
 
-std::map<LumSdkClientType, SdkClientBase::Listener> SdkClientBase::listeners() const {
+std::optional<std::pair<LumSdkClientType, SdkClientBase::Listener>> SdkClientBase::listenerAfter(
+    std::optional<LumSdkClientType> last) const {
     const std::lock_guard<std::mutex> lock(mStateLock);
-    return mListeners;
+    const auto next = last ? mListeners.upper_bound(*last) : mListeners.begin();
+    if (next == mListeners.end()) return std::nullopt;
+    return *next;
 }
 
 void SdkClientBase::clearListeners() {

@@ -12,6 +12,7 @@
 #include <optional>
 #include <shared_mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "transport/LumSdkClientType.h"
@@ -108,7 +109,10 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     // the unlock.
     std::shared_mutex& gate() { return mGate; }
 
-    std::map<LumSdkClientType, Listener> listeners() const;
+    // The entry with the lowest type above `last`, or of all if that is empty; nothing when there
+    // is none. The listener may be an empty one.
+    std::optional<std::pair<LumSdkClientType, Listener>> listenerAfter(
+        std::optional<LumSdkClientType> last) const;
     void clearListeners();
 
     LumTimer* timer() const { return mTimer; }

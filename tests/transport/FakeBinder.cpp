@@ -3,10 +3,14 @@
 
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <utility>
+
+#include "tests/support/Eventually.h"
 
 using aidl::vendor::orn::data::lumservice::ILumServiceCallback;
 using aidl::vendor::orn::data::lumservice::LumSdkType;
@@ -62,6 +66,10 @@ FakeBinder::FakeBinder() {
     gFake = this;
 }
 FakeBinder::~FakeBinder() {
+    EXPECT_TRUE(eventually([this] {
+        const std::lock_guard<std::mutex> guard(mLock);
+        return mRecipients == 0;
+    }));
     gFake = nullptr;
 }
 
@@ -74,11 +82,6 @@ void FakeBinder::serve(const std::shared_ptr<ndk::ICInterface>& service) {
 void FakeBinder::refuseLinks(int count) {
     const std::lock_guard<std::mutex> guard(mLock);
     mRefusedLinks = count;
-}
-
-void FakeBinder::die() {
-    const std::lock_guard<std::mutex> guard(mLock);
-    mDead = true;
 }
 
 void FakeBinder::onSleep(std::function<void()> hook) {
@@ -106,6 +109,11 @@ std::vector<FakeBinder::Link> FakeBinder::unlinks() const {
     return mUnlinks;
 }
 
+std::vector<std::string> FakeBinder::deathCalls() const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    return mDeathCalls;
+}
+
 int FakeBinder::poolStarts() const {
     const std::lock_guard<std::mutex> guard(mLock);
     return mPoolStarts;
@@ -128,6 +136,24 @@ struct FakeBinderCalls {
         ++fake.mPoolStarts;
     }
 
+    static AIBinder_DeathRecipient* newRecipient() {
+        FakeBinder& fake = *gFake;
+        const std::lock_guard<std::mutex> guard(fake.mLock);
+        fake.mDeathCalls.emplace_back("new");
+        ++fake.mRecipients;
+        // Never looked into, but a leak of it is noticed.
+        return reinterpret_cast<AIBinder_DeathRecipient*>(new char);
+    }
+
+    static void deleteRecipient(AIBinder_DeathRecipient* recipient) {
+        if (recipient == nullptr) return;
+        FakeBinder& fake = *gFake;
+        const std::lock_guard<std::mutex> guard(fake.mLock);
+        fake.mDeathCalls.emplace_back("delete");
+        --fake.mRecipients;
+        delete reinterpret_cast<char*>(recipient);
+    }
+
     static binder_status_t link(const FakeBinder::Link& link) {
         FakeBinder& fake = *gFake;
         const std::lock_guard<std::mutex> guard(fake.mLock);
@@ -135,8 +161,9 @@ struct FakeBinderCalls {
             --fake.mRefusedLinks;
             return STATUS_DEAD_OBJECT;
         }
+        fake.mDeathCalls.emplace_back("link");
         fake.mLinks.push_back(link);
-        fake.mDead = false;
+        fake.mLinked.push_back(link);
         return STATUS_OK;
     }
 
@@ -144,19 +171,14 @@ struct FakeBinderCalls {
         FakeBinder& fake = *gFake;
         const std::lock_guard<std::mutex> guard(fake.mLock);
         fake.mUnlinks.push_back(link);
-        for (const FakeBinder::Link& linked : fake.mLinks) {
-            if (linked.binder == link.binder && linked.recipient == link.recipient &&
-                linked.cookie == link.cookie) {
-                return STATUS_OK;
-            }
+        const auto linked = std::find(fake.mLinked.begin(), fake.mLinked.end(), link);
+        if (linked == fake.mLinked.end()) {
+            fake.mDeathCalls.emplace_back("unlink nothing");
+            return STATUS_NAME_NOT_FOUND;
         }
-        return STATUS_NAME_NOT_FOUND;
-    }
-
-    static bool isAlive() {
-        FakeBinder& fake = *gFake;
-        const std::lock_guard<std::mutex> guard(fake.mLock);
-        return !fake.mDead;
+        fake.mDeathCalls.emplace_back("unlink");
+        fake.mLinked.erase(linked);
+        return STATUS_OK;
     }
 
     static void sleep(unsigned microseconds) {
@@ -182,6 +204,16 @@ __attribute__((visibility("default"))) void ABinderProcess_startThreadPool(void)
     FakeBinderCalls::startThreadPool();
 }
 
+__attribute__((visibility("default"))) AIBinder_DeathRecipient* AIBinder_DeathRecipient_new(
+    AIBinder_DeathRecipient_onBinderDied /*onBinderDied*/) {
+    return FakeBinderCalls::newRecipient();
+}
+
+__attribute__((visibility("default"))) void AIBinder_DeathRecipient_delete(
+    AIBinder_DeathRecipient* recipient) {
+    FakeBinderCalls::deleteRecipient(recipient);
+}
+
 __attribute__((visibility("default"))) binder_status_t AIBinder_linkToDeath(
     AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
     return FakeBinderCalls::link({binder, recipient, cookie});
@@ -190,10 +222,6 @@ __attribute__((visibility("default"))) binder_status_t AIBinder_linkToDeath(
 __attribute__((visibility("default"))) binder_status_t AIBinder_unlinkToDeath(
     AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
     return FakeBinderCalls::unlink({binder, recipient, cookie});
-}
-
-__attribute__((visibility("default"))) bool AIBinder_isAlive(const AIBinder* /*binder*/) {
-    return FakeBinderCalls::isAlive();
 }
 
 __attribute__((visibility("default"))) int usleep(useconds_t microseconds) {

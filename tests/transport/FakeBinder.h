@@ -13,9 +13,8 @@
 #include <vector>
 
 // The platform as SdkClient sees it, under a test's control. FakeBinder.cpp defines
-// AServiceManager_waitForService, ABinderProcess_startThreadPool, AIBinder_linkToDeath,
-// AIBinder_unlinkToDeath, AIBinder_isAlive and usleep in the test program, where they go before the
-// real ones.
+// AServiceManager_waitForService, ABinderProcess_startThreadPool, the functions of death recipients
+// and usleep in the test program, where they go before the real ones.
 
 // A data service in this process.
 class FakeService : public aidl::vendor::orn::data::lumservice::BnLumService {
@@ -32,6 +31,7 @@ class FakeService : public aidl::vendor::orn::data::lumservice::BnLumService {
                                 const std::vector<uint8_t>& blob) override;
 
     std::shared_ptr<aidl::vendor::orn::data::lumservice::ILumServiceCallback> callback() const;
+    // The callback object may keep this service: in one process, that is a circle to be broken.
     void dropCallback();
     std::vector<Message> messages() const;
     std::vector<std::vector<uint8_t>> blobs() const;
@@ -54,9 +54,14 @@ class FakeBinder {
         AIBinder* binder;
         AIBinder_DeathRecipient* recipient;
         void* cookie;
+
+        bool operator==(const Link& other) const {
+            return binder == other.binder && recipient == other.recipient && cookie == other.cookie;
+        }
     };
 
     FakeBinder();
+    // Waits until all death recipients have been deleted: objects may go on threads of their own.
     ~FakeBinder();
     FakeBinder(const FakeBinder&) = delete;
     FakeBinder& operator=(const FakeBinder&) = delete;
@@ -65,8 +70,6 @@ class FakeBinder {
     void serve(const std::shared_ptr<ndk::ICInterface>& service);
     // The next `count` links are refused as if the service had just died.
     void refuseLinks(int count);
-    // The service counts as dead from now on, until the next link.
-    void die();
     // Runs inside each usleep(), which does not sleep.
     void onSleep(std::function<void()> hook);
 
@@ -74,6 +77,9 @@ class FakeBinder {
     std::vector<unsigned> sleeps() const;  // microseconds
     std::vector<Link> links() const;
     std::vector<Link> unlinks() const;
+    // Every "new", "link", "unlink" (of what was linked, in contrast to "unlink nothing") and
+    // "delete" of a death recipient.
+    std::vector<std::string> deathCalls() const;
     int poolStarts() const;
 
   private:
@@ -82,11 +88,13 @@ class FakeBinder {
     mutable std::mutex mLock;
     ndk::SpAIBinder mService;
     int mRefusedLinks = 0;
-    bool mDead = false;
     std::function<void()> mOnSleep;
     std::vector<std::string> mLookups;
     std::vector<unsigned> mSleeps;
     std::vector<Link> mLinks;
     std::vector<Link> mUnlinks;
+    std::vector<Link> mLinked;  // and not unlinked
+    int mRecipients = 0;        // alive
+    std::vector<std::string> mDeathCalls;
     int mPoolStarts = 0;
 };

@@ -48,6 +48,7 @@ class SdkBaseTest : public testing::Test {
         binder.serve(service);
         feature.mLegacyStatusCb = [](status_e status) { gLegacyCodes.push_back(status); };
     }
+    ~SdkBaseTest() override { service->dropCallback(); }
 
     std::shared_ptr<FakeService> service = ndk::SharedRefBase::make<FakeService>();
     FakeBinder binder;

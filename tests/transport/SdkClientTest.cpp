@@ -4,6 +4,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <new>
@@ -53,6 +54,7 @@ class NotTheService : public BnLumServiceCallback {
 class SdkClientTest : public testing::Test {
   protected:
     SdkClientTest() { binder.serve(service); }
+    ~SdkClientTest() override { service->dropCallback(); }
 
     std::shared_ptr<SdkClient> get(LumSdkClientType type, const ListenerRecord& listener,
                                    Bytes first = {1}) {
@@ -443,7 +445,6 @@ TEST_F(SdkClientTest, DeathIsToldToEveryListenerOnceAndTheNextRequestReconnects)
     const auto client = getConnected(kOther, second);
     get(kSdf, first);
     waitForMessages(2);
-    binder.die();
     SdkClient::deathCallback(binder.links()[0].cookie);
     EXPECT_EQ(order, (std::vector<int>{5, 6}));
     EXPECT_FALSE(client->isConnected(kSdf));
@@ -473,13 +474,39 @@ TEST_F(SdkClientTest, DeathOfNobodyIsIgnored) {
     release(kSdf);
 }
 
-// The memory of an object that has gone may hold a new one when its death notification comes.
-TEST_F(SdkClientTest, DeathOfAnotherServiceIsIgnored) {
+TEST_F(SdkClientTest, EachDeathNotificationOfALivingObjectIsReported) {
     const ListenerRecord listener;
     const auto client = getConnected(kSdf, listener);
+    waitForMessages(1);
     SdkClient::deathCallback(binder.links()[0].cookie);
-    EXPECT_TRUE(client->isConnected(kSdf));
-    EXPECT_EQ(listener.statuses(), Statuses{kUp});
+    EXPECT_FALSE(client->isConnected(kSdf));
+    SdkClient::deathCallback(binder.links()[0].cookie);  // also without a service
+    EXPECT_EQ(listener.statuses(), (Statuses{kUp, kDown, kDown}));
+    release(kSdf);
+}
+
+TEST_F(SdkClientTest, ListenersAreLookedUpWhenTheirTurnComes) {
+    const ListenerRecord replaced;
+    const ListenerRecord replacing;
+    const ListenerRecord added;
+    const ListenerRecord missed;
+    const ListenerRecord five([&](SdkClientBase::SdkStatus status) {
+        if (status != kDown) return;
+        const auto client = std::atomic_load(&SdkClient::mInstance);
+        client->setClientListener(kOther, replacing);
+        client->setClientListener(static_cast<LumSdkClientType>(9), added);
+        client->setClientListener(static_cast<LumSdkClientType>(4), missed);  // its turn is over
+    });
+    const auto client = getConnected(kSdf, five);
+    get(kOther, replaced);
+    waitForMessages(2);
+    client->notifyServiceDown(LUM_SDK_CLIENT_NONE);
+    EXPECT_EQ(five.statuses(), (Statuses{kUp, kDown}));
+    EXPECT_EQ(replaced.statuses(), Statuses{kUp});
+    EXPECT_EQ(replacing.statuses(), Statuses{kDown});
+    EXPECT_EQ(added.statuses(), Statuses{kDown});
+    EXPECT_TRUE(missed.calls().empty());
+    SdkClient::destroyInstance(kOther);
     release(kSdf);
 }
 
@@ -495,7 +522,6 @@ TEST_F(SdkClientTest, EmptyEntryEndsTheWalkAndTheServiceIsStillReleased) {
     EXPECT_EQ(five.statuses(), (Statuses{kUp, kDown}));
     EXPECT_EQ(nine.statuses(), Statuses{kUp});
 
-    binder.die();
     SdkClient::deathCallback(client.get());
     EXPECT_EQ(five.statuses(), (Statuses{kUp, kDown, kDown}));
     EXPECT_EQ(nine.statuses(), Statuses{kUp});
@@ -515,7 +541,6 @@ TEST_F(SdkClientTest, ListenerThatThrowsNoExceptionClassAtADeathEndsTheWalkToo) 
     const auto client = getConnected(kSdf, five);
     get(kOther, six);
     waitForMessages(2);
-    binder.die();
     SdkClient::deathCallback(client.get());
     EXPECT_EQ(log.count(logE("SdkClient: a listener threw at service down")), 1U);
     EXPECT_EQ(five.statuses(), (Statuses{kUp, kDown}));
@@ -529,7 +554,6 @@ TEST_F(SdkClientTest, DeathDuringASendLeavesTheCallItsService) {
     const ListenerRecord listener;
     service->mOnBlob = [&](const FakeService::Message& message) {
         if (message.blob != Bytes{2}) return;
-        binder.die();
         std::thread([this] { SdkClient::deathCallback(binder.links()[0].cookie); }).join();
     };
     std::weak_ptr<FakeService> watched = service;
@@ -548,7 +572,6 @@ TEST_F(SdkClientTest, DeathAfterTheTeardownTouchesNothing) {
     std::weak_ptr<SdkClient> client = getConnected(kSdf, listener);
     void* cookie = binder.links()[0].cookie;
     release(kSdf);
-    binder.die();
     SdkClient::deathCallback(cookie);  // torn down, still held by the service
     service->dropCallback();
     ASSERT_TRUE(goes(client));
@@ -561,7 +584,6 @@ TEST_F(SdkClientTest, DeathsDuringTeardownsTouchNothingFreed) {
         const ListenerRecord listener;
         getConnected(kSdf, listener);
         void* cookie = binder.links().back().cookie;
-        binder.die();
         std::atomic<bool> stop{false};
         std::thread reaper([&] {
             while (!stop) SdkClient::deathCallback(cookie);
@@ -583,6 +605,39 @@ TEST_F(SdkClientTest, UnlinkNamesTheInstancePointerAndSoChangesNothing) {
     EXPECT_EQ(binder.unlinks()[0].cookie, &SdkClient::mInstance);
     EXPECT_EQ(binder.unlinks()[0].binder, binder.links()[0].binder);
     EXPECT_EQ(binder.unlinks()[0].recipient, binder.links()[0].recipient);
+    EXPECT_EQ(binder.deathCalls(), (std::vector<std::string>{"new", "link", "unlink nothing"}));
+}
+
+// A proxy that goes with a link on it takes its registration back late, and the next client's with
+// it.
+TEST_F(SdkClientTest, LinkAndItsProxyStayUntilTheRecipientIsDeletedWithTheObject) {
+    AIBinder* const proxy = service->asBinder().get();
+    const int32_t before = AIBinder_debugGetRefCount(proxy);
+    const ListenerRecord listener;
+    const std::weak_ptr<SdkClient> client = getConnected(kSdf, listener);
+    release(kSdf);
+    EXPECT_EQ(AIBinder_debugGetRefCount(proxy), before + 1);  // nothing but the link needs it
+
+    service->dropCallback();
+    ASSERT_TRUE(goes(client));
+    EXPECT_EQ(AIBinder_debugGetRefCount(proxy), before);
+    EXPECT_EQ(binder.deathCalls(),
+              (std::vector<std::string>{"new", "link", "unlink nothing", "unlink", "delete"}));
+}
+
+TEST_F(SdkClientTest, PreviousLinkEndsBeforeItsRecipientWhenConnectingAgain) {
+    const ListenerRecord listener;
+    const auto client = getConnected(kSdf, listener);
+    waitForMessages(1);
+    SdkClient::deathCallback(binder.links()[0].cookie);
+    binder.refuseLinks(1);
+    client->postEvent(makeEvent(kSdf, {2}));
+    waitForMessages(2);
+    EXPECT_EQ(binder.deathCalls(),
+              (std::vector<std::string>{"new", "link",               // connected
+                                        "new", "unlink", "delete",   // a link that is refused
+                                        "new", "delete", "link"}));  // connected again
+    release(kSdf);
 }
 
 TEST_F(SdkClientTest, TeardownBreaksTheHoldOnItself) {
@@ -649,7 +704,8 @@ TEST_F(SdkClientTest, DestroyOnTheSdkThreadIsFinishedByThatThread) {
     EXPECT_TRUE(goneAtOnce);
     EXPECT_TRUE(goes(client));
     EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {0xEE}}));
-    EXPECT_EQ(binder.unlinks().size(), 1U);
+    EXPECT_EQ(binder.deathCalls(),
+              (std::vector<std::string>{"new", "link", "unlink nothing", "unlink", "delete"}));
 }
 
 TEST_F(SdkClientTest, DestroyAndCreateOnTheSdkThread) {
@@ -822,7 +878,8 @@ TEST_F(SdkClientTest, SecondGetThatRunsOutOfMemoryChangesNothing) {
         EXPECT_EQ((*told)[kDown], 0);
         release(kOther);
         release(kSdf);
-        EXPECT_EQ(service->blobs().end()[-3], Bytes{2});
+        const std::vector<Bytes> blobs = service->blobs();
+        EXPECT_EQ(std::count(blobs.begin(), blobs.end(), Bytes{2}), listed ? 2 : 1);
     }
 }
 
