@@ -180,7 +180,6 @@ void SdkClientBase::deactivate(LumSdkClientType type) {
         if (mFirstEvents[indexOf(type)]) return;
         mActiveTypes[indexOf(type)] = false;
     }
-    if (mClosing && *mClosing != type) return;
     if (std::find(mActiveTypes.begin(), mActiveTypes.end(), true) == mActiveTypes.end()) {
         mRunning = false;
     }
@@ -240,7 +239,7 @@ bool SdkClientBase::leave(LumSdkClientType type) {
         std::find(mActiveTypes.begin(), mActiveTypes.end(), true) != mActiveTypes.end()) {
         return false;
     }
-    mClosing = type;
+    mClosing = true;
     return true;
 }
 

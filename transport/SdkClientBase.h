@@ -144,9 +144,7 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     // Per type the first event of its latest use, until that event is handled: release events that
     // are handled before it belong to an earlier use.
     std::array<std::shared_ptr<SdkClientEvent>, kClientTypes> mFirstEvents;
-    // The type that left last; from then on only its release event ends the loop, so that a late
-    // one of another type does not drop what is queued behind it.
-    std::optional<LumSdkClientType> mClosing;
+    bool mClosing = false;  // the last type has left
     std::thread::id mThread;
     // Touched by the SDK thread alone.
     void (*mAfterLoop)(SdkClientBase&) = nullptr;

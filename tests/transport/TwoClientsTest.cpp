@@ -23,8 +23,9 @@ constexpr int kStepsPerClient = 150;
 
 class FeatureClient {
   public:
-    FeatureClient(LumSdkClientType type, std::mutex& lifecycle, unsigned seed)
-        : mType(type), mLifecycle(lifecycle), mRandom(seed) {}
+    FeatureClient(LumSdkClientType type, LumSdkClientType other, std::mutex& lifecycle,
+                  unsigned seed)
+        : mType(type), mOther(other), mLifecycle(lifecycle), mRandom(seed) {}
 
     void run() {
         for (int step = 0; step < kStepsPerClient; ++step) {
@@ -86,7 +87,12 @@ class FeatureClient {
         mReleased = std::unique_lock<std::mutex>(mLifecycle);
         mTransport->postEvent(next(true));
     }
+    // While the other client stays, not before the release has been handled: if the other left in
+    // between, this release would end the loop, and drop what the other has queued behind it.
     void leave() {
+        while (mTransport->isActive(mOther) && mTransport->isActive(mType)) {
+            std::this_thread::yield();
+        }
         SdkClient::destroyInstance(mType);
         if (SdkClient::mInstance) {
             ASSERT_FALSE(SdkClient::mInstance->isActive(mType));
@@ -95,6 +101,7 @@ class FeatureClient {
         mReleased.unlock();
     }
     const LumSdkClientType mType;
+    const LumSdkClientType mOther;
     std::mutex& mLifecycle;
     std::unique_lock<std::mutex> mReleased;  // held between release() and what follows it
     std::mt19937 mRandom;
@@ -111,9 +118,10 @@ TEST_P(TwoClientsTest, EverythingPostedIsSentInOrder) {
         binder.serve(service);
         std::mutex lifecycle;
         const unsigned seed = GetParam() * 100000 + round * 2;
-        std::array<FeatureClient, 2> clients{
-            FeatureClient(LUM_SDK_CLIENT_SDF, lifecycle, seed),
-            FeatureClient(static_cast<LumSdkClientType>(6), lifecycle, seed + 1)};
+        constexpr auto kSdf = LUM_SDK_CLIENT_SDF;
+        constexpr auto kOther = static_cast<LumSdkClientType>(6);
+        std::array<FeatureClient, 2> clients{FeatureClient(kSdf, kOther, lifecycle, seed),
+                                             FeatureClient(kOther, kSdf, lifecycle, seed + 1)};
         std::thread other([&] { clients[1].run(); });
         clients[0].run();
         other.join();
