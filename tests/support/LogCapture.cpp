@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <ostream>
+#include <utility>
 
 #include "utils/NoDestroy.h"
 
@@ -19,6 +20,7 @@ struct Record {
     std::mutex lock;
     std::condition_variable grown;
     bool recording = false;
+    std::function<void(const LogLine&)> onLine;
     std::vector<LogLine> lines;
 };
 
@@ -49,6 +51,7 @@ extern "C" __attribute__((visibility("default"))) int __android_log_print(int pr
     va_start(args, fmt);
     record.lines.push_back({priority, tag == nullptr, vformat(fmt, args)});
     va_end(args);
+    if (record.onLine) record.onLine(record.lines.back());
     record.grown.notify_all();
     return 1;
 }
@@ -58,14 +61,16 @@ void PrintTo(const LogLine& line, std::ostream* out) {
          << "\"}";
 }
 
-LogCapture::LogCapture() {
+LogCapture::LogCapture(std::function<void(const LogLine&)> onLine) {
     const std::lock_guard<std::mutex> guard(gRecord.value.lock);
     gRecord.value.recording = true;
+    gRecord.value.onLine = std::move(onLine);
 }
 
 LogCapture::~LogCapture() {
     const std::lock_guard<std::mutex> guard(gRecord.value.lock);
     gRecord.value.recording = false;
+    gRecord.value.onLine = nullptr;
     gRecord.value.lines.clear();
 }
 

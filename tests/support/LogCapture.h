@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -36,7 +37,8 @@ inline LogLine logE(std::string text) {
 // Records every line logged in this process, by any thread, while it lives. One at a time.
 class LogCapture {
   public:
-    LogCapture();
+    // onLine: called with each line, on the thread that logs it; must not log.
+    explicit LogCapture(std::function<void(const LogLine&)> onLine = nullptr);
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;

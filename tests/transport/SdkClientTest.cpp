@@ -640,6 +640,19 @@ TEST_F(SdkClientTest, PreviousLinkEndsBeforeItsRecipientWhenConnectingAgain) {
     release(kSdf);
 }
 
+TEST_F(SdkClientTest, InstanceIsGoneBeforeItsEventManagerIs) {
+    std::vector<bool> gone;
+    const ListenerRecord listener;
+    getConnected(kSdf, listener);
+    const LogCapture log([&gone](const LogLine& line) {
+        if (line.text == "EventManager: dtor") {
+            gone.push_back(std::atomic_load(&SdkClient::mInstance) == nullptr);
+        }
+    });
+    release(kSdf);
+    EXPECT_EQ(gone, std::vector<bool>{true});
+}
+
 TEST_F(SdkClientTest, TeardownBreaksTheHoldOnItself) {
     service->mRefuseCallback = true;  // nobody but the object itself could keep it
     const ListenerRecord listener;
