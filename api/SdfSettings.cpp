@@ -12,6 +12,12 @@ bool areLevelsValid(SdfLatencyLvl first, SdfLatencyLvl second) {
     return ClientSdfUtils::isLatencyLvlValid(first) && ClientSdfUtils::isLatencyLvlValid(second);
 }
 
+// The low bit of a bool's byte, which may be any number when a binding from another language passes
+// it. Read as volatile: of a bool the compiler knows that it is 0 or 1.
+bool lowBit(const bool& flag) {
+    return (*reinterpret_cast<const volatile unsigned char*>(&flag) & 1U) != 0;
+}
+
 // A request that brings no reply. `valid(client)`: whether its arguments are; the others are
 // makeMessage()'s.
 template <typename Valid, typename... Message>
@@ -49,6 +55,7 @@ long long settingRequest(bool valid, SdfProto::ServiceEventId event,
 
 long long sdfSetLatencyLvl(SdfSlotID slot, SdfLatencyLvl first, SdfLatencyLvl second, bool flag,
                            SdfEffectiveLevelsCb cb) {
+    const bool levelFlag = lowBit(flag);
     return sdf::request([=](Sdf& client, SdkClientBase& transport) -> long long {
         if (cb == nullptr || !ClientSdfUtils::isSlotIdValid(slot) ||
             !areLevelsValid(first, second)) {
@@ -62,7 +69,7 @@ long long sdfSetLatencyLvl(SdfSlotID slot, SdfLatencyLvl first, SdfLatencyLvl se
                                  body.set_slot_id(ClientSdfUtils::clientSlotIdToProto(slot));
                                  body.set_first_level(ClientSdfUtils::clientLevelToProto(first));
                                  body.set_second_level(ClientSdfUtils::clientLevelToProto(second));
-                                 body.set_level_flag(flag);
+                                 body.set_level_flag(levelFlag);
                              }));
     });
 }

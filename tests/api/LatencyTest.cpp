@@ -82,6 +82,24 @@ TEST_F(LatencyTest, Bytes) {
     }
 }
 
+// As bindings from other languages may call it.
+TEST_F(LatencyTest, FlagIsTheLowBitOfWhateverIsPassedForTheBool) {
+    using WithNumber =
+        long long (*)(SdfSlotID, SdfLatencyLvl, SdfLatencyLvl, unsigned, SdfEffectiveLevelsCb);
+    const auto set = reinterpret_cast<WithNumber>(reinterpret_cast<void (*)()>(sdfSetLatencyLvl));
+    startUp();
+    for (const unsigned flag : {0U, 1U, 2U, 3U, 254U, 255U}) {
+        scriptRand({1});
+        EXPECT_EQ(set(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_2, flag, app::onLevels),
+                  1);
+        EXPECT_EQ(sdk().transport->takeText(),
+                  Texts{flag % 2 == 0 ? "5: 08 01 10 01 1A 06 1A 04 08 01 18 01"
+                                      : "5: 08 01 10 01 1A 08 1A 06 08 01 18 01 20 01"})
+            << flag;
+        client().mUsedIds.clear();
+    }
+}
+
 TEST_F(LatencyTest, EachRequestHasItsOwnIdAndCallback) {
     startUp();
     scriptRand({5, 5, 3});
