@@ -66,13 +66,19 @@
 #include <stdint.h>
 #include <sys/socket.h>
 
-#ifdef __cplusplus
-// A fixed type, so that every 32-bit value may be passed and tested, also values with no name
-// below.
+// Enumerations are 32-bit and signed, so that every such value may be passed and compared, also
+// values with no name below.
+#if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 202311L)
 #define SDF_INT32_ENUM : int32_t
-#else
-// Also 32 bits, but with most compilers unsigned where no value below is negative: convert to
-// int32_t what is to be compared with a negative number.
+#elif defined(__clang__) && defined(__has_extension)
+#if __has_extension(cxx_fixed_enum)
+#define SDF_INT32_ENUM : int32_t
+#endif
+#endif
+#ifndef SDF_INT32_ENUM
+// This C compiler cannot be told the type. It takes one of 32 bits, but mostly an unsigned one
+// where no value below is negative: convert to int32_t what is to be compared with a negative
+// number.
 #define SDF_INT32_ENUM
 #endif
 
@@ -87,7 +93,7 @@ extern "C" {
 
 /// V2 codes: what functions return (as long long) and what the status callback of createSdfClient()
 /// receives (as int).
-enum SdfStatusV2 SDF_INT32_ENUM {
+__extension__ enum SdfStatusV2 SDF_INT32_ENUM {
     SDF_V2_SUCCESS = 0,             ///< success
     SDF_V2_INVALID = -1,            ///< unknown status
     SDF_V2_INVALID_ARG = -2,        ///< null callback, or a value out of its range
@@ -103,7 +109,7 @@ _Static_assert(sizeof(enum SdfStatusV2) == sizeof(int32_t), "compile without -fs
 #endif
 
 /// The older status codes: what the status callback of lum_sdf_enable() receives.
-typedef enum status_e SDF_INT32_ENUM {
+__extension__ typedef enum status_e SDF_INT32_ENUM {
     SDF_STATUS_INVALID = -1,           ///< unknown status
     SDF_STATUS_SUCCESS = 0,            ///< success
     SDF_STATUS_INVALID_ARG = 1,        ///< invalid argument
@@ -116,14 +122,14 @@ typedef enum status_e SDF_INT32_ENUM {
 } status_e;
 
 /// A SIM slot. Valid: -1 to 1.
-typedef enum SdfSlotID SDF_INT32_ENUM {
+__extension__ typedef enum SdfSlotID SDF_INT32_ENUM {
     SDF_SLOT_ID_UNSPECIFIED = -1,  ///< no particular slot
     SDF_SLOT_ID_FIRST = 0,         ///< first slot
     SDF_SLOT_ID_SECOND = 1,        ///< second slot
 } SdfSlotID;
 
 /// A latency level. Valid: 1 to 6. Which latency a level stands for is the service's business.
-typedef enum SdfLatencyLvl SDF_INT32_ENUM {
+__extension__ typedef enum SdfLatencyLvl SDF_INT32_ENUM {
     SDF_LATENCY_LVL_1 = 1,  ///< level 1
     SDF_LATENCY_LVL_2 = 2,  ///< level 2
     SDF_LATENCY_LVL_3 = 3,  ///< level 3
@@ -133,14 +139,14 @@ typedef enum SdfLatencyLvl SDF_INT32_ENUM {
 } SdfLatencyLvl;
 
 /// Out-of-order delivery. Valid: 1 to 3; there is no 0.
-typedef enum SdfOod SDF_INT32_ENUM {
+__extension__ typedef enum SdfOod SDF_INT32_ENUM {
     SDF_OOD_UNSPECIFIED_LVL = 1,  ///< left to the service
     SDF_OOD_ENABLED_LVL = 2,      ///< delivered in whatever order
     SDF_OOD_DISABLED_LVL = 3,     ///< delivered in order
 } SdfOod;
 
 /// The transport protocol of a flow. Valid: 0 to 3.
-typedef enum SdfProtocol SDF_INT32_ENUM {
+__extension__ typedef enum SdfProtocol SDF_INT32_ENUM {
     SDF_PROTOCOL_NONE = 0,    ///< not told
     SDF_PROTOCOL_TCP = 1,     ///< TCP
     SDF_PROTOCOL_UDP = 2,     ///< UDP
@@ -148,7 +154,7 @@ typedef enum SdfProtocol SDF_INT32_ENUM {
 } SdfProtocol;
 
 /// The traffic priority class of a filter. Valid: 0 to 32; priority n has the value n.
-typedef enum SdfFilterAppType SDF_INT32_ENUM {
+__extension__ typedef enum SdfFilterAppType SDF_INT32_ENUM {
     SDF_APP_TYPE_UNSPECIFIED = 0,           ///< not told
     SDF_APP_TYPE_TRAFFIC_PRIO_HIGHEST = 1,  ///< priority 1
     SDF_APP_TYPE_TRAFFIC_PRIO_2 = 2,        ///< priority 2
@@ -185,7 +191,7 @@ typedef enum SdfFilterAppType SDF_INT32_ENUM {
 } SdfFilterAppType;
 
 /// The state of a filter. Above SDF_FILTER_ACTIVE the filter no longer exists.
-typedef enum SdfFilterStatus SDF_INT32_ENUM {
+__extension__ typedef enum SdfFilterStatus SDF_INT32_ENUM {
     SDF_FILTER_PENDING = 0,              ///< requested, not yet active; also a state unknown to us
     SDF_FILTER_ACTIVE = 1,               ///< installed
     SDF_FILTER_INACTIVITY_TIMEOUT = 2,   ///< removed by the service after inactivity
