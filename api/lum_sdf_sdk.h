@@ -304,11 +304,12 @@ SDF_API long long createSdfClient(SdfStatusV2Cb cb);
 /// called with #SDF_STATUS_INTERNAL_ERROR and #SDF_V2_INTERNAL_ERROR before the function returns
 /// (but not from inside a callback that is just told of this), and it returns -5.
 ///
-/// Waits until the library's thread has dealt with everything queued before: each message takes as
-/// long as the service takes to accept it, and each call of createSdfClient() or lum_sdf_enable(),
-/// or request, that was queued while no service was there takes one connection attempt, about 3.15
-/// seconds. On a platform whose service lookup waits without limit for a service that does not
-/// come, this function waits with it. It also waits for a callback that is running on the library's
+/// Blocks until the library's thread has handled everything queued before. Each message takes as
+/// long as the service takes to accept it. While there is no service, each takes one connection
+/// attempt, about 3.15 seconds: each request that was still queued when the service died, and each
+/// call of createSdfClient() or lum_sdf_enable() since then; a burst of requests so makes half a
+/// minute. On a platform whose service lookup waits without limit for a service that does not come,
+/// this function waits with it. It also waits for a callback that is running on the library's
 /// thread; such a callback must not wait for the thread that destroys. Called from inside a
 /// callback on the library's thread it does not wait.
 ///
