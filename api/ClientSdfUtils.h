@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <lum_sdf_sdk.h>
 #include <sys/socket.h>
 
 #include <cstdint>
 #include <string>
 
-#include "api/lum_sdf_sdk.h"
 #include "proto/SdfProto.pb.h"
 
 // Checks and conversions between the public types, the messages, and socket addresses. Any value

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <lum_sdf_sdk.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
@@ -9,7 +11,6 @@
 #include <mutex>
 #include <vector>
 
-#include "api/lum_sdf_sdk.h"
 #include "proto/SdfProto.pb.h"
 #include "transport/SdkBase.h"
 

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <lum_sdf_sdk.h>
+
 #include <map>
 #include <memory>
 
 #include "api/Sdf.h"
-#include "api/lum_sdf_sdk.h"
 #include "proto/SdfProto.pb.h"
 #include "transport/SdkClientBase.h"
 #include "transport/SdkClientEvent.h"

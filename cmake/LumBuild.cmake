@@ -94,10 +94,10 @@ function(lum_each_variant function)
   endif()
 endfunction()
 
-# lum_library(NAME SOURCES... ): a static room of the library, its headers found from the top of the
-# tree ("utils/LumTimer.h").
+# lum_library(NAME SOURCES... ): a static module of the library, its headers found from the top of the
+# tree ("utils/LumTimer.h"), the public one as its users find it.
 function(lum_library name)
   add_library(${name} STATIC ${ARGN})
-  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/api/include)
   target_link_libraries(${name} PRIVATE lum_warnings lum_sections)
 endfunction()

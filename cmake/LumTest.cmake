@@ -29,7 +29,7 @@ function(lum_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "BUSY;TOGETHER;UNGUARDED_TOO" "TIMEOUT"
                         "SOURCES;LIBRARIES;LABELS;ARGUMENTS")
   add_executable(${name} ${arg_SOURCES})
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/api/include)
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} lum_warnings GTest::gtest GTest::gtest_main)
   if(NOT arg_SOURCES MATCHES "\\.c(;|$)")  # CMake wants one for each language
     target_precompile_headers(${name} REUSE_FROM lum_test_headers)

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <lum_sdf_sdk.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -8,7 +10,6 @@
 #include <mutex>
 #include <vector>
 
-#include "api/lum_sdf_sdk.h"
 #include "transport/LumSdkClientType.h"
 #include "transport/SdkClientBase.h"
 #include "transport/SdkClientEvent.h"

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <lum_sdf_sdk.h>
 #include <stddef.h>
-
-#include "api/lum_sdf_sdk.h"
 
 // The members of SdfAddFilterInfo, in order.
 #define ABI_MEMBERS(X) \

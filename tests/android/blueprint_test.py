@@ -126,6 +126,10 @@ class AndroidBp(unittest.TestCase):
         self.assertEqual(sorted(library["static_libs"]), [
             "liblum_sdf_proto", "libprotobuf-cpp-lite", "vendor.orn.data.lumservice-ndk"])
         self.assertEqual(sorted(library["shared_libs"]), ["libbinder_ndk", "liblog"])
+        # Nothing of the library's own is for others.
+        exported = [file.name for directory in library["export_include_dirs"]
+                    for file in (TREE / directory).iterdir()]
+        self.assertEqual(exported, ["lum_sdf_sdk.h"])
 
     def test_messages(self):
         self.assertEqual(self.modules["liblum_sdf_proto"]["srcs"], ["proto/SdfProto.proto"])

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <lum_sdf_sdk.h>
 
 #include <functional>
 #include <map>
@@ -10,7 +11,6 @@
 #include <vector>
 
 #include "api/Sdf.h"
-#include "api/lum_sdf_sdk.h"
 #include "tests/api/FakeTransport.h"
 
 // Application callbacks that record their calls as text, such as "v2(-7)", and then do what the

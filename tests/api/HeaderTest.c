@@ -3,10 +3,9 @@
 #include "tests/api/HeaderTest.h"
 
 #include <arpa/inet.h>
+#include <lum_sdf_sdk.h>
 #include <netinet/in.h>
 #include <string.h>
-
-#include "api/lum_sdf_sdk.h"
 
 const int kConstantsInC[SDF_CONSTANTS_SIZE] = {SDF_CONSTANTS};
 

@@ -3,13 +3,13 @@
 #include "tests/api/HeaderTest.h"
 
 #include <gtest/gtest.h>
+#include <lum_sdf_sdk.h>
 
 #include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "api/lum_sdf_sdk.h"
 #include "tests/api/ClientFixture.h"
 #include "tests/api/ScriptedRand.h"
 

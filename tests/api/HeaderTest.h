@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "api/lum_sdf_sdk.h"
+#include <lum_sdf_sdk.h>
 
 // Every named constant, enumeration by enumeration: the same list compiled as C and as C++.
 #define SDF_CONSTANTS                                                                              \

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Memory that runs out at every place where memory is asked for.
 #include <gtest/gtest.h>
+#include <lum_sdf_sdk.h>
 
 #include <algorithm>
 #include <functional>
 #include <new>
 
 #include "api/Sdf.h"
-#include "api/lum_sdf_sdk.h"
 #include "tests/api/ClientFixture.h"
 #include "tests/api/ClientState.h"
 #include "tests/api/FakeTransport.h"

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <lum_sdf_sdk.h>
+
 #include <string>
 #include <vector>
 
 #include "api/Sdf.h"
-#include "api/lum_sdf_sdk.h"
 
 // The filter that the requests below name; on the wire 300 is AC 02.
 constexpr unsigned int kFilterId = 300;

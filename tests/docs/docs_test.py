@@ -22,7 +22,7 @@ COMPILERS = {
     "c": [sys.argv[2], "-std=c11"],
     "cpp": [sys.argv[3], "-std=c++17"],
 }
-FLAGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Werror", f"-I{TREE}/api"]
+FLAGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Werror", f"-I{TREE}/api/include"]
 
 PAGES = sorted([TREE / "README.md", *TREE.glob("docs/*.md"), *TREE.glob("examples/*.md")])
 
@@ -46,7 +46,7 @@ class FunctionsTest(unittest.TestCase):
     """Every function of the public header has its place where all are to be found."""
 
     def test_every_function_has_its_return_codes_and_is_demonstrated(self):
-        header = (TREE / "api/lum_sdf_sdk.h").read_text()
+        header = (TREE / "api/include/lum_sdf_sdk.h").read_text()
         functions = re.findall(r"^SDF_API long long (\w+)\(", header, re.M)
         self.assertEqual(len(functions), header.count("\nSDF_API "))
         codes = (TREE / "docs/return-codes.md").read_text()

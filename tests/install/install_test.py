@@ -41,7 +41,7 @@ COMPONENTS = {
         f"{LIB}/cmake/LumSdfSdk/LumSdfSdkTargets.cmake",
         f"{LIB}/cmake/LumSdfSdk/LumSdfSdkTargets-relwithdebinfo.cmake",
         f"{LIB}/pkgconfig/lum-sdf-sdk.pc",
-        f"{DOC}/api/lum_sdf_sdk.h",
+        f"{DOC}/api/include/lum_sdf_sdk.h",
         *(f"{DOC}/docs/{page.name}" for page in TREE.glob("docs/*.md")),
         *(f"{DOC}/examples/{name}" for name in (
             "README.md", "game.c", "monitor.cpp", "demo/callbacks.c", "demo/callbacks.h",

@@ -2,12 +2,11 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <lum_sdf_sdk.h>
 #include <netinet/in.h>
 
 #include <cstdint>
 #include <cstring>
-
-#include "api/lum_sdf_sdk.h"
 
 // Filters for requests by the thousand: all that there is to know of one follows from its number.
 

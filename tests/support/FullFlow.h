@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "api/lum_sdf_sdk.h"
+#include <lum_sdf_sdk.h>
 
 // Gives every member but the addresses a value of its own, as far as its range allows. In C, too.
 static inline void fillFlow(SdfAddFilterInfo* info) {
