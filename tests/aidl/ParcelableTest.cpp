@@ -209,19 +209,43 @@ TEST(Parcelable, SizeBelowFour) {
     }
 }
 
+// The fields that are there are read, whatever the size says; what comes next is not there.
 TEST(Parcelable, SizeLongerThanTheParcel) {
     for (const char* size : {"10000000", "0d000000", "fcffff7f", "ffffff7f"}) {
+        const ::ndk::ScopedAParcel parcel =
+            parcelOf(fromHex(std::string(size) + "01000000 02000000"));
         DataRecommendation read;
-        EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, readBytes(std::string(size) + "01000000 02000000", &read))
-            << size;
+        EXPECT_EQ(STATUS_OK, read.readFromParcel(parcel.get())) << size;
+        EXPECT_EQ(1, read.subscription);
+        EXPECT_EQ(2, read.action);
+        int32_t next = 0;
+        EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, AParcel_readInt32(parcel.get(), &next)) << size;
+
+        DataRecommendation cut;
+        EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, readBytes(std::string(size) + "01000000", &cut)) << size;
+        EXPECT_EQ(1, cut.subscription);
+        EXPECT_EQ(0, cut.action);
     }
 }
 
 TEST(Parcelable, SizeThatEndsBeyondAllPositions) {
-    const ::ndk::ScopedAParcel parcel = parcelOf(fromHex("00000000 fcffff7f 01000000 02000000"));
-    EXPECT_EQ(STATUS_OK, AParcel_setDataPosition(parcel.get(), 4));
-    DataRecommendation read;
-    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, read.readFromParcel(parcel.get()));
+    const struct {
+        const char* size;
+        binder_status_t status;
+        int32_t subscription;
+    } cases[] = {
+        {"fbffff7f", STATUS_OK, 1},  // ends at 2^31 - 1, the last position that there is
+        {"fcffff7f", STATUS_BAD_VALUE, 0},
+        {"ffffff7f", STATUS_BAD_VALUE, 0},
+    };
+    for (const auto& one : cases) {
+        const ::ndk::ScopedAParcel parcel =
+            parcelOf(fromHex(std::string("00000000") + one.size + "01000000 02000000"));
+        EXPECT_EQ(STATUS_OK, AParcel_setDataPosition(parcel.get(), 4));
+        DataRecommendation read;
+        EXPECT_EQ(one.status, read.readFromParcel(parcel.get())) << one.size;
+        EXPECT_EQ(one.subscription, read.subscription) << one.size;
+    }
 }
 
 TEST(Parcelable, LongerBodyIsSkipped) {
@@ -310,8 +334,9 @@ TEST(Parcelable, BrokenElements) {
               readBytes(head + "00000000 10000000 06010000 01000000 00000000", &read));
     EXPECT_EQ(STATUS_BAD_VALUE,
               readBytes(head + "01000000 03000000 06010000 01000000 00000000", &read));
-    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA,
-              readBytes(head + "01000000 14000000 06010000 01000000 00000000", &read));
+    // One that says it is longer than what is left of its array's structure, and of the parcel.
+    EXPECT_EQ(STATUS_OK, readBytes(head + "01000000 14000000 06010000 01000000 00000000", &read));
+    EXPECT_EQ(std::vector<PlmnId>{plmn(262, 1, false)}, read.plmns);
 }
 
 TEST(Union, HoldsItsFirstMemberToBeginWith) {
