@@ -208,29 +208,26 @@ TEST_F(ServiceCalls, RegisterBlobCallback) {
     EXPECT_EQ(callback->asBinder().get(), sent.get());
 }
 
-TEST_F(ServiceCalls, NoCallbackIsNotSent) {
-    EXPECT_EQ(STATUS_UNEXPECTED_NULL, proxy->registerBlobCallback(nullptr).getStatus());
-    EXPECT_TRUE(spy.calls().empty());
+TEST_F(ServiceCalls, NullIsHandedOver) {
+    service->callback = SharedRefBase::make<Callback>();
+    EXPECT_TRUE(proxy->registerBlobCallback(nullptr).isOk());
+    ASSERT_EQ(1U, spy.calls().size());
+    // The flat object of a null reference has undeclared stability.
+    expectCall(spy.calls()[0], binder.get(), 1, kTwoWay, kServiceToken,
+               "852a6273 13000000 00000000 00000000 00000000 00000000 00000000");
+    EXPECT_EQ(std::vector<std::string>{"registerBlobCallback"}, service->log);
+    EXPECT_EQ(nullptr, service->callback);
 }
 
-TEST_F(ServiceCalls, NoCallbackIsNotTaken) {
-    ::ndk::ScopedAParcel request;
-    ::ndk::ScopedAParcel reply;
-    EXPECT_EQ(STATUS_OK, AIBinder_prepareTransaction(binder.get(), request.getR()));
-    EXPECT_EQ(STATUS_OK, AParcel_writeStrongBinder(request.get(), nullptr));
-    EXPECT_EQ(STATUS_UNEXPECTED_NULL,
-              realTransact(binder.get(), 1, request.getR(), reply.getR(), 0));
-    EXPECT_TRUE(service->log.empty());
-}
-
-TEST_F(ServiceCalls, AnotherInterfaceIsNotTakenForACallback) {
+TEST_F(ServiceCalls, AnotherInterfaceIsHandedOverAsNull) {
+    service->callback = SharedRefBase::make<Callback>();
     ::ndk::ScopedAParcel request;
     ::ndk::ScopedAParcel reply;
     EXPECT_EQ(STATUS_OK, AIBinder_prepareTransaction(binder.get(), request.getR()));
     EXPECT_EQ(STATUS_OK, AParcel_writeStrongBinder(request.get(), binder.get()));
-    EXPECT_EQ(STATUS_UNEXPECTED_NULL,
-              realTransact(binder.get(), 1, request.getR(), reply.getR(), 0));
-    EXPECT_TRUE(service->log.empty());
+    EXPECT_EQ(STATUS_OK, realTransact(binder.get(), 1, request.getR(), reply.getR(), 0));
+    EXPECT_EQ(std::vector<std::string>{"registerBlobCallback"}, service->log);
+    EXPECT_EQ(nullptr, service->callback);
 }
 
 TEST_F(ServiceCalls, BytesAloneAreNoCallback) {

@@ -47,6 +47,11 @@ DataService::DataService(Config config, ClientTable& clients, Timeline& timeline
 
 ndk::ScopedAStatus DataService::admit(const Caller& caller,
                                       const std::shared_ptr<Client::Callback>& callback) {
+    if (callback == nullptr) {
+        constexpr char kWrong[] = "no callback object";
+        mLog->notice(withPid("refused a registration,", caller.pid) + ": " + kWrong);
+        return ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_NULL_POINTER, kWrong);
+    }
     const Reaction reaction = reactionTo(caller, "register");
     if (reaction.diesBefore()) mConfig.die();
     if (reaction.refuses()) return refusedByRule();

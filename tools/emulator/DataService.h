@@ -43,7 +43,7 @@ class DataService {
     DataService(Config config, ClientTable& clients, Timeline& timeline,
                 std::shared_ptr<MessageLog> log);
 
-    // Takes up a client.
+    // Takes up a client. Fails with EX_NULL_POINTER if callback is null.
     ndk::ScopedAStatus admit(const Caller& caller,
                              const std::shared_ptr<Client::Callback>& callback);
 

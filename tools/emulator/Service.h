@@ -22,8 +22,9 @@ class Service : public aidl::vendor::orn::data::lumservice::BnLumService {
     // clients: lives as long as the process.
     Service(DataService::Config config, ClientTable& clients, std::shared_ptr<MessageLog> log);
 
-    // Keeps the callback object until its client leaves or dies. callback: not null; the glue lets
-    // no null through, and no object of another interface.
+    // Keeps the callback object until its client leaves or dies. callback: null, as the generated
+    // code hands it over for a null reference and for an object of another interface, is refused
+    // with EX_NULL_POINTER.
     ndk::ScopedAStatus registerBlobCallback(const std::shared_ptr<Callback>& callback) override;
 
     // Carries out one request; its answers are sent, with the type it came with, before this

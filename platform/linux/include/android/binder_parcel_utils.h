@@ -275,7 +275,8 @@ binder_status_t AParcel_readVector(const AParcel* parcel, std::vector<T>* vector
     }
 }
 
-// Writes any value that cannot be null.
+// Writes any value that cannot be null, and an interface, which can: generated code passes a null
+// one on.
 template <typename T>
 binder_status_t AParcel_writeData(AParcel* parcel, const T& value) {
     using Stored = typename impl::Stored<T>::Type;
@@ -305,15 +306,14 @@ binder_status_t AParcel_writeData(AParcel* parcel, const T& value) {
     } else if constexpr (std::is_same_v<T, SpAIBinder>) {
         return AParcel_writeRequiredStrongBinder(parcel, value);
     } else if constexpr (impl::IsInterface<T>::value) {
-        return value == nullptr ? STATUS_UNEXPECTED_NULL
-                                : T::element_type::writeToParcel(parcel, value);
+        return T::element_type::writeToParcel(parcel, value);
     } else {
         return AParcel_writeParcelable(parcel, value);
     }
 }
 
-// Reads any value that cannot be null. An interface is read by its own readFromParcel, which fails
-// for an object of another interface.
+// Reads any value that cannot be null, and an interface, which is null for a null reference and for
+// an object of another interface: the implementation that is called has to look.
 template <typename T>
 binder_status_t AParcel_readData(const AParcel* parcel, T* value) {
     if constexpr (std::is_enum_v<T>) {
@@ -349,8 +349,7 @@ binder_status_t AParcel_readData(const AParcel* parcel, T* value) {
     } else if constexpr (std::is_same_v<T, SpAIBinder>) {
         return AParcel_readRequiredStrongBinder(parcel, value);
     } else if constexpr (impl::IsInterface<T>::value) {
-        const binder_status_t status = T::element_type::readFromParcel(parcel, value);
-        return status == STATUS_OK && *value == nullptr ? STATUS_UNEXPECTED_NULL : status;
+        return T::element_type::readFromParcel(parcel, value);
     } else {
         return AParcel_readParcelable(parcel, value);
     }
