@@ -173,8 +173,8 @@ TEST(LocalBinderTest, FunctionNamesAreFoundByCode) {
         });
     EXPECT_STREQ(AIBinder_Class_getDescriptor(clazz), "lum.test.INamed");
     EXPECT_EQ(AIBinder_Class_getFunctionName(clazz, 1), nullptr);
-    static const std::array<const char*, 2> kNames = {"first", "second"};
-    AIBinder_Class_setTransactionCodeToFunctionNameMap(clazz, kNames.data(), kNames.size());
+    static std::array<const char*, 2> names = {"first", "second"};
+    AIBinder_Class_setTransactionCodeToFunctionNameMap(clazz, names.data(), names.size());
     EXPECT_EQ(AIBinder_Class_getFunctionName(clazz, 0), nullptr);
     EXPECT_STREQ(AIBinder_Class_getFunctionName(clazz, 1), "first");
     EXPECT_STREQ(AIBinder_Class_getFunctionName(clazz, 2), "second");

@@ -107,8 +107,8 @@ void AIBinder_Class_setHandleShellCommand(AIBinder_Class* clazz,
     clazz->handleShellCommand = handler;
 }
 
-void AIBinder_Class_setTransactionCodeToFunctionNameMap(AIBinder_Class* clazz,
-                                                        const char* const* map, size_t length) {
+void AIBinder_Class_setTransactionCodeToFunctionNameMap(AIBinder_Class* clazz, const char** map,
+                                                        size_t length) {
     clazz->functionNames = map;
     clazz->functionCount = map == nullptr ? 0 : length;
 }

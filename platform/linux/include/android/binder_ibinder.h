@@ -83,14 +83,18 @@ AIBinder_Class* AIBinder_Class_define(const char* interfaceDescriptor,
 // made. clazz, onDump: not null.
 void AIBinder_Class_setOnDump(AIBinder_Class* clazz, AIBinder_onDump onDump);
 
+#if !defined(__ANDROID_API__) || __ANDROID_API__ >= 36
 // Names the methods, for tracing. To be called before the first object of the class is made, once.
+// Since API level 36.
 // clazz: not null; map: length texts, the first for FIRST_CALL_TRANSACTION; null where a code has
 // no method; must live as long as the process; length: how many.
-void AIBinder_Class_setTransactionCodeToFunctionNameMap(AIBinder_Class* clazz,
-                                                        const char* const* map, size_t length);
+void AIBinder_Class_setTransactionCodeToFunctionNameMap(AIBinder_Class* clazz, const char** map,
+                                                        size_t length);
 
-// Returns the name of a method as the map has it, null if it has none. clazz: not null.
+// Returns the name of a method as the map has it, null if it has none. Since API level 36.
+// clazz: not null.
 const char* AIBinder_Class_getFunctionName(AIBinder_Class* clazz, transaction_code_t code);
+#endif
 
 // Returns the descriptor, which lives as long as the class. clazz: not null.
 const char* AIBinder_Class_getDescriptor(const AIBinder_Class* clazz);

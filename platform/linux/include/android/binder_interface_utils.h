@@ -94,13 +94,15 @@ class ICInterface : public SharedRefBase {
     static inline AIBinder_Class* defineClass(const char* interfaceDescriptor,
                                               AIBinder_Class_onTransact onTransact);
 
-    // As above, with the names of its methods.
+#if !defined(__ANDROID_API__) || __ANDROID_API__ >= 36
+    // As above, with the names of its methods. Since API level 36.
     // codeToFunction: functionCount texts, the first for FIRST_CALL_TRANSACTION; must live as long
     // as the process.
     static inline AIBinder_Class* defineClass(const char* interfaceDescriptor,
                                               AIBinder_Class_onTransact onTransact,
                                               const char** codeToFunction,
                                               std::size_t functionCount);
+#endif
 
   private:
     // User data of a stub's binder object: keeps the stub alive.
@@ -191,12 +193,6 @@ std::shared_ptr<ICInterface> ICInterface::asInterface(AIBinder* binder) {
 
 AIBinder_Class* ICInterface::defineClass(const char* interfaceDescriptor,
                                          AIBinder_Class_onTransact onTransact) {
-    return defineClass(interfaceDescriptor, onTransact, nullptr, 0);
-}
-
-AIBinder_Class* ICInterface::defineClass(const char* interfaceDescriptor,
-                                         AIBinder_Class_onTransact onTransact,
-                                         const char** codeToFunction, std::size_t functionCount) {
     AIBinder_Class* clazz =
         AIBinder_Class_define(interfaceDescriptor, Data::onCreate, Data::onDestroy, onTransact);
     if (clazz == nullptr) {
@@ -206,11 +202,20 @@ AIBinder_Class* ICInterface::defineClass(const char* interfaceDescriptor,
 #ifdef HAS_BINDER_SHELL_COMMAND
     AIBinder_Class_setHandleShellCommand(clazz, Data::onShellCommand);
 #endif
-    if (codeToFunction != nullptr) {
+    return clazz;
+}
+
+#if !defined(__ANDROID_API__) || __ANDROID_API__ >= 36
+AIBinder_Class* ICInterface::defineClass(const char* interfaceDescriptor,
+                                         AIBinder_Class_onTransact onTransact,
+                                         const char** codeToFunction, std::size_t functionCount) {
+    AIBinder_Class* clazz = defineClass(interfaceDescriptor, onTransact);
+    if (clazz != nullptr && codeToFunction != nullptr) {
         AIBinder_Class_setTransactionCodeToFunctionNameMap(clazz, codeToFunction, functionCount);
     }
     return clazz;
 }
+#endif
 
 template <typename INTERFACE>
 SpAIBinder BnCInterface<INTERFACE>::asBinder() {
