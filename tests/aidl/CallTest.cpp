@@ -474,48 +474,11 @@ TEST(Interfaces, Descriptors) {
                  ILumDppdServiceCallback::descriptor);
 }
 
-TEST(Interfaces, MethodNamesForTracing) {
-    const auto name = [](::ndk::ICInterface& interface, transaction_code_t code) {
-        const ::ndk::SpAIBinder binder = interface.asBinder();
-        auto* const clazz = const_cast<AIBinder_Class*>(AIBinder_getClass(binder.get()));
-        const char* const found = AIBinder_Class_getFunctionName(clazz, code);
-        return std::string(found == nullptr ? "(none)" : found);
-    };
-    const auto service = SharedRefBase::make<Service>();
-    EXPECT_EQ("(none)", name(*service, 0));
-    EXPECT_EQ("registerBlobCallback", name(*service, 1));
-    EXPECT_EQ("sendBlob", name(*service, 2));
-    EXPECT_EQ("(none)", name(*service, 3));
-    const auto callback = SharedRefBase::make<Callback>();
-    EXPECT_EQ("sendBlob", name(*callback, 1));
-    EXPECT_EQ("(none)", name(*callback, 2));
-    const auto dppd = SharedRefBase::make<DppdCallback>();
-    EXPECT_EQ("notifyDppdCapability", name(*dppd, 1));
-    EXPECT_EQ("getMultiSimSubModeInfoResponse", name(*dppd, 7));
-    EXPECT_EQ("(none)", name(*dppd, 8));
-}
-
 TEST(Interfaces, FromBinder) {
     const auto service = SharedRefBase::make<Service>();
     EXPECT_EQ(service, ILumService::fromBinder(service->asBinder()));
     EXPECT_EQ(nullptr, ILumService::fromBinder(::ndk::SpAIBinder()));
     EXPECT_EQ(nullptr, ILumServiceCallback::fromBinder(service->asBinder()));
-}
-
-// As when two libraries of one process carry the glue, each with a class of its own.
-TEST(Interfaces, ObjectOfAnotherCopyOfTheClassIsReachedByAProxy) {
-    static std::vector<transaction_code_t> codes;
-    static AIBinder_Class* const other = AIBinder_Class_define(
-        ILumService::descriptor, [](void*) -> void* { return nullptr; }, [](void*) {},
-        [](AIBinder*, transaction_code_t code, const AParcel*, AParcel* out) -> binder_status_t {
-            codes.push_back(code);
-            return AParcel_writeInt32(out, EX_NONE);
-        });
-    const ::ndk::SpAIBinder binder(AIBinder_new(other, nullptr));
-    const std::shared_ptr<ILumService> reached = ILumService::fromBinder(binder);
-    ASSERT_NE(nullptr, reached);
-    EXPECT_TRUE(reached->sendBlob(LumSdkType::SDF, {}).isOk());
-    EXPECT_EQ(std::vector<transaction_code_t>{2}, codes);
 }
 
 TEST(Interfaces, InAParcel) {
@@ -538,16 +501,6 @@ TEST(Interfaces, DefaultKnowsNoTransaction) {
     EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION, service->registerBlobCallback(nullptr).getStatus());
     EXPECT_EQ(nullptr, service->asBinder().get());
     EXPECT_FALSE(service->isRemote());
-}
-
-TEST(Interfaces, DelegatorPassesCallsOn) {
-    const auto served = SharedRefBase::make<Service>();
-    const std::shared_ptr<ILumService> delegator =
-        SharedRefBase::make<ILumService::DefaultDelegator>(served);
-    EXPECT_NE(served->asBinder().get(), delegator->asBinder().get());
-    const auto proxy = SharedRefBase::make<BpLumService>(delegator->asBinder());
-    EXPECT_TRUE(proxy->sendBlob(LumSdkType::SDF, {9}).isOk());
-    EXPECT_EQ(std::vector<std::string>{"sendBlob SDF [09]"}, served->log);
 }
 
 TEST(Interfaces, BinderKeepsItsObjectAndIsMadeOnce) {

@@ -15,7 +15,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -361,19 +360,6 @@ TEST(Union, UnknownTag) {
         DubiousCellInfo whole;
         EXPECT_EQ(STATUS_BAD_VALUE, readBytes(text, &whole)) << tag;
     }
-}
-
-TEST(UnionDeathTest, TheWrongMemberIsNotGiven) {
-    const Scs value = Scs::make<Scs::spacing>(15);
-    EXPECT_DEATH(static_cast<void>(value.get<Scs::unknown>()), "bad access: a wrong tag");
-}
-
-TEST(UnionDeathTest, ImpossibleTagIsNotWritten) {
-    Scs value;
-    std::memset(static_cast<void*>(&value), 0x7f, sizeof value);
-    const ::ndk::ScopedAParcel parcel(AParcel_create());
-    EXPECT_DEATH(static_cast<void>(value.writeToParcel(parcel.get())), "can't reach here");
-    EXPECT_DEATH(static_cast<void>(value.toString()), "can't reach here");
 }
 
 TEST(Text, Structures) {

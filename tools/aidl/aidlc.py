@@ -52,6 +52,13 @@ def compile_files(options):
     return output
 
 
+def write(output):
+    """Writes what compile_files() returned."""
+    for path, text in output.items():
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text, encoding="utf-8")
+
+
 def main(argv):
     try:
         output = compile_files(arguments(argv))
@@ -59,9 +66,7 @@ def main(argv):
         for error in found.errors:
             print(error, file=sys.stderr)
         return 1
-    for path, text in output.items():
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_text(text, encoding="utf-8")
+    write(output)
     return 0
 
 

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Text for people from whatever an interface can carry, for logs.
+// Text for people from whatever an interface can carry, for logs. Generated code finds <sstream> by
+// this header.
 
 #include <android/binder_auto_utils.h>
 #include <android/binder_interface_utils.h>
 
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <type_traits>
 #include <vector>
