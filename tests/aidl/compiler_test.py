@@ -203,6 +203,35 @@ class Names(Workspace):
         self.refused(HEAD + "interface I { void delete(int class); }\n",
                      "2:20: delete is a reserved word of C++",
                      "2:31: class is a reserved word of C++")
+        self.refused(HEAD + "parcelable P { int requires; }\n",
+                     "2:20: requires is a reserved word of C++")
+        self.refused("package p.new;\ninterface I { void f(); }\n",
+                     "2:11: I should be defined in p/new/I.aidl")
+
+    def test_words_of_the_language(self):
+        for word in ("in", "out", "inout", "oneway", "interface", "parcelable", "enum", "union",
+                     "import", "package"):
+            with self.subTest(word):
+                message = f"unexpected '{word}', '.' or '[]' or a name should stand here"
+                self.refused(HEAD + f"parcelable P {{ int {word}; }}\n", f"2:20: {message}")
+                self.refused(HEAD + f"interface I {{ void {word}(); }}\n", f"2:20: {message}")
+                self.refused(HEAD + f"interface I {{ void f(int {word}); }}\n", f"2:26: {message}")
+        for word in ("boolean", "byte", "int", "long"):
+            with self.subTest(word):
+                self.refused(HEAD + f"parcelable P {{ int {word}; }}\n",
+                             f"2:20: {word} is a word of the language")
+                self.refused(HEAD + f"interface I {{ void f(int {word}); }}\n",
+                             f"2:26: {word} is a word of the language")
+
+    def test_package_that_is_no_namespace(self):
+        for word in ("new", "long", "std"):
+            with self.subTest(word):
+                folder = self.root / "in" / "p" / word
+                folder.mkdir()
+                (folder / "P.aidl").write_text(f"package p.{word};\nparcelable P {{ int x; }}\n")
+                self.assertEqual(
+                    (1, [f"../{word}/P.aidl:1:9: {word} cannot be the name of a namespace in C++"]),
+                    self.compile(f"../{word}/P"))
 
     def test_underscore(self):
         self.refused(HEAD + "parcelable P { int _x; }\n",
@@ -210,14 +239,35 @@ class Names(Workspace):
 
     def test_names_of_the_made_class(self):
         self.refused(HEAD + "interface I { void asBinder(); }\n",
-                     "2:20: the generated class has a member asBinder of its own")
+                     "2:20: the generated code uses the name asBinder itself")
         self.refused(HEAD + "parcelable P { int toString; union U { int getTag; } }\n",
-                     "2:44: the generated class has a member getTag of its own",
-                     "2:20: the generated class has a member toString of its own")
+                     "2:44: the generated code uses the name getTag itself",
+                     "2:20: the generated code uses the name toString itself")
+        for name in ("I", "BnI", "BpI", "IDefault", "IDelegator"):
+            with self.subTest(name):
+                self.refused(HEAD + f"interface I {{ void {name}(); }}\n",
+                             f"2:20: the generated code uses the name {name} itself")
+        self.refused(HEAD + "parcelable P { int P; union U { int U; } }\n",
+                     "2:37: the generated code uses the name U itself",
+                     "2:20: the generated code uses the name P itself")
+
+    def test_names_that_would_hide_what_the_made_code_uses(self):
+        for name in ("AParcel", "AIBinder_new", "STATUS_OK", "TRANSACTION_f", "int32_t", "std"):
+            with self.subTest(name):
+                message = f"the generated code uses the name {name} itself"
+                self.refused(HEAD + f"interface I {{ void {name}(); }}\n", f"2:20: {message}")
+                self.refused(HEAD + f"parcelable P {{ int {name}; }}\n", f"2:20: {message}")
+                self.refused(HEAD + f"parcelable {name} {{ int x; }}\n", f"2:12: {message}",
+                             name=name)
+        # What has a name of its own in the generated code hides nothing.
+        self.accepted(HEAD + '@Backing(type="int") enum E { STATUS_OK, AParcel }\n', "E")
+        self.accepted(HEAD + "interface I { void f(int AParcel); }\n", "I")
 
     def test_type_named_like_a_type_of_the_language(self):
         self.refused(HEAD + "parcelable long { int x; }\n",
-                     "2:12: long is a reserved word of C++", name="long")
+                     "2:12: long is a word of the language", name="long")
+        self.refused(HEAD + "parcelable String { int x; }\n",
+                     "2:12: the generated code uses the name String itself", name="String")
 
 
 class Interfaces(Workspace):
@@ -352,7 +402,7 @@ class Parcelables(Workspace):
 
     def test_nested_types_other_than_unions(self):
         self.refused(HEAD + "parcelable P { parcelable Q { int x; } int y; }\n",
-                     "2:27: only unions are understood inside a parcelable")
+                     "2:16: unexpected 'parcelable', '@' or 'union' or '}' or a name should stand here")
 
     def test_union_of_nothing(self):
         self.refused(HEAD + "parcelable P { union U {} int x; }\n",

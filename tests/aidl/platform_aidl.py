@@ -26,10 +26,10 @@ CHANGES = [
     # A delegator has one name.
     (r"using DefaultDelegator = .*;", ""),
     # Methods have no names for tracing.
-    (r"const char\* kFunctionNames(?s:.*?)\};\n", ""),
-    (r"template <typename Base>(?s:.*?)defineClass\((\w+::descriptor)(?s:.*?)"
-     r"(?=AIBinder_Class\* binderClass)((?s:.*?))defineClass<::ndk::ICInterface>\(kFunctionNames\)",
-     r"\2::ndk::ICInterface::defineClass(\1, onTransact)"),
+    (r"const char\* _functionNames(?s:.*?)\};\n", ""),
+    (r"template <typename _base>(?s:.*?)_base::defineClass\((\w+::descriptor)(?s:.*?)"
+     r"(?=AIBinder_Class\* _binderClass)((?s:.*?))_defineClass<::ndk::ICInterface>\(_functionNames\)",
+     r"\2::ndk::ICInterface::defineClass(\1, _onTransact)"),
     # An object of another copy of a class is refused.
     (r"const AIBinder_Class\* const other = (?s:.*?)return ::ndk::SharedRefBase::make<.*>\(binder\);",
      "return nullptr;"),

@@ -74,24 +74,53 @@ def types_used(declaration):
     return used
 
 
+def class_stem(name):
+    """What follows Bp and Bn: an interface's name without the I that marks it as one."""
+    return name[1:] if name[:1] == "I" and name[1:2].isupper() else name
+
+
+def _classes_of(interface):
+    name = interface.name.text
+    stem = class_stem(name)
+    return {name, f"{name}Default", f"{name}Delegator", f"Bn{stem}", f"Bp{stem}"}
+
+
+def _taken_in(declaration):
+    return {syntax.Interface: types.TAKEN_IN_INTERFACE,
+            syntax.Enum: {"toString"},
+            syntax.Parcelable: types.TAKEN_IN_PARCELABLE,
+            syntax.Union: types.TAKEN_IN_UNION}[type(declaration)]
+
+
 class _Checker:
     def __init__(self, document, loader):
         self.errors = []
+        self._refused = set()  # the positions of these
         self._document = document
         self._loader = loader
         # The names that types may have in this file.
         self._known = {document.declaration.name.text: document.declaration}
 
     def run(self):
+        self._package()
         self._imports()
         self._declaration(self._document.declaration, self._known)
         if not self.errors:
             self._no_circle(self._document, [self._document.declaration.name])
 
     def _refuse(self, name, what):
-        self.errors.append(AidlError(name.position, what))
+        # One fault at a place is enough: others come of it.
+        if name.position not in self._refused:
+            self.errors.append(AidlError(name.position, what))
+            self._refused.add(name.position)
 
     # Names
+
+    def _package(self):
+        package = self._document.package
+        for part in package.text.split("."):
+            if part in types.RESERVED or part in types.BUILT_IN or types.LIBRARY.fullmatch(part):
+                self._refuse(package, f"{part} cannot be the name of a namespace in C++")
 
     def _imports(self):
         for imported in self._document.imports:
@@ -104,20 +133,23 @@ class _Checker:
             else:
                 self._known[simple] = found.declaration
 
-    def _distinct(self, named, what, taken=frozenset()):
-        """Refuses names that occur twice or that the generated code cannot give."""
+    def _distinct(self, named, what, taken=None):
+        """Refuses names that occur twice or that the generated code cannot give. taken: what stands
+        beside them there; none for names that stand alone."""
         first = {}
         for name in named:
             if name.text in first:
                 line = first[name.text].position.line
                 self._refuse(name, f"line {line} has {what} {name} already")
             first.setdefault(name.text, name)
-            if name.text in types.RESERVED:
+            if name.text in types.BUILT_IN:
+                self._refuse(name, f"{name} is a word of the language")
+            elif name.text in types.RESERVED:
                 self._refuse(name, f"{name} is a reserved word of C++")
             elif name.text.startswith("_"):
                 self._refuse(name, f"{name} begins with an underscore, as only made names do")
-            elif name.text in taken:
-                self._refuse(name, f"the generated class has a member {name} of its own")
+            elif taken is not None and (name.text in taken or types.LIBRARY.fullmatch(name.text)):
+                self._refuse(name, f"the generated code uses the name {name} itself")
 
     def _type(self, type_, known):
         name = type_.name
@@ -138,7 +170,8 @@ class _Checker:
     # Declarations
 
     def _declaration(self, declaration, known):
-        self._distinct([declaration.name], "a type", types.BUILT_IN.keys() | {"void"})
+        self._distinct([declaration.name], "a type",
+                       types.UNSUPPORTED | types.TAKEN_BY_VARIABLES | _taken_in(declaration))
         if isinstance(declaration, syntax.Enum):
             self._enum(declaration)
             return
@@ -158,7 +191,7 @@ class _Checker:
 
     def _interface(self, interface, known):
         self._distinct([method.name for method in interface.methods], "a method",
-                       types.TAKEN_IN_INTERFACE)
+                       _taken_in(interface) | _classes_of(interface))
         if not interface.methods:
             self._refuse(interface.name, f"{interface.name} needs at least one method")
         for method in interface.methods:
@@ -234,21 +267,20 @@ class _Checker:
     def _parcelable(self, parcelable, known):
         inner = dict(known)
         for nested in parcelable.nested:
-            if not isinstance(nested, syntax.Union):
-                self._refuse(nested.name, "only unions are understood inside a parcelable")
-            elif nested.name.text in inner:
+            if nested.name.text in inner:
                 self._refuse(nested.name, f"there is a type {nested.name} in this file already")
             else:
                 inner[nested.name.text] = nested
                 self._declaration(nested, inner)
         named = [nested.name for nested in parcelable.nested]
         named += [field.name for field in parcelable.fields]
-        self._distinct(named, "a member", types.TAKEN_IN_PARCELABLE)
+        self._distinct(named, "a member", _taken_in(parcelable) | {parcelable.name.text})
         for field in parcelable.fields:
             self._field(parcelable, field, inner)
 
     def _union(self, union, known):
-        self._distinct([field.name for field in union.fields], "a member", types.TAKEN_IN_UNION)
+        self._distinct([field.name for field in union.fields], "a member",
+                       _taken_in(union) | {union.name.text})
         if not union.fields:
             self._refuse(union.name, f"{union.name} needs at least one member")
         for field in union.fields:

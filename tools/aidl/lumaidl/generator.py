@@ -28,24 +28,19 @@ def generate(document, sources, headers):
     header, proxy, stub, source = _KINDS[type(declaration)]
     return {
         headers / "aidl" / package / f"{name}.h": _render(header, declaration),
-        headers / "aidl" / package / f"Bp{_class_stem(name)}.h": _render(proxy, declaration),
-        headers / "aidl" / package / f"Bn{_class_stem(name)}.h": _render(stub, declaration),
+        headers / "aidl" / package / f"Bp{checker.class_stem(name)}.h": _render(proxy, declaration),
+        headers / "aidl" / package / f"Bn{checker.class_stem(name)}.h": _render(stub, declaration),
         sources / package / f"{name}.cpp": _render(source, declaration),
     }
 
 
 def _render(template, declaration):
     return _TEMPLATES.get_template(template + ".j2").render(
-        it=declaration, name=declaration.name.text, stem=_class_stem(declaration.name.text),
+        it=declaration, name=declaration.name.text, stem=checker.class_stem(declaration.name.text),
         descriptor=".".join(declaration.full_name),
         namespace="::".join(("aidl",) + declaration.full_name[:-1]),
         folder="/".join(("aidl",) + declaration.full_name[:-1]),
         includes=_includes(declaration))
-
-
-def _class_stem(name):
-    """What follows Bp and Bn: an interface's name without the I that marks it as one."""
-    return name[1:] if name[:1] == "I" and name[1:2].isupper() else name
 
 
 def _includes(declaration):

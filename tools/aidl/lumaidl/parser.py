@@ -10,7 +10,7 @@ from .diagnostics import AidlError, AidlErrors, Position
 
 _GRAMMAR = lark.Lark(
     (pathlib.Path(__file__).parent / "grammar.lark").read_text(encoding="utf-8"),
-    start="document", parser="lalr", maybe_placeholders=True)
+    start="document", parser="lalr", lexer="basic", maybe_placeholders=True)
 
 # How error messages call what the grammar calls otherwise.
 _TERMINALS = {"NAME": "a name", "NUMBER": "a number", "STRING": "a string", "ARRAY": "'[]'",
@@ -49,6 +49,8 @@ class _Builder(lark.Transformer):
         annotations, declaration = children
         declaration.annotations = annotations
         return declaration
+
+    nested = declaration
 
     def annotations(self, children):
         return children
