@@ -40,10 +40,12 @@ class Workspace(unittest.TestCase):
         for name, text in files.items():
             (self.package / f"{name}.aidl").write_text(text, encoding="utf-8")
 
-    def compile(self, *names, out="out"):
+    def compile(self, *names, out="out", include=("in",)):
         """Returns the exit status and the lines of standard error, paths cut to file names."""
-        argv = ["--lang=ndk", "--structured", "-I", str(self.root / "in"),
+        argv = ["--lang=ndk", "--structured",
                 "-o", str(self.root / out / "src"), "-h", str(self.root / out / "include")]
+        for folder in include:
+            argv += ["-I", str(self.root / folder)]
         errors = io.StringIO()
         with contextlib.redirect_stderr(errors):
             status = aidlc.main(argv + [str(self.package / f"{name}.aidl") for name in names])
@@ -121,6 +123,72 @@ class Files(Workspace):
         (self.package / "I.aidl").write_bytes(b"package p.q; // \xff\n")
         self.assertEqual((1, ["I.aidl:1:1: is not UTF-8 text"]), self.compile("I"))
 
+    def test_directory(self):
+        (self.package / "I.aidl").mkdir()
+        self.assertEqual((1, ["I.aidl:1:1: cannot be read: Is a directory"]), self.compile("I"))
+
+    def test_links_in_a_circle(self):
+        (self.package / "I.aidl").symlink_to("J.aidl")
+        (self.package / "J.aidl").symlink_to("I.aidl")
+        self.assertEqual((1, ["I.aidl:1:1: cannot be read: Too many levels of symbolic links"]),
+                         self.compile("I"))
+        self.write(K=HEAD + "import p.q.J;\ninterface K { void f(); }\n")
+        self.assertEqual((1, ["K.aidl:2:8: cannot find p.q.J in the directories given with -I"]),
+                         self.compile("K"))
+
+    def test_long_name(self):
+        name = "I" * 300
+        self.assertEqual((1, [f"{name}.aidl:1:1: cannot be read: File name too long"]),
+                         self.compile(name))
+        self.refused(HEAD + f"import p.q.{name};\ninterface I {{ void f(); }}\n",
+                     f"2:8: cannot find p.q.{name} in the directories given with -I")
+
+    def test_link_under_another_name(self):
+        self.write(I=INTERFACE)
+        (self.package / "J.aidl").symlink_to("I.aidl")
+        self.assertEqual((1, ["J.aidl:2:11: I should be defined in p/q/I.aidl"]),
+                         self.compile("I", "J"))
+
+    def test_link_under_the_same_name(self):
+        self.write(elsewhere=INTERFACE)
+        (self.package / "I.aidl").symlink_to("elsewhere.aidl")
+        self.assertEqual((0, []), self.compile("I"))
+
+    def test_import_of_a_file_that_defines_another_name(self):
+        self.write(P=PARCELABLE, I=HEAD + "import q.P;\ninterface I { void f(); }\n")
+        self.assertEqual((1, ["I.aidl:2:8: P.aidl defines p.q.P, not q.P"]),
+                         self.compile("I", include=["in/p"]))
+
+    def test_import_that_two_directories_have(self):
+        other = self.root / "other" / "p" / "q"
+        other.mkdir(parents=True)
+        (other / "P.aidl").write_text(PARCELABLE)
+        self.write(P=PARCELABLE, I=HEAD + "import p.q.P;\ninterface I { void f(in P x); }\n")
+        self.assertEqual(
+            (1, [f"I.aidl:2:8: p.q.P is defined in P.aidl and {other}/P.aidl"]),
+            self.compile("I", include=["in", "other"]))
+        self.assertEqual((0, []), self.compile("I", include=["in", "in", "nowhere"]))
+
+    def test_import_of_an_imported_file_not_found(self):
+        self.write(I=HEAD + "import p.q.P;\ninterface I { void f(in P x); }\n",
+                   P=HEAD + "import p.q.X;\nparcelable P { int x; }\n")
+        self.assertEqual((1, ["P.aidl:2:8: cannot find p.q.X in the directories given with -I"]),
+                         self.compile("I"))
+
+    def test_many_imports_of_one_another(self):
+        """Every file imports all before it: there are 2^40 ways through them."""
+        for number in range(40):
+            imports = "".join(f"import p.q.P{one};\n" for one in range(number))
+            self.write(**{f"P{number}": f"{HEAD}{imports}parcelable P{number} {{ int x; }}\n"})
+        self.assertEqual((0, []), self.compile("P39"))
+
+    def test_long_chain_of_imports(self):
+        for number in range(1500):
+            self.write(**{f"P{number}": f"{HEAD}import p.q.P{number + 1};\n"
+                                        f"parcelable P{number} {{ int x; }}\n"})
+        self.write(P1500=HEAD + "parcelable P1500 { int x; }\n")
+        self.assertEqual((0, []), self.compile("P0"))
+
     def test_wrong_name(self):
         self.refused(HEAD + "interface I { void f(); }\n",
                      "2:11: I should be defined in p/q/I.aidl", name="J")
@@ -131,7 +199,7 @@ class Files(Workspace):
 
     def test_import_not_found(self):
         self.refused(HEAD + "import p.q.X;\ninterface I { void f(); }\n",
-                     "2:8: cannot find p.q.X in the folders given with -I")
+                     "2:8: cannot find p.q.X in the directories given with -I")
 
     def test_fault_in_an_imported_file_stands_there(self):
         self.write(I=HEAD + "import p.q.P;\ninterface I { void f(in P x); }\n",
@@ -177,6 +245,11 @@ class Names(Workspace):
 
     def test_imported_twice(self):
         self.refused(HEAD + "import p.q.P;\nimport p.q.P;\ninterface I { void f(); }\n",
+                     "3:8: line 2 imports p.q.P already", P=PARCELABLE)
+
+    def test_imported_from_two_packages(self):
+        (self.root / "in" / "p" / "P.aidl").write_text("package p;\nparcelable P { int x; }\n")
+        self.refused(HEAD + "import p.q.P;\nimport p.P;\ninterface I { void f(); }\n",
                      "3:8: there is a type P in this file already", P=PARCELABLE)
 
     def test_duplicate_method(self):

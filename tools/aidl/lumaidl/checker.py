@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Finds source files, gives every type name its meaning, and refuses what makes no sense."""
 
+import os
 import pathlib
 
 from . import syntax, types
@@ -17,21 +18,23 @@ class Loader:
 
     def load(self, path):
         """The document of that file, parsed and with its place checked; raises AidlErrors."""
-        key = path.resolve()
+        key = os.path.abspath(path)
         if key not in self._loaded:
-            self._loaded[key] = self._read(path)
+            self._loaded[key] = self._read(path, pathlib.Path(key))
         return self._loaded[key]
 
     def find(self, name):
-        """The document that defines the type of that full name, or none."""
+        """The document that an import names, or none; raises AidlErrors."""
         relative = pathlib.Path(*name.text.split(".")).with_suffix(".aidl")
-        for folder in self._folders:
-            if (folder / relative).is_file():
-                return self.load(folder / relative)
-        return None
+        found = {os.path.realpath(path): path for path in (folder / relative for folder in self._folders)
+                 if os.path.isfile(path)}
+        if len(found) > 1:
+            files = " and ".join(map(str, found.values()))
+            raise AidlErrors([AidlError(name.position, f"{name} is defined in {files}")])
+        return self.load(*found.values()) if found else None
 
     @staticmethod
-    def _read(path):
+    def _read(path, whole_path):
         start = Position(str(path), 1, 1)
         try:
             text = path.read_text(encoding="utf-8")
@@ -41,19 +44,15 @@ class Loader:
             raise AidlErrors([AidlError(start, "is not UTF-8 text")])
         document = parse(str(path), text)
         declaration = document.declaration
-        _name_declaration(declaration, tuple(document.package.text.split(".")))
-        folder = tuple(document.package.text.split("."))
-        if path.resolve().parts[-len(folder) - 1:] != folder + (declaration.name.text + ".aidl",):
+        package = tuple(document.package.text.split("."))
+        declaration.full_name = package + (declaration.name.text,)
+        for nested in getattr(declaration, "nested", []):
+            nested.full_name = declaration.full_name + (nested.name.text,)
+        if whole_path.parts[-len(package) - 1:] != package + (declaration.name.text + ".aidl",):
             wanted = "/".join(declaration.full_name) + ".aidl"
             raise AidlErrors([AidlError(declaration.name.position,
                                         f"{declaration.name} should be defined in {wanted}")])
         return document
-
-
-def _name_declaration(declaration, outer):
-    declaration.full_name = outer + (declaration.name.text,)
-    for nested in getattr(declaration, "nested", []):
-        _name_declaration(nested, declaration.full_name)
 
 
 def check(document, loader):
@@ -106,7 +105,7 @@ class _Checker:
         self._imports()
         self._declaration(self._document.declaration, self._known)
         if not self.errors:
-            self._no_circle(self._document, [self._document.declaration.name])
+            self._no_circle()
 
     def _refuse(self, name, what):
         # One fault at a place is enough: others come of it.
@@ -123,15 +122,29 @@ class _Checker:
                 self._refuse(package, f"{part} cannot be the name of a namespace in C++")
 
     def _imports(self):
+        imports = {}  # full names to lines
         for imported in self._document.imports:
-            found = self._loader.find(imported)
+            found = self._import(imported)
             simple = imported.text.rpartition(".")[2]
             if found is None:
-                self._refuse(imported, f"cannot find {imported} in the folders given with -I")
+                continue
+            if imported.text in imports:
+                self._refuse(imported, f"line {imports[imported.text]} imports {imported} already")
             elif simple in self._known:
                 self._refuse(imported, f"there is a type {simple} in this file already")
             else:
                 self._known[simple] = found.declaration
+                imports[imported.text] = imported.position.line
+
+    def _import(self, imported):
+        """The document that an import names; none, which is refused, if there is none."""
+        found = self._loader.find(imported)
+        if found is None:
+            self._refuse(imported, f"cannot find {imported} in the directories given with -I")
+        elif found.full_name != imported.text:
+            self._refuse(imported, f"{found.file} defines {found.full_name}, not {imported}")
+            return None
+        return found
 
     def _distinct(self, named, what, taken=None):
         """Refuses names that occur twice or that the generated code cannot give. taken: what stands
@@ -291,20 +304,25 @@ class _Checker:
         self._type(field.type, known)
         if isinstance(field.type.meaning, syntax.Interface):
             self._refuse(field.type.name, "a field cannot be an interface here")
-        elif field.type.meaning in (self._document.declaration, owner):
+        elif field.type.meaning is self._document.declaration or field.type.meaning is owner:
             self._refuse(field.type.name, f"{field.type.name} would contain itself")
 
     # Each header includes those of the types that it mentions, so that a circle could not be compiled.
-    def _no_circle(self, document, trail):
-        for imported in document.imports:
-            found = self._loader.find(imported)
-            if found is None:
-                continue
-            if found is self._document:
-                names = " -> ".join(name.text for name in trail + [found.declaration.name])
-                self._refuse(self._document.declaration.name, f"types import one another: {names}")
-            elif found.declaration.name not in trail:
-                self._no_circle(found, trail + [found.declaration.name])
+    def _no_circle(self):
+        declaration = self._document.declaration
+        seen = set()
+        ways = [(self._document, declaration.name.text)]
+        while ways:
+            document, way = ways.pop()
+            for imported in document.imports:
+                found = self._import(imported)
+                if found is None or found.full_name in seen:
+                    continue
+                seen.add(found.full_name)
+                ways.append((found, f"{way} -> {found.declaration.name}"))
+                if found.full_name == self._document.full_name:
+                    self._refuse(declaration.name, f"types import one another: {ways[-1][1]}")
+                    return
 
 
 def _number(literal):

@@ -100,3 +100,7 @@ class Document:
     package: Name
     imports: list  # of Name
     declaration: Declaration
+
+    @property
+    def full_name(self):
+        return ".".join(self.declaration.full_name)
