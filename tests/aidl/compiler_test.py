@@ -7,6 +7,7 @@ import hashlib
 import io
 import os
 import pathlib
+import random
 import subprocess
 import sys
 import tempfile
@@ -85,7 +86,7 @@ class SyntaxErrors(Workspace):
         self.assertRegex(errors[0], r"^I.aidl:2:13: unexpected end of the file, .* should stand here$")
 
     def test_open_comment(self):
-        self.refused(HEAD + "/* no end\ninterface I { void f(); }\n", "2:1: unexpected character '/'")
+        self.refused(HEAD + "/* no end\ninterface I { void f(); }\n", "2:1: this comment has no end")
 
     def test_no_package(self):
         self.refused("interface I { void f(); }\n",
@@ -108,6 +109,31 @@ class SyntaxErrors(Workspace):
     def test_octal(self):
         self.refused(HEAD + '@Backing(type="int") enum E { A = 010 }\n',
                      "2:36: unexpected '10', ',' or '}' should stand here")
+
+    def test_empty(self):
+        self.refused("", "1:1: unexpected end of the file, 'package' should stand here", name="I")
+
+    def test_characters_that_cannot_be_seen(self):
+        self.refused("\ufeff" + INTERFACE, "1:1: unexpected character '\\ufeff'")
+        self.refused(HEAD + "interface I { void f(); \0 }\n", "2:25: unexpected character '\\x00'")
+
+    def test_long_word(self):
+        self.refused(HEAD + f"interface I {{ void f(); }} {'x' * 5000}\n",
+                     f"2:27: unexpected '{'x' * 57}...', the end of the file should stand here")
+
+    def test_lines_may_end_as_elsewhere(self):
+        self.refused(HEAD + "// one\r\n/* two\r\n*/ interface I {\r\n  void f()\r\n}\r\n",
+                     "6:1: unexpected '}', ';' or '=' should stand here")
+
+    def test_deep_nesting(self):
+        for text in ("parcelable P {" * 5000, "parcelable P {" * 5000 + "}" * 5000):
+            self.refused(HEAD + text, "2:15: unexpected 'parcelable', '@' or 'union' or '}' or a name "
+                         "should stand here")
+        self.refused(HEAD + "parcelable P { union U {" + "union U {" * 5000 + "}" * 5000,
+                     "2:25: unexpected 'union', '@' or '}' or a name should stand here")
+        self.refused(HEAD + "parcelable P { int" + "[" * 5000 + "]" * 5000 + " x; }\n",
+                     "2:19: unexpected character '['")
+        self.accepted(HEAD + "/* " * 5000 + "*/ interface I { void f(); }\n", "I")
 
     def test_places_count_through_comments(self):
         self.refused(HEAD + "/* two\n lines */ // and one\ninterface I { void f() }\n",
@@ -431,8 +457,23 @@ class Enumerations(Workspace):
         self.refused(HEAD + '@Backing(type="byte") enum E { A = 127, B, C = -129 }\n',
                      "2:41: 128 does not fit the backing type byte",
                      "2:44: -129 does not fit the backing type byte")
-        self.refused(HEAD + '@Backing(type="int") enum E { A = 0x80000000 }\n',
+        self.refused(HEAD + '@Backing(type="int") enum E { A = 2147483648, B }\n',
                      "2:31: 2147483648 does not fit the backing type int")
+        self.refused(HEAD + '@Backing(type="int") enum E { A = 0x100000000 }\n',
+                     "2:31: 0x100000000 does not fit the backing type int")
+        self.refused(HEAD + '@Backing(type="byte") enum E { A = 0xff }\n',
+                     "2:32: 0xff does not fit the backing type byte")
+
+    def test_number_of_many_digits(self):
+        for digits in ("9" * 5000, "-" + "9" * 5000, "0x" + "f" * 5000):
+            self.refused(HEAD + f'@Backing(type="long") enum E {{ A = {digits}, B }}\n',
+                         f"2:32: {digits[:57]}... does not fit the backing type long")
+        made = self.accepted(HEAD + f'@Backing(type="int") enum E {{ A = 0x{"0" * 5000}7 }}\n', "E")
+        self.assertIn("    A = 7,\n", made["include/aidl/p/q/E.h"])
+
+    def test_argument_of_an_annotation_twice(self):
+        self.refused(HEAD + '@Backing(type="int", type="long") enum E { A }\n',
+                     "2:2: @Backing has an argument twice")
 
     def test_value_taken(self):
         self.refused(HEAD + '@Backing(type="int") enum E { A = 1, B = 0, C }\n',
@@ -444,6 +485,13 @@ class Enumerations(Workspace):
         header = made["include/aidl/p/q/E.h"]
         self.assertIn("enum class E : int64_t {\n    A = 0LL,\n    B = 16LL,\n    C = 17LL,\n"
                       "    D = INT64_MIN,\n};\n", header)
+
+    def test_hexadecimal_numbers_are_bits_of_an_int_or_a_long(self):
+        made = self.accepted(
+            HEAD + '@Backing(type="long") enum E { A = 0x7fffffff, B = 0x80000000, C = 0xFFFFFFFF, '
+            "D = 0x100000000, F = 0xffffffffffffffFE }\n", "E")
+        self.assertIn("    A = 2147483647LL,\n    B = -2147483648LL,\n    C = -1LL,\n"
+                      "    D = 4294967296LL,\n    F = -2LL,\n", made["include/aidl/p/q/E.h"])
 
 
 class Parcelables(Workspace):
@@ -491,6 +539,32 @@ class Parcelables(Workspace):
         self.assertIn("AParcel_readData(parcel, &this->status)", made["src/p/q/P.cpp"])
 
 
+class Mutations(Workspace):
+    def test_whatever_a_file_holds_is_compiled_or_refused_with_a_place(self):
+        """The tree's own files with pieces of them moved, cut out and replaced, always the same."""
+        files = {path.stem: path.read_bytes() for path in sorted((ROOT / "aidl").rglob("*.aidl"))}
+        self.package = self.root / "in" / "vendor" / "orn" / "data" / "lumservice"
+        self.package.mkdir(parents=True)
+        random_ = random.Random(1)
+        pieces = [*b"".join(files.values()).split(), b"\0", b"\xff", b"\xef\xbb\xbf", b"\r", b"/*",
+                  b'"', b"}", b"9" * 5000, b"union U { int a; }"]
+        statuses = {0: 0, 1: 0}
+        for name, text in list(files.items()) * 30:
+            for _ in range(random_.randint(1, 3)):
+                begin = random_.randrange(len(text))
+                end = begin + random_.choice((0, 1, 10))
+                text = text[:begin] + random_.choice((b"", random_.choice(pieces))) + text[end:]
+            for one, original in files.items():
+                (self.package / f"{one}.aidl").write_bytes(text if one == name else original)
+            status, errors = self.compile(name)
+            statuses[status] += 1
+            self.assertEqual(status, 1 if errors else 0)
+            for error in errors:
+                self.assertRegex(error, r"^\w+\.aidl:\d+:\d+: .")
+                self.assertTrue(error.isprintable(), error)
+        self.assertGreater(min(statuses.values()), 50)
+
+
 class Output(Workspace):
     def test_files(self):
         self.write(E=ENUM, P=PARCELABLE, IThing=HEAD + "interface IThing { void f(); }\n",
@@ -514,6 +588,35 @@ class Output(Workspace):
             "const std::shared_ptr<::aidl::p::q::J>& in_h, const std::vector<uint8_t>& in_i, "
             "const std::vector<bool>& in_k, const std::vector<::aidl::p::q::P>& in_l) = 0;\n",
             made["include/aidl/p/q/I.h"])
+
+    def test_same_input_twice(self):
+        self.write(I=INTERFACE)
+        self.assertEqual((0, []), self.compile("I", "I"))
+
+    def test_same_output_twice(self):
+        self.write(IThing=HEAD + "interface IThing { void f(); }\n",
+                   Thing=HEAD + "parcelable Thing { int x; }\n")
+        self.assertEqual(
+            (1, [f"Thing.aidl:2:12: {self.root}/out/include/aidl/p/q/BpThing.h is made from "
+                 "IThing.aidl already"]), self.compile("IThing", "Thing"))
+        self.assertEqual({}, self.output())
+
+    def test_output_that_cannot_be_written(self):
+        self.write(E=ENUM, I=INTERFACE)
+        (self.root / "file").touch()
+        self.assertEqual((1, [f"{self.root}/file/include/aidl/p/q/E.h:1:1: cannot be written: "
+                              "Not a directory"]), self.compile("E", "I", out="file"))
+        header = self.root / "full" / "include" / "aidl" / "p" / "q" / "BnI.h"
+        header.parent.mkdir(parents=True)
+        header.symlink_to("/dev/full")
+        self.assertEqual((1, [f"{header}:1:1: cannot be written: No space left on device"]),
+                         self.compile("E", "I", out="full"))
+        self.assertEqual({}, self.output("full"))
+        source = self.root / "out" / "src" / "p" / "q" / "I.cpp"
+        source.mkdir(parents=True)
+        self.assertEqual((1, [f"{source}:1:1: cannot be written: Is a directory"]),
+                         self.compile("E", "I"))
+        self.assertEqual({}, self.output())
 
     def test_one_way_word_may_be_repeated(self):
         made = self.accepted(HEAD + "oneway interface I { oneway void f(); }\n", "I")

@@ -7,13 +7,14 @@ files, names and namespaces, so that either can stand for the other. README.md s
 """
 
 import argparse
+import contextlib
 import pathlib
 import sys
 
 sys.dont_write_bytecode = True  # the sources may lie on a read-only tree
 
 from lumaidl.checker import Loader, check  # noqa: E402
-from lumaidl.diagnostics import AidlErrors  # noqa: E402
+from lumaidl.diagnostics import AidlError, AidlErrors, Position  # noqa: E402
 from lumaidl.generator import generate  # noqa: E402
 
 
@@ -39,12 +40,16 @@ def compile_files(options):
     loader = Loader(options.include)
     errors = []
     output = {}
+    makers = {}  # of each file of the output, the input
     for path in options.files:
         try:
             document = loader.load(path)
             check(document, loader)
-            if not errors:
-                output.update(generate(document, options.out, options.header_out))
+            for made, text in generate(document, options.out, options.header_out).items():
+                if output.setdefault(made, text) != text:
+                    what = f"{made} is made from {makers[made]} already"
+                    raise AidlErrors([AidlError(document.declaration.name.position, what)])
+                makers.setdefault(made, document.file)
         except AidlErrors as found:
             errors += [error for error in found.errors if error not in errors]
     if errors:
@@ -53,20 +58,29 @@ def compile_files(options):
 
 
 def write(output):
-    """Writes what compile_files() returned."""
-    for path, text in output.items():
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_text(text, encoding="utf-8")
+    """Writes what compile_files() returned, all or nothing; raises AidlErrors."""
+    written = []
+    try:
+        for path, text in output.items():
+            path.parent.mkdir(parents=True, exist_ok=True)
+            with path.open("w", encoding="utf-8") as file:
+                written.append(path)
+                file.write(text)
+    except OSError as error:
+        for done in written:
+            with contextlib.suppress(OSError):
+                done.unlink()
+        what = f"cannot be written: {error.strerror}"
+        raise AidlErrors([AidlError(Position(str(path), 1, 1), what)]) from error
 
 
 def main(argv):
     try:
-        output = compile_files(arguments(argv))
+        write(compile_files(arguments(argv)))
     except AidlErrors as found:
         for error in found.errors:
             print(error, file=sys.stderr)
         return 1
-    write(output)
     return 0
 
 

@@ -5,7 +5,7 @@ import os
 import pathlib
 
 from . import syntax, types
-from .diagnostics import AidlError, AidlErrors, Position
+from .diagnostics import AidlError, AidlErrors, Position, shown
 from .parser import parse
 
 
@@ -251,10 +251,17 @@ class _Checker:
         next_value = 0
         owners = {}
         for one in enum.enumerators:
-            one.value = next_value if one.literal is None else _number(one.literal.text)
-            if not -2 ** (bits - 1) <= one.value < 2 ** (bits - 1):
-                self._refuse(one.name, f"{one.value} does not fit the backing type {enum.backing}")
-            elif one.value in owners:
+            if one.literal is not None:
+                next_value = _number(one.literal.text)
+            elif next_value is None:
+                continue  # the one before has no value to count from
+            one.value = next_value
+            if one.value is None or not -2 ** (bits - 1) <= one.value < 2 ** (bits - 1):
+                written = one.value if one.literal is None else shown(one.literal.text)
+                self._refuse(one.name, f"{written} does not fit the backing type {enum.backing}")
+                next_value = None
+                continue
+            if one.value in owners:
                 self._refuse(one.name, f"{one.value} is the value of {owners[one.value]} already")
             owners.setdefault(one.value, one.name)
             next_value = one.value + 1
@@ -326,6 +333,14 @@ class _Checker:
 
 
 def _number(literal):
+    """The value of a literal; none if it fits no type."""
     sign = -1 if literal.startswith("-") else 1
     digits = literal.lstrip("+-")
-    return sign * (int(digits, 16) if digits[:2].lower() == "0x" else int(digits))
+    if digits[:2].lower() != "0x":
+        return sign * int(digits) if len(digits) < 20 else None
+    # What is written in hexadecimal is the bits of an int or, if it needs more, of a long.
+    bits = int(digits, 16)
+    for size in 32, 64:
+        if bits < 2 ** size:
+            return sign * (bits if bits < 2 ** (size - 1) else bits - 2 ** size)
+    return None

@@ -14,6 +14,12 @@ class Position:
         return f"{self.file}:{self.line}:{self.column}"
 
 
+def shown(text):
+    """A text of the input as a message can carry it."""
+    text = text if len(text) <= 60 else text[:57] + "..."
+    return text if text.isprintable() else text.encode("unicode_escape").decode()
+
+
 @dataclasses.dataclass(frozen=True)
 class AidlError:
     position: Position

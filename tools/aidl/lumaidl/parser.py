@@ -6,7 +6,7 @@ import pathlib
 import lark
 
 from . import syntax
-from .diagnostics import AidlError, AidlErrors, Position
+from .diagnostics import AidlError, AidlErrors, Position, shown
 
 _GRAMMAR = lark.Lark(
     (pathlib.Path(__file__).parent / "grammar.lark").read_text(encoding="utf-8"),
@@ -56,8 +56,10 @@ class _Builder(lark.Transformer):
         return children
 
     def annotation(self, children):
-        name, *arguments = children
-        return syntax.Annotation(self._name(name), dict(filter(None, arguments)))
+        name, *arguments = self._name(children[0]), *filter(None, children[1:])
+        if len(dict(arguments)) != len(arguments):
+            self._refuse(name, f"@{name} has an argument twice")
+        return syntax.Annotation(name, dict(arguments))
 
     def annotation_argument(self, tokens):
         return str(tokens[0]), tokens[1][1:-1]
@@ -129,9 +131,11 @@ def parse(file, text):
         raise error.orig_exc
     except lark.exceptions.UnexpectedToken as error:
         expected = " or ".join(sorted(map(_terminal, error.accepts or error.expected)))
-        what = f"'{error.token}'" if error.token.type != "$END" else "end of the file"
+        what = f"'{shown(error.token)}'" if error.token.type != "$END" else "end of the file"
         place = Position(file, error.line, error.column)
         raise AidlErrors([AidlError(place, f"unexpected {what}, {expected} should stand here")])
     except lark.exceptions.UnexpectedCharacters as error:
         place = Position(file, error.line, error.column)
-        raise AidlErrors([AidlError(place, f"unexpected character '{error.char}'")])
+        if text.startswith("/*", error.pos_in_stream):
+            raise AidlErrors([AidlError(place, "this comment has no end")])
+        raise AidlErrors([AidlError(place, f"unexpected character '{shown(error.char)}'")])
