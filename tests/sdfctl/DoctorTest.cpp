@@ -5,9 +5,11 @@
 #include <sys/stat.h>
 
 #include <fstream>
+#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "tests/sdfctl/Sdfctl.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/SocketFolder.h"
 
@@ -20,6 +22,19 @@ constexpr char kNotUpAdvice[] = "        Until it does, the library refuses all 
 constexpr char kLibraryAdvice[] = "        The service itself works, as seen above: ";
 constexpr char kDead[] = "Status(-129, EX_TRANSACTION_FAILED): 'STATUS_DEAD_OBJECT: '";
 constexpr char kRefused[] = "Status(-5, EX_ILLEGAL_STATE): 'refused by a rule'";
+
+// A service that is none, or not what it should be, until this object goes.
+class OddService {
+  public:
+    explicit OddService(Lines way) {
+        way.insert(way.begin(), LUM_ODD_SERVICE_PROGRAM);
+        mProcess = std::make_unique<ChildProcess>(way);
+        EXPECT_TRUE(mProcess->waitForLine("ready"));
+    }
+
+  private:
+    std::unique_ptr<ChildProcess> mProcess;
+};
 
 class DoctorTest : public testing::Test {
   protected:
@@ -172,6 +187,11 @@ TEST_F(DoctorTest, LibraryThatIsToldSomethingElse) {
 TEST_F(DoctorTest, LibraryThatIsToldNothing) {
     const EmulatorProcess emulator({"--rule", "on enable nth 2: never"});
     expectFailure("library", 16, "it is told nothing", kLibraryAdvice, "--timeout 2 doctor");
+}
+
+TEST_F(DoctorTest, ServiceThatHangsWhenTheLibraryLeaves) {
+    const OddService service({"hangs", "5"});
+    expectFailure("library", 16, "destroySdfClient() does not return", kStuckAdvice);
 }
 
 TEST_F(DoctorTest, HelpListsTheSteps) {

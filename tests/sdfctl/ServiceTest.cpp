@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <csignal>
 #include <memory>
+#include <utility>
 
 #include "tests/sdfctl/Sdfctl.h"
 #include "tests/support/ChildProcess.h"
@@ -34,6 +35,22 @@ class ServiceTest : public testing::Test {
         EXPECT_EQ(run.lines, withClient({kSetLatency, kFailed}));
         EXPECT_EQ(run.errors, Lines{kFailedAnswer});
         EXPECT_EQ(run.status, 1);
+    }
+
+    // Starts it with a client whose service does not take anything any more.
+    static std::unique_ptr<ChildProcess> startForAStoppedService(const EmulatorProcess& emulator,
+                                                                 const std::string& options) {
+        auto child = std::make_unique<ChildProcess>(sdfctlCommand(options));
+        child->writeLine("create");
+        EXPECT_TRUE(child->waitForLine(kUp));
+        EXPECT_TRUE(stopChild(emulator.pid()));
+        return child;
+    }
+
+    static std::string notDestroyed(const std::string& function) {
+        return "sdfctl: the client is not destroyed: " + function +
+               "() has not returned after 10 s; the service hangs, or is gone with requests still "
+               "queued (\"sdfctl doctor\" tells which)";
     }
 
     const SocketFolder mFolder;
@@ -177,29 +194,54 @@ TEST_F(ServiceTest, SignalsEndItInOrder) {
 
 TEST_F(ServiceTest, SignalEndsItWhileAStoppedServiceKeepsItFromDestroying) {
     const EmulatorProcess emulator;
-    ChildProcess child(sdfctlCommand(""));
-    child.writeLine("create");
-    ASSERT_TRUE(child.waitForLine(kUp));
-    ASSERT_TRUE(stopChild(emulator.pid()));
-    child.writeLine("status then quit");
-    ASSERT_TRUE(child.waitForLine("filters: none"));
-    child.signal(SIGTERM);
-    EXPECT_EQ(child.wait(), 128 + SIGTERM);
+    const auto child = startForAStoppedService(emulator, "--timeout 86400");
+    child->writeLine("status then quit");
+    ASSERT_TRUE(child->waitForLine("filters: none"));
+    child->signal(SIGTERM);
+    EXPECT_EQ(child->wait(), 128 + SIGTERM);
 }
 
 TEST_F(ServiceTest, SignalEndsTheCommandsThatDestroyWhenTheServiceHasStopped) {
     for (const char* const command : {"destroy", "disable"}) {
         const EmulatorProcess emulator;
-        ChildProcess child(sdfctlCommand(""));
-        child.writeLine("create");
-        ASSERT_TRUE(child.waitForLine(kUp));
-        ASSERT_TRUE(stopChild(emulator.pid()));
-        child.writeLine(std::string("status then ") + command + " then sleep 4000000");
-        ASSERT_TRUE(child.waitForLine("filters: none"));
-        child.signal(SIGINT);
-        EXPECT_EQ(child.wait(), 128 + SIGINT);
-        EXPECT_EQ(child.lines().back(), "filters: none") << command;  // it never returned
+        const auto child = startForAStoppedService(emulator, "--timeout 86400");
+        child->writeLine(std::string("status then ") + command + " then sleep 4000000");
+        ASSERT_TRUE(child->waitForLine("filters: none"));
+        child->signal(SIGINT);
+        EXPECT_EQ(child->wait(), 128 + SIGINT);
+        EXPECT_EQ(child->lines().back(), "filters: none") << command;  // it never returned
     }
+}
+
+TEST_F(ServiceTest, EndsWithoutDestroyingWhenTheServiceHasStopped) {
+    const EmulatorProcess emulator;
+    const auto child = startForAStoppedService(emulator, "--timeout 0.1");
+    child->closeInput();
+    EXPECT_EQ(child->wait(), 4);
+    EXPECT_EQ(child->lines(), (Lines{kCreated, kUp}));
+    EXPECT_EQ(child->errorLines(), Lines{notDestroyed("destroySdfClient")});
+}
+
+TEST_F(ServiceTest, CommandsThatDestroyEndTheRunWhenTheServiceHasStopped) {
+    const std::pair<const char*, const char*> kFunctions[] = {{"destroy", "destroySdfClient"},
+                                                              {"disable", "lum_sdf_disable"}};
+    for (const auto& [command, function] : kFunctions) {
+        const EmulatorProcess emulator;
+        const auto child = startForAStoppedService(emulator, "");
+        child->writeLine(std::string(command) + " then status");
+        EXPECT_EQ(child->wait(), 4);
+        EXPECT_EQ(child->lines(), (Lines{kCreated, kUp}));
+        EXPECT_EQ(child->errorLines(), Lines{notDestroyed(function)});
+    }
+}
+
+// The first signal ends the run, which then says what keeps it from ending in order.
+TEST_F(ServiceTest, SignalWhenTheServiceHasStoppedEndsItWithoutDestroying) {
+    const EmulatorProcess emulator;
+    const auto child = startForAStoppedService(emulator, "");
+    child->signal(SIGTERM);
+    EXPECT_EQ(child->wait(), 128 + SIGTERM);
+    EXPECT_EQ(child->errorLines(), Lines{notDestroyed("destroySdfClient")});
 }
 
 TEST_F(ServiceTest, HangUpIsIgnoredWhereItWasBefore) {

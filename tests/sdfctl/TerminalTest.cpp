@@ -80,6 +80,24 @@ TEST_F(TerminalTest, WhatIsWrongIsToldAndTheNextLineAskedFor) {
     EXPECT_EQ(terminal->wait(), 0);
 }
 
+TEST_F(TerminalTest, GoesOnAfterADestroyThatDoesNotReturnAndEndsWithoutWaitingAgain) {
+    const EmulatorProcess emulator;
+    const auto terminal = start();
+    terminal->type("create\n");
+    EXPECT_TRUE(terminal->waitFor("service up"));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    ASSERT_TRUE(stopChild(emulator.pid()));
+    terminal->type("destroy\n");
+    EXPECT_TRUE(terminal->waitFor("destroySdfClient() has not returned after 10 s; "));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("status\n");
+    EXPECT_TRUE(terminal->waitFor("client: no\r\n"));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("\x04");
+    EXPECT_EQ(terminal->wait(), 0);
+    EXPECT_EQ(terminal->rest().find("sdfctl: "), std::string::npos) << terminal->rest();
+}
+
 TEST_F(TerminalTest, TabCompletesCommandsAndValues) {
     const auto terminal = start();
     terminal->type("he\t");

@@ -122,8 +122,8 @@ class Doctor {
             return other("createSdfClient() returned " + std::to_string(made));
         }
         Trouble trouble = statusTrouble(waiter);
-        Waiter::untilASignal(destroySdfClient);
-        return trouble;
+        if (Waiter::withLimit(mSettings.endLimit(), destroySdfClient)) return trouble;
+        return {Trouble::Kind::kStuck, "destroySdfClient() does not return"};
     }
 
     Trouble statusTrouble(const Waiter& waiter) const {

@@ -74,6 +74,8 @@ void askForLines(Session& session) {
             session.complain(kExitUsage, error.what());
         } catch (const NotUp& error) {
             session.complain(kExitNotUp, error.what());
+        } catch (const NotDestroyed& error) {
+            session.complain(kExitNoAnswer, error.what());
         } catch (const Interrupted& interrupted) {
             if (interrupted.signal != SIGINT) throw;
             fputs("\n", stderr);
@@ -90,6 +92,8 @@ void runAndComplain(Session& session, const Body& body) {
         session.complain(kExitUsage, error.what());
     } catch (const NotUp& error) {
         session.complain(kExitNotUp, error.what());
+    } catch (const NotDestroyed& error) {
+        session.complain(kExitNoAnswer, error.what());
     }
 }
 

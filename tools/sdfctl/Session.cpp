@@ -73,14 +73,27 @@ void Session::asking() {
 
 void Session::destroy() {
     mChosen = true;
-    const auto body = [] { return Waiter::untilASignal(destroySdfClient); };
-    if (call("destroySdfClient", {}, body) == 0) clientGone();
+    const std::string function = "destroySdfClient";
+    const auto body = [&] { return endOf(function, destroySdfClient); };
+    if (call(function, {}, body) == 0) clientGone();
 }
 
 void Session::disable() {
     mChosen = true;
-    const auto body = [] { return Waiter::untilASignal(lum_sdf_disable); };
-    if (callOlder("lum_sdf_disable", body) == 1) clientGone();
+    const std::string function = "lum_sdf_disable";
+    const auto body = [&] { return endOf(function, lum_sdf_disable); };
+    if (callOlder(function, body) == 1) clientGone();
+}
+
+long long Session::endOf(const std::string& function, long long (*body)()) {
+    const double limit = mSettings.endLimit();
+    const std::optional<long long> result = Waiter::withLimit(limit, body);
+    if (result) return *result;
+    clientGone();
+    throw NotDestroyed("the client is not destroyed: " + function + "() has not returned after " +
+                       secondsText(limit) +
+                       "; the service hangs, or is gone with requests still queued (\"sdfctl "
+                       "doctor\" tells which)");
 }
 
 void Session::clientGone() {
@@ -267,8 +280,10 @@ bool Session::takeEvent(const std::string& name, const Test& test) {
     return true;
 }
 
-void Session::finish() {
+void Session::finish() try {
     if (mHasClient) destroy();
+} catch (const NotDestroyed& error) {
+    complain(kExitNoAnswer, error.what());
 }
 
 void Session::printStatus() {

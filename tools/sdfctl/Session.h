@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <algorithm>
 #include <deque>
 #include <functional>
 #include <optional>
@@ -26,12 +27,20 @@ struct NotUp : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Thrown when the client's end does not come in time. The client counts as gone then.
+struct NotDestroyed : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 struct Settings {
     bool json = false;
     bool manual = false;         // no client is made, and nothing is waited for, unasked
     bool answers = true;         // requests that are answered wait for it
     double timeout = 5;          // seconds for the service to come up, and for each event
     std::optional<double> wait;  // seconds to keep asking for the service
+
+    // Seconds for the client's end. The library may take 3.15 for one attempt to connect.
+    double endLimit() const { return std::max(timeout, 10.0); }
 };
 
 // One run: issues the calls, prints them and the events, and knows what they have told. All of it
@@ -57,7 +66,7 @@ class Session {
     void asking();
     void clientMade() { mHasClient = true; }
     // destroySdfClient(), and the older lum_sdf_disable(). They take as long as the service does;
-    // nobody must have to wait for that, so signals end the process meanwhile.
+    // nobody must have to wait for that, so signals end the process meanwhile. Throws NotDestroyed.
     void destroy();
     void disable();
 
@@ -99,7 +108,7 @@ class Session {
     // Waits, for some seconds at most, until it is known whether an internal error was told because
     // the service died. Behind the client's end nobody would tell.
     void judge();
-    // Destroys the client, if there is one.
+    // Destroys the client, if there is one. What keeps it from that counts as a failure.
     void finish();
 
     // What is known of client and service.
@@ -114,6 +123,7 @@ class Session {
     int exitStatus() const { return mExitStatus; }
 
   private:
+    long long endOf(const std::string& function, long long (*body)());
     void clientGone();
     bool waitUntil(std::optional<Time> end, const std::function<bool()>& done);
     void waitForService();

@@ -8,7 +8,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <future>
 #include <system_error>
+#include <thread>
+#include <utility>
 
 namespace {
 
@@ -74,10 +77,14 @@ Waiter::Woken Waiter::wait(std::optional<Time> end, int input) const {
     }
 }
 
-long long Waiter::untilASignal(const std::function<long long()>& body) {
+std::optional<long long> Waiter::withLimit(double seconds, long long (*body)()) {
+    std::packaged_task<long long()> task(body);
+    std::future<long long> result = task.get_future();
+    std::thread(std::move(task)).detach();  // inherits that the signals are blocked
     const sigset_t signals = endSignals();
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
-    const long long result = body();
+    const bool returned = result.wait_until(inSeconds(seconds)) == std::future_status::ready;
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    return result;
+    if (!returned) return std::nullopt;
+    return result.get();
 }

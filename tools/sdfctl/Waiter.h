@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <optional>
 
 using Time = std::chrono::steady_clock::time_point;
@@ -31,9 +30,11 @@ class Waiter {
     // descriptor, or -1; end: none means without limit. Throws Interrupted.
     Woken wait(std::optional<Time> end, int input = -1) const;
 
-    // Runs body() and returns its result; meanwhile the signals end the process as they do by
-    // default. For a call that may never return, from the thread that made the Waiter.
-    static long long untilASignal(const std::function<long long()>& body);
+    // Runs body() on a thread of its own and returns its result, or nothing when it has not
+    // returned after so many seconds; then the thread is left in it. Meanwhile the signals end the
+    // process as they do by default. For a call that may never return, from the thread that made
+    // the Waiter.
+    static std::optional<long long> withLimit(double seconds, long long (*body)());
 
   private:
     const int mEvents;
