@@ -127,6 +127,21 @@ TEST_F(ServiceTest, LostServiceIsAskedForAgainUnaskedWhenTold) {
     EXPECT_EQ(child.wait(), 0);
 }
 
+TEST_F(ServiceTest, LostServiceIsAskedForAgainWhileOnlyWatching) {
+    for (const char* const line : {"reg-filter-status then sleep 4000000", "reg-filter-status"}) {
+        EmulatorProcess emulator;
+        ChildProcess child(sdfctlCommand("--wait"));
+        child.writeLine(line);
+        ASSERT_TRUE(child.waitForLine("sdfRegFilterStatus() = 0 (success)"));
+        emulator.kill();
+        ASSERT_TRUE(child.waitForLine(kDown)) << line;
+        emulator.restart();
+        EXPECT_TRUE(child.waitForLine(kUp, 2)) << line;
+        child.signal(SIGTERM);
+        EXPECT_EQ(child.wait(), 128 + SIGTERM);
+    }
+}
+
 TEST_F(ServiceTest, RefusedSendEndsTheWaitForTheService) {
     const EmulatorProcess emulator({"--rule", "on enable: refuse"});
     const Outcome run = runSdfctl("high-perf-gaming off");

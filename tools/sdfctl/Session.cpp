@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <thread>
 
@@ -19,6 +20,15 @@ std::string secondsText(double seconds) {
     char text[40];
     snprintf(text, sizeof text, "%g s", seconds);
     return text;
+}
+
+// The earliest; none when there is none.
+std::optional<Time> firstOf(std::initializer_list<std::optional<Time>> times) {
+    std::optional<Time> first;
+    for (const std::optional<Time>& time : times) {
+        if (time && (!first || *time < *first)) first = time;
+    }
+    return first;
 }
 
 // body() again while it returns `code` and that may be because the library has yet to take note of
@@ -102,6 +112,7 @@ void Session::clientGone() {
     mWasUp = false;
     mTold.reset();
     mVerdict.reset();
+    mAskAt.reset();
     mFilters.clear();
 }
 
@@ -130,17 +141,33 @@ void Session::waitForService() {
 }
 
 void Session::keepAsking() {
-    const std::optional<Time> end =
-        *mSettings.wait > 0 ? std::optional<Time>(inSeconds(*mSettings.wait)) : std::nullopt;
-    while (!mUp) {
-        const Time next = inSeconds(kAskAgainSeconds);
-        if (waitUntil(end ? std::min(*end, next) : next, [&] { return mUp; })) return;
-        if (end && std::chrono::steady_clock::now() >= *end) {
-            throw NotUp("the service is not up after " + secondsText(*mSettings.wait) +
-                        " (\"sdfctl doctor\" tells why)");
-        }
-        create(false);
-    }
+    if (mUp) return;
+    startAsking();
+    mAskEnd = waitEnd();  // also when the service was lost a while ago
+    if (waitUntil(mAskEnd, [&] { return mUp; })) return;
+    mAskAt.reset();
+    throw NotUp("the service is not up after " + secondsText(*mSettings.wait) +
+                " (\"sdfctl doctor\" tells why)");
+}
+
+std::optional<Time> Session::waitEnd() const {
+    if (*mSettings.wait > 0) return inSeconds(*mSettings.wait);
+    return std::nullopt;
+}
+
+void Session::startAsking() {
+    if (!mSettings.wait || mSettings.manual || mAskAt) return;
+    mAskAt = inSeconds(kAskAgainSeconds);
+    mAskEnd = waitEnd();
+}
+
+void Session::askIfDue() {
+    const Time now = std::chrono::steady_clock::now();
+    if (!mAskAt || now < *mAskAt) return;
+    mAskAt.reset();
+    if (!mHasClient || (mAskEnd && now >= *mAskEnd)) return;
+    mAskAt = inSeconds(kAskAgainSeconds);  // first: the service may be up when the call returns
+    create(false);
 }
 
 long long Session::retryWhileFresh(unsigned int id, const std::function<long long()>& body) {
@@ -212,14 +239,15 @@ bool Session::waitUntil(std::optional<Time> end, const std::function<bool()>& do
     for (;;) {
         drain();
         if (done()) return true;
-        const bool verdictIsFirst = mVerdict && (!end || *mVerdict < *end);
-        const Waiter::Woken woken = mWaiter.wait(verdictIsFirst ? mVerdict : end);
-        if (woken == Waiter::Woken::kTime && !verdictIsFirst) return false;
+        if (end && std::chrono::steady_clock::now() >= *end) return false;
+        askIfDue();
+        mWaiter.wait(firstOf({end, mVerdict, mAskAt}));
     }
 }
 
 bool Session::inputReady(int fd) {
-    const Waiter::Woken woken = mWaiter.wait(std::nullopt, fd);
+    askIfDue();
+    const Waiter::Woken woken = mWaiter.wait(mAskAt, fd);
     drain();
     return woken == Waiter::Woken::kInput;
 }
@@ -258,6 +286,11 @@ void Session::noteStatus(const Event& event, bool older) {
     if (status == down) mVerdict.reset();
     mUp = status == up;
     mWasUp = mWasUp || mUp;
+    if (mUp) {
+        mAskAt.reset();
+    } else {
+        startAsking();
+    }
     mTold = event.fields.front().shown;
 }
 

@@ -128,6 +128,11 @@ class Session {
     bool waitUntil(std::optional<Time> end, const std::function<bool()>& done);
     void waitForService();
     void keepAsking();
+    // Until when to keep asking from now on, none for without end. Only with the setting.
+    std::optional<Time> waitEnd() const;
+    // The service is not up: asks for it while something is waited for, if the settings say so.
+    void startAsking();
+    void askIfDue();
     bool takeEvent(const std::string& name, const Test& test);
     bool takeAnswer(const std::string& name, const Test& test);
     void note(const Event& event);
@@ -147,7 +152,9 @@ class Session {
     // Until when an internal error may still have been told because the service died. Otherwise a
     // message was refused, or it is the service that told it; nobody can tell these apart.
     std::optional<Time> mVerdict;
-    std::string mFailure;  // that status
-    size_t mFailures = 0;  // how many were not for the service's death
+    std::string mFailure;         // that status
+    size_t mFailures = 0;         // how many were not for the service's death
+    std::optional<Time> mAskAt;   // when to ask for the service again; none: not at all
+    std::optional<Time> mAskEnd;  // when to cease
     int mExitStatus = kExitSuccess;
 };
