@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "tests/sdfctl/Sdfctl.h"
 #include "tests/support/ChildProcess.h"
@@ -62,6 +64,27 @@ class DoctorTest : public testing::Test {
         EXPECT_EQ(run.lines.back().substr(0, advice.size()), advice);
     }
 
+    // Runs it with that directory and expects it to see what is wrong with it.
+    static void expectWrongFolder(const std::string& path, const std::string& trouble,
+                                  const std::string& advice) {
+        const Outcome run = runSdfctl("doctor", {}, {"LUM_BINDER_DIR=" + path});
+        EXPECT_EQ(run.status, 10);
+        ASSERT_EQ(run.lines.size(), 2U);
+        EXPECT_EQ(run.lines[0], "failed  folder:   " + path + ": " + trouble);
+        EXPECT_EQ(run.lines[1].substr(0, advice.size()), advice);
+    }
+
+    // What to put before a command so that file modes count for it, also for root.
+    static Lines asOrdinaryUser() {
+        if (geteuid() != 0) return {};
+        return {"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search"};
+    }
+    static bool canBeOrdinary() {
+        Lines command = asOrdinaryUser();
+        command.emplace_back("/bin/true");
+        return ChildProcess(command).wait() == 0;
+    }
+
     const SocketFolder mFolder;
     const Lines mAll{
         "ok      folder:   " + mFolder.path() + " can be used",
@@ -104,7 +127,7 @@ TEST_F(DoctorTest, ObjectsForPrograms) {
     const nlohmann::json object = nlohmann::json::parse(failed.lines[0]);
     EXPECT_EQ(object["ok"], false);
     EXPECT_EQ(object["step"], "folder");
-    EXPECT_EQ(object["detail"], "/dev/null: it is not a folder");
+    EXPECT_EQ(object["detail"], "/dev/null: it is not a directory");
     EXPECT_TRUE(object["advice"].is_string());
 }
 
@@ -123,6 +146,63 @@ TEST_F(DoctorTest, FolderThatDoesNotExistYet) {
     const Outcome run = runSdfctl("doctor", {}, {"LUM_BINDER_DIR=" + mFolder.path() + "/none"});
     EXPECT_EQ(run.status, 11);
     EXPECT_EQ(run.lines[0], "ok      folder:   " + mFolder.path() + "/none can be used");
+}
+
+TEST_F(DoctorTest, FolderWithoutAParent) {
+    const std::string parent = mFolder.path() + "/none";
+    expectWrongFolder(
+        parent + "/binder",
+        "neither it nor its parent " + parent + " is there (No such file or directory)",
+        "        Make it (mkdir -p), or set LUM_BINDER_DIR ");
+    expectWrongFolder(
+        parent + "/binder//",
+        "neither it nor its parent " + parent + " is there (No such file or directory)",
+        "        Make it (mkdir -p), or set LUM_BINDER_DIR ");
+}
+
+TEST_F(DoctorTest, FolderThatThisUserMayNotWriteTo) {
+    if (!canBeOrdinary()) GTEST_SKIP() << "root cannot do without its rights here";
+    ASSERT_EQ(chmod(mFolder.path().c_str(), 0500), 0);
+    const std::pair<std::string, std::string> kTroubles[] = {
+        {mFolder.path(), "no socket can be made in it (Permission denied)"},
+        {mFolder.path() + "/binder",
+         "it does not exist, and this user cannot make it (Permission denied)"}};
+    for (const auto& [path, trouble] : kTroubles) {
+        Lines command = asOrdinaryUser();
+        for (const std::string& word : sdfctlCommand("doctor")) command.push_back(word);
+        ChildProcess doctor(command, {"LUM_BINDER_DIR=" + path});
+        EXPECT_EQ(doctor.wait(), 10);
+        EXPECT_EQ(doctor.lines().at(0), "failed  folder:   " + path + ": " + trouble);
+    }
+}
+
+// 107 bytes with "/vendor.orn.data.lumservice.ILumService.socket" is what a socket's address holds.
+TEST_F(DoctorTest, FolderWhoseNameIsTooLong) {
+    const std::string longest =
+        mFolder.path() + "/" + std::string(107 - 46 - mFolder.path().size() - 1, 'x');
+    setenv("LUM_BINDER_DIR", longest.c_str(), 1);
+    const EmulatorProcess emulator;
+    const Outcome run = runSdfctl("doctor");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.lines[0], "ok      folder:   " + longest + " can be used");
+    expectWrongFolder(longest + "y",
+                      "a socket's path may have 107 bytes at most; with the name of the service's "
+                      "it has 108",
+                      "        Set LUM_BINDER_DIR to a shorter path, ");
+    ChildProcess refused({EmulatorProcess::program()}, {"LUM_BINDER_DIR=" + longest + "y"});
+    EXPECT_EQ(refused.wait(), 1);
+}
+
+TEST_F(DoctorTest, NameServedByAnotherInterface) {
+    const OddService service({"other"});
+    expectFailure("service", 11, "what has the service's name is of another interface",
+                  "        Another program has taken the service's name: end it, ");
+}
+
+TEST_F(DoctorTest, ServiceThatFailsEveryCall) {
+    const OddService service({"fails"});
+    expectFailure("callback", 12, "Status(-129, EX_TRANSACTION_FAILED): 'STATUS_UNKNOWN_ERROR: '",
+                  "        It was reached, but does not carry the call out: ");
 }
 
 TEST_F(DoctorTest, ServiceThatHasStopped) {

@@ -46,14 +46,15 @@ constexpr char kRefusedAdvice[] =
     "Its log should say why; it may not know this feature, or not serve this user. The library "
     "tells of refused messages with status -3; of a refused callback object it does not tell, and "
     "goes on, but no status and no answer will reach it.";
+constexpr char kBrokenAdvice[] =
+    "It was reached, but does not carry the call out: it was built from other interface files than "
+    "this program, or something in it is broken. Build both from the same files, or look into its "
+    "log.";
 constexpr char kLeftAdvice[] =
     "It is there, but no longer serves this client: wait, or look into its log. The library refuses "
     "all requests until createSdfClient() is called again and the service says that it is up.";
 
-constexpr Step kFolder{
-    "folder", 10, "can be used",
-    "Make it this user's alone (chmod 700), or set LUM_BINDER_DIR to another folder, here and for "
-    "the service."};
+constexpr Step kFolder{"folder", 10, "can be used", ""};
 constexpr Step kService{
     "service", 11, "somebody serves the name vendor.orn.data.lumservice.ILumService",
     "Start it: on Linux lum_sdf_emulator, as this user and with the same LUM_BINDER_DIR. On a "
@@ -70,16 +71,17 @@ constexpr Step kAnswer{"answer", 15, "the service answers a request",
 constexpr Step kLibrary{"library", 16, "the library is told that the service is up",
                         "The service itself works, as seen above: look into the library's log."};
 
-const char* adviceFor(const Step& step, Trouble::Kind kind) {
-    switch (kind) {
+std::string adviceFor(const Step& step, const Trouble& trouble) {
+    switch (trouble.kind) {
         case Trouble::Kind::kDied: return kDiedAdvice;
         case Trouble::Kind::kStuck: return kStuckAdvice;
         case Trouble::Kind::kLeft: return kLeftAdvice;
         case Trouble::Kind::kRefused: return kRefusedAdvice;
+        case Trouble::Kind::kBroken: return kBrokenAdvice;
         case Trouble::Kind::kNone:
         case Trouble::Kind::kOther: break;
     }
-    return step.advice;
+    return trouble.advice.empty() ? step.advice : trouble.advice;
 }
 
 // Goes through the steps and prints how each went.
@@ -95,10 +97,10 @@ class Doctor {
 
   private:
     bool checkFolder() {
-        const SocketFolderCheck folder = checkSocketFolder();
-        const std::string& trouble = folder.trouble;
-        if (!trouble.empty()) return check(kFolder, other(folder.path + ": " + trouble));
-        return check(kFolder, {}, folder.path + " " + kFolder.went);
+        const SocketFolderCheck folder = checkSocketFolder(ServiceProbe::serviceName());
+        if (folder.trouble.empty()) return check(kFolder, {}, folder.path + " " + kFolder.went);
+        return check(kFolder,
+                     {Trouble::Kind::kOther, folder.path + ": " + folder.trouble, folder.advice});
     }
 
     bool checkService() {
@@ -141,7 +143,7 @@ class Doctor {
     // went: what to say when the step went well. Returns whether it did.
     bool check(const Step& step, const Trouble& trouble, const std::string& went) {
         const bool ok = trouble.kind == Trouble::Kind::kNone;
-        const char* const advice = ok ? nullptr : adviceFor(step, trouble.kind);
+        const std::string advice = adviceFor(step, trouble);
         std::string name = std::string(step.name) + ":";
         nlohmann::ordered_json object = {{"step", step.name}, {"ok", ok}};
         object["detail"] = ok ? went : trouble.text;

@@ -99,10 +99,19 @@ std::vector<uint8_t> enableMessage(bool enable) {
     return encode(message);
 }
 
+constexpr char kOtherInterfaceAdvice[] =
+    "Another program has taken the service's name: end it, and start the service. On Linux it "
+    "holds vendor.orn.data.lumservice.ILumService.lock open in the directory above (fuser names "
+    "it).";
+
 Trouble troubleOf(const ndk::ScopedAStatus& status) {
     if (status.isOk()) return {};
-    const bool died = status.getStatus() == STATUS_DEAD_OBJECT;
-    return {died ? Trouble::Kind::kDied : Trouble::Kind::kRefused, status.getDescription()};
+    Trouble::Kind kind = Trouble::Kind::kRefused;
+    if (status.getExceptionCode() == EX_TRANSACTION_FAILED) {
+        const bool died = status.getStatus() == STATUS_DEAD_OBJECT;
+        kind = died ? Trouble::Kind::kDied : Trouble::Kind::kBroken;
+    }
+    return {kind, status.getDescription()};
 }
 
 std::string nameOf(SdfProto::Status status) {
@@ -125,9 +134,17 @@ struct ServiceProbe::Parts {
         }
         service = ILumService::fromBinder(binder);
         if (service) return {};
-        return {Trouble::Kind::kOther, "what has the service's name is something else"};
+        if (!AIBinder_isAlive(binder.get())) {
+            return {Trouble::Kind::kDied, "it died while it was looked up"};
+        }
+        return {Trouble::Kind::kOther, "what has the service's name is of another interface",
+                kOtherInterfaceAdvice};
     }
 };
+
+const char* ServiceProbe::serviceName() {
+    return ILumService::descriptor;
+}
 
 ServiceProbe::ServiceProbe(double limit) : mLimit(limit), mParts(std::make_shared<Parts>()) {}
 

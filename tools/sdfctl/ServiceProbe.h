@@ -16,10 +16,12 @@ struct Trouble {
         kDied,     // the service died of it
         kStuck,    // the service does not return from the call
         kRefused,  // the service refused the call
+        kBroken,   // the call failed in between, or the service does not know it
         kLeft,     // the service was up, and then said that it no longer is
     };
     Kind kind = Kind::kNone;
-    std::string text{};  // what happened; empty when it went well
+    std::string text{};    // what happened; empty when it went well
+    std::string advice{};  // what to do about it, where the kind and the step do not tell
 };
 
 // A client of the service beside the library: it sees the result of each step that the library
@@ -30,6 +32,9 @@ struct Trouble {
 // step that needs an earlier one is to be taken only when that went well. For one thread.
 class ServiceProbe {
   public:
+    // The name that the service is looked up by.
+    static const char* serviceName();
+
     // limit: seconds for each step.
     explicit ServiceProbe(double limit);
     ~ServiceProbe();

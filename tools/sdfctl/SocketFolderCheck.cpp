@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/sdfctl/SocketFolderCheck.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 namespace {
 
@@ -18,18 +21,66 @@ std::string folderPath() {
     return "/tmp/lum-binder-" + std::to_string(geteuid());
 }
 
-std::string troubleWith(const std::string& path) {
+constexpr char kElsewhere[] = "Set LUM_BINDER_DIR to another directory, here and for the service.";
+constexpr char kShorter[] = "Set LUM_BINDER_DIR to a shorter path, here and for the service.";
+constexpr char kMake[] =
+    "Make it (mkdir -p), or set LUM_BINDER_DIR to another directory, here and for the service.";
+constexpr char kClose[] =
+    "Make it this user's alone (chmod 700), or set LUM_BINDER_DIR to another directory, here and "
+    "for the service.";
+
+struct Finding {
+    std::string trouble;
+    const char* advice = "";
+};
+
+Finding lengthFinding(const std::string& path, const std::string& service) {
+    constexpr size_t kMost = sizeof sockaddr_un::sun_path - 1;
+    const size_t length = (path + "/" + service + ".socket").size();
+    if (length <= kMost) return {};
+    return {"a socket's path may have " + std::to_string(kMost) + " bytes at most; with the name " +
+                "of the service's it has " + std::to_string(length),
+            kShorter};
+}
+
+// A service makes the last directory of the path, no other.
+Finding parentFinding(std::string path) {
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    std::string parent = std::filesystem::path(path).parent_path();
+    if (parent.empty()) parent = ".";
+    if (access(parent.c_str(), F_OK) != 0) {
+        return {"neither it nor its parent " + parent + " is there (" + strerror(errno) + ")",
+                kMake};
+    }
+    if (faccessat(AT_FDCWD, parent.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+        return {"it does not exist, and this user cannot make it (" + std::string(strerror(errno)) +
+                    ")",
+                kElsewhere};
+    }
+    return {};
+}
+
+Finding findingAt(const std::string& path) {
     struct stat about {};
-    if (lstat(path.c_str(), &about) != 0) return errno == ENOENT ? "" : strerror(errno);
-    if (!S_ISDIR(about.st_mode)) return "it is not a folder";
-    if (about.st_uid != geteuid()) return "it belongs to user " + std::to_string(about.st_uid);
-    if ((about.st_mode & (S_IRWXG | S_IRWXO)) != 0) return "it is open to others";
-    return "";
+    if (lstat(path.c_str(), &about) != 0) {
+        return errno == ENOENT ? parentFinding(path) : Finding{strerror(errno), kElsewhere};
+    }
+    if (!S_ISDIR(about.st_mode)) return {"it is not a directory", kElsewhere};
+    if (about.st_uid != geteuid()) {
+        return {"it belongs to user " + std::to_string(about.st_uid), kElsewhere};
+    }
+    if ((about.st_mode & (S_IRWXG | S_IRWXO)) != 0) return {"it is open to others", kClose};
+    if (faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+        return {"no socket can be made in it (" + std::string(strerror(errno)) + ")", kClose};
+    }
+    return {};
 }
 
 }  // namespace
 
-SocketFolderCheck checkSocketFolder() {
+SocketFolderCheck checkSocketFolder(const std::string& service) {
     const std::string path = folderPath();
-    return {path, troubleWith(path)};
+    Finding finding = lengthFinding(path, service);
+    if (finding.trouble.empty()) finding = findingAt(path);
+    return {path, finding.trouble, finding.advice};
 }

@@ -3,12 +3,14 @@
 
 #include <string>
 
-// The folder in which services and clients meet on Linux.
+// The directory in which services and clients meet on Linux.
 struct SocketFolderCheck {
     std::string path;
-    // Why clients refuse it; empty when they do not. A folder that does not exist is fine: nobody
-    // has needed it yet.
+    // Why no service can be there, or no client looks for one there; empty when both can. A
+    // directory that does not exist is fine where a service can make it.
     std::string trouble;
+    std::string advice;  // what to do about the trouble
 };
 
-SocketFolderCheck checkSocketFolder();
+// service: the name that is served there.
+SocketFolderCheck checkSocketFolder(const std::string& service);
