@@ -34,6 +34,7 @@ TEST(CompletionTest, WordsOfEachArgumentInTurn) {
     EXPECT_EQ(candidates("prioritize-data first o"), (Texts{"on", "off"}));
     EXPECT_EQ(candidates("help get-"), (Texts{"get-filters", "get-priority-queue-report"}));
     EXPECT_EQ(candidates("wait leg"), Texts{"legacy-status"});
+    EXPECT_EQ(candidates("wait filter-status de"), Texts{"deleted"});
 }
 
 TEST(CompletionTest, OptionsAndTheirValues) {

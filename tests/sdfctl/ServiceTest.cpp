@@ -287,6 +287,50 @@ TEST_F(ServiceTest, ServiceThatIsNotDownAfterWaitIsToldAndTheRunGoesOn) {
     EXPECT_EQ(run.status, 4);
 }
 
+TEST_F(ServiceTest, WaitUntilTheServiceIsUpMakesTheClient) {
+    const EmulatorProcess emulator;
+    const Outcome run = runSdfctl("wait up");
+    EXPECT_EQ(run.lines, withClient({}));
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(ServiceTest, WaitsThatNeedAClientSayThatThereIsNone) {
+    const std::string noClient = ": there is no client (\"create\" makes one)";
+    const struct {
+        const char* arguments;
+        std::string error;
+        int status;
+    } kCases[] = {
+        {"--timeout 86400 --manual wait up", "the service cannot come up" + noClient, 3},
+        {"--timeout 86400 wait down", "the service cannot be lost" + noClient, 4},
+        {"--timeout 86400 wait levels", "no event \"levels\"" + noClient, 4},
+        {"--timeout 86400 wait filter-status deleted",
+         "no event \"filter-status\" with \"deleted\"" + noClient, 4},
+    };
+    for (const auto& aCase : kCases) {
+        const Outcome run = runSdfctl(aCase.arguments);
+        EXPECT_EQ(run.lines, Lines{});
+        EXPECT_EQ(run.errors, Lines{"sdfctl: " + aCase.error});
+        EXPECT_EQ(run.status, aCase.status) << aCase.arguments;
+    }
+}
+
+TEST_F(ServiceTest, WaitForAValueThatDoesNotComeNamesIt) {
+    const EmulatorProcess emulator;
+    const Outcome run = runSdfctl("--timeout 2 create then wait status then wait status deleted");
+    EXPECT_EQ(run.errors, Lines{"sdfctl: no event \"status\" with \"deleted\" within 2 s"});
+    EXPECT_EQ(run.status, 4);
+}
+
+TEST_F(ServiceTest, WaitUntilTheServiceIsUpKeepsAskingWhenTold) {
+    const Outcome run = runSdfctl("--timeout 86400 --wait=0.2 wait up");
+    EXPECT_EQ(run.lines, (Lines{kCreated, kDestroyed}));
+    EXPECT_EQ(run.errors,
+              Lines{"sdfctl: the service is not up after 0.2 s (\"sdfctl doctor\" tells why)"});
+    EXPECT_EQ(run.status, 3);
+}
+
 TEST_F(ServiceTest, LostServiceThatWasWaitedForIsNoFailure) {
     EmulatorProcess emulator;
     ChildProcess child(sdfctlCommand(""));

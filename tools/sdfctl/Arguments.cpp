@@ -7,13 +7,6 @@
 
 namespace {
 
-std::vector<std::string> textsOf(const Words& words) {
-    std::vector<std::string> texts;
-    texts.reserve(words.size());
-    for (const Word& word : words) texts.push_back(word.text);
-    return texts;
-}
-
 // Too many to be read in an error message.
 std::string expectedOf(const Words& words) {
     constexpr size_t kMost = 10;

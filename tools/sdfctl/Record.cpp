@@ -15,10 +15,6 @@ nlohmann::json jsonOf(const Value& value) {
 
 }  // namespace
 
-std::string jsonTextOf(const Value& value) {
-    return jsonOf(value).dump();
-}
-
 Field plain(std::string key, const std::string& text) {
     return {std::move(key), text, text, "", false};
 }
@@ -88,4 +84,10 @@ long long Event::number(const std::string& key) const {
                                     [&](const Field& field) { return field.key == key; });
     if (found == fields.end()) throw std::logic_error(name + " has no " + key);
     return jsonOf(found->value).get<long long>();
+}
+
+bool Event::has(const std::string& value) const {
+    return std::any_of(fields.begin(), fields.end(), [&](const Field& field) {
+        return field.shown == value || field.name == value || jsonOf(field.value).dump() == value;
+    });
 }

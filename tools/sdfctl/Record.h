@@ -28,9 +28,6 @@ struct Field {
 
 using Fields = std::vector<Field>;
 
-// The value as a program reads it, in JSON.
-std::string jsonTextOf(const Value& value);
-
 // A text.
 Field plain(std::string key, const std::string& text);
 
@@ -74,4 +71,6 @@ struct Event {
 
     // The field's value; the field must be there, and hold a number.
     long long number(const std::string& key) const;
+    // Whether one of the fields has that value, as people or programs read it.
+    bool has(const std::string& value) const;
 };

@@ -15,6 +15,7 @@ constexpr double kAskAgainSeconds = 4;  // longer than one of the library's atte
 constexpr double kQuietSeconds = 0.2;   // after which a list counts as complete
 constexpr double kDeathSeconds = 3;     // in which the service's death is told behind its failures
 constexpr size_t kMostUnclaimed = 10000;
+constexpr char kNoClient[] = ": there is no client (\"create\" makes one)";
 
 std::string secondsText(double seconds) {
     char text[40];
@@ -117,9 +118,12 @@ void Session::clientGone() {
 }
 
 void Session::ready() {
-    if (mSettings.manual) return;
-    if (!mHasClient && !mChosen) create(false);
+    createUnasked();
     serviceUp();
+}
+
+void Session::createUnasked() {
+    if (!mSettings.manual && !mHasClient && !mChosen) create(false);
 }
 
 void Session::serviceUp() {
@@ -184,10 +188,14 @@ long long Session::retryWhileNoneKnown(const std::function<long long()>& body) {
     return result;
 }
 
-bool Session::expect(const std::string& name, const Test& test) {
-    if (waitUntil(inSeconds(mSettings.timeout), [&] { return takeEvent(name, test); })) return true;
-    complain(kExitNoAnswer, "no event \"" + name + "\" within " + secondsText(mSettings.timeout));
-    return false;
+void Session::expect(const std::string& name, const std::string& value) {
+    const Test test = [&](const Event& event) { return value.empty() || event.has(value); };
+    // Without a client no more events come.
+    const double limit = mHasClient ? mSettings.timeout : 0;
+    if (waitUntil(inSeconds(limit), [&] { return takeEvent(name, test); })) return;
+    std::string missing = "no event \"" + name + "\"";
+    if (!value.empty()) missing += " with \"" + value + "\"";
+    complain(kExitNoAnswer, missing + (mHasClient ? " within " + secondsText(limit) : kNoClient));
 }
 
 void Session::expectAnswer(const std::string& name, const Test& test) {
@@ -221,12 +229,18 @@ void Session::expectAnswers(const std::string& name, size_t expected, bool first
 }
 
 void Session::expectUp() {
+    createUnasked();
+    if (!mHasClient) throw NotUp(std::string("the service cannot come up") + kNoClient);
+    if (mSettings.wait && !mSettings.manual) return keepAsking();
     if (waitUntil(inSeconds(mSettings.timeout), [&] { return mUp; })) return;
     throw NotUp("the service is not up after " + secondsText(mSettings.timeout));
 }
 
 void Session::expectDown() {
-    const auto isDown = [&] { return mHasClient && !mUp && mTold; };
+    if (!mHasClient) {
+        return complain(kExitNoAnswer, std::string("the service cannot be lost") + kNoClient);
+    }
+    const auto isDown = [&] { return !mUp && mTold; };
     if (waitUntil(inSeconds(mSettings.timeout), isDown)) return;
     complain(kExitNoAnswer, "the service is not down after " + secondsText(mSettings.timeout));
 }

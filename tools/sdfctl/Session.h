@@ -83,17 +83,18 @@ class Session {
     // The same for a call that names all filters, and returns -5 because the library knows of none.
     long long retryWhileNoneKnown(const std::function<long long()>& body);
 
-    using Test = std::function<bool(const Event&)>;
     // Waits for an event that nobody has waited for yet, and counts the failure when it does not
-    // come in time. test: none accepts all.
-    bool expect(const std::string& name, const Test& test = {});
+    // come in time. value: that it must have; empty: any.
+    void expect(const std::string& name, const std::string& value);
+    using Test = std::function<bool(const Event&)>;
     // The same for the answer to a request, unless the settings say not to wait for answers. It is
     // not waited for any longer once an internal error has been told of a service that lives.
     void expectAnswer(const std::string& name, const Test& test);
     // The same for an answer of several events: waits until there have been `expected`, or they
     // cease to come. first: whether one has to come.
     void expectAnswers(const std::string& name, size_t expected, bool first);
-    // Waits until the service is up; throws NotUp when it is not in time.
+    // Waits until the service is up, for a client that is made as ready() does; throws NotUp when
+    // it is not in time.
     void expectUp();
     // Waits until the service is down, and counts the failure when it is not in time.
     void expectDown();
@@ -123,6 +124,7 @@ class Session {
     int exitStatus() const { return mExitStatus; }
 
   private:
+    void createUnasked();
     long long endOf(const std::string& function, long long (*body)());
     void clientGone();
     bool waitUntil(std::optional<Time> end, const std::function<bool()>& done);

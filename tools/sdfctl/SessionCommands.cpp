@@ -20,12 +20,6 @@ struct WaitValues {
     std::string value;  // empty: any
 };
 
-bool has(const Event& event, const std::string& value) {
-    return std::any_of(event.fields.begin(), event.fields.end(), [&](const Field& field) {
-        return field.shown == value || field.name == value || jsonTextOf(field.value) == value;
-    });
-}
-
 void waitFor(Session& session, const WaitValues& values) {
     int64_t milliseconds = 0;
     if (readNumber(values.what, 0, kMostMilliseconds, milliseconds)) {
@@ -35,9 +29,7 @@ void waitFor(Session& session, const WaitValues& values) {
     } else if (values.what == "down") {
         session.expectDown();
     } else {
-        const std::string& value = values.value;
-        session.expect(values.what,
-                       [&](const Event& event) { return value.empty() || has(event, value); });
+        session.expect(values.what, values.value);
     }
 }
 
@@ -63,8 +55,10 @@ Action wait(Arguments& arguments) {
                    "Milliseconds, or one of " + names, isWaitedFor);
     // Arguments are read in their order: the event is known by then.
     const auto hasValues = [values](const std::string&) { return isEvent(values->what); };
-    arguments.optionalText("VALUE", values->value, {}, "taken behind a number, up or down",
-                           "What one of the event's values must be, such as \"deleted\"",
+    arguments.optionalText("VALUE", values->value, textsOf(filterStatusWords()),
+                           "taken behind a number, up or down",
+                           "What one of the event's values must be; of a filter's status one of " +
+                               listOf(filterStatusWords()),
                            hasValues);
     return [values](Session& session) { waitFor(session, *values); };
 }

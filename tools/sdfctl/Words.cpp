@@ -112,6 +112,13 @@ std::string wordOf(const Words& words, int32_t value) {
     return found == words.end() ? std::to_string(value) : found->text;
 }
 
+std::vector<std::string> textsOf(const Words& words) {
+    std::vector<std::string> texts;
+    texts.reserve(words.size());
+    for (const Word& word : words) texts.push_back(word.text);
+    return texts;
+}
+
 std::string listOf(const Words& words) {
     std::string list;
     for (const Word& word : words) list += (list.empty() ? "" : ", ") + word.text;

@@ -36,5 +36,7 @@ bool readWord(const Words& words, const std::string& text, int32_t& value);
 // The word for a value, or its number when there is none.
 std::string wordOf(const Words& words, int32_t value);
 
-// All of them, with commas between.
+// All of them.
+std::vector<std::string> textsOf(const Words& words);
+// The same, with commas between.
 std::string listOf(const Words& words);
