@@ -72,10 +72,42 @@ TEST_F(ErrorsTest, WrongLineOfAScriptEndsItAndIsNamed) {
     EXPECT_EQ(run.errors, Lines{"sdfctl: line 4: \"foo\" is not a command (\"help\" lists them)"});
 }
 
+TEST_F(ErrorsTest, WhatIsWrongIsNotRepeatedAtAnyLength) {
+    const std::string word(5000, 'x');
+    const Outcome run = runSdfctl("wait " + word);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.errors,
+              Lines{"sdfctl: wait: WHAT: \"" + word.substr(0, 387) + " [... 4381 bytes ...] " +
+                    word.substr(0, 232) +
+                    "\" is not a number of milliseconds or one of up, down, status, "
+                    "legacy-status, levels, filter-added, filter-listed, filter-status, "
+                    "auto-filter, queue-report, queue-answer"});
+    // No character is cut.
+    std::string umlauts = "x";
+    for (int i = 0; i < 3000; ++i) umlauts += "\u00FC";
+    const Outcome cut = runSdfctl(umlauts);
+    ASSERT_EQ(cut.errors.size(), 1U);
+    EXPECT_NE(cut.errors[0].find("\u00FC [... "), std::string::npos) << cut.errors[0];
+    EXPECT_NE(cut.errors[0].find(" bytes ...] \u00FC"), std::string::npos) << cut.errors[0];
+}
+
+TEST_F(ErrorsTest, LineOfAScriptWithoutAnEnd) {
+    ChildProcess child(
+        {"/bin/sh", "-c", "echo status | cat - /dev/zero | \"$0\"", sdfctlCommand("")[0]});
+    EXPECT_EQ(child.wait(), 2);
+    EXPECT_EQ(child.errorLines(), Lines{"sdfctl: line 2: longer than 1048576 bytes"});
+}
+
 TEST_F(ErrorsTest, OutputThatCannotBeWritten) {
-    ChildProcess child({"/bin/sh", "-c", "exec \"$0\" status >/dev/full", sdfctlCommand("")[0]});
-    EXPECT_EQ(child.wait(), 1);
-    EXPECT_EQ(child.errorLines(), Lines{"sdfctl: standard output: No space left on device"});
+    for (const char* const arguments :
+         {"status", "help", "help create", "create --help", "--help", "doctor --help"}) {
+        ChildProcess child({"/bin/sh", "-c",
+                            std::string("exec \"$0\" ") + arguments + " >/dev/full",
+                            sdfctlCommand("")[0]});
+        EXPECT_EQ(child.wait(), 1) << arguments;
+        EXPECT_EQ(child.errorLines(), Lines{"sdfctl: standard output: No space left on device"})
+            << arguments;
+    }
 }
 
 TEST_F(ErrorsTest, ClosedStandardStreams) {

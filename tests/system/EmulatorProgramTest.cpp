@@ -266,6 +266,13 @@ TEST_F(EmulatorProgramTest, HelpExplainsEverything) {
     EXPECT_EQ(emulator.errorLines(), Lines{});
 }
 
+TEST_F(EmulatorProgramTest, HelpThatCannotBePrintedIsReported) {
+    ChildProcess emulator({"/bin/sh", "-c", "exec \"$0\" --help >/dev/full", mProgram});
+    EXPECT_EQ(emulator.wait(), 1);
+    EXPECT_EQ(emulator.errorLines(),
+              Lines{"lum_sdf_emulator: cannot print: No space left on device"});
+}
+
 TEST_F(EmulatorProgramTest, FiguresAreThoseOfTheProcess) {
     EmulatorProcess emulator;
     const EmulatorProcess::Stats idle = emulator.stats();

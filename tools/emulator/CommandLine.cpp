@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <limits>
 #include <string>
 #include <utility>
@@ -145,6 +146,13 @@ std::string usageError(const CLI::App* /*app*/, const CLI::Error& error) {
            "\nRun with --help for more information.\n";
 }
 
+// What was asked for, and could not be printed, is a failure.
+int statusOfPrinting() {
+    if (std::cout.flush() && fflush(stdout) == 0) return 0;
+    fprintf(stderr, "%s: cannot print: %s\n", kProgram, strerror(errno));
+    return 1;
+}
+
 }  // namespace
 
 std::optional<Options> parseCommandLine(int argc, char** argv, int* status) try {
@@ -159,7 +167,7 @@ std::optional<Options> parseCommandLine(int argc, char** argv, int* status) try 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        *status = app.exit(error) == 0 ? 0 : kWrongCommandLine;
+        *status = app.exit(error) == 0 ? statusOfPrinting() : kWrongCommandLine;
         return std::nullopt;
     }
     options.policy.deniedUids.insert(texts.deniedUids.begin(), texts.deniedUids.end());

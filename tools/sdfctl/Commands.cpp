@@ -22,7 +22,7 @@ std::vector<Command> makeAll() {
 }
 
 Action helpAction(const Command& command) {
-    return [&command](Session& session) { session.printHelp(helpOf(command)); };
+    return [&command](Session& session) { session.printer().help(helpOf(command)); };
 }
 
 // words: the arguments, without the command's name.
@@ -89,9 +89,7 @@ std::string helpOf(const Command& command) {
     CLI::App app(command.about, command.name);
     Arguments arguments(app);
     (void)command.declare(arguments);
-    std::string text = app.help();
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    return text;
+    return app.help();
 }
 
 std::string helpOfAll() {

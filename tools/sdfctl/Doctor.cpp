@@ -170,8 +170,9 @@ int runDoctor(std::vector<std::string> words, Settings settings) {
     std::reverse(words.begin(), words.end());  // as CLI11 takes them
     try {
         app.parse(words);
-    } catch (const CLI::CallForHelp& help) {
-        return app.exit(help);
+    } catch (const CLI::CallForHelp&) {
+        Printer(false).help(app.help());
+        return kExitSuccess;
     } catch (const CLI::ParseError& error) {
         fprintf(stderr, "sdfctl: doctor: %s\n", printable(error.what()).c_str());
         return kExitUsage;

@@ -21,9 +21,28 @@ size_t controlLength(const std::string& text, size_t at) {
     return byte == 0xC2 && next >= 0x80 && next <= 0x9F ? 2 : 0;
 }
 
+// Whether the byte is in the middle of a character in UTF-8.
+bool isContinuation(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80;
+}
+
+std::string withoutMiddle(const std::string& text) {
+    constexpr size_t kMost = 1000;
+    constexpr size_t kKept =
+        400;  // at each end: what is wrong stands there, and what would be right
+    if (text.size() <= kMost) return text;
+    size_t begin = kKept;
+    size_t end = text.size() - kKept;
+    while (begin < end && isContinuation(text[begin])) ++begin;
+    while (end > begin && isContinuation(text[end])) --end;
+    return text.substr(0, begin) + " [... " + std::to_string(end - begin) + " bytes ...] " +
+           text.substr(end);
+}
+
 }  // namespace
 
-std::string printable(const std::string& text) {
+std::string printable(const std::string& whole) {
+    const std::string text = withoutMiddle(whole);
     std::string shown;
     for (size_t at = 0; at < text.size();) {
         const size_t length = controlLength(text, at);
@@ -56,6 +75,15 @@ void Printer::print(const Event& event) const {
 
 void Printer::print(const std::string& text, const ordered_json& object) const {
     write(mJson ? object.dump() : text);
+}
+
+void Printer::help(std::string text) const {
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    if (mJson) {
+        fprintf(stderr, "%s\n", text.c_str());
+    } else {
+        write(text);
+    }
 }
 
 void Printer::write(const std::string& line) const {

@@ -9,7 +9,7 @@
 #include "tools/sdfctl/Record.h"
 
 // Text from elsewhere as it is shown to people: control characters, which a terminal would act on,
-// as \xNN.
+// as \xNN, and of what nobody would read only beginning and end.
 std::string printable(const std::string& text);
 
 // Writes to standard output what happens, one whole line each. For one thread.
@@ -25,6 +25,9 @@ class Printer {
     void print(const Event& event) const;
     // text: for people, may have several lines; object: the same for programs.
     void print(const std::string& text, const nlohmann::ordered_json& object) const;
+    // Text for people, on standard error when standard output is for programs. Newlines at its end
+    // are left out.
+    void help(std::string text) const;
 
     // Called before each line, to make room for it where somebody is typing. May be empty.
     void onLine(std::function<void()> makeRoom) { mMakeRoom = std::move(makeRoom); }

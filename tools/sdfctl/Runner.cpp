@@ -16,7 +16,8 @@ namespace {
 // Standard input, line by line.
 class Input {
   public:
-    // Returns false at the end. Prints events while it waits.
+    // Returns false at the end. Prints events while it waits. Throws UsageError for a line that
+    // does not end.
     bool nextLine(Session& session, std::string& line) {
         for (;;) {
             const size_t end = mRest.find('\n');
@@ -26,11 +27,16 @@ class Input {
                 return true;
             }
             if (mEnded) return false;
+            if (mRest.size() > kLongestLine) {
+                throw UsageError("longer than " + std::to_string(kLongestLine) + " bytes");
+            }
             if (session.inputReady(STDIN_FILENO)) readSome();
         }
     }
 
   private:
+    static constexpr size_t kLongestLine = size_t{1024} * 1024;
+
     void readSome() {
         char text[4096];
         const ssize_t length = read(STDIN_FILENO, text, sizeof text);
@@ -51,9 +57,10 @@ void runWords(Session& session, const std::vector<std::string>& words) {
 
 void runLines(Session& session) {
     Input input;
-    std::string line;
-    for (int number = 1; input.nextLine(session, line); ++number) {
+    for (int number = 1;; ++number) {
         try {
+            std::string line;
+            if (!input.nextLine(session, line)) return;
             runWords(session, splitLine(line));
         } catch (const UsageError& error) {
             throw UsageError("line " + std::to_string(number) + ": " + error.what());

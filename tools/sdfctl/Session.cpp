@@ -347,10 +347,6 @@ void Session::printStatus() {
                       {"filters", mFilters.confirmed()}}}});
 }
 
-void Session::printHelp(const std::string& text) const {
-    fprintf(mSettings.json ? stderr : stdout, "%s\n", text.c_str());
-}
-
 void Session::fail(ExitStatus status) {
     if (mExitStatus == kExitSuccess) mExitStatus = status;
 }

@@ -114,8 +114,6 @@ class Session {
 
     // What is known of client and service.
     void printStatus();
-    // Text for people: goes to standard error when standard output is for programs.
-    void printHelp(const std::string& text) const;
 
     // Notes that something went wrong; the first one counts.
     void fail(ExitStatus status);

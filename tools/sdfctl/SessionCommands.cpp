@@ -81,7 +81,7 @@ Action help(Arguments& arguments) {
                            [](const std::string& text) { return findCommand(text) != nullptr; });
     return [name](Session& session) {
         const Command* const command = findCommand(*name);
-        session.printHelp(command == nullptr ? helpOfAll() : helpOf(*command));
+        session.printer().help(command == nullptr ? helpOfAll() : helpOf(*command));
     };
 }
 

@@ -67,9 +67,6 @@ void refuseEmptySeconds(int argc, char** argv) {
 
 void describe(CLI::App& app, Options& options) {
     app.prefix_command();
-    app.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return "sdfctl: " + printable(error.what()) + "\n";
-    });
     app.footer(std::string(kExits) + "\n\n" + helpOfAll());
     app.add_flag("--json", options.settings.json,
                  "Print one JSON object a line, and nothing else, to standard output");
@@ -122,8 +119,12 @@ int main(int argc, char** argv) try {
         refuseEmptySeconds(argc, argv);
         app.parse(argc, argv);
         if (!options.wait.empty()) options.settings.wait = readSeconds("--wait", options.wait);
+    } catch (const CLI::CallForHelp&) {
+        Printer(false).help(app.help());
+        return kExitSuccess;
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kExitSuccess : kExitUsage;
+        fprintf(stderr, "sdfctl: %s\n", printable(error.what()).c_str());
+        return kExitUsage;
     }
     options.words = app.remaining();
     return run(options);
