@@ -256,6 +256,17 @@ TEST_F(CommandsTest, ScriptsHaveCommentsAndSeveralCommandsALine) {
     EXPECT_EQ(run.status, 0);
 }
 
+TEST_F(CommandsTest, OtherWordsForHelpAndTheEnd) {
+    const Outcome help = runSdfctl("help sleep");
+    EXPECT_EQ(help.lines.at(0), "Wait for milliseconds, printing what comes");
+    EXPECT_EQ(runSdfctl("? sleep").lines, help.lines);
+    EXPECT_EQ(runSdfctl("?").lines, runSdfctl("help").lines);
+    const Outcome run = runSdfctl("", {"create", "exit", "foo"});
+    EXPECT_EQ(run.lines, withClient({}));
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_EQ(run.status, 0);
+}
+
 TEST_F(CommandsTest, ObjectsForPrograms) {
     const Outcome run = runSdfctl(
         "--json set-latency first 1 3 then set-latency 2 1 7 --flag then add-filter --src "

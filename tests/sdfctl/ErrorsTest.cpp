@@ -130,6 +130,7 @@ TEST_F(ErrorsTest, HelpIsComplete) {
           "Exit status", "LUM_BINDER_DIR", "  set-latency  ", "  quit  "}) {
         EXPECT_NE(text.find(word), std::string::npos) << word;
     }
+    EXPECT_NE(text.find("\n  --wait[=SECONDS]  "), std::string::npos);
     EXPECT_EQ(run.errors, Lines{});
 }
 

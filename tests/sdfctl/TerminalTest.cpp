@@ -98,6 +98,19 @@ TEST_F(TerminalTest, GoesOnAfterADestroyThatDoesNotReturnAndEndsWithoutWaitingAg
     EXPECT_EQ(terminal->rest().find("sdfctl: "), std::string::npos) << terminal->rest();
 }
 
+TEST_F(TerminalTest, KnowsHelpDoctorAndExit) {
+    const auto terminal = start();
+    terminal->type("?\n");
+    EXPECT_TRUE(terminal->waitFor("Commands (\"help COMMAND\" tells the arguments):\r\n"));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("doctor\n");
+    EXPECT_TRUE(terminal->waitFor("ok      folder:   " + mFolder.path() + " can be used\r\n"));
+    EXPECT_TRUE(terminal->waitFor("failed  service:  "));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    terminal->type("exit\n");
+    EXPECT_EQ(terminal->wait(), 0);
+}
+
 TEST_F(TerminalTest, TabCompletesCommandsAndValues) {
     const auto terminal = start();
     terminal->type("he\t");

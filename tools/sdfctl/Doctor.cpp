@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/sdfctl/Callbacks.h"
+#include "tools/sdfctl/CommandLine.h"
 #include "tools/sdfctl/Printer.h"
 #include "tools/sdfctl/ServiceProbe.h"
 #include "tools/sdfctl/Session.h"
@@ -167,6 +168,7 @@ int runDoctor(std::vector<std::string> words, Settings settings) {
     CLI::App app(kAbout, "sdfctl doctor");
     app.footer(kExits);
     app.add_flag("--json", settings.json, "Print one JSON object a step");
+    declareTimeout(app, settings.timeout);
     std::reverse(words.begin(), words.end());  // as CLI11 takes them
     try {
         app.parse(words);

@@ -347,7 +347,7 @@ void Session::printStatus() {
                       {"filters", mFilters.confirmed()}}}});
 }
 
-void Session::fail(ExitStatus status) {
+void Session::fail(int status) {
     if (mExitStatus == kExitSuccess) mExitStatus = status;
 }
 

@@ -115,8 +115,8 @@ class Session {
     // What is known of client and service.
     void printStatus();
 
-    // Notes that something went wrong; the first one counts.
-    void fail(ExitStatus status);
+    // Notes that something went wrong; the first one counts. status: what the process ends with.
+    void fail(int status);
     // Says what went wrong, on standard error.
     void complain(ExitStatus status, const std::string& message);
     int exitStatus() const { return mExitStatus; }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 
+#include "tools/sdfctl/ChildDoctor.h"
+#include "tools/sdfctl/CommandLine.h"
 #include "tools/sdfctl/Requests.h"
 
 namespace {
@@ -85,6 +87,24 @@ Action help(Arguments& arguments) {
     };
 }
 
+Action doctor(Arguments& arguments) {
+    struct Values {
+        bool json = false;
+        std::string timeout;
+    };
+    const auto values = valuesOf<Values>();
+    arguments.flag("--json", values->json, "Print one JSON object a step");
+    arguments.text("--timeout", values->timeout, {}, "a number of seconds",
+                   "How long to wait in each step", isSeconds);
+    return [values](Session& session) {
+        const Settings& settings = session.settings();
+        std::vector<std::string> options{"--timeout", values->timeout};
+        if (values->timeout.empty()) options[1] = std::to_string(settings.timeout);
+        if (values->json || settings.json) options.emplace_back("--json");
+        runChildDoctor(session, options);
+    };
+}
+
 Action quit(Arguments&) {
     return [](Session&) { throw Quit{}; };
 }
@@ -96,7 +116,10 @@ std::vector<Command> sessionCommands() {
         {"wait", "Wait for an event, or for milliseconds, printing what comes", wait},
         {"sleep", "Wait for milliseconds, printing what comes", sleepFor},
         {"status", "Tell what is known of client, service and filters", status},
+        {"doctor", "Tell what keeps the service from working", doctor},
         {"help", "List the commands, or explain one", help},
+        {"?", "The same as help", help},
         {"quit", "End, as at the end of the input", quit},
+        {"exit", "The same as quit", quit},
     };
 }

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/sdfctl/Session.h"
+
+// CLI11's. Its header takes longer to compile than all else here, and is left to those who need it.
+namespace CLI {
+class App;
+}  // namespace CLI
+
+// What the command line asks for.
+struct Options {
+    Settings settings;
+    std::vector<std::string> words;  // the commands and their arguments
+};
+
+// Reads it. Returns nothing when there is nothing to run: *status is what the program then ends
+// with, and what there was to say has been said.
+std::optional<Options> parseCommandLine(int argc, char** argv, int* status);
+
+// Whether that is a number of seconds.
+bool isSeconds(const std::string& text);
+
+// Declares the option --timeout. seconds: filled when it is read.
+void declareTimeout(CLI::App& app, double& seconds);
