@@ -33,11 +33,15 @@ class TerminalTest : public testing::Test {
     }
 
     std::unique_ptr<TerminalProcess> start(const std::string& arguments = "") const {
-        auto terminal = std::make_unique<TerminalProcess>(
-            sdfctlCommand(arguments),
-            Lines{"XDG_STATE_HOME=" + mFolder.path() + "/state", "TERM=xterm", "EDITRC=/dev/null"});
+        auto terminal = run(sdfctlCommand(arguments));
         EXPECT_TRUE(terminal->waitFor(kPrompt));
         return terminal;
+    }
+
+    std::unique_ptr<TerminalProcess> run(const Lines& command) const {
+        return std::make_unique<TerminalProcess>(
+            command, Lines{"XDG_STATE_HOME=" + mFolder.path() + "/state", "TERM=xterm",
+                           "EDITRC=/dev/null", "PS1=shell> ", "ENV="});
     }
 
     // Lines of the history file; it has a line of its own first.
@@ -189,6 +193,57 @@ TEST_F(TerminalTest, InterruptEndsTheWaitOrTheLineOnly) {
     EXPECT_TRUE(terminal->waitFor(kPrompt));
     terminal->type("quit\n");
     EXPECT_EQ(terminal->wait(), 0);
+}
+
+// By a shell that does not put the terminal's modes in order itself.
+TEST_F(TerminalTest, StoppedAndContinuedItShowsTheLineAgain) {
+    const auto shell = run({"/bin/sh", "-i"});
+    EXPECT_TRUE(shell->waitFor("shell> "));
+    shell->type(sdfctlCommand("")[0] + "\n");
+    EXPECT_TRUE(shell->waitFor(kPrompt));
+    // The editor's own answer: what the terminal itself shows may be dropped by the signal.
+    shell->type("sta\t");
+    EXPECT_TRUE(shell->waitFor("tus "));
+    for (int round = 0; round < 2; ++round) {
+        shell->type("\x1A");
+        EXPECT_TRUE(shell->waitFor("Stopped"));
+        EXPECT_TRUE(shell->waitFor("shell> "));
+        EXPECT_TRUE(shell->isOrdinary());
+        shell->type("fg\n");
+        EXPECT_TRUE(shell->waitFor("sdfctl> status "));
+        EXPECT_FALSE(shell->isOrdinary());
+    }
+    shell->type("\n");
+    EXPECT_TRUE(shell->waitFor("filters: none\r\n"));
+    EXPECT_TRUE(shell->waitFor(kPrompt));
+    shell->type("quit\n");
+    EXPECT_TRUE(shell->waitFor("shell> "));
+    EXPECT_TRUE(shell->isOrdinary());
+    shell->type("exit\n");
+    EXPECT_EQ(shell->wait(), 0);
+}
+
+// While a command runs it stops at once, and its wait goes on when it does.
+TEST_F(TerminalTest, StoppedWhileACommandRuns) {
+    EmulatorProcess emulator;
+    const auto shell = run({"/bin/sh", "-i"});
+    EXPECT_TRUE(shell->waitFor("shell> "));
+    shell->type(sdfctlCommand("")[0] + " --timeout 86400\n");
+    EXPECT_TRUE(shell->waitFor(kPrompt));
+    shell->type("wait up then status then wait down\n");
+    EXPECT_TRUE(shell->waitFor("filters: none\r\n"));
+    shell->type("\x1A");
+    EXPECT_TRUE(shell->waitFor("Stopped"));
+    EXPECT_TRUE(shell->waitFor("shell> "));
+    EXPECT_TRUE(shell->isOrdinary());
+    shell->type("fg\n");
+    emulator.kill();
+    EXPECT_TRUE(shell->waitFor("event status: status=-8 (service down)\r\n"));
+    EXPECT_TRUE(shell->waitFor(kPrompt));
+    shell->type("quit\n");
+    EXPECT_TRUE(shell->waitFor("shell> "));
+    shell->type("exit\n");
+    EXPECT_EQ(shell->wait(), 0);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -46,6 +47,14 @@ void TerminalProcess::type(const std::string& keys) const {
     if (write(mTerminal, keys.data(), keys.size()) != static_cast<ssize_t>(keys.size())) {
         throw std::system_error(errno, std::generic_category(), "write to a terminal");
     }
+}
+
+bool TerminalProcess::isOrdinary() const {
+    termios modes{};
+    if (tcgetattr(mTerminal, &modes) != 0) {
+        throw std::system_error(errno, std::generic_category(), "modes of a terminal");
+    }
+    return (modes.c_lflag & ICANON) != 0 && (modes.c_lflag & ECHO) != 0;
 }
 
 bool TerminalProcess::waitFor(const std::string& text) {

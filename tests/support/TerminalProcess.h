@@ -22,6 +22,9 @@ class TerminalProcess {
     // Waits until it has written this text since what was waited for last; false when 30 s passed
     // or it ended first.
     bool waitFor(const std::string& text);
+    // Whether the terminal is as shells leave it to programs: it shows what is typed, and hands it
+    // on line by line.
+    bool isOrdinary() const;
     // What it has written since what was waited for last.
     const std::string& rest() const { return mWritten; }
     // Waits for its end, and kills it when 30 s have passed. Returns its exit status, or 128 and

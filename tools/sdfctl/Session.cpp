@@ -259,9 +259,9 @@ bool Session::waitUntil(std::optional<Time> end, const std::function<bool()>& do
     }
 }
 
-bool Session::inputReady(int fd) {
+bool Session::inputReady(int fd, int other) {
     askIfDue();
-    const Waiter::Woken woken = mWaiter.wait(mAskAt, fd);
+    const Waiter::Woken woken = mWaiter.wait(mAskAt, fd, other);
     drain();
     return woken == Waiter::Woken::kInput;
 }

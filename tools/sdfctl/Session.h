@@ -100,9 +100,9 @@ class Session {
     void expectDown();
     void pause(double seconds);
 
-    // Waits until the descriptor can be read, which it returns true for, or events have come, which
-    // it prints.
-    bool inputReady(int fd);
+    // Waits until one of the descriptors can be read, which it returns true for, or events have
+    // come, which it prints. other: may be -1.
+    bool inputReady(int fd, int other = -1);
     // Prints the events that have come.
     void drain();
 

@@ -2,9 +2,12 @@
 #include "tools/sdfctl/Terminal.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -44,6 +47,35 @@ int openInput() {
     return input >= 0 ? input : fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
 }
 
+// Signals upon which a terminal where a line is being typed needs something done. The line editor's
+// own handlers do it once in a line, and do not show the line again.
+sigset_t jobSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTSTP, SIGQUIT, SIGCONT, SIGWINCH}) sigaddset(&signals, signal);
+    return signals;
+}
+
+void maskJobSignals(int how) {
+    const sigset_t signals = jobSignals();
+    pthread_sigmask(how, &signals, nullptr);
+}
+
+int openJobSignals() {
+    const sigset_t signals = jobSignals();
+    return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+// Lets a blocked signal do what it does.
+void letAct(int signal) {
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, signal);
+    (void)raise(signal);
+    pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+    pthread_sigmask(SIG_BLOCK, &one, nullptr);
+}
+
 Terminal& terminalOf(EditLine* line) {
     void* terminal = nullptr;
     el_get(line, EL_CLIENTDATA, &terminal);
@@ -68,8 +100,9 @@ Terminal::Terminal(Session& session)
       mHistory(history_init(), history_end),
       mLine(el_init("sdfctl", stdin, stderr, stderr), el_end),
       mHistoryFile(historyFile()),
-      mInput(openInput()) {
-    if (!mHistory || !mLine || mInput < 0)
+      mInput(openInput()),
+      mSignals(openJobSignals()) {
+    if (!mHistory || !mLine || mInput < 0 || mSignals < 0)
         throw std::runtime_error("cannot edit lines at this terminal");
     HistEvent event{};
     history(mHistory.get(), &event, H_SETSIZE, kHistoryLines);
@@ -78,7 +111,6 @@ Terminal::Terminal(Session& session)
     EditLine* const line = mLine.get();
     el_set(line, EL_CLIENTDATA, this);
     el_set(line, EL_PROMPT, prompt);
-    el_set(line, EL_SIGNAL, 1);
     el_set(line, EL_EDITOR, "emacs");
     el_set(line, EL_HIST, history, mHistory.get());
     el_set(line, EL_GETCFN, readCharacter);
@@ -95,13 +127,17 @@ Terminal::~Terminal() {
     HistEvent event{};
     if (!mHistoryFile.empty()) history(mHistory.get(), &event, H_SAVE, mHistoryFile.c_str());
     close(mInput);
+    close(mSignals);
 }
 
 bool Terminal::nextLine(std::string& line) {
     int length = 0;
+    maskJobSignals(SIG_BLOCK);
+    el_resize(mLine.get());
     mTyping = true;
     const char* const text = el_gets(mLine.get(), &length);
     mTyping = false;
+    maskJobSignals(SIG_UNBLOCK);
     if (mThrown) std::rethrow_exception(std::exchange(mThrown, nullptr));
     if (text == nullptr || length <= 0) {
         fputs("\n", stderr);
@@ -146,10 +182,28 @@ int Terminal::readCharacter(EditLine* line, wchar_t* character) {
 
 // Prints what has come. Returns whether there is a character to read.
 bool Terminal::waitForCharacter() {
-    const bool ready = mSession.inputReady(mInput);
+    (void)mSession.inputReady(mInput, mSignals);
+    signalfd_siginfo got{};
+    while (read(mSignals, &got, sizeof got) == sizeof got) obey(static_cast<int>(got.ssi_signo));
     if (mMadeRoom) el_set(mLine.get(), EL_REFRESH);
     mMadeRoom = false;
-    return ready;
+    pollfd typed{mInput, POLLIN, 0};
+    return poll(&typed, 1, 0) > 0;
+}
+
+void Terminal::obey(int signal) {
+    EditLine* const line = mLine.get();
+    if (signal == SIGTSTP || signal == SIGQUIT) {
+        el_set(line, EL_PREP_TERM, 0);  // as others expect the terminal
+        letAct(signal);
+        el_set(line, EL_PREP_TERM, 1);
+    } else {
+        el_resize(line);
+    }
+    if (signal == SIGCONT) {
+        el_set(line, EL_PREP_TERM, 1);  // whatever a shell has left
+        makeRoom();
+    }
 }
 
 void Terminal::makeRoom() {

@@ -34,6 +34,7 @@ class Terminal {
     static unsigned char completeWord(EditLine* line, int key);
 
     bool waitForCharacter();
+    void obey(int signal);
     void makeRoom();
     void remember(const std::string& line);
 
@@ -42,6 +43,7 @@ class Terminal {
     std::unique_ptr<EditLine, void (*)(EditLine*)> mLine;
     const std::string mHistoryFile;  // empty: none
     const int mInput;                // what is read
+    const int mSignals;              // those of jobSignals() that come while a line is typed
     bool mTyping = false;
     bool mMadeRoom = false;
     std::exception_ptr mThrown;  // while the line editor was running

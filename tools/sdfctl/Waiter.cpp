@@ -61,10 +61,11 @@ Waiter::~Waiter() {
     close(mSignals);
 }
 
-Waiter::Woken Waiter::wait(std::optional<Time> end, int input) const {
-    pollfd waited[] = {{mSignals, POLLIN, 0}, {mEvents, POLLIN, 0}, {input, POLLIN, 0}};
+Waiter::Woken Waiter::wait(std::optional<Time> end, int input, int other) const {
+    pollfd waited[] = {
+        {mSignals, POLLIN, 0}, {mEvents, POLLIN, 0}, {input, POLLIN, 0}, {other, POLLIN, 0}};
     for (;;) {
-        if (poll(waited, 3, millisecondsUntil(end)) < 0 && errno != EINTR) {
+        if (poll(waited, 4, millisecondsUntil(end)) < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
         signalfd_siginfo got{};
@@ -72,7 +73,7 @@ Waiter::Woken Waiter::wait(std::optional<Time> end, int input) const {
             throw Interrupted{static_cast<int>(got.ssi_signo)};
         }
         if (waited[1].revents != 0) return Woken::kEvents;
-        if (waited[2].revents != 0) return Woken::kInput;
+        if (waited[2].revents != 0 || waited[3].revents != 0) return Woken::kInput;
         if (end && std::chrono::steady_clock::now() >= *end) return Woken::kTime;
     }
 }
@@ -80,7 +81,12 @@ Waiter::Woken Waiter::wait(std::optional<Time> end, int input) const {
 std::optional<long long> Waiter::withLimit(double seconds, long long (*body)()) {
     std::packaged_task<long long()> task(body);
     std::future<long long> result = task.get_future();
-    std::thread(std::move(task)).detach();  // inherits that the signals are blocked
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    std::thread(std::move(task)).detach();  // inherits the mask: signals are this thread's
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     const sigset_t signals = endSignals();
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     const bool returned = result.wait_until(inSeconds(seconds)) == std::future_status::ready;

@@ -26,9 +26,9 @@ class Waiter {
     Waiter& operator=(const Waiter&) = delete;
 
     enum class Woken { kEvents, kInput, kTime };
-    // Waits until there are events, or else `input` can be read, or the time has come. input: a
-    // descriptor, or -1; end: none means without limit. Throws Interrupted.
-    Woken wait(std::optional<Time> end, int input = -1) const;
+    // Waits until there are events, or else one of the inputs can be read, or the time has come.
+    // input, other: descriptors, or -1; end: none means without limit. Throws Interrupted.
+    Woken wait(std::optional<Time> end, int input = -1, int other = -1) const;
 
     // Runs body() on a thread of its own and returns its result, or nothing when it has not
     // returned after so many seconds; then the thread is left in it. Meanwhile the signals end the
