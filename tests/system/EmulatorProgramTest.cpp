@@ -420,7 +420,31 @@ TEST_F(EmulatorProgramTest, RecordThatCannotBeWrittenIsReportedAndSurvived) {
     EXPECT_EQ(client.inbox().waitFor(1).size(), 1U);
     EXPECT_TRUE(
         emulator.process().waitForLine("notice: cannot record: No space left on device", 2));
-    EXPECT_EQ(emulator.terminate(), 0);
+    EXPECT_EQ(emulator.terminate(), 1);
+    EXPECT_EQ(emulator.process().errorLines(),
+              Lines{"lum_sdf_emulator: cannot record: No space left on device"});
+}
+
+TEST_F(EmulatorProgramTest, FirstLineThatCannotBePrintedEndsIt) {
+    ChildProcess emulator({"/bin/sh", "-c", "exec \"$0\" >/dev/full", mProgram});
+    EXPECT_EQ(emulator.wait(), 1);
+    EXPECT_EQ(emulator.errorLines(),
+              Lines{"lum_sdf_emulator: cannot print: No space left on device"});
+}
+
+// A file may have 512 bytes; the first line and those of one client are more.
+TEST_F(EmulatorProgramTest, LinesThatCannotBePrintedAreReportedAndSurvived) {
+    ChildProcess emulator({"/bin/sh", "-c",
+                           "trap '' XFSZ; ulimit -f 1; "
+                           "exec \"$0\" --print --until-eof --ready-fd 3 3>&1 >\"$1\"",
+                           mProgram, mFolder.path() + "/output"});
+    ASSERT_TRUE(emulator.waitForLine(readyLine(emulator.pid())));
+    const EmulatorClient client;
+    for (int i = 0; i < 10; ++i) ASSERT_TRUE(client.send(kSetLevels).isOk());
+    EXPECT_EQ(client.inbox().waitFor(10).size(), 10U);
+    emulator.closeInput();
+    EXPECT_EQ(emulator.wait(), 1);
+    EXPECT_EQ(emulator.errorLines(), Lines{"lum_sdf_emulator: cannot print: File too large"});
 }
 
 TEST_F(EmulatorProgramTest, ServesOnWhenNobodyReadsWhatItPrints) {

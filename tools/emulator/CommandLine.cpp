@@ -49,8 +49,8 @@ Environment:
   LUM_DEBUG_LOG=1  as --debug-log
 
 Exit status: 0 when ended by a signal or by --until-eof; 1 when it cannot serve (the name is taken,
-the folder cannot be used, or a file or descriptor cannot be written to); 2 when the command line
-or a scenario is wrong.
+the folder cannot be used, or a file or descriptor cannot be written to), or something that was to be
+printed or recorded is lost, as on a full disk; 2 when the command line or a scenario is wrong.
 
 )";
 

@@ -44,6 +44,12 @@ std::string timeNow() {
     return std::string(seconds) + fraction;
 }
 
+// errno: why a write failed. The reader of a pipe may stop or go; everything else is reported once.
+void noteFailure(const char* what, std::atomic<bool>& failed) {
+    if (errno == EAGAIN || errno == EPIPE || failed.exchange(true)) return;
+    fprintf(stderr, "lum_sdf_emulator: cannot %s: %s\n", what, strerror(errno));
+}
+
 }  // namespace
 
 bool MessageLog::recordTo(const std::string& path) {
@@ -74,7 +80,9 @@ void MessageLog::say(const std::string& line) {
     const std::lock_guard<std::mutex> guard(mLock);
     const std::string missing = "notice: lines that could not be printed: ";
     if (mMissing > 0 && mOutput.write(missing + std::to_string(mMissing))) mMissing = 0;
-    if (mMissing > 0 || !mOutput.write(line)) ++mMissing;
+    if (mMissing == 0 && mOutput.write(line)) return;
+    noteFailure("print", mPrintFailed);
+    ++mMissing;
 }
 
 void MessageLog::print(const Message& message, const ReadableMessage& readable) {
@@ -104,5 +112,8 @@ void MessageLog::record(const Message& message, const ReadableMessage& readable)
         entry["event"] = nullptr;
         entry["text"] = nullptr;
     }
-    if (!mRecord->write(entry.dump())) notice(std::string("cannot record: ") + strerror(errno));
+    if (mRecord->write(entry.dump())) return;
+    const std::string why = strerror(errno);
+    noteFailure("record", mRecordFailed);
+    notice("cannot record: " + why);
 }

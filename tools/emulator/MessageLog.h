@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -55,12 +56,19 @@ class MessageLog {
     // them.
     void say(const std::string& line);
 
+    // Whether something that was to be printed is lost, but for want of a reader; or something that
+    // was to be printed or recorded. Standard error has a line about it.
+    bool printFailed() const { return mPrintFailed; }
+    bool failed() const { return mPrintFailed || mRecordFailed; }
+
   private:
     void print(const Message& message, const ReadableMessage& readable);
     void record(const Message& message, const ReadableMessage& readable);
 
     const bool mPrint;
     const MessageText mText;
+    std::atomic<bool> mPrintFailed{false};
+    std::atomic<bool> mRecordFailed{false};
     std::mutex mLock;     // of the two below
     size_t mMissing = 0;  // lines that have been left out
     LineWriter mOutput;

@@ -74,12 +74,16 @@ bool canTellReady(int readyFd) {
     return false;
 }
 
-// The descriptor is the starter's way to wait; whether it still waits does not matter here.
-void tellReady(MessageLog& log, int readyFd) {
+// The descriptor is the starter's way to wait; whether it still waits does not matter here. Returns
+// false, and leaves the descriptor, when the line cannot be printed: who waits for it would wait in
+// vain.
+bool tellReady(MessageLog& log, int readyFd) {
     const std::string line =
         std::string("ready: ") + Service::descriptor + " pid=" + std::to_string(getpid());
     log.say(line);
+    if (log.printFailed()) return false;
     if (readyFd >= 0) (void)LineWriter(readyFd, true).write(line);
+    return true;
 }
 
 // Counting takes a descriptor; when none is left, that is told instead, and the service goes on.
@@ -126,11 +130,16 @@ void waitForEnd(int signals, bool untilEof, MessageLog& log, const ClientTable& 
     }
 }
 
+int statusOf(const MessageLog& log) {
+    return log.failed() ? 1 : 0;
+}
+
 // Lets the process end as it should a few seconds from now, whatever its threads are at: a flood
 // whose messages are printed for a slow reader takes hours.
-void limitEnd() {
+void limitEnd(const MessageLog& log) {
     constexpr unsigned int kLimitSeconds = 5;
-    (void)signal(SIGALRM, [](int) { _exit(0); });
+    (void)signal(
+        SIGALRM, log.failed() ? [](int) { _exit(1); } : [](int) { _exit(0); });
     (void)alarm(kLimitSeconds);
 }
 
@@ -159,11 +168,12 @@ int serve(const Options& options) {
         DataService::Config{options.policy, options.rules, dieAtOnce}, clients, log);
     if (!registerService(service)) return 1;
     ABinderProcess_startThreadPool();
-    tellReady(*log, options.readyFd);
-    waitForEnd(signals, options.untilEof, *log, clients, *service);
-    limitEnd();
+    if (tellReady(*log, options.readyFd)) {
+        waitForEnd(signals, options.untilEof, *log, clients, *service);
+    }
+    limitEnd(*log);
     service->stop();
-    return 0;
+    return statusOf(*log);
 }
 
 }  // namespace
