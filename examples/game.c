@@ -108,6 +108,10 @@ int main(int argc, char** argv) {
         fputs(usage, stdout);
         return 0;
     }
+    if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+        puts("lum_sdf_game (lum SDF) " LUM_SDF_SDK_VERSION);
+        return 0;
+    }
     if (argc != 3 || !describeFlow(argv[1], argv[2])) {
         fputs(usage, stderr);
         return 2;

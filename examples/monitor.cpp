@@ -214,6 +214,10 @@ int main(int argc, char** argv) {
         fputs(kUsage, stdout);
         return 0;
     }
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        puts("lum_sdf_monitor (lum SDF) " LUM_SDF_SDK_VERSION);
+        return 0;
+    }
     if (!parse(argc, argv, time)) {
         fputs(kUsage, stderr);
         return 2;

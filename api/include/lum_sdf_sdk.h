@@ -66,6 +66,16 @@
 #include <stdint.h>
 #include <sys/socket.h>
 
+/// The version of this header, as text; the library that comes with it has the same.
+#define LUM_SDF_SDK_VERSION "1.0.0"
+/// The first number of it: another one stands for an interface that programs have to be changed
+/// for.
+#define LUM_SDF_SDK_VERSION_MAJOR 1
+/// The second number: counts what was added to the interface.
+#define LUM_SDF_SDK_VERSION_MINOR 0
+/// The third number: counts what was put right.
+#define LUM_SDF_SDK_VERSION_PATCH 0
+
 // Enumerations are 32-bit and signed, so that every such value may be passed and compared, also
 // values with no name below.
 #if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 202311L)

@@ -14,6 +14,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
+#include <string.h>
 #include <unistd.h>
 
 #include "callbacks.h"
@@ -233,6 +234,10 @@ static void* waitForSignal(void* signals) {
 int main(int argc, char** argv) {
     static sigset_t signals;
     pthread_t watcher;
+    if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+        puts("lum_sdf_demo (lum SDF) " LUM_SDF_SDK_VERSION);
+        return 0;
+    }
     if (argc > 2) {
         fprintf(stderr, "usage: lum_sdf_demo [PROGRAM_OF_THE_SERVICE]\n");
         return 2;

@@ -3,6 +3,7 @@
 // return, and by what the service receives.
 
 #include <gtest/gtest.h>
+#include <lum_sdf_sdk.h>
 
 #include <csignal>
 #include <string>
@@ -258,6 +259,15 @@ TEST_F(ExamplesTest, MonitorSaysHowItIsUsed) {
     EXPECT_EQ(asked.wait(), 0);
     EXPECT_EQ(asked.lines(), Lines{usage});
     EXPECT_EQ(asked.errorLines(), Lines{});
+}
+
+TEST_F(ExamplesTest, VersionIsThatOfTheHeader) {
+    ChildProcess game({LUM_GAME_PROGRAM, "--version"});
+    EXPECT_EQ(game.wait(), 0);
+    EXPECT_EQ(game.lines(), Lines{"lum_sdf_game (lum SDF) " LUM_SDF_SDK_VERSION});
+    ChildProcess monitor(monitorOf({"--version"}));
+    EXPECT_EQ(monitor.wait(), 0);
+    EXPECT_EQ(monitor.lines(), Lines{"lum_sdf_monitor (lum SDF) " LUM_SDF_SDK_VERSION});
 }
 
 }  // namespace

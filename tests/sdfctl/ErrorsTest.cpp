@@ -2,6 +2,7 @@
 // The program given a wrong command line or script: clear errors, status 2, nothing done.
 
 #include <gtest/gtest.h>
+#include <lum_sdf_sdk.h>
 
 #include "tests/sdfctl/Sdfctl.h"
 #include "tests/support/ChildProcess.h"

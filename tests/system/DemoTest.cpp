@@ -2,6 +2,7 @@
 // The demo, judged by what it prints and returns.
 
 #include <gtest/gtest.h>
+#include <lum_sdf_sdk.h>
 
 #include <algorithm>
 #include <csignal>
@@ -193,6 +194,12 @@ TEST(DemoTest, WithoutAnArgumentItLooksForTheEmulator) {
     ChildProcess demo({LUM_DEMO_PROGRAM}, {"PATH=" + folder.string() + ":" + getenv("PATH")});
     EXPECT_EQ(demo.wait(), 0);
     EXPECT_EQ(demo.errorLines(), Lines{});
+}
+
+TEST(DemoTest, VersionIsThatOfTheHeader) {
+    ChildProcess demo({LUM_DEMO_PROGRAM, "--version"});
+    EXPECT_EQ(demo.wait(), 0);
+    EXPECT_EQ(demo.lines(), Lines{"lum_sdf_demo (lum SDF) " LUM_SDF_SDK_VERSION});
 }
 
 TEST(DemoTest, FailsWithTwoArguments) {

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <lum_sdf_sdk.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -264,6 +265,12 @@ TEST_F(EmulatorProgramTest, HelpExplainsEverything) {
         EXPECT_TRUE(contains(emulator.lines(), word)) << word;
     }
     EXPECT_EQ(emulator.errorLines(), Lines{});
+}
+
+TEST_F(EmulatorProgramTest, VersionIsThatOfTheHeader) {
+    ChildProcess emulator({mProgram, "--version"});
+    EXPECT_EQ(emulator.wait(), 0);
+    EXPECT_EQ(emulator.lines(), Lines{"lum_sdf_emulator (lum SDF) " LUM_SDF_SDK_VERSION});
 }
 
 TEST_F(EmulatorProgramTest, HelpThatCannotBePrintedIsReported) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/emulator/CommandLine.h"
 
+#include <lum_sdf_sdk.h>
+
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <chrono>
@@ -159,6 +161,8 @@ std::optional<Options> parseCommandLine(int argc, char** argv, int* status) try 
     CLI::App app(kAbout, kProgram);
     app.failure_message(usageError);
     app.footer(kFooter + ruleHelp());
+    app.set_version_flag("--version", std::string(kProgram) + " (lum SDF) " LUM_SDF_SDK_VERSION,
+                         "Print the version and exit");
     Options options;
     Texts texts;
     describeOutput(app, options);
