@@ -24,7 +24,7 @@ LIB, VERSION, CC, CXX = sys.argv[3:7]
 MAJOR = VERSION.split(".")[0]
 CONSUMER = Path(__file__).parent / "consumer"
 DOC = "share/doc/lum_sdf"
-PROGRAMS = ("lum_sdf_demo", "lum_sdf_emulator", "sdfctl")
+PROGRAMS = ("lum_sdf_demo", "lum_sdf_emulator", "lum_sdf_monitor", "sdfctl")
 
 COMPONENTS = {
     "runtime": {
@@ -51,7 +51,9 @@ COMPONENTS = {
         *(f"bin/{program}" for program in PROGRAMS),
         f"{LIB}/lum-sdf-{MAJOR}/liblum_debug_log.so",
         f"{DOC}/copyright",
+        f"{DOC}/docs/emulator.md",
         *(f"share/man/man1/{program}.1" for program in PROGRAMS),
+        "share/bash-completion/completions/sdfctl",
     },
 }
 
@@ -191,6 +193,31 @@ class InstallTest(unittest.TestCase):
                       "-DCMAKE_INSTALL_PREFIX=/usr", "-DCMAKE_INSTALL_LIBDIR=lib/wanted")
         described = (self.folder / "build/packaging/lum-sdf-sdk.pc").read_text()
         self.assertIn("\nlibdir=${prefix}/lib/wanted\n", described)
+
+    def test_versions_are_one(self):
+        for program in PROGRAMS:
+            with self.subTest(program=program):
+                self.assertEqual(self.run_here(program, "--version"),
+                                 f"{program} (lum SDF) {VERSION}\n")
+        header = (self.prefix / "include/lum_sdf_sdk.h").read_text()
+        self.assertIn(f'\n#define LUM_SDF_SDK_VERSION "{VERSION}"\n', header)
+        for name, number in zip(("MAJOR", "MINOR", "PATCH"), VERSION.split(".")):
+            self.assertIn(f"\n#define LUM_SDF_SDK_VERSION_{name} {number}\n", header)
+
+    def test_bash_completes_what_the_program_takes(self):
+        for typed, wanted in (("sdfctl set-latency s", ["second"]), ("sdfctl --ma", ["--manual"]),
+                              ("sdfctl status then delete-a", ["delete-all-filters"]),
+                              ("sdfctl foo ", [])):
+            with self.subTest(typed=typed):
+                completed = self.run_here(
+                    "bash", "-euc", """
+                    . "$1"
+                    complete -p sdfctl | grep -q -- '-F _sdfctl '
+                    COMP_LINE=$2 COMP_POINT=${#2}
+                    _sdfctl sdfctl
+                    printf '%s\n' "${COMPREPLY[@]}"
+                    """, "bash", self.prefix / "share/bash-completion/completions/sdfctl", typed)
+                self.assertEqual(completed.split(), wanted)
 
     def test_tools_work_together(self):
         self.start_service()

@@ -11,6 +11,8 @@ apt-get -o DPkg::Chroot-Directory="$root" install --yes "$root"/packages/*.deb
 chroot "$root" ldconfig -p | grep -F liblum_sdf_sdk.so.1
 
 chroot "$root" timeout 60 lum_sdf_demo
+chroot "$root" timeout 60 lum_sdf_monitor -t 1
+ls "$root/usr/share/bash-completion/completions/sdfctl" "$root/usr/share/doc/lum-sdf-tools/emulator.md"
 
 # The program of the first page for newcomers, compiled with this machine's compiler, as that takes
 # less time than to install one: Debian's, too.

@@ -57,6 +57,21 @@ TEST(CompletionTest, NothingForWhatIsNoCommand) {
     EXPECT_EQ(candidates("then "), Texts(candidates("")));
 }
 
+TEST(CompletionTest, CommandLineOfTheProgram) {
+    EXPECT_EQ(completeLine("sdfctl"), Texts{});
+    EXPECT_EQ(completeLine("sdfctl --"), (Texts{"--help", "--version", "--json", "--wait",
+                                                "--timeout", "--no-answers", "--manual"}));
+    EXPECT_EQ(completeLine("sdfctl ").size(), commands().size() + 7);
+    EXPECT_EQ(completeLine("bin/sdfctl --json --wait=5 doc"), Texts{"doctor"});
+    EXPECT_EQ(completeLine("sdfctl --timeout "), Texts{});
+    EXPECT_EQ(completeLine("sdfctl --timeout 5"), Texts{});
+    EXPECT_EQ(completeLine("sdfctl --timeout 5 --man"), Texts{"--manual"});
+    EXPECT_EQ(completeLine("sdfctl --timeout 5 set-l"), Texts{"set-latency"});
+    EXPECT_EQ(completeLine("sdfctl --json set-latency first --j"), Texts{});
+    EXPECT_EQ(completeLine("sdfctl create then prioritize-data s"), Texts{"second"});
+    EXPECT_EQ(completeLine("sdfctl delete-filter "), (Texts{"last", "then"}));
+}
+
 TEST(CompletionTest, TypedPartAndCommonStart) {
     EXPECT_EQ(complete("create then upd", {}).typed, "upd");
     EXPECT_EQ(complete("create ", {}).typed, "");

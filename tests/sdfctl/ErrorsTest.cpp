@@ -135,6 +135,22 @@ TEST_F(ErrorsTest, HelpIsComplete) {
     EXPECT_EQ(run.errors, Lines{});
 }
 
+TEST_F(ErrorsTest, VersionIsThatOfTheHeader) {
+    const Outcome run = runSdfctl("--version");
+    EXPECT_EQ(run.lines, Lines{"sdfctl (lum SDF) " LUM_SDF_SDK_VERSION});
+    EXPECT_EQ(run.errors, Lines{});
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(ErrorsTest, CandidatesForAShell) {
+    ChildProcess child({sdfctlCommand("")[0], "--complete", "sdfctl set-latency f"});
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(child.lines(), Lines{"first"});
+    ChildProcess none({sdfctlCommand("")[0], "--complete", "sdfctl foo "});
+    EXPECT_EQ(none.wait(), 0);
+    EXPECT_EQ(none.lines(), Lines{});
+}
+
 TEST_F(ErrorsTest, HelpLeavesStandardOutputToObjects) {
     const Outcome people = runSdfctl("help create");
     const Outcome programs = runSdfctl("--json help create");

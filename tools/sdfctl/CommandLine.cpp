@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/sdfctl/CommandLine.h"
 
+#include <lum_sdf_sdk.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 
 #include "tools/sdfctl/Commands.h"
+#include "tools/sdfctl/Completion.h"
 #include "tools/sdfctl/Printer.h"
 
 namespace {
@@ -60,14 +63,28 @@ class HelpFormatter : public CLI::Formatter {
     }
 };
 
-// wait: filled with the text of --wait.
-void describe(CLI::App& app, Settings& settings, std::string& wait) {
+// Asked by the shell, which has no use for more than the words.
+void printCandidates(const std::string& line) {
+    std::string text;
+    for (const std::string& candidate : completeLine(line)) text += candidate + "\n";
+    if (!text.empty()) Printer(false).help(text);
+}
+
+// What stays text, or is not for the session.
+struct Texts {
+    std::string wait;
+    std::optional<std::string> toComplete;
+};
+
+void describe(CLI::App& app, Settings& settings, Texts& texts) {
     app.prefix_command();
     app.formatter(std::make_shared<HelpFormatter>());
     app.footer(std::string(kExits) + "\n\n" + helpOfAll());
+    app.set_version_flag("--version", "sdfctl (lum SDF) " LUM_SDF_SDK_VERSION,
+                         "Print the version and exit");
     app.add_flag("--json", settings.json,
                  "Print one JSON object a line, and nothing else, to standard output");
-    app.add_flag("--wait{0}", wait,
+    app.add_flag("--wait{0}", texts.wait,
                  "Keep asking until the service is up; with SECONDS: no longer than that");
     declareTimeout(app, settings.timeout);
     app.add_flag_callback(
@@ -75,9 +92,24 @@ void describe(CLI::App& app, Settings& settings, std::string& wait) {
         "Do not wait for the answers to requests");
     app.add_flag("--manual", settings.manual,
                  "Make no client, and wait for no service, unless told by a command");
+    app.add_option("--complete", texts.toComplete)->group("");  // in no list
 }
 
 }  // namespace
+
+std::vector<Arguments::Argument> globalOptions() {
+    CLI::App app;
+    Settings settings;
+    Texts texts;
+    describe(app, settings, texts);
+    std::vector<Arguments::Argument> all;
+    for (const CLI::Option* const option : app.get_options()) {
+        if (option->get_group().empty()) continue;
+        const bool takesValue = option->get_items_expected_max() > 0;
+        all.push_back({"--" + option->get_lnames().front(), takesValue, false, {}});
+    }
+    return all;
+}
 
 bool isSeconds(const std::string& text) {
     return secondsOf(text).has_value();
@@ -94,19 +126,28 @@ void declareTimeout(CLI::App& app, double& seconds) {
 std::optional<Options> parseCommandLine(int argc, char** argv, int* status) {
     CLI::App app(kAbout, "sdfctl");
     Options options;
-    std::string wait;
-    describe(app, options.settings, wait);
+    Texts texts;
+    describe(app, options.settings, texts);
     try {
         refuseEmptySeconds(argc, argv);
         app.parse(argc, argv);
-        if (!wait.empty()) options.settings.wait = readSeconds("--wait", wait);
+        if (!texts.wait.empty()) options.settings.wait = readSeconds("--wait", texts.wait);
     } catch (const CLI::CallForHelp&) {
         Printer(false).help(app.help());
+        *status = kExitSuccess;
+        return std::nullopt;
+    } catch (const CLI::CallForVersion& version) {
+        Printer(false).help(version.what());
         *status = kExitSuccess;
         return std::nullopt;
     } catch (const CLI::ParseError& error) {
         fprintf(stderr, "sdfctl: %s\n", printable(error.what()).c_str());
         *status = kExitUsage;
+        return std::nullopt;
+    }
+    if (texts.toComplete) {
+        printCandidates(*texts.toComplete);
+        *status = kExitSuccess;
         return std::nullopt;
     }
     options.words = app.remaining();

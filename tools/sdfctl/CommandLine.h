@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/sdfctl/Arguments.h"
 #include "tools/sdfctl/Session.h"
 
 // CLI11's. Its header takes longer to compile than all else here, and is left to those who need it.
@@ -21,6 +22,9 @@ struct Options {
 // Reads it. Returns nothing when there is nothing to run: *status is what the program then ends
 // with, and what there was to say has been said.
 std::optional<Options> parseCommandLine(int argc, char** argv, int* status);
+
+// The options that stand before the commands.
+std::vector<Arguments::Argument> globalOptions();
 
 // Whether that is a number of seconds.
 bool isSeconds(const std::string& text);

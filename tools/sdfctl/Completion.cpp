@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "tools/sdfctl/CommandLine.h"
 #include "tools/sdfctl/Commands.h"
 
 namespace {
@@ -85,7 +86,30 @@ Texts everythingFor(const Texts& words, const std::vector<unsigned int>& filters
     return all;
 }
 
+std::string joined(Texts::const_iterator begin, Texts::const_iterator end) {
+    std::string text;
+    for (auto word = begin; word != end; ++word) text += (word == begin ? "" : " ") + *word;
+    return text;
+}
+
 }  // namespace
+
+Texts completeLine(const std::string& line) {
+    const Texts words = wordsOf(line);
+    const std::vector<Argument> options = globalOptions();
+    auto word = words.begin() + 1;  // behind the program's name
+    for (; word < words.end() - 1 && word->rfind('-', 0) == 0; ++word) {
+        const Argument* const option = findOption(options, *word);
+        if (option != nullptr && option->takesValue) ++word;
+    }
+    if (word >= words.end()) return {};  // the value of an option, or nothing but the name
+    Texts candidates = complete(joined(word, words.end()), {}).candidates;
+    if (word != words.end() - 1) return candidates;
+    for (const Argument& option : options) {
+        if (option.name.rfind(*word, 0) == 0) candidates.push_back(option.name);
+    }
+    return candidates;
+}
 
 Completion complete(const std::string& text, const std::vector<unsigned int>& filters) {
     const Texts words = lastCommand(wordsOf(text));

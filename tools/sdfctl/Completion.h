@@ -14,5 +14,9 @@ struct Completion {
 // words that an argument takes, or one of the filters.
 Completion complete(const std::string& text, const std::vector<unsigned int>& filters);
 
+// The same for a command line of the program, from its name on, where options may stand first. Only
+// the candidates.
+std::vector<std::string> completeLine(const std::string& line);
+
 // What all candidates begin with.
 std::string commonStart(const std::vector<std::string>& candidates);
