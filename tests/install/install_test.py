@@ -7,6 +7,7 @@ usage: install_test.py TREE BUILD LIBRARY_FOLDER VERSION C_COMPILER C++_COMPILER
 
 import os
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -66,7 +67,7 @@ def run(*command, **options):
     return done.stdout
 
 
-def install(prefix, *definitions):
+def install(prefix, *definitions, **options):
     """As `cmake --install BUILD --prefix PREFIX --strip`, but for the list of what was installed: that
     in the build folder is of what its user has installed."""
     script = (BUILD / "cmake_install.cmake").read_text()
@@ -77,7 +78,7 @@ def install(prefix, *definitions):
         copy = Path(folder) / "cmake_install.cmake"
         copy.write_text(script.replace(user_list, f'"{folder}/list"'))
         run("cmake", f"-DCMAKE_INSTALL_PREFIX={prefix}", "-DCMAKE_INSTALL_DO_STRIP=1", *definitions,
-            "-P", copy)
+            "-P", copy, **options)
 
 
 def files(folder):
@@ -108,9 +109,10 @@ class InstallTest(unittest.TestCase):
     def run_here(self, *command):
         return run(*command, cwd=self.folder, env=self.environment)
 
-    def start_service(self):
-        service = subprocess.Popen(["lum_sdf_emulator", "--until-eof"], env=self.environment,
-                                   text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    def start_service(self, *command):
+        service = subprocess.Popen([*(command or ["lum_sdf_emulator"]), "--until-eof"],
+                                   env=self.environment, text=True, stdin=subprocess.PIPE,
+                                   stdout=subprocess.PIPE)
         self.addCleanup(service.communicate)  # ends its input, and so the service
         self.assertRegex(service.stdout.readline(), "^ready: ")
 
@@ -127,6 +129,9 @@ class InstallTest(unittest.TestCase):
         for name in files(self.prefix):
             with self.subTest(name=name):
                 content = (self.prefix / name).read_bytes()
+                # But the run path of programs, for where it cannot be found out.
+                lib = f"{self.first_prefix}/{LIB}"
+                content = content.replace(f":{lib}:{lib}/lum-sdf-{MAJOR}\0".encode(), b"", 1)
                 for folder in (TREE, BUILD, self.first_prefix):
                     self.assertNotIn(str(folder).encode(), content)
 
@@ -218,6 +223,40 @@ class InstallTest(unittest.TestCase):
                     printf '%s\n' "${COMPREPLY[@]}"
                     """, "bash", self.prefix / "share/bash-completion/completions/sdfctl", typed)
                 self.assertEqual(completed.split(), wanted)
+
+    def test_tools_work_in_a_chroot_without_proc(self):
+        become_root = [] if os.geteuid() == 0 else ["unshare", "--map-root-user"]
+        change_root = [*become_root, "/usr/sbin/chroot", self.folder]
+        self.environment["DESTDIR"] = str(self.folder)
+        install("/opt/lum-sdf", env=self.environment)
+        (self.folder / "tmp").mkdir()
+        for program in PROGRAMS:
+            self.copy_libraries(self.prefix / "bin" / program)
+        shutil.copy("/bin/true", self.folder)
+        self.copy_libraries("/bin/true")
+        if subprocess.run([*change_root, "/true"], stderr=subprocess.DEVNULL).returncode != 0:
+            self.skipTest("this user may not change the root directory")
+        self.environment["LUM_BINDER_DIR"] = "/tmp/binder"
+        for program in PROGRAMS:
+            with self.subTest(program=program):
+                self.run_here(*change_root, f"/opt/lum-sdf/bin/{program}", "--version")
+        self.start_service(*change_root, "/opt/lum-sdf/bin/lum_sdf_emulator")
+        printed = self.run_here(*change_root, "/opt/lum-sdf/bin/sdfctl", "set-latency", "first", "1", "3")
+        self.assertIn("first=level-1 second=level-3\n", printed)
+
+    def copy_libraries(self, program):
+        """Copies what the program needs of the system to where it is found below the test's folder."""
+        for library in re.findall(r"(/\S+) \(0x", run("ldd", program)):
+            if not library.startswith(str(self.prefix)):
+                copy = self.folder / library.lstrip("/")
+                copy.parent.mkdir(parents=True, exist_ok=True)
+                shutil.copy(library, copy)
+
+    def test_programs_do_without_a_prefix_that_is_too_long(self):
+        prefix = self.folder.joinpath(*["x" * 200] * 2)
+        install(prefix)
+        self.run_here(prefix / "bin/sdfctl", "--version")
+        self.assertNotIn(b"xxx", (prefix / "bin/sdfctl").read_bytes())
 
     def test_tools_work_together(self):
         self.start_service()
