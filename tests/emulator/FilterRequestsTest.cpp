@@ -91,6 +91,12 @@ TEST_F(FilterRequestsTest, SameDescriptionIsADuplicateAsLongAsTheFilterLives) {
     EXPECT_EQ(ask(add("09")), Lines{added("09", "01", "active")});
 }
 
+TEST_F(FilterRequestsTest, IdInUseComesBeforeADuplicate) {
+    ask(add("07"));
+    ask(add("09", "18 01"));
+    EXPECT_EQ(ask(add("09")), Lines{added("09", "06", "unique_id is in use")});
+}
+
 TEST_F(FilterRequestsTest, LimitIsKept) {
     mPolicy.filterLimit = 2;
     ask(add("07"));

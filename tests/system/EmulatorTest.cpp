@@ -392,7 +392,8 @@ TEST(EmulatorFloodTest, LateFloodEndsAtTheFirstMessageThatIsNotDelivered) {
     ASSERT_TRUE(stopped->waitForLine("got nothing"));
     stopped->signal(SIGSTOP);
     const auto isNotice = [&](const std::string& line) {
-        return line.rfind("notice: not delivered, " + pid + ": ", 0) == 0;
+        return line.rfind("notice: not delivered, " + pid + ": STATUS_IND of 6 bytes: too much; ",
+                          0) == 0;
     };
     EXPECT_TRUE(emulator.process().waitFor(isNotice));
     const EmulatorClient client;
@@ -401,6 +402,47 @@ TEST(EmulatorFloodTest, LateFloodEndsAtTheFirstMessageThatIsNotDelivered) {
     EXPECT_EQ(emulator.terminate(), 0);
     const std::vector<std::string> lines = emulator.process().lines();
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(), isNotice), 1);
+}
+
+// A number of at least 2^28 as it is encoded, in five bytes.
+std::string encoded(uint32_t number) {
+    std::vector<uint8_t> bytes;
+    for (; number >= 0x80; number >>= 7U) bytes.push_back(static_cast<uint8_t>(number | 0x80U));
+    bytes.push_back(static_cast<uint8_t>(number));
+    return toHex(bytes);
+}
+
+// Adds pending filters that take as much of a list as they can: 36 bytes each.
+void addLongest(const EmulatorClient& client, uint32_t first, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) {
+        const std::string number = encoded(0x10000000U + first + i);  // id and PDCP timer
+        ASSERT_TRUE(client
+                        .send("08 04 10 " + number +
+                              " 1A 18 32 16 0A 03 3A 3A 31 12 03 3A 3A 32 38 01 40 01 48 " +
+                              number + " 50 01")
+                        .isOk());
+    }
+}
+
+TEST(EmulatorListTest, ListThatFitsIsDeliveredAndALongerOneIsReported) {
+    const SocketFolder folder;
+    EmulatorProcess emulator({"--filter-limit", "14600", "--activation-delay", "86400000"});
+    const EmulatorClient client;
+    // Few enough to fit beside what the client has received and not yet said so.
+    addLongest(client, 0, 10000);
+    client.inbox().waitFor(10000);
+    ASSERT_TRUE(client.send("08 05").isOk());
+    const std::string list = client.inbox().waitFor(10001).back().hex;
+    EXPECT_EQ((list.size() + 1) / 3, 10000U * 36 + 10);
+    addLongest(client, 10000, 4600);
+    EXPECT_EQ(emulator.stats().filters, 14600U);
+    ASSERT_TRUE(client.send("08 05").isOk());
+    EXPECT_TRUE(emulator.process().waitForLine(
+        "notice: not delivered, pid=" + std::to_string(getpid()) +
+        ": GET_FILTER_CB of 525610 bytes: too much; all that is on its way to a client may have "
+        "512 KiB (Status(-129, EX_TRANSACTION_FAILED): 'STATUS_FAILED_TRANSACTION: ')"));
+    ASSERT_TRUE(client.send(kEnable).isOk());
+    EXPECT_EQ(client.inbox().waitFor(14602).back(), (Inbox::Blob{5, kServiceUp}));
 }
 
 // Not with --print: what is read of it would grow.

@@ -19,6 +19,21 @@ std::string nameOf(SdfProto::ServiceEventId event) {
     return name.empty() ? "event " + std::to_string(event) : name;
 }
 
+// A message that has been sent, in short.
+std::string whatOf(const std::vector<uint8_t>& bytes) {
+    std::string size = std::to_string(bytes.size()) + " bytes";
+    SdfProto::ClientMsg message;
+    if (!message.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()))) return size;
+    const std::string& name = SdfProto::ClientEventId_Name(message.event_id());
+    return name.empty() ? size : name + " of " + size;
+}
+
+std::string whyNotDelivered(const ndk::ScopedAStatus& status) {
+    std::string why = status.getDescription();
+    if (status.getStatus() != STATUS_FAILED_TRANSACTION) return why;
+    return "too much; all that is on its way to a client may have 512 KiB (" + why + ")";
+}
+
 // Returns what is wrong with a request that has been read; empty if nothing is. handler: of its
 // kind, null for an unknown one.
 std::string wrongBody(const SdfProto::ServiceMsg& request, const RequestHandler* handler) {
@@ -215,7 +230,8 @@ bool DataService::send(const Client& client, int32_t type, const std::vector<uin
     const ndk::ScopedAStatus status =
         client.callback->sendBlob(static_cast<LumSdkType>(type), bytes);
     if (!status.isOk()) {
-        mLog->notice(withPid("not delivered,", client.pid) + ": " + status.getDescription());
+        mLog->notice(withPid("not delivered,", client.pid) + ": " + whatOf(bytes) + ": " +
+                     whyNotDelivered(status));
     }
     return status.isOk();
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/emulator/Filters.h"
 
-#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "tools/emulator/FilterCheck.h"
@@ -36,6 +36,8 @@ SdfProto::FilterData Filters::add(uint64_t id, const SdfProto::AddFilter& descri
     const auto number = static_cast<uint32_t>(id);
     mFilters.push_back({number, description, asked, SdfProto::FILTER_ACTIVE, 0, {}, {}});
     Filter& added = mFilters.back();
+    mById.emplace(number, std::prev(mFilters.end()));
+    mByDescription.emplace(added.asked, number);
     startTimeout(added);
     if (mPolicy.activationDelay.count() == 0) {
         return filterData(number, SdfProto::FILTER_ACTIVE, "active");
@@ -47,18 +49,21 @@ SdfProto::FilterData Filters::add(uint64_t id, const SdfProto::AddFilter& descri
 }
 
 Filter* Filters::touch(uint32_t id) {
-    const auto found = find(id);
-    if (found == mFilters.end()) return nullptr;
+    Filter* const found = find(id);
+    if (found == nullptr) return nullptr;
     mTimeline.cancel(found->timeout);
     startTimeout(*found);
-    return &*found;
+    return found;
 }
 
 bool Filters::remove(uint32_t id) {
-    const auto found = find(id);
-    if (found == mFilters.end()) return false;
-    forget(*found);
-    mFilters.erase(found);
+    const auto found = mById.find(id);
+    if (found == mById.end()) return false;
+    const auto filter = found->second;
+    forget(*filter);
+    mById.erase(found);
+    mByDescription.erase(filter->asked);
+    mFilters.erase(filter);
     return true;
 }
 
@@ -77,12 +82,12 @@ SdfProto::FilterData Filters::rejection(uint64_t id, const SdfProto::AddFilter& 
     if (id == 0 || id > kLastId) {
         return result(SdfProto::ERROR_INVALID_ARGS, "unique_id is not 1 to 4294967295");
     }
-    for (const Filter& filter : mFilters) {
-        if (filter.id == id) return result(SdfProto::ERROR_INVALID_ARGS, "unique_id is in use");
-        if (filter.asked == asked) {
-            return result(SdfProto::ERROR_DUPLICATE_FILTER,
-                          "the same as filter " + std::to_string(filter.id));
-        }
+    if (mById.count(static_cast<uint32_t>(id)) != 0) {
+        return result(SdfProto::ERROR_INVALID_ARGS, "unique_id is in use");
+    }
+    if (const auto same = mByDescription.find(asked); same != mByDescription.end()) {
+        return result(SdfProto::ERROR_DUPLICATE_FILTER,
+                      "the same as filter " + std::to_string(same->second));
     }
     if (mFilters.size() >= mPolicy.filterLimit) {
         return result(SdfProto::ERROR_FILTER_LIMIT_REACHED,
@@ -91,9 +96,9 @@ SdfProto::FilterData Filters::rejection(uint64_t id, const SdfProto::AddFilter& 
     return result(SdfProto::FILTER_ACTIVE, "");
 }
 
-std::list<Filter>::iterator Filters::find(uint32_t id) {
-    return std::find_if(mFilters.begin(), mFilters.end(),
-                        [&](const Filter& filter) { return filter.id == id; });
+Filter* Filters::find(uint32_t id) {
+    const auto found = mById.find(id);
+    return found == mById.end() ? nullptr : &*found->second;
 }
 
 void Filters::startTimeout(Filter& filter) {

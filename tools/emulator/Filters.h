@@ -5,6 +5,8 @@
 #include <functional>
 #include <list>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 
 #include "proto/SdfProto.pb.h"
 #include "tools/emulator/Policy.h"
@@ -54,7 +56,8 @@ class Filters {
   private:
     SdfProto::FilterData rejection(uint64_t id, const SdfProto::AddFilter& description,
                                    const std::string& asked) const;
-    std::list<Filter>::iterator find(uint32_t id);
+    // The filter of that id, null if there is none.
+    Filter* find(uint32_t id);
     void startTimeout(Filter& filter);
     void activate(uint32_t id);
     void expire(uint32_t id);
@@ -65,4 +68,6 @@ class Filters {
     Timeline& mTimeline;
     const Told mTold;
     std::list<Filter> mFilters;
+    std::unordered_map<uint32_t, std::list<Filter>::iterator> mById;
+    std::unordered_map<std::string_view, uint32_t> mByDescription;  // ids, by Filter::asked
 };
