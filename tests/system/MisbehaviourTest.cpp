@@ -419,6 +419,7 @@ TEST_F(MisbehaviourTest, RulesOfAScenarioComeFirst) {
     ASSERT_GT(askLevels(), 0);
     EXPECT_EQ(toldSoFar(), Lines{});
     const std::string pid = "pid=" + std::to_string(getpid());
+    EXPECT_EQ(mEmulator->terminate(), 0);  // all that it has printed has been read then
     const Lines lines = mEmulator->process().lines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "sent " + pid + " type=5 unreadable: ff"), 2);
 }
