@@ -44,6 +44,7 @@ COMPONENTS = {
         f"{LIB}/pkgconfig/lum-sdf-sdk.pc",
         f"{DOC}/api/include/lum_sdf_sdk.h",
         *(f"{DOC}/docs/{page.name}" for page in TREE.glob("docs/*.md")),
+        f"{DOC}/docs/valgrind.supp",
         *(f"{DOC}/examples/{name}" for name in (
             "README.md", "game.c", "monitor.cpp", "demo/callbacks.c", "demo/callbacks.h",
             "demo/demo.c", "demo/service.c", "demo/service.h", "demo/tell.c", "demo/tell.h")),
@@ -183,6 +184,16 @@ class InstallTest(unittest.TestCase):
                       "-o", "consumer")
         self.start_service()
         self.assertEqual(self.run_here("./consumer"), "3 4\n")
+
+    def test_valgrind_has_nothing_to_say(self):
+        (program,) = pages.blocks(self.prefix / DOC / "docs/getting-started.md", "c")
+        (self.folder / "hello.c").write_text(program)
+        self.environment["PKG_CONFIG_PATH"] = f"{self.prefix}/{LIB}/pkgconfig"
+        flags = self.run_here("pkg-config", "--cflags", "--libs", "lum-sdf-sdk").split()
+        self.run_here(CC, "hello.c", *flags, f"-Wl,-rpath,{self.prefix}/{LIB}", "-o", "hello")
+        self.start_service()
+        self.run_here("valgrind", "--leak-check=full", "--error-exitcode=9",
+                      f"--suppressions={self.prefix}/{DOC}/docs/valgrind.supp", "./hello")
 
     def test_examples_build_as_their_page_says(self):
         examples = self.prefix / DOC / "examples"
