@@ -331,6 +331,14 @@ TEST_F(CallsTest, ExceptionInTheCalledFunctionBecomesAnError) {
     EXPECT_EQ(add(1, 1), 2);
 }
 
+TEST_F(CallsTest, StatusNobodyKnowsBecomesAnUnknownError) {
+    for (const binder_status_t unknown : {1, 42, -1000}) {
+        EXPECT_EQ(callPeer(mService, kReturn, writeInt(unknown)), STATUS_UNKNOWN_ERROR) << unknown;
+    }
+    EXPECT_EQ(callPeer(mService, kReturn, writeInt(STATUS_NO_INIT)), STATUS_NO_INIT);
+    EXPECT_EQ(add(1, 1), 2);
+}
+
 TEST_F(CallsTest, ClassOfAnotherInterfaceIsRefused) {
     static AIBinder_Class* const other = AIBinder_Class_define(
         "lum.test.IOther", [](void* args) { return args; }, [](void*) {},

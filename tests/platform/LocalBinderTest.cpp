@@ -119,6 +119,19 @@ TEST(LocalBinderTest, ErrorComesWithoutReply) {
     EXPECT_EQ(out, nullptr);
 }
 
+TEST(LocalBinderTest, StatusNobodyKnowsBecomesAnUnknownError) {
+    const ndk::SpAIBinder object =
+        makePeerObject([](transaction_code_t, const AParcel* in, AParcel*) -> binder_status_t {
+            int32_t status = 0;
+            AParcel_readInt32(in, &status);
+            return status;
+        });
+    for (const binder_status_t unknown : {1, 42, -1000, -4711}) {
+        EXPECT_EQ(callPeer(object, 1, writeInt(unknown)), STATUS_UNKNOWN_ERROR) << unknown;
+    }
+    EXPECT_EQ(callPeer(object, 1, writeInt(STATUS_TIMED_OUT)), STATUS_TIMED_OUT);
+}
+
 TEST(LocalBinderTest, ThrowingFunctionBecomesAnError) {
     const ndk::SpAIBinder object =
         makePeerObject([](transaction_code_t code, const AParcel*, AParcel*) -> binder_status_t {

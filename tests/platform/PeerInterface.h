@@ -44,6 +44,7 @@ enum PeerCode : transaction_code_t {
                        // the result sent to it by a one-way kNote
     kPassOn,           // a name and an object: hands it to that service's kKeep; out: the status
     kStartPool,        // starts the peer's thread pool
+    kReturn,           // a number: returns it as its status
 };
 
 // Class of the objects that kMakeObject makes: they answer nothing of their own.

@@ -382,15 +382,20 @@ INSTANTIATE_TEST_SUITE_P(
 // A service that is a bare socket: answers the first call with whatever a test says.
 class RawServiceTest : public RawPeerTest {
   protected:
-    // Pings the service, which answers with `answer` and, if `leaves`, closes the connection.
-    static void expectDead(const SocketFolder& folder, const Bytes& answer, bool leaves) {
-        const UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    UniqueFd listenAsLiar() const {
+        UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        const std::string path = folder.path() + "/lum.test.liar.socket";
+        const std::string path = mFolder.path() + "/lum.test.liar.socket";
         memcpy(address.sun_path, path.c_str(), path.size());
-        ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        ASSERT_EQ(listen(listener.get(), 1), 0);
+        EXPECT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(listener.get(), 1), 0);
+        return listener;
+    }
+
+    // Pings the service, which answers with `answer` and, if `leaves`, closes the connection.
+    void expectDead(const Bytes& answer, bool leaves) const {
+        const UniqueFd listener = listenAsLiar();
         std::thread service([&] {
             UniqueFd client(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
             const size_t said = hello().size() + call(0, kPingCode).size();
@@ -420,21 +425,21 @@ class RawServiceTest : public RawPeerTest {
 
 TEST_F(RawServiceTest, AnswerWithoutGreetingEndsTheCall) {
     LogCapture log;
-    expectDead(mFolder, reply(1), false);
+    expectDead(reply(1), false);
     EXPECT_TRUE(log.has(logE(
         format("binder: process %d sent nonsense (no greeting), connection ended", getpid()))));
 }
 
 TEST_F(RawServiceTest, GarbageEndsTheCall) {
     LogCapture log;
-    expectDead(mFolder, Bytes(64, 0xff), false);
+    expectDead(Bytes(64, 0xff), false);
     EXPECT_TRUE(log.has(logE(format(
         "binder: process %d sent nonsense (a frame too long), connection ended", getpid()))));
 }
 
 TEST_F(RawServiceTest, ReplyToAnotherCallEndsTheCall) {
     LogCapture log;
-    expectDead(mFolder, joined(hello(), reply(0x7777777777777777)), false);
+    expectDead(joined(hello(), reply(0x7777777777777777)), false);
     EXPECT_TRUE(log.has(logE(format(
         "binder: process %d sent nonsense (a reply to no call), connection ended", getpid()))));
 }
@@ -443,13 +448,29 @@ TEST_F(RawServiceTest, HalfAReplyEndsTheCall) {
     LogCapture log;
     Bytes half = reply(1);
     half.resize(half.size() / 2);
-    expectDead(mFolder, joined(hello(), half), true);
+    expectDead(joined(hello(), half), true);
     EXPECT_TRUE(
         log.has(logE(format("binder: process %d left in the middle of a frame", getpid()))));
 }
 
+TEST_F(RawServiceTest, StatusNobodyKnowsBecomesAnUnknownError) {
+    const UniqueFd listener = listenAsLiar();
+    std::thread service([&] {
+        const UniqueFd client(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        const Bytes said = receive(client, hello().size() + call(0, kPingCode).size());
+        uint64_t id = 0;
+        memcpy(&id, said.data() + hello().size() + kFrameHeader, sizeof id);
+        Bytes answer = hello();
+        appendReply(&answer, id, 4711, payloadOf({}, {}, {}));
+        EXPECT_TRUE(sendAll(client, answer));
+    });
+    const ndk::SpAIBinder liar(AServiceManager_checkService("lum.test.liar"));
+    EXPECT_EQ(AIBinder_ping(liar.get()), STATUS_UNKNOWN_ERROR);
+    service.join();
+}
+
 TEST_F(RawServiceTest, SilenceAndThenTheEndEndsTheCall) {
-    expectDead(mFolder, {}, true);
+    expectDead({}, true);
 }
 
 }  // namespace

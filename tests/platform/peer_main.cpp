@@ -132,6 +132,7 @@ binder_status_t Peer::handle(transaction_code_t code, const AParcel* in, AParcel
         case kOnewayAddToKept: return onewayAddToKept(in);
         case kPassOn: return passOn(in, out);
         case kStartPool: ABinderProcess_startThreadPool(); return STATUS_OK;
+        case kReturn: return intFrom(in);
         default: return STATUS_UNKNOWN_TRANSACTION;
     }
 }

@@ -7,14 +7,15 @@
 
 #include "platform/linux/src/CallOut.h"
 #include "platform/linux/src/Parcel.h"
+#include "platform/linux/src/Status.h"
 #include "platform/linux/src/ThreadPool.h"
 
 binder_status_t LocalBinder::transact(transaction_code_t code, const AParcel& in, AParcel* out) {
     if (code >= FIRST_CALL_TRANSACTION && code <= LAST_CALL_TRANSACTION) {
         if (!in.checkInterfaceToken(mClazz.descriptor)) return STATUS_BAD_TYPE;
-        return callOut(
+        return knownStatus(callOut(
             "onTransact", [&] { return mClazz.onTransact(this, code, &in, out); },
-            STATUS_UNKNOWN_ERROR);
+            STATUS_UNKNOWN_ERROR));
     }
     switch (code) {
         case kPingTransaction: return STATUS_OK;

@@ -20,9 +20,9 @@ class LocalBinder final : public AIBinder {
 
     // Carries out one call on this thread: a method of the interface, whose token `in` must start
     // with, or one of the calls that every object answers.
-    // out: filled with the reply. Returns as the class's onTransact does; STATUS_BAD_TYPE for a
-    // wrong token, STATUS_UNKNOWN_TRANSACTION for a code outside the methods that means nothing to
-    // objects.
+    // out: filled with the reply. Returns as the class's onTransact does, if that is a known
+    // status; STATUS_BAD_TYPE for a wrong token, STATUS_UNKNOWN_TRANSACTION for a code outside the
+    // methods that means nothing to objects.
     binder_status_t transact(transaction_code_t code, const AParcel& in, AParcel* out);
 
     binder_status_t dump(int fd, const char** args, uint32_t numArgs);

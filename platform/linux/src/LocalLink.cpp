@@ -17,6 +17,7 @@
 #include "platform/linux/src/CallOut.h"
 #include "platform/linux/src/DeathRecipient.h"
 #include "platform/linux/src/PendingCalls.h"
+#include "platform/linux/src/Status.h"
 #include "platform/linux/src/ThreadPool.h"
 #include "utils/Log.h"
 
@@ -570,7 +571,8 @@ const char* LocalLink::onReply(const uint8_t* body, size_t size) {
     std::unique_ptr<AParcel> reply;
     nonsense = importParcel(frame.payload, &reply);
     if (nonsense != nullptr) return nonsense;
-    if (PendingCalls::instance().finish(this, frame.id, frame.status, &reply)) return nullptr;
+    const binder_status_t status = knownStatus(frame.status);
+    if (PendingCalls::instance().finish(this, frame.id, status, &reply)) return nullptr;
     discard(std::move(reply));
     return "a reply to no call";
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <android/binder_status.h>
+#include "platform/linux/src/Status.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -92,6 +92,10 @@ std::string describe(const AStatus& status) {
 
 }  // namespace
 
+binder_status_t knownStatus(binder_status_t status) noexcept {
+    return statusName(status) == nullptr ? STATUS_UNKNOWN_ERROR : status;
+}
+
 AStatus* AStatus_newOk() {
     return &gOk.value;
 }
@@ -122,8 +126,7 @@ AStatus* AStatus_fromStatus(binder_status_t status) {
     if (status == STATUS_OK) {
         return AStatus_newOk();
     }
-    const bool known = statusName(status) != nullptr;
-    return make(EX_TRANSACTION_FAILED, known ? status : STATUS_UNKNOWN_ERROR, "");
+    return make(EX_TRANSACTION_FAILED, knownStatus(status), "");
 }
 
 bool AStatus_isOk(const AStatus* status) {

@@ -61,7 +61,8 @@ typedef void (*AIBinder_Class_onDestroy)(void* userData);
 // object are in one process).
 // binder: the object called; code: which method; in: arguments, after the interface token;
 // out: filled with the reply; both belong to the caller.
-// Returns STATUS_OK, or what the caller gets in place of a reply; STATUS_UNKNOWN_TRANSACTION for a
+// Returns STATUS_OK, or what the caller gets in place of a reply: one of the codes in
+// binder_status.h, since any other becomes STATUS_UNKNOWN_ERROR; STATUS_UNKNOWN_TRANSACTION for a
 // code it does not know.
 typedef binder_status_t (*AIBinder_Class_onTransact)(AIBinder* binder, transaction_code_t code,
                                                      const AParcel* in, AParcel* out);
