@@ -339,6 +339,19 @@ TEST_F(CallsTest, StatusNobodyKnowsBecomesAnUnknownError) {
     EXPECT_EQ(add(1, 1), 2);
 }
 
+TEST_F(CallsTest, AnswerThatTheObjectIsDeadMarksItsProxy) {
+    EXPECT_EQ(callPeer(mService, kReturn, writeInt(STATUS_DEAD_OBJECT)), STATUS_DEAD_OBJECT);
+    EXPECT_FALSE(AIBinder_isAlive(mService.get()));
+    // No further call is made through it.
+    EXPECT_EQ(callPeer(mService, kNote, writeInt(0)), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(AIBinder_ping(mService.get()), STATUS_DEAD_OBJECT);
+    // The process lives: a new proxy finds that nothing has arrived.
+    mService = nullptr;
+    mService = ndk::SpAIBinder(AServiceManager_checkService(kName));
+    EXPECT_TRUE(AIBinder_isAlive(mService.get()));
+    EXPECT_EQ(ask(kNoted), 0);
+}
+
 TEST_F(CallsTest, ClassOfAnotherInterfaceIsRefused) {
     static AIBinder_Class* const other = AIBinder_Class_define(
         "lum.test.IOther", [](void* args) { return args; }, [](void*) {},

@@ -304,7 +304,7 @@ TEST_F(RegistryTest, ClientIsTurnedAwayWhileTheServiceHasNoDescriptors) {
     ASSERT_EQ(AServiceManager_addService(object.get(), "lum.test.own"), EX_NONE);
     ABinderProcess_startThreadPool();
     const PeerProcess peer(kName);
-    const ndk::SpAIBinder service = find(kName);
+    ASSERT_EQ(AIBinder_ping(find(kName).get()), STATUS_OK);  // the connection is there from now on
     const std::string path = "lum.test.own";
     const Fill fill = [&](AParcel* in) {
         AParcel_writeString(in, path.c_str(), static_cast<int32_t>(path.size()));
@@ -313,11 +313,11 @@ TEST_F(RegistryTest, ClientIsTurnedAwayWhileTheServiceHasNoDescriptors) {
     LogCapture log;
     for (int round = 0; round < 3; ++round) {
         const DescriptorLimit few(0);
-        EXPECT_EQ(callPeer(service, kRelay, fill), STATUS_DEAD_OBJECT);
+        EXPECT_EQ(callPeer(find(kName), kRelay, fill), STATUS_DEAD_OBJECT);
     }
     EXPECT_TRUE(
         log.has(logE("binder: cannot accept a client of lum.test.own (Too many open files)")));
-    EXPECT_EQ(callPeer(service, kRelay, fill, readInt(&steps)), STATUS_OK);
+    EXPECT_EQ(callPeer(find(kName), kRelay, fill, readInt(&steps)), STATUS_OK);
     EXPECT_EQ(steps, 1);
 }
 

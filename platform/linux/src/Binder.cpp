@@ -65,7 +65,7 @@ namespace {
 binder_status_t transact(AIBinder& binder, transaction_code_t code, const AParcel& in,
                          binder_flags_t flags, std::unique_ptr<AParcel>* out) {
     if (RemoteBinder* const remote = binder.asRemote(); remote != nullptr) {
-        return remote->link().transact(remote->handle(), code, in, flags, out);
+        return remote->transact(code, in, flags, out);
     }
     auto reply = std::make_unique<AParcel>();
     in.setPosition(0);
@@ -155,7 +155,7 @@ bool AIBinder_isRemote(const AIBinder* binder) {
 
 bool AIBinder_isAlive(const AIBinder* binder) {
     RemoteBinder* const remote = const_cast<AIBinder*>(binder)->asRemote();
-    return remote == nullptr || remote->link().isAlive();
+    return remote == nullptr || remote->isAlive();
 }
 
 binder_status_t AIBinder_ping(AIBinder* binder) {

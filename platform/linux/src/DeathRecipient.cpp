@@ -106,8 +106,10 @@ void tellUnlinked(const DeathLink& link) noexcept {
 
 // One link at a time, so that a recipient can still take back those that have not been called.
 void Obituary::run() {
+    RemoteBinder& proxy = *mProxy->asRemote();
+    proxy.setDead();
     DeathLink link;
-    while (takeFirstLink(*mProxy->asRemote(), &link)) {
+    while (takeFirstLink(proxy, &link)) {
         callOut(
             "onBinderDied",
             [&] {

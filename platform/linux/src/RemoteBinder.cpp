@@ -20,6 +20,14 @@ bool intoString(void* stringData, int32_t length, char** buffer) {
 
 }  // namespace
 
+binder_status_t RemoteBinder::transact(transaction_code_t code, const AParcel& in,
+                                       binder_flags_t flags, std::unique_ptr<AParcel>* out) {
+    if (!mAlive) return STATUS_DEAD_OBJECT;
+    const binder_status_t status = mLink->transact(mHandle, code, in, flags, out);
+    if (status == STATUS_DEAD_OBJECT) setDead();
+    return status;
+}
+
 void RemoteBinder::onLastStrong() {
     const std::vector<DeathLink> ended = takeDeathLinks(*this);
     mLink->releaseProxy(*this);
@@ -29,7 +37,7 @@ void RemoteBinder::onLastStrong() {
 bool RemoteBinder::isOfInterface(const std::string& descriptor) {
     const AParcel nothing;
     std::unique_ptr<AParcel> reply;
-    binder_status_t status = mLink->transact(mHandle, kInterfaceTransaction, nothing, 0, &reply);
+    binder_status_t status = transact(kInterfaceTransaction, nothing, 0, &reply);
     std::string theirs;
     if (status == STATUS_OK) status = AParcel_readString(reply.get(), &theirs, intoString);
     if (status != STATUS_OK) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -24,6 +25,16 @@ class RemoteBinder final : public AIBinder {
     Link& link() const { return *mLink; }
     uint32_t handle() const { return mHandle; }
 
+    // Calls the object; arguments and result as those of AIBinder_transact, except that `out` is
+    // set only when STATUS_OK is returned. May throw std::bad_alloc, with nothing sent.
+    binder_status_t transact(transaction_code_t code, const AParcel& in, binder_flags_t flags,
+                             std::unique_ptr<AParcel>* out);
+
+    // Whether calls may still get through. Once one was answered with STATUS_DEAD_OBJECT, or the
+    // death was announced, none is made any more.
+    bool isAlive() const { return mAlive && mLink->isAlive(); }
+    void setDead() { mAlive = false; }
+
     // How often the object was received; the link gives that many references back with the proxy.
     // Guarded by the link.
     uint64_t timesReceived = 0;
@@ -38,4 +49,5 @@ class RemoteBinder final : public AIBinder {
 
     const std::shared_ptr<Link> mLink;
     const uint32_t mHandle;
+    std::atomic<bool> mAlive{true};
 };

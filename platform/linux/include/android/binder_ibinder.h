@@ -108,8 +108,9 @@ AIBinder* AIBinder_new(const AIBinder_Class* clazz, void* args);
 // Returns whether the object belongs to another process. binder: not null.
 bool AIBinder_isRemote(const AIBinder* binder);
 
-// Returns false once the object's process is known to be dead; true does not mean that the next
-// call gets through. binder: not null.
+// Returns false once the object's process is known to be dead, or a call through this proxy was
+// answered with STATUS_DEAD_OBJECT: it is used for no further call then. true does not mean that
+// the next call gets through. binder: not null.
 bool AIBinder_isAlive(const AIBinder* binder);
 
 // Calls the object to see whether its process answers. binder: not null.
