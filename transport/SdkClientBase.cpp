@@ -1,34 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "transport/SdkClientBase.h"
 
-#include <pthread.h>
-#include <signal.h>
-
 #include <algorithm>
 #include <condition_variable>
 #include <exception>
 #include <utility>
 
 #include "utils/Log.h"
+#include "utils/SignalMask.h"
 
 namespace {
-
-// While it lives, threads that this one creates start with every signal blocked: an application's
-// signal handlers never run on a thread of the library.
-class AllSignalsBlocked {
-  public:
-    AllSignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &mBefore);
-    }
-    ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
-    AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-    AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-
-  private:
-    sigset_t mBefore{};
-};
 
 bool isKnown(LumSdkClientType type) {
     return type >= 0 && static_cast<size_t>(type) < SdkClientBase::kClientTypes;
@@ -80,7 +61,7 @@ void SdkClientBase::start(LumSdkClientType /*type*/, std::shared_ptr<SdkClientEv
                           std::shared_ptr<SdkClientBase> self) {
     Start start;
     {
-        const AllSignalsBlocked blocked;
+        const SignalMask mask;
         // The thread's own reference goes with its callable, after sdkThread() has returned.
         std::thread([self = std::move(self), event = std::move(event), &start] {
             self->sdkThread(event, start);

@@ -63,11 +63,11 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     // Called when a release event of the type has been handled.
     virtual void cleanup(LumSdkClientType type);
 
-    // Starts the SDK thread, detached, with all signals blocked; `type` names who starts it. When
-    // it returns, the first event is queued, the loop runs and its thread owns the gate: a teardown
-    // that follows at once waits for it. `self` owns this object; the thread keeps it until it has
-    // let go of the gate. When there is no thread or no memory to be had the standard library's
-    // exception comes out and nothing runs.
+    // Starts the SDK thread, detached, with the signals blocked that a program handles on purpose
+    // (SignalMask.h); `type` names who starts it. When it returns, the first event is queued, the
+    // loop runs and its thread owns the gate: a teardown that follows at once waits for it. `self`
+    // owns this object; the thread keeps it until it has let go of the gate. When there is no
+    // thread or no memory the standard library's exception comes out and nothing runs.
     void start(LumSdkClientType type, std::shared_ptr<SdkClientEvent> event,
                std::shared_ptr<SdkClientBase> self);
 

@@ -24,6 +24,7 @@
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/PeerProcess.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/Fault.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SocketFolder.h"
 #include "tools/emulator/ProcessStats.h"
@@ -208,7 +209,7 @@ TEST_F(ThreadPoolTest, JoinedThreadServesWithoutAStart) {
     EXPECT_FALSE(mPool.started());
 }
 
-TEST_F(ThreadPoolTest, ThreadsBlockAllSignals) {
+TEST_F(ThreadPoolTest, ThreadsBlockWhatAProgramHandlesAndNoFault) {
     mPool.start();
     Counter done;
     sigset_t blocked;
@@ -220,10 +221,25 @@ TEST_F(ThreadPoolTest, ThreadsBlockAllSignals) {
     for (const int signal : {SIGTERM, SIGINT, SIGUSR1, SIGCHLD, SIGPIPE, SIGALRM}) {
         EXPECT_EQ(sigismember(&blocked, signal), 1) << signal;
     }
+    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT}) {
+        EXPECT_EQ(sigismember(&blocked, signal), 0) << signal;
+    }
     // The starting thread's own are as before.
     sigset_t own;
     pthread_sigmask(SIG_SETMASK, nullptr, &own);
     EXPECT_EQ(sigismember(&own, SIGTERM), 0);
+}
+
+TEST_F(ThreadPoolTest, FaultInACallReachesTheProcesssHandler) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            exitAtFault();
+            mPool.start();
+            post(causeFault);
+            Counter().waitFor(1);
+        },
+        testing::ExitedWithCode(kFaultExit), "");
 }
 
 const LogLine kRefusedLine = logE(

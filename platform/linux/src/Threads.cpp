@@ -3,23 +3,17 @@
 
 #include <pthread.h>
 
-#include <csignal>
+#include "utils/SignalMask.h"
 
 int startDetachedThread(void* (*body)(void*), void* argument) {
     pthread_attr_t attributes;
     if (const int error = pthread_attr_init(&attributes); error != 0) return error;
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-
     // The new thread inherits the mask, so that there is no moment at which it could be
     // interrupted.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const SignalMask mask;
     pthread_t thread;
     const int error = pthread_create(&thread, &attributes, body, argument);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-
     pthread_attr_destroy(&attributes);
     return error;
 }

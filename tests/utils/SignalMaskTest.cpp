@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <set>
+#include <thread>
+
+#include "tests/support/Fault.h"
+#include "utils/SignalMask.h"
+
+namespace {
+
+using Signals = std::set<int>;
+
+Signals blockedHere() {
+    sigset_t mask;
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    Signals blocked;
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        if (sigismember(&mask, signal) == 1) blocked.insert(signal);
+    }
+    return blocked;
+}
+
+Signals blockedOnANewThread() {
+    Signals blocked;
+    std::thread([&] { blocked = blockedHere(); }).join();
+    return blocked;
+}
+
+TEST(SignalMaskTest, NewThreadsBlockWhatAProgramHandlesOnPurpose) {
+    const SignalMask mask;
+    const Signals blocked = blockedOnANewThread();
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGTERM, SIGUSR1, SIGUSR2,
+                             SIGCHLD, SIGWINCH, SIGIO, SIGPROF, SIGRTMIN, SIGRTMAX}) {
+        EXPECT_EQ(blocked.count(signal), 1U) << signal;
+    }
+}
+
+TEST(SignalMaskTest, NewThreadsLeaveFaultsAndWhatThePlatformKeepsOpen) {
+    const SignalMask mask;
+    const Signals blocked = blockedOnANewThread();
+    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT}) {
+        EXPECT_EQ(blocked.count(signal), 0U) << signal;
+    }
+    for (int signal = 32; signal < SIGRTMIN; ++signal) {
+        EXPECT_EQ(blocked.count(signal), 0U) << signal;
+    }
+}
+
+TEST(SignalMaskTest, StartingThreadHasItsOwnMaskBack) {
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, SIGUSR2);
+    ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &one, nullptr), 0);
+    { const SignalMask mask; }
+    EXPECT_EQ(blockedHere(), Signals{SIGUSR2});
+    EXPECT_EQ(blockedOnANewThread(), Signals{SIGUSR2});
+}
+
+TEST(SignalMaskTest, FaultOnANewThreadReachesTheProcesssHandler) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            exitAtFault();
+            const SignalMask mask;
+            std::thread(causeFault).join();
+        },
+        testing::ExitedWithCode(kFaultExit), "");
+}
+
+}  // namespace
