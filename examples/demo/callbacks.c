@@ -8,7 +8,6 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
-#include <strings.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -23,13 +22,9 @@ static unsigned int gLetGo;
 static char gCall[256];   // the call that is here, as the main thread is to show it
 static char gThread[64];  // that made it
 
-// Which of the process's threads is this? The platform's binder threads bear their name.
+// Which of the process's threads is this?
 static void nameThisThread(char* text, size_t size) {
-    char name[16] = "";
-    pthread_getname_np(pthread_self(), name, sizeof name);
-    const char* kind = strncasecmp(name, "binder", 6) == 0 ? "a binder thread"
-                       : gettid() == getpid()              ? "the main thread"
-                                                           : "the library's own thread";
+    const char* kind = gettid() == getpid() ? "the main thread" : "another thread";
     snprintf(text, size, "%s (thread %d)", kind, gettid());
 }
 

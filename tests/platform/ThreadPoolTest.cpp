@@ -13,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -240,6 +241,43 @@ TEST_F(ThreadPoolTest, FaultInACallReachesTheProcesssHandler) {
             Counter().waitFor(1);
         },
         testing::ExitedWithCode(kFaultExit), "");
+}
+
+std::string nameOfThisThread() {
+    char name[16] = "";
+    pthread_getname_np(pthread_self(), name, sizeof name);
+    return name;
+}
+
+// Whether it is "binder:", the process, and a number, as far as 15 characters go.
+bool isBinderThreadName(const std::string& name) {
+    const std::string start = "binder:" + std::to_string(getpid()) + "_";
+    return name.compare(0, start.size(), start, 0, 15) == 0;
+}
+
+TEST_F(ThreadPoolTest, ThreadsOfThePoolAndTheirStarterBearThePlatformsNames) {
+    EXPECT_FALSE(isBinderThreadName(nameOfThisThread()));
+    ABinderProcess_startThreadPool();
+    const std::string starter = nameOfThisThread();
+    EXPECT_TRUE(isBinderThreadName(starter)) << starter;
+    Counter done;
+    std::string first;
+    post([&] {
+        first = nameOfThisThread();
+        done.add();
+    });
+    ASSERT_TRUE(done.waitFor(1));
+    EXPECT_TRUE(isBinderThreadName(first)) << first;
+    // A later starter gets a name, too.
+    std::string other;
+    std::thread([&] {
+        ABinderProcess_startThreadPool();
+        other = nameOfThisThread();
+    }).join();
+    EXPECT_TRUE(isBinderThreadName(other)) << other;
+    if (std::to_string(getpid()).size() < 7) {  // all of the name is kept
+        EXPECT_EQ((std::set<std::string>{starter, first, other}).size(), 3U);
+    }
 }
 
 const LogLine kRefusedLine = logE(

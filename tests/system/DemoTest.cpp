@@ -49,11 +49,11 @@ constexpr char kEverything[] = R"(An application uses the data service. Its main
 
 2. The client is created. The library connects in the background and tells onStatus().
     createSdfClient(onStatus) returned 0: success
-    callback onStatus(-7: service up), brought by a binder thread (thread N)
+    callback onStatus(-7: service up), brought by another thread (thread N)
 
 3. Requests are accepted now. We ask for latency levels, and onLevels() gets the answer.
     sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_2, SDF_LATENCY_LVL_4, false, onLevels) returned 1804289383: the id of the request
-    callback onLevels(1804289383, level 2, level 4), brought by a binder thread (thread N)
+    callback onLevels(1804289383, level 2, level 4), brought by another thread (thread N)
 
 4. Settings of the link. The service sends no result of these.
     sdfPrioritizeData(SDF_SLOT_ID_FIRST, true) returned 0: success
@@ -64,55 +64,55 @@ constexpr char kEverything[] = R"(An application uses the data service. Its main
 5. While gaming is on, the service has a filter of its own, and tells onAutoFilter().
     sdfRegAutoFilterInfo(onAutoFilter) returned 0: success
     sdfEnHighPerfGaming(true) returned 0: success
-    callback onAutoFilter(2147483649, UDP from 192.0.2.10 port 50000 to 198.51.100.20 port 27015, highest priority), brought by a binder thread (thread N)
+    callback onAutoFilter(2147483649, UDP from 192.0.2.10 port 50000 to 198.51.100.20 port 27015, highest priority), brought by another thread (thread N)
     sdfEnHighPerfGaming(false) returned 0: success
-    callback onAutoFilter(2147483649, not active), brought by a binder thread (thread N)
+    callback onAutoFilter(2147483649, not active), brought by another thread (thread N)
 
 6. A filter is added, and becomes active. Its id is that of the request.
     sdfRegFilterStatus(onFilterStatus) returned 0: success
     sdfAddFilter(gameFlow(), onAdded) returned 846930886: the id of the request
-    callback onAdded(846930886, pending), brought by a binder thread (thread N)
-    callback onFilterStatus(846930886, active), brought by a binder thread (thread N)
+    callback onAdded(846930886, pending), brought by another thread (thread N)
+    callback onFilterStatus(846930886, active), brought by another thread (thread N)
 
 7. Another one, with one value more.
     sdfAddFilterV2(callFlow(), 7, onAdded) returned 1681692777: the id of the request
-    callback onAdded(1681692777, pending), brought by a binder thread (thread N)
-    callback onFilterStatus(1681692777, active), brought by a binder thread (thread N)
+    callback onAdded(1681692777, pending), brought by another thread (thread N)
+    callback onFilterStatus(1681692777, active), brought by another thread (thread N)
 
 8. The first one is changed. We have registered for that: onFilterStatus() is told.
     sdfUpdateLatencyLvl(game, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_3) returned 0: success
-    callback onFilterStatus(846930886, active), brought by a binder thread (thread N)
+    callback onFilterStatus(846930886, active), brought by another thread (thread N)
     sdfUpdateOod(game, SDF_OOD_ENABLED_LVL) returned 0: success
-    callback onFilterStatus(846930886, active), brought by a binder thread (thread N)
+    callback onFilterStatus(846930886, active), brought by another thread (thread N)
     sdfUpdatePdcpTimer(game, 20) returned 0: success
-    callback onFilterStatus(846930886, active), brought by a binder thread (thread N)
+    callback onFilterStatus(846930886, active), brought by another thread (thread N)
     sdfUpdateTargetDscp(game, 46) returned 0: success
-    callback onFilterStatus(846930886, active), brought by a binder thread (thread N)
+    callback onFilterStatus(846930886, active), brought by another thread (thread N)
 
 9. The service lists our filters.
     sdfGetFilters(onListed) returned 0: success
-    callback onListed(846930886, active, level 1, level 3, OOD enabled, PDCP timer 20), brought by a binder thread (thread N)
-    callback onListed(1681692777, active, level 4, level 4, OOD disabled, PDCP timer 0), brought by a binder thread (thread N)
+    callback onListed(846930886, active, level 1, level 3, OOD enabled, PDCP timer 20), brought by another thread (thread N)
+    callback onListed(1681692777, active, level 4, level 4, OOD disabled, PDCP timer 0), brought by another thread (thread N)
 
 10. It reports on the priority queues, once and then every half second until it is to stop.
     sdfGetPriorityQueueReport(onReport) returned 0: success
-    callback onReport(0, 4294968296, 5153961955200), brought by a binder thread (thread N)
-    callback onReport(1, 4294968296, 5153961955200), brought by a binder thread (thread N)
-    callback onReport(32, 4294968296, 5153961955200), brought by a binder thread (thread N)
+    callback onReport(0, 4294968296, 5153961955200), brought by another thread (thread N)
+    callback onReport(1, 4294968296, 5153961955200), brought by another thread (thread N)
+    callback onReport(32, 4294968296, 5153961955200), brought by another thread (thread N)
     sdfRegPriorityQueueReports(true, 500, onPeriodicReport) returned 0: success
-    callback onPeriodicReport(0, 4294969296, 5153963155200), brought by a binder thread (thread N)
-    callback onPeriodicReport(1, 4294969296, 5153963155200), brought by a binder thread (thread N)
-    callback onPeriodicReport(32, 4294969296, 5153963155200), brought by a binder thread (thread N)
+    callback onPeriodicReport(0, 4294969296, 5153963155200), brought by another thread (thread N)
+    callback onPeriodicReport(1, 4294969296, 5153963155200), brought by another thread (thread N)
+    callback onPeriodicReport(32, 4294969296, 5153963155200), brought by another thread (thread N)
     sdfRegPriorityQueueReports(false, 0, onPeriodicReport) returned 0: success
 
 11. The first filter is deleted.
     sdfDeleteFilter(game) returned 0: success
-    callback onFilterStatus(846930886, deleted), brought by a binder thread (thread N)
+    callback onFilterStatus(846930886, deleted), brought by another thread (thread N)
     sdfDeleteFilter(game) returned -2: invalid argument
 
 12. The service is killed. The library notices; requests are refused from now on. (-3 is told too when the service was not yet done with the last one.)
     kill -9 N
-    callback onStatus(-8: service down), brought by a binder thread (thread N)
+    callback onStatus(-8: service down), brought by another thread (thread N)
     sdfPrioritizeDds(true) returned -8: service down
 
 13. The service is started again.
@@ -120,7 +120,7 @@ constexpr char kEverything[] = R"(An application uses the data service. Its main
 
 14. Only createSdfClient() makes the library connect again. We call it until -7 comes.
     createSdfClient(onStatus) returned 0: success
-    callback onStatus(-7: service up), brought by a binder thread (thread N)
+    callback onStatus(-7: service up), brought by another thread (thread N)
 
 15. The library still knows the second filter, but this service does not. We forget it.
     sdfDeleteAllFilter() returned 0: success
@@ -129,15 +129,15 @@ constexpr char kEverything[] = R"(An application uses the data service. Its main
 16. We register again, and add the filter again.
     sdfRegFilterStatus(onFilterStatus) returned 0: success
     sdfAddFilter(gameFlow(), onAdded) returned 1714636915: the id of the request
-    callback onAdded(1714636915, pending), brought by a binder thread (thread N)
-    callback onFilterStatus(1714636915, active), brought by a binder thread (thread N)
+    callback onAdded(1714636915, pending), brought by another thread (thread N)
+    callback onFilterStatus(1714636915, active), brought by another thread (thread N)
 
 17. The client is destroyed, and the service is told that it leaves.
     destroySdfClient() returned 0: success
 
 18. The same with the two older functions.
     lum_sdf_enable(onOldStatus) returned 1
-    callback onOldStatus(5: service up), brought by a binder thread (thread N)
+    callback onOldStatus(5: service up), brought by another thread (thread N)
     lum_sdf_disable() returned 1
 
 The demo is done: everything happened as it should.

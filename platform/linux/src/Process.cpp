@@ -2,9 +2,11 @@
 #include <android/binder_process.h>
 
 #include "platform/linux/src/ThreadPool.h"
+#include "platform/linux/src/Threads.h"
 
 void ABinderProcess_startThreadPool() {
     ThreadPool::instance().start();
+    nameBinderThread();
 }
 
 bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t numThreads) {

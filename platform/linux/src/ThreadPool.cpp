@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/src/ThreadPool.h"
 
-#include <pthread.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -137,7 +136,7 @@ bool ThreadPool::retry() {
 }
 
 void* ThreadPool::threadMain(void* pool) {
-    pthread_setname_np(pthread_self(), "binder");  // for whoever looks at the process's threads
+    nameBinderThread();
     auto& self = *static_cast<ThreadPool*>(pool);
     std::unique_lock<std::mutex> guard(self.mLock);
     --self.mStarting;

@@ -2,6 +2,11 @@
 #include "platform/linux/src/Threads.h"
 
 #include <pthread.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
 
 #include "utils/SignalMask.h"
 
@@ -16,4 +21,11 @@ int startDetachedThread(void* (*body)(void*), void* argument) {
     const int error = pthread_create(&thread, &attributes, body, argument);
     pthread_attr_destroy(&attributes);
     return error;
+}
+
+void nameBinderThread() {
+    static std::atomic<unsigned int> sLast{0};
+    char name[32];
+    snprintf(name, sizeof name, "binder:%d_%X", getpid(), ++sLast);
+    prctl(PR_SET_NAME, name);
 }

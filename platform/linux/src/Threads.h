@@ -5,3 +5,8 @@
 // (SignalMask.h). body: runs on the new thread, must not throw; argument: handed to it.
 // Returns 0, or the error number of why no thread could be made.
 int startDetachedThread(void* (*body)(void*), void* argument);
+
+// Gives this thread the next of the names that the platform gives its binder threads: "binder:",
+// the process, "_" and a hexadecimal number that counts up. The system keeps the first 15
+// characters.
+void nameBinderThread();

@@ -13,7 +13,9 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 // Starts the pool, if it is not started yet: before, no call of another process and no death
-// notification is delivered. More threads are added as calls need them.
+// notification is delivered. More threads are added as calls need them. Each bears a name of the
+// form "binder:PID_N", and so does the calling thread from now on, whether or not the pool was
+// started already.
 void ABinderProcess_startThreadPool(void);
 
 // Sets how many threads may be added beyond those started or joined on purpose; 15 at first. To be
