@@ -56,7 +56,8 @@ class ServiceRegistry {
     // The one of this process, never destroyed.
     static ServiceRegistry& instance();
 
-    // As AServiceManager_addService. May throw std::bad_alloc, with nothing registered.
+    // As AServiceManager_addService. name: one that isServiceName() accepts, here and below. May
+    // throw std::bad_alloc, with nothing registered.
     virtual binder_exception_t add(LocalBinder& object, const std::string& name) = 0;
 
     // The object registered under the name: the local one itself in its own process, elsewhere a

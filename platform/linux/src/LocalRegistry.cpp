@@ -8,10 +8,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
 #include "platform/linux/src/IoThread.h"
@@ -66,23 +66,10 @@ bool makeFolder(const std::string& folder) {
     return false;
 }
 
-// A service name as a file name: letters, digits, '-', '_' and '.' stand for themselves, every
-// other byte for its number, so that no two names share a file and none leads out of the folder.
+// A service name as a file name: a slash, of all that a name may hold, cannot stand in one.
 std::string fileName(const std::string& service) {
-    static constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string file;
-    for (const char c : service) {
-        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                           (c >= '0' && c <= '9') || c == '-' || c == '_' || c == '.';
-        const auto byte = static_cast<unsigned char>(c);
-        if (plain) {
-            file += c;
-        } else {
-            file += '%';
-            file += kDigits[byte >> 4U];
-            file += kDigits[byte & 15U];
-        }
-    }
+    std::string file = service;
+    std::replace(file.begin(), file.end(), '/', '%');
     return file;
 }
 
@@ -150,10 +137,6 @@ ServiceRegistry& ServiceRegistry::instance() {
 }
 
 binder_exception_t LocalRegistry::add(LocalBinder& object, const std::string& name) {
-    if (name.empty()) {
-        LUM_LOGE("binder: a service needs a name");
-        return EX_ILLEGAL_ARGUMENT;
-    }
     BinderRef replaced;  // ends after the lock is let go
     const std::lock_guard<std::mutex> guard(mLock);
     if (const auto served = mServed.find(name); served != mServed.end()) {

@@ -20,7 +20,7 @@ class ServiceListener;
 // closed to all others.
 class LocalRegistry final : public ServiceRegistry {
   public:
-    // Refuses with EX_ILLEGAL_ARGUMENT a name that is empty or too long for a socket, with
+    // Refuses with EX_ILLEGAL_ARGUMENT a name that is too long for a socket, with
     // EX_SECURITY a folder that is not safe, with EX_ILLEGAL_STATE a name that another process
     // serves, and whenever the system refuses something. A name of this process gets a new object,
     // for those who connect from then on.

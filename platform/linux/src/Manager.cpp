@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <android/binder_manager.h>
 
+#include <string>
+
 #include "platform/linux/src/Binder.h"
 #include "platform/linux/src/CallOut.h"
 #include "platform/linux/src/Link.h"
+#include "platform/linux/src/ServiceName.h"
 #include "utils/Log.h"
 
 binder_exception_t AServiceManager_addService(AIBinder* binder, const char* instance) {
@@ -13,14 +16,25 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
         LUM_LOGE("binder: %s cannot be served with an object of another process", instance);
         return EX_ILLEGAL_ARGUMENT;
     }
-    return withoutThrowing([&] { return ServiceRegistry::instance().add(*local, instance); },
-                           EX_TRANSACTION_FAILED);
+    return withoutThrowing(
+        [&]() -> binder_exception_t {
+            const std::string name = instance;
+            if (isServiceName(name)) return ServiceRegistry::instance().add(*local, name);
+            LUM_LOGE("binder: \"%s\" cannot be a service's name", instance);
+            return EX_ILLEGAL_ARGUMENT;
+        },
+        EX_TRANSACTION_FAILED);
 }
 
 AIBinder* AServiceManager_checkService(const char* instance) {
     if (instance == nullptr) return nullptr;
-    return withoutThrowing([&] { return ServiceRegistry::instance().find(instance).release(); },
-                           nullptr);
+    return withoutThrowing(
+        [&]() -> AIBinder* {
+            const std::string name = instance;
+            if (!isServiceName(name)) return nullptr;
+            return ServiceRegistry::instance().find(name).release();
+        },
+        nullptr);
 }
 
 AIBinder* AServiceManager_getService(const char* instance) {

@@ -15,7 +15,9 @@ extern "C" {
 // Makes a local object known under a name, for as long as this process lives. The registry keeps a
 // reference. A name that this process serves already gets the new object; clients that are
 // connected keep the old one.
-// binder: not null, local; instance: the name, not null, not empty, ends in zero.
+// binder: not null, local; instance: the name, not null, 1 to 127 letters, digits, and characters
+// of
+// "._-/", then a zero.
 // Returns EX_NONE, or why it could not be done, which is logged too: EX_ILLEGAL_ARGUMENT for
 // arguments that are not as said, or a name too long for a socket's path; EX_SECURITY if the socket
 // folder is not this user's alone; EX_ILLEGAL_STATE if another living process serves the name, or
@@ -23,7 +25,8 @@ extern "C" {
 binder_exception_t AServiceManager_addService(AIBinder* binder, const char* instance);
 
 // Returns the object of that name with one strong reference, owned by the caller; null if nobody
-// serves it. Never waits for a service to appear. instance: not null.
+// serves it, as nobody can with a name that AServiceManager_addService refuses. Never waits for a
+// service to appear. instance: not null.
 AIBinder* AServiceManager_checkService(const char* instance);
 
 // As AServiceManager_checkService, but on a device this call first waits for a few seconds. Here it
