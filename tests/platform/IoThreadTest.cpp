@@ -45,6 +45,25 @@ TEST(IoThreadTest, PauseEndsWhileOthersKeepTheThreadBusy) {
     thread.remove(busy->fd(), busy.get());
 }
 
+TEST(IoThreadTest, PauseAfterTheRemovalLeavesTheNextSourceAlone) {
+    IoThread& thread = IoThread::instance();
+    int fd = -1;
+    const auto removed = std::make_shared<EndlessSource>();
+    {
+        const auto former = std::make_shared<EndlessSource>();
+        fd = former->fd();
+        ASSERT_TRUE(thread.add(fd, removed));
+        thread.remove(fd, removed.get());
+    }
+    const auto next = std::make_shared<EndlessSource>();
+    ASSERT_EQ(next->fd(), fd);  // the number has become free, and is the lowest
+    ASSERT_TRUE(thread.add(fd, next));
+    thread.pause(fd, removed.get());
+    const int before = next->woken().value();
+    EXPECT_TRUE(next->woken().waitFor(before + 2));
+    thread.remove(fd, next.get());
+}
+
 TEST(IoThreadTest, PauseEndsWithoutOthers) {
     IoThread& thread = IoThread::instance();
     const auto pausing = std::make_shared<PausingSource>();

@@ -45,6 +45,7 @@ enum PeerCode : transaction_code_t {
     kPassOn,           // a name and an object: hands it to that service's kKeep; out: the status
     kStartPool,        // starts the peer's thread pool
     kReturn,           // a number: returns it as its status
+    kServe,            // a name: serves the peer's object under that, too; out: what came of it
 };
 
 // Class of the objects that kMakeObject makes: they answer nothing of their own.

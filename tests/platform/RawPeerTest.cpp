@@ -73,7 +73,7 @@ class RawPeerTest : public testing::Test {
         UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        const std::string path = mFolder.path() + "/" + kName + ".socket";
+        const std::string path = mFolder.path() + "/" + kName + ".service";
         memcpy(address.sun_path, path.c_str(), path.size());
         EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
         return fd;
@@ -386,7 +386,10 @@ class RawServiceTest : public RawPeerTest {
         UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        const std::string path = mFolder.path() + "/lum.test.liar.socket";
+        const std::string file = "0123456789abcdef-1-1.socket";
+        const std::string path = mFolder.path() + "/" + file;
+        const std::string name = mFolder.path() + "/lum.test.liar.service";
+        EXPECT_EQ(symlink(file.c_str(), name.c_str()), 0);
         memcpy(address.sun_path, path.c_str(), path.size());
         EXPECT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
         EXPECT_EQ(listen(listener.get(), 1), 0);

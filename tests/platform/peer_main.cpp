@@ -133,6 +133,9 @@ binder_status_t Peer::handle(transaction_code_t code, const AParcel* in, AParcel
         case kPassOn: return passOn(in, out);
         case kStartPool: ABinderProcess_startThreadPool(); return STATUS_OK;
         case kReturn: return intFrom(in);
+        case kServe:
+            return AParcel_writeInt32(out,
+                                      AServiceManager_addService(self.get(), readText(in).c_str()));
         default: return STATUS_UNKNOWN_TRANSACTION;
     }
 }

@@ -54,10 +54,21 @@ int takeSignals() {
 const char* reasonOf(binder_exception_t refused) {
     if (refused == EX_SECURITY) return "the socket folder is not safe to use";
     if (refused == EX_ILLEGAL_ARGUMENT) return "the socket folder's path is too long";
-    return "another process serves it, or the socket folder cannot be used";
+    return "the socket folder cannot be used";
+}
+
+// A name that is served would be taken over, which whoever started another emulator before has
+// hardly meant.
+bool nameIsTaken() {
+    return ndk::SpAIBinder(AServiceManager_checkService(Service::descriptor)).get() != nullptr;
 }
 
 bool registerService(const std::shared_ptr<Service>& service) {
+    if (nameIsTaken()) {
+        fprintf(stderr, "lum_sdf_emulator: cannot serve %s: another process serves it\n",
+                Service::descriptor);
+        return false;
+    }
     const binder_exception_t refused =
         AServiceManager_addService(service->asBinder().get(), Service::descriptor);
     if (refused == EX_NONE) return true;

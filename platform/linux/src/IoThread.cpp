@@ -73,6 +73,8 @@ void IoThread::wantOutput(int fd, IoSource* source, bool want) {
 
 void IoThread::pause(int fd, IoSource* source) {
     const std::lock_guard<std::mutex> guard(mLock);
+    // Removed meanwhile by another thread, its descriptor may soon be another source's.
+    if (mSources.count(source) == 0) return;
     control(mEpoll.get(), EPOLL_CTL_MOD, fd, 0, source);
     mPaused.push_back({fd, source});
 }

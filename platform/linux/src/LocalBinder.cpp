@@ -3,12 +3,20 @@
 
 #include <android/binder_parcel.h>
 
+#include <atomic>
 #include <utility>
 
 #include "platform/linux/src/CallOut.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/Status.h"
 #include "platform/linux/src/ThreadPool.h"
+
+namespace {
+std::atomic<uint64_t> gObjects{0};
+}
+
+LocalBinder::LocalBinder(const AIBinder_Class& clazz, void* userData)
+    : AIBinder(&clazz), mNumber(++gObjects), mClazz(clazz), mUserData(userData) {}
 
 binder_status_t LocalBinder::transact(transaction_code_t code, const AParcel& in, AParcel* out) {
     if (code >= FIRST_CALL_TRANSACTION && code <= LAST_CALL_TRANSACTION) {

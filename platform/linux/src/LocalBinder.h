@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -12,10 +13,11 @@
 class LocalBinder final : public AIBinder {
   public:
     // userData: what the class's onCreate made; handed to onDestroy at the end.
-    LocalBinder(const AIBinder_Class& clazz, void* userData)
-        : AIBinder(&clazz), mClazz(clazz), mUserData(userData) {}
+    LocalBinder(const AIBinder_Class& clazz, void* userData);
 
     LocalBinder* asLocal() override { return this; }
+    // No other object of this process has it, before or after.
+    uint64_t number() const { return mNumber; }
     void* userData() const { return mUserData; }
 
     // Carries out one call on this thread: a method of the interface, whose token `in` must start
@@ -37,6 +39,7 @@ class LocalBinder final : public AIBinder {
     void onLastStrong() override;
     bool isOfInterface(const std::string& descriptor) override;
 
+    const uint64_t mNumber;
     const AIBinder_Class& mClazz;
     void* const mUserData;
 

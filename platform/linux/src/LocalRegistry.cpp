@@ -1,22 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/src/LocalRegistry.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
+#include <sys/random.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
-#include <cstdlib>
+#include <cinttypes>
+#include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
-#include "platform/linux/src/IoThread.h"
 #include "platform/linux/src/LocalBinder.h"
-#include "platform/linux/src/ServiceListener.h"
 #include "platform/linux/src/UniqueFd.h"
 #include "utils/Log.h"
 #include "utils/NoDestroy.h"
@@ -25,55 +24,47 @@ namespace {
 
 NoDestroy<LocalRegistry> gRegistry;
 
-std::string folderPath() {
-    if (const char* const own = getenv("LUM_BINDER_DIR"); own != nullptr && *own != '\0') {
-        return own;
+// The name of a socket is three hexadecimal numbers: of the process, of the object in the process,
+// and of the socket in the process. No other socket ever has it.
+constexpr size_t kProcessDigits = 16;
+
+std::string makeProcessPart() {
+    uint64_t number = 0;
+    if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
+        number = static_cast<uint64_t>(getpid());
     }
-    if (const char* const run = getenv("XDG_RUNTIME_DIR"); run != nullptr && *run != '\0') {
-        return std::string(run) + "/lum-binder";
-    }
-    return "/tmp/lum-binder-" + std::to_string(geteuid());
+    std::array<char, kProcessDigits + 1> digits;
+    snprintf(digits.data(), digits.size(), "%016" PRIx64, number);
+    return digits.data();
 }
 
-// Whether what happens in the folder can be of this user's making only.
-bool isSafeFolder(const std::string& folder) {
-    struct stat about {};
-    if (lstat(folder.c_str(), &about) != 0) {
-        LUM_LOGE("binder: cannot look at the socket folder %s (%s)", folder.c_str(),
-                 strerror(errno));
-        return false;
-    }
-    if (!S_ISDIR(about.st_mode)) {
-        LUM_LOGE("binder: the socket folder %s is not a folder", folder.c_str());
-        return false;
-    }
-    if (about.st_uid != geteuid()) {
-        LUM_LOGE("binder: the socket folder %s belongs to user %u, not to %u", folder.c_str(),
-                 about.st_uid, geteuid());
-        return false;
-    }
-    if ((about.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        LUM_LOGE("binder: the socket folder %s is open to others (mode %o)", folder.c_str(),
-                 about.st_mode & 07777U);
-        return false;
-    }
-    return true;
+const std::string& processPart() {
+    static const auto* const sPart = new std::string(makeProcessPart());
+    return *sPart;
 }
 
-bool makeFolder(const std::string& folder) {
-    if (mkdir(folder.c_str(), S_IRWXU) == 0 || errno == EEXIST) return true;
-    LUM_LOGE("binder: cannot make the socket folder %s (%s)", folder.c_str(), strerror(errno));
-    return false;
+std::string makeSocketName(const LocalBinder& object) {
+    static std::atomic<uint64_t> sLast{0};
+    std::array<char, 48> rest;
+    snprintf(rest.data(), rest.size(), "-%" PRIx64 "-%" PRIx64 ".socket", object.number(), ++sLast);
+    return processPart() + rest.data();
 }
 
-// A service name as a file name: a slash, of all that a name may hold, cannot stand in one.
-std::string fileName(const std::string& service) {
-    std::string file = service;
-    std::replace(file.begin(), file.end(), '/', '%');
-    return file;
+bool isSocketName(const std::string& name) {
+    return name.size() > kProcessDigits && name[kProcessDigits] == '-' &&
+           name.find('/') == std::string::npos;
 }
 
-// Makes the address of a service's socket; false if the path is longer than one may be.
+bool isOwn(const std::string& socket) {
+    return socket.compare(0, kProcessDigits, processPart()) == 0;
+}
+
+// What the sockets of one object have in common.
+std::string objectOf(const std::string& socket) {
+    return socket.substr(0, socket.rfind('-'));
+}
+
+// Makes the address of a socket; false if the path is longer than one may be.
 bool makeAddress(const std::string& path, sockaddr_un* address) {
     *address = {};
     address->sun_family = AF_UNIX;
@@ -84,37 +75,6 @@ bool makeAddress(const std::string& path, sockaddr_un* address) {
     }
     memcpy(address->sun_path, path.c_str(), path.size());
     return true;
-}
-
-// Takes the name for this process. Returns nothing if it is taken, or cannot be had.
-UniqueFd lockName(const std::string& path, const std::string& name) {
-    UniqueFd file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
-    if (!file.valid()) {
-        LUM_LOGE("binder: cannot open %s (%s)", path.c_str(), strerror(errno));
-        return {};
-    }
-    if (flock(file.get(), LOCK_EX | LOCK_NB) == 0) return file;
-    if (errno == EWOULDBLOCK) {
-        LUM_LOGE("binder: another process serves %s", name.c_str());
-    } else {
-        LUM_LOGE("binder: cannot lock %s (%s)", path.c_str(), strerror(errno));
-    }
-    return {};
-}
-
-// Makes the socket of a name that this process has locked; any that is there is a dead process's.
-UniqueFd listenAt(const sockaddr_un& address) {
-    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (fd.valid()) {
-        unlink(address.sun_path);
-        if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-            listen(fd.get(), SOMAXCONN) == 0) {
-            return fd;
-        }
-    }
-    LUM_LOGE("binder: cannot listen at %s (%s)", address.sun_path, strerror(errno));
-    unlink(address.sun_path);
-    return {};
 }
 
 // Returns nothing if nobody listens there; logs whatever else goes wrong.
@@ -130,6 +90,14 @@ UniqueFd connectTo(const sockaddr_un& address) {
     return {};
 }
 
+// Retires a listener at its end.
+struct Retired {
+    std::shared_ptr<ServiceListener> listener;
+    ~Retired() {
+        if (listener != nullptr) listener->retire();
+    }
+};
+
 }  // namespace
 
 ServiceRegistry& ServiceRegistry::instance() {
@@ -137,60 +105,67 @@ ServiceRegistry& ServiceRegistry::instance() {
 }
 
 binder_exception_t LocalRegistry::add(LocalBinder& object, const std::string& name) {
-    BinderRef replaced;  // ends after the lock is let go
-    const std::lock_guard<std::mutex> guard(mLock);
-    if (const auto served = mServed.find(name); served != mServed.end()) {
-        replaced = served->second->exchangeObject(refTo(&object));
-        return EX_NONE;
-    }
-    const std::string folder = folderPath();
-    const std::string base = folder + "/" + fileName(name);
+    const SocketDirectory directory;
+    std::string socket = makeSocketName(object);
     sockaddr_un address;
-    if (!makeAddress(base + ".socket", &address)) return EX_ILLEGAL_ARGUMENT;
-    if (!makeFolder(folder)) return EX_ILLEGAL_STATE;
-    if (!isSafeFolder(folder)) return EX_SECURITY;
+    if (!makeAddress(directory.pathOf(socket), &address)) return EX_ILLEGAL_ARGUMENT;
+    if (!directory.make()) return EX_ILLEGAL_STATE;
+    if (!directory.isSafe()) return EX_SECURITY;
 
-    UniqueFd lock = lockName(base + ".lock", name);
-    if (!lock.valid()) return EX_ILLEGAL_STATE;
-    UniqueFd socket = listenAt(address);
-    if (!socket.valid()) return EX_ILLEGAL_STATE;
-    const int fd = socket.get();
-    UniqueFd spare(fcntl(fd, F_DUPFD_CLOEXEC, 0));
-    if (!spare.valid()) {
-        LUM_LOGE("binder: no descriptor to spare for %s (%s)", name.c_str(), strerror(errno));
-        unlink(address.sun_path);
-        return EX_ILLEGAL_STATE;
-    }
-    const auto listener = std::make_shared<ServiceListener>(
-        name, std::move(lock), std::move(socket), std::move(spare), refTo(&object));
-    mServed.emplace(name, listener);
-    if (IoThread::instance().add(fd, listener)) return EX_NONE;
-    mServed.erase(name);
-    unlink(address.sun_path);
-    return EX_ILLEGAL_STATE;
+    // The listener that is not needed in the end: the new one, unless all goes well. After the lock
+    // is let go, since objects may end with it.
+    Retired unneeded{ServiceListener::open(name, address, refTo(&object))};
+    if (unneeded.listener == nullptr) return EX_ILLEGAL_STATE;
+    const std::lock_guard<std::mutex> guard(mLock);
+    Served& served = mServed[name];
+    std::string replaced;
+    if (!directory.turn(name, socket, &replaced)) return EX_ILLEGAL_STATE;
+    if (isSocketName(replaced)) unlink(directory.pathOf(replaced).c_str());
+    served.socket.swap(socket);
+    served.listener.swap(unneeded.listener);
+    return EX_NONE;
 }
 
 BinderRef LocalRegistry::find(const std::string& name) {
+    const SocketDirectory directory;
+    // No directory, no service: nothing to complain about.
+    if (!directory.exists() || !directory.isSafe()) return nullptr;
     const std::lock_guard<std::mutex> guard(mLock);
-    if (const auto served = mServed.find(name); served != mServed.end()) {
-        return served->second->object();
+    std::string socket = directory.socketOf(name);
+    while (isSocketName(socket)) {
+        if (isOwn(socket)) return findOwn(name, socket);
+        const std::shared_ptr<LocalLink> link = reach(directory, socket);
+        if (link != nullptr) return link->root();
+        // Dead, unless the name was turned elsewhere meanwhile.
+        std::string now = directory.socketOf(name);
+        if (now == socket) break;
+        socket = std::move(now);
     }
-    std::weak_ptr<LocalLink>& known = mConnections[name];
-    std::shared_ptr<LocalLink> link = known.lock();
-    if (link == nullptr || !link->isAlive()) {
-        link = connect(name);
-        known = link;
-    }
-    return link == nullptr ? nullptr : link->root();
+    return nullptr;
 }
 
-std::shared_ptr<LocalLink> LocalRegistry::connect(const std::string& name) {
-    const std::string folder = folderPath();
+BinderRef LocalRegistry::findOwn(const std::string& name, const std::string& socket) {
+    const auto served = mServed.find(name);
+    if (served == mServed.end() || served->second.socket != socket) return nullptr;
+    return served->second.listener->object();
+}
+
+std::shared_ptr<LocalLink> LocalRegistry::reach(const SocketDirectory& directory,
+                                                const std::string& socket) {
+    const std::string object = objectOf(socket);
+    if (const auto known = mConnections.find(object); known != mConnections.end()) {
+        std::shared_ptr<LocalLink> link = known->second.lock();
+        if (link != nullptr && link->isAlive()) return link;
+    }
     sockaddr_un address;
-    if (!makeAddress(folder + "/" + fileName(name) + ".socket", &address)) return nullptr;
-    // No folder, no service: nothing to complain about.
-    if (access(folder.c_str(), F_OK) != 0 || !isSafeFolder(folder)) return nullptr;
-    UniqueFd socket = connectTo(address);
-    if (!socket.valid()) return nullptr;
-    return LocalLink::open(std::move(socket), nullptr);
+    if (!makeAddress(directory.pathOf(socket), &address)) return nullptr;
+    UniqueFd connected = connectTo(address);
+    if (!connected.valid()) return nullptr;
+    std::shared_ptr<LocalLink> link = LocalLink::open(std::move(connected), nullptr);
+    // A service that starts again is another object: those of the past would add up.
+    for (auto it = mConnections.begin(); it != mConnections.end();) {
+        it = it->second.expired() ? mConnections.erase(it) : std::next(it);
+    }
+    mConnections[object] = link;
+    return link;
 }

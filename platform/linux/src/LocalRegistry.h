@@ -8,31 +8,37 @@
 
 #include "platform/linux/src/Link.h"
 #include "platform/linux/src/LocalLink.h"
+#include "platform/linux/src/ServiceListener.h"
+#include "platform/linux/src/SocketDirectory.h"
 
-class ServiceListener;
-
-// Service names as files of one folder. A name is a socket, to which clients connect, and a lock
-// file beside it, locked for as long as the serving process lives: the kernel unlocks it however
-// the process ends. A socket whose name is not locked is a dead process's and is replaced.
-//
-// The folder is $LUM_BINDER_DIR, or else lum-binder in $XDG_RUNTIME_DIR, or else
-// /tmp/lum-binder-<uid>. It is made when missing, and refused unless it belongs to this user and is
-// closed to all others.
+// Service names as links of a directory (SocketDirectory.h). Each add() makes a socket of its own,
+// whose name says which object it leads to, and then turns the name to it: a name that another
+// process serves is taken over in one step, and whoever does so removes the socket that it led to.
+// The other process goes on, with the clients that it has. A name that leads to a dead process's
+// socket is as good as free.
 class LocalRegistry final : public ServiceRegistry {
   public:
-    // Refuses with EX_ILLEGAL_ARGUMENT a name that is too long for a socket, with
-    // EX_SECURITY a folder that is not safe, with EX_ILLEGAL_STATE a name that another process
-    // serves, and whenever the system refuses something. A name of this process gets a new object,
-    // for those who connect from then on.
+    // Refuses with EX_ILLEGAL_ARGUMENT a directory whose path is too long for a socket, with
+    // EX_SECURITY one that is not safe, with EX_ILLEGAL_STATE whenever the system refuses
+    // something.
     binder_exception_t add(LocalBinder& object, const std::string& name) override;
 
-    // Keeps the connection to each service, and uses it again for as long as it lives.
+    // Keeps the connection to each object, and uses it again for as long as it lives, under
+    // whatever name the object is found.
     BinderRef find(const std::string& name) override;
 
   private:
-    static std::shared_ptr<LocalLink> connect(const std::string& name);
+    // What this process serves under a name, or did until another process took it.
+    struct Served {
+        std::string socket;
+        std::shared_ptr<ServiceListener> listener;
+    };
+
+    // These are called with mLock held.
+    BinderRef findOwn(const std::string& name, const std::string& socket);
+    std::shared_ptr<LocalLink> reach(const SocketDirectory& directory, const std::string& socket);
 
     std::mutex mLock;
-    std::unordered_map<std::string, std::shared_ptr<ServiceListener>> mServed;
-    std::unordered_map<std::string, std::weak_ptr<LocalLink>> mConnections;
+    std::unordered_map<std::string, Served> mServed;                         // by name
+    std::unordered_map<std::string, std::weak_ptr<LocalLink>> mConnections;  // by object
 };

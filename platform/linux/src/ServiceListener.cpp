@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -12,31 +13,79 @@
 #include "platform/linux/src/LocalLink.h"
 #include "utils/Log.h"
 
-ServiceListener::ServiceListener(std::string name, UniqueFd lock, UniqueFd socket, UniqueFd spare,
-                                 BinderRef object)
+namespace {
+
+UniqueFd listenAt(const sockaddr_un& address) {
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (fd.valid() &&
+        bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+        if (listen(fd.get(), SOMAXCONN) == 0) return fd;
+        unlink(address.sun_path);
+    }
+    LUM_LOGE("binder: cannot listen at %s (%s)", address.sun_path, strerror(errno));
+    return {};
+}
+
+}  // namespace
+
+std::shared_ptr<ServiceListener> ServiceListener::open(const std::string& name,
+                                                       const sockaddr_un& address,
+                                                       BinderRef object) {
+    UniqueFd socket = listenAt(address);
+    if (!socket.valid()) return nullptr;
+    const int fd = socket.get();
+    const auto listener = std::make_shared<ServiceListener>(
+        name, address.sun_path, std::move(socket), UniqueFd(fcntl(fd, F_DUPFD_CLOEXEC, 0)),
+        std::move(object));
+    if (!listener->mSpare.valid()) {
+        LUM_LOGE("binder: no descriptor to spare for %s (%s)", name.c_str(), strerror(errno));
+        return nullptr;
+    }
+    return IoThread::instance().add(fd, listener) ? listener : nullptr;
+}
+
+ServiceListener::ServiceListener(std::string name, std::string path, UniqueFd socket,
+                                 UniqueFd spare, BinderRef object)
     : mName(std::move(name)),
-      mNameLock(std::move(lock)),
+      mPath(std::move(path)),
       mSocket(std::move(socket)),
       mSpare(std::move(spare)),
       mObject(std::move(object)) {}
 
-BinderRef ServiceListener::object() {
-    const std::lock_guard<std::mutex> guard(mLock);
-    return refTo(mObject.get());
+ServiceListener::~ServiceListener() {
+    unlink(mPath.c_str());
 }
 
-BinderRef ServiceListener::exchangeObject(BinderRef object) {
+BinderRef ServiceListener::object() {
     const std::lock_guard<std::mutex> guard(mLock);
-    return std::exchange(mObject, std::move(object));
+    return mObject == nullptr ? nullptr : refTo(mObject.get());
+}
+
+void ServiceListener::retire() noexcept {
+    IoThread::instance().remove(mSocket.get(), this);
+    shutdown(mSocket.get(), SHUT_RD);  // from here on a connect is refused
+    while (acceptOne()) {
+    }
+    BinderRef last;  // ends after the lock is let go
+    const std::lock_guard<std::mutex> guard(mLock);
+    last = std::move(mObject);
+}
+
+bool ServiceListener::acceptOne() noexcept {
+    UniqueFd client(accept4(mSocket.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!client.valid()) return false;
+    BinderRef root = object();
+    withoutThrowing(
+        [&] {
+            return root != nullptr &&
+                   LocalLink::open(std::move(client), std::move(root)) != nullptr;
+        },
+        false);
+    return true;
 }
 
 void ServiceListener::onReady(uint32_t) {
-    UniqueFd client(accept4(mSocket.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if (client.valid()) {
-        withoutThrowing([&] { return LocalLink::open(std::move(client), object()) != nullptr; },
-                        false);
-        return;
-    }
+    if (acceptOne()) return;
     if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
     LUM_LOGE("binder: cannot accept a client of %s (%s)", mName.c_str(), strerror(errno));
     // Left in the queue, the client would wait, and keep this socket ready forever.

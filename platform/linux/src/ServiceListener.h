@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <sys/un.h>
+
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -9,29 +12,38 @@
 #include "platform/linux/src/IoThread.h"
 #include "platform/linux/src/UniqueFd.h"
 
-// The socket of a service: accepts its clients.
+// The socket of a service: accepts its clients. Its file goes with it.
 class ServiceListener final : public IoSource {
   public:
-    // name: the service's, for the log; lock: the name's lock, held while this lives; socket: bound
-    // and listening, non-blocking; spare: any descriptor (see refuseOne); object: what clients
-    // reach.
-    ServiceListener(std::string name, UniqueFd lock, UniqueFd socket, UniqueFd spare,
+    // Listens at an address where no file may be yet, and has the I/O thread serve it.
+    // name: the service's, for the log; object: what clients reach.
+    // Returns null if that cannot be arranged, which is logged. May throw std::bad_alloc.
+    static std::shared_ptr<ServiceListener> open(const std::string& name,
+                                                 const sockaddr_un& address, BinderRef object);
+
+    // socket: bound to `path` and listening, non-blocking; spare: any descriptor (see refuseOne).
+    ServiceListener(std::string name, std::string path, UniqueFd socket, UniqueFd spare,
                     BinderRef object);
+    ~ServiceListener() override;
 
     BinderRef object();
-    // Returns the object that clients reached so far.
-    BinderRef exchangeObject(BinderRef object);
+
+    // Accepts who is connected already, for they hold what they asked for, and nobody from then on.
+    // The object is let go. To be called when no client finds the socket any more.
+    void retire() noexcept;
 
     void onReady(uint32_t events) override;
 
   private:
+    // Serves the first client in the queue. Returns false, with errno set, if there is none.
+    bool acceptOne() noexcept;
     bool refuseOne();
 
     const std::string mName;
-    const UniqueFd mNameLock;
+    const std::string mPath;
     const UniqueFd mSocket;
     UniqueFd mSpare;  // used by the I/O thread alone
 
     std::mutex mLock;
-    BinderRef mObject;  // guarded by mLock
+    BinderRef mObject;  // null once retired; guarded by mLock
 };

@@ -13,15 +13,15 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 // Makes a local object known under a name, for as long as this process lives. The registry keeps a
-// reference. A name that this process serves already gets the new object; clients that are
-// connected keep the old one.
-// binder: not null, local; instance: the name, not null, 1 to 127 letters, digits, and characters
+// reference. A name that is served already, here or by another process, gets the new object; those
+// who hold the old one keep it.
+// binder: not null, local; instance: the name, not null: 1 to 127 letters, digits, and characters
 // of
 // "._-/", then a zero.
 // Returns EX_NONE, or why it could not be done, which is logged too: EX_ILLEGAL_ARGUMENT for
-// arguments that are not as said, or a name too long for a socket's path; EX_SECURITY if the socket
-// folder is not this user's alone; EX_ILLEGAL_STATE if another living process serves the name, or
-// the system lacks what it takes; EX_TRANSACTION_FAILED when there is no memory.
+// arguments that are not as said, or a directory whose path is too long for a socket's; EX_SECURITY
+// if the socket directory is not this user's alone; EX_ILLEGAL_STATE if the system lacks what it
+// takes; EX_TRANSACTION_FAILED when there is no memory.
 binder_exception_t AServiceManager_addService(AIBinder* binder, const char* instance);
 
 // Returns the object of that name with one strong reference, owned by the caller; null if nobody
