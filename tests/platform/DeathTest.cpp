@@ -2,14 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
-#include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/platform/DeathEvents.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/PeerProcess.h"
 #include "tests/support/Eventually.h"
@@ -20,59 +18,11 @@ namespace {
 
 constexpr char kName[] = "lum.test.peer";
 
-// What the recipients of a test were told, in order.
-class Events {
-  public:
-    void add(const std::string& event) {
-        const std::lock_guard<std::mutex> guard(mLock);
-        mEvents.push_back(event);
-        mThread = std::this_thread::get_id();
-    }
-    std::vector<std::string> all() const {
-        const std::lock_guard<std::mutex> guard(mLock);
-        return mEvents;
-    }
-    bool waitFor(size_t count) const {
-        return eventually([&] { return all().size() >= count; });
-    }
-    std::thread::id thread() const {
-        const std::lock_guard<std::mutex> guard(mLock);
-        return mThread;
-    }
-
-  private:
-    mutable std::mutex mLock;
-    std::vector<std::string> mEvents;
-    std::thread::id mThread;
-};
-
-// A cookie: what to do, and where to note it.
-struct Cookie {
-    Events* events;
-    std::string name;
-    std::function<void()> atDeath;
-};
-
-void onDied(void* cookie) {
-    const auto* const told = static_cast<Cookie*>(cookie);
-    told->events->add(told->name + " died");
-    if (told->atDeath != nullptr) told->atDeath();
-}
-
-void onUnlinked(void* cookie) {
-    const auto* const told = static_cast<Cookie*>(cookie);
-    told->events->add(told->name + " unlinked");
-}
-
-using Recipient = ndk::ScopedAIBinder_DeathRecipient;
 using Log = std::vector<std::string>;
 
 class DeathTest : public testing::Test {
   protected:
-    DeathTest() {
-        AIBinder_DeathRecipient_setOnUnlinked(mRecipient.get(), onUnlinked);
-        ABinderProcess_startThreadPool();
-    }
+    DeathTest() { ABinderProcess_startThreadPool(); }
 
     binder_status_t link(Cookie* cookie) {
         return AIBinder_linkToDeath(mService.get(), mRecipient.get(), cookie);
@@ -84,7 +34,7 @@ class DeathTest : public testing::Test {
     const SocketFolder mFolder;
     PeerProcess mPeer{kName};
     ndk::SpAIBinder mService{AServiceManager_waitForService(kName)};
-    Recipient mRecipient{AIBinder_DeathRecipient_new(onDied)};
+    Recipient mRecipient = makeRecipient();
     Events mEvents;
     Cookie mFirst{&mEvents, "first", nullptr};
     Cookie mSecond{&mEvents, "second", nullptr};
@@ -259,12 +209,17 @@ TEST_F(DeathTest, LettingGoOfTheProxyFromInsideTheCallback) {
     EXPECT_EQ(mEvents.all(), (Log{"first died", "first unlinked"}));
 }
 
-TEST_F(DeathTest, CallingTheDeadFromInsideTheCallback) {
+TEST_F(DeathTest, InsideTheCallbackTheObjectIsDead) {
+    bool alive = true;
     binder_status_t status = STATUS_OK;
-    mFirst.atDeath = [&] { status = AIBinder_ping(mService.get()); };
+    mFirst.atDeath = [&] {
+        alive = AIBinder_isAlive(mService.get());
+        status = AIBinder_ping(mService.get());
+    };
     ASSERT_EQ(link(&mFirst), STATUS_OK);
     mPeer.kill();
     ASSERT_TRUE(mEvents.waitFor(2));
+    EXPECT_FALSE(alive);
     EXPECT_EQ(status, STATUS_DEAD_OBJECT);
 }
 
@@ -289,6 +244,38 @@ TEST_F(DeathTest, ProxyThatEndsTakesItsLinksBack) {
     ASSERT_EQ(link(&mSecond), STATUS_OK);
     mPeer.kill();
     ASSERT_TRUE(mEvents.waitFor(3));
+    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "second died", "second unlinked"}));
+}
+
+TEST_F(DeathTest, WhatANestedCallLeavesToItsThreadIsDoneWhenItReturns) {
+    PeerProcess other("lum.test.other");
+    const auto findOther = [] {
+        return ndk::SpAIBinder(AServiceManager_checkService("lum.test.other"));
+    };
+    const ndk::SpAIBinder object = makePeerObject([&](transaction_code_t, const AParcel*,
+                                                      AParcel* out) {
+        EXPECT_EQ(AIBinder_linkToDeath(findOther().get(), mRecipient.get(), &mFirst), STATUS_OK);
+        return AParcel_writeInt32(out, 0);
+    });
+    Counter returned;
+    Counter goOn;
+    std::thread caller([&] {
+        EXPECT_EQ(callPeer(mService, kCallBack,
+                           [&](AParcel* in) {
+                               AParcel_writeStrongBinder(in, object.get());
+                               AParcel_writeInt32(in, 0);
+                           }),
+                  STATUS_OK);
+        returned.add();
+        goOn.waitFor(1);
+    });
+    ASSERT_TRUE(returned.waitFor(1));
+    const ndk::SpAIBinder service = findOther();
+    EXPECT_EQ(AIBinder_linkToDeath(service.get(), mRecipient.get(), &mSecond), STATUS_OK);
+    goOn.add();
+    caller.join();
+    other.kill();
+    EXPECT_TRUE(mEvents.waitFor(3));
     EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "second died", "second unlinked"}));
 }
 

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <memory>
+#include <thread>
 
 #include "platform/linux/src/LocalLink.h"
 #include "tests/support/AllocationLimit.h"
@@ -35,6 +36,29 @@ TEST(NoMemory, DeathIsToldAllTheSame) {
     }
     EXPECT_TRUE(died.waitFor(1));
     EXPECT_FALSE(AIBinder_isAlive(root.get()));
+}
+
+TEST(NoMemory, ProxyEndsAndItsRegistrationWithTheThread) {
+    ABinderProcess_startThreadPool();
+    std::array<int, 2> ends{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()), 0);
+    UniqueFd peer(ends[1]);
+    const auto link = std::make_shared<LocalLink>(UniqueFd(ends[0]), nullptr);
+    Counter died;
+    const ndk::ScopedAIBinder_DeathRecipient recipient(
+        AIBinder_DeathRecipient_new([](void* cookie) { static_cast<Counter*>(cookie)->add(); }));
+    std::thread([&] {
+        BinderRef root = link->root();
+        ASSERT_EQ(AIBinder_linkToDeath(root.get(), recipient.get(), &died), STATUS_OK);
+        const AllocationLimit none(0);
+        root.reset();
+    }).join();
+    // Nothing was left behind that a new link would meet.
+    const BinderRef root = link->root();
+    ASSERT_EQ(AIBinder_linkToDeath(root.get(), recipient.get(), &died), STATUS_OK);
+    peer.reset();
+    link->onReady(EPOLLIN);
+    EXPECT_TRUE(died.waitFor(1));
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ binder_status_t linkToDeath(RemoteBinder& binder, AIBinder_DeathRecipient& recip
     // First whatever may find no memory, so that nothing is left half linked.
     binder.deathLinks.reserve(binder.deathLinks.size() + 1);
     recipient.binders.reserve(recipient.binders.size() + 1);
-    if (binder.deathLinks.empty()) {
+    if (binder.lateUnwatch == nullptr) {
         const binder_status_t status = binder.link().watchDeath(binder);
         if (status != STATUS_OK) return status;
     } else if (!binder.link().isAlive()) {
@@ -43,6 +43,7 @@ binder_status_t linkToDeath(RemoteBinder& binder, AIBinder_DeathRecipient& recip
 binder_status_t unlinkToDeath(RemoteBinder& binder, AIBinder_DeathRecipient& recipient,
                               void* cookie) {
     DeathLink ended;
+    bool last = false;
     {
         const std::lock_guard<std::mutex> guard(gDeathLock.value);
         std::vector<DeathLink>& links = binder.deathLinks;
@@ -53,8 +54,10 @@ binder_status_t unlinkToDeath(RemoteBinder& binder, AIBinder_DeathRecipient& rec
         ended = *found;
         links.erase(found);
         forgetBinder(recipient, &binder);
-        if (links.empty()) binder.link().unwatchDeath(binder);
+        last = links.empty();
+        if (last) binder.link().unwatchDeath(binder);
     }
+    if (last) LateCommand::runQueued();
     tellUnlinked(ended);
     return STATUS_OK;
 }
@@ -69,7 +72,8 @@ bool takeFirstLink(RemoteBinder& binder, DeathLink* link) {
     return true;
 }
 
-// Takes back one link of a recipient; false when there is none left.
+// Takes back one link of a recipient; false when there is none left. The object stays registered
+// for, as on a device, where a recipient that is deleted is only never called.
 bool takeLinkOf(AIBinder_DeathRecipient& recipient, DeathLink* link) {
     const std::lock_guard<std::mutex> guard(gDeathLock.value);
     if (recipient.binders.empty()) return false;
@@ -81,7 +85,6 @@ bool takeLinkOf(AIBinder_DeathRecipient& recipient, DeathLink* link) {
     });
     *link = *found;
     links.erase(found);
-    if (links.empty()) binder.link().unwatchDeath(binder);
     return true;
 }
 
@@ -150,6 +153,7 @@ binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* 
     if (binder == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
     RemoteBinder* const remote = binder->asRemote();
     if (remote == nullptr) return STATUS_INVALID_OPERATION;
+    LateCommand::runQueued();
     return withoutThrowing([&] { return linkToDeath(*remote, *recipient, cookie); },
                            STATUS_NO_MEMORY);
 }

@@ -15,8 +15,8 @@
 //   - carries references: makes one RemoteBinder per object and peer for what it receives, and
 //   keeps
 //     a strong reference to each local object that a peer holds;
-//   - watches for death: posts an obituary (DeathRecipient.h) for each watched proxy whose process
-//     dies.
+//   - registers for deaths as the kernel's driver does, once for an object: posts an obituary
+//     (DeathRecipient.h) for the proxy of each registered object whose process dies.
 // A proxy holds its link. Every function may be called on any thread, with no lock of the link's
 // caller held that an incoming call could want.
 class Link {
@@ -33,15 +33,21 @@ class Link {
     virtual binder_status_t transact(uint32_t handle, transaction_code_t code, const AParcel& in,
                                      binder_flags_t flags, std::unique_ptr<AParcel>* out) = 0;
 
-    // The last strong reference to a proxy is gone; its memory may go after this returns.
+    // The last strong reference to a proxy is gone; its memory may go after this returns. If it is
+    // still registered, that ends late: as a LateCommand of this thread, or as if it were one.
     virtual void releaseProxy(RemoteBinder& proxy) noexcept = 0;
 
     // Whether calls may still get through; false once the peer is dead.
     virtual bool isAlive() = 0;
 
-    // From now on the peer's death is made known to a proxy, once. The proxy is not kept alive.
-    // Returns STATUS_OK, or STATUS_DEAD_OBJECT if it is too late. May throw std::bad_alloc.
+    // Registers for the death of a proxy's object, which is announced once to the proxy that the
+    // object then has. Neither is kept alive. A registration that an earlier proxy has left behind
+    // stands in the way: this one is then refused, and nobody hears of that.
+    // proxy: not registered by itself yet.
+    // Returns STATUS_OK, also when refused, or STATUS_DEAD_OBJECT if it is too late. May throw
+    // std::bad_alloc.
     virtual binder_status_t watchDeath(RemoteBinder& proxy) = 0;
+    // Ends the registration for the object of a proxy, at once.
     virtual void unwatchDeath(RemoteBinder& proxy) noexcept = 0;
 };
 

@@ -53,6 +53,23 @@ void discard(Held held) {
     ThreadPool::instance().post(std::make_unique<Discarded<Held>>(std::move(held)));
 }
 
+// Ends the registration that a proxy has left behind. It goes by the number of the object, as in
+// the driver: a peer gives out a number again only after all 2^32 others.
+class LateUnwatch final : public LateCommand {
+  public:
+    LateUnwatch(std::weak_ptr<LocalLink> link, uint32_t handle)
+        : mLink(std::move(link)), mHandle(handle) {}
+
+  private:
+    void run() noexcept override {
+        const std::shared_ptr<LocalLink> link = mLink.lock();
+        if (link != nullptr) link->endRegistration(mHandle);
+    }
+
+    const std::weak_ptr<LocalLink> mLink;
+    const uint32_t mHandle;
+};
+
 // A call of the peer, on its way to one of our objects.
 class IncomingCall final : public Work {
   public:
@@ -216,15 +233,25 @@ bool LocalLink::peerHungUp() const {
 }
 
 binder_status_t LocalLink::watchDeath(RemoteBinder& proxy) {
+    // Made now, so that the end of the proxy needs no memory.
+    auto lateUnwatch = std::make_unique<LateUnwatch>(weak_from_this(), proxy.handle());
     const std::lock_guard<std::mutex> guard(mLock);
     if (mBroken || peerHungUp()) return STATUS_DEAD_OBJECT;
-    if (mWatched.count(&proxy) == 0) mWatched.emplace(&proxy, std::make_unique<Obituary>());
+    if (mRegistrations.count(proxy.handle()) == 0) {
+        mRegistrations.emplace(proxy.handle(), std::make_unique<Obituary>());
+    }
+    proxy.lateUnwatch = std::move(lateUnwatch);
     return STATUS_OK;
 }
 
 void LocalLink::unwatchDeath(RemoteBinder& proxy) noexcept {
+    proxy.lateUnwatch.reset();
+    endRegistration(proxy.handle());
+}
+
+void LocalLink::endRegistration(uint32_t handle) noexcept {
     const std::lock_guard<std::mutex> guard(mLock);
-    mWatched.erase(&proxy);
+    mRegistrations.erase(handle);
 }
 
 BinderRef LocalLink::root() {
@@ -374,11 +401,11 @@ void LocalLink::sendControl(Append&& append) noexcept {
 }
 
 void LocalLink::releaseProxy(RemoteBinder& proxy) noexcept {
+    if (proxy.lateUnwatch != nullptr) LateCommand::queue(std::move(proxy.lateUnwatch));
     const std::lock_guard<std::mutex> guard(mLock);
     const auto found = mProxies.find(proxy.handle());
     // The object may have been received again since its last reference here was given up.
     if (found != mProxies.end() && found->second == &proxy) mProxies.erase(found);
-    mWatched.erase(&proxy);
     if (proxy.timesReceived == 0) return;
     sendControl([&] { appendRelease(&mOut, proxy.handle(), proxy.timesReceived); });
 }
@@ -634,14 +661,15 @@ void LocalLink::announceDeath() noexcept {
         std::unique_ptr<Obituary> obituary;
         {
             const std::lock_guard<std::mutex> guard(mLock);
-            if (mWatched.empty()) return;
-            const auto first = mWatched.begin();
+            if (mRegistrations.empty()) return;
+            const auto first = mRegistrations.begin();
+            const auto proxy = mProxies.find(first->first);
             // One without references has no use for the news.
-            if (first->first->attemptIncStrong()) {
+            if (proxy != mProxies.end() && proxy->second->attemptIncStrong()) {
                 obituary = std::move(first->second);
-                obituary->setProxy(BinderRef(first->first));
+                obituary->setProxy(BinderRef(proxy->second));
             }
-            mWatched.erase(first);
+            mRegistrations.erase(first);
         }
         if (obituary != nullptr) ThreadPool::instance().post(std::move(obituary));
     }

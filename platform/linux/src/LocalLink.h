@@ -52,6 +52,8 @@ class LocalLink final : public Link,
     bool isAlive() override;
     binder_status_t watchDeath(RemoteBinder& proxy) override;
     void unwatchDeath(RemoteBinder& proxy) noexcept override;
+    // Ends the registration for an object's death.
+    void endRegistration(uint32_t handle) noexcept;
 
     void onReady(uint32_t events) override;
 
@@ -123,7 +125,9 @@ class LocalLink final : public Link,
     uint32_t mNextExport = 1;
     // Those of the peer's objects in use here. A proxy takes itself out before its memory goes.
     std::unordered_map<uint32_t, RemoteBinder*> mProxies;
-    std::unordered_map<RemoteBinder*, std::unique_ptr<Obituary>> mWatched;
+    // By object, and not by proxy: a registration can outlive the proxy that made it, and is then
+    // in the way of the next one's.
+    std::unordered_map<uint32_t, std::unique_ptr<Obituary>> mRegistrations;
 
     // Used by the I/O thread alone.
     std::vector<uint8_t> mIn;

@@ -5,6 +5,7 @@
 
 #include "platform/linux/src/Binder.h"
 #include "platform/linux/src/CallOut.h"
+#include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/Link.h"
 #include "platform/linux/src/ServiceName.h"
 #include "utils/Log.h"
@@ -19,9 +20,12 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
     return withoutThrowing(
         [&]() -> binder_exception_t {
             const std::string name = instance;
-            if (isServiceName(name)) return ServiceRegistry::instance().add(*local, name);
-            LUM_LOGE("binder: \"%s\" cannot be a service's name", instance);
-            return EX_ILLEGAL_ARGUMENT;
+            if (!isServiceName(name)) {
+                LUM_LOGE("binder: \"%s\" cannot be a service's name", instance);
+                return EX_ILLEGAL_ARGUMENT;
+            }
+            LateCommand::runQueued();
+            return ServiceRegistry::instance().add(*local, name);
         },
         EX_TRANSACTION_FAILED);
 }
@@ -32,6 +36,7 @@ AIBinder* AServiceManager_checkService(const char* instance) {
         [&]() -> AIBinder* {
             const std::string name = instance;
             if (!isServiceName(name)) return nullptr;
+            LateCommand::runQueued();
             return ServiceRegistry::instance().find(name).release();
         },
         nullptr);

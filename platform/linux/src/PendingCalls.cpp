@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/ThreadPool.h"
 #include "utils/NoDestroy.h"
 
@@ -54,6 +55,7 @@ binder_status_t PendingCalls::wait(PendingCall& call, std::unique_ptr<AParcel>* 
         guard.unlock();
         work->run();
         work.reset();
+        LateCommand::runQueued();
         guard.lock();
     }
     // The call it was nested in is over, so that nobody waits for its outcome; it still runs.

@@ -23,6 +23,7 @@ bool intoString(void* stringData, int32_t length, char** buffer) {
 binder_status_t RemoteBinder::transact(transaction_code_t code, const AParcel& in,
                                        binder_flags_t flags, std::unique_ptr<AParcel>* out) {
     if (!mAlive) return STATUS_DEAD_OBJECT;
+    LateCommand::runQueued();
     const binder_status_t status = mLink->transact(mHandle, code, in, flags, out);
     if (status == STATUS_DEAD_OBJECT) setDead();
     return status;

@@ -11,6 +11,7 @@
 
 #include "platform/linux/src/Binder.h"
 #include "platform/linux/src/DeathRecipient.h"
+#include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/Link.h"
 
 // Stands here for an object of another process.
@@ -39,8 +40,10 @@ class RemoteBinder final : public AIBinder {
     // Guarded by the link.
     uint64_t timesReceived = 0;
 
-    // The links to this object's death. Guarded by the lock in DeathRecipient.cpp.
+    // The links to this object's death, and what ends the registration for it late; null while the
+    // proxy has not registered. Guarded by the lock in DeathRecipient.cpp.
     std::vector<DeathLink> deathLinks;
+    std::unique_ptr<LateCommand> lateUnwatch;
 
   private:
     ~RemoteBinder() override = default;

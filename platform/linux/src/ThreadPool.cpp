@@ -10,6 +10,7 @@
 
 #include "platform/linux/src/CallOut.h"
 #include "platform/linux/src/IoThread.h"
+#include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/Threads.h"
 #include "platform/linux/src/UniqueFd.h"
 #include "utils/Log.h"
@@ -159,5 +160,6 @@ void ThreadPool::serveOne(std::unique_lock<std::mutex>& guard) {
     guard.unlock();
     work->run();
     work.reset();
+    LateCommand::runQueued();
     guard.lock();
 }

@@ -125,6 +125,15 @@ binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint3
 // Has the recipient's function called, once, with cookie when the object's process dies. The call
 // comes on a binder thread, so the thread pool must be started. Neither object nor recipient is
 // kept alive by this.
+//
+// Unlink before the last reference is given up. A process is registered for an object's death once,
+// from the first link through its proxy until the last is taken back by AIBinder_unlinkToDeath.
+// When the proxy ends with links, or with links whose recipient was deleted, that registration is
+// ended late: with the next call of the thread that gave up the last reference, when this thread
+// comes back to the pool, or at its end. Until then the object cannot be registered for again. A
+// link that is made through a new proxy meanwhile is accepted, but the late end takes away what it
+// depends on: its function is never called.
+//
 // binder, recipient: not null; cookie: never looked at.
 // Returns STATUS_OK; STATUS_INVALID_OPERATION for a local object, which cannot die before its
 // process; STATUS_DEAD_OBJECT if it is too late, and then nothing will be called.

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <android/binder_auto_utils.h>
+#include <android/binder_ibinder.h>
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/Eventually.h"
+
+// What the recipients of a test were called for, in order.
+class Events {
+  public:
+    void add(const std::string& event) {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mEvents.push_back(event);
+        mThread = std::this_thread::get_id();
+    }
+    std::vector<std::string> all() const {
+        const std::lock_guard<std::mutex> guard(mLock);
+        return mEvents;
+    }
+    bool waitFor(size_t count) const {
+        return eventually([&] { return all().size() >= count; });
+    }
+    std::thread::id thread() const {
+        const std::lock_guard<std::mutex> guard(mLock);
+        return mThread;
+    }
+
+  private:
+    mutable std::mutex mLock;
+    std::vector<std::string> mEvents;
+    std::thread::id mThread;
+};
+
+// A cookie: what to do, and where to note it.
+struct Cookie {
+    Events* events;
+    std::string name;
+    std::function<void()> atDeath;
+};
+
+inline void onDied(void* cookie) {
+    const auto* const called = static_cast<Cookie*>(cookie);
+    called->events->add(called->name + " died");
+    if (called->atDeath != nullptr) called->atDeath();
+}
+
+inline void onUnlinked(void* cookie) {
+    const auto* const called = static_cast<Cookie*>(cookie);
+    called->events->add(called->name + " unlinked");
+}
+
+using Recipient = ndk::ScopedAIBinder_DeathRecipient;
+
+// One whose cookies are of the kind above.
+inline Recipient makeRecipient() {
+    Recipient recipient(AIBinder_DeathRecipient_new(onDied));
+    AIBinder_DeathRecipient_setOnUnlinked(recipient.get(), onUnlinked);
+    return recipient;
+}

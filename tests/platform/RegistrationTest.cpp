@@ -1,0 +1,319 @@
+// SPDX-License-Identifier: Apache-2.0
+// How long an object stays registered for at the link, and what that means for those who link to
+// its death. The test plays the part of the I/O thread, so that nothing happens but when it says
+// so.
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+#include <gtest/gtest.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/linux/src/LocalLink.h"
+#include "platform/linux/src/ThreadPool.h"
+#include "platform/linux/src/UniqueFd.h"
+#include "tests/platform/DeathEvents.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/SocketFolder.h"
+
+namespace {
+
+using Log = std::vector<std::string>;
+
+class FunctionWork final : public Work {
+  public:
+    explicit FunctionWork(std::function<void()> body) : mBody(std::move(body)) {}
+    void run() override { mBody(); }
+
+  private:
+    const std::function<void()> mBody;
+};
+
+void post(std::function<void()> body) {
+    ThreadPool::instance().post(std::make_unique<FunctionWork>(std::move(body)));
+}
+
+// All that has been posted so far is done then: the pool has one thread here.
+void waitForPool() {
+    Counter done;
+    post([&] { done.add(); });
+    EXPECT_TRUE(done.waitFor(1));
+}
+
+// A thread that does what it is given, and sleeps otherwise.
+class Sleeper {
+  public:
+    Sleeper() : mThread([this] { run(); }) {}
+    ~Sleeper() { end(); }
+    Sleeper(const Sleeper&) = delete;
+    Sleeper& operator=(const Sleeper&) = delete;
+
+    // Returns when it is done.
+    void does(std::function<void()> body) {
+        mBody = std::move(body);
+        const int before = mDone.value();
+        mGiven.add();
+        ASSERT_TRUE(mDone.waitFor(before + 1));
+    }
+    void end() {
+        if (mThread.joinable()) does(nullptr);
+        if (mThread.joinable()) mThread.join();
+    }
+
+  private:
+    void run() {
+        for (int next = 1; mGiven.waitFor(next); ++next) {
+            const bool last = mBody == nullptr;
+            if (!last) mBody();
+            mDone.add();
+            if (last) return;
+        }
+    }
+
+    std::function<void()> mBody;
+    Counter mGiven;
+    Counter mDone;
+    std::thread mThread;
+};
+
+// A link and the far end of its connection.
+struct Connection {
+    UniqueFd peer;
+    std::shared_ptr<LocalLink> link;
+
+    Connection() {
+        std::array<int, 2> ends{};
+        const int type = SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC;
+        EXPECT_EQ(socketpair(AF_UNIX, type, 0, ends.data()), 0);
+        peer.reset(ends[1]);
+        link = std::make_shared<LocalLink>(UniqueFd(ends[0]), nullptr);
+    }
+
+    // What every look-up of the service gives.
+    ndk::SpAIBinder service() const { return ndk::SpAIBinder(link->root().release()); }
+
+    // A call that is not answered.
+    void call() const {
+        const BinderRef root = link->root();
+        std::unique_ptr<AParcel> out;
+        EXPECT_EQ(root->asRemote()->transact(kPingTransaction, AParcel(), FLAG_ONEWAY, &out),
+                  STATUS_OK);
+    }
+
+    // The peer dies, and what comes of that has been done.
+    void die() {
+        peer.reset();
+        link->onReady(EPOLLIN);
+        waitForPool();
+    }
+};
+
+class RegistrationTest : public testing::Test {
+  protected:
+    RegistrationTest() {
+        ABinderProcess_setThreadPoolMaxThreadCount(0);
+        ABinderProcess_startThreadPool();
+    }
+
+    binder_status_t link(const ndk::SpAIBinder& service, Cookie* cookie) {
+        return AIBinder_linkToDeath(service.get(), mRecipient.get(), cookie);
+    }
+    binder_status_t unlink(const ndk::SpAIBinder& service, Cookie* cookie) {
+        return AIBinder_unlinkToDeath(service.get(), mRecipient.get(), cookie);
+    }
+
+    // What a careless client does on the calling thread.
+    void linkAndLetGo() {
+        const ndk::SpAIBinder service = mConnection.service();
+        EXPECT_EQ(link(service, &mFirst), STATUS_OK);
+    }
+
+    // A new client links, then the thread that has let go does `late`, and the service dies.
+    // Returns what the recipients were called for.
+    Log afterTheNewLink(const std::function<void()>& late) {
+        const ndk::SpAIBinder service = mConnection.service();
+        EXPECT_EQ(link(service, &mSecond), STATUS_OK);
+        late();
+        mConnection.die();
+        return mEvents.all();
+    }
+
+    const SocketFolder mFolder;
+    Events mEvents;
+    Cookie mFirst{&mEvents, "first", nullptr};
+    Cookie mSecond{&mEvents, "second", nullptr};
+    Recipient mRecipient = makeRecipient();
+    Connection mConnection;
+    Connection mOther;
+    Sleeper mThread;
+
+    const Log kUnheard{"first unlinked", "second unlinked"};
+    const Log kHeard{"first unlinked", "second died", "second unlinked"};
+};
+
+TEST_F(RegistrationTest, ThreadThatSleepsLeavesItAsItIs) {
+    mThread.does([this] { linkAndLetGo(); });
+    EXPECT_EQ(mEvents.all(), Log{"first unlinked"});
+    // The old registration still stands, and it is for the object: whoever is linked hears.
+    EXPECT_EQ(afterTheNewLink([] {}), kHeard);
+}
+
+TEST_F(RegistrationTest, NextCallOfTheThreadEndsTheNewLinksToo) {
+    mThread.does([this] { linkAndLetGo(); });
+    EXPECT_EQ(afterTheNewLink([this] { mThread.does([this] { mOther.call(); }); }),
+              Log{"first unlinked"});
+}
+
+TEST_F(RegistrationTest, NextLookupOfTheThreadEndsTheNewLinksToo) {
+    mThread.does([this] { linkAndLetGo(); });
+    EXPECT_EQ(afterTheNewLink([this] {
+                  mThread.does([] { AServiceManager_checkService("lum.test.nobody"); });
+              }),
+              Log{"first unlinked"});
+}
+
+TEST_F(RegistrationTest, NextLinkOfTheThreadEndsTheNewLinksToo) {
+    mThread.does([this] { linkAndLetGo(); });
+    Cookie third{&mEvents, "third", nullptr};
+    const ndk::SpAIBinder other = mOther.service();
+    EXPECT_EQ(
+        afterTheNewLink([&] { mThread.does([&] { EXPECT_EQ(link(other, &third), STATUS_OK); }); }),
+        Log{"first unlinked"});
+    EXPECT_EQ(unlink(other, &third), STATUS_OK);
+}
+
+TEST_F(RegistrationTest, EndOfTheThreadEndsTheNewLinksToo) {
+    mThread.does([this] { linkAndLetGo(); });
+    EXPECT_EQ(afterTheNewLink([this] { mThread.end(); }), Log{"first unlinked"});
+}
+
+TEST_F(RegistrationTest, ReturnToThePoolEndsTheNewLinksToo) {
+    Counter letGo;
+    Counter goOn;
+    post([&] {
+        linkAndLetGo();
+        letGo.add();
+        goOn.waitFor(1);
+    });
+    ASSERT_TRUE(letGo.waitFor(1));
+    EXPECT_EQ(afterTheNewLink([&] {
+                  goOn.add();
+                  waitForPool();
+              }),
+              Log{"first unlinked"});
+}
+
+TEST_F(RegistrationTest, WhoIsLeftUnheardIsStillLinked) {
+    mThread.does([this] { linkAndLetGo(); });
+    const ndk::SpAIBinder service = mConnection.service();
+    ASSERT_EQ(link(service, &mSecond), STATUS_OK);
+    mThread.end();
+    mConnection.die();
+    EXPECT_EQ(unlink(service, &mSecond), STATUS_OK);
+    EXPECT_EQ(mEvents.all(), kUnheard);
+}
+
+TEST_F(RegistrationTest, LinkMadeAfterTheLateEndIsHeard) {
+    mThread.does([this] {
+        linkAndLetGo();
+        mOther.call();
+    });
+    EXPECT_EQ(afterTheNewLink([this] { mThread.end(); }), kHeard);
+}
+
+TEST_F(RegistrationTest, LinkMadeByTheSameThreadIsHeard) {
+    ndk::SpAIBinder service;
+    mThread.does([&] {
+        linkAndLetGo();
+        service = mConnection.service();
+        EXPECT_EQ(link(service, &mSecond), STATUS_OK);
+    });
+    mThread.end();
+    mConnection.die();
+    EXPECT_EQ(mEvents.all(), kHeard);
+}
+
+TEST_F(RegistrationTest, UnlinkingTheLastEndsItAtOnce) {
+    mThread.does([this] {
+        const ndk::SpAIBinder service = mConnection.service();
+        EXPECT_EQ(link(service, &mFirst), STATUS_OK);
+        EXPECT_EQ(unlink(service, &mFirst), STATUS_OK);
+    });
+    EXPECT_EQ(afterTheNewLink([this] { mThread.end(); }), kHeard);
+}
+
+TEST_F(RegistrationTest, UnlinkingWithAnotherCookieEndsNothing) {
+    mThread.does([this] {
+        const ndk::SpAIBinder service = mConnection.service();
+        EXPECT_EQ(link(service, &mFirst), STATUS_OK);
+        EXPECT_EQ(unlink(service, &mSecond), STATUS_NAME_NOT_FOUND);
+    });
+    EXPECT_EQ(afterTheNewLink([this] { mThread.end(); }), Log{"first unlinked"});
+}
+
+TEST_F(RegistrationTest, DeletingTheRecipientEndsNothing) {
+    Recipient own = makeRecipient();
+    mThread.does([&] {
+        const ndk::SpAIBinder service = mConnection.service();
+        EXPECT_EQ(AIBinder_linkToDeath(service.get(), own.get(), &mFirst), STATUS_OK);
+        own.set(nullptr);
+        EXPECT_EQ(mEvents.all(), Log{"first unlinked"});
+    });
+    EXPECT_EQ(afterTheNewLink([this] { mThread.end(); }), Log{"first unlinked"});
+}
+
+TEST_F(RegistrationTest, IsOneForAllLinksOfAProxy) {
+    const ndk::SpAIBinder service = mConnection.service();
+    EXPECT_EQ(mConnection.service(), service);
+    ASSERT_EQ(link(service, &mFirst), STATUS_OK);
+    ASSERT_EQ(link(service, &mSecond), STATUS_OK);
+    EXPECT_EQ(unlink(service, &mFirst), STATUS_OK);
+    mConnection.die();
+    EXPECT_EQ(mEvents.all(), kHeard);
+}
+
+// Which the first would be, if the registration of its object could be taken for the other's.
+TEST_F(RegistrationTest, EndsForItsObjectAlone) {
+    const ndk::SpAIBinder other = mOther.service();
+    ASSERT_EQ(link(other, &mSecond), STATUS_OK);
+    mThread.does([this] { linkAndLetGo(); });
+    mThread.end();
+    mOther.die();
+    EXPECT_EQ(mEvents.all(), kHeard);
+}
+
+TEST_F(RegistrationTest, LateEndFindsTheConnectionGone) {
+    mThread.does([this] { linkAndLetGo(); });
+    mConnection.die();
+    mThread.does([this] { mOther.call(); });
+    EXPECT_EQ(mEvents.all(), Log{"first unlinked"});
+}
+
+TEST_F(RegistrationTest, LateEndFindsTheLinkGone) {
+    mThread.does([this] { linkAndLetGo(); });
+    const std::weak_ptr<LocalLink> gone = mConnection.link;
+    mConnection.link.reset();
+    EXPECT_TRUE(gone.expired());  // a thread that sleeps does not keep it
+    mThread.end();
+}
+
+TEST_F(RegistrationTest, ObjectHasOneProxyWhateverBecomesOfTheFormer) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([this] {
+            for (int round = 0; round < 2000; ++round) {
+                const ndk::SpAIBinder service = mConnection.service();
+                ASSERT_EQ(mConnection.service(), service);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace
