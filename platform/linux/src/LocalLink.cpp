@@ -206,7 +206,7 @@ std::shared_ptr<LocalLink> LocalLink::open(UniqueFd socket, BinderRef root) {
 LocalLink::LocalLink(UniqueFd socket, BinderRef root)
     : mAccepted(root != nullptr), mSocket(std::move(socket)) {
     readPeer();
-    appendHello(&mOut);
+    mOut.append(appendHello);
     if (mAccepted) {
         mExportIds.emplace(root.get(), 0);
         mExports[0].binder = std::move(root);
@@ -300,17 +300,18 @@ binder_status_t LocalLink::sendCall(PendingCall* call, uint32_t handle, transact
         LUM_LOGE("binder: process %d has too many calls to finish, another is refused", mPeer.pid);
         return STATUS_FAILED_TRANSACTION;
     }
-    const size_t before = mOut.size();
-    appendCall(&mOut, call == nullptr ? 0 : call->id, handle, code, flags, chain,
-               outgoing.payload());
     if (call != nullptr) {
         call->size = size;
-        try {
-            PendingCalls::instance().add(*call);
-        } catch (const std::bad_alloc&) {
-            mOut.resize(before);
-            throw;
-        }
+        PendingCalls::instance().add(*call);
+    }
+    try {
+        mOut.append([&](std::vector<uint8_t>* out) {
+            appendCall(out, call == nullptr ? 0 : call->id, handle, code, flags, chain,
+                       outgoing.payload());
+        });
+    } catch (const std::bad_alloc&) {
+        if (call != nullptr) PendingCalls::instance().remove(*call);
+        throw;
     }
     outgoing.sent();
     underWay += size;
@@ -349,28 +350,14 @@ BinderRef LocalLink::takeBack(uint32_t id, uint64_t count) {
 }
 
 void LocalLink::flush() {
-    while (mOutSent < mOut.size()) {
-        const ssize_t sent = send(mSocket.get(), mOut.data() + mOutSent, mOut.size() - mOutSent,
-                                  MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent >= 0) {
-            mOutSent += static_cast<size_t>(sent);
-        } else if (errno == EAGAIN) {
-            break;
-        } else if (errno != EINTR) {
-            giveUp();
-            return;
-        }
-    }
-    if (mOut.size() - mOutSent > kMaxUnsent) {
-        LUM_LOGE("binder: process %d does not read, connection ended", mPeer.pid);
+    if (mOut.writeTo(mSocket.get()) != 0) {
         giveUp();
         return;
     }
-    // Moving the rest to the front only when it is the smaller part keeps the cost in proportion.
-    if (mOutSent > mOut.size() / 2) {
-        mOut.erase(mOut.begin(), mOut.begin() + static_cast<std::ptrdiff_t>(mOutSent));
-        mOutSent = 0;
-        if (mOut.empty() && mOut.capacity() > kReadSize) std::vector<uint8_t>().swap(mOut);
+    if (mOut.size() > kMaxUnsent) {
+        LUM_LOGE("binder: process %d does not read, connection ended", mPeer.pid);
+        giveUp();
+        return;
     }
     const bool wantsOutput = !mOut.empty();
     if (wantsOutput == mWantsOutput) return;
@@ -381,8 +368,7 @@ void LocalLink::flush() {
 // Nothing more can be said. The I/O thread still reads what the peer has said, then finds the end.
 void LocalLink::giveUp() {
     mBroken = true;
-    std::vector<uint8_t>().swap(mOut);
-    mOutSent = 0;
+    mOut.clear();
     shutdown(mSocket.get(), SHUT_RDWR);
 }
 
@@ -390,7 +376,7 @@ template <typename Append>
 void LocalLink::sendControl(Append&& append) noexcept {
     if (mBroken) return;
     try {
-        append();
+        mOut.append(append);
     } catch (const std::bad_alloc&) {
         // Without this frame the two ends would count differently ever after.
         LUM_LOGE("binder: no memory, connection to process %d ended", mPeer.pid);
@@ -407,7 +393,9 @@ void LocalLink::releaseProxy(RemoteBinder& proxy) noexcept {
     // The object may have been received again since its last reference here was given up.
     if (found != mProxies.end() && found->second == &proxy) mProxies.erase(found);
     if (proxy.timesReceived == 0) return;
-    sendControl([&] { appendRelease(&mOut, proxy.handle(), proxy.timesReceived); });
+    sendControl([&](std::vector<uint8_t>* out) {
+        appendRelease(out, proxy.handle(), proxy.timesReceived);
+    });
 }
 
 void LocalLink::callDone(size_t size) noexcept {
@@ -420,21 +408,21 @@ void LocalLink::onewayDone(size_t size) noexcept {
     mOnewayBytesIn -= size;
     mDoneOwed += static_cast<uint32_t>(size);
     if (mOnewayBytesIn != 0 && mDoneOwed < kDonePortion) return;
-    sendControl([&] { appendDone(&mOut, mDoneOwed); });
+    sendControl([&](std::vector<uint8_t>* out) { appendDone(out, mDoneOwed); });
     mDoneOwed = 0;
 }
 
 void LocalLink::sendReply(uint64_t id, binder_status_t status, const AParcel* reply) noexcept {
     const std::lock_guard<std::mutex> guard(mLock);
-    sendControl([&] {
+    sendControl([&](std::vector<uint8_t>* out) {
         const AParcel nothing;
         Outgoing outgoing(*this, status == STATUS_OK ? *reply : nothing);
         const binder_status_t carried = outgoing.prepare();
         if (carried == STATUS_OK) {
-            appendReply(&mOut, id, status, outgoing.payload());
+            appendReply(out, id, status, outgoing.payload());
             outgoing.sent();
         } else {
-            appendReply(&mOut, id, carried, Outgoing(*this, nothing).payload());
+            appendReply(out, id, carried, Outgoing(*this, nothing).payload());
         }
     });
 }
@@ -455,36 +443,21 @@ bool LocalLink::receive() {
     const ssize_t received = recv(mSocket.get(), chunk.data(), chunk.size(), MSG_DONTWAIT);
     if (received < 0) return errno == EAGAIN || errno == EINTR;
     if (received == 0) {
-        if (!mIn.empty()) LUM_LOGE("binder: process %d left in the middle of a frame", mPeer.pid);
+        if (!mReader.empty())
+            LUM_LOGE("binder: process %d left in the middle of a frame", mPeer.pid);
         return false;
     }
-    mIn.insert(mIn.end(), chunk.begin(), chunk.begin() + received);
-    const char* const nonsense = takeFrames();
+    const char* const nonsense =
+        mReader.feed(chunk.data(), static_cast<size_t>(received),
+                     [this](FrameKind kind, const uint8_t* body, size_t size) {
+                         return onFrame(kind, body, size);
+                     });
     if (nonsense == nullptr) return true;
     LUM_LOGE("binder: process %d sent nonsense (%s), connection ended", mPeer.pid, nonsense);
     return false;
 }
 
 // This and the functions it calls return null, or what is wrong with what the peer sent.
-const char* LocalLink::takeFrames() {
-    size_t taken = 0;
-    while (mIn.size() - taken >= kFrameHeader) {
-        uint32_t size = 0;
-        FrameKind kind{};
-        memcpy(&size, mIn.data() + taken, sizeof size);
-        memcpy(&kind, mIn.data() + taken + sizeof size, sizeof kind);
-        // At once: what is too long is not even waited for.
-        if (size > kMaxBody) return "a frame too long";
-        if (mIn.size() - taken - kFrameHeader < size) break;
-        const char* const nonsense = onFrame(kind, mIn.data() + taken + kFrameHeader, size);
-        if (nonsense != nullptr) return nonsense;
-        taken += kFrameHeader + size;
-    }
-    mIn.erase(mIn.begin(), mIn.begin() + static_cast<std::ptrdiff_t>(taken));
-    if (mIn.empty() && mIn.capacity() > 2 * kReadSize) std::vector<uint8_t>().swap(mIn);
-    return nullptr;
-}
-
 const char* LocalLink::onFrame(FrameKind kind, const uint8_t* body, size_t size) {
     if (!mGreeted) {
         if (kind != FrameKind::kHello) return "no greeting";
@@ -634,14 +607,13 @@ const char* LocalLink::onDone(const uint8_t* body, size_t size) {
 
 void LocalLink::end() noexcept {
     mEnded = true;
-    std::unordered_map<uint32_t, Export> exports;
+    std::map<uint32_t, Export> exports;
     {
         const std::lock_guard<std::mutex> guard(mLock);
         mBroken = true;
         IoThread::instance().remove(mSocket.get(), this);
         mSocket.reset();
-        std::vector<uint8_t>().swap(mOut);
-        mOutSent = 0;
+        mOut.clear();
         mExportIds.clear();
         exports.swap(mExports);
     }

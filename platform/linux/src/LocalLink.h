@@ -6,16 +6,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
-#include <unordered_map>
 #include <vector>
 
 #include "platform/linux/src/DeathRecipient.h"
-#include "platform/linux/src/Frame.h"
+#include "platform/linux/src/FrameReader.h"
 #include "platform/linux/src/IoThread.h"
 #include "platform/linux/src/Link.h"
 #include "platform/linux/src/LocalBinder.h"
+#include "platform/linux/src/OutBuffer.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/RemoteBinder.h"
 #include "platform/linux/src/UniqueFd.h"
@@ -94,7 +95,6 @@ class LocalLink final : public Link,
     const char* importObject(const ObjectEntry& entry, BinderRef* binder);
 
     // On the I/O thread.
-    const char* takeFrames();
     const char* onFrame(FrameKind kind, const uint8_t* body, size_t size);
     const char* onCall(const uint8_t* body, size_t size);
     const char* onReply(const uint8_t* body, size_t size);
@@ -107,11 +107,10 @@ class LocalLink final : public Link,
     ucred mPeer{};
 
     std::mutex mLock;
-    // The rest down to mIn is guarded by mLock.
+    // The rest down to mReader is guarded by mLock.
     UniqueFd mSocket;
     bool mBroken = false;  // nothing more can be sent, or the socket is closed
-    std::vector<uint8_t> mOut;
-    size_t mOutSent = 0;  // how much of mOut is written
+    OutBuffer mOut;
     bool mWantsOutput = false;
     // What counts towards the limits on calls under way: of ours at the peer, and of the peer's
     // here.
@@ -120,17 +119,18 @@ class LocalLink final : public Link,
     size_t mCallBytesIn = 0;
     size_t mOnewayBytesIn = 0;
     uint32_t mDoneOwed = 0;  // finished one-way bytes that the peer has not been told of
-    std::unordered_map<uint32_t, Export> mExports;
-    std::unordered_map<AIBinder*, uint32_t> mExportIds;
+    // Maps that give the memory of what is erased back, which hash tables do not.
+    std::map<uint32_t, Export> mExports;
+    std::map<AIBinder*, uint32_t> mExportIds;
     uint32_t mNextExport = 1;
     // Those of the peer's objects in use here. A proxy takes itself out before its memory goes.
-    std::unordered_map<uint32_t, RemoteBinder*> mProxies;
+    std::map<uint32_t, RemoteBinder*> mProxies;
     // By object, and not by proxy: a registration can outlive the proxy that made it, and is then
     // in the way of the next one's.
-    std::unordered_map<uint32_t, std::unique_ptr<Obituary>> mRegistrations;
+    std::map<uint32_t, std::unique_ptr<Obituary>> mRegistrations;
 
     // Used by the I/O thread alone.
-    std::vector<uint8_t> mIn;
+    FrameReader mReader;
     bool mGreeted = false;
     bool mEnded = false;
 };

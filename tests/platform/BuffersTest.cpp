@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a connection keeps of what has come and of what is to go: all of it, and no longer than it
+// must.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/src/FrameReader.h"
+#include "platform/linux/src/OutBuffer.h"
+#include "platform/linux/src/UniqueFd.h"
+#include "tools/emulator/HeapCount.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes frameOf(FrameKind kind, const Bytes& body) {
+    Bytes frame(kFrameHeader);
+    const auto size = static_cast<uint32_t>(body.size());
+    memcpy(frame.data(), &size, sizeof size);
+    memcpy(frame.data() + sizeof size, &kind, sizeof kind);
+    frame.insert(frame.end(), body.begin(), body.end());
+    return frame;
+}
+
+Bytes counted(size_t size) {
+    Bytes bytes(size);
+    for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i % 251);
+    return bytes;
+}
+
+class FrameReaderTest : public testing::Test {
+  protected:
+    using Frame = std::pair<FrameKind, Bytes>;
+
+    const char* feed(const uint8_t* bytes, size_t size) {
+        return mReader.feed(bytes, size,
+                            [this](FrameKind kind, const uint8_t* body, size_t length) {
+                                mTaken.emplace_back(kind, Bytes(body, body + length));
+                                return mAnswer;
+                            });
+    }
+
+    FrameReader mReader;
+    std::vector<Frame> mTaken;
+    const char* mAnswer = nullptr;
+};
+
+TEST_F(FrameReaderTest, FramesAreTheSameWhereverTheyAreCut) {
+    const std::vector<Frame> frames = {{FrameKind::kCall, {1, 2, 3}},
+                                       {FrameKind::kHello, {}},
+                                       {FrameKind::kDone, {4}},
+                                       {FrameKind::kReply, {5, 6, 7, 8, 9}}};
+    Bytes bytes;
+    for (const auto& [kind, body] : frames) {
+        const Bytes frame = frameOf(kind, body);
+        bytes.insert(bytes.end(), frame.begin(), frame.end());
+    }
+    for (size_t first = 0; first <= bytes.size(); ++first) {
+        for (size_t second = first; second <= bytes.size(); ++second) {
+            mTaken.clear();
+            EXPECT_EQ(feed(bytes.data(), first), nullptr);
+            EXPECT_EQ(feed(bytes.data() + first, second - first), nullptr);
+            EXPECT_EQ(feed(bytes.data() + second, bytes.size() - second), nullptr);
+            ASSERT_EQ(mTaken, frames) << first << " " << second;
+            EXPECT_TRUE(mReader.empty());
+        }
+    }
+}
+
+TEST_F(FrameReaderTest, FrameIsTakenAsSoonAsItIsWhole) {
+    const Bytes frame = frameOf(FrameKind::kCall, {1, 2, 3});
+    for (size_t i = 0; i < frame.size(); ++i) {
+        EXPECT_TRUE(mTaken.empty());
+        EXPECT_EQ(feed(&frame[i], 1), nullptr);
+    }
+    EXPECT_EQ(mTaken.size(), 1U);
+}
+
+TEST_F(FrameReaderTest, KeepsTheUnfinishedFrameAndNoMore) {
+    const Bytes frame = frameOf(FrameKind::kCall, counted(100000));
+    Bytes bytes = frame;
+    bytes.insert(bytes.end(), frame.begin(), frame.begin() + 50000);
+    EXPECT_EQ(feed(bytes.data(), bytes.size()), nullptr);
+    EXPECT_EQ(mTaken.size(), 1U);
+    EXPECT_FALSE(mReader.empty());
+    EXPECT_EQ(mReader.capacity(), frame.size());
+    EXPECT_EQ(feed(frame.data() + 50000, frame.size() - 50000), nullptr);
+    EXPECT_EQ(mTaken.size(), 2U);
+    EXPECT_TRUE(mReader.empty());
+    EXPECT_EQ(mReader.capacity(), 0U);
+}
+
+TEST_F(FrameReaderTest, FrameTooLongIsNotWaitedFor) {
+    Bytes frame = frameOf(FrameKind::kCall, {});
+    const uint32_t size = kMaxBody + 1;
+    memcpy(frame.data(), &size, sizeof size);
+    EXPECT_STREQ(feed(frame.data(), frame.size()), "a frame too long");
+    EXPECT_EQ(mReader.capacity(), 0U);
+    FrameReader slow;
+    const char* wrong = nullptr;
+    for (const uint8_t byte : frame) {
+        EXPECT_EQ(wrong, nullptr);
+        wrong = slow.feed(&byte, 1, [](FrameKind, const uint8_t*, size_t) {
+            ADD_FAILURE();
+            return static_cast<const char*>(nullptr);
+        });
+    }
+    EXPECT_STREQ(wrong, "a frame too long");
+    EXPECT_EQ(slow.capacity(), kFrameHeader);
+}
+
+TEST_F(FrameReaderTest, WrongFrameIsTheLast) {
+    Bytes bytes = frameOf(FrameKind::kCall, {1});
+    const Bytes next = frameOf(FrameKind::kCall, {2});
+    bytes.insert(bytes.end(), next.begin(), next.end());
+    mAnswer = "wrong";
+    EXPECT_STREQ(feed(bytes.data(), bytes.size()), "wrong");
+    EXPECT_EQ(mTaken.size(), 1U);
+}
+
+class OutBufferTest : public testing::Test {
+  protected:
+    OutBufferTest() {
+        std::array<int, 2> ends{};
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+        mNear.reset(ends[0]);
+        mFar.reset(ends[1]);
+    }
+
+    void append(const Bytes& bytes) {
+        mBuffer.append([&](std::vector<uint8_t>* out) {
+            out->insert(out->end(), bytes.begin(), bytes.end());
+        });
+        mAppended.insert(mAppended.end(), bytes.begin(), bytes.end());
+    }
+
+    // Reads what has been written so far.
+    void read() {
+        Bytes part(size_t{1} << 20U);
+        ssize_t length = 0;
+        while ((length = recv(mFar.get(), part.data(), part.size(), MSG_DONTWAIT)) > 0) {
+            mRead.insert(mRead.end(), part.begin(), part.begin() + length);
+        }
+    }
+
+    OutBuffer mBuffer;
+    UniqueFd mNear;
+    UniqueFd mFar;
+    Bytes mAppended;
+    Bytes mRead;
+};
+
+TEST_F(OutBufferTest, EverythingIsWrittenInOrderHoweverSlowTheReader) {
+    for (int i = 0; i < 300; ++i) append(counted(static_cast<size_t>(i) * 97));
+    append(counted(1000000));
+    append({1, 2, 3});
+    EXPECT_EQ(mBuffer.size(), mAppended.size());
+    while (!mBuffer.empty()) {
+        EXPECT_EQ(mBuffer.writeTo(mNear.get()), 0);
+        read();
+        EXPECT_EQ(mBuffer.size(), mAppended.size() - mRead.size());
+    }
+    EXPECT_EQ(mRead, mAppended);
+    // And again from the start.
+    append({4, 5});
+    EXPECT_EQ(mBuffer.writeTo(mNear.get()), 0);
+    read();
+    EXPECT_EQ(mRead, mAppended);
+}
+
+TEST_F(OutBufferTest, WhatIsWrittenIsGivenUpAtOnce) {
+    const int64_t atRest = heapBlocks();
+    const Bytes piece = counted(100000);
+    for (int i = 0; i < 40; ++i) {
+        mBuffer.append([&](std::vector<uint8_t>* out) {
+            out->insert(out->end(), piece.begin(), piece.end());
+        });
+    }
+    const int64_t full = heapBlocks();
+    EXPECT_GE(full, atRest + 40);
+    Bytes drained(size_t{1} << 20U);
+    size_t left = mBuffer.size();
+    while (left > 2 * piece.size()) {
+        EXPECT_EQ(mBuffer.writeTo(mNear.get()), 0);
+        (void)!recv(mFar.get(), drained.data(), drained.size(), MSG_DONTWAIT);
+        left = mBuffer.size();
+    }
+    EXPECT_LE(heapBlocks(), full - 37);
+}
+
+TEST_F(OutBufferTest, FrameThatCannotBeAppendedLeavesNothing) {
+    append({1, 2});
+    EXPECT_THROW(mBuffer.append([](std::vector<uint8_t>*) { throw std::bad_alloc(); }),
+                 std::bad_alloc);
+    append({3});
+    EXPECT_EQ(mBuffer.size(), 3U);
+    EXPECT_EQ(mBuffer.writeTo(mNear.get()), 0);
+    read();
+    EXPECT_EQ(mRead, (Bytes{1, 2, 3}));
+}
+
+TEST_F(OutBufferTest, ConnectionThatHasEndedIsSaid) {
+    append({1});
+    mFar.reset();
+    EXPECT_EQ(mBuffer.writeTo(mNear.get()), EPIPE);
+    EXPECT_EQ(mBuffer.size(), 1U);
+    mBuffer.clear();
+    EXPECT_TRUE(mBuffer.empty());
+    EXPECT_EQ(mBuffer.writeTo(mNear.get()), 0);
+}
+
+}  // namespace
