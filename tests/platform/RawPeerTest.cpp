@@ -17,36 +17,14 @@
 #include "platform/linux/src/UniqueFd.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/PeerProcess.h"
+#include "tests/platform/RawPeer.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SocketFolder.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
 constexpr char kName[] = "lum.test.own";
-constexpr int kLimitMs = static_cast<int>(std::chrono::milliseconds(kLimit).count());
-constexpr uint32_t kPingCode = 0x5f504e47;
-
-OutgoingPayload payloadOf(const Bytes& data, const std::vector<uint32_t>& offsets,
-                          const std::vector<ObjectEntry>& objects) {
-    return {data.data(), data.size(), offsets, objects};
-}
-
-Bytes hello() {
-    Bytes frame;
-    appendHello(&frame);
-    return frame;
-}
-
-Bytes call(uint32_t handle, uint32_t code, uint64_t id = 1, const Bytes& data = {}) {
-    Bytes frame;
-    appendCall(&frame, id, handle, code, id == 0 ? FLAG_ONEWAY : 0,
-               id == 0 ? std::vector<uint64_t>{} : std::vector<uint64_t>{id},
-               payloadOf(data, {}, {}));
-    return frame;
-}
 
 // A call whose data is 64 zeros and one object entry, said to be at `offset`; it lies at 0.
 Bytes callWithObject(uint32_t offset, const ObjectEntry& entry) {
@@ -69,47 +47,10 @@ class RawPeerTest : public testing::Test {
         ABinderProcess_startThreadPool();
     }
 
-    UniqueFd connectRaw() const {
-        UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        const std::string path = mFolder.path() + "/" + kName + ".service";
-        memcpy(address.sun_path, path.c_str(), path.size());
-        EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        return fd;
-    }
-
-    static bool sendAll(const UniqueFd& fd, const Bytes& bytes) {
-        return send(fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
-               static_cast<ssize_t>(bytes.size());
-    }
-
-    // Reads that many bytes; fewer if the other end closes first, or a generous limit passes.
-    static Bytes receive(const UniqueFd& fd, size_t size) {
-        Bytes bytes;
-        while (bytes.size() < size) {
-            pollfd ready{fd.get(), POLLIN, 0};
-            Bytes part(size - bytes.size());
-            if (poll(&ready, 1, kLimitMs) != 1) break;
-            const ssize_t received = recv(fd.get(), part.data(), part.size(), 0);
-            if (received <= 0) break;
-            bytes.insert(bytes.end(), part.begin(), part.begin() + received);
-        }
-        return bytes;
-    }
-
-    static bool closedByOther(const UniqueFd& fd) {
-        pollfd hungUp{fd.get(), POLLRDHUP, 0};
-        return poll(&hungUp, 1, kLimitMs) == 1;
-    }
+    UniqueFd connectRaw() const { return connectTo(mFolder.path(), kName); }
 
     // A connection that has been greeted and is served.
-    UniqueFd connectPolitely() const {
-        UniqueFd fd = connectRaw();
-        EXPECT_TRUE(sendAll(fd, hello()));
-        EXPECT_EQ(receive(fd, hello().size()), hello());
-        return fd;
-    }
+    UniqueFd connectPolitely() const { return greet(connectRaw()); }
 
     static void expectServed(const UniqueFd& fd, uint64_t id) {
         EXPECT_TRUE(sendAll(fd, call(0, kPingCode, id)));
@@ -121,11 +62,16 @@ class RawPeerTest : public testing::Test {
     const SocketFolder mFolder;
     Counter mHeld;
     Counter mLetGo;
+    Counter mAdded;
     const ndk::SpAIBinder mObject =
         makePeerObject([this](transaction_code_t code, const AParcel*, AParcel*) {
-            if (code == kHold) {
-                mHeld.add();
-                mLetGo.waitFor(1);
+            switch (code) {
+                case kHold:
+                    mHeld.add();
+                    mLetGo.waitFor(1);
+                    break;
+                case kAdd: mAdded.add(); break;
+                default: break;
             }
             return binder_status_t{STATUS_OK};
         });
@@ -245,22 +191,11 @@ TEST_F(RawPeerTest, PeerThatReadsLateGetsEverything) {
     EXPECT_EQ(*answered.rbegin(), kCalls);
 }
 
-// The interface token of mObject's methods.
-Bytes token() {
-    Bytes bytes = {0, 0, 0, 0x80, 0xff, 0xff, 0xff, 0xff, 'R', 'D', 'N', 'V', 14, 0, 0, 0};
-    for (const char c : std::string(kPeerDescriptor)) {
-        bytes.push_back(static_cast<uint8_t>(c));
-        bytes.push_back(0);
-    }
-    bytes.insert(bytes.end(), {0, 0, 0, 0});
-    return bytes;
-}
-
 TEST_F(RawPeerTest, MoreOnewayCallsThanAllowedEndTheConnection) {
     const UniqueFd other = connectPolitely();
     const UniqueFd fd = connectPolitely();
     LogCapture log;
-    ASSERT_TRUE(sendAll(fd, call(0, kHold, 0, token())));
+    ASSERT_TRUE(sendAll(fd, call(0, kHold, 0, tokenOf(kPeerDescriptor))));
     ASSERT_TRUE(mHeld.waitFor(1));
     // 13 of these are 520,624 bytes with their heads, and 524,288 are allowed.
     const Bytes large = call(0, kNote, 0, Bytes(40000));
@@ -273,6 +208,54 @@ TEST_F(RawPeerTest, MoreOnewayCallsThanAllowedEndTheConnection) {
     mLetGo.add();
     expectServed(other, 1);
 }
+
+// Calls that do not come to an end, so many over each of so many connections.
+struct HangingCalls {
+    size_t connections;
+    size_t calls;
+};
+
+void PrintTo(const HangingCalls& hanging, std::ostream* out) {
+    *out << hanging.calls << " over each of " << hanging.connections;
+}
+
+class HangingCallsTest : public RawPeerTest, public testing::WithParamInterface<HangingCalls> {};
+
+TEST_P(HangingCallsTest, KeepAShareOfTheThreadsAndLeaveTheRestToOthers) {
+    const PeerProcess other("lum.test.peer");
+    const ndk::SpAIBinder peer(AServiceManager_checkService("lum.test.peer"));
+    ASSERT_EQ(callPeer(peer, kKeep, writeBinder(mObject)), STATUS_OK);
+
+    std::vector<UniqueFd> hanging;
+    for (size_t i = 0; i < GetParam().connections; ++i) {
+        hanging.push_back(connectPolitely());
+        for (uint64_t id = 1; id <= GetParam().calls; ++id) {
+            ASSERT_TRUE(sendAll(hanging.back(), call(0, kHold, id, tokenOf(kPeerDescriptor))));
+        }
+    }
+    ASSERT_TRUE(mHeld.waitFor(8));  // of 16 threads
+    // The other process's blocking calls come to the pool as well: it makes them of itself.
+    for (int i = 1; i <= 20; ++i) {
+        ASSERT_EQ(callPeer(peer, kOnewayAddToKept, writeInt(i), nullptr, FLAG_ONEWAY), STATUS_OK);
+        ASSERT_TRUE(mAdded.waitFor(i));
+    }
+    EXPECT_EQ(mHeld.value(), 8);
+
+    // Nothing of what has waited is lost.
+    mLetGo.add();
+    for (const UniqueFd& fd : hanging) {
+        const size_t size = GetParam().calls * (kFrameHeader + kReplyHead);
+        EXPECT_EQ(receive(fd, size).size(), size);
+    }
+    EXPECT_EQ(mHeld.value(), static_cast<int>(GetParam().connections * GetParam().calls));
+}
+
+INSTANTIATE_TEST_SUITE_P(Many, HangingCallsTest,
+                         testing::Values(HangingCalls{16, 1}, HangingCalls{1, 40}),
+                         [](const testing::TestParamInfo<HangingCalls>& test) {
+                             return std::to_string(test.param.connections) + "Times" +
+                                    std::to_string(test.param.calls);
+                         });
 
 TEST_F(RawPeerTest, ObjectOfTheRawPeerIsReleasedByCount) {
     const UniqueFd fd = connectPolitely();

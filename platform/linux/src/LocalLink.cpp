@@ -70,12 +70,29 @@ class LateUnwatch final : public LateCommand {
     const uint32_t mHandle;
 };
 
+ucred readPeer(int socket) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) return peer;
+    // Nobody's: -1 is no user, and 0 no process.
+    LUM_LOGE("binder: a peer without credentials (%s)", strerror(errno));
+    return {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+}
+
+// The lane for a call. One-way calls need none: of those to one object one is carried out at a
+// time.
+std::shared_ptr<WorkLane> laneFor(const CallFrame& frame, const LocalLink& link) {
+    if (frame.oneway()) return nullptr;
+    return {link.account(), &link.account()->lane()};
+}
+
 // A call of the peer, on its way to one of our objects.
 class IncomingCall final : public Work {
   public:
     IncomingCall(std::shared_ptr<LocalLink> link, CallFrame&& frame, size_t size, BinderRef target,
                  std::unique_ptr<AParcel> in)
-        : mLink(std::move(link)),
+        : Work(laneFor(frame, *link)),
+          mLink(std::move(link)),
           mId(frame.id),
           mCode(frame.code),
           mChain(std::move(frame.chain)),
@@ -204,21 +221,15 @@ std::shared_ptr<LocalLink> LocalLink::open(UniqueFd socket, BinderRef root) {
 }
 
 LocalLink::LocalLink(UniqueFd socket, BinderRef root)
-    : mAccepted(root != nullptr), mSocket(std::move(socket)) {
-    readPeer();
+    : mAccepted(root != nullptr),
+      mPeer(readPeer(socket.get())),
+      mAccount(PeerAccount::of(mPeer.pid, mPeer.uid)),
+      mSocket(std::move(socket)) {
     mOut.append(appendHello);
     if (mAccepted) {
         mExportIds.emplace(root.get(), 0);
         mExports[0].binder = std::move(root);
     }
-}
-
-void LocalLink::readPeer() {
-    socklen_t size = sizeof mPeer;
-    if (getsockopt(mSocket.get(), SOL_SOCKET, SO_PEERCRED, &mPeer, &size) == 0) return;
-    // Nobody's: -1 is no user, and 0 no process.
-    LUM_LOGE("binder: a peer without credentials (%s)", strerror(errno));
-    mPeer = {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
 }
 
 bool LocalLink::isAlive() {

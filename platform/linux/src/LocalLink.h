@@ -18,6 +18,7 @@
 #include "platform/linux/src/LocalBinder.h"
 #include "platform/linux/src/OutBuffer.h"
 #include "platform/linux/src/Parcel.h"
+#include "platform/linux/src/PeerAccount.h"
 #include "platform/linux/src/RemoteBinder.h"
 #include "platform/linux/src/UniqueFd.h"
 
@@ -66,6 +67,7 @@ class LocalLink final : public Link,
 
     uid_t peerUid() const { return mPeer.uid; }
     pid_t peerPid() const { return mPeer.pid; }
+    const std::shared_ptr<PeerAccount>& account() const { return mAccount; }
 
   private:
     // A local object that the peer holds.
@@ -75,7 +77,6 @@ class LocalLink final : public Link,
     };
     class Outgoing;
 
-    void readPeer();
     bool receive();
     void end() noexcept;
     void announceDeath() noexcept;
@@ -104,7 +105,8 @@ class LocalLink final : public Link,
     const char* importParcel(const Payload& payload, std::unique_ptr<AParcel>* parcel);
 
     const bool mAccepted;
-    ucred mPeer{};
+    const ucred mPeer;
+    const std::shared_ptr<PeerAccount> mAccount;
 
     std::mutex mLock;
     // The rest down to mReader is guarded by mLock.

@@ -59,10 +59,24 @@ ThreadPool& ThreadPool::instance() {
 
 void ThreadPool::post(std::unique_ptr<Work> work) {
     std::unique_lock<std::mutex> guard(mLock);
+    work = mLanes.enter(std::move(work));
+    if (work != nullptr) dispatch(std::move(work), guard);
+}
+
+void ThreadPool::dispatch(std::unique_ptr<Work> work, std::unique_lock<std::mutex>& guard) {
     mQueue.push(std::move(work));
     ++mQueued;
     mPosted.notify_one();
     if (wantsThread()) addThread(guard);
+}
+
+void ThreadPool::dispatchWaiting(std::unique_lock<std::mutex>& guard) {
+    while (std::unique_ptr<Work> work = mLanes.next()) dispatch(std::move(work), guard);
+}
+
+void ThreadPool::countThreads(std::unique_lock<std::mutex>& guard) {
+    mLanes.setThreads(mJoined + (mStarted ? 1 + size_t{mMaxExtra} : 0));
+    dispatchWaiting(guard);
 }
 
 void ThreadPool::start() {
@@ -70,6 +84,7 @@ void ThreadPool::start() {
     if (mStarted) return;
     mStarted = true;
     addThread(guard);
+    countThreads(guard);
 }
 
 bool ThreadPool::started() const {
@@ -78,17 +93,17 @@ bool ThreadPool::started() const {
 }
 
 void ThreadPool::setMaxExtraThreads(uint32_t count) {
-    const std::lock_guard<std::mutex> guard(mLock);
+    std::unique_lock<std::mutex> guard(mLock);
     mMaxExtra = count;
+    countThreads(guard);
 }
 
 void ThreadPool::join() {
     std::unique_lock<std::mutex> guard(mLock);
     ++mFree;
-    for (;;) {
-        serveOne(guard);
-        ++mFree;
-    }
+    ++mJoined;
+    countThreads(guard);
+    for (;;) serveOne(guard);
 }
 
 bool ThreadPool::wantsThread() const {
@@ -143,10 +158,7 @@ void* ThreadPool::threadMain(void* pool) {
     --self.mStarting;
     // A process at rest keeps one thread, however many a burst has needed: this one goes when
     // another is free. One that is only about to start does not count: it may be refused.
-    while (!self.mQueue.empty() || self.mFree <= self.mStarting + 1) {
-        self.serveOne(guard);
-        ++self.mFree;
-    }
+    while (!self.mQueue.empty() || self.mFree <= self.mStarting + 1) self.serveOne(guard);
     --self.mFree;
     --self.mThreads;
     return nullptr;
@@ -157,9 +169,13 @@ void ThreadPool::serveOne(std::unique_lock<std::mutex>& guard) {
     std::unique_ptr<Work> work = mQueue.pop();
     --mQueued;
     --mFree;
+    const std::shared_ptr<WorkLane> lane = work->lane();
     guard.unlock();
     work->run();
     work.reset();
     LateCommand::runQueued();
     guard.lock();
+    ++mFree;
+    mLanes.leave(lane);
+    dispatchWaiting(guard);
 }

@@ -4,10 +4,13 @@
 #include <memory>
 #include <utility>
 
+class WorkLane;
+
 // Something to be done once, on a thread that may call user code.
 class Work {
   public:
-    Work() = default;
+    // lane: what it waits in for its turn at the pool; null if it need not.
+    explicit Work(std::shared_ptr<WorkLane> lane = nullptr) : mLane(std::move(lane)) {}
     virtual ~Work() = default;
     Work(const Work&) = delete;
     Work& operator=(const Work&) = delete;
@@ -15,9 +18,12 @@ class Work {
     // Must not throw.
     virtual void run() = 0;
 
+    const std::shared_ptr<WorkLane>& lane() const { return mLane; }
+
   private:
     friend class WorkQueue;
     std::unique_ptr<Work> mNext;
+    const std::shared_ptr<WorkLane> mLane;
 };
 
 // First in, first out. The links lie in the work itself, so that handing it on never fails for want

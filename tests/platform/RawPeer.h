@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// A peer that speaks to a service through the bare socket.
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "platform/linux/src/Frame.h"
+#include "platform/linux/src/UniqueFd.h"
+#include "tests/support/Eventually.h"
+
+using Bytes = std::vector<uint8_t>;
+constexpr int kLimitMs = static_cast<int>(std::chrono::milliseconds(kLimit).count());
+constexpr uint32_t kPingCode = 0x5f504e47;
+
+inline OutgoingPayload payloadOf(const Bytes& data, const std::vector<uint32_t>& offsets,
+                                 const std::vector<ObjectEntry>& objects) {
+    return {data.data(), data.size(), offsets, objects};
+}
+
+inline Bytes hello() {
+    Bytes frame;
+    appendHello(&frame);
+    return frame;
+}
+
+inline Bytes call(uint32_t handle, uint32_t code, uint64_t id = 1, const Bytes& data = {}) {
+    Bytes frame;
+    appendCall(&frame, id, handle, code, id == 0 ? FLAG_ONEWAY : 0,
+               id == 0 ? std::vector<uint64_t>{} : std::vector<uint64_t>{id},
+               payloadOf(data, {}, {}));
+    return frame;
+}
+
+// What a call of a method of that interface begins with.
+inline Bytes tokenOf(const std::string& descriptor) {
+    Bytes bytes = {0, 0, 0, 0x80, 0xff, 0xff, 0xff, 0xff, 'R', 'D', 'N', 'V'};
+    bytes.resize(16);
+    bytes[12] = static_cast<uint8_t>(descriptor.size());
+    for (const char c : descriptor) {
+        bytes.push_back(static_cast<uint8_t>(c));
+        bytes.push_back(0);
+    }
+    bytes.insert(bytes.end(), {0, 0});
+    bytes.resize((bytes.size() + 3) / 4 * 4);
+    return bytes;
+}
+
+// Connects to a service. folder: where it is registered.
+inline UniqueFd connectTo(const std::string& folder, const std::string& service) {
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = folder + "/" + service + ".service";
+    memcpy(address.sun_path, path.c_str(), path.size());
+    EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return fd;
+}
+
+inline bool sendAll(const UniqueFd& fd, const Bytes& bytes) {
+    return send(fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+           static_cast<ssize_t>(bytes.size());
+}
+
+// Reads that many bytes; fewer if the other end closes first, or a generous limit passes.
+inline Bytes receive(const UniqueFd& fd, size_t size) {
+    Bytes bytes;
+    while (bytes.size() < size) {
+        pollfd ready{fd.get(), POLLIN, 0};
+        Bytes part(size - bytes.size());
+        if (poll(&ready, 1, kLimitMs) != 1) break;
+        const ssize_t received = recv(fd.get(), part.data(), part.size(), 0);
+        if (received <= 0) break;
+        bytes.insert(bytes.end(), part.begin(), part.begin() + received);
+    }
+    return bytes;
+}
+
+inline bool closedByOther(const UniqueFd& fd) {
+    pollfd hungUp{fd.get(), POLLRDHUP, 0};
+    return poll(&hungUp, 1, kLimitMs) == 1;
+}
+
+// Exchanges greetings over a new connection, and returns it.
+inline UniqueFd greet(UniqueFd fd) {
+    EXPECT_TRUE(sendAll(fd, hello()));
+    EXPECT_EQ(receive(fd, hello().size()), hello());
+    return fd;
+}
