@@ -6,14 +6,17 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
+#include <memory>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/linux/src/Frame.h"
+#include "platform/linux/src/PeerAccount.h"
 #include "platform/linux/src/UniqueFd.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/PeerProcess.h"
@@ -21,6 +24,18 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SocketFolder.h"
+
+namespace {
+
+std::atomic<int> gTrims{0};
+
+}  // namespace
+
+// Goes before the C library's.
+extern "C" int malloc_trim(size_t) noexcept {
+    ++gTrims;
+    return 0;
+}
 
 namespace {
 
@@ -42,6 +57,9 @@ Bytes joined(Bytes first, const Bytes& second) {
 
 class RawPeerTest : public testing::Test {
   protected:
+    static constexpr int32_t kBigSize = 1000000;  // of an answer to kBig
+    static constexpr size_t kBigReply = kFrameHeader + kReplyHead + 4 + kBigSize;
+
     RawPeerTest() {
         EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
         ABinderProcess_startThreadPool();
@@ -59,21 +77,35 @@ class RawPeerTest : public testing::Test {
         EXPECT_EQ(receive(fd, expected.size()), expected);
     }
 
-    const SocketFolder mFolder;
-    Counter mHeld;
-    Counter mLetGo;
-    Counter mAdded;
-    const ndk::SpAIBinder mObject =
-        makePeerObject([this](transaction_code_t code, const AParcel*, AParcel*) {
+    // What the object's methods do. Outlives the test with those that are still running.
+    struct Calls {
+        Counter held;
+        Counter letGo;
+        Counter added;
+
+        binder_status_t operator()(transaction_code_t code, AParcel* out) {
             switch (code) {
                 case kHold:
-                    mHeld.add();
-                    mLetGo.waitFor(1);
+                    held.add();
+                    letGo.waitFor(1);
                     break;
-                case kAdd: mAdded.add(); break;
+                case kAdd: added.add(); break;
+                case kBig: {
+                    static const std::vector<int8_t> sBytes(kBigSize);
+                    AParcel_writeByteArray(out, sBytes.data(), kBigSize);
+                    break;
+                }
                 default: break;
             }
-            return binder_status_t{STATUS_OK};
+            return STATUS_OK;
+        }
+    };
+
+    const SocketFolder mFolder;
+    const std::shared_ptr<Calls> mCalls = std::make_shared<Calls>();
+    const ndk::SpAIBinder mObject =
+        makePeerObject([calls = mCalls](transaction_code_t code, const AParcel*, AParcel* out) {
+            return (*calls)(code, out);
         });
 };
 
@@ -196,7 +228,7 @@ TEST_F(RawPeerTest, MoreOnewayCallsThanAllowedEndTheConnection) {
     const UniqueFd fd = connectPolitely();
     LogCapture log;
     ASSERT_TRUE(sendAll(fd, call(0, kHold, 0, tokenOf(kPeerDescriptor))));
-    ASSERT_TRUE(mHeld.waitFor(1));
+    ASSERT_TRUE(mCalls->held.waitFor(1));
     // 13 of these are 520,624 bytes with their heads, and 524,288 are allowed.
     const Bytes large = call(0, kNote, 0, Bytes(40000));
     for (int i = 0; i < 14; ++i) ASSERT_TRUE(sendAll(fd, large));
@@ -205,7 +237,7 @@ TEST_F(RawPeerTest, MoreOnewayCallsThanAllowedEndTheConnection) {
                                format("binder: process %d sent nonsense (more calls at once than "
                                       "allowed), connection ended",
                                       getpid()))});
-    mLetGo.add();
+    mCalls->letGo.add();
     expectServed(other, 1);
 }
 
@@ -233,21 +265,21 @@ TEST_P(HangingCallsTest, KeepAShareOfTheThreadsAndLeaveTheRestToOthers) {
             ASSERT_TRUE(sendAll(hanging.back(), call(0, kHold, id, tokenOf(kPeerDescriptor))));
         }
     }
-    ASSERT_TRUE(mHeld.waitFor(8));  // of 16 threads
+    ASSERT_TRUE(mCalls->held.waitFor(8));  // of 16 threads
     // The other process's blocking calls come to the pool as well: it makes them of itself.
     for (int i = 1; i <= 20; ++i) {
         ASSERT_EQ(callPeer(peer, kOnewayAddToKept, writeInt(i), nullptr, FLAG_ONEWAY), STATUS_OK);
-        ASSERT_TRUE(mAdded.waitFor(i));
+        ASSERT_TRUE(mCalls->added.waitFor(i));
     }
-    EXPECT_EQ(mHeld.value(), 8);
+    EXPECT_EQ(mCalls->held.value(), 8);
 
     // Nothing of what has waited is lost.
-    mLetGo.add();
+    mCalls->letGo.add();
     for (const UniqueFd& fd : hanging) {
         const size_t size = GetParam().calls * (kFrameHeader + kReplyHead);
         EXPECT_EQ(receive(fd, size).size(), size);
     }
-    EXPECT_EQ(mHeld.value(), static_cast<int>(GetParam().connections * GetParam().calls));
+    EXPECT_EQ(mCalls->held.value(), static_cast<int>(GetParam().connections * GetParam().calls));
 }
 
 INSTANTIATE_TEST_SUITE_P(Many, HangingCallsTest,
@@ -256,6 +288,154 @@ INSTANTIATE_TEST_SUITE_P(Many, HangingCallsTest,
                              return std::to_string(test.param.connections) + "Times" +
                                     std::to_string(test.param.calls);
                          });
+
+// What one process may have kept for it, over all its connections: 64 MiB, and a connection counts
+// 256 KiB of that.
+class PeerMemoryTest : public RawPeerTest {
+  protected:
+    static LogLine tooMuch() {
+        return logE(
+            format("binder: process %d makes this one keep too much (at most 67108864 bytes for a "
+                   "process, and its share of 268435456 for user %u), connection ended",
+                   getpid(), getuid()));
+    }
+
+    static size_t kept() { return PeerAccount::of(getpid(), getuid())->kept(); }
+
+    // A call of kHold with arguments that are `size` bytes long, at least those of its token.
+    static Bytes holdingCall(uint64_t id, size_t size) {
+        Bytes data = tokenOf(kPeerDescriptor);
+        data.resize(size);
+        return call(0, kHold, id, data);
+    }
+
+    // Has so many answers of 1 MB written to a connection that is not read.
+    void leaveUnread(const UniqueFd& fd, int answers) {
+        for (int i = 1; i <= answers; ++i) {
+            ASSERT_TRUE(
+                sendAll(fd, call(0, kBig, static_cast<uint64_t>(i), tokenOf(kPeerDescriptor))));
+        }
+    }
+};
+
+TEST_F(PeerMemoryTest, UnreadAnswersCountTogether) {
+    const UniqueFd first = connectPolitely();
+    const UniqueFd second = connectPolitely();
+    LogCapture log;
+    leaveUnread(first, 35);
+    ASSERT_TRUE(eventually([] { return kept() > 34000000; }));
+    leaveUnread(second, 35);
+    EXPECT_TRUE(closedByOther(second));
+    EXPECT_TRUE(log.waitFor(tooMuch()));
+    // The other connection is as it was.
+    EXPECT_EQ(receive(first, 35 * kBigReply).size(), 35 * kBigReply);
+    expectServed(first, 99);
+}
+
+TEST_F(PeerMemoryTest, HalfFramesCountTogether) {
+    const UniqueFd other = connectPolitely();
+    LogCapture log;
+    Bytes half = call(0, kPingCode, 1, Bytes(1000000));
+    half.resize(half.size() / 2);
+    std::vector<UniqueFd> hostile;
+    // 52 times 1,000,048 bytes and 256 KiB are allowed, besides the first connection.
+    for (int i = 0; i < 53; ++i) {
+        hostile.push_back(connectPolitely());
+        (void)sendAll(hostile.back(), half);
+    }
+    EXPECT_TRUE(log.waitFor(tooMuch()));
+    EXPECT_EQ(log.lines().size(), 1U);
+    expectServed(other, 1);
+}
+
+TEST_F(PeerMemoryTest, WaitingCallsCountTogether) {
+    LogCapture log;
+    std::vector<UniqueFd> hostile;
+    // The first eight hold the threads that the process may have.
+    for (int i = 0; i < 5; ++i) {
+        hostile.push_back(connectPolitely());
+        for (uint64_t id = 1; id <= 15; ++id) {
+            (void)sendAll(hostile.back(), holdingCall(id, 1000000));
+        }
+    }
+    EXPECT_TRUE(closedByOther(hostile.back()));
+    EXPECT_TRUE(log.waitFor(tooMuch()));
+    mCalls->letGo.add();
+    // What came in time is carried out: 60 MB of four connections.
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(receive(hostile[i], 15 * (kFrameHeader + kReplyHead)).size(),
+                  15 * (kFrameHeader + kReplyHead));
+    }
+}
+
+TEST_F(PeerMemoryTest, ObjectsCountTogether) {
+    const UniqueFd hostile = connectPolitely();
+    LogCapture log;
+    // Each with 22,000 objects of 28 bytes, which count 1 KiB as well.
+    constexpr uint32_t kObjects = 22000;
+    for (uint32_t i = 0; i < 3; ++i) {
+        Bytes data = tokenOf(kPeerDescriptor);
+        std::vector<uint32_t> offsets;
+        std::vector<ObjectEntry> entries;
+        for (uint32_t object = 0; object < kObjects; ++object) {
+            offsets.push_back(static_cast<uint32_t>(data.size()) + object * 28);
+            entries.push_back({kOwnedBySender, 0, 1 + i * kObjects + object, 0});
+        }
+        data.resize(data.size() + size_t{kObjects} * 28);
+        Bytes frame;
+        appendCall(&frame, i + 1, 0, kHold, 0, {i + 1}, payloadOf(data, offsets, entries));
+        (void)sendAll(hostile, frame);
+    }
+    EXPECT_TRUE(closedByOther(hostile));
+    EXPECT_TRUE(log.waitFor(tooMuch()));
+    mCalls->letGo.add();
+}
+
+TEST_F(PeerMemoryTest, ConnectionsCount) {
+    std::vector<UniqueFd> hostile;
+    hostile.reserve(257);
+    for (int i = 0; i < 255; ++i) hostile.push_back(connectPolitely());
+    LogCapture log;
+    for (int i = 0; i < 2; ++i) hostile.push_back(connectRaw());
+    EXPECT_TRUE(closedByOther(hostile.back()));
+    EXPECT_TRUE(log.waitFor(tooMuch()));
+    expectServed(hostile.front(), 1);
+}
+
+TEST_F(PeerMemoryTest, AsMuchAsAConnectionMayHaveUnderWayIsKept) {
+    const UniqueFd fd = connectPolitely();
+    LogCapture log;
+    // With their heads the blocking ones are 16,776,960 bytes long, of 16,777,216, and the one-way
+    // calls 524,160, of 524,288.
+    for (uint64_t id = 1; id <= 16; ++id) {
+        ASSERT_TRUE(sendAll(fd, holdingCall(id, 1048512)));
+    }
+    const Bytes oneway = call(0, kHold, 0, tokenOf(kPeerDescriptor));
+    ASSERT_TRUE(sendAll(fd, oneway));
+    Bytes data = tokenOf(kPeerDescriptor);
+    data.resize(524160 - oneway.size() - kFrameHeader - kCallHead);
+    ASSERT_TRUE(sendAll(fd, call(0, kNote, 0, data)));
+    ASSERT_TRUE(mCalls->held.waitFor(9));
+    mCalls->letGo.add();
+    Bytes done;
+    appendDone(&done, 0);
+    const size_t expected = 16 * (kFrameHeader + kReplyHead) + done.size();
+    EXPECT_GE(receive(fd, expected).size(), expected);
+    EXPECT_EQ(mCalls->held.value(), 17);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(PeerMemoryTest, MemoryIsGivenBackWhenAProcessGoesThatHadMuch) {
+    const int before = gTrims;
+    { const UniqueFd fd = connectPolitely(); }
+    {
+        const UniqueFd fd = connectPolitely();
+        leaveUnread(fd, 12);
+        ASSERT_TRUE(eventually([] { return kept() > 10000000; }));
+    }
+    EXPECT_TRUE(eventually([&] { return gTrims > before; }));
+    EXPECT_EQ(gTrims, before + 1);
+}
 
 TEST_F(RawPeerTest, ObjectOfTheRawPeerIsReleasedByCount) {
     const UniqueFd fd = connectPolitely();

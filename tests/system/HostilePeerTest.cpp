@@ -70,4 +70,18 @@ TEST_F(HostilePeerTest, FortyRegistrationsThatHangOnOneConnectionLeaveThreadsToO
     expectClientIsServed();
 }
 
+TEST_F(HostilePeerTest, ConnectionsWithoutEndLeaveMemoryAndDescriptorsToOthers) {
+    Bytes half = registration(1, 5);
+    half.pop_back();
+    std::vector<UniqueFd> hostile;
+    for (int i = 0; i < 300; ++i) {
+        hostile.push_back(connectTo(mFolder.path(), kService));
+        (void)sendAll(hostile.back(), hello());
+        (void)sendAll(hostile.back(), half);
+    }
+    EXPECT_TRUE(closedByOther(hostile.back()));
+    EXPECT_LT(mEmulator.stats().descriptors, 300U);
+    expectClientIsServed();
+}
+
 }  // namespace

@@ -29,8 +29,12 @@ namespace {
 // what a transaction may have at most, so that they cannot crowd out the others.
 constexpr size_t kMaxOnewayBytes = kMaxTransaction / 2;
 constexpr size_t kMaxCallBytes = 16 * kMaxTransaction;
-// More than this is left unread only by a peer that does not read at all.
-constexpr size_t kMaxUnsent = 64 * kMaxTransaction;
+// What is put on a peer's account besides bytes, a little more than it takes: for a connection what
+// the kernel keeps for it, for a call what carries it, and for an object the tables, the proxy, and
+// what a service is likely to note about it.
+constexpr size_t kConnectionCost = size_t{256} * 1024;
+constexpr size_t kCallCost = 512;
+constexpr size_t kObjectCost = 1024;
 // The peer is told of finished one-way calls in portions, the last as soon as none is under way.
 constexpr size_t kDonePortion = kMaxOnewayBytes / 4;
 constexpr size_t kReadSize = size_t{64} * 1024;
@@ -214,6 +218,10 @@ class LocalLink::Outgoing {
 std::shared_ptr<LocalLink> LocalLink::open(UniqueFd socket, BinderRef root) {
     const int fd = socket.get();
     auto link = std::make_shared<LocalLink>(std::move(socket), std::move(root));
+    {
+        const std::lock_guard<std::mutex> guard(link->mLock);
+        if (!link->settle()) return nullptr;
+    }
     if (!IoThread::instance().add(fd, link)) return nullptr;
     const std::lock_guard<std::mutex> guard(link->mLock);
     if (!link->mBroken) link->flush();
@@ -223,13 +231,27 @@ std::shared_ptr<LocalLink> LocalLink::open(UniqueFd socket, BinderRef root) {
 LocalLink::LocalLink(UniqueFd socket, BinderRef root)
     : mAccepted(root != nullptr),
       mPeer(readPeer(socket.get())),
-      mAccount(PeerAccount::of(mPeer.pid, mPeer.uid)),
-      mSocket(std::move(socket)) {
+      mSocket(std::move(socket)),
+      mCharge(PeerAccount::of(mPeer.pid, mPeer.uid)) {
     mOut.append(appendHello);
     if (mAccepted) {
         mExportIds.emplace(root.get(), 0);
         mExports[0].binder = std::move(root);
     }
+}
+
+size_t LocalLink::kept() const {
+    return kConnectionCost + mPartBytesIn + mOut.size() + mCallBytesIn + mOnewayBytesIn +
+           mCallsIn * kCallCost + (mProxies.size() + mExports.size()) * kObjectCost;
+}
+
+bool LocalLink::settle() {
+    if (mCharge.set(kept())) return true;
+    LUM_LOGE(
+        "binder: process %d makes this one keep too much (at most %zu bytes for a process, and its "
+        "share of %zu for user %u), connection ended",
+        mPeer.pid, PeerAccount::kMostOfProcess, PeerAccount::kMostOfUser, mPeer.uid);
+    return false;
 }
 
 bool LocalLink::isAlive() {
@@ -361,12 +383,7 @@ BinderRef LocalLink::takeBack(uint32_t id, uint64_t count) {
 }
 
 void LocalLink::flush() {
-    if (mOut.writeTo(mSocket.get()) != 0) {
-        giveUp();
-        return;
-    }
-    if (mOut.size() > kMaxUnsent) {
-        LUM_LOGE("binder: process %d does not read, connection ended", mPeer.pid);
+    if (mOut.writeTo(mSocket.get()) != 0 || !settle()) {
         giveUp();
         return;
     }
@@ -403,6 +420,7 @@ void LocalLink::releaseProxy(RemoteBinder& proxy) noexcept {
     const auto found = mProxies.find(proxy.handle());
     // The object may have been received again since its last reference here was given up.
     if (found != mProxies.end() && found->second == &proxy) mProxies.erase(found);
+    mCharge.set(kept());
     if (proxy.timesReceived == 0) return;
     sendControl([&](std::vector<uint8_t>* out) {
         appendRelease(out, proxy.handle(), proxy.timesReceived);
@@ -412,11 +430,15 @@ void LocalLink::releaseProxy(RemoteBinder& proxy) noexcept {
 void LocalLink::callDone(size_t size) noexcept {
     const std::lock_guard<std::mutex> guard(mLock);
     mCallBytesIn -= size;
+    --mCallsIn;
+    mCharge.set(kept());
 }
 
 void LocalLink::onewayDone(size_t size) noexcept {
     const std::lock_guard<std::mutex> guard(mLock);
     mOnewayBytesIn -= size;
+    --mCallsIn;
+    mCharge.set(kept());
     mDoneOwed += static_cast<uint32_t>(size);
     if (mOnewayBytesIn != 0 && mDoneOwed < kDonePortion) return;
     sendControl([&](std::vector<uint8_t>* out) { appendDone(out, mDoneOwed); });
@@ -463,9 +485,15 @@ bool LocalLink::receive() {
                      [this](FrameKind kind, const uint8_t* body, size_t size) {
                          return onFrame(kind, body, size);
                      });
-    if (nonsense == nullptr) return true;
+    if (nonsense == nullptr) return settleInput();
     LUM_LOGE("binder: process %d sent nonsense (%s), connection ended", mPeer.pid, nonsense);
     return false;
+}
+
+bool LocalLink::settleInput() {
+    const std::lock_guard<std::mutex> guard(mLock);
+    mPartBytesIn = mReader.capacity();
+    return mBroken || settle();
 }
 
 // This and the functions it calls return null, or what is wrong with what the peer sent.
@@ -521,6 +549,7 @@ const char* LocalLink::admit(const CallFrame& frame, size_t size, BinderRef* tar
     const auto found = mExports.find(frame.handle);
     if (found == mExports.end()) return "a call of an object it does not hold";
     underWay += size;
+    ++mCallsIn;
     *target = refTo(found->second.binder.get());
     return nullptr;
 }
@@ -627,6 +656,8 @@ void LocalLink::end() noexcept {
         mOut.clear();
         mExportIds.clear();
         exports.swap(mExports);
+        mPartBytesIn = 0;
+        mCharge.set(kept());
     }
     PendingCalls::instance().failAll(this, STATUS_DEAD_OBJECT);
     announceDeath();

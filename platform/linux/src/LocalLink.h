@@ -67,7 +67,7 @@ class LocalLink final : public Link,
 
     uid_t peerUid() const { return mPeer.uid; }
     pid_t peerPid() const { return mPeer.pid; }
-    const std::shared_ptr<PeerAccount>& account() const { return mAccount; }
+    const std::shared_ptr<PeerAccount>& account() const { return mCharge.account(); }
 
   private:
     // A local object that the peer holds.
@@ -83,6 +83,10 @@ class LocalLink final : public Link,
 
     // With mLock held.
     bool peerHungUp() const;
+    size_t kept() const;
+    // Puts what is kept for the peer on its account. Returns whether so much may be; logs it if
+    // not.
+    bool settle();
     binder_status_t sendCall(PendingCall* call, uint32_t handle, transaction_code_t code,
                              const AParcel& in, binder_flags_t flags);
     template <typename Append>
@@ -96,6 +100,7 @@ class LocalLink final : public Link,
     const char* importObject(const ObjectEntry& entry, BinderRef* binder);
 
     // On the I/O thread.
+    bool settleInput();
     const char* onFrame(FrameKind kind, const uint8_t* body, size_t size);
     const char* onCall(const uint8_t* body, size_t size);
     const char* onReply(const uint8_t* body, size_t size);
@@ -106,12 +111,12 @@ class LocalLink final : public Link,
 
     const bool mAccepted;
     const ucred mPeer;
-    const std::shared_ptr<PeerAccount> mAccount;
 
     std::mutex mLock;
     // The rest down to mReader is guarded by mLock.
     UniqueFd mSocket;
     bool mBroken = false;  // nothing more can be sent, or the socket is closed
+    Charge mCharge;
     OutBuffer mOut;
     bool mWantsOutput = false;
     // What counts towards the limits on calls under way: of ours at the peer, and of the peer's
@@ -120,7 +125,9 @@ class LocalLink final : public Link,
     size_t mOnewayBytesOut = 0;
     size_t mCallBytesIn = 0;
     size_t mOnewayBytesIn = 0;
-    uint32_t mDoneOwed = 0;  // finished one-way bytes that the peer has not been told of
+    size_t mCallsIn = 0;      // of either kind
+    size_t mPartBytesIn = 0;  // of the frame that is not whole yet
+    uint32_t mDoneOwed = 0;   // finished one-way bytes that the peer has not been told of
     // Maps that give the memory of what is erased back, which hash tables do not.
     std::map<uint32_t, Export> mExports;
     std::map<AIBinder*, uint32_t> mExportIds;

@@ -169,7 +169,7 @@ void ThreadPool::serveOne(std::unique_lock<std::mutex>& guard) {
     std::unique_ptr<Work> work = mQueue.pop();
     --mQueued;
     --mFree;
-    const std::shared_ptr<WorkLane> lane = work->lane();
+    std::shared_ptr<WorkLane> lane = work->lane();
     guard.unlock();
     work->run();
     work.reset();
@@ -178,4 +178,10 @@ void ThreadPool::serveOne(std::unique_lock<std::mutex>& guard) {
     ++mFree;
     mLanes.leave(lane);
     dispatchWaiting(guard);
+    // With the last hold on the account of a process that has gone, memory may be given back, which
+    // takes a while.
+    if (lane.use_count() != 1) return;
+    guard.unlock();
+    lane.reset();
+    guard.lock();
 }
