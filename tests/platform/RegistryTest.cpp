@@ -143,14 +143,20 @@ TEST_F(RegistryTest, LongestNameIsServed) {
     EXPECT_EQ(find(name), mObject);
 }
 
-TEST_F(RegistryTest, FolderTooLongForASocketIsRefused) {
-    const std::string folder = mFolder.path() + "/" + std::string(100, 'x');
-    setenv("LUM_BINDER_DIR", folder.c_str(), 1);
-    LogCapture log;
+TEST_F(RegistryTest, DirectoryTooLongForItsSocketsIsRefused) {
+    const std::string longest =
+        mFolder.path() + "/" + std::string(64 - mFolder.path().size() - 1, 'x');
+    setenv("LUM_BINDER_DIR", longest.c_str(), 1);
+    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+    EXPECT_EQ(find(kName), mObject);
+
+    const LogCapture log;
+    setenv("LUM_BINDER_DIR", (longest + "x").c_str(), 1);
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_ILLEGAL_ARGUMENT);
-    ASSERT_EQ(log.lines().size(), 1U);
-    EXPECT_EQ(log.lines()[0].text.find("binder: a socket's path may have 107 bytes at most, not "),
-              0U);
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{logE(
+                               "binder: the socket directory's path may have 64 bytes at most, not "
+                               "65: " +
+                               longest + "x")});
     EXPECT_EQ(find(kName).get(), nullptr);
 }
 

@@ -98,7 +98,7 @@ class Doctor {
 
   private:
     bool checkFolder() {
-        const SocketFolderCheck folder = checkSocketFolder(ServiceProbe::serviceName());
+        const SocketFolderCheck folder = checkSocketFolder();
         if (folder.trouble.empty()) return check(kFolder, {}, folder.path + " " + kFolder.went);
         return check(kFolder,
                      {Trouble::Kind::kOther, folder.path + ": " + folder.trouble, folder.advice});

@@ -142,10 +142,6 @@ struct ServiceProbe::Parts {
     }
 };
 
-const char* ServiceProbe::serviceName() {
-    return ILumService::descriptor;
-}
-
 ServiceProbe::ServiceProbe(double limit) : mLimit(limit), mParts(std::make_shared<Parts>()) {}
 
 ServiceProbe::~ServiceProbe() = default;

@@ -32,9 +32,6 @@ struct Trouble {
 // step that needs an earlier one is to be taken only when that went well. For one thread.
 class ServiceProbe {
   public:
-    // The name that the service is looked up by.
-    static const char* serviceName();
-
     // limit: seconds for each step.
     explicit ServiceProbe(double limit);
     ~ServiceProbe();

@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -34,12 +33,12 @@ struct Finding {
     const char* advice = "";
 };
 
-Finding lengthFinding(const std::string& path, const std::string& service) {
-    constexpr size_t kMost = sizeof sockaddr_un::sun_path - 1;
-    const size_t length = (path + "/" + service + ".socket").size();
-    if (length <= kMost) return {};
-    return {"a socket's path may have " + std::to_string(kMost) + " bytes at most; with the name " +
-                "of the service's it has " + std::to_string(length),
+// What the binder runtime accepts, so that the paths of its sockets fit an address.
+Finding lengthFinding(const std::string& path) {
+    constexpr size_t kMost = 64;
+    if (path.size() <= kMost) return {};
+    return {"its path has " + std::to_string(path.size()) + " bytes, and may have " +
+                std::to_string(kMost) + " at most",
             kShorter};
 }
 
@@ -78,9 +77,9 @@ Finding findingAt(const std::string& path) {
 
 }  // namespace
 
-SocketFolderCheck checkSocketFolder(const std::string& service) {
+SocketFolderCheck checkSocketFolder() {
     const std::string path = folderPath();
-    Finding finding = lengthFinding(path, service);
+    Finding finding = lengthFinding(path);
     if (finding.trouble.empty()) finding = findingAt(path);
     return {path, finding.trouble, finding.advice};
 }

@@ -12,5 +12,4 @@ struct SocketFolderCheck {
     std::string advice;  // what to do about the trouble
 };
 
-// service: the name that is served there.
-SocketFolderCheck checkSocketFolder(const std::string& service);
+SocketFolderCheck checkSocketFolder();

@@ -25,7 +25,8 @@ namespace {
 NoDestroy<LocalRegistry> gRegistry;
 
 // The name of a socket is three hexadecimal numbers: of the process, of the object in the process,
-// and of the socket in the process. No other socket ever has it.
+// and of the socket in the process. No other socket ever has it. The longest directory leaves it 42
+// bytes: numbers up to 2^36 and 2^32.
 constexpr size_t kProcessDigits = 16;
 
 std::string makeProcessPart() {
@@ -108,7 +109,9 @@ binder_exception_t LocalRegistry::add(LocalBinder& object, const std::string& na
     const SocketDirectory directory;
     std::string socket = makeSocketName(object);
     sockaddr_un address;
-    if (!makeAddress(directory.pathOf(socket), &address)) return EX_ILLEGAL_ARGUMENT;
+    if (!directory.fits() || !makeAddress(directory.pathOf(socket), &address)) {
+        return EX_ILLEGAL_ARGUMENT;
+    }
     if (!directory.make()) return EX_ILLEGAL_STATE;
     if (!directory.isSafe()) return EX_SECURITY;
 
@@ -152,20 +155,21 @@ BinderRef LocalRegistry::findOwn(const std::string& name, const std::string& soc
 
 std::shared_ptr<LocalLink> LocalRegistry::reach(const SocketDirectory& directory,
                                                 const std::string& socket) {
+    // A service that starts again is another object: those of the past would add up.
+    for (auto it = mConnections.begin(); it != mConnections.end();) {
+        const std::shared_ptr<LocalLink> link = it->second.lock();
+        it = link != nullptr && link->isAlive() ? std::next(it) : mConnections.erase(it);
+    }
     const std::string object = objectOf(socket);
     if (const auto known = mConnections.find(object); known != mConnections.end()) {
         std::shared_ptr<LocalLink> link = known->second.lock();
-        if (link != nullptr && link->isAlive()) return link;
+        if (link != nullptr) return link;
     }
     sockaddr_un address;
     if (!makeAddress(directory.pathOf(socket), &address)) return nullptr;
     UniqueFd connected = connectTo(address);
     if (!connected.valid()) return nullptr;
     std::shared_ptr<LocalLink> link = LocalLink::open(std::move(connected), nullptr);
-    // A service that starts again is another object: those of the past would add up.
-    for (auto it = mConnections.begin(); it != mConnections.end();) {
-        it = it->second.expired() ? mConnections.erase(it) : std::next(it);
-    }
     mConnections[object] = link;
     return link;
 }

@@ -52,6 +52,13 @@ bool exchange(const std::string& fresh, const std::string& path) {
 
 SocketDirectory::SocketDirectory() : mPath(directoryPath()) {}
 
+bool SocketDirectory::fits() const {
+    if (mPath.size() <= kLongestPath) return true;
+    LUM_LOGE("binder: the socket directory's path may have %zu bytes at most, not %zu: %s",
+             kLongestPath, mPath.size(), mPath.c_str());
+    return false;
+}
+
 bool SocketDirectory::make() const {
     if (mkdir(mPath.c_str(), S_IRWXU) == 0 || errno == EEXIST) return true;
     LUM_LOGE("binder: cannot make the socket folder %s (%s)", mPath.c_str(), strerror(errno));

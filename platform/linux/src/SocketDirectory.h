@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -14,7 +15,12 @@ class SocketDirectory {
   public:
     SocketDirectory();
 
+    // How many bytes the path may have, so that those of its sockets fit an address.
+    static constexpr size_t kLongestPath = 64;
+
     const std::string& path() const { return mPath; }
+    // Whether the path is short enough. Logs if not.
+    bool fits() const;
     // The path of the socket that the link of a name leads to as `socket`.
     std::string pathOf(const std::string& socket) const { return mPath + "/" + socket; }
 
