@@ -26,7 +26,7 @@ if(LUM_SANITIZE)
   add_compile_options(-fsanitize=${LUM_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${LUM_SANITIZE})
   if(LUM_SANITIZE MATCHES "undefined")
-    # Without vptr: that check opens pipes, and reports nonsense where a test uses up the descriptors.
+    # Without vptr: that check opens pipes, and fails falsely where a test uses up the descriptors.
     add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=vptr)
   endif()
 endif()

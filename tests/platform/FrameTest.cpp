@@ -158,15 +158,15 @@ TEST(FrameTest, ReplyCutAnywhereIsRefused) {
 }
 
 // One word of the sample's call frame changed, and what is said about it.
-struct Nonsense {
+struct Malformed {
     size_t at;  // counted from the start of the body
     uint32_t word;
     const char* said;
 };
 
-class CallNonsenseTest : public testing::TestWithParam<Nonsense> {};
+class MalformedCallTest : public testing::TestWithParam<Malformed> {};
 
-TEST_P(CallNonsenseTest, IsRefused) {
+TEST_P(MalformedCallTest, IsRefused) {
     const Sample sample;
     Bytes frame;
     appendCall(&frame, 1, 2, 3, 0, {1}, sample.payload());
@@ -177,25 +177,25 @@ TEST_P(CallNonsenseTest, IsRefused) {
 
 // The body: id at 0, handle 8, code 12, flags 16, chain length 20, data size 24, objects 28, chain
 // 32, offsets 40 and 44, data 48 with the entries at 52 and 80.
-INSTANTIATE_TEST_SUITE_P(Each, CallNonsenseTest,
-                         testing::Values(Nonsense{0, 0, "a call with a wrong id"},
-                                         Nonsense{16, FLAG_ONEWAY, "a call with a wrong id"},
-                                         Nonsense{20, 0, "a call with a wrong chain"},
-                                         Nonsense{20, 65, "a call with a wrong chain"},
-                                         Nonsense{20, 2, "a call whose sizes do not fit"},
-                                         Nonsense{24, 65, "a call whose sizes do not fit"},
-                                         Nonsense{24, 0x80000000, "a call whose sizes do not fit"},
-                                         Nonsense{24, 0xffffffff, "a call whose sizes do not fit"},
-                                         Nonsense{28, 3, "a call whose sizes do not fit"},
-                                         Nonsense{28, 0x40000002, "a call whose sizes do not fit"},
-                                         Nonsense{32, 2, "a call with a wrong chain"},
-                                         Nonsense{40, 5, "a misaligned object"},
-                                         Nonsense{40, 8, "overlapping objects"},
-                                         Nonsense{44, 28, "overlapping objects"},
-                                         Nonsense{44, 40, "an object outside the data"},
-                                         Nonsense{44, 0xfffffffc, "an object outside the data"},
-                                         Nonsense{52, 0x66642a85, "an object of unknown type"},
-                                         Nonsense{64, 1, "an object with an impossible handle"}));
+INSTANTIATE_TEST_SUITE_P(Each, MalformedCallTest,
+                         testing::Values(Malformed{0, 0, "a call with a wrong id"},
+                                         Malformed{16, FLAG_ONEWAY, "a call with a wrong id"},
+                                         Malformed{20, 0, "a call with a wrong chain"},
+                                         Malformed{20, 65, "a call with a wrong chain"},
+                                         Malformed{20, 2, "a call whose sizes do not fit"},
+                                         Malformed{24, 65, "a call whose sizes do not fit"},
+                                         Malformed{24, 0x80000000, "a call whose sizes do not fit"},
+                                         Malformed{24, 0xffffffff, "a call whose sizes do not fit"},
+                                         Malformed{28, 3, "a call whose sizes do not fit"},
+                                         Malformed{28, 0x40000002, "a call whose sizes do not fit"},
+                                         Malformed{32, 2, "a call with a wrong chain"},
+                                         Malformed{40, 5, "a misaligned object"},
+                                         Malformed{40, 8, "overlapping objects"},
+                                         Malformed{44, 28, "overlapping objects"},
+                                         Malformed{44, 40, "an object outside the data"},
+                                         Malformed{44, 0xfffffffc, "an object outside the data"},
+                                         Malformed{52, 0x66642a85, "an object of unknown type"},
+                                         Malformed{64, 1, "an object with an impossible handle"}));
 
 TEST(FrameTest, MoreThanATransactionMayHoldIsRefused) {
     Bytes data(kMaxTransaction + 4);

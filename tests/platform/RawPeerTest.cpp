@@ -233,10 +233,10 @@ TEST_F(RawPeerTest, MoreOnewayCallsThanAllowedEndTheConnection) {
     const Bytes large = call(0, kNote, 0, Bytes(40000));
     for (int i = 0; i < 14; ++i) ASSERT_TRUE(sendAll(fd, large));
     EXPECT_TRUE(closedByOther(fd));
-    EXPECT_EQ(log.lines(), std::vector<LogLine>{logE(
-                               format("binder: process %d sent nonsense (more calls at once than "
-                                      "allowed), connection ended",
-                                      getpid()))});
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{logE(format(
+                               "binder: process %d sent malformed data (more calls at once than "
+                               "allowed), connection ended",
+                               getpid()))});
     mCalls->letGo.add();
     expectServed(other, 1);
 }
@@ -472,8 +472,9 @@ TEST_P(NonsenseTest, EndsThatConnectionAndNothingElse) {
     LogCapture log;
     ASSERT_TRUE(sendAll(fd, GetParam().bytes));
     EXPECT_TRUE(closedByOther(fd));
-    const LogLine line = logE(format("binder: process %d sent nonsense (%s), connection ended",
-                                     getpid(), GetParam().said));
+    const LogLine line =
+        logE(format("binder: process %d sent malformed data (%s), connection ended", getpid(),
+                    GetParam().said));
     EXPECT_EQ(log.lines(), std::vector<LogLine>{line});
     expectServed(other, 2);
     const UniqueFd next = connectPolitely();
@@ -592,22 +593,23 @@ class RawServiceTest : public RawPeerTest {
 TEST_F(RawServiceTest, AnswerWithoutGreetingEndsTheCall) {
     LogCapture log;
     expectDead(reply(1), false);
-    EXPECT_TRUE(log.has(logE(
-        format("binder: process %d sent nonsense (no greeting), connection ended", getpid()))));
+    EXPECT_TRUE(log.has(logE(format(
+        "binder: process %d sent malformed data (no greeting), connection ended", getpid()))));
 }
 
 TEST_F(RawServiceTest, GarbageEndsTheCall) {
     LogCapture log;
     expectDead(Bytes(64, 0xff), false);
     EXPECT_TRUE(log.has(logE(format(
-        "binder: process %d sent nonsense (a frame too long), connection ended", getpid()))));
+        "binder: process %d sent malformed data (a frame too long), connection ended", getpid()))));
 }
 
 TEST_F(RawServiceTest, ReplyToAnotherCallEndsTheCall) {
     LogCapture log;
     expectDead(joined(hello(), reply(0x7777777777777777)), false);
-    EXPECT_TRUE(log.has(logE(format(
-        "binder: process %d sent nonsense (a reply to no call), connection ended", getpid()))));
+    EXPECT_TRUE(log.has(
+        logE(format("binder: process %d sent malformed data (a reply to no call), connection ended",
+                    getpid()))));
 }
 
 TEST_F(RawServiceTest, HalfAReplyEndsTheCall) {

@@ -108,7 +108,7 @@ void tellUnlinked(const DeathLink& link) noexcept {
 }
 
 // One link at a time, so that a recipient can still take back those that have not been called.
-void Obituary::run() {
+void DeathNotification::run() {
     RemoteBinder& proxy = *mProxy->asRemote();
     proxy.setDead();
     DeathLink link;

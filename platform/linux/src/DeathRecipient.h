@@ -34,7 +34,7 @@ void tellUnlinked(const DeathLink& link) noexcept;
 
 // The work that calls the recipients of a dead proxy, each once, and takes their links back. Made
 // while the proxy lives, so that its death needs no memory.
-class Obituary final : public Work {
+class DeathNotification final : public Work {
   public:
     // To be called once, before it runs.
     void setProxy(BinderRef proxy) noexcept { mProxy = std::move(proxy); }

@@ -13,10 +13,9 @@
 //   - carries transactions: out by transact(); in by handing LocalBinder::transact() to the thread
 //     pool, or to a thread that waits in the chain of calls, under a CallScope;
 //   - carries references: makes one RemoteBinder per object and peer for what it receives, and
-//   keeps
-//     a strong reference to each local object that a peer holds;
-//   - registers for deaths as the kernel's driver does, once for an object: posts an obituary
-//     (DeathRecipient.h) for the proxy of each registered object whose process dies.
+//     keeps a strong reference to each local object that a peer holds;
+//   - registers for deaths as the kernel's driver does, once for an object: posts a death
+//     notification (DeathRecipient.h) for the proxy of each registered object whose process dies.
 // A proxy holds its link. Every function may be called on any thread, with no lock of the link's
 // caller held that an incoming call could want.
 class Link {

@@ -271,7 +271,7 @@ binder_status_t LocalLink::watchDeath(RemoteBinder& proxy) {
     const std::lock_guard<std::mutex> guard(mLock);
     if (mBroken || peerHungUp()) return STATUS_DEAD_OBJECT;
     if (mRegistrations.count(proxy.handle()) == 0) {
-        mRegistrations.emplace(proxy.handle(), std::make_unique<Obituary>());
+        mRegistrations.emplace(proxy.handle(), std::make_unique<DeathNotification>());
     }
     proxy.lateUnwatch = std::move(lateUnwatch);
     return STATUS_OK;
@@ -480,13 +480,13 @@ bool LocalLink::receive() {
             LUM_LOGE("binder: process %d left in the middle of a frame", mPeer.pid);
         return false;
     }
-    const char* const nonsense =
+    const char* const fault =
         mReader.feed(chunk.data(), static_cast<size_t>(received),
                      [this](FrameKind kind, const uint8_t* body, size_t size) {
                          return onFrame(kind, body, size);
                      });
-    if (nonsense == nullptr) return settleInput();
-    LUM_LOGE("binder: process %d sent nonsense (%s), connection ended", mPeer.pid, nonsense);
+    if (fault == nullptr) return settleInput();
+    LUM_LOGE("binder: process %d sent malformed data (%s), connection ended", mPeer.pid, fault);
     return false;
 }
 
@@ -515,15 +515,15 @@ const char* LocalLink::onFrame(FrameKind kind, const uint8_t* body, size_t size)
 
 const char* LocalLink::onCall(const uint8_t* body, size_t size) {
     CallFrame frame;
-    const char* nonsense = parseCall(body, size, &frame);
-    if (nonsense != nullptr) return nonsense;
+    const char* fault = parseCall(body, size, &frame);
+    if (fault != nullptr) return fault;
     const size_t frameSize = kFrameHeader + size;
     BinderRef target;
-    nonsense = admit(frame, frameSize, &target);
-    if (nonsense != nullptr) return nonsense;
+    fault = admit(frame, frameSize, &target);
+    if (fault != nullptr) return fault;
     std::unique_ptr<AParcel> in;
-    nonsense = importParcel(frame.payload, &in);
-    if (nonsense != nullptr) return nonsense;
+    fault = importParcel(frame.payload, &in);
+    if (fault != nullptr) return fault;
 
     auto call = std::make_unique<IncomingCall>(shared_from_this(), std::move(frame), frameSize,
                                                std::move(target), std::move(in));
@@ -562,18 +562,18 @@ const char* LocalLink::importParcel(const Payload& payload, std::unique_ptr<APar
     }
     std::vector<AParcel::Object> objects;
     objects.reserve(payload.offsets.size());
-    const char* nonsense = nullptr;
+    const char* fault = nullptr;
     {
         const std::lock_guard<std::mutex> guard(mLock);
-        for (size_t i = 0; i < payload.offsets.size() && nonsense == nullptr; ++i) {
+        for (size_t i = 0; i < payload.offsets.size() && fault == nullptr; ++i) {
             BinderRef binder;
-            nonsense = importObject(payload.object(i), &binder);
+            fault = importObject(payload.object(i), &binder);
             if (binder != nullptr) objects.push_back({payload.offsets[i], std::move(binder)});
         }
     }
     *parcel = std::make_unique<AParcel>(std::move(bytes), std::move(objects));
-    if (nonsense != nullptr) discard(std::move(*parcel));
-    return nonsense;
+    if (fault != nullptr) discard(std::move(*parcel));
+    return fault;
 }
 
 const char* LocalLink::importObject(const ObjectEntry& entry, BinderRef* binder) {
@@ -606,11 +606,11 @@ BinderRef LocalLink::proxyFor(uint32_t handle) {
 
 const char* LocalLink::onReply(const uint8_t* body, size_t size) {
     ReplyFrame frame;
-    const char* nonsense = parseReply(body, size, &frame);
-    if (nonsense != nullptr) return nonsense;
+    const char* fault = parseReply(body, size, &frame);
+    if (fault != nullptr) return fault;
     std::unique_ptr<AParcel> reply;
-    nonsense = importParcel(frame.payload, &reply);
-    if (nonsense != nullptr) return nonsense;
+    fault = importParcel(frame.payload, &reply);
+    if (fault != nullptr) return fault;
     const binder_status_t status = knownStatus(frame.status);
     if (PendingCalls::instance().finish(this, frame.id, status, &reply)) return nullptr;
     discard(std::move(reply));
@@ -620,8 +620,8 @@ const char* LocalLink::onReply(const uint8_t* body, size_t size) {
 const char* LocalLink::onRelease(const uint8_t* body, size_t size) {
     uint32_t handle = 0;
     uint64_t count = 0;
-    const char* const nonsense = parseRelease(body, size, &handle, &count);
-    if (nonsense != nullptr) return nonsense;
+    const char* const fault = parseRelease(body, size, &handle, &count);
+    if (fault != nullptr) return fault;
     BinderRef last;
     {
         const std::lock_guard<std::mutex> guard(mLock);
@@ -637,8 +637,8 @@ const char* LocalLink::onRelease(const uint8_t* body, size_t size) {
 
 const char* LocalLink::onDone(const uint8_t* body, size_t size) {
     uint32_t bytes = 0;
-    const char* const nonsense = parseDone(body, size, &bytes);
-    if (nonsense != nullptr) return nonsense;
+    const char* const fault = parseDone(body, size, &bytes);
+    if (fault != nullptr) return fault;
     const std::lock_guard<std::mutex> guard(mLock);
     if (bytes > mOnewayBytesOut) return "an acknowledgement of calls never made";
     mOnewayBytesOut -= bytes;
@@ -672,7 +672,7 @@ void LocalLink::end() noexcept {
 
 void LocalLink::announceDeath() noexcept {
     for (;;) {
-        std::unique_ptr<Obituary> obituary;
+        std::unique_ptr<DeathNotification> notification;
         {
             const std::lock_guard<std::mutex> guard(mLock);
             if (mRegistrations.empty()) return;
@@ -680,11 +680,11 @@ void LocalLink::announceDeath() noexcept {
             const auto proxy = mProxies.find(first->first);
             // One without references has no use for the news.
             if (proxy != mProxies.end() && proxy->second->attemptIncStrong()) {
-                obituary = std::move(first->second);
-                obituary->setProxy(BinderRef(proxy->second));
+                notification = std::move(first->second);
+                notification->setProxy(BinderRef(proxy->second));
             }
             mRegistrations.erase(first);
         }
-        if (obituary != nullptr) ThreadPool::instance().post(std::move(obituary));
+        if (notification != nullptr) ThreadPool::instance().post(std::move(notification));
     }
 }

@@ -136,7 +136,7 @@ class LocalLink final : public Link,
     std::map<uint32_t, RemoteBinder*> mProxies;
     // By object, and not by proxy: a registration can outlive the proxy that made it, and is then
     // in the way of the next one's.
-    std::map<uint32_t, std::unique_ptr<Obituary>> mRegistrations;
+    std::map<uint32_t, std::unique_ptr<DeathNotification>> mRegistrations;
 
     // Used by the I/O thread alone.
     FrameReader mReader;
