@@ -165,13 +165,14 @@ void Session::startAsking() {
     mAskEnd = waitEnd();
 }
 
-void Session::askIfDue() {
+bool Session::askIfDue() {
     const Time now = std::chrono::steady_clock::now();
-    if (!mAskAt || now < *mAskAt) return;
+    if (!mAskAt || now < *mAskAt) return false;
     mAskAt.reset();
-    if (!mHasClient || (mAskEnd && now >= *mAskEnd)) return;
+    if (!mHasClient || (mAskEnd && now >= *mAskEnd)) return false;
     mAskAt = inSeconds(kAskAgainSeconds);  // first: the service may be up when the call returns
     create(false);
+    return true;
 }
 
 long long Session::retryWhileFresh(unsigned int id, const std::function<long long()>& body) {
@@ -254,13 +255,13 @@ bool Session::waitUntil(std::optional<Time> end, const std::function<bool()>& do
         drain();
         if (done()) return true;
         if (end && std::chrono::steady_clock::now() >= *end) return false;
-        askIfDue();
+        if (askIfDue()) continue;
         mWaiter.wait(firstOf({end, mVerdict, mAskAt}));
     }
 }
 
 bool Session::inputReady(int fd, int other) {
-    askIfDue();
+    if (askIfDue()) return false;
     const Waiter::Woken woken = mWaiter.wait(mAskAt, fd, other);
     drain();
     return woken == Waiter::Woken::kInput;

@@ -132,7 +132,9 @@ class Session {
     std::optional<Time> waitEnd() const;
     // The service is not up: asks for it while something is waited for, if the settings say so.
     void startAsking();
-    void askIfDue();
+    // Returns whether it has asked, and so may have printed what came of it: nobody need wait for
+    // that any more.
+    bool askIfDue();
     bool takeEvent(const std::string& name, const Test& test);
     bool takeAnswer(const std::string& name, const Test& test);
     void note(const Event& event);
