@@ -13,6 +13,8 @@
 #include <thread>
 #include <utility>
 
+#include "utils/SignalMask.h"
+
 namespace {
 
 bool isIgnored(int signal) {
@@ -81,12 +83,10 @@ Waiter::Woken Waiter::wait(std::optional<Time> end, int input, int other) const 
 std::optional<long long> Waiter::withLimit(double seconds, long long (*body)()) {
     std::packaged_task<long long()> task(body);
     std::future<long long> result = task.get_future();
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread(std::move(task)).detach();  // inherits the mask: signals are this thread's
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    {
+        const SignalMask mask;  // signals are this thread's
+        std::thread(std::move(task)).detach();
+    }
     const sigset_t signals = endSignals();
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     const bool returned = result.wait_until(inSeconds(seconds)) == std::future_status::ready;

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include "tests/support/Fault.h"
+#include "tools/sdfctl/Waiter.h"
+
+namespace {
+
+TEST(WaiterTest, FaultInACallWithALimitReachesTheProcesssHandler) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            exitAtFault();
+            (void)Waiter::withLimit(60, []() -> long long {
+                causeFault();
+                return 0;
+            });
+        },
+        testing::ExitedWithCode(kFaultExit), "");
+}
+
+}  // namespace
