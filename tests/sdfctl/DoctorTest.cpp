@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -194,8 +195,13 @@ TEST_F(DoctorTest, FolderWhoseNameIsTooLong) {
 
 TEST_F(DoctorTest, NameServedByAnotherInterface) {
     const OddService service({"other"});
-    expectFailure("service", 11, "what has the service's name is of another interface",
-                  "        Another program has taken the service's name: end it, ");
+    expectFailure(
+        "service", 11, "what has the service's name is of another interface",
+        "        Another program has taken the service's name: end it, and start the service. "
+        "On Linux the name is a link in the directory above, "
+        "vendor.orn.data.lumservice.ILumService.service, to that program's socket ");
+    EXPECT_TRUE(std::filesystem::is_socket(mFolder.path() +
+                                           "/vendor.orn.data.lumservice.ILumService.service"));
 }
 
 TEST_F(DoctorTest, ServiceThatFailsEveryCall) {

@@ -100,9 +100,9 @@ std::vector<uint8_t> enableMessage(bool enable) {
 }
 
 constexpr char kOtherInterfaceAdvice[] =
-    "Another program has taken the service's name: end it, and start the service. On Linux it "
-    "holds vendor.orn.data.lumservice.ILumService.lock open in the directory above (fuser names "
-    "it).";
+    "Another program has taken the service's name: end it, and start the service. On Linux the name "
+    "is a link in the directory above, vendor.orn.data.lumservice.ILumService.service, to that "
+    "program's socket (fuser with the link names the program).";
 
 Trouble troubleOf(const ndk::ScopedAStatus& status) {
     if (status.isOk()) return {};
