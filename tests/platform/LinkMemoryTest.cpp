@@ -8,9 +8,11 @@
 
 #include <array>
 #include <memory>
+#include <new>
 #include <thread>
 
 #include "platform/linux/src/LocalLink.h"
+#include "platform/linux/src/PeerAccount.h"
 #include "tests/support/AllocationLimit.h"
 #include "tests/support/Eventually.h"
 #include "tests/utils/SystemCalls.h"
@@ -36,6 +38,19 @@ TEST(NoMemory, DeathIsToldAllTheSame) {
     }
     EXPECT_TRUE(died.waitFor(1));
     EXPECT_FALSE(AIBinder_isAlive(root.get()));
+}
+
+TEST(NoMemory, AccountOfAPeerIsRefused) {
+    constexpr pid_t kNobody = -1;
+    long count = 0;
+    for (std::shared_ptr<PeerAccount> account; account == nullptr; ++count) {
+        try {
+            const AllocationLimit some(count);
+            account = PeerAccount::of(kNobody, 0);
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    EXPECT_GT(count, 2);  // the account, and what shares it
 }
 
 TEST(NoMemory, ProxyEndsAndItsRegistrationWithTheThread) {

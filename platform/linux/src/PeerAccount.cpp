@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <utility>
 
 #include "platform/linux/src/FairShare.h"
 #include "utils/NoDestroy.h"
@@ -23,11 +24,14 @@ NoDestroy<Accounts> gAccounts;
 
 std::shared_ptr<PeerAccount> PeerAccount::of(pid_t pid, uid_t uid) {
     Accounts& accounts = gAccounts.value;
+    // Before the lock, which its end takes: it ends here when there is no memory to share it.
+    std::unique_ptr<PeerAccount> made;
     const std::lock_guard<std::mutex> guard(accounts.lock);
     std::weak_ptr<PeerAccount>& known = accounts.processes[{uid, pid}];
     std::shared_ptr<PeerAccount> account = known.lock();
     if (account == nullptr) {
-        account.reset(new PeerAccount(pid, uid, accounts.users[uid]));
+        made.reset(new PeerAccount(pid, uid, accounts.users[uid]));
+        account = std::move(made);
         known = account;
     }
     return account;
