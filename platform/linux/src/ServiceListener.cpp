@@ -72,9 +72,15 @@ void ServiceListener::retire() noexcept {
 }
 
 bool ServiceListener::acceptOne() noexcept {
-    UniqueFd client(accept4(mSocket.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if (!client.valid()) return false;
-    BinderRef root = object();
+    UniqueFd client;
+    BinderRef root;
+    {
+        // In one step: retire() on another thread takes the object from no client that it lets in.
+        const std::lock_guard<std::mutex> guard(mLock);
+        client.reset(accept4(mSocket.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        if (!client.valid()) return false;
+        if (mObject != nullptr) root = refTo(mObject.get());
+    }
     withoutThrowing(
         [&] {
             return root != nullptr &&
@@ -86,7 +92,8 @@ bool ServiceListener::acceptOne() noexcept {
 
 void ServiceListener::onReady(uint32_t) {
     if (acceptOne()) return;
-    if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
+    // EINVAL: retired meanwhile.
+    if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED || errno == EINVAL) return;
     LUM_LOGE("binder: cannot accept a client of %s (%s)", mName.c_str(), strerror(errno));
     // Left in the queue, the client would wait, and keep this socket ready forever.
     if (!refuseOne()) IoThread::instance().pause(mSocket.get(), this);
