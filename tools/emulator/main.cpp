@@ -86,8 +86,7 @@ bool canTellReady(int readyFd) {
 }
 
 // The descriptor is the starter's way to wait; whether it still waits does not matter here. Returns
-// false, and leaves the descriptor, when the line cannot be printed: who waits for it would wait in
-// vain.
+// false, and leaves the descriptor, when the line cannot be printed: some wait for that line.
 bool tellReady(MessageLog& log, int readyFd) {
     const std::string line =
         std::string("ready: ") + Service::descriptor + " pid=" + std::to_string(getpid());

@@ -28,8 +28,8 @@ bool isContinuation(char byte) {
 
 std::string withoutMiddle(const std::string& text) {
     constexpr size_t kMost = 1000;
-    constexpr size_t kKept =
-        400;  // at each end: what is wrong stands there, and what would be right
+    // At each end: what is wrong stands there, and what would be right.
+    constexpr size_t kKept = 400;
     if (text.size() <= kMost) return text;
     size_t begin = kKept;
     size_t end = text.size() - kKept;

@@ -43,8 +43,8 @@ class Link {
     // object then has. Neither is kept alive. A registration that an earlier proxy has left behind
     // stands in the way: this one is then refused, and nobody hears of that.
     // proxy: not registered by itself yet.
-    // Returns STATUS_OK, also when refused, or STATUS_DEAD_OBJECT if it is too late. May throw
-    // std::bad_alloc.
+    // Returns STATUS_OK, also when refused, or STATUS_DEAD_OBJECT if it is too late.
+    // May throw std::bad_alloc.
     virtual binder_status_t watchDeath(RemoteBinder& proxy) = 0;
     // Ends the registration for the object of a proxy, at once.
     virtual void unwatchDeath(RemoteBinder& proxy) noexcept = 0;

@@ -83,8 +83,7 @@ ucred readPeer(int socket) {
     return {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
 }
 
-// The lane for a call. One-way calls need none: of those to one object one is carried out at a
-// time.
+// The lane for a call. One-way calls need none: those to one object are carried out one by one.
 std::shared_ptr<WorkLane> laneFor(const CallFrame& frame, const LocalLink& link) {
     if (frame.oneway()) return nullptr;
     return {link.account(), &link.account()->lane()};

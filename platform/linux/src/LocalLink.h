@@ -84,8 +84,7 @@ class LocalLink final : public Link,
     // With mLock held.
     bool peerHungUp() const;
     size_t kept() const;
-    // Puts what is kept for the peer on its account. Returns whether so much may be; logs it if
-    // not.
+    // Puts what is kept for the peer on its account. Returns whether it may be, and logs if not.
     bool settle();
     binder_status_t sendCall(PendingCall* call, uint32_t handle, transaction_code_t code,
                              const AParcel& in, binder_flags_t flags);

@@ -24,8 +24,8 @@ class PeerAccount {
     // to the system. Of many small blocks that were freed, malloc() would keep nearly all.
     static constexpr size_t kWorthReturning = size_t{8} << 20U;
 
-    // The account of a process, the same for as long as somebody holds it. May throw
-    // std::bad_alloc.
+    // The account of a process, the same for as long as somebody holds it.
+    // May throw std::bad_alloc.
     static std::shared_ptr<PeerAccount> of(pid_t pid, uid_t uid);
 
     ~PeerAccount();

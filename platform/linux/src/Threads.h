@@ -7,6 +7,5 @@
 int startDetachedThread(void* (*body)(void*), void* argument);
 
 // Gives this thread the next of the names that the platform gives its binder threads: "binder:",
-// the process, "_" and a hexadecimal number that counts up. The system keeps the first 15
-// characters.
+// the process, "_" and a hexadecimal number that counts up. The system keeps 15 characters.
 void nameBinderThread();

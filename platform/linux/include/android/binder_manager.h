@@ -15,9 +15,8 @@ extern "C" {
 // Makes a local object known under a name, for as long as this process lives. The registry keeps a
 // reference. A name that is served already, here or by another process, gets the new object; those
 // who hold the old one keep it.
-// binder: not null, local; instance: the name, not null: 1 to 127 letters, digits, and characters
-// of
-// "._-/", then a zero.
+// binder: not null, local; instance: the name, not null: 1 to 127 characters (letters, digits, and
+// those of "._-/"), then a zero.
 // Returns EX_NONE, or why it could not be done, which is logged too: EX_ILLEGAL_ARGUMENT for
 // arguments that are not as said, or a directory whose path is too long for a socket's; EX_SECURITY
 // if the socket directory is not this user's alone; EX_ILLEGAL_STATE if the system lacks what it
