@@ -56,7 +56,8 @@ set(LUM_TOOL_OPTIONS -O1 CACHE STRING "The same for those of the tools that take
 
 # lum_warnings: for our own sources; generated ones are built without it.
 add_library(lum_warnings INTERFACE)
-target_compile_options(lum_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror)
+target_compile_options(lum_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror
+  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>)
 
 # lum_sections: for what liblum_sdf_sdk.so is made of. Each function and variable has a section of its
 # own, so that the linker can drop those that nobody needs.
