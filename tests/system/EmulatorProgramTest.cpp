@@ -57,6 +57,9 @@ TEST_F(EmulatorProgramTest, SaysWhenItIsReadyAndEndsInOrderWhenAsked) {
     for (const int signal : {SIGTERM, SIGINT}) {
         ChildProcess emulator({mProgram});
         ASSERT_TRUE(emulator.waitForLine(readyLine(emulator.pid())));
+        // As process lists show it, cut to 15 characters.
+        EXPECT_EQ(linesOf("/proc/" + std::to_string(emulator.pid()) + "/comm"),
+                  Lines{"lum_sdf_emulato"});
         EXPECT_NE(findService(), nullptr);
         emulator.signal(signal);
         EXPECT_EQ(emulator.wait(), 0);

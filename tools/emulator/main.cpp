@@ -18,6 +18,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <thread>
 
 #include "tools/emulator/ClientTable.h"
 #include "tools/emulator/CommandLine.h"
@@ -177,7 +178,9 @@ int serve(const Options& options) {
     const auto service = ndk::SharedRefBase::make<Service>(
         DataService::Config{options.policy, options.rules, dieAtOnce}, clients, log);
     if (!registerService(service)) return 1;
-    ABinderProcess_startThreadPool();
+    // On a thread that ends, since it gets another name: the process keeps its own in process
+    // lists.
+    std::thread(ABinderProcess_startThreadPool).join();
     if (tellReady(*log, options.readyFd)) {
         waitForEnd(signals, options.untilEof, *log, clients, *service);
     }
