@@ -30,9 +30,11 @@ NoDestroy<Lifecycle> gLifecycle;
 
 using LifecycleLock = std::lock_guard<std::recursive_mutex>;
 
-SdfProto::ServiceMsg enableMessage(bool enable) {
-    return sdf::makeMessage(SdfProto::ENABLE, &SdfProto::ServiceData::set_allocated_enable_msg,
-                            [enable](auto& body) { body.set_enable(enable); });
+// The request to serve this client, or its last one, to serve it no longer.
+std::shared_ptr<SdkClientEvent> enableEvent(bool enable) {
+    sdf::Message message(SdfProto::ENABLE);
+    message.data().mutable_enable_msg()->set_enable(enable);
+    return message.event(!enable);
 }
 
 // This thread is telling the application that there is no transport, or not even a client.
@@ -65,7 +67,7 @@ void tellNoTransport(const Report& report) {
 // transport can be had. When it throws, all is as before.
 template <typename Callback>
 bool takeUp(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot, Callback cb) {
-    std::shared_ptr<SdkClientEvent> event = sdf::makeEvent(enableMessage(true));
+    std::shared_ptr<SdkClientEvent> event = enableEvent(true);
     SdkClientBase::Listener listener = [client](SdkClientBase::SdkStatus status,
                                                 const std::vector<uint8_t>& bytes) {
         client->blobListener(status, bytes);
@@ -128,7 +130,7 @@ Leave postDisable(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot) {
     if (!client || client.get() == gLifecycle.value.leaving) return Leave::kNothing;
     const std::shared_ptr<SdkClientBase> transport = client->transport();
     if (!transport) return Leave::kNoTransport;
-    std::shared_ptr<SdkClientEvent> event = sdf::makeEvent(enableMessage(false), true);
+    std::shared_ptr<SdkClientEvent> event = enableEvent(false);
     const Callback before = client->replaceSlot<Callback>(slot, nullptr);
     try {
         transport->postEvent(std::move(event));

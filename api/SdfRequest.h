@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <google/protobuf/arena.h>
 #include <lum_sdf_sdk.h>
 
+#include <array>
 #include <map>
 #include <memory>
 
@@ -14,8 +16,8 @@
 // What the exported functions share.
 namespace sdf {
 
-// The result of body(), or `failed` when it throws: no exception leaves an exported function. What
-// can throw is the lack of memory; whoever makes a change before that undoes it.
+// Returns body(), or `failed` when it throws: no exception leaves an exported function. What can
+// throw is the lack of memory.
 template <typename Body>
 long long withoutExceptions(long long failed, const Body& body) noexcept {
     try {
@@ -25,8 +27,8 @@ long long withoutExceptions(long long failed, const Body& body) noexcept {
     }
 }
 
-// The frame of every request function: body(client, transport) when there are both, otherwise the
-// code for an invalid operation.
+// The frame of a request: returns body(client, transport), or the code for an invalid operation
+// when there is no client or it has no transport.
 template <typename Body>
 long long request(const Body& body) noexcept {
     return withoutExceptions(SDF_V2_INTERNAL_ERROR, [&body]() -> long long {
@@ -37,65 +39,54 @@ long long request(const Body& body) noexcept {
     });
 }
 
-// A message of this kind without a body.
-SdfProto::ServiceMsg makeMessage(SdfProto::ServiceEventId event);
+// A message to the service. It lies on an arena, where nothing is destroyed one by one: when memory
+// runs out inside a setter, what it leaves behind could not be.
+class Message {
+  public:
+    explicit Message(SdfProto::ServiceEventId event);
+    Message(const Message&) = delete;
+    Message& operator=(const Message&) = delete;
 
-// A message of this kind with its body, which `setAllocated`, one of ServiceData's set_allocated
-// functions, puts in its place and fill(body) fills. The mutable accessors of a oneof are not for
-// us: when memory runs out inside one, it leaves a message that cannot be destroyed.
-template <typename Body, typename Fill>
-SdfProto::ServiceMsg makeMessage(SdfProto::ServiceEventId event,
-                                 void (SdfProto::ServiceData::*setAllocated)(Body*),
-                                 const Fill& fill) {
-    SdfProto::ServiceMsg message = makeMessage(event);
-    auto body = std::make_unique<Body>();
-    fill(*body);
-    SdfProto::ServiceData& data = *message.mutable_data();
-    (data.*setAllocated)(body.release());
-    return message;
-}
+    void setId(unsigned int id) { mMessage.set_unique_id(id); }
+    // For the body. Messages without one do not call this.
+    SdfProto::ServiceData& data() { return *mMessage.mutable_data(); }
 
-// The message, encoded, as an event for the transport's queue. `release`: the client's last one.
-std::shared_ptr<SdkClientEvent> makeEvent(const SdfProto::ServiceMsg& message,
-                                          bool release = false);
+    // The encoded message, as an event for the transport's queue. release: the client's last one.
+    std::shared_ptr<SdkClientEvent> event(bool release = false) const;
 
-// Posts the message under a new id, by which its reply finds `cb`, and returns the id. When it
-// throws, nothing has been posted or recorded.
-// `callbacks`: &Sdf::mLatencyCbs or &Sdf::mFilterCbs.
+  private:
+    // Enough for every message but one with unusually long texts.
+    alignas(8) std::array<char, 1024> mSpace;
+    google::protobuf::Arena mArena;
+    SdfProto::ServiceMsg& mMessage;
+};
+
+// A request on record: a new id, under which its reply finds the callback. Goes off the record
+// again unless keep() is called.
 template <typename Callback>
-unsigned int postRecorded(Sdf& client, SdkClientBase& transport,
-                          std::map<unsigned int, Callback> Sdf::*callbacks, Callback cb,
-                          SdfProto::ServiceMsg message) {
-    const unsigned int id = client.recordRequest(callbacks, cb);
-    try {
-        message.set_unique_id(id);
-        transport.postEvent(makeEvent(message));
-    } catch (...) {
-        client.forgetRequest(callbacks, id);
-        throw;
+class Recorded {
+  public:
+    // callbacks: &Sdf::mLatencyCbs or &Sdf::mFilterCbs.
+    Recorded(Sdf& client, std::map<unsigned int, Callback> Sdf::*callbacks, Callback cb)
+        : mClient(client), mCallbacks(callbacks), mId(client.recordRequest(callbacks, cb)) {}
+    ~Recorded() {
+        if (!mKept) mClient.forgetRequest(mCallbacks, mId);
     }
-    return id;
-}
+    Recorded(const Recorded&) = delete;
+    Recorded& operator=(const Recorded&) = delete;
 
-// A request that keeps a callback: puts `cb` into its slot, where it stays whatever becomes of the
-// rest, and goes on with proceed(transport).
-template <typename Callback, typename Proceed>
-long long keepCallback(Callback Sdf::*slot, Callback cb, const Proceed& proceed) noexcept {
-    return request([&](Sdf& client, SdkClientBase& transport) -> long long {
-        if (cb == nullptr) return SDF_V2_INVALID_ARG;
-        if (!client.mServiceUp) return SDF_V2_SERVICE_DOWN;
-        client.replaceSlot(slot, cb);
-        proceed(transport);
-        return SDF_V2_SUCCESS;
-    });
-}
+    unsigned int id() const { return mId; }
+    // Returns the id.
+    unsigned int keep() {
+        mKept = true;
+        return mId;
+    }
 
-// The same, going on with a message; the last arguments are makeMessage()'s.
-template <typename Callback, typename... Message>
-long long registration(Callback Sdf::*slot, Callback cb, const Message&... message) noexcept {
-    return keepCallback(slot, cb, [&](SdkClientBase& transport) {
-        transport.postEvent(makeEvent(makeMessage(message...)));
-    });
-}
+  private:
+    Sdf& mClient;
+    std::map<unsigned int, Callback> Sdf::*const mCallbacks;
+    const unsigned int mId;
+    bool mKept = false;
+};
 
 }  // namespace sdf
