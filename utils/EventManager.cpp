@@ -5,13 +5,11 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <utility>
 
 #include "utils/Log.h"
 
@@ -45,12 +43,6 @@ ssize_t addOne(int eventFd) {
     return write(eventFd, &one, sizeof one);
 }
 
-EventManagerUpdates::node_type makeRemoval(int fd) {
-    EventManagerUpdates made;
-    made.emplace(fd, std::make_shared<EventManagerUpdate>());
-    return made.extract(fd);
-}
-
 std::string flagNames(uint32_t events) {
     std::string names;
     if ((events & EPOLLOUT) != 0) names += "EPOLLOUT ";
@@ -82,9 +74,9 @@ EventManager::EventManager() {
 
 EventManager::~EventManager() {
     LUM_LOGD("EventManager: dtor");
-    while (hasRemovals()) {
+    while (!mRemovals.empty()) {
         try {
-            carryOutLast();
+            carryOutOnce();
         } catch (...) {
             LUM_LOGE("EventManager: dtor, a removal ended with an exception");
         }
@@ -118,11 +110,12 @@ bool EventManager::addEventHandler(int fd, void (*eventCallback)(int, void*), vo
         LUM_LOGW("fd=%d is already in handlers", fd);
         return false;
     }
-    // All that needs memory comes before epoll knows the descriptor.
+    // All that needs memory comes before epoll knows the descriptor, its removal included.
     std::map<int, HandlerObject> handler;
-    handler.emplace(fd, HandlerObject{eventCallback, closeCallback, data, eventCallback == nullptr,
-                                      makeRemoval(fd)});
+    handler.emplace(fd,
+                    HandlerObject{eventCallback, closeCallback, data, eventCallback == nullptr});
     std::set<int> approved{fd};
+    mRemovals.reserve(mRemovals.size() + mHandlers.size() + 1);
     epoll_event watched{};
     watched.events = static_cast<uint32_t>(events);
     watched.data.fd = fd;
@@ -131,21 +124,12 @@ bool EventManager::addEventHandler(int fd, void (*eventCallback)(int, void*), vo
         return false;
     }
     LUM_LOGD("Added event handler %d", fd);
-    dropReusedNumber(fd);
+    // A descriptor that waits for its removal is still in epoll, which refuses it. One that epoll
+    // has just accepted is another with the same number.
+    mRemovals.disown(fd);
     mHandlers.merge(handler);
     mApprovedFds.merge(approved);
     return true;
-}
-
-// A descriptor that waits for its removal is still in epoll, which refuses it. So one that epoll
-// has just accepted is another with the same number, and the removal must not take that out or
-// close it.
-void EventManager::dropReusedNumber(int fd) {
-    EventManagerUpdates::node_type pending = mUpdates.extract(fd);
-    if (pending.empty()) return;
-    if (pending.mapped()->mCloseFd && pending.mapped()->mDone != nullptr) {
-        mSuperseded.insert(std::move(pending));
-    }
 }
 
 void EventManager::removeEventHandler(int fd, bool closeFd, void (*done)(void*), void* doneData) {
@@ -155,11 +139,10 @@ void EventManager::removeEventHandler(int fd, bool closeFd, void (*done)(void*),
     if (found == mHandlers.end()) return;
     const auto closeCallback = found->second.mCloseCallback;
     void* const data = found->second.mData;
-    EventManagerUpdates::node_type removal = std::move(found->second.mRemoval);
     const size_t erased = mHandlers.erase(fd);
     if (erased != 1) LUM_LOGE("handlers.erase for fd %d returned %zu!", fd, erased);
     mApprovedFds.erase(fd);
-    queueRemoval(std::move(removal), closeFd, done, doneData);
+    mRemovals.add({fd, closeFd, done, doneData});
     if (signalRemoval(fd)) return;
     guard.unlock();
     if (closeCallback != nullptr) closeCallback(fd, data);
@@ -170,20 +153,9 @@ void EventManager::immediatelyRemoveEventHandler(int fd) {
     LUM_LOGD("immediatelyRemoveEventHandler(int fd: %d) EX", fd);
     mApprovedFds.erase(fd);
     // A removal already asked for may carry a done function, or leave the descriptor open.
-    if (mUpdates.count(fd) == 0) {
-        const auto found = mHandlers.find(fd);
-        queueRemoval(found == mHandlers.end() ? makeRemoval(fd) : std::move(found->second.mRemoval),
-                     true, nullptr, nullptr);
-    }
+    if (!mRemovals.concerns(fd)) mRemovals.add({fd, true, nullptr, nullptr});
     signalRemoval(fd);
     mHandlers.erase(fd);
-}
-
-// No removal is pending for a number that has a handler: adding the handler took it out.
-void EventManager::queueRemoval(EventManagerUpdates::node_type removal, bool closeFd,
-                                void (*done)(void*), void* doneData) {
-    *removal.mapped() = {removal.key(), closeFd, done, doneData};
-    mUpdates.insert(std::move(removal));
 }
 
 bool EventManager::signalRemoval(int fd) {
@@ -196,15 +168,14 @@ bool EventManager::signalRemoval(int fd) {
 
 void EventManager::processEvents(LumTimer* timer) {
     const int timeout = timer == nullptr ? -1 : timer->timeUntilNextEvent();
-    const int ready = epoll_wait(mEpollFd, mEvents, kMaxEvents, timeout);
+    // Not a member: a callback may run a pass of its own.
+    std::array<epoll_event, kMaxEvents> events;
+    const int ready = epoll_wait(mEpollFd, events.data(), kMaxEvents, timeout);
     if (ready == -1) {
         LUM_LOGE("epoll_wait error");
         return;
     }
     const CallInProgress inProgress(mInProgress);
-    // A callback may run a pass of its own, which fills mEvents anew.
-    std::array<epoll_event, kMaxEvents> events{};
-    std::copy_n(mEvents, ready, events.begin());
     if (timer != nullptr) timer->processEvents();
     bool removalsPending = false;
     for (int i = 0; i < ready; ++i) {
@@ -312,10 +283,6 @@ void EventManager::processRemove(int /*fd*/, void* data) {
     if (data != nullptr) static_cast<EventManager*>(data)->carryOutRemovals();
 }
 
-bool EventManager::hasRemovals() const {
-    return !mUpdates.empty() || !mSuperseded.empty();
-}
-
 void EventManager::carryOutRemovals() {
     LUM_LOGD("processRemove enter");
     while (!carryOutOnce()) {
@@ -326,79 +293,45 @@ void EventManager::carryOutRemovals() {
 
 // Carries out what is pending now; true when nothing has come to it meanwhile.
 bool EventManager::carryOutOnce() {
-    callSupersededDone();
-    EventManagerUpdates updates;
     {
         const std::lock_guard<std::recursive_mutex> guard(mMutex);
-        updates = mUpdates;
+        mRemovals.begin();
     }
-    for (const auto& update : updates) carryOut(update.second);
-
+    while (carryOutNext()) {
+    }
     const std::lock_guard<std::recursive_mutex> guard(mMutex);
-    for (const auto& update : updates) {
-        LUM_LOGD("Clearing local update FD:%d", update.first);
-        // A done function may have added the descriptor and removed it again: that one stays.
-        const auto found = mUpdates.find(update.first);
-        if (found != mUpdates.end() && found->second == update.second) mUpdates.erase(found);
-    }
-    if (hasRemovals()) return false;
+    mRemovals.end();
+    if (!mRemovals.empty()) return false;
     // Drained in the same hold of the lock that found nothing left: a removal queued in between
     // would lose its signal.
     clearRead(mRemoveFd, nullptr);
     return true;
 }
 
-// Carries out one removal, for the destructor: without a copy of the map, which takes memory. Each
-// call leaves fewer removals, also one that throws.
-void EventManager::carryOutLast() {
-    callSupersededDone();
-    if (mUpdates.empty()) return;
-    const EventManagerUpdate claimed = claim(*mUpdates.begin()->second);
-    mUpdates.erase(mUpdates.begin());
-    finish(claimed);
-}
-
-void EventManager::carryOut(const std::shared_ptr<EventManagerUpdate>& update) {
-    EventManagerUpdate claimed{};
+// Carries out the next removal of the pass; false when there is none left.
+bool EventManager::carryOutNext() {
+    EventManagerUpdate removal{};
+    bool disowned = false;
     {
         const std::lock_guard<std::recursive_mutex> guard(mMutex);
-        const auto found = mUpdates.find(update->mFd);
-        if (found == mUpdates.end() || found->second != update) return;
-        claimed = claim(*update);
+        if (!mRemovals.next(&removal, &disowned)) return false;
+        if (disowned) {
+            LUM_LOGD("fd %d was added again before its removal", removal.mFd);
+        } else {
+            LUM_LOGD("removing %d from epollFd", removal.mFd);
+            if (epoll_ctl(mEpollFd, EPOLL_CTL_DEL, removal.mFd, nullptr) == -1) {
+                LUM_LOGE("Cannot remove event handler errno %d", errno);
+            }
+        }
     }
-    finish(claimed);
-}
-
-// Takes the descriptor out of epoll. From here on the removal counts as done: neither a second pass
-// nor a reuse of the number repeats it.
-EventManagerUpdate EventManager::claim(EventManagerUpdate& update) const {
-    const int fd = update.mFd;
-    LUM_LOGD("removing %d from epollFd", fd);
-    if (epoll_ctl(mEpollFd, EPOLL_CTL_DEL, fd, nullptr) == -1) {
-        LUM_LOGE("Cannot remove event handler errno %d", errno);
-    }
-    return std::exchange(update, {fd, false, nullptr, nullptr});
-}
-
-void EventManager::finish(const EventManagerUpdate& claimed) {
-    if (!claimed.mCloseFd) return;
-    if (claimed.mDone != nullptr) {
-        claimed.mDone(claimed.mDoneData);
+    if (!removal.mCloseFd) return true;
+    if (removal.mDone != nullptr) {
+        removal.mDone(removal.mDoneData);
     } else {
-        close(claimed.mFd);
+        close(removal.mFd);
     }
-    LUM_LOGD("Closed %d", claimed.mFd);
-}
-
-void EventManager::callSupersededDone() {
-    std::unique_lock<std::recursive_mutex> guard(mMutex);
-    while (!mSuperseded.empty()) {
-        const auto removal = mSuperseded.extract(mSuperseded.begin());
-        guard.unlock();
-        LUM_LOGD("fd %d was added again before its removal", removal.key());
-        removal.mapped()->mDone(removal.mapped()->mDoneData);
-        guard.lock();
-    }
+    LUM_LOGD("Closed %d", removal.mFd);
+    return true;
 }
 
 }  // namespace lum::utils

@@ -5,24 +5,14 @@
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <set>
 
 #include "utils/Export.h"
 #include "utils/LumTimer.h"
+#include "utils/PendingRemovals.h"
 
 namespace lum::utils {
-
-// One removal that the event thread has still to carry out.
-struct EventManagerUpdate {
-    int mFd;
-    bool mCloseFd;         // close the descriptor, or call mDone in place of that
-    void (*mDone)(void*);  // may be null
-    void* mDoneData;
-};
-
-using EventManagerUpdates = std::map<int, std::shared_ptr<EventManagerUpdate>>;
 
 // What a registered descriptor is watched for.
 struct HandlerObject {
@@ -30,8 +20,6 @@ struct HandlerObject {
     void (*mCloseCallback)(int fd, void* data);
     void* mData;
     bool mNoEventCallback;
-    // The handler's own removal, made along with it: removing must not fail for want of memory.
-    EventManagerUpdates::node_type mRemoval;
 };
 
 // Watches descriptors with epoll and runs their callbacks, and those of a LumTimer, on one thread:
@@ -118,33 +106,21 @@ class LUM_EXPORT EventManager {
 
     void registerOwnDescriptors();
     void closeOwnDescriptors();
-    void dropReusedNumber(int fd);
-    void queueRemoval(EventManagerUpdates::node_type removal, bool closeFd, void (*done)(void*),
-                      void* doneData);
     bool signalRemoval(int fd);
     void dispatch(int index, const epoll_event& event);
     void dispatchReadable(int fd, std::unique_lock<std::recursive_mutex>& guard);
-    bool hasRemovals() const;
     void carryOutRemovals();
     bool carryOutOnce();
-    void carryOutLast();
-    void carryOut(const std::shared_ptr<EventManagerUpdate>& update);
-    EventManagerUpdate claim(EventManagerUpdate& update) const;
-    static void finish(const EventManagerUpdate& claimed);
-    void callSupersededDone();
+    bool carryOutNext();
 
     std::recursive_mutex mMutex;
     int mEpollFd = -1;
     int mWakeFd = -1;
     int mRemoveFd = -1;
     int64_t mInProgress = 0;
-    epoll_event mEvents[kMaxEvents] = {};
     std::map<int, HandlerObject> mHandlers;
-    EventManagerUpdates mUpdates;
+    PendingRemovals mRemovals;
     std::set<int> mApprovedFds;
-    // Removals whose number was added again before they were carried out: nothing is left to do for
-    // them but to call their done functions.
-    std::multimap<int, std::shared_ptr<EventManagerUpdate>> mSuperseded;
 };
 
 }  // namespace lum::utils

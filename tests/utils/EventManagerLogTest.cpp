@@ -556,8 +556,10 @@ TEST_F(EventManagerLogTest, DestructionCarriesOutWhatIsPending) {
         log.take(),
         (Lines{logD("EventManager: dtor"), logD(format("removing %d from epollFd", first)),
                logD(format("Closed %d", first)), logD(format("removing %d from epollFd", second)),
-               logD(format("Closed %d", second)),
-               logD(format("removing %d from epollFd", third))}));
+               logD(format("Closed %d", second)), logD(format("removing %d from epollFd", third)),
+               logD(format("Clearing local update FD:%d", first)),
+               logD(format("Clearing local update FD:%d", second)),
+               logD(format("Clearing local update FD:%d", third))}));
     EXPECT_FALSE(isOpen(first));
     EXPECT_EQ(withDone.dones, 1);
     EXPECT_TRUE(isOpen(second));

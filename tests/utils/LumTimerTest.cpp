@@ -212,7 +212,7 @@ TEST_F(LumTimerTest, TimeUntilNextRoundsUpToMilliseconds) {
     EXPECT_EQ(left(102, 0), 0);
 }
 
-TEST_F(LumTimerTest, TimeUntilNextThatDoesNotFitIsTheLargest) {
+TEST_F(LumTimerTest, TimeUntilTheEndOfTheLongestDelayFits) {
     Call call;
     clockNow = {3000000, 0};
     add(2147483647LL, call);
@@ -221,10 +221,6 @@ TEST_F(LumTimerTest, TimeUntilNextThatDoesNotFitIsTheLargest) {
     clockNow = {3000000, 1000000};
     EXPECT_EQ(timer.timeUntilNextEvent(), 2147483646);
     clockNow = {3000000, 0};
-    EXPECT_EQ(timer.timeUntilNextEvent(), 2147483647);
-    clockNow = {2999999, 999999999};  // a clock that went back
-    EXPECT_EQ(timer.timeUntilNextEvent(), 2147483647);
-    clockNow = {2000000, 0};
     EXPECT_EQ(timer.timeUntilNextEvent(), 2147483647);
 }
 
