@@ -48,35 +48,20 @@ std::shared_ptr<SdkClient> SdkClient::getInstance(LumSdkClientType type, Listene
                                                   std::shared_ptr<SdkClientEvent> event,
                                                   std::shared_ptr<SdkClientBase>* published) {
     if (!event) return nullptr;
-    Use use{true, std::move(listener), std::move(event)};
-    if (std::shared_ptr<SdkClient> present = std::atomic_load(&mInstance)) {
-        return join(std::move(present), type, std::move(use), published);
+    std::shared_ptr<SdkClient> present = std::atomic_load(&mInstance);
+    if (!present) return create(type, std::move(listener), std::move(event), published);
+    // Copied before anything changes: what the listener keeps takes memory.
+    const Listener joined = listener;
+    if (!present->join(type, std::move(listener), std::move(event),
+                       [&present, published] { present->publish(published); })) {
+        return nullptr;
     }
-    return create(type, std::move(use), published);
+    if (joined) joined(SDK_SERVICE_UP, {});
+    return present;
 }
 
-std::shared_ptr<SdkClient> SdkClient::join(std::shared_ptr<SdkClient> instance,
-                                           LumSdkClientType type, Use use,
-                                           std::shared_ptr<SdkClientBase>* published) {
-    std::shared_ptr<SdkClientEvent> event = use.first;
-    // Copied while there is nothing to undo: what the listener keeps takes memory.
-    const Listener told = use.listener;
-    std::optional<Use> before = instance->takeUp(type, std::move(use), true);
-    if (!before) return nullptr;
-    if (published != nullptr)
-        std::atomic_store(published, std::shared_ptr<SdkClientBase>(instance));
-    try {
-        instance->postEvent(std::move(event));
-    } catch (...) {
-        if (published != nullptr) std::atomic_store(published, std::shared_ptr<SdkClientBase>());
-        instance->restoreUse(type, *std::move(before));
-        throw;
-    }
-    if (told) told(SDK_SERVICE_UP, {});
-    return instance;
-}
-
-std::shared_ptr<SdkClient> SdkClient::create(LumSdkClientType type, Use use,
+std::shared_ptr<SdkClient> SdkClient::create(LumSdkClientType type, Listener listener,
+                                             std::shared_ptr<SdkClientEvent> event,
                                              std::shared_ptr<SdkClientBase>* published) {
     auto timer = std::make_unique<LumTimer>(nullptr);
     auto eventManager = std::make_unique<lum::utils::EventManager>();
@@ -87,32 +72,34 @@ std::shared_ptr<SdkClient> SdkClient::create(LumSdkClientType type, Use use,
         LUM_LOGE("SdkClient: no descriptor for the event queue; the transport is not started");
         return nullptr;
     }
-    std::shared_ptr<SdkClientEvent> event = use.first;
-    if (!instance->takeUp(type, std::move(use), false)) return nullptr;
+    if (!instance->takeUp(type, std::move(listener), event)) return nullptr;
     {
         const std::lock_guard<std::mutex> lock(gLinked.value.lock);
         gLinked.value.clients[instance.get()] = instance;
     }
-    std::atomic_store(&mInstance, instance);
-    if (published != nullptr)
-        std::atomic_store(published, std::shared_ptr<SdkClientBase>(instance));
     try {
-        instance->start(type, std::move(event), instance);
+        instance->start(type, std::move(event), instance, [&instance, published] {
+            std::atomic_store(&mInstance, instance);
+            instance->publish(published);
+        });
+    } catch (const std::system_error& error) {
+        LUM_LOGE("SdkClient: no SDK thread (%s); the transport is not started", error.what());
+        instance->detach();
+        return nullptr;
     } catch (...) {
-        instance->detach();  // a thread that failed may be the last to let go of the object
-        if (published != nullptr) std::atomic_store(published, std::shared_ptr<SdkClientBase>());
-        std::atomic_store(&mInstance, std::shared_ptr<SdkClient>());
-        try {
-            throw;
-        } catch (const std::system_error& error) {
-            LUM_LOGE("SdkClient: no SDK thread (%s); the transport is not started", error.what());
-            return nullptr;
-        }
+        instance->detach();  // a thread that failed may be the last to release the object
+        throw;
     }
     // From here on the teardown owns them; see tearDown().
     (void)timer.release();
     (void)eventManager.release();
     return instance;
+}
+
+void SdkClient::publish(std::shared_ptr<SdkClientBase>* published) {
+    if (published != nullptr) {
+        std::atomic_store(published, std::shared_ptr<SdkClientBase>(ref<SdkClient>()));
+    }
 }
 
 void SdkClient::destroyInstance(LumSdkClientType type) {

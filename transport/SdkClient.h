@@ -26,15 +26,15 @@ class SdkClient : public aidl::vendor::orn::data::lumservice::BnLumServiceCallba
     ~SdkClient() override;
 
     // The process's transport, for `type`: marks the type as in use, installs `listener` for it and
-    // queues `event`. If the transport was there already, the listener hears SDK_SERVICE_UP before
-    // this returns. `published`, if given, is set before `event` can be handled, so that what comes
-    // of it finds the pointer in place; it is empty again when the call fails.
+    // queues `event`. If the transport was there already, the listener is called with
+    // SDK_SERVICE_UP before this returns. `published`, if given, is set before `event` can be
+    // handled, so that what comes of it finds the pointer in place; not when the call fails.
     //
     // Returns an empty pointer, with nothing changed, when `event` is empty, when the transport is
-    // shutting down, or when its descriptors or its thread cannot be had. Throws std::bad_alloc,
-    // with nothing changed, when memory runs out. What the listener throws at SDK_SERVICE_UP comes
-    // out as it is, after all has been done. Any thread, but not while another is in getInstance()
-    // or destroyInstance().
+    // shutting down, or when the system has no descriptors or no thread for it. Throws
+    // std::bad_alloc when memory runs out; the type is then no more in use than before. What the
+    // listener throws at SDK_SERVICE_UP comes out as it is, after all has been done. Any thread,
+    // but not while another is in getInstance() or destroyInstance().
     static std::shared_ptr<SdkClient> getInstance(
         LumSdkClientType type, Listener listener, std::shared_ptr<SdkClientEvent> event,
         std::shared_ptr<SdkClientBase>* published = nullptr);
@@ -73,11 +73,10 @@ class SdkClient : public aidl::vendor::orn::data::lumservice::BnLumServiceCallba
     using ILumService = aidl::vendor::orn::data::lumservice::ILumService;
     using ILumServiceCallback = aidl::vendor::orn::data::lumservice::ILumServiceCallback;
 
-    static std::shared_ptr<SdkClient> create(LumSdkClientType type, Use use,
+    static std::shared_ptr<SdkClient> create(LumSdkClientType type, Listener listener,
+                                             std::shared_ptr<SdkClientEvent> event,
                                              std::shared_ptr<SdkClientBase>* published);
-    static std::shared_ptr<SdkClient> join(std::shared_ptr<SdkClient> instance,
-                                           LumSdkClientType type, Use use,
-                                           std::shared_ptr<SdkClientBase>* published);
+    void publish(std::shared_ptr<SdkClientBase>* published);
 
     std::shared_ptr<ILumService> service() const;
     void setService(std::shared_ptr<ILumService> service);

@@ -58,19 +58,21 @@ SdkClientBase::~SdkClientBase() = default;
 void SdkClientBase::cleanup(LumSdkClientType /*type*/) {}
 
 void SdkClientBase::start(LumSdkClientType /*type*/, std::shared_ptr<SdkClientEvent> event,
-                          std::shared_ptr<SdkClientBase> self) {
+                          std::shared_ptr<SdkClientBase> self,
+                          const std::function<void()>& running) {
     Start start;
     {
         const SignalMask mask;
         // The thread's own reference goes with its callable, after sdkThread() has returned.
-        std::thread([self = std::move(self), event = std::move(event), &start] {
-            self->sdkThread(event, start);
+        std::thread([self = std::move(self), event = std::move(event), &running, &start] {
+            self->sdkThread(event, running, start);
         }).detach();
     }
     start.wait();
 }
 
-void SdkClientBase::sdkThread(const std::shared_ptr<SdkClientEvent>& event, Start& start) {
+void SdkClientBase::sdkThread(const std::shared_ptr<SdkClientEvent>& event,
+                              const std::function<void()>& running, Start& start) {
     {
         const std::lock_guard<std::mutex> lock(mStateLock);
         mThread = std::this_thread::get_id();
@@ -85,6 +87,7 @@ void SdkClientBase::sdkThread(const std::shared_ptr<SdkClientEvent>& event, Star
     }
     {
         const std::unique_lock<std::shared_mutex> gate(mGate);
+        running();
         start.tell(nullptr);
         runLoop();
         const std::lock_guard<std::mutex> lock(mStateLock);
@@ -185,32 +188,29 @@ bool SdkClientBase::isActive(LumSdkClientType type) const {
     return isKnown(type) && mActiveTypes[indexOf(type)];
 }
 
-std::optional<SdkClientBase::Use> SdkClientBase::takeUp(LumSdkClientType type, Use use,
-                                                        bool joining) {
-    if (!isKnown(type)) return std::nullopt;
+bool SdkClientBase::takeUp(LumSdkClientType type, Listener listener,
+                           std::shared_ptr<SdkClientEvent> first) {
+    if (!isKnown(type)) return false;
     const std::lock_guard<std::mutex> lock(mStateLock);
-    if (mClosing || (joining && !mRunning)) return std::nullopt;
-    return swapUse(type, std::move(use));
+    mListeners[type].swap(listener);
+    mFirstEvents[indexOf(type)].swap(first);
+    mActiveTypes[indexOf(type)] = true;
+    return true;
 }
 
-void SdkClientBase::restoreUse(LumSdkClientType type, Use before) {
-    Use dropped;
-    const bool listed = before.listed;
+bool SdkClientBase::join(LumSdkClientType type, Listener listener,
+                         std::shared_ptr<SdkClientEvent> first,
+                         const std::function<void()>& queued) {
+    if (!isKnown(type)) return false;
+    // Held until all is in place: the SDK thread takes it before it handles an event.
     const std::lock_guard<std::mutex> lock(mStateLock);
-    dropped = swapUse(type, std::move(before));
-    // An entry that stayed behind would end every later walk over the listeners.
-    if (!listed) mListeners.erase(type);
-}
-
-SdkClientBase::Use SdkClientBase::swapUse(LumSdkClientType type, Use use) {
-    use.listed = mListeners.find(type) != mListeners.end();
-    // The map entry first: it is all that can fail.
-    mListeners[type].swap(use.listener);
-    mFirstEvents[indexOf(type)].swap(use.first);
-    const bool before = mActiveTypes[indexOf(type)];
-    mActiveTypes[indexOf(type)] = use.active;
-    use.active = before;
-    return use;
+    if (mClosing || !mRunning) return false;
+    mListeners[type].swap(listener);
+    postEvent(first);
+    mFirstEvents[indexOf(type)].swap(first);
+    mActiveTypes[indexOf(type)] = true;
+    queued();
+    return true;
 }
 
 bool SdkClientBase::leave(LumSdkClientType type) {

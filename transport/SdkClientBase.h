@@ -65,11 +65,13 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
 
     // Starts the SDK thread, detached, with the signals blocked that a program handles on purpose
     // (SignalMask.h); `type` names who starts it. When it returns, the first event is queued, the
-    // loop runs and its thread owns the gate: a teardown that follows at once waits for it. `self`
-    // owns this object; the thread keeps it until it has let go of the gate. When there is no
-    // thread or no memory the standard library's exception comes out and nothing runs.
+    // loop runs and its thread owns the gate: a teardown that follows at once waits for it. Throws
+    // the standard library's exception when there is no thread or no memory, and then nothing runs.
+    // self: owns this object; the thread keeps it until it has released the gate. running: called
+    // on the SDK thread before the first event is handled, when nothing can fail any more; lives as
+    // long as the call.
     void start(LumSdkClientType type, std::shared_ptr<SdkClientEvent> event,
-               std::shared_ptr<SdkClientBase> self);
+               std::shared_ptr<SdkClientBase> self, const std::function<void()>& running);
 
     // Replaces the type's listener; the old callable is destroyed with no lock held.
     void setClientListener(LumSdkClientType type, Listener listener);
@@ -83,21 +85,16 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     bool isActive(LumSdkClientType type) const;
 
   protected:
-    // What is known of one client type's use.
-    struct Use {
-        bool active = false;
-        Listener listener;
-        std::shared_ptr<SdkClientEvent> first;  // still to be handled
-        bool listed = true;                     // has an entry, if only an empty one, in mListeners
-    };
-
-    // A type comes into use, `use.first` being the first event of this use. Gives what was there
-    // before, for restoreUse(). Empty, with nothing changed, when the type is not one the transport
-    // knows, when the transport is shutting down, or when `joining` and the loop no longer runs.
-    std::optional<Use> takeUp(LumSdkClientType type, Use use, bool joining);
-    void restoreUse(LumSdkClientType type, Use before);
+    // A type comes into use, with `first` as its first event. Returns false, with nothing changed,
+    // when the type is none that the transport knows.
+    bool takeUp(LumSdkClientType type, Listener listener, std::shared_ptr<SdkClientEvent> first);
+    // The same on a loop that runs, and queues the event; `queued` is called before the event can
+    // be handled. Returns false, with nothing changed, also when the loop does not run any more or
+    // the last type has left. When it throws, the type is no more in use than it was.
+    bool join(LumSdkClientType type, Listener listener, std::shared_ptr<SdkClientEvent> first,
+              const std::function<void()>& queued);
     // A type goes out of use. Returns true to exactly one caller: the one that left last and has to
-    // see to the teardown. From then on takeUp() refuses.
+    // see to the teardown. From then on join() refuses.
     bool leave(LumSdkClientType type);
 
     bool onSdkThread() const;
@@ -122,11 +119,11 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     friend class SdkClientBasePeer;  // tests: where its members lie
 
     class Start;
-    void sdkThread(const std::shared_ptr<SdkClientEvent>& event, Start& start);
+    void sdkThread(const std::shared_ptr<SdkClientEvent>& event,
+                   const std::function<void()>& running, Start& start);
     void runLoop();
     void handleRequest(const SdkClientEvent& event);
     void deactivate(LumSdkClientType type);
-    Use swapUse(LumSdkClientType type, Use use);
     // The type's listener; empty when it has none.
     Listener findListener(LumSdkClientType type) const;
     // The same, but leaves an empty entry behind for a type that has none.

@@ -52,9 +52,13 @@ class FakeTransport : public SdkClientBase {
         if (throwInCleanup) throw std::runtime_error("cleanup");
     }
 
-    bool use(LumSdkClientType type, Listener listener, const std::shared_ptr<SdkClientEvent>& first,
-             bool joining = true) {
-        return takeUp(type, {true, std::move(listener), first}, joining).has_value();
+    using SdkClientBase::takeUp;
+    bool join(LumSdkClientType type, Listener listener, std::shared_ptr<SdkClientEvent> first) {
+        return SdkClientBase::join(type, std::move(listener), std::move(first), [] {});
+    }
+    void start(LumSdkClientType type, std::shared_ptr<SdkClientEvent> first,
+               std::shared_ptr<SdkClientBase> self) {
+        SdkClientBase::start(type, std::move(first), std::move(self), [] {});
     }
     std::vector<std::pair<int, Bytes>> allSent() {
         const std::lock_guard<std::mutex> guard(lock);
@@ -81,7 +85,7 @@ class SdkClientBaseTest : public testing::Test {
     // Brings the SDK thread up with `type` in use.
     void start(const std::shared_ptr<SdkClientEvent>& first, const ListenerRecord& listener,
                LumSdkClientType type = kSdf) {
-        ASSERT_TRUE(transport->use(type, listener, first, false));
+        ASSERT_TRUE(transport->takeUp(type, listener, first));
         transport->start(type, first, transport);
     }
     void post(LumSdkClientType type, Bytes blob, bool release = false) {
@@ -175,7 +179,7 @@ TEST_F(SdkClientBaseTest, ThreadOwnsTheGateAndTheObjectWhenStartReturns) {
 
 TEST_F(SdkClientBaseTest, NoFirstEventIsFine) {
     const ListenerRecord listener;
-    ASSERT_TRUE(transport->use(kSdf, listener, nullptr, false));
+    ASSERT_TRUE(transport->takeUp(kSdf, listener, nullptr));
     transport->start(kSdf, nullptr, transport);
     end();
     EXPECT_EQ(transport->connects, 0);  // a release event never connects
@@ -211,8 +215,7 @@ TEST_F(SdkClientBaseTest, ReleaseOfOneOfTwoTypesLeavesTheThreadRunning) {
     const ListenerRecord listener;
     start(makeEvent(kSdf, {1}), listener);
     const auto first = makeEvent(kOther, {2});
-    ASSERT_TRUE(transport->use(kOther, listener, first));
-    transport->postEvent(first);
+    ASSERT_TRUE(transport->join(kOther, listener, first));
     post(kSdf, {3}, true);
     post(kOther, {4});
     auto delivered = makeEvent(kOther, {5});
@@ -358,12 +361,11 @@ TEST_F(SdkClientBaseTest, ReleasePostedBeforeTheTypeWasTakenUpAgainDoesNotEndThe
     const ListenerRecord listener;
     start(makeEvent(kSdf, {1}), listener);
     ASSERT_TRUE(transport->inConnect.waitFor());
-    ASSERT_TRUE(transport->use(kOther, listener, makeEvent(kOther, {2})));
+    ASSERT_TRUE(transport->join(kOther, listener, makeEvent(kOther, {2})));
     post(kSdf, {3}, true);
     EXPECT_FALSE(transport->leave(kSdf));
     const auto again = makeEvent(kSdf, {4});
-    ASSERT_TRUE(transport->use(kSdf, listener, again));
-    transport->postEvent(again);
+    ASSERT_TRUE(transport->join(kSdf, listener, again));
     EXPECT_FALSE(transport->leave(kOther));
     transport->mayConnect.add();
 
@@ -374,7 +376,8 @@ TEST_F(SdkClientBaseTest, ReleasePostedBeforeTheTypeWasTakenUpAgainDoesNotEndThe
     EXPECT_TRUE(transport->isRunning());
     EXPECT_TRUE(transport->isActive(kSdf));
     end();
-    const std::vector<std::pair<int, Bytes>> expected{{5, {1}}, {5, {3}}, {5, {4}}, {5, {0xEE}}};
+    const std::vector<std::pair<int, Bytes>> expected{
+        {5, {1}}, {6, {2}}, {5, {3}}, {5, {4}}, {5, {0xEE}}};
     EXPECT_EQ(transport->allSent(), expected);
 }
 
@@ -384,8 +387,7 @@ TEST_F(SdkClientBaseTest, LateReleaseThatLeavesNoTypeActiveEndsTheLoop) {
     start(makeEvent(kSdf, {1}), listener);
     ASSERT_TRUE(transport->inConnect.waitFor());
     const auto other = makeEvent(kOther, {2});
-    ASSERT_TRUE(transport->use(kOther, listener, other));
-    transport->postEvent(other);
+    ASSERT_TRUE(transport->join(kOther, listener, other));
     post(kSdf, {3}, true);
     EXPECT_FALSE(transport->leave(kSdf));
     post(kOther, {4});
@@ -403,12 +405,11 @@ TEST_F(SdkClientBaseTest, OnlyTheLastToLeaveTearsDownAndNobodyComesInAfterwards)
     const ListenerRecord listener;
     start(makeEvent(kSdf, {1}), listener);
     const auto first = makeEvent(kOther, {2});
-    ASSERT_TRUE(transport->use(kOther, listener, first));
-    transport->postEvent(first);
+    ASSERT_TRUE(transport->join(kOther, listener, first));
     EXPECT_FALSE(transport->leave(kSdf));
     EXPECT_TRUE(transport->leave(kOther));
     EXPECT_FALSE(transport->leave(kOther));
-    EXPECT_FALSE(transport->use(kSdf, listener, makeEvent(kSdf, {3})));
+    EXPECT_FALSE(transport->join(kSdf, listener, makeEvent(kSdf, {3})));
     EXPECT_FALSE(transport->isActive(kSdf));
     end(kOther);
 }
@@ -418,7 +419,7 @@ TEST_F(SdkClientBaseTest, NobodyJoinsALoopThatHasEnded) {
     start(makeEvent(kSdf, {1}), listener);
     end();
     const ListenerRecord late;
-    EXPECT_FALSE(transport->use(kOther, late, makeEvent(kOther, {2})));
+    EXPECT_FALSE(transport->join(kOther, late, makeEvent(kOther, {2})));
     EXPECT_FALSE(transport->isActive(kOther));
     EXPECT_EQ(late.copies(), 0);
 }
@@ -426,13 +427,13 @@ TEST_F(SdkClientBaseTest, NobodyJoinsALoopThatHasEnded) {
 TEST_F(SdkClientBaseTest, TypesOutsideTheKnownOnesAreRefused) {
     const ListenerRecord listener;
     for (const int type : {-1, 14, 1000}) {
-        EXPECT_FALSE(transport->use(static_cast<LumSdkClientType>(type), listener,
-                                    makeEvent(type, {1}), false))
+        EXPECT_FALSE(
+            transport->takeUp(static_cast<LumSdkClientType>(type), listener, makeEvent(type, {1})))
             << type;
     }
     for (const int type : {0, 13}) {
-        EXPECT_TRUE(transport->use(static_cast<LumSdkClientType>(type), listener,
-                                   makeEvent(type, {1}), false))
+        EXPECT_TRUE(
+            transport->takeUp(static_cast<LumSdkClientType>(type), listener, makeEvent(type, {1})))
             << type;
     }
 }
@@ -471,7 +472,7 @@ TEST_F(SdkClientBaseTest, ThreadBlocksWhatAProgramHandlesAndNoFault) {
 
 TEST_F(SdkClientBaseTest, ThreadRefusedIsTheStandardLibrarysException) {
     const ListenerRecord listener;
-    ASSERT_TRUE(transport->use(kSdf, listener, makeEvent(kSdf, {1}), false));
+    ASSERT_TRUE(transport->takeUp(kSdf, listener, makeEvent(kSdf, {1})));
     {
         const ThreadRefusal refused;
         EXPECT_THROW(transport->start(kSdf, makeEvent(kSdf, {1}), transport), std::system_error);
@@ -483,7 +484,7 @@ TEST_F(SdkClientBaseTest, ThreadRefusedIsTheStandardLibrarysException) {
 TEST_F(SdkClientBaseTest, ThreadThatCannotQueueTheFirstEventForWantOfMemoryEndsAndSaysSo) {
     const ListenerRecord listener;
     const auto first = makeEvent(kSdf, {1});
-    ASSERT_TRUE(transport->use(kSdf, listener, first, false));
+    ASSERT_TRUE(transport->takeUp(kSdf, listener, first));
     // Until there is no memory for one more.
     const auto queued = makeEvent(kSdf, {2});
     size_t count = 0;
