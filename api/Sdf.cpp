@@ -2,33 +2,35 @@
 #include "api/Sdf.h"
 
 #include <cstdlib>
-#include <mutex>
 #include <new>
 #include <utility>
 
 #include "api/ClientSdfUtils.h"
 #include "api/SdfRequest.h"
+#include "utils/Mutex.h"
 #include "utils/NoDestroy.h"
 
 // The life of the client object, and what every request needs.
+
+using lum::utils::MutexLock;
+using lum::utils::RecursiveMutex;
 
 namespace {
 
 NoDestroy<std::shared_ptr<Sdf>> gInstance;
 
-// Keeps taking up the transport and letting it go apart, as the transport demands, also for calls
+// Keeps obtaining the transport and releasing it apart, as the transport demands, also for calls
 // that come from callbacks on any thread.
 struct Lifecycle {
     // Not held across a callback, nor while a destroy waits for the SDK thread. Recursive, because
     // without descriptors the event manager ends the process under it, and what the application
     // does at its exit may come here again.
-    std::recursive_mutex lock;
-    // The client object that is being destroyed. While there is one no transport is taken up.
-    const Sdf* leaving = nullptr;
+    RecursiveMutex lock;
+    // The client object that is being destroyed. While there is one no transport is obtained.
+    const Sdf* leaving LUM_GUARDED_BY(lock) = nullptr;
 };
-NoDestroy<Lifecycle> gLifecycle;
-
-using LifecycleLock = std::lock_guard<std::recursive_mutex>;
+NoDestroy<Lifecycle> gLifecycleStorage;
+Lifecycle& gLifecycle = gLifecycleStorage.value;
 
 // The request to serve this client, or its last one, to serve it no longer.
 std::shared_ptr<SdkClientEvent> enableEvent(bool enable) {
@@ -37,8 +39,12 @@ std::shared_ptr<SdkClientEvent> enableEvent(bool enable) {
     return message.event(!enable);
 }
 
-// This thread is telling the application that there is no transport, or not even a client.
-thread_local bool tTelling = false;
+bool contains(const std::vector<unsigned int>& ids, unsigned int id) {
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+}
+
+// This thread is reporting to the application that there is no transport, or not even a client.
+thread_local bool tReporting = false;
 
 // Sets a flag for as long as it lives.
 class Raised {
@@ -52,43 +58,38 @@ class Raised {
     bool& mFlag;
 };
 
-// Tells the application that there is no transport, or not even a client, unless this thread is
-// just telling it: an application that creates or destroys again from inside that callback would
-// get here without end.
+// Reports that there is no transport, or not even a client, unless this thread is just doing that:
+// an application that creates or destroys again from inside that callback would get here without
+// end.
 template <typename Report>
-void tellNoTransport(const Report& report) {
-    if (tTelling) return;
-    const Raised raised(tTelling);
+void reportOnce(const Report& report) {
+    if (tReporting) return;
+    const Raised raised(tReporting);
     report();
 }
 
 // Puts `cb` into its slot and `client` into mInstance, and gives `client` a transport with the
-// enable request as its first event, or as one more event if it has a transport. False when no
-// transport can be had. When it throws, all is as before.
+// enable request as its first event, or as one more event if it has a transport. False when there
+// is no transport.
 template <typename Callback>
-bool takeUp(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot, Callback cb) {
+bool connect(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot, Callback cb)
+    LUM_REQUIRES(gLifecycle.lock) {
     std::shared_ptr<SdkClientEvent> event = enableEvent(true);
     SdkClientBase::Listener listener = [client](SdkClientBase::SdkStatus status,
                                                 const std::vector<uint8_t>& bytes) {
         client->blobListener(status, bytes);
     };
-    const Callback callbackBefore = client->replaceSlot(slot, cb);
-    std::shared_ptr<Sdf> instanceBefore = std::atomic_exchange(&Sdf::mInstance, client);
-    try {
-        return gLifecycle.value.leaving == nullptr &&
-               client->obtainTransport(LUM_SDK_CLIENT_SDF, std::move(listener), std::move(event));
-    } catch (...) {
-        client->replaceSlot(slot, callbackBefore);
-        std::atomic_store(&Sdf::mInstance, std::move(instanceBefore));
-        throw;
-    }
+    client->replaceSlot(slot, cb);
+    std::atomic_store(&Sdf::mInstance, client);
+    return gLifecycle.leaving == nullptr &&
+           client->obtainTransport(LUM_SDK_CLIENT_SDF, std::move(listener), std::move(event));
 }
 
 // The client object to use from now on: the present one, or a new one. Null when there is no
 // memory.
-std::shared_ptr<Sdf> presentOrNew() {
+std::shared_ptr<Sdf> presentOrNew() LUM_REQUIRES(gLifecycle.lock) {
     std::shared_ptr<Sdf> present = Sdf::current();
-    if (present && present.get() != gLifecycle.value.leaving) return present;
+    if (present && present.get() != gLifecycle.leaving) return present;
     try {
         return std::make_shared<Sdf>();
     } catch (const std::bad_alloc&) {
@@ -103,13 +104,13 @@ bool enable(Callback Sdf::*slot, Callback cb) {
     std::shared_ptr<Sdf> client;
     bool obtained = false;
     {
-        const LifecycleLock lock(gLifecycle.value.lock);
+        const MutexLock lock(gLifecycle.lock);
         client = presentOrNew();
         if (!client) return false;
-        obtained = takeUp(client, slot, cb);
+        obtained = connect(client, slot, cb);
     }
     if (!obtained) {
-        tellNoTransport([&client] {
+        reportOnce([&client] {
             SdkBase::reportNoTransport(client->readSlot<SdfStatusV2Cb>(&Sdf::mBaseStatusCbV2),
                                        client->readSlot<SdfLegacyStatusCb>(&Sdf::mLegacyStatusCb));
         });
@@ -121,24 +122,20 @@ bool enable(Callback Sdf::*slot, Callback cb) {
 enum class Leave {
     kNothing,      // no client object, or one that another destroy has taken over
     kNoTransport,  // a client object without a transport
-    kPosted,  // the disable request is on its way, and the object is this destroy's to take down
+    kPosted,       // the disable request is queued, and the object is this destroy's to take down
 };
 
-// Posts the disable request and empties the slot. When it throws, all is as before.
+// Empties the slot and posts the disable request.
 template <typename Callback>
-Leave postDisable(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot) {
-    if (!client || client.get() == gLifecycle.value.leaving) return Leave::kNothing;
+Leave postDisable(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot)
+    LUM_REQUIRES(gLifecycle.lock) {
+    if (!client || client.get() == gLifecycle.leaving) return Leave::kNothing;
     const std::shared_ptr<SdkClientBase> transport = client->transport();
     if (!transport) return Leave::kNoTransport;
     std::shared_ptr<SdkClientEvent> event = enableEvent(false);
-    const Callback before = client->replaceSlot<Callback>(slot, nullptr);
-    try {
-        transport->postEvent(std::move(event));
-    } catch (...) {
-        client->replaceSlot(slot, before);
-        throw;
-    }
-    gLifecycle.value.leaving = client.get();
+    client->replaceSlot<Callback>(slot, nullptr);
+    transport->postEvent(std::move(event));
+    gLifecycle.leaving = client.get();
     return Leave::kPosted;
 }
 
@@ -149,17 +146,17 @@ bool disable(Callback Sdf::*slot) {
     std::shared_ptr<Sdf> client;
     Leave found = Leave::kNothing;
     {
-        const LifecycleLock lock(gLifecycle.value.lock);
+        const MutexLock lock(gLifecycle.lock);
         client = Sdf::current();
         found = postDisable(client, slot);
     }
     if (found == Leave::kNoTransport) {
-        tellNoTransport([&client] { client->handleSdfStatusInd(SDF_STATUS_INTERNAL_ERROR); });
+        reportOnce([&client] { client->handleSdfStatusInd(SDF_STATUS_INTERNAL_ERROR); });
     }
     if (found != Leave::kPosted) return false;
     client->destroySdkInstance(LUM_SDK_CLIENT_SDF);
-    const LifecycleLock lock(gLifecycle.value.lock);
-    gLifecycle.value.leaving = nullptr;
+    const MutexLock lock(gLifecycle.lock);
+    gLifecycle.leaving = nullptr;
     // A callback that ran meanwhile may have made a new client, which stays.
     if (client->isCurrent()) std::atomic_store(&Sdf::mInstance, std::shared_ptr<Sdf>());
     return true;
@@ -183,40 +180,39 @@ void Sdf::handleSdfStatusInd(status_e status) {
 }
 
 unsigned int Sdf::getNextUniqueId() {
-    [[maybe_unused]] const auto held = touch();
-    // The room first: an id that could not be kept must not be drawn.
+    const MutexLock lock(mRecordLock);
+    // The space first: an id that could not be kept must not be drawn.
     mUsedIds.push_back(0);
-    const auto isTaken = [this](unsigned int id) {
-        return std::find(mUsedIds.begin(), mUsedIds.end(), id) != mUsedIds.end() ||
-               std::find(mFilterIds.begin(), mFilterIds.end(), id) != mFilterIds.end();
-    };
     unsigned int id = 0;
-    while (isTaken(id)) id = static_cast<unsigned int>(rand());
+    while (isIdTaken(id)) id = static_cast<unsigned int>(rand());
     mUsedIds.back() = id;
     return id;
 }
 
+bool Sdf::isIdTaken(unsigned int id) const {
+    return contains(mUsedIds, id) || contains(mFilterIds, id);
+}
+
 void Sdf::settleAdd(unsigned int id, bool lives) {
-    [[maybe_unused]] const auto held = touch();
-    const bool pending = std::find(mUsedIds.begin(), mUsedIds.end(), id) != mUsedIds.end();
+    const MutexLock lock(mRecordLock);
     // First, because memory may run out here.
-    if (pending && lives) mFilterIds.push_back(id);
+    if (lives && contains(mUsedIds, id)) mFilterIds.push_back(id);
     mFilterCbs.erase(id);
     removeFirst(mUsedIds, id);
 }
 
 bool Sdf::isFilterIdValid(const unsigned int& id) const {
-    [[maybe_unused]] const auto held = touch();
-    return std::find(mFilterIds.begin(), mFilterIds.end(), id) != mFilterIds.end();
+    const MutexLock lock(mRecordLock);
+    return contains(mFilterIds, id);
 }
 
 bool Sdf::hasFilters() const {
-    [[maybe_unused]] const auto held = touch();
+    const MutexLock lock(mRecordLock);
     return !mFilterIds.empty();
 }
 
 void Sdf::endFilter(unsigned int id) {
-    [[maybe_unused]] const auto held = touch();
+    const MutexLock lock(mRecordLock);
     if (removeFirst(mFilterIds, id)) mFilterCbs.erase(id);
 }
 
@@ -244,7 +240,7 @@ long long lum_sdf_enable(SdfLegacyStatusCb cb) {
     if (cb == nullptr) return 0;
     return sdf::withoutExceptions(0, [cb]() -> long long {
         if (enable<SdfLegacyStatusCb>(&Sdf::mLegacyStatusCb, cb)) return 1;
-        tellNoTransport([cb] { cb(SDF_STATUS_INTERNAL_ERROR); });
+        reportOnce([cb] { cb(SDF_STATUS_INTERNAL_ERROR); });
         return 0;
     });
 }

@@ -8,11 +8,11 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "proto/SdfProto.pb.h"
 #include "transport/SdkBase.h"
+#include "utils/Mutex.h"
 
 // The client object behind the C interface, one per process: the application's callbacks, and the
 // record by which replies find the callback that awaits them.
@@ -21,9 +21,19 @@
 // maps, vectors and callback slots) is locked only when built with LUM_SDF_GUARDED, and never
 // across a callback. An object that is no longer, or not yet, mInstance reports nothing.
 class Sdf : public SdkBase {
+#if LUM_SDF_GUARDED
+    using RecordMutex = lum::utils::Mutex;
+#else
+    struct NoMutex {
+        void lock() {}
+        void unlock() {}
+    };
+    using RecordMutex = lum::utils::BasicMutex<NoMutex>;
+#endif
+
   public:
     Sdf() = default;
-    // Lets go of the transport if it is still held. What is still awaited is not called.
+    // Releases the transport if it is still held. What is still awaited is not called.
     ~Sdf() override;
     Sdf(const Sdf&) = delete;
     Sdf& operator=(const Sdf&) = delete;
@@ -33,7 +43,7 @@ class Sdf : public SdkBase {
     // as far as they were read.
     void blobListener(SdkClientBase::SdkStatus status, const std::vector<uint8_t>& bytes) override;
 
-    // Notes whether the service is up (SDF_STATUS_SERVICE_UP) or not (all else), and tells both
+    // Notes whether the service is up (SDF_STATUS_SERVICE_UP) or not (all else), and calls both
     // status callbacks; the second one only if the first left this client in place.
     void handleSdfStatusInd(status_e status);
 
@@ -48,7 +58,7 @@ class Sdf : public SdkBase {
     unsigned int recordRequest(std::map<unsigned int, Callback> Sdf::*callbacks, Callback cb) {
         const unsigned int id = getNextUniqueId();
         try {
-            [[maybe_unused]] const auto held = touch();
+            const lum::utils::MutexLock lock(mRecordLock);
             (this->*callbacks).emplace(id, cb);
         } catch (...) {
             forgetRequest(callbacks, id);
@@ -60,7 +70,7 @@ class Sdf : public SdkBase {
     // The end of a request: its callback is no longer awaited, its id may be drawn again.
     template <typename Callback>
     void forgetRequest(std::map<unsigned int, Callback> Sdf::*callbacks, unsigned int id) {
-        [[maybe_unused]] const auto held = touch();
+        const lum::utils::MutexLock lock(mRecordLock);
         (this->*callbacks).erase(id);
         removeFirst(mUsedIds, id);
     }
@@ -68,7 +78,7 @@ class Sdf : public SdkBase {
     // The callback that awaits the reply to `id`, or null.
     template <typename Callback>
     Callback findRequest(std::map<unsigned int, Callback> Sdf::*callbacks, unsigned int id) const {
-        [[maybe_unused]] const auto held = touch();
+        const lum::utils::MutexLock lock(mRecordLock);
         const auto found = (this->*callbacks).find(id);
         return found == (this->*callbacks).end() ? nullptr : found->second;
     }
@@ -93,13 +103,13 @@ class Sdf : public SdkBase {
     // forgotten with it. They throw what post() throws, with nothing changed.
     template <typename Post>
     void removeFilterId(const unsigned int& id, const Post& post) {
-        [[maybe_unused]] const auto held = touch();
+        const lum::utils::MutexLock lock(mRecordLock);
         post();
         removeFirst(mFilterIds, id);
     }
     template <typename Post>
     void removeAllFilterIds(const Post& post) {
-        [[maybe_unused]] const auto held = touch();
+        const lum::utils::MutexLock lock(mRecordLock);
         post();
         mFilterIds.clear();
     }
@@ -113,52 +123,47 @@ class Sdf : public SdkBase {
     // register while a callback is being delivered.
     template <typename Callback>
     Callback readSlot(Callback Sdf::*slot) const {
-        [[maybe_unused]] const auto held = touch();
+        const lum::utils::MutexLock lock(mRecordLock);
         return __atomic_load_n(&(this->*slot), __ATOMIC_RELAXED);
     }
     template <typename Callback>
     Callback replaceSlot(Callback Sdf::*slot, Callback cb) {
-        [[maybe_unused]] const auto held = touch();
+        const lum::utils::MutexLock lock(mRecordLock);
         const Callback before = __atomic_load_n(&(this->*slot), __ATOMIC_RELAXED);
         __atomic_store_n(&(this->*slot), cb, __ATOMIC_RELAXED);
         return before;
     }
 
     // The client object of the process, if there is one.
-    static std::shared_ptr<Sdf> current() { return std::atomic_load(&mInstance); }
+    static std::shared_ptr<Sdf> current() {
+        return std::atomic_load(&mInstance);
+    }
 
-    bool isCurrent() const { return current().get() == this; }
+    bool isCurrent() const {
+        return current().get() == this;
+    }
 
     // Never destroyed: the transport's threads may look at it while the process exits. Read and
     // replaced with the atomic functions of shared pointers.
     static std::shared_ptr<Sdf>& mInstance;
 
-    std::vector<unsigned int> mUsedIds;    // drawn and not yet answered
-    std::vector<unsigned int> mFilterIds;  // confirmed by the service
+    // Drawn and not yet answered, and confirmed by the service.
+    std::vector<unsigned int> mUsedIds LUM_GUARDED_BY(mRecordLock);
+    std::vector<unsigned int> mFilterIds LUM_GUARDED_BY(mRecordLock);
     void (*mStatusCbV2)(int) = nullptr;
     SdfFilterStatusCb mFilterStatusCb = nullptr;
     SdfGetFiltersCb mGetFiltersCb = nullptr;
     SdfPriorityQueueReportCb mPriorityQueueReportsCb = nullptr;
     SdfPriorityQueueReportCb mGetPriorityQueueReportCb = nullptr;
     SdfAutoFilterInfoCb mAutoFilterInfoCb = nullptr;
-    std::map<unsigned int, SdfEffectiveLevelsCb> mLatencyCbs;
-    std::map<unsigned int, SdfFilterStatusCb> mFilterCbs;
+    std::map<unsigned int, SdfEffectiveLevelsCb> mLatencyCbs LUM_GUARDED_BY(mRecordLock);
+    std::map<unsigned int, SdfFilterStatusCb> mFilterCbs LUM_GUARDED_BY(mRecordLock);
     std::atomic<bool> mServiceUp{false};  // stored with release order
 
   private:
-    // Hold the result while touching the record.
-#if LUM_SDF_GUARDED
-    [[nodiscard]] std::unique_lock<std::mutex> touch() const {
-        return std::unique_lock<std::mutex>(mGuard);
-    }
-    mutable std::mutex mGuard;
-#else
-    struct Unlocked {};
-    [[nodiscard]] static Unlocked touch() {
-        return {};
-    }
-#endif
+    mutable RecordMutex mRecordLock;
 
+    bool isIdTaken(unsigned int id) const LUM_REQUIRES(mRecordLock);
     // False if it is not there.
     static bool removeFirst(std::vector<unsigned int>& ids, unsigned int id);
 

@@ -35,9 +35,9 @@
 /// is negative, 0 or a request's id when they succeed. Arguments are checked in this order: is
 /// there a client, and could the library set up its link (-5); are the arguments valid (-2); is the
 /// service up (-8). Only sdfAddFilter() and sdfAddFilterV2() ask for the service before they look
-/// at their arguments. When memory runs out a function returns -3, nothing has been sent, and
-/// everything is as before the call, except that a callback that was to replace another has done
-/// so. No function throws.
+/// at their arguments. When memory runs out a function returns -3: nothing has been sent, the
+/// request is not on record, and the same call may be made again. A callback that was to replace
+/// another may have done so. No function throws.
 ///
 /// What the service makes of a request is not part of the return value, and for most requests it
 /// does not tell: 0 says that the request is on its way.
@@ -304,7 +304,7 @@ typedef void (*SdfAutoFilterInfoCb)(unsigned int filter_id, SdfAddFilterInfo inf
 ///            codes (all of which mean that requests are refused). Not null. A callback of
 ///            lum_sdf_enable() stays in place and is told the same.
 /// @return 0 when the client exists, whether or not the service can be reached; -2 when `cb` is
-///         null; -3 when memory runs out
+///         null; -3 when memory runs out: create again, or destroy
 SDF_API long long createSdfClient(SdfStatusV2Cb cb);
 
 /// Tells the service that this client is leaving and destroys the client with both its status
@@ -324,7 +324,7 @@ SDF_API long long createSdfClient(SdfStatusV2Cb cb);
 /// callback on the library's thread it does not wait.
 ///
 /// @return 0; -5 when there is no client, or no link, or another thread is destroying it already;
-///         -3 when memory runs out, and the client is as before then
+///         -3 when memory runs out: the client stays, without this function's status callback
 SDF_API long long destroySdfClient(void);
 
 /// createSdfClient() for the older status codes, on the same client: a client has one callback of
