@@ -22,10 +22,10 @@ constexpr useconds_t kFirstDelayMs = 50;  // doubled after each failed attempt
 NoDestroy<std::shared_ptr<SdkClient>> gInstance;
 
 // The objects that a death notification may name. A notification can be under way while its object
-// goes, so the cookie is only compared until an owning pointer has been had from here.
+// goes, so the cookie is only compared until an owning pointer was obtained here.
 struct Linked {
-    std::mutex lock;
-    std::map<const void*, std::weak_ptr<SdkClient>> clients;
+    lum::utils::Mutex lock;
+    std::map<const void*, std::weak_ptr<SdkClient>> clients LUM_GUARDED_BY(lock);
 };
 NoDestroy<Linked> gLinked;
 
@@ -38,7 +38,7 @@ SdkClient::SdkClient(LumTimer* timer, lum::utils::EventManager* eventManager)
 
 SdkClient::~SdkClient() {
     {
-        const std::lock_guard<std::mutex> lock(gLinked.value.lock);
+        const lum::utils::MutexLock lock(gLinked.value.lock);
         gLinked.value.clients.erase(this);
     }
     deleteRecipient();
@@ -72,9 +72,9 @@ std::shared_ptr<SdkClient> SdkClient::create(LumSdkClientType type, Listener lis
         LUM_LOGE("SdkClient: no descriptor for the event queue; the transport is not started");
         return nullptr;
     }
-    if (!instance->takeUp(type, std::move(listener), event)) return nullptr;
+    if (!instance->begin(type, std::move(listener), event)) return nullptr;
     {
-        const std::lock_guard<std::mutex> lock(gLinked.value.lock);
+        const lum::utils::MutexLock lock(gLinked.value.lock);
         gLinked.value.clients[instance.get()] = instance;
     }
     try {
@@ -111,7 +111,7 @@ void SdkClient::destroyInstance(LumSdkClientType type) {
             [](SdkClientBase& self) { static_cast<SdkClient&>(self).tearDown(); });
         return;
     }
-    const std::unique_lock<std::shared_mutex> loopEnded(instance->gate());
+    const lum::utils::MutexLock loopEnded(instance->gate());
     instance->tearDown();
 }
 
@@ -138,7 +138,7 @@ void SdkClient::tearDown() {
 void SdkClient::deathCallback(void* cookie) {
     std::shared_ptr<SdkClient> client;
     {
-        const std::lock_guard<std::mutex> lock(gLinked.value.lock);
+        const lum::utils::MutexLock lock(gLinked.value.lock);
         const auto found = gLinked.value.clients.find(cookie);
         if (found != gLinked.value.clients.end()) client = found->second.lock();
     }
@@ -250,12 +250,12 @@ void SdkClient::notifyServiceDown(LumSdkClientType /*type*/) {
 }
 
 std::shared_ptr<SdkClient::ILumService> SdkClient::service() const {
-    const std::lock_guard<std::mutex> lock(mServiceLock);
+    const lum::utils::MutexLock lock(mServiceLock);
     return mService;
 }
 
 void SdkClient::setService(std::shared_ptr<ILumService> service) {
     // The old one goes with the argument, after the lock.
-    const std::lock_guard<std::mutex> lock(mServiceLock);
+    const lum::utils::MutexLock lock(mServiceLock);
     mService.swap(service);
 }

@@ -8,10 +8,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "transport/SdkClientBase.h"
+#include "utils/Mutex.h"
 
 // The transport over binder: sends requests to the data service and is itself the callback object
 // that the service sends to. One per process, shared by all feature clients: made by the first
@@ -85,12 +85,13 @@ class SdkClient : public aidl::vendor::orn::data::lumservice::BnLumServiceCallba
     void deleteRecipient();
     void tearDown();
 
-    std::shared_ptr<ILumService> mService;  // empty while not connected
+    // Empty while not connected.
+    std::shared_ptr<ILumService> mService LUM_GUARDED_BY(mServiceLock);
     std::shared_ptr<ILumServiceCallback> mCallbackSelf;
     AIBinder_DeathRecipient* mDeathRecipient = nullptr;
     // What the recipient is linked to, with this object as cookie: kept until the recipient goes.
     ndk::SpAIBinder mLinkedBinder;
 
-    // Guards mService: released by the death notification while the SDK thread uses it.
-    mutable std::mutex mServiceLock;
+    // The death notification releases mService while the SDK thread may be using it.
+    mutable lum::utils::Mutex mServiceLock;
 };

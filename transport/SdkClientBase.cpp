@@ -2,11 +2,11 @@
 #include "transport/SdkClientBase.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <exception>
 #include <utility>
 
 #include "utils/Log.h"
+#include "utils/Mutex.h"
 #include "utils/SignalMask.h"
 
 namespace {
@@ -21,27 +21,27 @@ size_t indexOf(LumSdkClientType type) {
 
 }  // namespace
 
-// How a new SDK thread tells its maker that it runs, or why it cannot. Takes no memory.
+// How a new SDK thread reports to its maker that it runs, or why it cannot. Needs no memory.
 class SdkClientBase::Start {
   public:
-    void tell(std::exception_ptr failure) {
-        // Told under the lock: the maker destroys this object as soon as it knows.
-        const std::lock_guard<std::mutex> lock(mLock);
+    void report(std::exception_ptr failure) {
+        // Notified under the lock: the maker destroys this object as soon as it knows.
+        const lum::utils::MutexLock lock(mLock);
         mFailure = std::move(failure);
-        mTold = true;
-        mChanged.notify_one();
+        mReported = true;
+        mChanged.notifyOne();
     }
     void wait() {
-        std::unique_lock<std::mutex> lock(mLock);
-        mChanged.wait(lock, [this] { return mTold; });
+        const lum::utils::MutexLock lock(mLock);
+        while (!mReported) mChanged.wait(mLock);
         if (mFailure) std::rethrow_exception(mFailure);
     }
 
   private:
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    std::exception_ptr mFailure;
-    bool mTold = false;
+    lum::utils::Mutex mLock;
+    lum::utils::Condition mChanged;
+    std::exception_ptr mFailure LUM_GUARDED_BY(mLock);
+    bool mReported LUM_GUARDED_BY(mLock) = false;
 };
 
 uint64_t SdkClientBase::mTransactionId = 1;
@@ -74,7 +74,7 @@ void SdkClientBase::start(LumSdkClientType /*type*/, std::shared_ptr<SdkClientEv
 void SdkClientBase::sdkThread(const std::shared_ptr<SdkClientEvent>& event,
                               const std::function<void()>& running, Start& start) {
     {
-        const std::lock_guard<std::mutex> lock(mStateLock);
+        const lum::utils::MutexLock lock(mStateLock);
         mThread = std::this_thread::get_id();
     }
     mRunning = true;
@@ -82,15 +82,15 @@ void SdkClientBase::sdkThread(const std::shared_ptr<SdkClientEvent>& event,
         if (event) postEvent(event);
     } catch (...) {
         mRunning = false;
-        start.tell(std::current_exception());
+        start.report(std::current_exception());
         return;
     }
     {
-        const std::unique_lock<std::shared_mutex> gate(mGate);
+        const lum::utils::MutexLock gate(mGate);
         running();
-        start.tell(nullptr);
+        start.report(nullptr);
         runLoop();
-        const std::lock_guard<std::mutex> lock(mStateLock);
+        const lum::utils::MutexLock lock(mStateLock);
         mThread = std::thread::id();  // a later thread may get the same one
     }
     if (mAfterLoop != nullptr) mAfterLoop(*this);
@@ -115,8 +115,9 @@ void SdkClientBase::handleEvent(std::shared_ptr<SdkClientEvent> event) {
     if (!mRunning || !event) return;
     const LumSdkClientType type = event->mType;
     {
-        // Every type, as the event may have been made for another than the one taken up with it.
-        const std::lock_guard<std::mutex> lock(mStateLock);
+        // Every type, as the event may have been made for another than the one the transport was
+        // joined with.
+        const lum::utils::MutexLock lock(mStateLock);
         for (auto& first : mFirstEvents) {
             if (first == event) first.reset();
         }
@@ -158,20 +159,18 @@ void SdkClientBase::handleRequest(const SdkClientEvent& event) {
 }
 
 void SdkClientBase::deactivate(LumSdkClientType type) {
-    const std::lock_guard<std::mutex> lock(mStateLock);
+    const lum::utils::MutexLock lock(mStateLock);
     if (isKnown(type)) {
-        // The type was taken up again after this release event was posted: the new use stays.
+        // The type came into use again after this release event was posted: the new use stays.
         if (mFirstEvents[indexOf(type)]) return;
         mActiveTypes[indexOf(type)] = false;
     }
-    if (std::find(mActiveTypes.begin(), mActiveTypes.end(), true) == mActiveTypes.end()) {
-        mRunning = false;
-    }
+    if (!anyActive()) mRunning = false;
 }
 
 void SdkClientBase::setClientListener(LumSdkClientType type, Listener listener) {
     // The swap leaves the old callable in the argument, which goes after the lock.
-    const std::lock_guard<std::mutex> lock(mStateLock);
+    const lum::utils::MutexLock lock(mStateLock);
     mListeners[type].swap(listener);
 }
 
@@ -184,14 +183,14 @@ void SdkClientBase::notifyServiceUp(LumSdkClientType type) {
 }
 
 bool SdkClientBase::isActive(LumSdkClientType type) const {
-    const std::lock_guard<std::mutex> lock(mStateLock);
+    const lum::utils::MutexLock lock(mStateLock);
     return isKnown(type) && mActiveTypes[indexOf(type)];
 }
 
-bool SdkClientBase::takeUp(LumSdkClientType type, Listener listener,
-                           std::shared_ptr<SdkClientEvent> first) {
+bool SdkClientBase::begin(LumSdkClientType type, Listener listener,
+                          std::shared_ptr<SdkClientEvent> first) {
     if (!isKnown(type)) return false;
-    const std::lock_guard<std::mutex> lock(mStateLock);
+    const lum::utils::MutexLock lock(mStateLock);
     mListeners[type].swap(listener);
     mFirstEvents[indexOf(type)].swap(first);
     mActiveTypes[indexOf(type)] = true;
@@ -203,7 +202,7 @@ bool SdkClientBase::join(LumSdkClientType type, Listener listener,
                          const std::function<void()>& queued) {
     if (!isKnown(type)) return false;
     // Held until all is in place: the SDK thread takes it before it handles an event.
-    const std::lock_guard<std::mutex> lock(mStateLock);
+    const lum::utils::MutexLock lock(mStateLock);
     if (mClosing || !mRunning) return false;
     mListeners[type].swap(listener);
     postEvent(first);
@@ -214,18 +213,19 @@ bool SdkClientBase::join(LumSdkClientType type, Listener listener,
 }
 
 bool SdkClientBase::leave(LumSdkClientType type) {
-    const std::lock_guard<std::mutex> lock(mStateLock);
+    const lum::utils::MutexLock lock(mStateLock);
     if (isKnown(type)) mActiveTypes[indexOf(type)] = false;
-    if (mClosing ||
-        std::find(mActiveTypes.begin(), mActiveTypes.end(), true) != mActiveTypes.end()) {
-        return false;
-    }
+    if (mClosing || anyActive()) return false;
     mClosing = true;
     return true;
 }
 
+bool SdkClientBase::anyActive() const {
+    return std::find(mActiveTypes.begin(), mActiveTypes.end(), true) != mActiveTypes.end();
+}
+
 bool SdkClientBase::onSdkThread() const {
-    const std::lock_guard<std::mutex> lock(mStateLock);
+    const lum::utils::MutexLock lock(mStateLock);
     return mThread == std::this_thread::get_id();
 }
 
@@ -235,7 +235,7 @@ void SdkClientBase::runAfterLoop(void (*teardown)(SdkClientBase&)) {
 
 std::optional<std::pair<LumSdkClientType, SdkClientBase::Listener>> SdkClientBase::listenerAfter(
     std::optional<LumSdkClientType> last) const {
-    const std::lock_guard<std::mutex> lock(mStateLock);
+    const lum::utils::MutexLock lock(mStateLock);
     const auto next = last ? mListeners.upper_bound(*last) : mListeners.begin();
     if (next == mListeners.end()) return std::nullopt;
     return *next;
@@ -243,17 +243,17 @@ std::optional<std::pair<LumSdkClientType, SdkClientBase::Listener>> SdkClientBas
 
 void SdkClientBase::clearListeners() {
     std::map<LumSdkClientType, Listener> cleared;
-    const std::lock_guard<std::mutex> lock(mStateLock);
+    const lum::utils::MutexLock lock(mStateLock);
     mListeners.swap(cleared);
 }
 
 SdkClientBase::Listener SdkClientBase::findListener(LumSdkClientType type) const {
-    const std::lock_guard<std::mutex> lock(mStateLock);
+    const lum::utils::MutexLock lock(mStateLock);
     const auto found = mListeners.find(type);
     return found == mListeners.end() ? Listener() : found->second;
 }
 
 SdkClientBase::Listener SdkClientBase::subscriptListener(LumSdkClientType type) {
-    const std::lock_guard<std::mutex> lock(mStateLock);
+    const lum::utils::MutexLock lock(mStateLock);
     return mListeners[type];
 }

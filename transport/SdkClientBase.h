@@ -8,7 +8,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <shared_mutex>
 #include <thread>
@@ -20,6 +19,7 @@
 #include "utils/EventManager.h"
 #include "utils/LumEventHandler.h"
 #include "utils/LumTimer.h"
+#include "utils/Mutex.h"
 
 // The half of the transport that does not depend on how the service is reached: the SDK thread, the
 // queue of events for it, one listener per client type, and which client types are in use.
@@ -28,7 +28,7 @@
 // the SDK thread, except notifyServiceDown(). Listeners are called with no lock held.
 class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClientEvent>> {
   public:
-    // What a listener is told.
+    // What a listener is called with.
     enum SdkStatus : int32_t {
         SDK_BLOB_RECEIVED = 0,  // bytes from the service; on the thread that delivered them
         SDK_SEND_FAILED = 1,    // a queued request could not be handed over; on the SDK thread
@@ -58,7 +58,7 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     virtual bool isConnected(LumSdkClientType type) = 0;
     // Hands one request over; true on success.
     virtual bool sendBlobToService(LumSdkClientType type, std::vector<uint8_t> blob) = 0;
-    // Tells every listener that the service is gone, in ascending order of client type.
+    // Reports to every listener that the service is gone, in ascending order of client type.
     virtual void notifyServiceDown(LumSdkClientType type) = 0;
     // Called when a release event of the type has been handled.
     virtual void cleanup(LumSdkClientType type);
@@ -75,7 +75,7 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
 
     // Replaces the type's listener; the old callable is destroyed with no lock held.
     void setClientListener(LumSdkClientType type, Listener listener);
-    // Each tells the type's listener, on the calling thread, if there is one.
+    // Each calls the type's listener, on the calling thread, if there is one.
     void notifyReceivedBlob(LumSdkClientType type, const std::vector<uint8_t>& blob);
     void notifyServiceUp(LumSdkClientType type);
 
@@ -85,16 +85,16 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     bool isActive(LumSdkClientType type) const;
 
   protected:
-    // A type comes into use, with `first` as its first event. Returns false, with nothing changed,
-    // when the type is none that the transport knows.
-    bool takeUp(LumSdkClientType type, Listener listener, std::shared_ptr<SdkClientEvent> first);
+    // A type comes into use, with `first` as its first event, before the loop runs. Returns false,
+    // with nothing changed, when the type is none that the transport knows.
+    bool begin(LumSdkClientType type, Listener listener, std::shared_ptr<SdkClientEvent> first);
     // The same on a loop that runs, and queues the event; `queued` is called before the event can
     // be handled. Returns false, with nothing changed, also when the loop does not run any more or
-    // the last type has left. When it throws, the type is no more in use than it was.
+    // the last type has left. Throws std::bad_alloc; the type is then no more in use than it was.
     bool join(LumSdkClientType type, Listener listener, std::shared_ptr<SdkClientEvent> first,
               const std::function<void()>& queued);
     // A type goes out of use. Returns true to exactly one caller: the one that left last and has to
-    // see to the teardown. From then on join() refuses.
+    // tear down. From then on join() refuses.
     bool leave(LumSdkClientType type);
 
     bool onSdkThread() const;
@@ -104,7 +104,7 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
 
     // Waits until the SDK thread has left its loop. Whoever locks it owns the object until after
     // the unlock.
-    std::shared_mutex& gate() { return mGate; }
+    lum::utils::BasicMutex<std::shared_mutex>& gate() LUM_RETURNS(mGate) { return mGate; }
 
     // The entry with the lowest type above `last`, or of all if that is empty; nothing when there
     // is none. The listener may be an empty one.
@@ -124,6 +124,7 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     void runLoop();
     void handleRequest(const SdkClientEvent& event);
     void deactivate(LumSdkClientType type);
+    bool anyActive() const LUM_REQUIRES(mStateLock);
     // The type's listener; empty when it has none.
     Listener findListener(LumSdkClientType type) const;
     // The same, but leaves an empty entry behind for a type that has none.
@@ -132,17 +133,18 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     LumTimer* mTimer;
     lum::utils::EventManager* mEventManager;
     std::atomic<bool> mRunning{false};
-    std::shared_mutex mGate;
-    std::vector<bool> mActiveTypes;
-    std::map<LumSdkClientType, Listener> mListeners;
+    lum::utils::BasicMutex<std::shared_mutex> mGate;
+    std::vector<bool> mActiveTypes LUM_GUARDED_BY(mStateLock);
+    std::map<LumSdkClientType, Listener> mListeners LUM_GUARDED_BY(mStateLock);
 
-    // Guards the two above and what follows. Never held while a listener runs or is destroyed.
-    mutable std::mutex mStateLock;
+    // Never held while a listener runs or is destroyed.
+    mutable lum::utils::Mutex mStateLock;
     // Per type the first event of its latest use, until that event is handled: release events that
     // are handled before it belong to an earlier use.
-    std::array<std::shared_ptr<SdkClientEvent>, kClientTypes> mFirstEvents;
-    bool mClosing = false;  // the last type has left
-    std::thread::id mThread;
+    std::array<std::shared_ptr<SdkClientEvent>, kClientTypes> mFirstEvents
+        LUM_GUARDED_BY(mStateLock);
+    bool mClosing LUM_GUARDED_BY(mStateLock) = false;  // the last type has left
+    std::thread::id mThread LUM_GUARDED_BY(mStateLock);
     // Touched by the SDK thread alone.
     void (*mAfterLoop)(SdkClientBase&) = nullptr;
 };

@@ -74,9 +74,10 @@ EventManager::EventManager() {
 
 EventManager::~EventManager() {
     LUM_LOGD("EventManager: dtor");
-    while (!mRemovals.empty()) {
+    bool finished = false;
+    while (!finished) {
         try {
-            carryOutOnce();
+            finished = carryOutOnce();
         } catch (...) {
             LUM_LOGE("EventManager: dtor, a removal ended with an exception");
         }
@@ -103,7 +104,7 @@ void EventManager::closeOwnDescriptors() {
 
 bool EventManager::addEventHandler(int fd, void (*eventCallback)(int, void*), void* data,
                                    void (*closeCallback)(int, void*), int events) {
-    const std::lock_guard<std::recursive_mutex> guard(mMutex);
+    const MutexLock lock(mMutex);
     LUM_LOGD("addEventHandler(int %d, EventCallback %p, void* %p, CloseCallback %p, events %d) EX",
              fd, address(eventCallback), data, address(closeCallback), events);
     if (mHandlers.count(fd) != 0) {
@@ -133,7 +134,7 @@ bool EventManager::addEventHandler(int fd, void (*eventCallback)(int, void*), vo
 }
 
 void EventManager::removeEventHandler(int fd, bool closeFd, void (*done)(void*), void* doneData) {
-    std::unique_lock<std::recursive_mutex> guard(mMutex);
+    MutexLock lock(mMutex);
     LUM_LOGD("removeEventHandler(int fd: %d) EX", fd);
     const auto found = mHandlers.find(fd);
     if (found == mHandlers.end()) return;
@@ -144,12 +145,12 @@ void EventManager::removeEventHandler(int fd, bool closeFd, void (*done)(void*),
     mApprovedFds.erase(fd);
     mRemovals.add({fd, closeFd, done, doneData});
     if (signalRemoval(fd)) return;
-    guard.unlock();
+    lock.unlock();
     if (closeCallback != nullptr) closeCallback(fd, data);
 }
 
 void EventManager::immediatelyRemoveEventHandler(int fd) {
-    const std::lock_guard<std::recursive_mutex> guard(mMutex);
+    const MutexLock lock(mMutex);
     LUM_LOGD("immediatelyRemoveEventHandler(int fd: %d) EX", fd);
     mApprovedFds.erase(fd);
     // A removal already asked for may carry a done function, or leave the descriptor open.
@@ -188,14 +189,14 @@ void EventManager::processEvents(LumTimer* timer) {
         }
     }
     if (!removalsPending) return;
-    const std::lock_guard<std::recursive_mutex> guard(mMutex);
+    const MutexLock lock(mMutex);
     processRemove(mRemoveFd, this);
 }
 
 void EventManager::dispatch(int index, const epoll_event& event) {
     const int fd = event.data.fd;
     const uint32_t bits = event.events;
-    std::unique_lock<std::recursive_mutex> guard(mMutex);
+    MutexLock lock(mMutex);
     if (!isApprovedFd(fd)) {
         LUM_LOGE("file descriptor %d is not on the approved list, cannot process event", fd);
         return;
@@ -205,32 +206,33 @@ void EventManager::dispatch(int index, const epoll_event& event) {
         LUM_LOGE("file descriptor '%d' sent HUP/ERR.", fd);
         // With the lock kept, so that it is still this descriptor that is removed.
         immediatelyRemoveEventHandler(fd);
-    } else if ((bits & EPOLLIN) != 0) {
-        dispatchReadable(fd, guard);
-    } else {
+    } else if ((bits & EPOLLIN) == 0) {
         LUM_LOGE("Unhandled epoll event: %s [flags 0%o]. SHOULD NOT HAPPEN",
                  flagNames(bits).c_str(), bits);
+    } else if (const HandlerObject* const handler = handlerOf(fd)) {
+        const auto callback = handler->mEventCallback;
+        void* const data = handler->mData;
+        LUM_LOGD("file descriptor '%d' is processing events [callback:%p, data:%p]", fd,
+                 address(callback), data);
+        lock.unlock();
+        callback(fd, data);
     }
 }
 
-void EventManager::dispatchReadable(int fd, std::unique_lock<std::recursive_mutex>& guard) {
+// The handler that is to be called when fd is readable; null if there is none.
+const HandlerObject* EventManager::handlerOf(int fd) const {
     const auto found = mHandlers.find(fd);
     if (found == mHandlers.end()) {
         LUM_LOGW(
             "file descriptor '%d' does not have an event handler registered. SHOULD NOT HAPPEN",
             fd);
-        return;
+        return nullptr;
     }
     if (found->second.mNoEventCallback) {
         LUM_LOGW("no callback registered fd:%d. SHOULD NOT HAPPEN.", fd);
-        return;
+        return nullptr;
     }
-    const auto callback = found->second.mEventCallback;
-    void* const data = found->second.mData;
-    LUM_LOGD("file descriptor '%d' is processing events [callback:%p, data:%p]", fd,
-             address(callback), data);
-    guard.unlock();
-    callback(fd, data);
+    return &found->second;
 }
 
 void EventManager::wake() {
@@ -253,7 +255,7 @@ void EventManager::remApprovedFd(int fd) {
 }
 
 int EventManager::getNumRegisteredFds() {
-    const std::lock_guard<std::recursive_mutex> guard(mMutex);
+    const MutexLock lock(mMutex);
     const int count = static_cast<int>(mApprovedFds.size()) - kOwnApprovedFds;
     if (count < 0) LUM_LOGE("Invalid approvedFd size %d. Should not happen", count);
     for (const int fd : mApprovedFds) LUM_LOGD("Approved FD: %d", fd);
@@ -294,12 +296,12 @@ void EventManager::carryOutRemovals() {
 // Carries out what is pending now; true when nothing has come to it meanwhile.
 bool EventManager::carryOutOnce() {
     {
-        const std::lock_guard<std::recursive_mutex> guard(mMutex);
+        const MutexLock lock(mMutex);
         mRemovals.begin();
     }
     while (carryOutNext()) {
     }
-    const std::lock_guard<std::recursive_mutex> guard(mMutex);
+    const MutexLock lock(mMutex);
     mRemovals.end();
     if (!mRemovals.empty()) return false;
     // Drained in the same hold of the lock that found nothing left: a removal queued in between
@@ -313,7 +315,7 @@ bool EventManager::carryOutNext() {
     EventManagerUpdate removal{};
     bool disowned = false;
     {
-        const std::lock_guard<std::recursive_mutex> guard(mMutex);
+        const MutexLock lock(mMutex);
         if (!mRemovals.next(&removal, &disowned)) return false;
         if (disowned) {
             LUM_LOGD("fd %d was added again before its removal", removal.mFd);

@@ -5,11 +5,11 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <set>
 
 #include "utils/Export.h"
 #include "utils/LumTimer.h"
+#include "utils/Mutex.h"
 #include "utils/PendingRemovals.h"
 
 namespace lum::utils {
@@ -40,18 +40,15 @@ class LUM_EXPORT EventManager {
 
     // Starts watching a descriptor, level-triggered.
     // fd: stays its owner's until it is removed with the close flag set or hangs up.
-    // eventCallback: called on the event thread with (fd, data) while fd is readable. Without one
-    // (null),
-    //     events of fd are logged only.
-    // data: given to both callbacks; not owned; must live until the handler is gone.
+    // eventCallback: called on the event thread with (fd, data) while fd is readable. When it is
+    // null, events of fd are only logged.
+    // data: passed to both callbacks; not owned; must live until the handler is gone.
     // closeCallback: may be null. Called with (fd, data), in removeEventHandler, only when the
-    // event thread
-    //     could not be told of the removal. It must not close fd: the removal stays queued.
-    // events: epoll event bits, EPOLLIN | EPOLLHUP as a rule.
-    // Returns true when fd is being watched, false when it was already or epoll refuses it. Throws
-    // std::bad_alloc, having changed nothing.
-    // A number that was closed and given out anew while its removal was still pending may be added
-    // again; the old removal then leaves it alone, but its done function is still called.
+    // event thread could not be notified of the removal. It must not close fd: the removal stays
+    // queued. events: epoll event bits, EPOLLIN | EPOLLHUP as a rule. Returns true when fd is being
+    // watched, false when it was already or epoll refuses it. Throws std::bad_alloc, having changed
+    // nothing. A number that was closed and given out anew while its removal was still pending may
+    // be added again; the old removal then leaves it alone, but its done function is still called.
     bool addEventHandler(int fd, void (*eventCallback)(int, void*), void* data,
                          void (*closeCallback)(int, void*), int events);
 
@@ -59,8 +56,7 @@ class LUM_EXPORT EventManager {
     // of epoll at the end of its pass. Does nothing when fd has no handler. Needs no memory.
     // closeFd: true to have it closed then, or done called in its place.
     // done, doneData: called on the event thread (or in the destructor), only if closeFd is true;
-    // done may
-    //     be null.
+    // done may be null.
     // A callback of fd already running on the event thread is not waited for.
     void removeEventHandler(int fd, bool closeFd, void (*done)(void*), void* doneData);
 
@@ -80,17 +76,17 @@ class LUM_EXPORT EventManager {
 
     // The set of descriptors whose events are dispatched; addEventHandler and the removals keep it.
     // These three take no lock: hold the mutex (lockRecursiveMutex) where another thread may run.
-    void addApprovedFd(int fd);
-    bool isApprovedFd(int fd) const;
-    void remApprovedFd(int fd);
+    void addApprovedFd(int fd) LUM_UNCHECKED;
+    bool isApprovedFd(int fd) const LUM_UNCHECKED;
+    void remApprovedFd(int fd) LUM_UNCHECKED;
 
     // How many descriptors are approved, the manager's own two not counted. Logs each.
     int getNumRegisteredFds();
 
     // Hold off all other threads, for several calls that belong together. The mutex is recursive;
     // as many unlocks as locks, on the same thread.
-    void lockRecursiveMutex();
-    void unlockRecursiveMutex();
+    void lockRecursiveMutex() LUM_ACQUIRE(mMutex);
+    void unlockRecursiveMutex() LUM_RELEASE(mMutex);
 
     // Event callback that reads fd, which must be non-blocking, until it is empty. data is not
     // used.
@@ -108,19 +104,19 @@ class LUM_EXPORT EventManager {
     void closeOwnDescriptors();
     bool signalRemoval(int fd);
     void dispatch(int index, const epoll_event& event);
-    void dispatchReadable(int fd, std::unique_lock<std::recursive_mutex>& guard);
+    const HandlerObject* handlerOf(int fd) const LUM_REQUIRES(mMutex);
     void carryOutRemovals();
     bool carryOutOnce();
     bool carryOutNext();
 
-    std::recursive_mutex mMutex;
+    mutable RecursiveMutex mMutex;
     int mEpollFd = -1;
     int mWakeFd = -1;
     int mRemoveFd = -1;
     int64_t mInProgress = 0;
-    std::map<int, HandlerObject> mHandlers;
-    PendingRemovals mRemovals;
-    std::set<int> mApprovedFds;
+    std::map<int, HandlerObject> mHandlers LUM_GUARDED_BY(mMutex);
+    PendingRemovals mRemovals LUM_GUARDED_BY(mMutex);
+    std::set<int> mApprovedFds LUM_GUARDED_BY(mMutex);
 };
 
 }  // namespace lum::utils

@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <queue>
 #include <string>
 #include <utility>
@@ -19,6 +18,7 @@
 #include "utils/EventManager.h"
 #include "utils/Log.h"
 #include "utils/LumTimer.h"
+#include "utils/Mutex.h"
 
 namespace lum::utils {
 
@@ -27,10 +27,9 @@ namespace lum::utils {
 template <typename T>
 class LumEventHandler {
   public:
-    // Registers the queue's descriptor with em; isRegistered tells whether that went well.
+    // Registers the queue's descriptor with em; isRegistered says whether that succeeded.
     // em, timer: not owned. em must live until detach or the destructor; the timer is kept for
-    // derived
-    //     classes.
+    // derived classes.
     // name: for the log.
     LumEventHandler(EventManager& em, LumTimer& timer, const std::string& name);
 
@@ -85,11 +84,10 @@ class LumEventHandler {
     }
 
     void drain(int fd);
-    void handleFront(std::unique_lock<std::mutex>& guard);
 
     int mEventFd = -1;
-    std::mutex mQueueLock;
-    std::queue<T> mQueue;
+    Mutex mQueueLock;
+    std::queue<T> mQueue LUM_GUARDED_BY(mQueueLock);
     std::atomic<State> mState{State::kUnregistered};
 };
 
@@ -121,7 +119,7 @@ void LumEventHandler<T>::postEvent(T value) {
     if (mState == State::kDetached) return;
     LUM_LOGD("LumEventHandler postEvent start for fd[%d]", mEventFd);
     LUM_LOGD("Wakelock evt start %p %p", static_cast<void*>(this), addressOf(value));
-    const std::lock_guard<std::mutex> guard(mQueueLock);
+    const MutexLock lock(mQueueLock);
     // Again, under the lock that detach takes: the descriptor must not be written once it is given
     // up.
     if (mState == State::kDetached) return;
@@ -138,7 +136,7 @@ template <typename T>
 void LumEventHandler<T>::detach() {
     State before;
     {
-        const std::lock_guard<std::mutex> guard(mQueueLock);
+        const MutexLock lock(mQueueLock);
         before = mState.exchange(State::kDetached);
     }
     if (before == State::kRegistered) {
@@ -158,34 +156,28 @@ void LumEventHandler<T>::cb(int fd, void* data) {
 template <typename T>
 void LumEventHandler<T>::drain(int fd) {
     uint64_t count = 0;
-    std::unique_lock<std::mutex> guard(mQueueLock);
+    MutexLock lock(mQueueLock);
     while (read(fd, &count, sizeof count) == sizeof count) {
         if (mQueue.empty()) {
-            guard.unlock();
             LUM_LOGE("More fd reads than queue events. SHOULD NEVER HAPPEN. fd=%d", fd);
             return;
         }
-        handleFront(guard);
-        guard.lock();
+        {
+            const T value = mQueue.front();
+            mQueue.pop();
+            // Nothing of the value's owner runs with the lock held, its destructor included.
+            lock.unlock();
+            handleEvent(value);
+            LUM_LOGD("Wakelock evt end %p %p", static_cast<void*>(this), addressOf(value));
+        }
+        lock.lock();
     }
-    const int error = errno;
-    guard.unlock();
-    if (error != EAGAIN) {
+    if (errno != EAGAIN) {
         // The error stands behind fd= and the descriptor behind err=: what reads these logs expects
         // it so.
-        LUM_LOGE("CB thread woken, but fd read failed. SHOULD NEVER HAPPEN. fd=%d err=%d", error,
+        LUM_LOGE("CB thread woken, but fd read failed. SHOULD NEVER HAPPEN. fd=%d err=%d", errno,
                  fd);
     }
-}
-
-// Releases the lock before anything of the value's owner can run, its destructor included.
-template <typename T>
-void LumEventHandler<T>::handleFront(std::unique_lock<std::mutex>& guard) {
-    const T value = mQueue.front();
-    mQueue.pop();
-    guard.unlock();
-    handleEvent(value);
-    LUM_LOGD("Wakelock evt end %p %p", static_cast<void*>(this), addressOf(value));
 }
 
 }  // namespace lum::utils

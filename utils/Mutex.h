@@ -16,11 +16,15 @@
 // A variable: read and written only with this lock held. POINTEE: what a pointer points to.
 #define LUM_GUARDED_BY(lock) LUM_THREAD_ANNOTATION(guarded_by(lock))
 #define LUM_POINTEE_GUARDED_BY(lock) LUM_THREAD_ANNOTATION(pt_guarded_by(lock))
-// A function: caller must hold these locks; caller must not hold them; takes them; releases them.
+// A function: caller must hold these locks; caller must not hold them; locks them; unlocks them.
 #define LUM_REQUIRES(...) LUM_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define LUM_EXCLUDES(...) LUM_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define LUM_ACQUIRE(...) LUM_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define LUM_RELEASE(...) LUM_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
+// A function: returns this lock.
+#define LUM_RETURNS(lock) LUM_THREAD_ANNOTATION(lock_returned(lock))
+// A function that reads what is guarded without the lock, as its comment says.
+#define LUM_UNCHECKED LUM_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace lum::utils {
 
@@ -29,6 +33,9 @@ template <typename Native>
 class LUM_THREAD_ANNOTATION(capability("mutex")) BasicMutex {
   public:
     void lock() LUM_ACQUIRE() { mNative.lock(); }
+    bool try_lock() LUM_THREAD_ANNOTATION(try_acquire_capability(true)) {
+        return mNative.try_lock();
+    }
     void unlock() LUM_RELEASE() { mNative.unlock(); }
 
   private:
@@ -40,7 +47,7 @@ class LUM_THREAD_ANNOTATION(capability("mutex")) BasicMutex {
 using Mutex = BasicMutex<std::mutex>;
 using RecursiveMutex = BasicMutex<std::recursive_mutex>;
 
-// Holds a lock as long as it lives, but for where unlock() and lock() let go of it.
+// Holds a lock as long as it lives, except between unlock() and lock().
 template <typename Native>
 class LUM_THREAD_ANNOTATION(scoped_lockable) MutexLock {
   public:

@@ -52,7 +52,7 @@ class FakeTransport : public SdkClientBase {
         if (throwInCleanup) throw std::runtime_error("cleanup");
     }
 
-    using SdkClientBase::takeUp;
+    using SdkClientBase::begin;
     bool join(LumSdkClientType type, Listener listener, std::shared_ptr<SdkClientEvent> first) {
         return SdkClientBase::join(type, std::move(listener), std::move(first), [] {});
     }
@@ -85,7 +85,7 @@ class SdkClientBaseTest : public testing::Test {
     // Brings the SDK thread up with `type` in use.
     void start(const std::shared_ptr<SdkClientEvent>& first, const ListenerRecord& listener,
                LumSdkClientType type = kSdf) {
-        ASSERT_TRUE(transport->takeUp(type, listener, first));
+        ASSERT_TRUE(transport->begin(type, listener, first));
         transport->start(type, first, transport);
     }
     void post(LumSdkClientType type, Bytes blob, bool release = false) {
@@ -179,7 +179,7 @@ TEST_F(SdkClientBaseTest, ThreadOwnsTheGateAndTheObjectWhenStartReturns) {
 
 TEST_F(SdkClientBaseTest, NoFirstEventIsFine) {
     const ListenerRecord listener;
-    ASSERT_TRUE(transport->takeUp(kSdf, listener, nullptr));
+    ASSERT_TRUE(transport->begin(kSdf, listener, nullptr));
     transport->start(kSdf, nullptr, transport);
     end();
     EXPECT_EQ(transport->connects, 0);  // a release event never connects
@@ -428,12 +428,12 @@ TEST_F(SdkClientBaseTest, TypesOutsideTheKnownOnesAreRefused) {
     const ListenerRecord listener;
     for (const int type : {-1, 14, 1000}) {
         EXPECT_FALSE(
-            transport->takeUp(static_cast<LumSdkClientType>(type), listener, makeEvent(type, {1})))
+            transport->begin(static_cast<LumSdkClientType>(type), listener, makeEvent(type, {1})))
             << type;
     }
     for (const int type : {0, 13}) {
         EXPECT_TRUE(
-            transport->takeUp(static_cast<LumSdkClientType>(type), listener, makeEvent(type, {1})))
+            transport->begin(static_cast<LumSdkClientType>(type), listener, makeEvent(type, {1})))
             << type;
     }
 }
@@ -472,7 +472,7 @@ TEST_F(SdkClientBaseTest, ThreadBlocksWhatAProgramHandlesAndNoFault) {
 
 TEST_F(SdkClientBaseTest, ThreadRefusedIsTheStandardLibrarysException) {
     const ListenerRecord listener;
-    ASSERT_TRUE(transport->takeUp(kSdf, listener, makeEvent(kSdf, {1})));
+    ASSERT_TRUE(transport->begin(kSdf, listener, makeEvent(kSdf, {1})));
     {
         const ThreadRefusal refused;
         EXPECT_THROW(transport->start(kSdf, makeEvent(kSdf, {1}), transport), std::system_error);
@@ -484,7 +484,7 @@ TEST_F(SdkClientBaseTest, ThreadRefusedIsTheStandardLibrarysException) {
 TEST_F(SdkClientBaseTest, ThreadThatCannotQueueTheFirstEventForWantOfMemoryEndsAndSaysSo) {
     const ListenerRecord listener;
     const auto first = makeEvent(kSdf, {1});
-    ASSERT_TRUE(transport->takeUp(kSdf, listener, first));
+    ASSERT_TRUE(transport->begin(kSdf, listener, first));
     // Until there is no memory for one more.
     const auto queued = makeEvent(kSdf, {2});
     size_t count = 0;
