@@ -17,7 +17,7 @@ bool isAlive(SdfFilterStatus status) {
     return status <= SDF_FILTER_ACTIVE;
 }
 
-// What applications are told of a filter that the service made.
+// What applications see of a filter that the service made.
 SdfAddFilterInfo describe(const SdfProto::AddFilter& filter) {
     // Both ends of a flow are of one family, so the source's text decides.
     const int family = ClientSdfUtils::ipVersion(filter.src_ip()) == 4 ? AF_INET : AF_INET6;

@@ -20,24 +20,25 @@ class SdkBase {
   public:
     virtual ~SdkBase();
 
-    // Receives everything the transport has to tell; see SdkClientBase::SdkStatus for the threads.
+    // Receives all that the transport reports; see SdkClientBase::SdkStatus for the threads.
     virtual void blobListener(SdkClientBase::SdkStatus status,
                               const std::vector<uint8_t>& bytes) = 0;
 
     // Obtains the transport for `type` and hands it `event`, its first one. With a transport
     // already there, only queues `event` (if there is one) and leaves the listener as it is. When
-    // no transport can be had, mBaseStatusCbV2 is called with -3, or else mLegacyStatusCb with 2.
-    // Throws std::bad_alloc, with nothing changed, when memory runs out.
+    // there is no transport, mBaseStatusCbV2 is called with -3, or else mLegacyStatusCb with 2.
+    // Throws std::bad_alloc; may be called again then. For other feature clients: this library's
+    // own uses the two halves.
     void createSdkInstance(LumSdkClientType type, SdkClientBase::Listener listener,
                            std::shared_ptr<SdkClientEvent> event);
 
     // The two halves of createSdkInstance(), for those who do not want to report at once: false
-    // when no transport can be had, and the report of that, with the callbacks to choose from.
+    // when there is no transport, and the report of that, with the callbacks to choose from.
     bool obtainTransport(LumSdkClientType type, SdkClientBase::Listener listener,
                          std::shared_ptr<SdkClientEvent> event);
     static void reportNoTransport(void (*baseStatusCbV2)(int), void (*legacyStatusCb)(status_e));
 
-    // Lets go of the transport for `type`. The type's release event has to be posted before. Waits
+    // Releases the transport for `type`. The type's release event has to be posted before. Waits
     // for the SDK thread if this was the last type, unless called on that thread. Does nothing when
     // there is no transport.
     void destroySdkInstance(LumSdkClientType type);

@@ -39,7 +39,7 @@ class SdkClient : public aidl::vendor::orn::data::lumservice::BnLumServiceCallba
         LumSdkClientType type, Listener listener, std::shared_ptr<SdkClientEvent> event,
         std::shared_ptr<SdkClientBase>* published = nullptr);
 
-    // Lets go of the transport for `type`, whose release event has to be posted before. The last
+    // Releases the transport for `type`, whose release event has to be posted before. The last
     // one waits until the SDK thread has handled everything queued (while the service is missing,
     // about 3.15 s for each request), then tears the transport down. On the SDK thread itself
     // it does not wait: the instance is gone at once for everyone, and the thread cleans up at its

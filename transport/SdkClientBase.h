@@ -73,7 +73,8 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     void start(LumSdkClientType type, std::shared_ptr<SdkClientEvent> event,
                std::shared_ptr<SdkClientBase> self, const std::function<void()>& running);
 
-    // Replaces the type's listener; the old callable is destroyed with no lock held.
+    // Replaces the type's listener; the old callable is destroyed with no lock held. For other
+    // feature clients: this library's own sets its listener when it joins.
     void setClientListener(LumSdkClientType type, Listener listener);
     // Each calls the type's listener, on the calling thread, if there is one.
     void notifyReceivedBlob(LumSdkClientType type, const std::vector<uint8_t>& blob);

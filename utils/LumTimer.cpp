@@ -6,6 +6,7 @@
 #include <chrono>
 #include <climits>
 #include <cstring>
+#include <limits>
 #include <new>
 
 #include "utils/Log.h"
@@ -48,7 +49,7 @@ bool TimedEventCmp::operator()(const TimedEvent& a, const TimedEvent& b) const {
     return LumTimer::cmpTimeSpec(a.mDeadline, b.mDeadline) > 0;
 }
 
-// Makes room for count callbacks, at least doubling so that single additions stay cheap.
+// Reserves space for count callbacks, at least doubling so that single additions stay cheap.
 void LumTimer::Queue::reserve(size_t count) {
     if (count > c.capacity()) c.reserve(std::max(count, 2 * c.capacity()));
 }
@@ -57,9 +58,10 @@ void LumTimer::Queue::remove(int id) {
     const auto found =
         std::find_if(c.begin(), c.end(), [id](const TimedEvent& event) { return event.mId == id; });
     if (found == c.end()) return;
-    const bool last = found + 1 == c.end();
-    c.erase(found);
-    if (!last) std::make_heap(c.begin(), c.end(), comp);
+    // As the earliest of all it moves to the top along its own branch, and from there out.
+    found->mDeadline = {std::numeric_limits<time_t>::min(), 0};
+    std::push_heap(c.begin(), found + 1, comp);
+    pop();
 }
 
 LumTimer::LumTimer(ILumTimerMonitor* monitor) : mMonitor(monitor) {}

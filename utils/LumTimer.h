@@ -46,13 +46,13 @@ class LUM_EXPORT LumTimer {
 
     // Queues a callback.
     // delay: milliseconds from now. Only the low 32 bits, as a signed number, make the first
-    // deadline;
-    //     zero and negative delays are due at once. The whole value is kept for running it again.
+    // deadline; zero and negative delays are due at once. The whole value is kept for running it
+    // again.
     // callback: not null. It returns -1 to end, a positive number to run again after that many
-    //     milliseconds, which become its delay, and 0 to run again after the delay it has. With a
-    //     delay of 0 that is at once, without end. Other negative values count as 0 and are logged.
-    //     One that throws is dropped.
-    // data: given to the callback; not owned; may be null.
+    // milliseconds, which become its delay, and 0 to run again after the delay it has. With a delay
+    // of 0 that is at once, without end. Other negative values count as 0 and are logged. One that
+    // throws is dropped.
+    // data: passed to the callback; not owned; may be null.
     // Returns its id, 1 to 2147483646, or -1 (null callback, no clock, no memory).
     int addTimedCallback(long long delay, int (*callback)(void*), void* data);
 
@@ -102,7 +102,7 @@ class LUM_EXPORT LumTimer {
     Queue mEvents;
     ILumTimerMonitor* mMonitor;
     int mLastTimerId = 0;
-    // Callbacks taken out of the queue and not yet back. The queue keeps room for them, so that
+    // Callbacks taken out of the queue and not yet back. The queue keeps space for them, so that
     // running one again needs no memory.
     size_t mRunning = 0;
 };

@@ -8,23 +8,23 @@
 /// ## How to use it
 ///
 ///   1. createSdfClient() with a status callback.
-///   2. Wait until that callback is told #SDF_V2_SERVICE_UP (-7).
+///   2. Wait until that callback reports #SDF_V2_SERVICE_UP (-7).
 ///   3. Issue requests. Their results come through callbacks.
 ///   4. destroySdfClient().
 ///
 /// There is one client per process. Nothing here waits for the service's answer: a function returns
-/// only what the library can tell at once, everything else comes through callbacks.
+/// only what the library knows at once, everything else comes through callbacks.
 ///
 /// ## Losing the service
 ///
-/// When the status callback is told anything but #SDF_V2_SERVICE_UP, the service counts as down:
+/// When the status callback reports anything but #SDF_V2_SERVICE_UP, the service counts as down:
 /// every request returns #SDF_V2_SERVICE_DOWN (-8) and sends nothing, so that no request can bring
 /// the service back. Call createSdfClient() (or lum_sdf_enable()) again until #SDF_V2_SERVICE_UP
 /// comes; only they make the library connect again. One call makes one attempt, in the background,
 /// of up to 3.15 seconds (on a platform whose service lookup waits for the service, for as long as
 /// that takes); an attempt that finds no service is not reported. Calls that come faster than every
-/// four seconds queue up. A call made while the loss is still being told may yet
-/// go to the lost service, and be answered with #SDF_V2_INTERNAL_ERROR (-3): call again.
+/// four seconds queue up. A call made while the loss is still being reported may yet go to the lost
+/// service, and be answered with #SDF_V2_INTERNAL_ERROR (-3): call again.
 ///
 /// The service knows nothing of a client that comes back: register again and add the filters again,
 /// after an sdfDeleteAllFilter(), since the library still knows those of before.
@@ -40,12 +40,12 @@
 /// another may have done so. No function throws.
 ///
 /// What the service makes of a request is not part of the return value, and for most requests it
-/// does not tell: 0 says that the request is on its way.
+/// does not report it: 0 says that the request is on its way.
 ///
 /// ## Threads and callbacks
 ///
-/// Callbacks are plain function pointers and belong to the application. They must not throw. They
-/// come
+/// Callbacks are plain function pointers that belong to the application. They must not throw. They
+/// are called
 ///   - on a thread of the binder thread pool: what the service sends, and the loss of the service;
 ///   - on the library's own thread: a message that the service refused to take;
 ///   - on the caller's thread, before the function returns, where a function says so.
@@ -68,8 +68,7 @@
 
 /// The version of this header, as text; the library that comes with it has the same.
 #define LUM_SDF_SDK_VERSION "1.0.0"
-/// The first number of it: another one stands for an interface that programs have to be changed
-/// for.
+/// The first number of it: with another one, programs have to be changed.
 #define LUM_SDF_SDK_VERSION_MAJOR 1
 /// The second number: counts what was added to the interface.
 #define LUM_SDF_SDK_VERSION_MINOR 0
@@ -86,9 +85,8 @@
 #endif
 #endif
 #ifndef SDF_INT32_ENUM
-// This C compiler cannot be told the type. It takes one of 32 bits, but mostly an unsigned one
-// where no value below is negative: convert to int32_t what is to be compared with a negative
-// number.
+// This C compiler has no syntax for the type. It takes one of 32 bits, but mostly an unsigned one
+// where no value below is negative: convert to int32_t what you compare with a negative number.
 #define SDF_INT32_ENUM
 #endif
 
@@ -157,7 +155,7 @@ __extension__ typedef enum SdfOod SDF_INT32_ENUM {
 
 /// The transport protocol of a flow. Valid: 0 to 3.
 __extension__ typedef enum SdfProtocol SDF_INT32_ENUM {
-    SDF_PROTOCOL_NONE = 0,    ///< not told
+    SDF_PROTOCOL_NONE = 0,    ///< not known
     SDF_PROTOCOL_TCP = 1,     ///< TCP
     SDF_PROTOCOL_UDP = 2,     ///< UDP
     SDF_PROTOCOL_TCPUDP = 3,  ///< both
@@ -165,7 +163,7 @@ __extension__ typedef enum SdfProtocol SDF_INT32_ENUM {
 
 /// The traffic priority class of a filter. Valid: 0 to 32; priority n has the value n.
 __extension__ typedef enum SdfFilterAppType SDF_INT32_ENUM {
-    SDF_APP_TYPE_UNSPECIFIED = 0,           ///< not told
+    SDF_APP_TYPE_UNSPECIFIED = 0,           ///< not known
     SDF_APP_TYPE_TRAFFIC_PRIO_HIGHEST = 1,  ///< priority 1
     SDF_APP_TYPE_TRAFFIC_PRIO_2 = 2,        ///< priority 2
     SDF_APP_TYPE_TRAFFIC_PRIO_3 = 3,        ///< priority 3
@@ -241,7 +239,7 @@ typedef struct SdfAddFilterInfo {
 typedef void (*SdfStatusV2Cb)(int status);
 
 /// The same in the older codes.
-/// @param status what #SdfStatusV2Cb is told, as #status_e
+/// @param status what #SdfStatusV2Cb receives, as #status_e
 typedef void (*SdfLegacyStatusCb)(status_e status);
 
 /// The levels in force after sdfSetLatencyLvl(). Called at most once for each request.
@@ -291,18 +289,18 @@ typedef void (*SdfAutoFilterInfoCb)(unsigned int filter_id, SdfAddFilterInfo inf
 /// already, replaces its V2 status callback by `cb`, asks again, and connects again if the link was
 /// lost. Does not wait for the service.
 ///
-/// When the library could not set up its link (no fourth descriptor or no thread to be had, or a
-/// destroy still under way on another thread), the return value is 0 too, a callback of
-/// lum_sdf_enable() is called with #SDF_STATUS_INTERNAL_ERROR before the function returns (but not
-/// from inside a callback that is just told of this), `cb` is not called, and requests return -5:
-/// call again later.
+/// When the library could not set up its link (no fourth descriptor or no thread, or a destroy
+/// still under way on another thread), the return value is 0 too, a callback of lum_sdf_enable() is
+/// called with #SDF_STATUS_INTERNAL_ERROR before the function returns (but not from inside a
+/// callback that reports this), `cb` is not called, and requests return -5: call again later.
 ///
-/// Ends the process, with exit(-1) and an error in the log, when not even three descriptors can be
-/// had for the event loop.
+/// Ends the process, with exit(-1) and an error in the log, when there are not even three
+/// descriptors for the event loop.
 ///
-/// @param cb  told about the service from now on: #SDF_V2_SERVICE_UP, #SDF_V2_SERVICE_DOWN, other
+/// @param cb  reports the service's status from now on: #SDF_V2_SERVICE_UP, #SDF_V2_SERVICE_DOWN,
+/// other
 ///            codes (all of which mean that requests are refused). Not null. A callback of
-///            lum_sdf_enable() stays in place and is told the same.
+///            lum_sdf_enable() stays in place and reports the same.
 /// @return 0 when the client exists, whether or not the service can be reached; -2 when `cb` is
 ///         null; -3 when memory runs out: create again, or destroy
 SDF_API long long createSdfClient(SdfStatusV2Cb cb);
@@ -312,7 +310,7 @@ SDF_API long long createSdfClient(SdfStatusV2Cb cb);
 ///
 /// When the client has no link (see createSdfClient()), the client stays, its status callbacks are
 /// called with #SDF_STATUS_INTERNAL_ERROR and #SDF_V2_INTERNAL_ERROR before the function returns
-/// (but not from inside a callback that is just told of this), and it returns -5.
+/// (but not from inside a callback that reports this), and it returns -5.
 ///
 /// Blocks until the library's thread has handled everything queued before. Each message takes as
 /// long as the service takes to accept it. While there is no service, each takes one connection
@@ -331,11 +329,11 @@ SDF_API long long destroySdfClient(void);
 /// each kind. Does not wait for the service.
 ///
 /// When the library could not set up its link, `cb` is called with #SDF_STATUS_INTERNAL_ERROR
-/// before the function returns 1 (but not from inside a callback that is just told of this). When
+/// before the function returns 1 (but not from inside a callback that reports this). When
 /// there is no memory for the client object itself, the same, and it returns 0. Ends the process as
 /// createSdfClient() does.
 ///
-/// @param cb  told #SDF_STATUS_SERVICE_UP, #SDF_STATUS_SERVICE_DOWN, other codes. Not null.
+/// @param cb  receives #SDF_STATUS_SERVICE_UP, #SDF_STATUS_SERVICE_DOWN, other codes. Not null.
 /// @return 1 when the client exists; 0 when `cb` is null or memory runs out
 SDF_API long long lum_sdf_enable(SdfLegacyStatusCb cb);
 
@@ -454,7 +452,7 @@ SDF_API long long sdfGetPriorityQueueReport(SdfPriorityQueueReportCb cb);
 /// @return 0; or -5, -2, -8, -3
 SDF_API long long sdfRegAutoFilterInfo(SdfAutoFilterInfoCb cb);
 
-/// Asks to be told what becomes of filters, beyond the answer to adding them.
+/// Asks for reports of what becomes of filters, beyond the answer to adding them.
 ///
 /// @param cb  called for each filter in each indication, as long as the client lives, also for
 ///            filters that this client does not know; not null. Replaces the one of an earlier
