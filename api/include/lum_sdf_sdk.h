@@ -297,9 +297,8 @@ typedef void (*SdfAutoFilterInfoCb)(unsigned int filter_id, SdfAddFilterInfo inf
 /// Ends the process, with exit(-1) and an error in the log, when there are not even three
 /// descriptors for the event loop.
 ///
-/// @param cb  reports the service's status from now on: #SDF_V2_SERVICE_UP, #SDF_V2_SERVICE_DOWN,
-/// other
-///            codes (all of which mean that requests are refused). Not null. A callback of
+/// @param cb  reports the service's status: #SDF_V2_SERVICE_UP, #SDF_V2_SERVICE_DOWN, or other
+///            codes, which all mean that requests are refused. Not null. A callback of
 ///            lum_sdf_enable() stays in place and reports the same.
 /// @return 0 when the client exists, whether or not the service can be reached; -2 when `cb` is
 ///         null; -3 when memory runs out: create again, or destroy
