@@ -128,25 +128,18 @@ AIBinder* AIBinder_new(const AIBinder_Class* clazz, void* args) {
         LUM_LOGE("binder: AIBinder_new without a class");
         return nullptr;
     }
-    // The room first: user data made before it could not be given back.
-    void* const room = ::operator new(sizeof(LocalBinder), std::nothrow);
-    if (room == nullptr) {
+    // The memory first: user data made before it could not be given back.
+    void* const memory = ::operator new(sizeof(LocalBinder), std::nothrow);
+    if (memory == nullptr) {
         LUM_LOGE("binder: no memory");
         return nullptr;
     }
     void* userData = nullptr;
-    const bool created = callOut(
-        "onCreate",
-        [&] {
-            userData = clazz->onCreate(args);
-            return true;
-        },
-        false);
-    if (!created) {
-        ::operator delete(room);
+    if (!callOut("onCreate", [&] { userData = clazz->onCreate(args); })) {
+        ::operator delete(memory);
         return nullptr;
     }
-    return new (room) LocalBinder(*clazz, userData);
+    return new (memory) LocalBinder(*clazz, userData);
 }
 
 bool AIBinder_isRemote(const AIBinder* binder) {

@@ -98,13 +98,7 @@ std::vector<DeathLink> takeDeathLinks(RemoteBinder& binder) noexcept {
 
 void tellUnlinked(const DeathLink& link) noexcept {
     if (link.onUnlinked == nullptr) return;
-    callOut(
-        "onBinderUnlinked",
-        [&] {
-            link.onUnlinked(link.cookie);
-            return true;
-        },
-        false);
+    callOut("onBinderUnlinked", [&] { link.onUnlinked(link.cookie); });
 }
 
 // One link at a time, so that a recipient can still take back those that have not been called.
@@ -113,13 +107,7 @@ void DeathNotification::run() {
     proxy.setDead();
     DeathLink link;
     while (takeFirstLink(proxy, &link)) {
-        callOut(
-            "onBinderDied",
-            [&] {
-                link.onDied(link.cookie);
-                return true;
-            },
-            false);
+        callOut("onBinderDied", [&] { link.onDied(link.cookie); });
         tellUnlinked(link);
     }
 }

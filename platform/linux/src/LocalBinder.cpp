@@ -64,13 +64,7 @@ void LocalBinder::onewayDone() {
 }
 
 void LocalBinder::onLastStrong() {
-    callOut(
-        "onDestroy",
-        [this] {
-            mClazz.onDestroy(mUserData);
-            return true;
-        },
-        false);
+    callOut("onDestroy", [this] { mClazz.onDestroy(mUserData); });
 }
 
 bool LocalBinder::isOfInterface(const std::string& descriptor) {

@@ -660,13 +660,7 @@ void LocalLink::end() noexcept {
     }
     PendingCalls::instance().failAll(this, STATUS_DEAD_OBJECT);
     announceDeath();
-    if (exports.empty()) return;
-    withoutThrowing(
-        [&] {
-            discard(std::move(exports));
-            return true;
-        },
-        false);
+    if (!exports.empty()) withoutThrowing([&] { discard(std::move(exports)); });
 }
 
 void LocalLink::announceDeath() noexcept {

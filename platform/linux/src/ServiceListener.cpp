@@ -81,12 +81,9 @@ bool ServiceListener::acceptOne() noexcept {
         if (!client.valid()) return false;
         if (mObject != nullptr) root = refTo(mObject.get());
     }
-    withoutThrowing(
-        [&] {
-            return root != nullptr &&
-                   LocalLink::open(std::move(client), std::move(root)) != nullptr;
-        },
-        false);
+    if (root != nullptr) {
+        withoutThrowing([&] { LocalLink::open(std::move(client), std::move(root)); });
+    }
     return true;
 }
 
