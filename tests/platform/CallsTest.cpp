@@ -432,21 +432,17 @@ TEST_F(CallsTest, CallingIdsAreThoseOfTheCaller) {
 TEST_F(CallsTest, CallingIdsAreSetDuringACallOnly) {
     uid_t uid = static_cast<uid_t>(-1);
     pid_t pid = -1;
-    bool handling = false;
     const ndk::SpAIBinder object = makeAdder([&](transaction_code_t, const AParcel*, AParcel*) {
         uid = AIBinder_getCallingUid();
         pid = AIBinder_getCallingPid();
-        handling = AIBinder_isHandlingTransaction();
         return binder_status_t{STATUS_OK};
     });
     int32_t sum = 0;
     EXPECT_EQ(callBack(object, 1, &sum), STATUS_OK);
     EXPECT_EQ(uid, getuid());
     EXPECT_EQ(pid, mPeer.pid());
-    EXPECT_TRUE(handling);
     EXPECT_EQ(AIBinder_getCallingUid(), getuid());
     EXPECT_EQ(AIBinder_getCallingPid(), getpid());
-    EXPECT_FALSE(AIBinder_isHandlingTransaction());
 }
 
 TEST_F(CallsTest, TransactionOfOneMiBPassesAndOneMoreWordDoesNot) {

@@ -19,7 +19,8 @@ struct Sample {
 
     Bytes data = Bytes(64);
     std::vector<uint32_t> offsets = {4, 32};
-    std::vector<ObjectEntry> objects = {{kOwnedBySender, 0x13, 5, 0}, {kOwnedByReceiver, 0, 6, 0}};
+    std::vector<ObjectEntry> objects = {{kOwnedBySender, 0x13, 5, 0, 3},
+                                        {kOwnedByReceiver, 0, 6, 0, 0}};
 };
 
 // What lies behind the header.
@@ -87,10 +88,10 @@ TEST(FrameTest, ReplyBytes) {
                          1, 2, 3, 4};              // data
     const Bytes first = {0x85, 0x2a, 'b', 's', 0x13, 0, 0, 0, 5, 0, 0, 0,
                          0,    0,    0,   0,   0,    0, 0, 0, 0, 0, 0, 0};
-    const Bytes between = {29, 30, 31, 32};
+    const Bytes between = {3, 0, 0, 0};
     const Bytes second = {0x85, 0x2a, 'h', 's', 0, 0, 0, 0, 6, 0, 0, 0,
                           0,    0,    0,   0,   0, 0, 0, 0, 0, 0, 0, 0};
-    const Bytes last = {57, 58, 59, 60, 61, 62, 63, 64};
+    const Bytes last = {0, 0, 0, 0, 61, 62, 63, 64};
     Bytes expected;
     for (const Bytes& part : {head, sizes, first, between, second, last}) {
         expected.insert(expected.end(), part.begin(), part.end());

@@ -79,15 +79,6 @@ TEST(LocalBinderTest, NullIsTakenWhereItMayBe) {
     EXPECT_TRUE(log.has(logE("binder: AIBinder_new without a class")));
 }
 
-TEST(LocalBinderTest, OrderIsStrictWithNullFirst) {
-    const ndk::SpAIBinder a = makePeerObject(nullptr);
-    const ndk::SpAIBinder b = makePeerObject(nullptr);
-    EXPECT_TRUE(AIBinder_lt(nullptr, a.get()));
-    EXPECT_FALSE(AIBinder_lt(a.get(), nullptr));
-    EXPECT_FALSE(AIBinder_lt(a.get(), a.get()));
-    EXPECT_NE(AIBinder_lt(a.get(), b.get()), AIBinder_lt(b.get(), a.get()));
-}
-
 TEST(LocalBinderTest, CallRunsOnTheCallersThreadAndReachesTheFunction) {
     pid_t pid = 0;
     const ndk::SpAIBinder object =

@@ -279,36 +279,11 @@ TEST_F(ParcelObject, ManyAreFoundAgain) {
     EXPECT_EQ(1, references(mBinder));
 }
 
-TEST_F(ParcelObject, RequiredOneMustNotBeNull) {
-    AParcel parcel;
-    EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_writeData(&parcel, SpAIBinder()));
-    EXPECT_TRUE(parcel.bytes().empty());
-    const AParcel null = received(kNull);
-    SpAIBinder binder;
-    EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readData(&null, &binder));
-    null.setPosition(0);
-    binder = mBinder;
-    EXPECT_EQ(STATUS_OK, ndk::AParcel_readNullableData(&null, &binder));
-    EXPECT_EQ(nullptr, binder.get());
-    EXPECT_EQ(1, references(mBinder));
-}
-
-TEST_F(ParcelObject, FailedReadLeavesTheHolder) {
+TEST_F(ParcelObject, FailedReadSetsNothing) {
     const AParcel parcel = received(kRemote);
-    SpAIBinder binder = mBinder;
-    EXPECT_EQ(STATUS_BAD_TYPE, ndk::AParcel_readData(&parcel, &binder));
-    EXPECT_EQ(mBinder, binder);
-}
-
-TEST_F(ParcelObject, ArraysOfThem) {
-    AParcel parcel;
-    const std::vector<SpAIBinder> objects = {mBinder, mBinder};
-    ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(&parcel, objects));
-    EXPECT_EQ(std::string("02 00 00 00 ") + kLocal + " " + kLocal, toHex(parcel.bytes()));
-    parcel.setPosition(0);
-    std::vector<SpAIBinder> read;
-    ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(&parcel, &read));
-    EXPECT_EQ(objects, read);
+    AIBinder* binder = mBinder.get();
+    EXPECT_EQ(STATUS_BAD_TYPE, AParcel_readStrongBinder(&parcel, &binder));
+    EXPECT_EQ(mBinder.get(), binder);
 }
 
 }  // namespace

@@ -23,11 +23,11 @@ class HostilePeerTest : public testing::Test {
     static Bytes registration(uint64_t id, uint32_t object) {
         Bytes data = tokenOf(kService);
         const auto offset = static_cast<uint32_t>(data.size());
-        data.resize(data.size() + kObjectRoom);
-        data[offset + sizeof(ObjectEntry)] = 3;  // an object of the vendor's
+        data.resize(data.size() + sizeof(ObjectEntry));
+        constexpr int32_t kVendor = 3;
         Bytes frame;
         appendCall(&frame, id, 0, kRegister, 0, {id},
-                   payloadOf(data, {offset}, {{kOwnedBySender, 0, object, 0}}));
+                   payloadOf(data, {offset}, {{kOwnedBySender, 0, object, 0, kVendor}}));
         return frame;
     }
 

@@ -4,7 +4,6 @@
 #include <android/binder_parcel.h>
 #include <android/binder_stability.h>
 
-#include <functional>
 #include <new>
 #include <utility>
 
@@ -265,11 +264,6 @@ void AIBinder_Weak_delete(AIBinder_Weak* weakBinder) {
 AIBinder* AIBinder_Weak_promote(AIBinder_Weak* weakBinder) {
     if (weakBinder == nullptr || !weakBinder->binder->attemptIncStrong()) return nullptr;
     return weakBinder->binder;
-}
-
-bool AIBinder_lt(const AIBinder* lhs, const AIBinder* rhs) {
-    // The same object is always the same pointer here, proxies included.
-    return std::less<const AIBinder*>()(lhs, rhs);
 }
 
 // Every object here is the vendor's already.

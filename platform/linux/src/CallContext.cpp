@@ -27,7 +27,3 @@ uid_t AIBinder_getCallingUid() {
 pid_t AIBinder_getCallingPid() {
     return tCurrent == nullptr ? getpid() : tCurrent->pid;
 }
-
-bool AIBinder_isHandlingTransaction() {
-    return tCurrent != nullptr;
-}

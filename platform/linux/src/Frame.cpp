@@ -57,7 +57,7 @@ const char* parsePayload(Reader reader, uint32_t objectCount, uint32_t size, Pay
         const auto offset = reader.next<uint32_t>();
         if (offset % 4 != 0) return "a misaligned object";
         if (offset < free) return "overlapping objects";
-        free = uint64_t{offset} + kObjectRoom;
+        free = uint64_t{offset} + sizeof(ObjectEntry);
         if (free > size) return "an object outside the data";
         payload->offsets.push_back(offset);
     }

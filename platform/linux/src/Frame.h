@@ -2,11 +2,12 @@
 #pragma once
 
 #include <android/binder_ibinder.h>
-#include <linux/android/binder.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+
+#include "platform/linux/src/ObjectEntry.h"
 
 // What the two ends of a connection of the local link say to each other. All numbers are
 // little-endian. A frame is a length (uint32, of what follows the kind), a kind (uint32) and a
@@ -42,16 +43,7 @@ constexpr size_t kCallHead = 32;
 constexpr size_t kReplyHead = 24;
 constexpr size_t kMaxBody = kCallHead + kMaxChain * sizeof(uint64_t) + kMaxTransaction;
 
-// The flat object, as the kernel's driver has it.
-struct ObjectEntry {
-    uint32_t type;
-    uint32_t flags;
-    uint64_t handle;
-    uint64_t cookie;
-};
-static_assert(sizeof(ObjectEntry) == 24, "as it lies in parcels");
-// An entry and the word for its stability behind it.
-constexpr size_t kObjectRoom = sizeof(ObjectEntry) + sizeof(uint32_t);
+// The types of an object.
 constexpr uint32_t kOwnedBySender = BINDER_TYPE_BINDER;
 constexpr uint32_t kOwnedByReceiver = BINDER_TYPE_HANDLE;
 

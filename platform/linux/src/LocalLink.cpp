@@ -21,8 +21,6 @@
 #include "platform/linux/src/ThreadPool.h"
 #include "utils/Log.h"
 
-static_assert(kObjectRoom == AParcel::kObjectSize, "parcels and frames lay objects out alike");
-
 namespace {
 
 // How much may be under way over one connection and in one direction. One-way calls have half of
@@ -557,7 +555,7 @@ const char* LocalLink::importParcel(const Payload& payload, std::unique_ptr<APar
     std::vector<uint8_t> bytes(payload.data, payload.data + payload.size);
     // What the entries said is of use on the wire only.
     for (const uint32_t offset : payload.offsets) {
-        memset(bytes.data() + offset, 0, sizeof(ObjectEntry));
+        memset(bytes.data() + offset, 0, offsetof(ObjectEntry, stability));
     }
     std::vector<AParcel::Object> objects;
     objects.reserve(payload.offsets.size());

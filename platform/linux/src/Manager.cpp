@@ -42,10 +42,6 @@ AIBinder* AServiceManager_checkService(const char* instance) {
         nullptr);
 }
 
-AIBinder* AServiceManager_getService(const char* instance) {
-    return AServiceManager_checkService(instance);
-}
-
 AIBinder* AServiceManager_waitForService(const char* instance) {
     return AServiceManager_checkService(instance);
 }

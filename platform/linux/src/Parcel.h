@@ -10,18 +10,16 @@
 #include <vector>
 
 #include "platform/linux/src/Binder.h"
+#include "platform/linux/src/ObjectEntry.h"
 
 // The bytes and objects of a call. Belongs to one thread at a time.
 //
-// An object lies in the bytes as an entry of kObjectSize bytes: a flat object as the kernel's
-// driver has it, then a word for its stability. Which places are objects, and which objects they
+// An object lies in the bytes as an ObjectEntry. Which places are objects, and which objects they
 // are, is known from the list beside the bytes alone; whatever the entry itself says about that is
 // empty here and is filled in by a link that needs it on the way out. A null reference has an
 // entry, but no place in the list.
 struct AParcel {
   public:
-    static constexpr size_t kObjectSize = 28;
-
     struct Object {
         size_t offset;  // of the entry, in bytes
         BinderRef binder;
@@ -48,6 +46,9 @@ struct AParcel {
     // Reads it, and returns whether it is the token of this interface.
     bool checkInterfaceToken(const std::string& descriptor) const noexcept;
 
+    // Reads a text; a null one is empty.
+    binder_status_t readString(std::string* text) const noexcept;
+
     // The rest is what the AParcel_ functions are made of.
 
     size_t position() const { return mPosition; }
@@ -57,13 +58,18 @@ struct AParcel {
     // Replaces everything by these bytes. May throw std::bad_alloc, with nothing changed.
     void assign(const uint8_t* bytes, size_t size);
 
-    // Makes room for `size` bytes at the position and moves behind them and what aligns the next
-    // value, which is set to zero. Objects that are written over leave the list.
-    // room: set to the room, valid until the next write.
+    // Makes the next `size` bytes writable and moves behind them and what aligns the next value,
+    // which is set to zero. Objects that are written over leave the list.
+    // bytes: set to them, valid until the next write.
     // Returns STATUS_OK; STATUS_BAD_VALUE if the position lies behind the end or is not aligned;
     // STATUS_NO_MEMORY, with nothing changed.
-    binder_status_t makeRoom(uint64_t size, uint8_t** room) noexcept;
+    binder_status_t extend(uint64_t size, uint8_t** bytes) noexcept;
     binder_status_t write(const void* bytes, uint64_t size) noexcept;
+    // A value that lies in memory as in the parcel.
+    template <typename T>
+    binder_status_t writeValue(T value) noexcept {
+        return write(&value, sizeof value);
+    }
     binder_status_t writeBinder(AIBinder* binder) noexcept;
     binder_status_t append(const AParcel& from, size_t start, size_t size) noexcept;
 
@@ -73,6 +79,10 @@ struct AParcel {
     // does not move, if the rest does not hold them.
     const uint8_t* take(uint64_t size) const;
     binder_status_t read(void* bytes, uint64_t size) const;
+    template <typename T>
+    binder_status_t readValue(T* value) const {
+        return read(value, sizeof *value);
+    }
     binder_status_t readBinder(AIBinder** binder) const;
 
     // Reads the length of an array whose elements take elementSize bytes each. length: set to -1
@@ -85,7 +95,6 @@ struct AParcel {
   private:
     std::vector<Object>::const_iterator firstObjectFrom(size_t offset) const;
     bool reserveObjects(size_t more) noexcept;
-    void dropObjects(size_t start, size_t end) noexcept;
 
     const AIBinder* mTarget = nullptr;
     std::vector<uint8_t> mBytes;

@@ -1,24 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/src/RemoteBinder.h"
 
-#include <android/binder_parcel.h>
-
 #include "platform/linux/src/Parcel.h"
 #include "utils/Log.h"
-
-namespace {
-
-// For AParcel_readString. An object without an interface answers with an empty text, which stays
-// empty; null (length -1) is one no object sends.
-bool intoString(void* stringData, int32_t length, char** buffer) {
-    if (length < 0) return false;
-    auto* const text = static_cast<std::string*>(stringData);
-    text->resize(static_cast<size_t>(length));
-    *buffer = text->data();
-    return true;
-}
-
-}  // namespace
 
 binder_status_t RemoteBinder::transact(transaction_code_t code, const AParcel& in,
                                        binder_flags_t flags, std::unique_ptr<AParcel>* out) {
@@ -40,14 +24,12 @@ bool RemoteBinder::isOfInterface(const std::string& descriptor) {
     std::unique_ptr<AParcel> reply;
     binder_status_t status = transact(kInterfaceTransaction, nothing, 0, &reply);
     std::string theirs;
-    if (status == STATUS_OK) status = AParcel_readString(reply.get(), &theirs, intoString);
+    if (status == STATUS_OK) status = reply->readString(&theirs);
     if (status != STATUS_OK) {
         LUM_LOGE("binder: an object expected to be %s does not say what it is (status %d)",
                  descriptor.c_str(), status);
         return false;
     }
-    // The length AParcel_readString asks room for includes the final zero.
-    if (!theirs.empty()) theirs.pop_back();
     if (theirs == descriptor) return true;
     LUM_LOGE("binder: an object expected to be %s is %s", descriptor.c_str(), theirs.c_str());
     return false;

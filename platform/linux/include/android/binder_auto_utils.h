@@ -63,13 +63,9 @@ class SpAIBinder {
         return binder;
     }
 
-    // Whether both hold the same object. The order is AIBinder_lt's.
+    // Whether both hold the same object.
     bool operator==(const SpAIBinder& other) const { return mBinder == other.mBinder; }
     bool operator!=(const SpAIBinder& other) const { return mBinder != other.mBinder; }
-    bool operator<(const SpAIBinder& other) const { return AIBinder_lt(mBinder, other.mBinder); }
-    bool operator>(const SpAIBinder& other) const { return other < *this; }
-    bool operator<=(const SpAIBinder& other) const { return !(other < *this); }
-    bool operator>=(const SpAIBinder& other) const { return !(*this < other); }
 
   private:
     AIBinder* mBinder = nullptr;
@@ -96,9 +92,7 @@ class ScopedAResource {
     void set(T t) {
         T old = mT;
         mT = t;
-        if (old != DEFAULT) {
-            Destroy(old);
-        }
+        if (old != DEFAULT) Destroy(old);
     }
 
     // Returns what is held, still owned by this.
@@ -169,9 +163,7 @@ class ScopedAStatus : public impl::ScopedAResource<AStatus*, AStatus_delete, nul
     // Returns code, numbers and text in one line, for logs.
     std::string getDescription() const {
         const char* description = get() == nullptr ? nullptr : AStatus_getDescription(get());
-        if (description == nullptr) {
-            return "(no status)";
-        }
+        if (description == nullptr) return "(no status)";
         std::string result(description);
         AStatus_deleteDescription(description);
         return result;

@@ -155,9 +155,6 @@ uid_t AIBinder_getCallingUid(void);
 // in one-way calls; this process's own outside of calls.
 pid_t AIBinder_getCallingPid(void);
 
-// Returns whether this thread is carrying out a call of another process.
-bool AIBinder_isHandlingTransaction(void);
-
 // Adds a strong reference. binder: may be null.
 void AIBinder_incStrong(AIBinder* binder);
 
@@ -208,10 +205,6 @@ void AIBinder_Weak_delete(AIBinder_Weak* weakBinder);
 // Returns the object with a new strong reference, owned by the caller; null if the object has ended
 // or weakBinder is null.
 AIBinder* AIBinder_Weak_promote(AIBinder_Weak* weakBinder);
-
-// A strict order over objects, the same for as long as they live, for sorted containers. Either may
-// be null, which comes first.
-bool AIBinder_lt(const AIBinder* lhs, const AIBinder* rhs);
 
 // What happens when the object's process dies: cookie is what AIBinder_linkToDeath got. Runs on a
 // binder thread, with nothing locked: it may unlink and may delete the recipient.

@@ -195,9 +195,7 @@ AIBinder_Class* ICInterface::defineClass(const char* interfaceDescriptor,
                                          AIBinder_Class_onTransact onTransact) {
     AIBinder_Class* clazz =
         AIBinder_Class_define(interfaceDescriptor, Data::onCreate, Data::onDestroy, onTransact);
-    if (clazz == nullptr) {
-        return nullptr;
-    }
+    if (clazz == nullptr) return nullptr;
     AIBinder_Class_setOnDump(clazz, Data::onDump);
 #ifdef HAS_BINDER_SHELL_COMMAND
     AIBinder_Class_setHandleShellCommand(clazz, Data::onShellCommand);
@@ -224,10 +222,8 @@ SpAIBinder BnCInterface<INTERFACE>::asBinder() {
     if (binder.get() == nullptr) {
         binder = createBinder();
         mWeakBinder.set(AIBinder_Weak_new(binder.get()));
-        if (mWeakBinder.get() == nullptr) {
-            // Not to be found again, it would not stay the only one.
-            return nullptr;
-        }
+        // Not to be found again, it would not stay the only one.
+        if (mWeakBinder.get() == nullptr) return nullptr;
     }
     return binder;
 }

@@ -28,10 +28,6 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
 // service to appear. instance: not null.
 AIBinder* AServiceManager_checkService(const char* instance);
 
-// As AServiceManager_checkService, but on a device this call first waits for a few seconds. Here it
-// does not wait.
-AIBinder* AServiceManager_getService(const char* instance);
-
 // Returns the object of that name with one strong reference, owned by the caller. A device waits,
 // without limit, until somebody serves the name. Here the call does not wait: it returns null at
 // once when nobody serves it. instance: not null.

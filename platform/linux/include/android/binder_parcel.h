@@ -3,23 +3,23 @@
 
 // Parcels: the bytes and objects that a call carries. Valid C and C++.
 //
+// A part of the platform's functions: those for what the interface compiler of this tree can
+// generate (bool, byte, int, long, enumerations, structures, interfaces, and arrays), texts, and
+// whole parcels.
+//
 // Values lie one after the other, little-endian, each filled up to a multiple of four bytes. A
 // parcel has one position, at which the next read or write happens and which moves behind what was
 // read or written. A parcel belongs to one thread at a time.
 //
 // Unless a comment says otherwise: parcel is not null; writes return STATUS_OK, STATUS_BAD_VALUE
-// for arguments that make no sense, STATUS_NO_MEMORY; reads return STATUS_OK,
-// STATUS_NOT_ENOUGH_DATA when the value would end behind the parcel's end, STATUS_BAD_VALUE when
-// the bytes make no sense, STATUS_NO_MEMORY when an allocator refuses. A failed read says nothing
-// about the position.
+// for invalid arguments, STATUS_NO_MEMORY; reads return STATUS_OK, STATUS_NOT_ENOUGH_DATA when the
+// value would end behind the parcel's end, STATUS_BAD_VALUE when the bytes are malformed,
+// STATUS_NO_MEMORY when an allocator refuses. A failed read says nothing about the position.
 
 #include <android/binder_status.h>
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
-#ifndef __cplusplus
-#include <uchar.h>
-#endif
 
 #ifdef __cplusplus
 extern "C" {
@@ -67,55 +67,33 @@ binder_status_t AParcel_marshal(const AParcel* parcel, uint8_t* buffer, size_t s
 // buffer: not null, len bytes.
 binder_status_t AParcel_unmarshal(AParcel* parcel, const uint8_t* buffer, size_t len);
 
-// Makes room for a text that is being read.
+// Allocates memory for a text that is being read.
 // stringData: what the reading function was given; length: bytes including the zero at the end, or
 // -1 for a null text; buffer: set to length bytes, which the callee owns; null if length is -1.
-// Returns false to refuse (for a null text: if null makes no sense).
+// Returns false to refuse, as a null text that cannot be held.
 typedef bool (*AParcel_stringAllocator)(void* stringData, int32_t length, char** buffer);
 
-// Makes room for an array of texts. length: how many, or -1 for a null array.
-// Returns false to refuse.
-typedef bool (*AParcel_stringArrayAllocator)(void* arrayData, int32_t length);
-
-// As AParcel_stringAllocator, for the text at index.
-typedef bool (*AParcel_stringArrayElementAllocator)(void* arrayData, size_t index, int32_t length,
-                                                    char** buffer);
-
-// Returns the text at index and its length in bytes, without a zero at the end; null and -1 for a
-// null text.
-typedef const char* (*AParcel_stringArrayElementGetter)(const void* arrayData, size_t index,
-                                                        int32_t* outLength);
-
-// Makes room for an array of structures. length: how many, or -1 for a null array.
-// Returns false to refuse.
+// Allocates memory for an array that is being read.
+// arrayData: what the reading function was given; length: number of elements, or -1 for a null
+// array; outBuffer: set to memory for length elements, which the callee owns (ignored if length is
+// below 1). The elements of an array of bool or of structures are set one by one, and need not lie
+// in memory in one piece.
+// Return false to refuse.
+typedef bool (*AParcel_int32ArrayAllocator)(void* arrayData, int32_t length, int32_t** outBuffer);
+typedef bool (*AParcel_int64ArrayAllocator)(void* arrayData, int32_t length, int64_t** outBuffer);
+typedef bool (*AParcel_byteArrayAllocator)(void* arrayData, int32_t length, int8_t** outBuffer);
+typedef bool (*AParcel_boolArrayAllocator)(void* arrayData, int32_t length);
 typedef bool (*AParcel_parcelableArrayAllocator)(void* arrayData, int32_t length);
 
-// Writes the structure at index. Returns STATUS_OK, or an error that ends the writing.
-typedef binder_status_t (*AParcel_writeParcelableElement)(AParcel* parcel, const void* arrayData,
-                                                          size_t index);
-
-// Reads the structure at index. Returns STATUS_OK, or an error that ends the reading.
-typedef binder_status_t (*AParcel_readParcelableElement)(const AParcel* parcel, void* arrayData,
-                                                         size_t index);
-
-// The three kinds of function below come once per type. Allocators make room for an array that is
-// being read. arrayData: what the reading function was given; length: number of elements, or -1 for
-// a null array; outBuffer: set to room for length elements, which the callee owns (not looked at if
-// length is below 1). Return false to refuse.
-typedef bool (*AParcel_int32ArrayAllocator)(void* arrayData, int32_t length, int32_t** outBuffer);
-typedef bool (*AParcel_uint32ArrayAllocator)(void* arrayData, int32_t length, uint32_t** outBuffer);
-typedef bool (*AParcel_int64ArrayAllocator)(void* arrayData, int32_t length, int64_t** outBuffer);
-typedef bool (*AParcel_uint64ArrayAllocator)(void* arrayData, int32_t length, uint64_t** outBuffer);
-typedef bool (*AParcel_floatArrayAllocator)(void* arrayData, int32_t length, float** outBuffer);
-typedef bool (*AParcel_doubleArrayAllocator)(void* arrayData, int32_t length, double** outBuffer);
-typedef bool (*AParcel_charArrayAllocator)(void* arrayData, int32_t length, char16_t** outBuffer);
-typedef bool (*AParcel_byteArrayAllocator)(void* arrayData, int32_t length, int8_t** outBuffer);
-
-// An array of bool need not lie in memory in one piece: it is filled and looked at element by
-// element.
-typedef bool (*AParcel_boolArrayAllocator)(void* arrayData, int32_t length);
+// Set and return one element.
 typedef void (*AParcel_boolArraySetter)(void* arrayData, size_t index, bool value);
 typedef bool (*AParcel_boolArrayGetter)(const void* arrayData, size_t index);
+
+// Write and read one structure. Return STATUS_OK, or an error that ends the writing or reading.
+typedef binder_status_t (*AParcel_writeParcelableElement)(AParcel* parcel, const void* arrayData,
+                                                          size_t index);
+typedef binder_status_t (*AParcel_readParcelableElement)(const AParcel* parcel, void* arrayData,
+                                                         size_t index);
 
 // Writes a reference to an object. binder: null writes a null reference; otherwise the parcel keeps
 // a strong reference.
@@ -148,95 +126,46 @@ binder_status_t AParcel_writeString(AParcel* parcel, const char* string, int32_t
 binder_status_t AParcel_readString(const AParcel* parcel, void* stringData,
                                    AParcel_stringAllocator allocator);
 
-// Writes an array of texts.
-// arrayData: handed to getter; length: how many, or -1 for a null array; getter: not null.
-binder_status_t AParcel_writeStringArray(AParcel* parcel, const void* arrayData, int32_t length,
-                                         AParcel_stringArrayElementGetter getter);
-
-// Reads an array of texts.
-// arrayData: handed to both allocators; allocator: called first, once; elementAllocator: called
-// once for each text.
-binder_status_t AParcel_readStringArray(const AParcel* parcel, void* arrayData,
-                                        AParcel_stringArrayAllocator allocator,
-                                        AParcel_stringArrayElementAllocator elementAllocator);
-
-// Writes an array of structures.
-// arrayData: handed to elementWriter; length: how many, or -1 for a null array; elementWriter: not
-// null, must write at least four bytes for each.
-binder_status_t AParcel_writeParcelableArray(AParcel* parcel, const void* arrayData, int32_t length,
-                                             AParcel_writeParcelableElement elementWriter);
-
-// Reads an array of structures. A length that needs more than the rest of the parcel, at four bytes
-// for each, is refused with STATUS_NOT_ENOUGH_DATA before anything is allocated.
-// arrayData: handed to both functions; allocator: called first, once.
-binder_status_t AParcel_readParcelableArray(const AParcel* parcel, void* arrayData,
-                                            AParcel_parcelableArrayAllocator allocator,
-                                            AParcel_readParcelableElement elementReader);
-
 // Write one value. The types below 32 bits take four bytes.
 binder_status_t AParcel_writeInt32(AParcel* parcel, int32_t value);
-binder_status_t AParcel_writeUint32(AParcel* parcel, uint32_t value);
 binder_status_t AParcel_writeInt64(AParcel* parcel, int64_t value);
-binder_status_t AParcel_writeUint64(AParcel* parcel, uint64_t value);
-binder_status_t AParcel_writeFloat(AParcel* parcel, float value);
-binder_status_t AParcel_writeDouble(AParcel* parcel, double value);
 binder_status_t AParcel_writeBool(AParcel* parcel, bool value);
-binder_status_t AParcel_writeChar(AParcel* parcel, char16_t value);
 binder_status_t AParcel_writeByte(AParcel* parcel, int8_t value);
 
 // Read one value. value: not null, set only if STATUS_OK is returned.
 binder_status_t AParcel_readInt32(const AParcel* parcel, int32_t* value);
-binder_status_t AParcel_readUint32(const AParcel* parcel, uint32_t* value);
 binder_status_t AParcel_readInt64(const AParcel* parcel, int64_t* value);
-binder_status_t AParcel_readUint64(const AParcel* parcel, uint64_t* value);
-binder_status_t AParcel_readFloat(const AParcel* parcel, float* value);
-binder_status_t AParcel_readDouble(const AParcel* parcel, double* value);
 binder_status_t AParcel_readBool(const AParcel* parcel, bool* value);
-binder_status_t AParcel_readChar(const AParcel* parcel, char16_t* value);
 binder_status_t AParcel_readByte(const AParcel* parcel, int8_t* value);
 
-// Write an array: its length, then its elements. Bytes lie one beside the other; bool and char16_t
-// take four bytes each.
-//
+// Write an array: its length, then its elements. Bytes lie one beside the other; bool takes four
+// bytes each.
 // arrayData: the elements; null if length is -1, which writes a null array, and allowed to be null
-// if length is 0. For bool it is handed to getter and may be anything. length: number of elements,
-// or -1.
+// if length is 0. For bool and structures it is handed to the function and may be anything.
+// length: number of elements, or -1. elementWriter: must write at least four bytes for each.
 binder_status_t AParcel_writeInt32Array(AParcel* parcel, const int32_t* arrayData, int32_t length);
-binder_status_t AParcel_writeUint32Array(AParcel* parcel, const uint32_t* arrayData,
-                                         int32_t length);
 binder_status_t AParcel_writeInt64Array(AParcel* parcel, const int64_t* arrayData, int32_t length);
-binder_status_t AParcel_writeUint64Array(AParcel* parcel, const uint64_t* arrayData,
-                                         int32_t length);
-binder_status_t AParcel_writeFloatArray(AParcel* parcel, const float* arrayData, int32_t length);
-binder_status_t AParcel_writeDoubleArray(AParcel* parcel, const double* arrayData, int32_t length);
+binder_status_t AParcel_writeByteArray(AParcel* parcel, const int8_t* arrayData, int32_t length);
 binder_status_t AParcel_writeBoolArray(AParcel* parcel, const void* arrayData, int32_t length,
                                        AParcel_boolArrayGetter getter);
-binder_status_t AParcel_writeCharArray(AParcel* parcel, const char16_t* arrayData, int32_t length);
-binder_status_t AParcel_writeByteArray(AParcel* parcel, const int8_t* arrayData, int32_t length);
+binder_status_t AParcel_writeParcelableArray(AParcel* parcel, const void* arrayData, int32_t length,
+                                             AParcel_writeParcelableElement elementWriter);
 
-// Read an array.
-//
-// arrayData: handed to allocator and setter; allocator: not null, called once, and only after the
-// length was found to fit into the rest of the parcel.
+// Read an array. A length that needs more than the rest of the parcel, at four bytes for each
+// structure, is refused with STATUS_NOT_ENOUGH_DATA before anything is allocated.
+// arrayData: handed to the functions; allocator: not null, called once, before the others.
 binder_status_t AParcel_readInt32Array(const AParcel* parcel, void* arrayData,
                                        AParcel_int32ArrayAllocator allocator);
-binder_status_t AParcel_readUint32Array(const AParcel* parcel, void* arrayData,
-                                        AParcel_uint32ArrayAllocator allocator);
 binder_status_t AParcel_readInt64Array(const AParcel* parcel, void* arrayData,
                                        AParcel_int64ArrayAllocator allocator);
-binder_status_t AParcel_readUint64Array(const AParcel* parcel, void* arrayData,
-                                        AParcel_uint64ArrayAllocator allocator);
-binder_status_t AParcel_readFloatArray(const AParcel* parcel, void* arrayData,
-                                       AParcel_floatArrayAllocator allocator);
-binder_status_t AParcel_readDoubleArray(const AParcel* parcel, void* arrayData,
-                                        AParcel_doubleArrayAllocator allocator);
+binder_status_t AParcel_readByteArray(const AParcel* parcel, void* arrayData,
+                                      AParcel_byteArrayAllocator allocator);
 binder_status_t AParcel_readBoolArray(const AParcel* parcel, void* arrayData,
                                       AParcel_boolArrayAllocator allocator,
                                       AParcel_boolArraySetter setter);
-binder_status_t AParcel_readCharArray(const AParcel* parcel, void* arrayData,
-                                      AParcel_charArrayAllocator allocator);
-binder_status_t AParcel_readByteArray(const AParcel* parcel, void* arrayData,
-                                      AParcel_byteArrayAllocator allocator);
+binder_status_t AParcel_readParcelableArray(const AParcel* parcel, void* arrayData,
+                                            AParcel_parcelableArrayAllocator allocator,
+                                            AParcel_readParcelableElement elementReader);
 
 // NOLINTEND(modernize-use-using)
 #pragma GCC visibility pop

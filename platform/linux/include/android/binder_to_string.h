@@ -4,11 +4,9 @@
 // Text for people from whatever an interface can carry, for logs. Generated code finds <sstream> by
 // this header.
 
-#include <android/binder_auto_utils.h>
 #include <android/binder_interface_utils.h>
 
 #include <memory>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -23,19 +21,11 @@ template <typename T>
 struct HasToStringMethod<T, std::void_t<decltype(std::declval<const T&>().toString())>>
     : std::true_type {};
 
-// Declared ahead, for containers of containers.
-template <typename T>
-std::string ToString(const T& value);
+// Declared ahead, for arrays and interfaces within structures.
 template <typename T>
 std::string ToString(const std::vector<T>& values);
 template <typename T>
-std::string ToString(const std::optional<T>& value);
-template <typename T>
-std::string ToString(const std::shared_ptr<T>& value);
-inline std::string ToString(const std::string& value) {
-    return value;
-}
-inline std::string ToString(const ::ndk::SpAIBinder& binder);
+std::string ToString(const std::shared_ptr<T>& interface);
 
 // Numbers in decimal, bool as true or false, enumerators by their name (their number if they have
 // none), structures as they write themselves.
@@ -65,27 +55,10 @@ std::string ToString(const std::vector<T>& values) {
     return result + "]";
 }
 
-// The value, or (null).
 template <typename T>
-std::string ToString(const std::optional<T>& value) {
-    return value ? ToString(*value) : "(null)";
-}
-
-inline std::string ToString(const ::ndk::SpAIBinder& binder) {
-    return binder.get() == nullptr ? "(null)" : "(binder)";
-}
-
-// An interface, or a structure that may be missing.
-template <typename T>
-std::string ToString(const std::shared_ptr<T>& value) {
-    if (value == nullptr) {
-        return "(null)";
-    }
-    if constexpr (std::is_base_of_v<::ndk::ICInterface, T>) {
-        return "(interface)";
-    } else {
-        return ToString(*value);
-    }
+std::string ToString(const std::shared_ptr<T>& interface) {
+    static_assert(std::is_base_of_v<::ndk::ICInterface, T>, "an interface is needed");
+    return interface == nullptr ? "(null)" : "(interface)";
 }
 
 }  // namespace internal
