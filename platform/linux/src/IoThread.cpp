@@ -13,6 +13,8 @@
 #include "utils/Log.h"
 #include "utils/NoDestroy.h"
 
+using lum::utils::MutexLock;
+
 namespace {
 
 constexpr std::chrono::milliseconds kPause{100};
@@ -40,7 +42,7 @@ IoThread& IoThread::instance() {
 }
 
 bool IoThread::add(int fd, const std::shared_ptr<IoSource>& source) {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const MutexLock lock(mLock);
     if (!start()) return false;
     // So that pause() never needs memory.
     mPaused.reserve(mSources.size() + 1);
@@ -72,7 +74,7 @@ void IoThread::wantOutput(int fd, IoSource* source, bool want) {
 }
 
 void IoThread::pause(int fd, IoSource* source) {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const MutexLock lock(mLock);
     // Removed meanwhile by another thread, its descriptor may soon be another source's.
     if (mSources.count(source) == 0) return;
     control(mEpoll.get(), EPOLL_CTL_MOD, fd, 0, source);
@@ -80,7 +82,7 @@ void IoThread::pause(int fd, IoSource* source) {
 }
 
 void IoThread::remove(int fd, IoSource* source) {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const MutexLock lock(mLock);
     control(mEpoll.get(), EPOLL_CTL_DEL, fd, 0, source);
     mPaused.erase(std::remove_if(mPaused.begin(), mPaused.end(),
                                  [&](const Paused& paused) { return paused.source == source; }),
@@ -89,13 +91,13 @@ void IoThread::remove(int fd, IoSource* source) {
 }
 
 std::shared_ptr<IoSource> IoThread::find(void* source) {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const MutexLock lock(mLock);
     const auto found = mSources.find(source);
     return found == mSources.end() ? nullptr : found->second;
 }
 
 void IoThread::resumePaused() {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const MutexLock lock(mLock);
     for (const Paused& paused : mPaused) {
         control(mEpoll.get(), EPOLL_CTL_MOD, paused.fd, EPOLLIN, paused.source);
     }
@@ -107,17 +109,12 @@ void* IoThread::threadMain(void* self) {
 }
 
 void IoThread::run() {
-    int epoll = -1;
-    {
-        const std::lock_guard<std::mutex> guard(mLock);
-        epoll = mEpoll.get();
-    }
     using Clock = std::chrono::steady_clock;
     bool paused = false;
     Clock::time_point resume;  // when `paused`
     for (;;) {
         std::array<epoll_event, 64> events;
-        const int count = epoll_wait(epoll, events.data(), static_cast<int>(events.size()),
+        const int count = epoll_wait(mEpoll.get(), events.data(), static_cast<int>(events.size()),
                                      paused ? millisecondsUntil(resume) : -1);
         for (int i = 0; i < count; ++i) {
             // One removed after the wait returned is not found; one made since in the same place is
@@ -130,7 +127,7 @@ void IoThread::run() {
             resumePaused();
             paused = false;
         }
-        const std::lock_guard<std::mutex> guard(mLock);
+        const MutexLock lock(mLock);
         if (!paused && !mPaused.empty()) resume = Clock::now() + kPause;
         paused = !mPaused.empty();
     }

@@ -3,11 +3,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 #include <vector>
 
 #include "platform/linux/src/UniqueFd.h"
+#include "utils/Mutex.h"
 
 // Something with a descriptor that the I/O thread waits for.
 class IoSource {
@@ -35,7 +35,7 @@ class IoThread {
     // std::bad_alloc, with nothing arranged.
     bool add(int fd, const std::shared_ptr<IoSource>& source);
 
-    // Waits for room for output too, or no longer.
+    // Waits until output is possible too, or no longer.
     void wantOutput(int fd, IoSource* source, bool want);
 
     // Does not wait for input for a while.
@@ -51,15 +51,16 @@ class IoThread {
         IoSource* source;
     };
 
-    bool start();
+    bool start() LUM_REQUIRES(mLock);
     static void* threadMain(void* self);
     [[noreturn]] void run();
     std::shared_ptr<IoSource> find(void* source);
     void resumePaused();
 
-    std::mutex mLock;
-    bool mRunning = false;
+    lum::utils::Mutex mLock;
+    bool mRunning LUM_GUARDED_BY(mLock) = false;
+    // Set once, before the first source is added.
     UniqueFd mEpoll;
-    std::unordered_map<void*, std::shared_ptr<IoSource>> mSources;
-    std::vector<Paused> mPaused;
+    std::unordered_map<void*, std::shared_ptr<IoSource>> mSources LUM_GUARDED_BY(mLock);
+    std::vector<Paused> mPaused LUM_GUARDED_BY(mLock);
 };

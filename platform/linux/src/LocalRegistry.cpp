@@ -119,7 +119,7 @@ binder_exception_t LocalRegistry::add(LocalBinder& object, const std::string& na
     // is let go, since objects may end with it.
     Retired unneeded{ServiceListener::open(name, address, refTo(&object))};
     if (unneeded.listener == nullptr) return EX_ILLEGAL_STATE;
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock lock(mLock);
     Served& served = mServed[name];
     std::string replaced;
     if (!directory.turn(name, socket, &replaced)) return EX_ILLEGAL_STATE;
@@ -133,7 +133,7 @@ BinderRef LocalRegistry::find(const std::string& name) {
     const SocketDirectory directory;
     // No directory, no service: nothing to complain about.
     if (!directory.exists() || !directory.isSafe()) return nullptr;
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock lock(mLock);
     std::string socket = directory.socketOf(name);
     while (isSocketName(socket)) {
         if (isOwn(socket)) return findOwn(name, socket);

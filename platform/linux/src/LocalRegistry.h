@@ -2,7 +2,6 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 
@@ -10,6 +9,7 @@
 #include "platform/linux/src/LocalLink.h"
 #include "platform/linux/src/ServiceListener.h"
 #include "platform/linux/src/SocketDirectory.h"
+#include "utils/Mutex.h"
 
 // Service names as links of a directory (SocketDirectory.h). Each add() makes a socket of its own,
 // whose name says which object it leads to, and then turns the name to it: a name that another
@@ -34,11 +34,13 @@ class LocalRegistry final : public ServiceRegistry {
         std::shared_ptr<ServiceListener> listener;
     };
 
-    // These are called with mLock held.
-    BinderRef findOwn(const std::string& name, const std::string& socket);
-    std::shared_ptr<LocalLink> reach(const SocketDirectory& directory, const std::string& socket);
+    BinderRef findOwn(const std::string& name, const std::string& socket) LUM_REQUIRES(mLock);
+    std::shared_ptr<LocalLink> reach(const SocketDirectory& directory, const std::string& socket)
+        LUM_REQUIRES(mLock);
 
-    std::mutex mLock;
-    std::unordered_map<std::string, Served> mServed;                         // by name
-    std::unordered_map<std::string, std::weak_ptr<LocalLink>> mConnections;  // by object
+    lum::utils::Mutex mLock;
+    // By name.
+    std::unordered_map<std::string, Served> mServed LUM_GUARDED_BY(mLock);
+    // By object.
+    std::unordered_map<std::string, std::weak_ptr<LocalLink>> mConnections LUM_GUARDED_BY(mLock);
 };

@@ -5,16 +5,17 @@
 
 #include <algorithm>
 #include <map>
-#include <mutex>
 #include <utility>
 
 #include "platform/linux/src/FairShare.h"
 #include "utils/NoDestroy.h"
 
+using lum::utils::MutexLock;
+
 namespace {
 
+// Guarded by PeerAccount::sLock.
 struct Accounts {
-    std::mutex lock;
     std::map<std::pair<uid_t, pid_t>, std::weak_ptr<PeerAccount>> processes;
     std::map<uid_t, size_t> users;  // how much is kept for each
 };
@@ -22,11 +23,14 @@ NoDestroy<Accounts> gAccounts;
 
 }  // namespace
 
+// Ends with the process without code of its own: threads may use it until then.
+lum::utils::Mutex PeerAccount::sLock;
+
 std::shared_ptr<PeerAccount> PeerAccount::of(pid_t pid, uid_t uid) {
     Accounts& accounts = gAccounts.value;
     // Before the lock, which its end takes: it ends here when there is no memory to share it.
     std::unique_ptr<PeerAccount> made;
-    const std::lock_guard<std::mutex> guard(accounts.lock);
+    const MutexLock lock(sLock);
     std::weak_ptr<PeerAccount>& known = accounts.processes[{uid, pid}];
     std::shared_ptr<PeerAccount> account = known.lock();
     if (account == nullptr) {
@@ -41,21 +45,23 @@ PeerAccount::PeerAccount(pid_t pid, uid_t uid, size_t& keptForUser)
     : mPid(pid), mUid(uid), mKeptForUser(keptForUser) {}
 
 PeerAccount::~PeerAccount() {
-    if (mMostKept > kWorthReturning) malloc_trim(0);
     Accounts& accounts = gAccounts.value;
-    const std::lock_guard<std::mutex> guard(accounts.lock);
+    MutexLock lock(sLock);
+    const bool hadMuch = mMostKept > kWorthReturning;
     const auto own = accounts.processes.find({mUid, mPid});
     // Another one may have taken the place by now.
     if (own != accounts.processes.end() && own->second.expired()) accounts.processes.erase(own);
+    lock.unlock();
+    if (hadMuch) malloc_trim(0);
 }
 
 size_t PeerAccount::kept() const {
-    const std::lock_guard<std::mutex> guard(gAccounts.value.lock);
+    const MutexLock lock(sLock);
     return mKept;
 }
 
 bool PeerAccount::change(size_t from, size_t to) noexcept {
-    const std::lock_guard<std::mutex> guard(gAccounts.value.lock);
+    const MutexLock lock(sLock);
     const size_t kept = mKept - from + to;
     const size_t ofUser = mKeptForUser - from + to;
     const size_t free = ofUser < kMostOfUser ? kMostOfUser - ofUser : 0;

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/linux/src/WorkLanes.h"
+#include "utils/Mutex.h"
 
 // What this process does and keeps for another one, over all connections to it. The memory that it
 // keeps (unfinished frames, calls under way, what is unread, objects) is limited for each process,
@@ -44,12 +45,13 @@ class PeerAccount {
     // Changes what one charge comes to.
     bool change(size_t from, size_t to) noexcept;
 
+    static lum::utils::Mutex sLock;
+
     const pid_t mPid;
     const uid_t mUid;
-    // Guarded by the lock in PeerAccount.cpp.
-    size_t& mKeptForUser;
-    size_t mKept = 0;
-    size_t mMostKept = 0;
+    size_t& mKeptForUser LUM_GUARDED_BY(sLock);
+    size_t mKept LUM_GUARDED_BY(sLock) = 0;
+    size_t mMostKept LUM_GUARDED_BY(sLock) = 0;
 
     WorkLane mLane;
 };

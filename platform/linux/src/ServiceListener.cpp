@@ -57,7 +57,7 @@ ServiceListener::~ServiceListener() {
 }
 
 BinderRef ServiceListener::object() {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock lock(mLock);
     return mObject == nullptr ? nullptr : refTo(mObject.get());
 }
 
@@ -67,7 +67,7 @@ void ServiceListener::retire() noexcept {
     while (acceptOne()) {
     }
     BinderRef last;  // ends after the lock is let go
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock lock(mLock);
     last = std::move(mObject);
 }
 
@@ -76,7 +76,7 @@ bool ServiceListener::acceptOne() noexcept {
     BinderRef root;
     {
         // In one step: retire() on another thread takes the object from no client that it lets in.
-        const std::lock_guard<std::mutex> guard(mLock);
+        const lum::utils::MutexLock lock(mLock);
         client.reset(accept4(mSocket.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!client.valid()) return false;
         if (mObject != nullptr) root = refTo(mObject.get());

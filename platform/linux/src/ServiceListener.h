@@ -5,12 +5,12 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "platform/linux/src/Binder.h"
 #include "platform/linux/src/IoThread.h"
 #include "platform/linux/src/UniqueFd.h"
+#include "utils/Mutex.h"
 
 // The socket of a service: accepts its clients. Its file goes with it.
 class ServiceListener final : public IoSource {
@@ -44,6 +44,6 @@ class ServiceListener final : public IoSource {
     const UniqueFd mSocket;
     UniqueFd mSpare;  // used by the I/O thread alone
 
-    std::mutex mLock;
-    BinderRef mObject;  // null once retired; guarded by mLock
+    lum::utils::Mutex mLock;
+    BinderRef mObject LUM_GUARDED_BY(mLock);  // null once retired
 };

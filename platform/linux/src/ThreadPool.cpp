@@ -16,6 +16,8 @@
 #include "utils/Log.h"
 #include "utils/NoDestroy.h"
 
+using lum::utils::MutexLock;
+
 namespace {
 
 constexpr long kRetryNs = 100'000'000;
@@ -58,65 +60,65 @@ ThreadPool& ThreadPool::instance() {
 }
 
 void ThreadPool::post(std::unique_ptr<Work> work) {
-    std::unique_lock<std::mutex> guard(mLock);
+    const MutexLock lock(mLock);
     work = mLanes.enter(std::move(work));
-    if (work != nullptr) dispatch(std::move(work), guard);
+    if (work != nullptr) dispatch(std::move(work));
 }
 
-void ThreadPool::dispatch(std::unique_ptr<Work> work, std::unique_lock<std::mutex>& guard) {
+void ThreadPool::dispatch(std::unique_ptr<Work> work) {
     mQueue.push(std::move(work));
     ++mQueued;
-    mPosted.notify_one();
-    if (wantsThread()) addThread(guard);
+    mPosted.notifyOne();
+    if (wantsThread()) addThread();
 }
 
-void ThreadPool::dispatchWaiting(std::unique_lock<std::mutex>& guard) {
-    while (std::unique_ptr<Work> work = mLanes.next()) dispatch(std::move(work), guard);
+void ThreadPool::dispatchWaiting() {
+    while (std::unique_ptr<Work> work = mLanes.next()) dispatch(std::move(work));
 }
 
-void ThreadPool::countThreads(std::unique_lock<std::mutex>& guard) {
+void ThreadPool::countThreads() {
     mLanes.setThreads(mJoined + (mStarted ? 1 + size_t{mMaxExtra} : 0));
-    dispatchWaiting(guard);
+    dispatchWaiting();
 }
 
 void ThreadPool::start() {
-    std::unique_lock<std::mutex> guard(mLock);
+    const MutexLock lock(mLock);
     if (mStarted) return;
     mStarted = true;
-    addThread(guard);
-    countThreads(guard);
+    addThread();
+    countThreads();
 }
 
 bool ThreadPool::started() const {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const MutexLock lock(mLock);
     return mStarted;
 }
 
 void ThreadPool::setMaxExtraThreads(uint32_t count) {
-    std::unique_lock<std::mutex> guard(mLock);
+    const MutexLock lock(mLock);
     mMaxExtra = count;
-    countThreads(guard);
+    countThreads();
 }
 
 void ThreadPool::join() {
-    std::unique_lock<std::mutex> guard(mLock);
+    const MutexLock lock(mLock);
     ++mFree;
     ++mJoined;
-    countThreads(guard);
-    for (;;) serveOne(guard);
+    countThreads();
+    for (;;) serveOne();
 }
 
 bool ThreadPool::wantsThread() const {
     return mStarted && mQueued > mFree && mThreads < 1 + mMaxExtra;
 }
 
-void ThreadPool::addThread(std::unique_lock<std::mutex>& guard) {
+void ThreadPool::addThread() {
     ++mThreads;
     ++mFree;
     ++mStarting;
-    guard.unlock();
+    mLock.unlock();
     const int error = startDetachedThread(&threadMain, this);
-    guard.lock();
+    mLock.lock();
     if (error == 0) return;
 
     --mThreads;
@@ -125,12 +127,12 @@ void ThreadPool::addThread(std::unique_lock<std::mutex>& guard) {
     // Said and arranged once, not at each tick.
     if (mRetrying) return;
     LUM_LOGE("binder: no thread for incoming calls (%s), tried again later", strerror(error));
-    if (wantsThread()) retryLater(guard);
+    if (wantsThread()) retryLater();
 }
 
-void ThreadPool::retryLater(std::unique_lock<std::mutex>& guard) {
+void ThreadPool::retryLater() {
     mRetrying = true;
-    guard.unlock();
+    mLock.unlock();
     const bool waiting = withoutThrowing(
         [this] {
             UniqueFd fd = startTimer();
@@ -139,14 +141,14 @@ void ThreadPool::retryLater(std::unique_lock<std::mutex>& guard) {
             return IoThread::instance().add(timer->fd(), timer);
         },
         false);
-    guard.lock();
+    mLock.lock();
     // The next work tries again then.
     if (!waiting) mRetrying = false;
 }
 
 bool ThreadPool::retry() {
-    std::unique_lock<std::mutex> guard(mLock);
-    if (wantsThread()) addThread(guard);
+    const MutexLock lock(mLock);
+    if (wantsThread()) addThread();
     mRetrying = wantsThread();
     return !mRetrying;
 }
@@ -154,34 +156,34 @@ bool ThreadPool::retry() {
 void* ThreadPool::threadMain(void* pool) {
     nameBinderThread();
     auto& self = *static_cast<ThreadPool*>(pool);
-    std::unique_lock<std::mutex> guard(self.mLock);
+    const MutexLock lock(self.mLock);
     --self.mStarting;
     // A process at rest keeps one thread, however many a burst has needed: this one goes when
     // another is free. One that is only about to start does not count: it may be refused.
-    while (!self.mQueue.empty() || self.mFree <= self.mStarting + 1) self.serveOne(guard);
+    while (!self.mQueue.empty() || self.mFree <= self.mStarting + 1) self.serveOne();
     --self.mFree;
     --self.mThreads;
     return nullptr;
 }
 
-void ThreadPool::serveOne(std::unique_lock<std::mutex>& guard) {
-    mPosted.wait(guard, [this] { return !mQueue.empty(); });
+void ThreadPool::serveOne() {
+    while (mQueue.empty()) mPosted.wait(mLock);
     std::unique_ptr<Work> work = mQueue.pop();
     --mQueued;
     --mFree;
     std::shared_ptr<WorkLane> lane = work->lane();
-    guard.unlock();
+    mLock.unlock();
     work->run();
     work.reset();
     LateCommand::runQueued();
-    guard.lock();
+    mLock.lock();
     ++mFree;
     mLanes.leave(lane);
-    dispatchWaiting(guard);
+    dispatchWaiting();
     // With the last hold on the account of a process that has gone, memory may be given back, which
     // takes a while.
     if (lane.use_count() != 1) return;
-    guard.unlock();
+    mLock.unlock();
     lane.reset();
-    guard.lock();
+    mLock.lock();
 }

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
 #include "platform/linux/src/WorkLanes.h"
+#include "utils/Mutex.h"
 
 // The threads that carry out what other processes cause here: their calls, their deaths, the
 // references they give up. A process whose calls do not come to an end keeps its share of them
@@ -33,35 +32,37 @@ class ThreadPool {
     class RetryTimer;
 
     static void* threadMain(void* pool);
-    // With mLock held: whether work waits for a thread, and one more is allowed.
-    bool wantsThread() const;
-    // These are called with mLock held by `guard`, which is let go meanwhile.
+    // Whether work waits for a thread, and one more is allowed.
+    bool wantsThread() const LUM_REQUIRES(mLock);
+    // These release mLock meanwhile.
     // Waits for work and carries it out, as one of the free threads, before and after.
-    void serveOne(std::unique_lock<std::mutex>& guard);
+    void serveOne() LUM_REQUIRES(mLock);
     // Has work carried out whose turn it is.
-    void dispatch(std::unique_ptr<Work> work, std::unique_lock<std::mutex>& guard);
+    void dispatch(std::unique_ptr<Work> work) LUM_REQUIRES(mLock);
     // Has everything carried out that has waited and whose turn it is now.
-    void dispatchWaiting(std::unique_lock<std::mutex>& guard);
+    void dispatchWaiting() LUM_REQUIRES(mLock);
     // The number of threads that there are, or may be, has changed.
-    void countThreads(std::unique_lock<std::mutex>& guard);
+    void countThreads() LUM_REQUIRES(mLock);
     // Makes one more thread. One that is refused is tried again later if it is still wanted.
-    void addThread(std::unique_lock<std::mutex>& guard);
-    void retryLater(std::unique_lock<std::mutex>& guard);
+    void addThread() LUM_REQUIRES(mLock);
+    void retryLater() LUM_REQUIRES(mLock);
+
     // Tries again. Returns whether no thread is wanted any more.
     bool retry();
 
-    mutable std::mutex mLock;
-    std::condition_variable mPosted;
-    WorkLanes mLanes;
-    WorkQueue mQueue;  // what has its turn
-    uint32_t mQueued = 0;
+    mutable lum::utils::Mutex mLock;
+    lum::utils::Condition mPosted;
+    WorkLanes mLanes LUM_GUARDED_BY(mLock);
+    WorkQueue mQueue LUM_GUARDED_BY(mLock);  // what has its turn
+    uint32_t mQueued LUM_GUARDED_BY(mLock) = 0;
     // Threads without work, among them those about to start: a burst of work must not make more
     // threads than it needs.
-    uint32_t mFree = 0;
-    uint32_t mStarting = 0;  // about to start; whether they will is not known yet
-    uint32_t mThreads = 0;   // made here, not joined
-    uint32_t mJoined = 0;
-    uint32_t mMaxExtra = 15;
-    bool mStarted = false;
-    bool mRetrying = false;  // a thread was refused, and a timer runs to try again
+    uint32_t mFree LUM_GUARDED_BY(mLock) = 0;
+    uint32_t mStarting LUM_GUARDED_BY(mLock) = 0;  // not known yet whether they will start
+    uint32_t mThreads LUM_GUARDED_BY(mLock) = 0;   // made here, not joined
+    uint32_t mJoined LUM_GUARDED_BY(mLock) = 0;
+    uint32_t mMaxExtra LUM_GUARDED_BY(mLock) = 15;
+    bool mStarted LUM_GUARDED_BY(mLock) = false;
+    // A thread was refused, and a timer runs to try again.
+    bool mRetrying LUM_GUARDED_BY(mLock) = false;
 };
