@@ -15,8 +15,9 @@ class NoLink final : public Link {
     }
     void releaseProxy(RemoteBinder& /*proxy*/) noexcept override {}
     bool isAlive() override { return true; }
-    binder_status_t watchDeath(RemoteBinder& /*proxy*/) override {
+    binder_status_t watchDeath(uint32_t /*handle*/,
+                               std::unique_ptr<LateCommand>* /*late*/) override {
         return STATUS_INVALID_OPERATION;
     }
-    void unwatchDeath(RemoteBinder& /*proxy*/) noexcept override {}
+    void unwatchDeath(uint32_t /*handle*/) noexcept override {}
 };

@@ -15,6 +15,8 @@
 #include <vector>
 
 #include "platform/linux/src/LocalLink.h"
+#include "platform/linux/src/Parcel.h"
+#include "platform/linux/src/RemoteBinder.h"
 #include "platform/linux/src/ThreadPool.h"
 #include "platform/linux/src/UniqueFd.h"
 #include "tests/platform/DeathEvents.h"

@@ -3,34 +3,37 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
+#include <type_traits>
 #include <utility>
 
 #include "platform/linux/src/CallOut.h"
+#include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/RemoteBinder.h"
-#include "utils/NoDestroy.h"
+
+using lum::utils::MutexLock;
+
+// Ends with the process without code of its own: threads may use it until then.
+lum::utils::Mutex gDeathLock;
+static_assert(std::is_trivially_destructible_v<lum::utils::Mutex>, "");
 
 namespace {
 
-// Guards every link between a proxy and a recipient, on both sides: two locks, one on each, could
-// not be taken in one order by an object that dies and a recipient that is deleted. Taken before a
-// link's lock, never held when a recipient is called.
-NoDestroy<std::mutex> gDeathLock;
-
 // Removes the recipient's entry for one link to `binder`.
-void forgetBinder(AIBinder_DeathRecipient& recipient, RemoteBinder* binder) {
+void forgetBinder(AIBinder_DeathRecipient& recipient, RemoteBinder* binder)
+    LUM_REQUIRES(gDeathLock) {
     std::vector<RemoteBinder*>& binders = recipient.binders;
     binders.erase(std::find(binders.begin(), binders.end(), binder));
 }
 
 binder_status_t linkToDeath(RemoteBinder& binder, AIBinder_DeathRecipient& recipient,
                             void* cookie) {
-    const std::lock_guard<std::mutex> guard(gDeathLock.value);
+    const MutexLock lock(gDeathLock);
     // First whatever may find no memory, so that nothing is left half linked.
     binder.deathLinks.reserve(binder.deathLinks.size() + 1);
     recipient.binders.reserve(recipient.binders.size() + 1);
     if (binder.lateUnwatch == nullptr) {
-        const binder_status_t status = binder.link().watchDeath(binder);
+        const binder_status_t status =
+            binder.link().watchDeath(binder.handle(), &binder.lateUnwatch);
         if (status != STATUS_OK) return status;
     } else if (!binder.link().isAlive()) {
         return STATUS_DEAD_OBJECT;
@@ -45,7 +48,7 @@ binder_status_t unlinkToDeath(RemoteBinder& binder, AIBinder_DeathRecipient& rec
     DeathLink ended;
     bool last = false;
     {
-        const std::lock_guard<std::mutex> guard(gDeathLock.value);
+        const MutexLock lock(gDeathLock);
         std::vector<DeathLink>& links = binder.deathLinks;
         const auto found = std::find_if(links.begin(), links.end(), [&](const DeathLink& link) {
             return link.recipient == &recipient && link.cookie == cookie;
@@ -55,16 +58,19 @@ binder_status_t unlinkToDeath(RemoteBinder& binder, AIBinder_DeathRecipient& rec
         links.erase(found);
         forgetBinder(recipient, &binder);
         last = links.empty();
-        if (last) binder.link().unwatchDeath(binder);
+        if (last) {
+            binder.lateUnwatch.reset();
+            binder.link().unwatchDeath(binder.handle());
+        }
     }
     if (last) LateCommand::runQueued();
-    tellUnlinked(ended);
+    reportUnlinked(ended);
     return STATUS_OK;
 }
 
 // Takes the next link of a dead object; false when there is none left.
 bool takeFirstLink(RemoteBinder& binder, DeathLink* link) {
-    const std::lock_guard<std::mutex> guard(gDeathLock.value);
+    const MutexLock lock(gDeathLock);
     if (binder.deathLinks.empty()) return false;
     *link = binder.deathLinks.front();
     binder.deathLinks.erase(binder.deathLinks.begin());
@@ -75,7 +81,7 @@ bool takeFirstLink(RemoteBinder& binder, DeathLink* link) {
 // Takes back one link of a recipient; false when there is none left. The object stays registered
 // for, as on a device, where a recipient that is deleted is only never called.
 bool takeLinkOf(AIBinder_DeathRecipient& recipient, DeathLink* link) {
-    const std::lock_guard<std::mutex> guard(gDeathLock.value);
+    const MutexLock lock(gDeathLock);
     if (recipient.binders.empty()) return false;
     RemoteBinder& binder = *recipient.binders.back();
     recipient.binders.pop_back();
@@ -90,13 +96,20 @@ bool takeLinkOf(AIBinder_DeathRecipient& recipient, DeathLink* link) {
 
 }  // namespace
 
-std::vector<DeathLink> takeDeathLinks(RemoteBinder& binder) noexcept {
-    const std::lock_guard<std::mutex> guard(gDeathLock.value);
-    for (const DeathLink& link : binder.deathLinks) forgetBinder(*link.recipient, &binder);
-    return std::exchange(binder.deathLinks, {});
+std::vector<DeathLink> endDeathLinks(RemoteBinder& binder) noexcept {
+    std::unique_ptr<LateCommand> lateUnwatch;
+    std::vector<DeathLink> ended;
+    {
+        const MutexLock lock(gDeathLock);
+        for (const DeathLink& link : binder.deathLinks) forgetBinder(*link.recipient, &binder);
+        ended.swap(binder.deathLinks);
+        lateUnwatch.swap(binder.lateUnwatch);
+    }
+    if (lateUnwatch != nullptr) LateCommand::queue(std::move(lateUnwatch));
+    return ended;
 }
 
-void tellUnlinked(const DeathLink& link) noexcept {
+void reportUnlinked(const DeathLink& link) noexcept {
     if (link.onUnlinked == nullptr) return;
     callOut("onBinderUnlinked", [&] { link.onUnlinked(link.cookie); });
 }
@@ -108,7 +121,7 @@ void DeathNotification::run() {
     DeathLink link;
     while (takeFirstLink(proxy, &link)) {
         callOut("onBinderDied", [&] { link.onDied(link.cookie); });
-        tellUnlinked(link);
+        reportUnlinked(link);
     }
 }
 
@@ -133,7 +146,7 @@ void AIBinder_DeathRecipient_delete(AIBinder_DeathRecipient* recipient) {
     if (recipient == nullptr) return;
     const std::unique_ptr<AIBinder_DeathRecipient> owned(recipient);
     DeathLink link;
-    while (takeLinkOf(*owned, &link)) tellUnlinked(link);
+    while (takeLinkOf(*owned, &link)) reportUnlinked(link);
 }
 
 binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,

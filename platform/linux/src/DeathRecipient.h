@@ -8,14 +8,20 @@
 
 #include "platform/linux/src/Binder.h"
 #include "platform/linux/src/Work.h"
+#include "utils/Mutex.h"
 
 class RemoteBinder;
+
+// Guards every link between a proxy and a recipient, on both sides: two locks, one on each, could
+// not be taken in one order by an object that dies and a recipient that is deleted. Taken before a
+// link's lock, never held when a recipient is called.
+extern lum::utils::Mutex gDeathLock;
 
 struct AIBinder_DeathRecipient {
     AIBinder_DeathRecipient_onBinderDied onDied = nullptr;
     AIBinder_DeathRecipient_onBinderUnlinked onUnlinked = nullptr;
     // The objects it is linked to, one entry for each link.
-    std::vector<RemoteBinder*> binders;
+    std::vector<RemoteBinder*> binders LUM_GUARDED_BY(gDeathLock);
 };
 
 // One AIBinder_linkToDeath. It has the functions itself, since the recipient may be deleted while
@@ -27,10 +33,10 @@ struct DeathLink {
     AIBinder_DeathRecipient_onBinderUnlinked onUnlinked;
 };
 
-// Takes back all links to a proxy that is ending. tellUnlinked() is then due for each, with nothing
-// locked.
-std::vector<DeathLink> takeDeathLinks(RemoteBinder& binder) noexcept;
-void tellUnlinked(const DeathLink& link) noexcept;
+// Takes back all links to a proxy that is ending; what ends its registration is left to this
+// thread. reportUnlinked() is then due for each, with nothing locked.
+std::vector<DeathLink> endDeathLinks(RemoteBinder& binder) noexcept;
+void reportUnlinked(const DeathLink& link) noexcept;
 
 // The work that calls the recipients of a dead proxy, each once, and takes their links back. Made
 // while the proxy lives, so that its death needs no memory.

@@ -27,7 +27,7 @@ class Reader {
     const uint8_t* mAt;
 };
 
-// Writes numbers behind each other into room that is large enough.
+// Writes numbers behind each other into memory that is large enough.
 class Writer {
   public:
     explicit Writer(uint8_t* at) : mAt(at) {}
@@ -50,30 +50,30 @@ class Writer {
 };
 
 // Reads offsets and data, and checks that the objects lie inside the data, one behind the other.
-const char* parsePayload(Reader reader, uint32_t objectCount, uint32_t size, Payload* payload) {
-    payload->offsets.reserve(objectCount);
+Payload parsePayload(Reader reader, uint32_t objectCount, uint32_t size) {
+    Payload payload;
+    payload.offsets.reserve(objectCount);
     uint64_t free = 0;
     for (uint32_t i = 0; i < objectCount; ++i) {
         const auto offset = reader.next<uint32_t>();
-        if (offset % 4 != 0) return "a misaligned object";
-        if (offset < free) return "overlapping objects";
+        require(offset % 4 == 0, "a misaligned object");
+        require(offset >= free, "overlapping objects");
         free = uint64_t{offset} + sizeof(ObjectEntry);
-        if (free > size) return "an object outside the data";
-        payload->offsets.push_back(offset);
+        require(free <= size, "an object outside the data");
+        payload.offsets.push_back(offset);
     }
-    payload->data = reader.at();
-    payload->size = size;
-    for (size_t i = 0; i < payload->offsets.size(); ++i) {
-        const ObjectEntry entry = payload->object(i);
-        if (entry.type != kOwnedBySender && entry.type != kOwnedByReceiver) {
-            return "an object of unknown type";
-        }
-        if (entry.handle > UINT32_MAX) return "an object with an impossible handle";
+    payload.data = reader.at();
+    payload.size = size;
+    for (size_t i = 0; i < payload.offsets.size(); ++i) {
+        const ObjectEntry entry = payload.object(i);
+        require(entry.type == kOwnedBySender || entry.type == kOwnedByReceiver,
+                "an object of unknown type");
+        require(entry.handle <= UINT32_MAX, "an object with an impossible handle");
     }
-    return nullptr;
+    return payload;
 }
 
-// Makes room for one frame and writes its header.
+// Adds the bytes of one frame and writes its header.
 Writer beginFrame(std::vector<uint8_t>* out, FrameKind kind, size_t bodySize) {
     const size_t at = out->size();
     out->resize(at + kFrameHeader + bodySize);
@@ -99,65 +99,64 @@ ObjectEntry Payload::object(size_t index) const {
     return entry;
 }
 
-const char* parseHello(const uint8_t* body, size_t size) {
-    if (size != 2 * sizeof(uint32_t)) return "a greeting of the wrong size";
+void parseHello(const uint8_t* body, size_t size) {
+    require(size == 2 * sizeof(uint32_t), "a greeting of the wrong size");
     Reader reader(body);
-    if (reader.next<uint32_t>() != kHelloMagic) return "a strange greeting";
-    if (reader.next<uint32_t>() != kHelloVersion) return "a greeting of another version";
-    return nullptr;
+    require(reader.next<uint32_t>() == kHelloMagic, "a strange greeting");
+    require(reader.next<uint32_t>() == kHelloVersion, "a greeting of another version");
 }
 
-const char* parseCall(const uint8_t* body, size_t size, CallFrame* frame) {
-    if (size < kCallHead) return "a call cut short";
+CallFrame parseCall(const uint8_t* body, size_t size) {
+    require(size >= kCallHead, "a call cut short");
     Reader reader(body);
-    frame->id = reader.next<uint64_t>();
-    frame->handle = reader.next<uint32_t>();
-    frame->code = reader.next<uint32_t>();
-    frame->flags = reader.next<uint32_t>();
+    CallFrame frame;
+    frame.id = reader.next<uint64_t>();
+    frame.handle = reader.next<uint32_t>();
+    frame.code = reader.next<uint32_t>();
+    frame.flags = reader.next<uint32_t>();
     const auto chainLength = reader.next<uint32_t>();
     const auto dataSize = reader.next<uint32_t>();
     const auto objectCount = reader.next<uint32_t>();
-    if (frame->oneway() != (frame->id == 0)) return "a call with a wrong id";
-    if (chainLength > kMaxChain || frame->oneway() != (chainLength == 0)) {
-        return "a call with a wrong chain";
-    }
+    require(frame.oneway() == (frame.id == 0), "a call with a wrong id");
+    require(chainLength <= kMaxChain && frame.oneway() == (chainLength == 0),
+            "a call with a wrong chain");
     const uint64_t rest = uint64_t{chainLength} * sizeof(uint64_t) +
                           uint64_t{objectCount} * sizeof(uint32_t) + dataSize;
-    if (size - kCallHead != rest) return "a call whose sizes do not fit";
-    if (transactionCost(dataSize, objectCount) > kMaxTransaction) return "a call too large";
-    frame->chain.reserve(chainLength);
-    for (uint32_t i = 0; i < chainLength; ++i) frame->chain.push_back(reader.next<uint64_t>());
-    if (!frame->oneway() && frame->chain.back() != frame->id) return "a call with a wrong chain";
-    return parsePayload(reader, objectCount, dataSize, &frame->payload);
+    require(size - kCallHead == rest, "a call whose sizes do not fit");
+    require(transactionCost(dataSize, objectCount) <= kMaxTransaction, "a call too large");
+    frame.chain.reserve(chainLength);
+    for (uint32_t i = 0; i < chainLength; ++i) frame.chain.push_back(reader.next<uint64_t>());
+    require(frame.oneway() || frame.chain.back() == frame.id, "a call with a wrong chain");
+    frame.payload = parsePayload(reader, objectCount, dataSize);
+    return frame;
 }
 
-const char* parseReply(const uint8_t* body, size_t size, ReplyFrame* frame) {
-    if (size < kReplyHead) return "a reply cut short";
+ReplyFrame parseReply(const uint8_t* body, size_t size) {
+    require(size >= kReplyHead, "a reply cut short");
     Reader reader(body);
-    frame->id = reader.next<uint64_t>();
-    frame->status = reader.next<int32_t>();
+    ReplyFrame frame;
+    frame.id = reader.next<uint64_t>();
+    frame.status = reader.next<int32_t>();
     const auto dataSize = reader.next<uint32_t>();
     const auto objectCount = reader.next<uint32_t>();
-    if (reader.next<uint32_t>() != 0) return "a reply with something in its gap";
+    require(reader.next<uint32_t>() == 0, "a reply with something in its gap");
     const uint64_t rest = uint64_t{objectCount} * sizeof(uint32_t) + dataSize;
-    if (size - kReplyHead != rest) return "a reply whose sizes do not fit";
-    if (transactionCost(dataSize, objectCount) > kMaxTransaction) return "a reply too large";
-    if (frame->status != STATUS_OK && rest != 0) return "a failed reply with data";
-    return parsePayload(reader, objectCount, dataSize, &frame->payload);
+    require(size - kReplyHead == rest, "a reply whose sizes do not fit");
+    require(transactionCost(dataSize, objectCount) <= kMaxTransaction, "a reply too large");
+    require(frame.status == STATUS_OK || rest == 0, "a failed reply with data");
+    frame.payload = parsePayload(reader, objectCount, dataSize);
+    return frame;
 }
 
-const char* parseRelease(const uint8_t* body, size_t size, uint32_t* handle, uint64_t* count) {
-    if (size != sizeof *count + sizeof *handle) return "a release of the wrong size";
+ReleaseFrame parseRelease(const uint8_t* body, size_t size) {
+    require(size == sizeof(uint64_t) + sizeof(uint32_t), "a release of the wrong size");
     Reader reader(body);
-    *count = reader.next<uint64_t>();
-    *handle = reader.next<uint32_t>();
-    return nullptr;
+    return {reader.next<uint64_t>(), reader.next<uint32_t>()};
 }
 
-const char* parseDone(const uint8_t* body, size_t size, uint32_t* bytes) {
-    if (size != sizeof(uint32_t)) return "an acknowledgement of the wrong size";
-    *bytes = Reader(body).next<uint32_t>();
-    return nullptr;
+uint32_t parseDone(const uint8_t* body, size_t size) {
+    require(size == sizeof(uint32_t), "an acknowledgement of the wrong size");
+    return Reader(body).next<uint32_t>();
 }
 
 void appendHello(std::vector<uint8_t>* out) {

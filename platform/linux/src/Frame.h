@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <stdexcept>
 #include <vector>
 
 #include "platform/linux/src/ObjectEntry.h"
@@ -74,13 +75,25 @@ struct ReplyFrame {
     Payload payload;
 };
 
-// Each reads the body of one kind.
-// Returns null, or what is wrong with it, for the log.
-const char* parseHello(const uint8_t* body, size_t size);
-const char* parseCall(const uint8_t* body, size_t size, CallFrame* frame);
-const char* parseReply(const uint8_t* body, size_t size, ReplyFrame* frame);
-const char* parseRelease(const uint8_t* body, size_t size, uint32_t* handle, uint64_t* count);
-const char* parseDone(const uint8_t* body, size_t size, uint32_t* bytes);
+struct ReleaseFrame {
+    uint64_t count = 0;
+    uint32_t handle = 0;
+};
+
+// Thrown for what no peer should send, with what is wrong for the log. It ends the connection.
+struct MalformedFrame : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+inline void require(bool valid, const char* otherwise) {
+    if (!valid) throw MalformedFrame(otherwise);
+}
+
+// Each reads the body of one kind. May throw MalformedFrame or std::bad_alloc.
+void parseHello(const uint8_t* body, size_t size);
+CallFrame parseCall(const uint8_t* body, size_t size);
+ReplyFrame parseReply(const uint8_t* body, size_t size);
+ReleaseFrame parseRelease(const uint8_t* body, size_t size);
+uint32_t parseDone(const uint8_t* body, size_t size);
 
 // What a call or reply with that much in it counts against kMaxTransaction.
 constexpr size_t transactionCost(size_t dataSize, size_t objects) {

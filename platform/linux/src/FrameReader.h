@@ -14,34 +14,25 @@
 class FrameReader {
   public:
     // take: called with the kind, the body and the size of the body of each frame that is whole
-    // with these bytes; returns null, or what is wrong with it. Returns the first that is wrong,
-    // upon which nothing more may be fed; null if there is none. May throw what `take` throws, and
-    // std::bad_alloc, with the same effect.
+    // with these bytes. May throw MalformedFrame, std::bad_alloc, and what `take` throws, upon
+    // which nothing more may be fed.
     template <typename Take>
-    const char* feed(const uint8_t* bytes, size_t size, Take&& take) {
+    void feed(const uint8_t* bytes, size_t size, Take&& take) {
         while (size != 0) {
-            if (mPart.empty() && size >= kFrameHeader) {
-                const Header header = headerAt(bytes);
-                if (header.size > kMaxBody) return kTooLong;
-                const size_t whole = kFrameHeader + header.size;
-                if (size >= whole) {
-                    const char* const wrong = take(header.kind, bytes + kFrameHeader, header.size);
-                    if (wrong != nullptr) return wrong;
-                    bytes += whole;
-                    size -= whole;
-                    continue;
-                }
+            // A frame that came whole is taken from where it lies.
+            if (mPart.empty() && size >= kFrameHeader && size >= wholeSize(bytes)) {
+                const size_t whole = wholeSize(bytes);
+                takeFrame(bytes, whole, take);
+                bytes += whole;
+                size -= whole;
+                continue;
             }
             if (!fillTo(kFrameHeader, &bytes, &size)) break;
-            const Header header = headerAt(mPart.data());
-            // At once: what is too long is not even waited for.
-            if (header.size > kMaxBody) return kTooLong;
-            if (!fillTo(kFrameHeader + header.size, &bytes, &size)) break;
-            const char* const wrong = take(header.kind, mPart.data() + kFrameHeader, header.size);
-            if (wrong != nullptr) return wrong;
+            const size_t whole = wholeSize(mPart.data());
+            if (!fillTo(whole, &bytes, &size)) break;
+            takeFrame(mPart.data(), whole, take);
             std::vector<uint8_t>().swap(mPart);
         }
-        return nullptr;
     }
 
     // Whether all that was fed has been taken.
@@ -50,16 +41,23 @@ class FrameReader {
     size_t capacity() const { return mPart.capacity(); }
 
   private:
-    struct Header {
-        uint32_t size;
-        FrameKind kind;
-    };
-    static constexpr char kTooLong[] = "a frame too long";
+    static uint32_t wordAt(const uint8_t* bytes) {
+        uint32_t word = 0;
+        memcpy(&word, bytes, sizeof word);
+        return word;
+    }
 
-    static Header headerAt(const uint8_t* bytes) {
-        Header header;
-        memcpy(&header, bytes, sizeof header);
-        return header;
+    // The size of a frame with its header. What is too long is not even waited for.
+    static size_t wholeSize(const uint8_t* header) {
+        const uint32_t size = wordAt(header);
+        require(size <= kMaxBody, "a frame too long");
+        return kFrameHeader + size;
+    }
+
+    template <typename Take>
+    static void takeFrame(const uint8_t* frame, size_t whole, Take&& take) {
+        take(FrameKind{wordAt(frame + sizeof(uint32_t))}, frame + kFrameHeader,
+             whole - kFrameHeader);
     }
 
     // Moves bytes to mPart until it has at least `whole`; returns whether it has.

@@ -9,6 +9,8 @@
 
 #include "platform/linux/src/Binder.h"
 
+class LateCommand;
+
 // What the binder objects above need from whatever carries calls between processes. A link
 //   - carries transactions: out by transact(); in by handing LocalBinder::transact() to the thread
 //     pool, or to a thread that waits in the chain of calls, under a CallScope;
@@ -32,22 +34,22 @@ class Link {
     virtual binder_status_t transact(uint32_t handle, transaction_code_t code, const AParcel& in,
                                      binder_flags_t flags, std::unique_ptr<AParcel>* out) = 0;
 
-    // The last strong reference to a proxy is gone; its memory may go after this returns. If it is
-    // still registered, that ends late: as a LateCommand of this thread, or as if it were one.
+    // The last strong reference to a proxy is gone; its memory may go after this returns.
     virtual void releaseProxy(RemoteBinder& proxy) noexcept = 0;
 
     // Whether calls may still get through; false once the peer is dead.
     virtual bool isAlive() = 0;
 
-    // Registers for the death of a proxy's object, which is announced once to the proxy that the
-    // object then has. Neither is kept alive. A registration that an earlier proxy has left behind
-    // stands in the way: this one is then refused, and nobody hears of that.
-    // proxy: not registered by itself yet.
-    // Returns STATUS_OK, also when refused, or STATUS_DEAD_OBJECT if it is too late.
-    // May throw std::bad_alloc.
-    virtual binder_status_t watchDeath(RemoteBinder& proxy) = 0;
-    // Ends the registration for the object of a proxy, at once.
-    virtual void unwatchDeath(RemoteBinder& proxy) noexcept = 0;
+    // Registers for the death of an object, which is announced once to the proxy that the object
+    // then has. Neither is kept alive. A registration that an earlier proxy has left behind stands
+    // in the way: this one is then refused, and nobody hears of that.
+    // late: set to what ends the registration if its proxy ends first, so that this end needs no
+    // memory.
+    // Returns STATUS_OK, also when refused, or STATUS_DEAD_OBJECT if it is too late. May throw
+    // std::bad_alloc.
+    virtual binder_status_t watchDeath(uint32_t handle, std::unique_ptr<LateCommand>* late) = 0;
+    // Ends the registration for an object, at once.
+    virtual void unwatchDeath(uint32_t handle) noexcept = 0;
 };
 
 // The names under which processes find each other's first objects.

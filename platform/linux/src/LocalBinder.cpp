@@ -42,7 +42,7 @@ binder_status_t LocalBinder::dump(int fd, const char** args, uint32_t numArgs) {
 
 void LocalBinder::postOneway(std::unique_ptr<Work> call) {
     {
-        const std::lock_guard<std::mutex> guard(mOnewayLock);
+        const lum::utils::MutexLock lock(mOnewayLock);
         if (mOnewayRunning) {
             mOneway.push(std::move(call));
             return;
@@ -52,10 +52,10 @@ void LocalBinder::postOneway(std::unique_ptr<Work> call) {
     ThreadPool::instance().post(std::move(call));
 }
 
-void LocalBinder::onewayDone() {
+void LocalBinder::postNextOneway() {
     std::unique_ptr<Work> next;
     {
-        const std::lock_guard<std::mutex> guard(mOnewayLock);
+        const lum::utils::MutexLock lock(mOnewayLock);
         next = mOneway.pop();
         mOnewayRunning = next != nullptr;
     }

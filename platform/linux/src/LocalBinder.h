@@ -3,11 +3,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "platform/linux/src/Binder.h"
 #include "platform/linux/src/Work.h"
+#include "utils/Mutex.h"
 
 // An object of this process.
 class LocalBinder final : public AIBinder {
@@ -30,9 +30,9 @@ class LocalBinder final : public AIBinder {
     binder_status_t dump(int fd, const char** args, uint32_t numArgs);
 
     // Queues a one-way call for the thread pool, which gets the calls of one object in order and
-    // one at a time. The work must call onewayDone() at its end.
+    // one at a time. The work must call postNextOneway() at its end.
     void postOneway(std::unique_ptr<Work> call);
-    void onewayDone();
+    void postNextOneway();
 
   private:
     ~LocalBinder() override = default;
@@ -43,7 +43,7 @@ class LocalBinder final : public AIBinder {
     const AIBinder_Class& mClazz;
     void* const mUserData;
 
-    std::mutex mOnewayLock;
-    bool mOnewayRunning = false;
-    WorkQueue mOneway;
+    lum::utils::Mutex mOnewayLock;
+    bool mOnewayRunning LUM_GUARDED_BY(mOnewayLock) = false;
+    WorkQueue mOneway LUM_GUARDED_BY(mOnewayLock);
 };

@@ -10,6 +10,8 @@
 #include "platform/linux/src/ThreadPool.h"
 #include "utils/NoDestroy.h"
 
+using lum::utils::MutexLock;
+
 namespace {
 
 NoDestroy<PendingCalls> gCalls;
@@ -25,69 +27,71 @@ uint64_t firstId() {
 
 }  // namespace
 
+// Ends with the process without code of its own: threads may wait until then.
+lum::utils::Mutex PendingCalls::sLock;
+
 PendingCalls& PendingCalls::instance() {
     return gCalls.value;
 }
 
-uint64_t PendingCalls::newId() {
-    const std::lock_guard<std::mutex> guard(mLock);
+PendingCall::PendingCall(const Link* link) : mLink(link) {
+    PendingCalls& calls = PendingCalls::instance();
+    const MutexLock lock(PendingCalls::sLock);
     // 0 is no id: it marks one-way calls.
-    if (mNextId == 0) mNextId = firstId();
-    return mNextId++;
+    if (calls.mNextId == 0) calls.mNextId = firstId();
+    mId = calls.mNextId++;
+    calls.mCalls.emplace(mId, this);
 }
 
-void PendingCalls::add(PendingCall& call) {
-    const std::lock_guard<std::mutex> guard(mLock);
-    mCalls.emplace(call.id, &call);
+PendingCall::~PendingCall() {
+    const MutexLock lock(PendingCalls::sLock);
+    PendingCalls::instance().mCalls.erase(mId);
+    // The call it was nested in is over, so that nobody waits for its outcome; it still runs.
+    while (!mNested.empty()) ThreadPool::instance().post(mNested.pop());
 }
 
-void PendingCalls::remove(PendingCall& call) noexcept {
-    const std::lock_guard<std::mutex> guard(mLock);
-    mCalls.erase(call.id);
-}
-
-binder_status_t PendingCalls::wait(PendingCall& call, std::unique_ptr<AParcel>* reply) {
-    std::unique_lock<std::mutex> guard(mLock);
-    for (;;) {
-        call.changed.wait(guard, [&] { return call.done || !call.nested.empty(); });
-        if (call.done) break;
-        std::unique_ptr<Work> work = call.nested.pop();
-        guard.unlock();
+binder_status_t PendingCall::wait(std::unique_ptr<AParcel>* reply) {
+    MutexLock lock(PendingCalls::sLock);
+    while (!mDone) {
+        std::unique_ptr<Work> work = mNested.pop();
+        if (work == nullptr) {
+            mChanged.wait(PendingCalls::sLock);
+            continue;
+        }
+        lock.unlock();
         work->run();
         work.reset();
         LateCommand::runQueued();
-        guard.lock();
+        lock.lock();
     }
-    // The call it was nested in is over, so that nobody waits for its outcome; it still runs.
-    while (!call.nested.empty()) ThreadPool::instance().post(call.nested.pop());
-    *reply = std::move(call.reply);
-    return call.status;
+    *reply = std::move(mReply);
+    return mStatus;
 }
 
-void PendingCalls::end(PendingCall& call, binder_status_t status) {
-    call.done = true;
-    call.status = status;
+void PendingCall::end(binder_status_t status) {
+    mDone = true;
+    mStatus = status;
     // Under the lock: the waiting thread ends the call's life as soon as it has it.
-    call.changed.notify_one();
+    mChanged.notifyOne();
 }
 
 bool PendingCalls::finish(const Link* link, uint64_t id, binder_status_t status,
                           std::unique_ptr<AParcel>* reply) {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const MutexLock lock(sLock);
     const auto found = mCalls.find(id);
-    if (found == mCalls.end() || found->second->link != link) return false;
+    if (found == mCalls.end() || found->second->mLink != link) return false;
     PendingCall& call = *found->second;
     mCalls.erase(found);
-    call.reply = std::move(*reply);
-    end(call, status);
+    call.mReply = std::move(*reply);
+    call.end(status);
     return true;
 }
 
 void PendingCalls::failAll(const Link* link, binder_status_t status) noexcept {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const MutexLock lock(sLock);
     for (auto it = mCalls.begin(); it != mCalls.end();) {
-        if (it->second->link == link) {
-            end(*it->second, status);
+        if (it->second->mLink == link) {
+            it->second->end(status);
             it = mCalls.erase(it);
         } else {
             ++it;
@@ -96,12 +100,12 @@ void PendingCalls::failAll(const Link* link, binder_status_t status) noexcept {
 }
 
 bool PendingCalls::runNested(const std::vector<uint64_t>& chain, std::unique_ptr<Work>* work) {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const MutexLock lock(sLock);
     for (auto id = chain.rbegin(); id != chain.rend(); ++id) {
         const auto found = mCalls.find(*id);
         if (found == mCalls.end()) continue;
-        found->second->nested.push(std::move(*work));
-        found->second->changed.notify_one();
+        found->second->mNested.push(std::move(*work));
+        found->second->mChanged.notifyOne();
         return true;
     }
     return false;

@@ -3,34 +3,17 @@
 
 #include <android/binder_ibinder.h>
 
-#include <condition_variable>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 #include <vector>
 
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/Work.h"
+#include "utils/Mutex.h"
 
 class Link;
-
-// A blocking call that a thread of this process waits in. Lives on that thread's stack.
-struct PendingCall {
-    PendingCall(const Link* link, uint64_t id) : link(link), id(id) {}
-
-    const Link* const link;
-    const uint64_t id;  // differs from those of all other processes too
-    size_t size = 0;    // what it counts over the link; set by the link, before the call is added
-
-    // The rest is guarded by PendingCalls.
-    std::condition_variable changed;
-    bool done = false;
-    binder_status_t status = STATUS_OK;
-    std::unique_ptr<AParcel> reply;
-    WorkQueue nested;
-};
+class PendingCall;
 
 // The blocking calls under way in this process, over all links: the chain of calls that an incoming
 // one is nested in may lead through any of them. Every function may be called on any thread.
@@ -38,17 +21,6 @@ class PendingCalls {
   public:
     // Never destroyed: threads may wait when the process ends.
     static PendingCalls& instance();
-
-    uint64_t newId();
-
-    // May throw std::bad_alloc.
-    void add(PendingCall& call);
-    // For a call that could not be sent.
-    void remove(PendingCall& call) noexcept;
-
-    // Waits until the call has ended, and meanwhile carries out on this thread what is nested in
-    // it. reply: set to the reply. Returns the call's status.
-    binder_status_t wait(PendingCall& call, std::unique_ptr<AParcel>* reply);
 
     // Ends the call with this id over this link.
     // reply: taken if there is such a call.
@@ -64,9 +36,40 @@ class PendingCalls {
     bool runNested(const std::vector<uint64_t>& chain, std::unique_ptr<Work>* work);
 
   private:
-    void end(PendingCall& call, binder_status_t status);
+    friend class PendingCall;
 
-    std::mutex mLock;
-    std::unordered_map<uint64_t, PendingCall*> mCalls;
-    uint64_t mNextId = 0;
+    static lum::utils::Mutex sLock;
+    std::unordered_map<uint64_t, PendingCall*> mCalls LUM_GUARDED_BY(sLock);
+    uint64_t mNextId LUM_GUARDED_BY(sLock) = 0;
+};
+
+// A blocking call that a thread of this process makes, on that thread's stack. It can be ended from
+// its construction on.
+class PendingCall {
+  public:
+    // May throw std::bad_alloc.
+    explicit PendingCall(const Link* link);
+    ~PendingCall();
+    PendingCall(const PendingCall&) = delete;
+    PendingCall& operator=(const PendingCall&) = delete;
+
+    // Differs from those of all other processes too.
+    uint64_t id() const { return mId; }
+
+    // Waits until the call has ended, and meanwhile carries out on this thread what is nested in
+    // it. reply: set to the reply. Returns the call's status.
+    binder_status_t wait(std::unique_ptr<AParcel>* reply);
+
+  private:
+    friend class PendingCalls;
+
+    void end(binder_status_t status) LUM_REQUIRES(PendingCalls::sLock);
+
+    const Link* const mLink;
+    uint64_t mId = 0;
+    lum::utils::Condition mChanged;
+    bool mDone LUM_GUARDED_BY(PendingCalls::sLock) = false;
+    binder_status_t mStatus LUM_GUARDED_BY(PendingCalls::sLock) = STATUS_OK;
+    std::unique_ptr<AParcel> mReply LUM_GUARDED_BY(PendingCalls::sLock);
+    WorkQueue mNested LUM_GUARDED_BY(PendingCalls::sLock);
 };

@@ -14,9 +14,9 @@ binder_status_t RemoteBinder::transact(transaction_code_t code, const AParcel& i
 }
 
 void RemoteBinder::onLastStrong() {
-    const std::vector<DeathLink> ended = takeDeathLinks(*this);
+    const std::vector<DeathLink> ended = endDeathLinks(*this);
     mLink->releaseProxy(*this);
-    for (const DeathLink& link : ended) tellUnlinked(link);
+    for (const DeathLink& link : ended) reportUnlinked(link);
 }
 
 bool RemoteBinder::isOfInterface(const std::string& descriptor) {

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,14 +35,10 @@ class RemoteBinder final : public AIBinder {
     bool isAlive() const { return mAlive && mLink->isAlive(); }
     void setDead() { mAlive = false; }
 
-    // How often the object was received; the link gives that many references back with the proxy.
-    // Guarded by the link.
-    uint64_t timesReceived = 0;
-
     // The links to this object's death, and what ends the registration for it late; null while the
-    // proxy has not registered. Guarded by the lock in DeathRecipient.cpp.
-    std::vector<DeathLink> deathLinks;
-    std::unique_ptr<LateCommand> lateUnwatch;
+    // proxy has not registered.
+    std::vector<DeathLink> deathLinks LUM_GUARDED_BY(gDeathLock);
+    std::unique_ptr<LateCommand> lateUnwatch LUM_GUARDED_BY(gDeathLock);
 
   private:
     ~RemoteBinder() override = default;
