@@ -181,7 +181,7 @@ TEST_F(RegistryTest, FolderOpenToOthersIsRefused) {
     LogCapture log;
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
     EXPECT_EQ(find(kName).get(), nullptr);
-    EXPECT_EQ(log.count(logE("binder: the socket folder " + mFolder.path() +
+    EXPECT_EQ(log.count(logE("binder: the socket directory " + mFolder.path() +
                              " is open to others (mode 710)")),
               2U);
 }
@@ -193,7 +193,7 @@ TEST_F(RegistryTest, FolderOfAnotherUserIsRefused) {
     }
     LogCapture log;
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
-    EXPECT_TRUE(log.has(logE(format("binder: the socket folder %s belongs to user %u, not to %u",
+    EXPECT_TRUE(log.has(logE(format("binder: the socket directory %s belongs to user %u, not to %u",
                                     mFolder.path().c_str(), other, geteuid()))));
 }
 
@@ -203,14 +203,14 @@ TEST_F(RegistryTest, FolderThatIsNoneIsRefused) {
     setenv("LUM_BINDER_DIR", file.c_str(), 1);
     LogCapture log;
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
-    EXPECT_TRUE(log.has(logE("binder: the socket folder " + file + " is not a folder")));
+    EXPECT_TRUE(log.has(logE("binder: the socket directory " + file + " is not a directory")));
 
     // A link to a safe folder could be turned elsewhere by whoever made it.
     const std::string link = mFolder.path() + "/link";
     ASSERT_EQ(symlink(mFolder.path().c_str(), link.c_str()), 0);
     setenv("LUM_BINDER_DIR", link.c_str(), 1);
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
-    EXPECT_TRUE(log.has(logE("binder: the socket folder " + link + " is not a folder")));
+    EXPECT_TRUE(log.has(logE("binder: the socket directory " + link + " is not a directory")));
 }
 
 TEST_F(RegistryTest, NameIsTakenOverFromALivingProcess) {

@@ -548,7 +548,7 @@ TEST_F(EmulatorProgramTest, DebugLogShowsEveryLineOfThePlatformLog) {
         "^[0-9]{4}(-[0-9]{2}){2} [0-9]{2}(:[0-9]{2}){2}\\.[0-9]{6} +" + pid + " +" + pid + " ";
     ASSERT_FALSE(emulator.errorLines().empty());
     EXPECT_EQ(replaceAll(emulator.errorLines().front(), stamp, ""),
-              "E binder: the socket folder " + mFolder.path() + " is open to others (mode 755)");
+              "E binder: the socket directory " + mFolder.path() + " is open to others (mode 755)");
 }
 
 }  // namespace

@@ -37,9 +37,9 @@ class Line {
     }
 
     __attribute__((format(printf, 2, 0))) void vadd(const char* fmt, va_list args) {
-        const size_t room = sizeof mText - mLength;
-        const int length = vsnprintf(mText + mLength, room, fmt, args);
-        if (length > 0) mLength += std::min(static_cast<size_t>(length), room - 1);
+        const size_t left = sizeof mText - mLength;
+        const int length = vsnprintf(mText + mLength, left, fmt, args);
+        if (length > 0) mLength += std::min(static_cast<size_t>(length), left - 1);
     }
 
     void addTime() {

@@ -13,7 +13,7 @@
 class LocalBinder;
 class RemoteBinder;
 
-// What AIBinder_Class_define and its setters were told. Never ended.
+// What AIBinder_Class_define and its setters were given. Never ended.
 struct AIBinder_Class {
     std::string descriptor;
     AIBinder_Class_onCreate onCreate = nullptr;

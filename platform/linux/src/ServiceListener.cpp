@@ -97,7 +97,7 @@ void ServiceListener::onReady(uint32_t) {
 }
 
 // Turns the first client away, for want of a descriptor to serve it with: the spare one is given up
-// to accept it, which is the only way to tell it. Returns whether there was one to give up.
+// to accept it, which is the only way to end its wait. Returns whether there was one to give up.
 bool ServiceListener::refuseOne() {
     const bool had = mSpare.valid();
     mSpare.reset();

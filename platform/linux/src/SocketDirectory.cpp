@@ -61,7 +61,7 @@ bool SocketDirectory::fits() const {
 
 bool SocketDirectory::make() const {
     if (mkdir(mPath.c_str(), S_IRWXU) == 0 || errno == EEXIST) return true;
-    LUM_LOGE("binder: cannot make the socket folder %s (%s)", mPath.c_str(), strerror(errno));
+    LUM_LOGE("binder: cannot make the socket directory %s (%s)", mPath.c_str(), strerror(errno));
     return false;
 }
 
@@ -72,21 +72,21 @@ bool SocketDirectory::exists() const {
 bool SocketDirectory::isSafe() const {
     struct stat about {};
     if (lstat(mPath.c_str(), &about) != 0) {
-        LUM_LOGE("binder: cannot look at the socket folder %s (%s)", mPath.c_str(),
+        LUM_LOGE("binder: cannot look at the socket directory %s (%s)", mPath.c_str(),
                  strerror(errno));
         return false;
     }
     if (!S_ISDIR(about.st_mode)) {
-        LUM_LOGE("binder: the socket folder %s is not a folder", mPath.c_str());
+        LUM_LOGE("binder: the socket directory %s is not a directory", mPath.c_str());
         return false;
     }
     if (about.st_uid != geteuid()) {
-        LUM_LOGE("binder: the socket folder %s belongs to user %u, not to %u", mPath.c_str(),
+        LUM_LOGE("binder: the socket directory %s belongs to user %u, not to %u", mPath.c_str(),
                  about.st_uid, geteuid());
         return false;
     }
     if ((about.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        LUM_LOGE("binder: the socket folder %s is open to others (mode %o)", mPath.c_str(),
+        LUM_LOGE("binder: the socket directory %s is open to others (mode %o)", mPath.c_str(),
                  about.st_mode & 07777U);
         return false;
     }

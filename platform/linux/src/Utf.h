@@ -11,13 +11,13 @@
 // Returns how many UTF-16 units `size` bytes of UTF-8 become, -1 if they are not UTF-8.
 int64_t utf16Length(const char* utf8, size_t size);
 
-// Converts well-formed UTF-8. out: room for utf16Length() units.
+// Converts well-formed UTF-8. out: memory for utf16Length() units.
 void utf8ToUtf16(const char* utf8, size_t size, uint8_t* out);
 
 // Returns how many bytes of UTF-8 `count` units become, -1 if they are not UTF-16.
 int64_t utf8Length(const uint8_t* utf16, size_t count);
 
-// Converts well-formed UTF-16. out: room for utf8Length() bytes.
+// Converts well-formed UTF-16. out: memory for utf8Length() bytes.
 void utf16ToUtf8(const uint8_t* utf16, size_t count, char* out);
 
 // Whether `count` units and `size` bytes are the same text; false if either is malformed.

@@ -141,9 +141,9 @@ binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* 
                                      void* cookie);
 
 // Takes one such link back: its function will not be called any more.
-// Returns STATUS_OK, also for a process that has died but whose link was not told yet;
-// STATUS_NAME_NOT_FOUND, which changes nothing, if recipient and cookie were not linked together
-// with this object, or their function has been called, or is running.
+// Returns STATUS_OK, also for a process that has died but whose death is not reported to the link
+// yet; STATUS_NAME_NOT_FOUND, which changes nothing, if recipient and cookie were not linked
+// together with this object, or their function has been called, or is running.
 binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
                                        void* cookie);
 
