@@ -18,7 +18,7 @@ struct AStatus {
 
 namespace {
 
-// Handed out where a status must be had without memory; never ended.
+// Handed out where a status is needed and there is no memory; never ended.
 struct OutOfMemory : AStatus {
     OutOfMemory() noexcept : AStatus{EX_TRANSACTION_FAILED, STATUS_NO_MEMORY, {}} {}
 };
@@ -77,9 +77,7 @@ const char* exceptionName(binder_exception_t exception) {
 }
 
 std::string describe(const AStatus& status) {
-    if (status.exception == EX_NONE) {
-        return "No error";
-    }
+    if (status.exception == EX_NONE) return "No error";
     std::string text = "Status(" + std::to_string(status.exception) + ", " +
                        exceptionName(status.exception) + "): '";
     if (status.exception == EX_SERVICE_SPECIFIC) {
@@ -105,12 +103,9 @@ AStatus* AStatus_fromExceptionCode(binder_exception_t exception) {
 }
 
 AStatus* AStatus_fromExceptionCodeWithMessage(binder_exception_t exception, const char* message) {
-    if (exception == EX_NONE) {
-        return AStatus_newOk();
-    }
-    if (exception == EX_TRANSACTION_FAILED || exceptionName(exception) == nullptr) {
+    if (exception == EX_NONE) return AStatus_newOk();
+    if (exception == EX_TRANSACTION_FAILED || exceptionName(exception) == nullptr)
         return make(EX_TRANSACTION_FAILED, STATUS_FAILED_TRANSACTION, message);
-    }
     return make(exception, 0, message);
 }
 
@@ -123,9 +118,7 @@ AStatus* AStatus_fromServiceSpecificErrorWithMessage(int32_t serviceSpecific, co
 }
 
 AStatus* AStatus_fromStatus(binder_status_t status) {
-    if (status == STATUS_OK) {
-        return AStatus_newOk();
-    }
+    if (status == STATUS_OK) return AStatus_newOk();
     return make(EX_TRANSACTION_FAILED, knownStatus(status), "");
 }
 
@@ -162,7 +155,5 @@ void AStatus_deleteDescription(const char* description) {
 }
 
 void AStatus_delete(AStatus* status) {
-    if (status != &gOk.value && status != &gOutOfMemory.value) {
-        delete status;
-    }
+    if (status != &gOk.value && status != &gOutOfMemory.value) delete status;
 }
