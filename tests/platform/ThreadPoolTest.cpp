@@ -5,7 +5,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -85,6 +84,31 @@ class ThreadPoolTest : public testing::Test {
         mPool.post(std::make_unique<FunctionWork>(std::move(body)));
     }
 
+    // Starts the pool; more work than that has to be carried out by this many threads.
+    void expectThreads(int count) {
+        mPool.start();
+        Counter running;
+        Counter letGo;
+        Counter done;
+        std::mutex lock;
+        std::set<std::thread::id> threads;
+        for (int i = 0; i < 3 * count; ++i) {
+            post([&] {
+                running.add();
+                {
+                    const std::lock_guard<std::mutex> guard(lock);
+                    threads.insert(std::this_thread::get_id());
+                }
+                letGo.waitFor(1);
+                done.add();
+            });
+        }
+        ASSERT_TRUE(running.waitFor(count));
+        letGo.add();
+        ASSERT_TRUE(done.waitFor(3 * count));
+        EXPECT_EQ(threads.size(), static_cast<size_t>(count));
+    }
+
     ThreadPool& mPool = ThreadPool::instance();
 };
 
@@ -150,55 +174,11 @@ TEST_F(ThreadPoolTest, ThreadThatBeginsWhenTheWorkIsDoneGoesAgain) {
 
 TEST_F(ThreadPoolTest, GrowsToItsLimitAndNotBeyond) {
     mPool.setMaxExtraThreads(2);
-    mPool.start();
-    Counter running;
-    Counter letGo;
-    Counter done;
-    std::mutex lock;
-    std::vector<std::thread::id> threads;
-    for (int i = 0; i < 10; ++i) {
-        post([&] {
-            running.add();
-            {
-                const std::lock_guard<std::mutex> guard(lock);
-                threads.push_back(std::this_thread::get_id());
-            }
-            letGo.waitFor(1);
-            done.add();
-        });
-    }
-    ASSERT_TRUE(running.waitFor(3));
-    letGo.add();
-    ASSERT_TRUE(done.waitFor(10));
-    std::sort(threads.begin(), threads.end());
-    threads.erase(std::unique(threads.begin(), threads.end()), threads.end());
-    EXPECT_EQ(threads.size(), 3U);
+    expectThreads(3);
 }
 
-TEST_F(ThreadPoolTest, SixteenThreadsUnlessToldOtherwise) {
-    mPool.start();
-    Counter running;
-    Counter letGo;
-    Counter done;
-    std::mutex lock;
-    std::vector<std::thread::id> threads;
-    for (int i = 0; i < 40; ++i) {
-        post([&] {
-            running.add();
-            {
-                const std::lock_guard<std::mutex> guard(lock);
-                threads.push_back(std::this_thread::get_id());
-            }
-            letGo.waitFor(1);
-            done.add();
-        });
-    }
-    ASSERT_TRUE(running.waitFor(16));
-    letGo.add();
-    ASSERT_TRUE(done.waitFor(40));
-    std::sort(threads.begin(), threads.end());
-    threads.erase(std::unique(threads.begin(), threads.end()), threads.end());
-    EXPECT_EQ(threads.size(), 16U);
+TEST_F(ThreadPoolTest, LimitIsSixteenThreadsIfNothingElseIsSet) {
+    expectThreads(16);
 }
 
 TEST_F(ThreadPoolTest, JoinedThreadServesWithoutAStart) {
