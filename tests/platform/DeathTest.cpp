@@ -53,7 +53,7 @@ TEST_F(DeathTest, RecipientIsCalledOnceOnAThreadOfThePool) {
     EXPECT_EQ(mEvents.all().size(), 2U);
 }
 
-TEST_F(DeathTest, DeathDuringCallsEndsThemAndIsToldOnce) {
+TEST_F(DeathTest, DeathDuringCallsEndsThemAndIsReportedOnce) {
     ASSERT_EQ(link(&mFirst), STATUS_OK);
     std::vector<std::thread> threads;
     threads.reserve(4);
@@ -71,7 +71,7 @@ TEST_F(DeathTest, DeathDuringCallsEndsThemAndIsToldOnce) {
     EXPECT_EQ(mEvents.all(), (Log{"first died", "first unlinked"}));
 }
 
-TEST_F(DeathTest, EveryProxyOfTheDeadProcessIsTold) {
+TEST_F(DeathTest, DeathIsReportedToEveryProxyOfTheProcess) {
     ndk::SpAIBinder object;
     ASSERT_EQ(callPeer(mService, kMakeObject, nullptr, readBinder(&object)), STATUS_OK);
     AIBinder_DeathRecipient_setOnUnlinked(mRecipient.get(), nullptr);
@@ -292,34 +292,34 @@ TEST_F(DeathTest, ThrowingRecipientIsSurvived) {
 }
 
 TEST_F(DeathTest, LinkingAndUnlinkingWhileTheProcessDies) {
-    // Whatever the order, each link is either refused, or taken back, or told, and told once.
+    // Whatever the order, each link is either refused, or taken back, or called, and called once.
     for (int round = 0; round < 20; ++round) {
         const std::string name = "lum.test.round" + std::to_string(round);
         PeerProcess peer(name);
         const ndk::SpAIBinder service(AServiceManager_checkService(name.c_str()));
         ASSERT_NE(service.get(), nullptr);
-        struct Told {
+        struct Calls {
             Counter died;
             Counter unlinked;
-        } told;
+        } calls;
         Recipient recipient(AIBinder_DeathRecipient_new(
-            [](void* cookie) { static_cast<Told*>(cookie)->died.add(); }));
+            [](void* cookie) { static_cast<Calls*>(cookie)->died.add(); }));
         AIBinder_DeathRecipient_setOnUnlinked(
-            recipient.get(), [](void* cookie) { static_cast<Told*>(cookie)->unlinked.add(); });
+            recipient.get(), [](void* cookie) { static_cast<Calls*>(cookie)->unlinked.add(); });
         int linked = 0;
         int unlinked = 0;
         std::thread killer([&] { peer.kill(); });
-        while (AIBinder_linkToDeath(service.get(), recipient.get(), &told) == STATUS_OK) {
+        while (AIBinder_linkToDeath(service.get(), recipient.get(), &calls) == STATUS_OK) {
             ++linked;
             if (linked % 2 != 0 &&
-                AIBinder_unlinkToDeath(service.get(), recipient.get(), &told) == STATUS_OK) {
+                AIBinder_unlinkToDeath(service.get(), recipient.get(), &calls) == STATUS_OK) {
                 ++unlinked;
             }
         }
         killer.join();
-        EXPECT_TRUE(told.unlinked.waitFor(linked));
-        EXPECT_EQ(told.died.value(), linked - unlinked);
-        EXPECT_EQ(told.unlinked.value(), linked);
+        EXPECT_TRUE(calls.unlinked.waitFor(linked));
+        EXPECT_EQ(calls.died.value(), linked - unlinked);
+        EXPECT_EQ(calls.unlinked.value(), linked);
     }
 }
 

@@ -19,7 +19,7 @@
 
 namespace {
 
-TEST(NoMemory, DeathIsToldAllTheSame) {
+TEST(NoMemory, DeathIsReportedAllTheSame) {
     ABinderProcess_startThreadPool();
     std::array<int, 2> ends{};
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()), 0);

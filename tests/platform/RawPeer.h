@@ -55,12 +55,12 @@ inline Bytes tokenOf(const std::string& descriptor) {
     return bytes;
 }
 
-// Connects to a service. folder: where it is registered.
-inline UniqueFd connectTo(const std::string& folder, const std::string& service) {
+// Connects to a service. directory: where it is registered.
+inline UniqueFd connectTo(const std::string& directory, const std::string& service) {
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    const std::string path = folder + "/" + service + ".service";
+    const std::string path = directory + "/" + service + ".service";
     memcpy(address.sun_path, path.c_str(), path.size());
     EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     return fd;

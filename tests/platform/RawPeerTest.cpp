@@ -118,7 +118,7 @@ TEST_F(RawPeerTest, PingIsAnsweredByteForByte) {
                                       0,  0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
-TEST_F(RawPeerTest, DescriptorIsToldOnRequest) {
+TEST_F(RawPeerTest, DescriptorIsGivenOnRequest) {
     const UniqueFd fd = connectPolitely();
     ASSERT_TRUE(sendAll(fd, call(0, 0x5f4e5446, 9)));
     // 14 characters, then their UTF-16 units, a zero, and two bytes to the next multiple of four.
@@ -170,7 +170,7 @@ TEST_F(RawPeerTest, OnewayCallIsAcknowledged) {
     EXPECT_EQ(receive(fd, expected.size()), expected);
 }
 
-TEST_F(RawPeerTest, ConnectionClosedBetweenFramesIsNoNonsense) {
+TEST_F(RawPeerTest, ConnectionClosedBetweenFramesIsNotMalformed) {
     const UniqueFd other = connectPolitely();
     LogCapture log;
     { const UniqueFd fd = connectPolitely(); }
@@ -450,21 +450,21 @@ TEST_F(RawPeerTest, ObjectOfTheRawPeerIsReleasedByCount) {
     EXPECT_EQ(receive(fd, expected.size()), expected);
 }
 
-// Nonsense behind a proper greeting (or in its place), and what is said about it.
-struct Nonsense {
+// Malformed data behind a proper greeting (or in its place), and what is said about it.
+struct MalformedData {
     const char* name;
     bool greeted;
     Bytes bytes;
     const char* said;
 };
 
-void PrintTo(const Nonsense& nonsense, std::ostream* out) {
-    *out << nonsense.name;
+void PrintTo(const MalformedData& data, std::ostream* out) {
+    *out << data.name;
 }
 
-class NonsenseTest : public RawPeerTest, public testing::WithParamInterface<Nonsense> {};
+class MalformedDataTest : public RawPeerTest, public testing::WithParamInterface<MalformedData> {};
 
-TEST_P(NonsenseTest, EndsThatConnectionAndNothingElse) {
+TEST_P(MalformedDataTest, EndsThatConnectionAndNothingElse) {
     const UniqueFd other = connectPolitely();
     expectServed(other, 1);
     const UniqueFd fd = GetParam().greeted ? connectPolitely() : connectRaw();
@@ -502,45 +502,51 @@ const ObjectEntry kTheirs{kOwnedBySender, 0, 5, 0};
 const ObjectEntry kOurs{kOwnedByReceiver, 0, 5, 0};
 
 INSTANTIATE_TEST_SUITE_P(
-    Each, NonsenseTest,
+    Each, MalformedDataTest,
     testing::Values(
-        Nonsense{"Text", false, Bytes(64, 'x'), "a frame too long"},
-        Nonsense{"NoGreeting", false, call(0, kPingCode), "no greeting"},
-        Nonsense{"StrangeGreeting",
-                 false,
-                 {8, 0, 0, 0, 1, 0, 0, 0, 1, 2, 3, 4, 1, 0, 0, 0},
-                 "a strange greeting"},
-        Nonsense{"OtherVersion",
-                 false,
-                 {8, 0, 0, 0, 1, 0, 0, 0, 'B', 'l', 'u', 'm', 2, 0, 0, 0},
-                 "a greeting of another version"},
-        Nonsense{"SecondGreeting", true, hello(), "a second greeting"},
-        Nonsense{"Length2To31", true, {0, 0, 0, 0x80, 2, 0, 0, 0}, "a frame too long"},
-        Nonsense{"LengthMinus1", true, {0xff, 0xff, 0xff, 0xff, 2, 0, 0, 0}, "a frame too long"},
-        Nonsense{"EmptyCall", true, {0, 0, 0, 0, 2, 0, 0, 0}, "a call cut short"},
-        Nonsense{"UnknownKind", true, {0, 0, 0, 0, 6, 0, 0, 0}, "a frame of unknown kind"},
-        Nonsense{"KindZero", true, {0, 0, 0, 0, 0, 0, 0, 0}, "a frame of unknown kind"},
-        Nonsense{"WrongHandle", true, call(1, kPingCode), "a call of an object it does not hold"},
-        Nonsense{"LargestHandle", true, call(0xffffffff, kPingCode),
-                 "a call of an object it does not hold"},
-        Nonsense{"ObjectOutside", true, callWithObject(40, kTheirs), "an object outside the data"},
-        Nonsense{"ObjectFarOutside", true, callWithObject(0xfffffffc, kTheirs),
-                 "an object outside the data"},
-        Nonsense{"ObjectMisaligned", true, callWithObject(2, kTheirs), "a misaligned object"},
-        Nonsense{"ObjectOfNoType", true, callWithObject(32, kTheirs), "an object of unknown type"},
-        Nonsense{"ObjectWithServicesHandle", true, callWithObject(0, {kOwnedBySender, 0, 0, 0}),
-                 "an object with a service's handle"},
-        Nonsense{"ObjectNotHeld", true, callWithObject(0, kOurs), "an object it does not hold"},
-        Nonsense{"ObjectWithHugeHandle", true,
-                 callWithObject(0, {kOwnedBySender, 0, uint64_t{1} << 32U, 0}),
-                 "an object with an impossible handle"},
-        Nonsense{"ReleaseOfNothing", true, release(3, 1),
-                 "a release of an object it does not hold"},
-        Nonsense{"ReleaseOfTheService", true, release(0, 1),
-                 "a release of an object it does not hold"},
-        Nonsense{"ReplyToNothing", true, reply(77), "a reply to no call"},
-        Nonsense{"DoneWithNothing", true, done(1), "an acknowledgement of calls never made"}),
-    [](const testing::TestParamInfo<Nonsense>& test) { return test.param.name; });
+        MalformedData{"Text", false, Bytes(64, 'x'), "a frame too long"},
+        MalformedData{"NoGreeting", false, call(0, kPingCode), "no greeting"},
+        MalformedData{"StrangeGreeting",
+                      false,
+                      {8, 0, 0, 0, 1, 0, 0, 0, 1, 2, 3, 4, 1, 0, 0, 0},
+                      "a strange greeting"},
+        MalformedData{"OtherVersion",
+                      false,
+                      {8, 0, 0, 0, 1, 0, 0, 0, 'B', 'l', 'u', 'm', 2, 0, 0, 0},
+                      "a greeting of another version"},
+        MalformedData{"SecondGreeting", true, hello(), "a second greeting"},
+        MalformedData{"Length2To31", true, {0, 0, 0, 0x80, 2, 0, 0, 0}, "a frame too long"},
+        MalformedData{
+            "LengthMinus1", true, {0xff, 0xff, 0xff, 0xff, 2, 0, 0, 0}, "a frame too long"},
+        MalformedData{"EmptyCall", true, {0, 0, 0, 0, 2, 0, 0, 0}, "a call cut short"},
+        MalformedData{"UnknownKind", true, {0, 0, 0, 0, 6, 0, 0, 0}, "a frame of unknown kind"},
+        MalformedData{"KindZero", true, {0, 0, 0, 0, 0, 0, 0, 0}, "a frame of unknown kind"},
+        MalformedData{"WrongHandle", true, call(1, kPingCode),
+                      "a call of an object it does not hold"},
+        MalformedData{"LargestHandle", true, call(0xffffffff, kPingCode),
+                      "a call of an object it does not hold"},
+        MalformedData{"ObjectOutside", true, callWithObject(40, kTheirs),
+                      "an object outside the data"},
+        MalformedData{"ObjectFarOutside", true, callWithObject(0xfffffffc, kTheirs),
+                      "an object outside the data"},
+        MalformedData{"ObjectMisaligned", true, callWithObject(2, kTheirs), "a misaligned object"},
+        MalformedData{"ObjectOfNoType", true, callWithObject(32, kTheirs),
+                      "an object of unknown type"},
+        MalformedData{"ObjectWithServicesHandle", true,
+                      callWithObject(0, {kOwnedBySender, 0, 0, 0}),
+                      "an object with a service's handle"},
+        MalformedData{"ObjectNotHeld", true, callWithObject(0, kOurs),
+                      "an object it does not hold"},
+        MalformedData{"ObjectWithHugeHandle", true,
+                      callWithObject(0, {kOwnedBySender, 0, uint64_t{1} << 32U, 0}),
+                      "an object with an impossible handle"},
+        MalformedData{"ReleaseOfNothing", true, release(3, 1),
+                      "a release of an object it does not hold"},
+        MalformedData{"ReleaseOfTheService", true, release(0, 1),
+                      "a release of an object it does not hold"},
+        MalformedData{"ReplyToNothing", true, reply(77), "a reply to no call"},
+        MalformedData{"DoneWithNothing", true, done(1), "an acknowledgement of calls never made"}),
+    [](const testing::TestParamInfo<MalformedData>& test) { return test.param.name; });
 
 // A service that is a bare socket: answers the first call with whatever a test says.
 class RawServiceTest : public RawPeerTest {

@@ -29,8 +29,8 @@ ndk::SpAIBinder find(const std::string& name) {
     return ndk::SpAIBinder(AServiceManager_waitForService(name.c_str()));
 }
 
-size_t filesIn(const std::string& folder) {
-    const std::filesystem::directory_iterator files(folder);
+size_t filesIn(const std::string& directory) {
+    const std::filesystem::directory_iterator files(directory);
     return static_cast<size_t>(std::distance(begin(files), end(files)));
 }
 
@@ -68,7 +68,7 @@ TEST_F(RegistryTest, NameThatNobodyServesIsNullAtOnce) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(RegistryTest, FolderThatDoesNotExistServesNothing) {
+TEST_F(RegistryTest, DirectoryThatDoesNotExistServesNothing) {
     setenv("LUM_BINDER_DIR", (mFolder.path() + "/none").c_str(), 1);
     LogCapture log;
     EXPECT_EQ(find(kName).get(), nullptr);
@@ -121,7 +121,7 @@ TEST_F(RegistryTest, ObjectOfAnotherProcessCannotBeServed) {
         log.has(logE("binder: lum.test.own cannot be served with an object of another process")));
 }
 
-TEST_F(RegistryTest, NamesAreKeptApartAndInsideTheFolder) {
+TEST_F(RegistryTest, NamesAreKeptApartAndInsideTheDirectory) {
     const std::vector<std::string> names = {
         "a", "A", "a/b", "a_b", "../a", ".", "..", "a.lock", "a.socket", "a.lock.socket", "-/9Z",
     };
@@ -159,24 +159,24 @@ TEST_F(RegistryTest, DirectoryTooLongForItsSocketsIsRefused) {
     EXPECT_EQ(find(kName).get(), nullptr);
 }
 
-TEST_F(RegistryTest, FolderIsMadeForItsUserAlone) {
-    const std::string folder = mFolder.path() + "/made";
-    setenv("LUM_BINDER_DIR", folder.c_str(), 1);
+TEST_F(RegistryTest, DirectoryIsMadeForItsUserAlone) {
+    const std::string directory = mFolder.path() + "/made";
+    setenv("LUM_BINDER_DIR", directory.c_str(), 1);
     umask(0);
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
     struct stat about {};
-    ASSERT_EQ(stat(folder.c_str(), &about), 0);
+    ASSERT_EQ(stat(directory.c_str(), &about), 0);
     EXPECT_EQ(about.st_mode & 07777U, 0700U);
 }
 
-TEST_F(RegistryTest, FolderOfTheRunningSessionIsUsedWithoutOne) {
+TEST_F(RegistryTest, DirectoryOfTheRunningSessionIsUsedWithoutOne) {
     unsetenv("LUM_BINDER_DIR");
     setenv("XDG_RUNTIME_DIR", mFolder.path().c_str(), 1);
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
     EXPECT_TRUE(std::filesystem::exists(mFolder.path() + "/lum-binder/lum.test.peer.service"));
 }
 
-TEST_F(RegistryTest, FolderOpenToOthersIsRefused) {
+TEST_F(RegistryTest, DirectoryOpenToOthersIsRefused) {
     ASSERT_EQ(chmod(mFolder.path().c_str(), 0710), 0);
     LogCapture log;
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
@@ -186,10 +186,10 @@ TEST_F(RegistryTest, FolderOpenToOthersIsRefused) {
               2U);
 }
 
-TEST_F(RegistryTest, FolderOfAnotherUserIsRefused) {
+TEST_F(RegistryTest, DirectoryOfAnotherUserIsRefused) {
     const uid_t other = geteuid() + 1;
     if (chown(mFolder.path().c_str(), other, static_cast<gid_t>(-1)) != 0) {
-        GTEST_SKIP() << "only root can give a folder away";
+        GTEST_SKIP() << "only root can give a directory away";
     }
     LogCapture log;
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
@@ -197,15 +197,15 @@ TEST_F(RegistryTest, FolderOfAnotherUserIsRefused) {
                                     mFolder.path().c_str(), other, geteuid()))));
 }
 
-TEST_F(RegistryTest, FolderThatIsNoneIsRefused) {
+TEST_F(RegistryTest, DirectoryThatIsNoneIsRefused) {
     const std::string file = mFolder.path() + "/file";
-    std::ofstream(file) << "no folder";
+    std::ofstream(file) << "no directory";
     setenv("LUM_BINDER_DIR", file.c_str(), 1);
     LogCapture log;
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
     EXPECT_TRUE(log.has(logE("binder: the socket directory " + file + " is not a directory")));
 
-    // A link to a safe folder could be turned elsewhere by whoever made it.
+    // A link to a safe directory could be turned elsewhere by whoever made it.
     const std::string link = mFolder.path() + "/link";
     ASSERT_EQ(symlink(mFolder.path().c_str(), link.c_str()), 0);
     setenv("LUM_BINDER_DIR", link.c_str(), 1);

@@ -106,7 +106,7 @@ bool same(const char* utf16, const char* utf8) {
     return isSameText(units.data(), units.size() / 2, text.data(), text.size());
 }
 
-TEST(Utf, SameTextIsToldFromAnother) {
+TEST(Utf, SameTextDiffersFromAnother) {
     EXPECT_TRUE(same("", ""));
     EXPECT_TRUE(same("61 00 3D D8 00 DE", "61 F0 9F 98 80"));
     EXPECT_FALSE(same("61 00", ""));
