@@ -35,7 +35,6 @@ enum PeerCode : transaction_code_t {
     kNoteWho,          // the same, kept; meant for one-way calls
     kGetNotedWho,      // out: what kNoteWho kept
     kBig,              // a number and a byte array; out: a byte array of that many bytes
-    kThrow,            // throws
     kRelay,            // a text "name/name/...": calls kRelay of the first name with the rest;
                        // out: how many names that were
     kNoteToKept,       // a number: that many one-way kNote calls, 0, 1, 2..., to the kept object

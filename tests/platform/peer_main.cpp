@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -125,7 +124,6 @@ binder_status_t Peer::handle(transaction_code_t code, const AParcel* in, AParcel
             return AParcel_writeInt32(out, mPid);
         }
         case kBig: return big(in, out);
-        case kThrow: throw std::runtime_error("thrown on purpose");
         case kRelay: return relay(in, out);
         case kNoteToKept: return noteToKept(in);
         case kTellDeath: _exit(0);
