@@ -123,9 +123,7 @@ TEST(ScopedAIBinderWeak, EmptyOnePromotesToNothing) {
 class Thing : public SharedRefBase {
   public:
     explicit Thing(int* ended, bool fail = false) : mEnded(ended) {
-        if (fail) {
-            throw std::runtime_error("refused");
-        }
+        if (fail) throw std::runtime_error("refused");
     }
     ~Thing() override { ++*mEnded; }
 
@@ -165,9 +163,7 @@ AIBinder_Class* interfaceClass() {
         "test.Interface",
         [](AIBinder* binder, transaction_code_t code, const AParcel* /*in*/,
            AParcel* out) -> binder_status_t {
-            if (code != FIRST_CALL_TRANSACTION) {
-                return STATUS_UNKNOWN_TRANSACTION;
-            }
+            if (code != FIRST_CALL_TRANSACTION) return STATUS_UNKNOWN_TRANSACTION;
             const auto self =
                 std::static_pointer_cast<Interface>(ndk::ICInterface::asInterface(binder));
             return AParcel_writeInt32(out, self->call());
@@ -180,9 +176,7 @@ class Stub : public ndk::BnCInterface<Interface> {
   public:
     explicit Stub(int* ended = nullptr) : mEnded(ended) {}
     ~Stub() override {
-        if (mEnded != nullptr) {
-            ++*mEnded;
-        }
+        if (mEnded != nullptr) ++*mEnded;
     }
     int call() override { return 42; }
 
@@ -266,9 +260,7 @@ TEST(Stub, ManyThreadsGetTheSameBinderObject) {
     for (SpAIBinder& binder : binders) {
         threads.emplace_back([&] { binder = stub->asBinder(); });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(std::vector<SpAIBinder>(binders.size(), stub->asBinder()), binders);
     EXPECT_EQ(1, stub->mCreated);
 }

@@ -26,9 +26,7 @@ int untilItWorks(const std::function<binder_status_t()>& attempt) {
             const AllocationLimit limit(allowed);
             status = attempt();
         }
-        if (status == STATUS_OK) {
-            return static_cast<int>(allowed);
-        }
+        if (status == STATUS_OK) return static_cast<int>(allowed);
         EXPECT_EQ(STATUS_NO_MEMORY, status);
     }
     ADD_FAILURE() << "never works";
@@ -127,9 +125,7 @@ TEST(NoMemory, StatusSaysSo) {
                 ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_STATE, text.c_str());
         }
         ASSERT_NE(nullptr, status.get());
-        if (status.getExceptionCode() == EX_ILLEGAL_STATE) {
-            break;
-        }
+        if (status.getExceptionCode() == EX_ILLEGAL_STATE) break;
         EXPECT_EQ(STATUS_NO_MEMORY, status.getStatus());
         ++refused;
     }

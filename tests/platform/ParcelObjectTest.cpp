@@ -247,9 +247,7 @@ TEST_F(ParcelObject, AppendInTheMiddleKeepsTheOrder) {
     AParcel from;
     ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&from, mBinder.get()));
     AParcel to;
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&to, mBinder.get()));
-    }
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&to, mBinder.get()));
     ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&to, 28));
     ASSERT_EQ(STATUS_OK, AParcel_appendFrom(&from, &to, 0, 28));
     ASSERT_EQ(3U, to.objects().size());
@@ -272,9 +270,7 @@ TEST_F(ParcelObject, ManyAreFoundAgain) {
         ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
     }
     EXPECT_EQ(1 + static_cast<int32_t>(kCount), references(mBinder));
-    for (size_t i = 0; i < kCount; ++i) {
-        ASSERT_EQ(mBinder, readAt(parcel, i * 28).second);
-    }
+    for (size_t i = 0; i < kCount; ++i) ASSERT_EQ(mBinder, readAt(parcel, i * 28).second);
     AParcel_reset(&parcel);
     EXPECT_EQ(1, references(mBinder));
 }

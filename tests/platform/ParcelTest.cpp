@@ -277,9 +277,7 @@ std::string readStatus(const std::string& bytes, size_t* position = nullptr) {
     const AParcel parcel(fromHex(bytes), {});
     ScopedAStatus status;
     const binder_status_t result = AParcel_readStatusHeader(&parcel, status.getR());
-    if (position != nullptr) {
-        *position = parcel.position();
-    }
+    if (position != nullptr) *position = parcel.position();
     EXPECT_EQ(result == STATUS_OK, status.get() != nullptr);
     return result == STATUS_OK ? status.getDescription() : "error " + std::to_string(result);
 }
@@ -516,9 +514,7 @@ TEST(ParcelToken, OfAnotherInterfaceIsNot) {
 
 TEST(ParcelToken, StrictModeAndWorkSourceAreTheCallersOwn) {
     std::vector<uint8_t> bytes = fromHex(kToken);
-    for (size_t i = 0; i < 8; ++i) {
-        bytes[i] = static_cast<uint8_t>(17 * i);
-    }
+    for (size_t i = 0; i < 8; ++i) bytes[i] = static_cast<uint8_t>(17 * i);
     const AParcel parcel(bytes, {});
     EXPECT_TRUE(parcel.checkInterfaceToken("a.b"));
 }

@@ -205,9 +205,7 @@ TEST_F(RawPeerTest, PeerThatReadsLateGetsEverything) {
     const UniqueFd fd = connectPolitely();
     const UniqueFd other = connectPolitely();
     constexpr uint64_t kCalls = 20000;
-    for (uint64_t id = 1; id <= kCalls; ++id) {
-        ASSERT_TRUE(sendAll(fd, call(0, kPingCode, id)));
-    }
+    for (uint64_t id = 1; id <= kCalls; ++id) ASSERT_TRUE(sendAll(fd, call(0, kPingCode, id)));
     expectServed(other, 1);
     // Blocking calls run side by side, so that their replies come in any order.
     constexpr size_t kReplySize = kFrameHeader + kReplyHead;
@@ -406,9 +404,7 @@ TEST_F(PeerMemoryTest, AsMuchAsAConnectionMayHaveUnderWayIsKept) {
     LogCapture log;
     // With their heads the blocking ones are 16,776,960 bytes long, of 16,777,216, and the one-way
     // calls 524,160, of 524,288.
-    for (uint64_t id = 1; id <= 16; ++id) {
-        ASSERT_TRUE(sendAll(fd, holdingCall(id, 1048512)));
-    }
+    for (uint64_t id = 1; id <= 16; ++id) ASSERT_TRUE(sendAll(fd, holdingCall(id, 1048512)));
     const Bytes oneway = call(0, kHold, 0, tokenOf(kPeerDescriptor));
     ASSERT_TRUE(sendAll(fd, oneway));
     Bytes data = tokenOf(kPeerDescriptor);

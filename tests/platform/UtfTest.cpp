@@ -15,9 +15,7 @@ std::string toUtf16(const std::vector<uint8_t>& utf8) {
     // A buffer of just that size, so that a read behind its end does not go unnoticed.
     const std::vector<char> text(utf8.begin(), utf8.end());
     const int64_t units = utf16Length(text.data(), text.size());
-    if (units < 0) {
-        return "malformed";
-    }
+    if (units < 0) return "malformed";
     std::vector<uint8_t> out(static_cast<size_t>(units) * 2);
     utf8ToUtf16(text.data(), text.size(), out.data());
     return toHex(out);
@@ -25,9 +23,7 @@ std::string toUtf16(const std::vector<uint8_t>& utf8) {
 
 std::string toUtf8(const std::vector<uint8_t>& utf16) {
     const int64_t size = utf8Length(utf16.data(), utf16.size() / 2);
-    if (size < 0) {
-        return "malformed";
-    }
+    if (size < 0) return "malformed";
     std::vector<char> out(static_cast<size_t>(size));
     utf16ToUtf8(utf16.data(), utf16.size() / 2, out.data());
     return toHex(out);
@@ -123,9 +119,7 @@ TEST(Utf, SameTextDiffersFromAnother) {
 TEST(Utf, EveryCodePointSurvivesTheWayThereAndBack) {
     for (uint32_t point = 0; point <= 0x10FFFF; ++point) {
         std::vector<uint8_t> utf16;
-        if (point >= 0xD800 && point <= 0xDFFF) {
-            continue;
-        }
+        if (point >= 0xD800 && point <= 0xDFFF) continue;
         if (point < 0x10000) {
             utf16 = {static_cast<uint8_t>(point), static_cast<uint8_t>(point >> 8U)};
         } else {
@@ -152,9 +146,7 @@ TEST(Utf, WhateverIsAcceptedConvertsBackToItself) {
     int accepted = 0;
     for (int i = 0; i < 200000; ++i) {
         std::vector<uint8_t> bytes(random() % 6);
-        for (uint8_t& byte : bytes) {
-            byte = choice[random() % choice.size()];
-        }
+        for (uint8_t& byte : bytes) byte = choice[random() % choice.size()];
         const std::string utf16 = toUtf16(bytes);
         if (utf16 != "malformed") {
             ++accepted;
