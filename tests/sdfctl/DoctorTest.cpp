@@ -59,7 +59,7 @@ class DoctorTest : public testing::Test {
         EXPECT_EQ(run.status, status);
         Lines expected = linesBefore(step);
         std::string name = step + ":";
-        name.resize(10, ' ');
+        name.resize(11, ' ');
         expected.push_back("failed  " + name + trouble);
         ASSERT_EQ(run.lines.size(), expected.size() + 1);  // the advice comes last
         for (size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(run.lines[i], expected[i]);
@@ -72,7 +72,7 @@ class DoctorTest : public testing::Test {
         const Outcome run = runSdfctl("doctor", {}, {"LUM_BINDER_DIR=" + path});
         EXPECT_EQ(run.status, 10);
         ASSERT_EQ(run.lines.size(), 2U);
-        EXPECT_EQ(run.lines[0], "failed  folder:   " + path + ": " + trouble);
+        EXPECT_EQ(run.lines[0], "failed  directory: " + path + ": " + trouble);
         EXPECT_EQ(run.lines[1].substr(0, advice.size()), advice);
     }
 
@@ -89,13 +89,13 @@ class DoctorTest : public testing::Test {
 
     const SocketFolder mFolder;
     const Lines mAll{
-        "ok      folder:   " + mFolder.path() + " can be used",
-        "ok      service:  somebody serves the name vendor.orn.data.lumservice.ILumService",
-        "ok      callback: the service accepts a callback object",
-        "ok      send:     the service accepts the request to serve this client",
-        "ok      up:       the service says that it is up",
-        "ok      answer:   the service answers a request",
-        "ok      library:  the library is told that the service is up"};
+        "ok      directory: " + mFolder.path() + " can be used",
+        "ok      service:   somebody serves the name vendor.orn.data.lumservice.ILumService",
+        "ok      callback:  the service accepts a callback object",
+        "ok      send:      the service accepts the request to serve this client",
+        "ok      up:        the service says that it is up",
+        "ok      answer:    the service answers a request",
+        "ok      library:   the library learns that the service is up"};
 };
 
 TEST_F(DoctorTest, EverythingWorks) {
@@ -119,7 +119,7 @@ TEST_F(DoctorTest, ObjectsForPrograms) {
             EXPECT_EQ(object["ok"], true);
             EXPECT_EQ(object["advice"], nullptr);
             std::string name = object["step"].get<std::string>() + ":";
-            name.resize(10, ' ');
+            name.resize(11, ' ');
             EXPECT_EQ("ok      " + name + object["detail"].get<std::string>(), mAll[i]);
         }
     }
@@ -128,14 +128,14 @@ TEST_F(DoctorTest, ObjectsForPrograms) {
     ASSERT_EQ(failed.lines.size(), 1U);
     const nlohmann::json object = nlohmann::json::parse(failed.lines[0]);
     EXPECT_EQ(object["ok"], false);
-    EXPECT_EQ(object["step"], "folder");
+    EXPECT_EQ(object["step"], "directory");
     EXPECT_EQ(object["detail"], "/dev/null: it is not a directory");
     EXPECT_TRUE(object["advice"].is_string());
 }
 
 TEST_F(DoctorTest, FolderThatIsOpenToOthers) {
     ASSERT_EQ(chmod(mFolder.path().c_str(), 0750), 0);
-    expectFailure("folder", 10, mFolder.path() + ": it is open to others",
+    expectFailure("directory", 10, mFolder.path() + ": it is open to others",
                   "        Make it this user's alone (chmod 700), ");
 }
 
@@ -147,7 +147,7 @@ TEST_F(DoctorTest, NobodyServesTheName) {
 TEST_F(DoctorTest, FolderThatDoesNotExistYet) {
     const Outcome run = runSdfctl("doctor", {}, {"LUM_BINDER_DIR=" + mFolder.path() + "/none"});
     EXPECT_EQ(run.status, 11);
-    EXPECT_EQ(run.lines[0], "ok      folder:   " + mFolder.path() + "/none can be used");
+    EXPECT_EQ(run.lines[0], "ok      directory: " + mFolder.path() + "/none can be used");
 }
 
 TEST_F(DoctorTest, FolderWithoutAParent) {
@@ -174,7 +174,7 @@ TEST_F(DoctorTest, FolderThatThisUserMayNotWriteTo) {
         for (const std::string& word : sdfctlCommand("doctor")) command.push_back(word);
         ChildProcess doctor(command, {"LUM_BINDER_DIR=" + path});
         EXPECT_EQ(doctor.wait(), 10);
-        EXPECT_EQ(doctor.lines().at(0), "failed  folder:   " + path + ": " + trouble);
+        EXPECT_EQ(doctor.lines().at(0), "failed  directory: " + path + ": " + trouble);
     }
 }
 
@@ -186,7 +186,7 @@ TEST_F(DoctorTest, FolderWhoseNameIsTooLong) {
     const EmulatorProcess emulator;
     const Outcome run = runSdfctl("doctor");
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.lines[0], "ok      folder:   " + longest + " can be used");
+    EXPECT_EQ(run.lines[0], "ok      directory: " + longest + " can be used");
     expectWrongFolder(longest + "y", "its path has 65 bytes, and may have 64 at most",
                       "        Set LUM_BINDER_DIR to a shorter path, ");
     ChildProcess refused({EmulatorProcess::program()}, {"LUM_BINDER_DIR=" + longest + "y"});
@@ -304,12 +304,12 @@ TEST_F(DoctorTest, RequestsThatAreNotAnswered) {
 
 TEST_F(DoctorTest, LibraryThatIsToldSomethingElse) {
     const EmulatorProcess emulator({"--rule", "on enable nth 2: never, status NOT_SUPPORTED"});
-    expectFailure("library", 16, "it is told status=-4 (not supported)", kLibraryAdvice);
+    expectFailure("library", 16, "it reports status=-4 (not supported)", kLibraryAdvice);
 }
 
 TEST_F(DoctorTest, LibraryThatIsToldNothing) {
     const EmulatorProcess emulator({"--rule", "on enable nth 2: never"});
-    expectFailure("library", 16, "it is told nothing", kLibraryAdvice, "--timeout 2 doctor");
+    expectFailure("library", 16, "it reports nothing", kLibraryAdvice, "--timeout 2 doctor");
 }
 
 TEST_F(DoctorTest, ServiceThatHangsWhenTheLibraryLeaves) {
@@ -322,8 +322,8 @@ TEST_F(DoctorTest, HelpListsTheSteps) {
     EXPECT_EQ(run.status, 0);
     std::string text;
     for (const std::string& line : run.lines) text += line + "\n";
-    for (const char* const word : {"  folder ", "  service ", "  callback ", "  send ", "  up ",
-                                   "  answer ", "  library ", "10 folder", "16 library"}) {
+    for (const char* const word : {"  directory ", "  service ", "  callback ", "  send ", "  up ",
+                                   "  answer ", "  library ", "10 directory", "16 library"}) {
         EXPECT_NE(text.find(word), std::string::npos) << word;
     }
 }

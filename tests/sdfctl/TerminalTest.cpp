@@ -105,11 +105,11 @@ TEST_F(TerminalTest, GoesOnAfterADestroyThatDoesNotReturnAndEndsWithoutWaitingAg
 TEST_F(TerminalTest, KnowsHelpDoctorAndExit) {
     const auto terminal = start();
     terminal->type("?\n");
-    EXPECT_TRUE(terminal->waitFor("Commands (\"help COMMAND\" tells the arguments):\r\n"));
+    EXPECT_TRUE(terminal->waitFor("Commands (\"help COMMAND\" explains its arguments):\r\n"));
     EXPECT_TRUE(terminal->waitFor(kPrompt));
     terminal->type("doctor\n");
-    EXPECT_TRUE(terminal->waitFor("ok      folder:   " + mFolder.path() + " can be used\r\n"));
-    EXPECT_TRUE(terminal->waitFor("failed  service:  "));
+    EXPECT_TRUE(terminal->waitFor("ok      directory: " + mFolder.path() + " can be used\r\n"));
+    EXPECT_TRUE(terminal->waitFor("failed  service:   "));
     EXPECT_TRUE(terminal->waitFor(kPrompt));
     terminal->type("exit\n");
     EXPECT_EQ(terminal->wait(), 0);

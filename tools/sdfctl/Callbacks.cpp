@@ -10,9 +10,9 @@ namespace callbacks {
 
 namespace {
 
-// Callbacks must not throw. Without memory there is no event, but somebody is told.
+// Callbacks must not throw. Without memory there is no event, but a line says so.
 template <typename MakeFields>
-void tell(const char* name, const MakeFields& makeFields) noexcept {
+void push(const char* name, const MakeFields& makeFields) noexcept {
     try {
         events().push({name, makeFields()});
     } catch (const std::exception& error) {
@@ -35,32 +35,39 @@ EventQueue& events() {
     return *queue;
 }
 
+const std::vector<std::string>& names() {
+    static const std::vector<std::string> all{"status",       "legacy-status", "levels",
+                                              "filter-added", "filter-listed", "filter-status",
+                                              "auto-filter",  "queue-report",  "queue-answer"};
+    return all;
+}
+
 void onStatus(int status) {
-    tell("status", [&] { return Fields{coded("status", status, sdfStatusV2Text(status))}; });
+    push("status", [&] { return Fields{coded("status", status, sdfStatusV2Text(status))}; });
 }
 
 void onLegacyStatus(status_e status) {
-    tell("legacy-status", [&] { return Fields{coded("status", status, sdfStatusText(status))}; });
+    push("legacy-status", [&] { return Fields{coded("status", status, sdfStatusText(status))}; });
 }
 
 void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {
-    tell("levels", [&] {
+    push("levels", [&] {
         return Fields{plain("id", id), worded("first", first, levelWords()),
                       worded("second", second, levelWords())};
     });
 }
 
 void onFilterAdded(unsigned int filter, SdfFilterStatus status) {
-    tell("filter-added", [&] { return filterFields(filter, status); });
+    push("filter-added", [&] { return filterFields(filter, status); });
 }
 
 void onFilterStatus(unsigned int filter, SdfFilterStatus status) {
-    tell("filter-status", [&] { return filterFields(filter, status); });
+    push("filter-status", [&] { return filterFields(filter, status); });
 }
 
 void onFilterListed(unsigned int filter, SdfFilterStatus status, SdfLatencyLvl first,
                     SdfLatencyLvl second, SdfOod ood, unsigned int pdcpTimer) {
-    tell("filter-listed", [&] {
+    push("filter-listed", [&] {
         Fields fields = filterFields(filter, status);
         fields.push_back(worded("first", first, levelWords()));
         fields.push_back(worded("second", second, levelWords()));
@@ -71,15 +78,15 @@ void onFilterListed(unsigned int filter, SdfFilterStatus status, SdfLatencyLvl f
 }
 
 void onQueueReport(unsigned int key, uint64_t first, uint64_t second) {
-    tell("queue-report", [&] { return entryFields(key, first, second); });
+    push("queue-report", [&] { return entryFields(key, first, second); });
 }
 
 void onQueueAnswer(unsigned int key, uint64_t first, uint64_t second) {
-    tell("queue-answer", [&] { return entryFields(key, first, second); });
+    push("queue-answer", [&] { return entryFields(key, first, second); });
 }
 
 void onAutoFilter(unsigned int filter, SdfAddFilterInfo info) {
-    tell("auto-filter", [&] {
+    push("auto-filter", [&] {
         return Fields{plain("filter", filter), plain("src", addressText(info.src_addr)),
                       plain("dest", addressText(info.dest_addr)),
                       worded("protocol", info.protocol, protocolWords()),

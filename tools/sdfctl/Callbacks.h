@@ -3,6 +3,9 @@
 
 #include <lum_sdf_sdk.h>
 
+#include <string>
+#include <vector>
+
 #include "tools/sdfctl/EventQueue.h"
 
 // The callbacks that are given to the library: each puts an event into events(). The names of the
@@ -13,15 +16,18 @@ namespace callbacks {
 // never destroyed, since callbacks may still come while the process ends.
 EventQueue& events();
 
+// The names of the events, in the order of the callbacks below.
+const std::vector<std::string>& names();
+
 void onStatus(int status);
 void onLegacyStatus(status_e status);
 void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second);
 void onFilterAdded(unsigned int filter, SdfFilterStatus status);
-void onFilterStatus(unsigned int filter, SdfFilterStatus status);
 void onFilterListed(unsigned int filter, SdfFilterStatus status, SdfLatencyLvl first,
                     SdfLatencyLvl second, SdfOod ood, unsigned int pdcpTimer);
+void onFilterStatus(unsigned int filter, SdfFilterStatus status);
+void onAutoFilter(unsigned int filter, SdfAddFilterInfo info);
 void onQueueReport(unsigned int key, uint64_t first, uint64_t second);
 void onQueueAnswer(unsigned int key, uint64_t first, uint64_t second);
-void onAutoFilter(unsigned int filter, SdfAddFilterInfo info);
 
 }  // namespace callbacks

@@ -8,7 +8,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <string>
 #include <system_error>
+#include <vector>
 
 namespace {
 
@@ -79,10 +81,11 @@ class Child {
 
 }  // namespace
 
-void runChildDoctor(Session& session, std::vector<std::string> options) {
-    options.insert(options.begin(), program_invocation_name);
-    options.emplace_back("doctor");
-    Child doctor(options);
+void runChildDoctor(Session& session, double timeout, bool json) {
+    std::vector<std::string> command{program_invocation_name, "--timeout", std::to_string(timeout)};
+    if (json) command.emplace_back("--json");
+    command.emplace_back("doctor");
+    Child doctor(command);
     while (!session.inputReady(doctor.end())) {
     }
     const int status = doctor.wait();

@@ -8,11 +8,6 @@
 #include "tools/sdfctl/Arguments.h"
 #include "tools/sdfctl/Session.h"
 
-// CLI11's. Its header takes longer to compile than all else here, and is left to those who need it.
-namespace CLI {
-class App;
-}  // namespace CLI
-
 // What the command line asks for.
 struct Options {
     Settings settings;
@@ -26,8 +21,5 @@ std::optional<Options> parseCommandLine(int argc, char** argv, int* status);
 // The options that stand before the commands.
 std::vector<Arguments::Argument> globalOptions();
 
-// Whether that is a number of seconds.
-bool isSeconds(const std::string& text);
-
 // Declares the option --timeout. seconds: filled when it is read.
-void declareTimeout(CLI::App& app, double& seconds);
+void declareTimeout(Arguments& arguments, double& seconds);

@@ -1,44 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/sdfctl/Commands.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
 
 namespace {
 
-void append(std::vector<Command>& all, const std::vector<Command>& more) {
-    all.insert(all.end(), more.begin(), more.end());
-}
-
 std::vector<Command> makeAll() {
-    std::vector<Command> all;
-    append(all, lifecycleCommands());
-    append(all, settingCommands());
-    append(all, filterCommands());
-    append(all, reportCommands());
-    append(all, sessionCommands());
+    std::vector<Command> all = lifecycleCommands();
+    for (const auto& more : {requestCommands(), sessionCommands()}) {
+        all.insert(all.end(), more.begin(), more.end());
+    }
     return all;
 }
 
-Action helpAction(const Command& command) {
-    return [&command](Session& session) { session.printer().help(helpOf(command)); };
-}
-
 // words: the arguments, without the command's name.
-Action readOne(const Command& command, std::vector<std::string> words) {
-    CLI::App app(command.about, command.name);
-    Arguments arguments(app);
+Action readOne(const Command& command, const std::vector<std::string>& words) try {
+    Arguments arguments(command.name, command.about);
     Action action = command.declare(arguments);
-    std::reverse(words.begin(), words.end());  // as CLI11 takes them
-    try {
-        app.parse(words);
-    } catch (const CLI::CallForHelp&) {
-        return helpAction(command);
-    } catch (const CLI::ParseError& error) {
-        throw UsageError(std::string(command.name) + ": " + error.what());
-    }
-    return action;
+    const std::optional<std::string> help = arguments.parse(words);
+    if (!help) return action;
+    return [help](Session& session) { session.printer().help(*help); };
+} catch (const UsageError& error) {
+    throw UsageError(std::string(command.name) + ": " + error.what());
 }
 
 }  // namespace
@@ -55,8 +39,7 @@ const Command* findCommand(const std::string& name) {
 }
 
 std::vector<Arguments::Argument> argumentsOf(const Command& command) {
-    CLI::App app;
-    Arguments arguments(app);
+    Arguments arguments(command.name, command.about);
     (void)command.declare(arguments);
     return arguments.all();
 }
@@ -70,7 +53,7 @@ std::vector<Action> readCommands(const std::vector<std::string>& words) {
         if (command == nullptr) {
             throw UsageError("\"" + *begin + "\" is not a command (\"help\" lists them)");
         }
-        actions.push_back(readOne(*command, std::vector<std::string>(begin + 1, end)));
+        actions.push_back(readOne(*command, {begin + 1, end}));
         if (end == words.end()) break;
         begin = end + 1;
         if (begin == words.end()) throw UsageError("a command is missing after \"then\"");
@@ -86,14 +69,13 @@ std::vector<std::string> splitLine(const std::string& line) {
 }
 
 std::string helpOf(const Command& command) {
-    CLI::App app(command.about, command.name);
-    Arguments arguments(app);
+    Arguments arguments(command.name, command.about);
     (void)command.declare(arguments);
-    return app.help();
+    return arguments.help();
 }
 
 std::string helpOfAll() {
-    std::string text = "Commands (\"help COMMAND\" tells the arguments):";
+    std::string text = "Commands (\"help COMMAND\" explains its arguments):";
     for (const Command& command : commands()) {
         std::string name = command.name;
         name.resize(std::max<size_t>(name.size() + 2, 29), ' ');

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <functional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -18,14 +17,10 @@ struct Command {
     Action (*declare)(Arguments&);  // declares the arguments; the action has them when it runs
 };
 
-// All commands, those of one subject together.
+// All commands: those of the client's life, the requests, and those of the run.
 const std::vector<Command>& commands();
-
-// The commands of each subject.
 std::vector<Command> lifecycleCommands();
-std::vector<Command> settingCommands();
-std::vector<Command> reportCommands();
-std::vector<Command> filterCommands();
+std::vector<Command> requestCommands();
 std::vector<Command> sessionCommands();
 
 // The command of that name, or null.
@@ -33,11 +28,6 @@ const Command* findCommand(const std::string& name);
 
 // The arguments of a command, in the order of declaration.
 std::vector<Arguments::Argument> argumentsOf(const Command& command);
-
-// Thrown when what the user has typed is no command.
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 // Thrown by "quit".
 struct Quit {};

@@ -3,34 +3,31 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
 #include "tools/sdfctl/Callbacks.h"
 #include "tools/sdfctl/CommandLine.h"
 #include "tools/sdfctl/Printer.h"
 #include "tools/sdfctl/ServiceProbe.h"
 #include "tools/sdfctl/Session.h"
-#include "tools/sdfctl/SocketFolderCheck.h"
+#include "tools/sdfctl/SocketDirectoryCheck.h"
 
 namespace {
 
 constexpr char kAbout[] =
-    R"(Tells what stands between this program and a working service. It takes the steps that the library
+    R"(Says what stands between this program and a working service. It takes the steps that the library
 takes, one after the other, as a client of its own, and ends at the first that fails:
-  folder    on Linux: the folder in which services and clients meet can be used
+  directory on Linux: the directory in which services and clients meet can be used
   service   somebody serves the service's name
   callback  the service accepts a callback object
   send      the service accepts a message: the request to serve this client
   up        the service then says that it is up
   answer    the service answers a request that changes nothing
-  library   the library, asked to make a client, is told that the service is up)";
+  library   the library, asked to make a client, learns that the service is up)";
 
 constexpr char kExits[] =
-    R"(Exit status: 0 everything works; otherwise the step that failed: 10 folder, 11 service, 12 callback,
-13 send, 14 up, 15 answer, 16 library. 2 when the command line is wrong.)";
+    R"(Exit status: 0 everything works; otherwise the step that failed: 10 directory, 11 service, 12
+callback, 13 send, 14 up, 15 answer, 16 library. 2 when the command line is wrong.)";
 
 struct Step {
     const char* name;
@@ -45,7 +42,7 @@ constexpr char kStuckAdvice[] =
     "it go on, or end it and start it again.";
 constexpr char kRefusedAdvice[] =
     "Its log should say why; it may not know this feature, or not serve this user. The library "
-    "tells of refused messages with status -3; of a refused callback object it does not tell, and "
+    "reports refused messages with status -3; a refused callback object it does not report, and "
     "goes on, but no status and no answer will reach it.";
 constexpr char kBrokenAdvice[] =
     "It was reached, but does not carry the call out: it was built from other interface files than "
@@ -55,7 +52,7 @@ constexpr char kLeftAdvice[] =
     "It is there, but no longer serves this client: wait, or look into its log. The library refuses "
     "all requests until createSdfClient() is called again and the service says that it is up.";
 
-constexpr Step kFolder{"folder", 10, "can be used", ""};
+constexpr Step kDirectory{"directory", 10, "can be used", ""};
 constexpr Step kService{
     "service", 11, "somebody serves the name vendor.orn.data.lumservice.ILumService",
     "Start it: on Linux lum_sdf_emulator, as this user and with the same LUM_BINDER_DIR. On a "
@@ -69,7 +66,7 @@ constexpr Step kUp{
     "not willing: wait, or look into its log."};
 constexpr Step kAnswer{"answer", 15, "the service answers a request",
                        "It takes requests and leaves them without an answer: look into its log."};
-constexpr Step kLibrary{"library", 16, "the library is told that the service is up",
+constexpr Step kLibrary{"library", 16, "the library learns that the service is up",
                         "The service itself works, as seen above: look into the library's log."};
 
 std::string adviceFor(const Step& step, const Trouble& trouble) {
@@ -92,16 +89,15 @@ class Doctor {
 
     // Returns the exit status.
     int run() {
-        if (checkFolder() && checkService()) check(kLibrary, libraryTrouble());
+        if (checkDirectory() && checkService()) check(kLibrary, libraryTrouble());
         return mExitStatus;
     }
 
   private:
-    bool checkFolder() {
-        const SocketFolderCheck folder = checkSocketFolder();
-        if (folder.trouble.empty()) return check(kFolder, {}, folder.path + " " + kFolder.went);
-        return check(kFolder,
-                     {Trouble::Kind::kOther, folder.path + ": " + folder.trouble, folder.advice});
+    bool checkDirectory() {
+        const auto [path, trouble, advice] = checkSocketDirectory();
+        if (trouble.empty()) return check(kDirectory, {}, path + " " + kDirectory.went);
+        return check(kDirectory, {Trouble::Kind::kOther, path + ": " + trouble, advice});
     }
 
     bool checkService() {
@@ -134,10 +130,10 @@ class Doctor {
         while (waiter.wait(end) == Waiter::Woken::kEvents) {
             for (const Event& event : callbacks::events().take()) {
                 if (event.number("status") == SDF_V2_SERVICE_UP) return {};
-                return other("it is told " + shown(event.fields, " "));
+                return other("it reports " + shown(event.fields, " "));
             }
         }
-        return other("it is told nothing");
+        return other("it reports nothing");
     }
 
     bool check(const Step& step, const Trouble& trouble) { return check(step, trouble, step.went); }
@@ -146,13 +142,13 @@ class Doctor {
         const bool ok = trouble.kind == Trouble::Kind::kNone;
         const std::string advice = adviceFor(step, trouble);
         std::string name = std::string(step.name) + ":";
-        nlohmann::ordered_json object = {{"step", step.name}, {"ok", ok}};
-        object["detail"] = ok ? went : trouble.text;
-        object["advice"] = ok ? nlohmann::ordered_json() : nlohmann::ordered_json(advice);
-        name.resize(10, ' ');
+        name.resize(11, ' ');
         mPrinter.print(ok ? "ok      " + name + printable(went)
                           : "failed  " + name + printable(trouble.text) + "\n        " + advice,
-                       object);
+                       {{"step", std::string(step.name)},
+                        {"ok", ok},
+                        {"detail", ok ? went : trouble.text},
+                        {"advice", ok ? Value() : Value(advice)}});
         if (!ok) mExitStatus = step.exitStatus;
         return ok;
     }
@@ -164,20 +160,19 @@ class Doctor {
 
 }  // namespace
 
-int runDoctor(std::vector<std::string> words, Settings settings) {
-    CLI::App app(kAbout, "sdfctl doctor");
-    app.footer(kExits);
-    app.add_flag("--json", settings.json, "Print one JSON object a step");
-    declareTimeout(app, settings.timeout);
-    std::reverse(words.begin(), words.end());  // as CLI11 takes them
-    try {
-        app.parse(words);
-    } catch (const CLI::CallForHelp&) {
-        Printer(false).help(app.help());
-        return kExitSuccess;
-    } catch (const CLI::ParseError& error) {
-        fprintf(stderr, "sdfctl: doctor: %s\n", printable(error.what()).c_str());
-        return kExitUsage;
-    }
-    return Doctor(settings).run();
+void declareDoctor(Arguments& arguments, bool& json, double& timeout) {
+    arguments.flag("--json", json, "Print one JSON object a step");
+    declareTimeout(arguments, timeout);
+}
+
+int runDoctor(const std::vector<std::string>& words, Settings settings) try {
+    Arguments arguments("sdfctl doctor", kAbout, kExits);
+    declareDoctor(arguments, settings.json, settings.timeout);
+    const std::optional<std::string> text = arguments.parse(words);
+    if (!text) return Doctor(settings).run();
+    Printer(false).help(*text);
+    return kExitSuccess;
+} catch (const UsageError& error) {
+    fprintf(stderr, "sdfctl: doctor: %s\n", printable(error.what()).c_str());
+    return kExitUsage;
 }

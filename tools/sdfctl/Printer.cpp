@@ -6,9 +6,30 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-using nlohmann::ordered_json;
-
 namespace {
+
+nlohmann::ordered_json jsonOf(const Fields& fields);
+
+nlohmann::ordered_json jsonOf(const Value& value) {
+    return std::visit(
+        [](const auto& held) -> nlohmann::ordered_json {
+            if constexpr (std::is_same_v<decltype(held), const Fields&>) {
+                return jsonOf(held);
+            } else {
+                return held;
+            }
+        },
+        value);
+}
+
+nlohmann::ordered_json jsonOf(const Fields& fields) {
+    nlohmann::ordered_json object = nlohmann::ordered_json::object();
+    for (const Field& field : fields) {
+        object[field.key] = jsonOf(field.value);
+        if (!field.name.empty()) object[field.key + "_name"] = field.name;
+    }
+    return object;
+}
 
 // How many bytes the control character has that stands there in UTF-8; 0 when none does.
 size_t controlLength(const std::string& text, size_t at) {
@@ -57,24 +78,21 @@ std::string printable(const std::string& whole) {
 }
 
 void Printer::print(const Call& call) const {
-    ordered_json arguments = ordered_json::object();
-    addTo(arguments, call.arguments);
     print(call.function + "(" + shown(call.arguments, ", ") + ") = " + std::to_string(call.result) +
               " (" + call.text + ")",
           {{"call", call.function},
-           {"arguments", arguments},
-           {"result", call.result},
-           {"result_name", call.text}});
+           {"arguments", call.arguments},
+           coded("result", call.result, call.text)});
 }
 
 void Printer::print(const Event& event) const {
-    ordered_json object = {{"event", event.name}};
-    addTo(object, event.fields);
+    Fields object{{"event", event.name}};
+    object.insert(object.end(), event.fields.begin(), event.fields.end());
     print("event " + event.name + ": " + shown(event.fields, " "), object);
 }
 
-void Printer::print(const std::string& text, const ordered_json& object) const {
-    write(mJson ? object.dump() : text);
+void Printer::print(const std::string& text, const Fields& object) const {
+    write(mJson ? jsonOf(object).dump() : text);
 }
 
 void Printer::help(std::string text) const {

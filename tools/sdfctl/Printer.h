@@ -2,7 +2,6 @@
 #pragma once
 
 #include <functional>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <utility>
 
@@ -24,7 +23,7 @@ class Printer {
     void print(const Call& call) const;
     void print(const Event& event) const;
     // text: for people, may have several lines; object: the same for programs.
-    void print(const std::string& text, const nlohmann::ordered_json& object) const;
+    void print(const std::string& text, const Fields& object) const;
     // Text for people, on standard error when standard output is for programs. Newlines at its end
     // are left out.
     void help(std::string text) const;

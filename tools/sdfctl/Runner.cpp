@@ -77,12 +77,8 @@ void askForLines(Session& session) {
             std::string line;
             if (!terminal.nextLine(line)) return;
             runWords(session, splitLine(line));
-        } catch (const UsageError& error) {
-            session.complain(kExitUsage, error.what());
-        } catch (const NotUp& error) {
-            session.complain(kExitNotUp, error.what());
-        } catch (const NotDestroyed& error) {
-            session.complain(kExitNoAnswer, error.what());
+        } catch (const Failure& failure) {
+            session.complain(failure);
         } catch (const Interrupted& interrupted) {
             if (interrupted.signal != SIGINT) throw;
             fputs("\n", stderr);
@@ -90,25 +86,16 @@ void askForLines(Session& session) {
     }
 }
 
-template <typename Body>
-void runAndComplain(Session& session, const Body& body) {
-    try {
-        body();
-    } catch (const Quit&) {
-    } catch (const UsageError& error) {
-        session.complain(kExitUsage, error.what());
-    } catch (const NotUp& error) {
-        session.complain(kExitNotUp, error.what());
-    } catch (const NotDestroyed& error) {
-        session.complain(kExitNoAnswer, error.what());
-    }
-}
-
 // Runs it, then destroys the client.
 template <typename Body>
 int runToTheEnd(Session& session, const Body& body) {
     try {
-        runAndComplain(session, body);
+        try {
+            body();
+        } catch (const Quit&) {
+        } catch (const Failure& failure) {
+            session.complain(failure);
+        }
         session.judge();
     } catch (const Interrupted& interrupted) {
         session.finish();

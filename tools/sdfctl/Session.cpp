@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <initializer_list>
-#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "tools/sdfctl/Callbacks.h"
@@ -74,6 +73,12 @@ void Session::create(bool nullCallback) {
     const SdfStatusV2Cb cb = nullCallback ? nullptr : callbacks::onStatus;
     asking();
     if (call("createSdfClient", {}, [&] { return createSdfClient(cb); }) == 0) mHasClient = true;
+}
+
+void Session::enable(bool nullCallback) {
+    const SdfLegacyStatusCb cb = nullCallback ? nullptr : callbacks::onLegacyStatus;
+    asking();
+    if (callOlder("lum_sdf_enable", [cb] { return lum_sdf_enable(cb); }) == 1) mHasClient = true;
 }
 
 void Session::asking() {
@@ -331,7 +336,7 @@ bool Session::takeEvent(const std::string& name, const Test& test) {
 void Session::finish() try {
     if (mHasClient) destroy();
 } catch (const NotDestroyed& error) {
-    complain(kExitNoAnswer, error.what());
+    complain(error);
 }
 
 void Session::printStatus() {
@@ -341,11 +346,10 @@ void Session::printStatus() {
     for (const unsigned int id : mFilters.confirmed()) filters += " " + std::to_string(id);
     mPrinter.print(std::string("client: ") + (mHasClient ? "yes" : "no") + "\nservice: " + service +
                        "\nfilters:" + (filters.empty() ? " none" : filters),
-                   {{"status",
-                     {{"client", mHasClient},
-                      {"up", mUp},
-                      {"told", mTold ? nlohmann::ordered_json(*mTold) : nlohmann::ordered_json()},
-                      {"filters", mFilters.confirmed()}}}});
+                   {{"status", Fields{{"client", mHasClient},
+                                      {"up", mUp},
+                                      {"told", mTold ? Value(*mTold) : Value()},
+                                      {"filters", mFilters.confirmed()}}}});
 }
 
 void Session::fail(int status) {

@@ -5,32 +5,12 @@
 #include <deque>
 #include <functional>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
+#include "tools/sdfctl/Failure.h"
 #include "tools/sdfctl/FilterBook.h"
 #include "tools/sdfctl/Printer.h"
 #include "tools/sdfctl/Waiter.h"
-
-// The statuses that the process ends with.
-enum ExitStatus {
-    kExitSuccess = 0,
-    kExitCallFailed = 1,
-    kExitUsage = 2,
-    kExitNotUp = 3,
-    kExitNoAnswer = 4,
-    kExitSignal = 128,  // plus the signal's number
-};
-
-// Thrown when the service is not up in time.
-struct NotUp : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-// Thrown when the client's end does not come in time. The client counts as gone then.
-struct NotDestroyed : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 struct Settings {
     bool json = false;
@@ -60,11 +40,9 @@ class Session {
     // The same for functions that return 1 for success and 0 for failure.
     long long callOlder(const std::string& function, const std::function<long long()>& body);
 
-    // createSdfClient(), with the callback or a null one.
+    // createSdfClient(), and the older lum_sdf_enable(), with the callback or a null one.
     void create(bool nullCallback);
-    // For the older call that makes a client: before it, and after it has.
-    void asking();
-    void clientMade() { mHasClient = true; }
+    void enable(bool nullCallback);
     // destroySdfClient(), and the older lum_sdf_disable(). They take as long as the service does;
     // nobody must have to wait for that, so signals end the process meanwhile. Throws NotDestroyed.
     void destroy();
@@ -119,9 +97,11 @@ class Session {
     void fail(int status);
     // Says what went wrong, on standard error.
     void complain(ExitStatus status, const std::string& message);
+    void complain(const Failure& failure) { complain(failure.status, failure.what()); }
     int exitStatus() const { return mExitStatus; }
 
   private:
+    void asking();
     void createUnasked();
     long long endOf(const std::string& function, long long (*body)());
     void clientGone();

@@ -1,17 +1,54 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <algorithm>
+// The commands that issue no request: those of the client's life and those of the run.
 
+#include <algorithm>
+#include <memory>
+
+#include "tools/sdfctl/Callbacks.h"
 #include "tools/sdfctl/ChildDoctor.h"
-#include "tools/sdfctl/CommandLine.h"
-#include "tools/sdfctl/Requests.h"
+#include "tools/sdfctl/Commands.h"
+#include "tools/sdfctl/Doctor.h"
 
 namespace {
 
+// A command that makes the client. body: with whether the callback is to be null.
+Action making(Arguments& arguments, void (*body)(Session&, bool)) {
+    const auto null = std::make_shared<bool>(false);
+    arguments.flag("--null-callback", *null, "Give the library a null callback");
+    return [null, body](Session& session) {
+        body(session, *null);
+        if (session.settings().answers) session.serviceUp();
+    };
+}
+
+Action create(Arguments& arguments) {
+    return making(arguments, [](Session& session, bool null) { session.create(null); });
+}
+
+Action enable(Arguments& arguments) {
+    return making(arguments, [](Session& session, bool null) { session.enable(null); });
+}
+
+Action destroy(Arguments& /*arguments*/) {
+    return [](Session& session) {
+        session.judge();
+        session.destroy();
+    };
+}
+
+Action disable(Arguments& /*arguments*/) {
+    return [](Session& session) {
+        session.judge();
+        session.disable();
+    };
+}
+
 const std::vector<std::string>& waitedFor() {
-    static const std::vector<std::string> names{
-        "up",          "down",         "status",        "legacy-status",
-        "levels",      "filter-added", "filter-listed", "filter-status",
-        "auto-filter", "queue-report", "queue-answer"};
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> all{"up", "down"};
+        all.insert(all.end(), callbacks::names().begin(), callbacks::names().end());
+        return all;
+    }();
     return names;
 }
 
@@ -35,38 +72,34 @@ void waitFor(Session& session, const WaitValues& values) {
     }
 }
 
-bool isNamed(const std::string& text) {
-    const std::vector<std::string>& names = waitedFor();
+bool isOneOf(const std::vector<std::string>& names, const std::string& text) {
     return std::find(names.begin(), names.end(), text) != names.end();
-}
-
-bool isEvent(const std::string& text) {
-    return text != "up" && text != "down" && isNamed(text);
 }
 
 bool isWaitedFor(const std::string& text) {
     int64_t ignored = 0;
-    return readNumber(text, 0, kMostMilliseconds, ignored) || isNamed(text);
+    return readNumber(text, 0, kMostMilliseconds, ignored) || isOneOf(waitedFor(), text);
 }
 
 Action wait(Arguments& arguments) {
-    const auto values = valuesOf<WaitValues>();
-    std::string names;
-    for (const std::string& name : waitedFor()) names += (names.empty() ? "" : ", ") + name;
+    const auto values = std::make_shared<WaitValues>();
+    const std::string names = listOf(waitedFor());
     arguments.text("WHAT", values->what, waitedFor(), "a number of milliseconds or one of " + names,
                    "Milliseconds, or one of " + names, isWaitedFor);
     // Arguments are read in their order: the event is known by then.
-    const auto hasValues = [values](const std::string&) { return isEvent(values->what); };
-    arguments.optionalText("VALUE", values->value, textsOf(filterStatusWords()),
-                           "taken behind a number, up or down",
-                           "What one of the event's values must be; of a filter's status one of " +
-                               listOf(filterStatusWords()),
-                           hasValues);
+    const auto hasValues = [values](const std::string&) {
+        return isOneOf(callbacks::names(), values->what);
+    };
+    arguments.text("VALUE", values->value, textsOf(filterStatusWords()),
+                   "taken behind a number, up or down",
+                   "What one of the event's values must be; of a filter's status one of " +
+                       listOf(filterStatusWords()),
+                   hasValues, false);
     return [values](Session& session) { waitFor(session, *values); };
 }
 
 Action sleepFor(Arguments& arguments) {
-    const auto milliseconds = valuesOf<uint32_t>();
+    const auto milliseconds = std::make_shared<uint32_t>();
     arguments.number("MS", *milliseconds, "Milliseconds");
     return [milliseconds](Session& session) { session.pause(*milliseconds / 1000.0); };
 }
@@ -76,11 +109,12 @@ Action status(Arguments&) {
 }
 
 Action help(Arguments& arguments) {
-    const auto name = valuesOf<std::string>();
+    const auto name = std::make_shared<std::string>();
     std::vector<std::string> names;
     for (const Command& command : commands()) names.emplace_back(command.name);
-    arguments.optionalText("COMMAND", *name, names, "a command", "What to explain",
-                           [](const std::string& text) { return findCommand(text) != nullptr; });
+    arguments.text(
+        "COMMAND", *name, names, "a command", "What to explain",
+        [](const std::string& text) { return findCommand(text) != nullptr; }, false);
     return [name](Session& session) {
         const Command* const command = findCommand(*name);
         session.printer().help(command == nullptr ? helpOfAll() : helpOf(*command));
@@ -90,18 +124,14 @@ Action help(Arguments& arguments) {
 Action doctor(Arguments& arguments) {
     struct Values {
         bool json = false;
-        std::string timeout;
+        double timeout = -1;  // that of the run
     };
-    const auto values = valuesOf<Values>();
-    arguments.flag("--json", values->json, "Print one JSON object a step");
-    arguments.text("--timeout", values->timeout, {}, "a number of seconds",
-                   "How long to wait in each step", isSeconds);
+    const auto values = std::make_shared<Values>();
+    declareDoctor(arguments, values->json, values->timeout);
     return [values](Session& session) {
         const Settings& settings = session.settings();
-        std::vector<std::string> options{"--timeout", values->timeout};
-        if (values->timeout.empty()) options[1] = std::to_string(settings.timeout);
-        if (values->json || settings.json) options.emplace_back("--json");
-        runChildDoctor(session, options);
+        const double timeout = values->timeout >= 0 ? values->timeout : settings.timeout;
+        runChildDoctor(session, timeout, values->json || settings.json);
     };
 }
 
@@ -111,12 +141,21 @@ Action quit(Arguments&) {
 
 }  // namespace
 
+std::vector<Command> lifecycleCommands() {
+    return {
+        {"create", "createSdfClient(): make the client, or ask for the service again", create},
+        {"destroy", "destroySdfClient(): destroy the client", destroy},
+        {"enable", "lum_sdf_enable(): \"create\" with the older status codes", enable},
+        {"disable", "lum_sdf_disable(): \"destroy\" with the older results", disable},
+    };
+}
+
 std::vector<Command> sessionCommands() {
     return {
         {"wait", "Wait for an event, or for milliseconds, printing what comes", wait},
         {"sleep", "Wait for milliseconds, printing what comes", sleepFor},
-        {"status", "Tell what is known of client, service and filters", status},
-        {"doctor", "Tell what keeps the service from working", doctor},
+        {"status", "Say what is known of client, service and filters", status},
+        {"doctor", "Say what keeps the service from working", doctor},
         {"help", "List the commands, or explain one", help},
         {"?", "The same as help", help},
         {"quit", "End, as at the end of the input", quit},

@@ -19,7 +19,7 @@ class Waiter {
   public:
     // Blocks SIGINT, SIGTERM, and SIGHUP unless that is ignored, for this thread and those that it
     // makes later, and takes them over. events: a descriptor that is readable when there are
-    // events. Throws std::system_error when there is no descriptor to be had.
+    // events. Throws std::system_error when no descriptor is left.
     explicit Waiter(int events);
     ~Waiter();
     Waiter(const Waiter&) = delete;

@@ -119,8 +119,8 @@ std::vector<std::string> textsOf(const Words& words) {
     return texts;
 }
 
-std::string listOf(const Words& words) {
+std::string listOf(const std::vector<std::string>& texts) {
     std::string list;
-    for (const Word& word : words) list += (list.empty() ? "" : ", ") + word.text;
+    for (const std::string& text : texts) list += (list.empty() ? "" : ", ") + text;
     return list;
 }

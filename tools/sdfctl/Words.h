@@ -38,5 +38,9 @@ std::string wordOf(const Words& words, int32_t value);
 
 // All of them.
 std::vector<std::string> textsOf(const Words& words);
-// The same, with commas between.
-std::string listOf(const Words& words);
+
+// Texts with commas between.
+std::string listOf(const std::vector<std::string>& texts);
+inline std::string listOf(const Words& words) {
+    return listOf(textsOf(words));
+}

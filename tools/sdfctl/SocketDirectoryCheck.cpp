@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/sdfctl/SocketFolderCheck.h"
+#include "tools/sdfctl/SocketDirectoryCheck.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,7 +12,7 @@
 
 namespace {
 
-std::string folderPath() {
+std::string directoryPath() {
     const char* const own = getenv("LUM_BINDER_DIR");
     if (own != nullptr && *own != '\0') return own;
     const char* const run = getenv("XDG_RUNTIME_DIR");
@@ -77,8 +77,8 @@ Finding findingAt(const std::string& path) {
 
 }  // namespace
 
-SocketFolderCheck checkSocketFolder() {
-    const std::string path = folderPath();
+SocketDirectoryCheck checkSocketDirectory() {
+    const std::string path = directoryPath();
     Finding finding = lengthFinding(path);
     if (finding.trouble.empty()) finding = findingAt(path);
     return {path, finding.trouble, finding.advice};

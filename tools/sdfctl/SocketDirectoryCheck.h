@@ -4,7 +4,7 @@
 #include <string>
 
 // The directory in which services and clients meet on Linux.
-struct SocketFolderCheck {
+struct SocketDirectoryCheck {
     std::string path;
     // Why no service can be there, or no client looks for one there; empty when both can. A
     // directory that does not exist is fine where a service can make it.
@@ -12,4 +12,4 @@ struct SocketFolderCheck {
     std::string advice;  // what to do about the trouble
 };
 
-SocketFolderCheck checkSocketFolder();
+SocketDirectoryCheck checkSocketDirectory();
