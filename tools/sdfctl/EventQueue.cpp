@@ -12,13 +12,13 @@ EventQueue::EventQueue() : mFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
 }
 
 void EventQueue::push(Event event) {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock guard(mLock);
     mEvents.push_back(std::move(event));
     (void)eventfd_write(mFd, 1);
 }
 
 std::vector<Event> EventQueue::take() {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock guard(mLock);
     eventfd_t ignored = 0;
     (void)eventfd_read(mFd, &ignored);
     return std::exchange(mEvents, {});

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <mutex>
 #include <vector>
 
 #include "tools/sdfctl/Record.h"
+#include "utils/Mutex.h"
 
 // Brings the calls of callbacks, which come on the library's threads, to the main thread, in the
 // order in which they came.
 class EventQueue {
   public:
-    // Throws std::system_error when there is no descriptor to be had.
+    // Throws std::system_error when no descriptor is left.
     EventQueue();
     EventQueue(const EventQueue&) = delete;
     EventQueue& operator=(const EventQueue&) = delete;
@@ -26,6 +26,6 @@ class EventQueue {
 
   private:
     const int mFd;
-    std::mutex mLock;
-    std::vector<Event> mEvents;
+    lum::utils::Mutex mLock;
+    std::vector<Event> mEvents LUM_GUARDED_BY(mLock);
 };

@@ -7,12 +7,9 @@
 #include <android/binder_process.h>
 
 #include <algorithm>
-#include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -20,6 +17,8 @@
 #include <vector>
 
 #include "proto/SdfProto.pb.h"
+#include "tools/sdfctl/Waiter.h"
+#include "utils/Mutex.h"
 
 namespace {
 
@@ -32,26 +31,23 @@ using aidl::vendor::orn::data::lumservice::LumSdkType;
 class Inbox {
   public:
     void put(const SdfProto::ClientMsg& message) {
-        const std::lock_guard<std::mutex> guard(mLock);
+        const lum::utils::MutexLock guard(mLock);
         mMessages.push_back(message);
-        mChanged.notify_all();
+        mChanged.notifyAll();
     }
 
     // The first message of that kind; none when there is none in time.
-    std::optional<SdfProto::ClientMsg> waitFor(SdfProto::ClientEventId event,
-                                               std::chrono::duration<double> limit) {
-        std::unique_lock<std::mutex> guard(mLock);
-        std::optional<SdfProto::ClientMsg> found;
-        mChanged.wait_for(guard, limit, [&] {
-            found = firstOf(mMessages.begin(), mMessages.end(), event);
-            return found.has_value();
-        });
-        return found;
+    std::optional<SdfProto::ClientMsg> waitFor(SdfProto::ClientEventId event, Time end) {
+        const lum::utils::MutexLock guard(mLock);
+        for (bool inTime = true;; inTime = mChanged.waitUntil(mLock, end)) {
+            const auto found = firstOf(mMessages.begin(), mMessages.end(), event);
+            if (found || !inTime) return found;
+        }
     }
 
     // The latest message of that kind so far; none when there is none.
-    std::optional<SdfProto::ClientMsg> latest(SdfProto::ClientEventId event) const {
-        const std::lock_guard<std::mutex> guard(mLock);
+    std::optional<SdfProto::ClientMsg> latest(SdfProto::ClientEventId event) {
+        const lum::utils::MutexLock guard(mLock);
         return firstOf(mMessages.rbegin(), mMessages.rend(), event);
     }
 
@@ -65,9 +61,9 @@ class Inbox {
         return found == end ? std::nullopt : std::optional<SdfProto::ClientMsg>(*found);
     }
 
-    mutable std::mutex mLock;
-    std::condition_variable mChanged;
-    std::vector<SdfProto::ClientMsg> mMessages;
+    lum::utils::Mutex mLock;
+    lum::utils::Condition mChanged;
+    std::vector<SdfProto::ClientMsg> mMessages LUM_GUARDED_BY(mLock);
 };
 
 class ProbeCallback : public BnLumServiceCallback {
@@ -162,7 +158,7 @@ Trouble ServiceProbe::sendEnable() {
 }
 
 Trouble ServiceProbe::waitForUp() {
-    const auto message = mParts->inbox->waitFor(SdfProto::STATUS_IND, mLimit);
+    const auto message = mParts->inbox->waitFor(SdfProto::STATUS_IND, inSeconds(mLimit));
     if (!message) return silence();
     const SdfProto::Status status = message->data().status_msg().status();
     if (status == SdfProto::SERVICE_UP) return {};
@@ -174,7 +170,7 @@ Trouble ServiceProbe::askForFilters() {
     request.set_event_id(SdfProto::GET_FILTERS);
     Trouble sent = send(encode(request));
     if (sent.kind != Trouble::Kind::kNone) return sent;
-    const auto answer = mParts->inbox->waitFor(SdfProto::GET_FILTER_CB, mLimit);
+    const auto answer = mParts->inbox->waitFor(SdfProto::GET_FILTER_CB, inSeconds(mLimit));
     const auto told = mParts->inbox->latest(SdfProto::STATUS_IND);
     if (told && told->data().status_msg().status() != SdfProto::SERVICE_UP) {
         return {Trouble::Kind::kLeft, "it then said " + nameOf(told->data().status_msg().status())};
@@ -202,7 +198,7 @@ Trouble ServiceProbe::call(std::function<Trouble()> body) {
     std::packaged_task<Trouble()> task(std::move(body));
     std::future<Trouble> result = task.get_future();
     std::thread thread(std::move(task));
-    mStuck = result.wait_for(mLimit) != std::future_status::ready;
+    mStuck = result.wait_until(inSeconds(mLimit)) != std::future_status::ready;
     if (mStuck) {
         thread.detach();
         return {Trouble::Kind::kStuck, "the call does not return"};

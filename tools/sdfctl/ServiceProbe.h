@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -62,7 +61,7 @@ class ServiceProbe {
     Trouble send(const std::vector<uint8_t>& bytes);
     Trouble silence() const;
 
-    const std::chrono::duration<double> mLimit;
+    const double mLimit;  // seconds
     bool mStuck = false;
     const std::shared_ptr<Parts> mParts;  // also its threads'
 };
