@@ -6,7 +6,7 @@
 #include <chrono>
 #include <string>
 
-#include "tests/emulator/SessionFixture.h"
+#include "tests/emulator/FeatureFixture.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ constexpr char kNoFilters[] = "08 04 1A 02 2A 00";
 constexpr char kRegFilterStatus[] = "08 03 1A 04 2A 02 08 01";
 constexpr char kDeleteAll[] = "08 0A";
 
-class FilterRequestsTest : public SessionFixture {};
+class FilterRequestsTest : public FeatureFixture {};
 
 TEST_F(FilterRequestsTest, AddedFilterIsActiveAtOnce) {
     // The whole of it once, to check what makes the others.
@@ -214,7 +214,7 @@ TEST_F(FilterRequestsTest, UpdatesChangeWhatTheListSays) {
               Lines{told("07", "01", "target DSCP updated")});
     const std::string info = data("07", "01", "active") + " 20 02 28 05 30 AC 02 38 02";
     EXPECT_EQ(ask(kGetFilters), Lines{"08 04 " + in("1A", in("2A", in("12", info)))});
-    EXPECT_EQ(session().filters().all().front().targetDscp, 46U);
+    EXPECT_EQ(feature().filters().all().front().targetDscp, 46U);
     EXPECT_EQ(mNotices, Lines{});
 }
 
@@ -249,7 +249,7 @@ TEST_F(FilterRequestsTest, ValuesThatMakeNoSenseChangeNothing) {
     EXPECT_EQ(ask("08 07 1A 06 42 04 08 07 10 03"), Lines{});     // OOD 3
     EXPECT_EQ(ask("08 12 1A 07 82 01 04 08 07 10 40"), Lines{});  // DSCP 64
     EXPECT_EQ(ask(kGetFilters), before);
-    EXPECT_EQ(session().filters().all().front().targetDscp, 0U);
+    EXPECT_EQ(feature().filters().all().front().targetDscp, 0U);
     EXPECT_EQ(mNotices,
               (Lines{"UPDATE_LATENCY_LEVEL: a level is unknown",
                      "UPDATE_LATENCY_LEVEL: a level is unknown", "UPDATE_OOD: ood is unknown",
@@ -273,7 +273,7 @@ TEST_F(FilterRequestsTest, NothingIsDueForASessionThatHasEnded) {
     ask(kRegFilterStatus);
     ask(add("07"));
     ask("08 0F 1A 04 7A 02 08 01");  // REG_PRIORITY_QUEUE_REPORTS, enable
-    mSession.reset();
+    mState.reset();
     EXPECT_FALSE(mClock.timeline().next());
 }
 

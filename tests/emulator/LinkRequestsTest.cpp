@@ -5,11 +5,11 @@
 
 #include <string>
 
-#include "tests/emulator/SessionFixture.h"
+#include "tests/emulator/FeatureFixture.h"
 
 namespace {
 
-class LinkRequestsTest : public SessionFixture {};
+class LinkRequestsTest : public FeatureFixture {};
 
 TEST_F(LinkRequestsTest, EnableIsAnsweredWithServiceUp) {
     EXPECT_EQ(ask("1A 04 0A 02 08 01"), Lines{"1A 04 0A 02 08 06"});
@@ -27,7 +27,7 @@ TEST_F(LinkRequestsTest, SettingsAreKept) {
     EXPECT_EQ(ask("08 0E 1A 04 72 02 10 01"), Lines{});        // no particular slot
     EXPECT_EQ(ask("08 0B 1A 04 5A 02 08 02"), Lines{});        // UPDATE_DDS_OOD, disabled
     EXPECT_EQ(ask("08 0C 1A 05 62 03 08 AC 02"), Lines{});     // UPDATE_DDS_PDCP_TIMER 300
-    EXPECT_EQ(session().describe(),
+    EXPECT_EQ(feature().describe(),
               Lines{"filters=0 filter_status=off reports=0ms gaming=off prioritize_dds=on "
                     "dds_ood=SDF_OOD_DISABLED dds_pdcp_timer=300 prioritized=SLOT_ID_UNSPECIFIED "
                     "prioritized=SLOT_ID_SECOND levels=SLOT_ID_FIRST:L2,L4"});
@@ -35,7 +35,7 @@ TEST_F(LinkRequestsTest, SettingsAreKept) {
     ask("08 0E 1A 04 72 02 08 02");
     ask("08 0B 1A 02 5A 00");
     ask("08 0C 1A 02 62 00");
-    EXPECT_EQ(session().describe(),
+    EXPECT_EQ(feature().describe(),
               Lines{"filters=0 filter_status=off reports=0ms gaming=off prioritize_dds=off "
                     "dds_ood=SDF_OOD_UNSPECIFIED dds_pdcp_timer=0 "
                     "prioritized=SLOT_ID_UNSPECIFIED levels=SLOT_ID_FIRST:L2,L4"});
@@ -48,7 +48,7 @@ TEST_F(LinkRequestsTest, WhatMakesNoSenseIsNoticedAndNotKept) {
     ask("08 01 1A 04 1A 02 08 04");        // levels for slot 4
     EXPECT_EQ(mNotices,
               (Lines{"PRIORITIZE_DATA: slot_id is unknown", "UPDATE_DDS_OOD: ood is unknown"}));
-    EXPECT_EQ(session().describe(), Lines{"filters=0 filter_status=off reports=0ms gaming=off "
+    EXPECT_EQ(feature().describe(), Lines{"filters=0 filter_status=off reports=0ms gaming=off "
                                           "prioritize_dds=off"});
 }
 
@@ -86,15 +86,15 @@ TEST_F(LinkRequestsTest, QueuesAreThoseOfTheFiltersAndTheirFiguresGrow) {
         filter.set_dest_ip("::2");
         filter.set_src_port(++id);
         filter.set_app_type(type);
-        const auto added = session().filters().add(static_cast<uint64_t>(id), filter);
+        const auto added = feature().filters().add(static_cast<uint64_t>(id), filter);
         ASSERT_EQ(added.status(), SdfProto::FILTER_ACTIVE);
     }
-    EXPECT_EQ(entriesOf(session().reports().make()), "0:2000:1200 1:2000:1200 32:2000:1200 ");
-    EXPECT_EQ(entriesOf(session().reports().make()), "0:4000:1200 1:4000:1200 32:4000:1200 ");
-    session().filters().remove(3);
-    session().filters().remove(1);
-    session().filters().remove(2);
-    EXPECT_EQ(entriesOf(session().reports().make()), "1:5000:1200 32:6000:1200 ");
+    EXPECT_EQ(entriesOf(feature().reports().make()), "0:2000:1200 1:2000:1200 32:2000:1200 ");
+    EXPECT_EQ(entriesOf(feature().reports().make()), "0:4000:1200 1:4000:1200 32:4000:1200 ");
+    feature().filters().remove(3);
+    feature().filters().remove(1);
+    feature().filters().remove(2);
+    EXPECT_EQ(entriesOf(feature().reports().make()), "1:5000:1200 32:6000:1200 ");
 }
 
 TEST_F(LinkRequestsTest, PendingFiltersHaveNoQueue) {
@@ -102,10 +102,10 @@ TEST_F(LinkRequestsTest, PendingFiltersHaveNoQueue) {
     SdfProto::AddFilter filter;
     filter.set_src_ip("::1");
     filter.set_dest_ip("::2");
-    session().filters().add(1, filter);
-    EXPECT_EQ(entriesOf(session().reports().make()), "32:1000:1200 ");
+    feature().filters().add(1, filter);
+    EXPECT_EQ(entriesOf(feature().reports().make()), "32:1000:1200 ");
     pass(50);
-    EXPECT_EQ(entriesOf(session().reports().make()), "0:1000:1200 32:2000:1200 ");
+    EXPECT_EQ(entriesOf(feature().reports().make()), "0:1000:1200 32:2000:1200 ");
 }
 
 TEST_F(LinkRequestsTest, ReportsComeAtTheirInterval) {
@@ -113,10 +113,10 @@ TEST_F(LinkRequestsTest, ReportsComeAtTheirInterval) {
     EXPECT_EQ(pass(19), Lines{});
     EXPECT_EQ(pass(1), Lines{std::string("08 05 ") + kFirstReport});
     EXPECT_EQ(pass(100).size(), 5U);
-    EXPECT_EQ(session().reports().interval(), std::chrono::milliseconds(20));
+    EXPECT_EQ(feature().reports().interval(), std::chrono::milliseconds(20));
     EXPECT_EQ(ask("08 0F 1A 02 7A 00"), Lines{});
     EXPECT_EQ(pass(100), Lines{});
-    EXPECT_EQ(session().reports().interval(), std::chrono::milliseconds(0));
+    EXPECT_EQ(feature().reports().interval(), std::chrono::milliseconds(0));
 }
 
 TEST_F(LinkRequestsTest, SecondRegistrationTakesThePlaceOfTheFirst) {
@@ -150,7 +150,7 @@ TEST_F(LinkRequestsTest, GamingMakesAnAutomaticFilter) {
     EXPECT_EQ(ask("08 0D 1A 04 6A 02 08 01"), Lines{});
     // It is not one of the client's own.
     EXPECT_EQ(ask("08 05"), Lines{"08 04 1A 02 2A 00"});
-    EXPECT_EQ(session().describe(),
+    EXPECT_EQ(feature().describe(),
               Lines{"filters=0 filter_status=off reports=0ms gaming=on prioritize_dds=off"});
     EXPECT_EQ(ask("08 0D 1A 02 6A 00"),
               Lines{std::string("08 06 1A 54 3A 52 ") + kAutoFilterBegin + " 18 03"});

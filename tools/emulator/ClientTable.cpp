@@ -34,7 +34,7 @@ ClientTable::ClientPtr ClientTable::add(Client client) {
     AIBinder* const binder = binderOf(*added);
     uint64_t number = 0;
     {
-        const std::lock_guard<std::mutex> guard(mLock);
+        const lum::utils::MutexLock guard(mLock);
         const auto present =
             std::find_if(mEntries.begin(), mEntries.end(),
                          [&](const Entry& entry) { return binderOf(*entry.client) == binder; });
@@ -52,7 +52,7 @@ ClientTable::ClientPtr ClientTable::add(Client client) {
 }
 
 ClientTable::ClientPtr ClientTable::speaker(pid_t pid, int32_t type) {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock guard(mLock);
     const auto found = latestOf(pid);
     if (found == mEntries.end()) return nullptr;
     found->types.insert(type);
@@ -62,7 +62,7 @@ ClientTable::ClientPtr ClientTable::speaker(pid_t pid, int32_t type) {
 ClientTable::Leaver ClientTable::leave(pid_t pid, int32_t type) {
     uint64_t number = 0;
     {
-        const std::lock_guard<std::mutex> guard(mLock);
+        const lum::utils::MutexLock guard(mLock);
         auto found = firstOf(pid, type);
         if (found == mEntries.end()) found = latestOf(pid);
         if (found == mEntries.end()) return {nullptr, false};
@@ -77,7 +77,7 @@ ClientTable::Leaver ClientTable::leave(pid_t pid, int32_t type) {
 }
 
 size_t ClientTable::size() const {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock guard(mLock);
     return mEntries.size();
 }
 
@@ -88,7 +88,7 @@ void ClientTable::onBinderDied(void* cookie) {
 }
 
 ClientTable::ClientPtr ClientTable::take(uint64_t number) {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock guard(mLock);
     const auto found = std::find_if(mEntries.begin(), mEntries.end(),
                                     [&](const Entry& entry) { return entry.number == number; });
     if (found == mEntries.end()) return nullptr;

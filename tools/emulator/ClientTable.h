@@ -8,10 +8,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <utility>
 #include <vector>
+
+#include "utils/Mutex.h"
 
 // One client: a callback object that a process has registered. It is the identity of the callback's
 // binder that tells clients apart.
@@ -44,7 +45,7 @@ class ClientTable {
     // client by. Never destroyed.
     static ClientTable& instance();
 
-    // Sets who is told, on a binder thread, of clients that died. To be called once, first.
+    // Sets what is called, on a binder thread, for a client that died. To be called once, first.
     void onDied(std::function<void(const ClientPtr&)> onDied) { mOnDied = std::move(onDied); }
 
     // Adds a client, or makes it its process's latest if its callback object is here already.
@@ -78,13 +79,12 @@ class ClientTable {
     static void onBinderDied(void* cookie);
     // Takes an entry out and returns its client; null if there is none of that number.
     ClientPtr take(uint64_t number);
-    // These two are called with mLock held.
-    Entries::iterator latestOf(pid_t pid);
-    Entries::iterator firstOf(pid_t pid, int32_t type);
+    Entries::iterator latestOf(pid_t pid) LUM_REQUIRES(mLock);
+    Entries::iterator firstOf(pid_t pid, int32_t type) LUM_REQUIRES(mLock);
 
     std::function<void(const ClientPtr&)> mOnDied;
     ndk::ScopedAIBinder_DeathRecipient mRecipient;
-    mutable std::mutex mLock;
-    Entries mEntries;  // in order of registration
-    uint64_t mLastNumber = 0;
+    mutable lum::utils::Mutex mLock;
+    Entries mEntries LUM_GUARDED_BY(mLock);  // in order of registration
+    uint64_t mLastNumber LUM_GUARDED_BY(mLock) = 0;
 };

@@ -25,7 +25,7 @@ constexpr char kAbout[] =
 
 It registers the name vendor.orn.data.lumservice.ILumService, keeps the callback object of each
 client until that client disables or dies, and does what is asked of it as a data service would: it
-keeps filters and tells of their state, reports on priority queues, makes an automatic filter while
+keeps filters and reports their state, reports on priority queues, makes an automatic filter while
 high-performance gaming is on. There is no traffic behind it. What is not a request at all is
 refused, so that the client learns of it. On demand it misbehaves.
 )";
@@ -46,12 +46,13 @@ Signals:
                      state: clients=N
 
 Environment:
-  LUM_BINDER_DIR   the folder in which services and clients meet. Two emulators can run at once
-                   in two folders. Default: $XDG_RUNTIME_DIR/lum-binder, or /tmp/lum-binder-UID
+  LUM_BINDER_DIR   the directory in which services and clients meet. Two emulators can run at
+                   once in two of them. Default: $XDG_RUNTIME_DIR/lum-binder, or
+                   /tmp/lum-binder-UID
   LUM_DEBUG_LOG=1  as --debug-log
 
 Exit status: 0 when ended by a signal or by --until-eof; 1 when it cannot serve (the name is taken,
-the folder cannot be used, or a file or descriptor cannot be written to), or something that was to be
+the directory cannot be used, or a file or descriptor cannot be written to), or something that was to be
 printed or recorded is lost, as on a full disk; 2 when the command line or a scenario is wrong.
 
 )";

@@ -21,8 +21,8 @@ SdfProto::FilterData filterData(uint32_t id, SdfProto::FilterStatus status,
     return data;
 }
 
-Filters::Filters(uid_t uid, const Policy& policy, Timeline& timeline, Told told)
-    : mUid(uid), mPolicy(policy), mTimeline(timeline), mTold(std::move(told)) {}
+Filters::Filters(uid_t uid, const Policy& policy, Timeline& timeline, Changed changed)
+    : mUid(uid), mPolicy(policy), mTimeline(timeline), mChanged(std::move(changed)) {}
 
 Filters::~Filters() {
     for (const Filter& filter : mFilters) forget(filter);
@@ -109,12 +109,12 @@ void Filters::startTimeout(Filter& filter) {
 
 void Filters::activate(uint32_t id) {
     find(id)->status = SdfProto::FILTER_ACTIVE;
-    mTold(filterData(id, SdfProto::FILTER_ACTIVE, "active"));
+    mChanged(filterData(id, SdfProto::FILTER_ACTIVE, "active"));
 }
 
 void Filters::expire(uint32_t id) {
     remove(id);
-    mTold(filterData(
+    mChanged(filterData(
         id, SdfProto::FILTER_INACTIVITY_TIMEOUT,
         "named by no request for " + std::to_string(mPolicy.inactivityTimeout.count()) + " ms"));
 }

@@ -23,18 +23,18 @@ struct Filter {
     Timeline::Ticket timeout;
 };
 
-// Returns what messages tell of a filter. text: goes with the status.
+// Returns what messages say of a filter. text: goes with the status.
 SdfProto::FilterData filterData(uint32_t id, SdfProto::FilterStatus status,
                                 const std::string& text);
 
 // The filters of one feature of one client. Belongs to the thread of its timeline.
 class Filters {
   public:
-    // Told of what happens to a filter in the course of time, after it has happened.
-    using Told = std::function<void(const SdfProto::FilterData& data)>;
+    // Called with what happens to a filter in the course of time, after it has happened.
+    using Changed = std::function<void(const SdfProto::FilterData& data)>;
 
     // uid: the client's, for its permission. policy, timeline: used as long as this object lives.
-    Filters(uid_t uid, const Policy& policy, Timeline& timeline, Told told);
+    Filters(uid_t uid, const Policy& policy, Timeline& timeline, Changed changed);
     ~Filters();
     Filters(const Filters&) = delete;
     Filters& operator=(const Filters&) = delete;
@@ -66,7 +66,7 @@ class Filters {
     const uid_t mUid;
     const Policy& mPolicy;
     Timeline& mTimeline;
-    const Told mTold;
+    const Changed mChanged;
     std::list<Filter> mFilters;
     std::unordered_map<uint32_t, std::list<Filter>::iterator> mById;
     std::unordered_map<std::string_view, uint32_t> mByDescription;  // ids, by Filter::asked

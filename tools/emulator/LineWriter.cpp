@@ -19,11 +19,11 @@ LineWriter::~LineWriter() {
 
 bool LineWriter::write(std::string line) {
     line += '\n';
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock guard(mLock);
     if (mTorn) line.insert(line.begin(), '\n');
     for (size_t done = 0; done < line.size();) {
-        if (!waitForRoom()) return false;
-        // A pipe with any room takes so much at once: the write does not wait.
+        if (!waitForSpace()) return false;
+        // A pipe with any space takes so much at once: the write does not wait.
         const size_t length = std::min<size_t>(line.size() - done, PIPE_BUF);
         const ssize_t written = ::write(mFd, line.data() + done, length);
         if (written < 0 && errno != EINTR) return false;
@@ -34,7 +34,7 @@ bool LineWriter::write(std::string line) {
     return true;
 }
 
-bool LineWriter::waitForRoom() {
+bool LineWriter::waitForSpace() {
     pollfd waited{mFd, POLLOUT, 0};
     int ready = 0;
     do {

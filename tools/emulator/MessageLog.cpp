@@ -77,7 +77,7 @@ void MessageLog::notice(const std::string& line) {
 
 void MessageLog::say(const std::string& line) {
     // Nobody may be reading; the service goes on without.
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock guard(mLock);
     const std::string missing = "notice: lines that could not be printed: ";
     if (mMissing > 0 && mOutput.write(missing + std::to_string(mMissing))) mMissing = 0;
     if (mMissing == 0 && mOutput.write(line)) return;

@@ -6,12 +6,12 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "tools/emulator/LineWriter.h"
 #include "tools/emulator/MessageText.h"
+#include "utils/Mutex.h"
 
 enum class Direction { kReceived, kSent };
 
@@ -69,8 +69,8 @@ class MessageLog {
     const MessageText mText;
     std::atomic<bool> mPrintFailed{false};
     std::atomic<bool> mRecordFailed{false};
-    std::mutex mLock;     // of the two below
-    size_t mMissing = 0;  // lines that have been left out
-    LineWriter mOutput;
+    lum::utils::Mutex mLock;
+    size_t mMissing LUM_GUARDED_BY(mLock) = 0;  // lines that have been left out
+    LineWriter mOutput LUM_GUARDED_BY(mLock);
     std::unique_ptr<LineWriter> mRecord;
 };

@@ -9,16 +9,16 @@
 
 namespace {
 
-struct CloseFolder {
-    void operator()(DIR* folder) const { closedir(folder); }
+struct CloseDirectory {
+    void operator()(DIR* directory) const { closedir(directory); }
 };
 
-// Entries of a folder, "." and ".." left out.
+// Entries of a directory, "." and ".." left out.
 size_t entriesOf(const char* path) {
-    const std::unique_ptr<DIR, CloseFolder> folder(opendir(path));
-    if (!folder) throw std::system_error(errno, std::generic_category(), path);
+    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path));
+    if (!directory) throw std::system_error(errno, std::generic_category(), path);
     size_t entries = 0;
-    while (const dirent* const entry = readdir(folder.get())) {
+    while (const dirent* const entry = readdir(directory.get())) {
         if (entry->d_name[0] != '.') ++entries;
     }
     return entries;
@@ -27,7 +27,7 @@ size_t entriesOf(const char* path) {
 }  // namespace
 
 size_t openDescriptors() {
-    // One of them is the folder being read.
+    // One of them is the directory being read.
     return entriesOf("/proc/self/fd") - 1;
 }
 

@@ -29,8 +29,8 @@ std::map<uint32_t, uint64_t> queuesOf(const Filters& filters) {
 }  // namespace
 
 QueueReports::QueueReports(const Filters& filters, Timeline& timeline,
-                           std::function<void(const SdfProto::ClientMsg&)> tell)
-    : mFilters(filters), mTimeline(timeline), mTell(std::move(tell)) {}
+                           std::function<void(const SdfProto::ClientMsg&)> send)
+    : mFilters(filters), mTimeline(timeline), mSend(std::move(send)) {}
 
 SdfProto::ClientMsg QueueReports::make() {
     SdfProto::ClientMsg message;
@@ -62,6 +62,6 @@ void QueueReports::stop() {
 void QueueReports::plan() {
     mNext = mTimeline.after(mInterval, [this] {
         plan();
-        mTell(make());
+        mSend(make());
     });
 }

@@ -23,9 +23,9 @@ class QueueReports {
     static constexpr std::chrono::milliseconds kShortestInterval{10};
     static constexpr std::chrono::milliseconds kUsualInterval{1000};
 
-    // filters, timeline: used as long as this object lives. tell: sends a periodic report.
+    // filters, timeline: used as long as this object lives. send: sends a periodic report.
     QueueReports(const Filters& filters, Timeline& timeline,
-                 std::function<void(const SdfProto::ClientMsg&)> tell);
+                 std::function<void(const SdfProto::ClientMsg&)> send);
     ~QueueReports() { stop(); }
     QueueReports(const QueueReports&) = delete;
     QueueReports& operator=(const QueueReports&) = delete;
@@ -46,7 +46,7 @@ class QueueReports {
 
     const Filters& mFilters;
     Timeline& mTimeline;
-    const std::function<void(const SdfProto::ClientMsg&)> mTell;
+    const std::function<void(const SdfProto::ClientMsg&)> mSend;
     std::map<uint32_t, uint64_t> mPackets;  // by class, also of those that are empty now
     std::chrono::milliseconds mInterval{0};
     Timeline::Ticket mNext;

@@ -21,12 +21,13 @@ ClientMsg reply(SdfProto::ClientEventId event, const ServiceMsg& request) {
     return message;
 }
 
-void nothingChanged(const Session& session, const ServiceMsg& request, const std::string& why) {
-    session.notice(SdfProto::ServiceEventId_Name(request.event_id()) + ": " + why);
+void nothingChanged(const FeatureState& feature, const ServiceMsg& request,
+                    const std::string& why) {
+    feature.notice(SdfProto::ServiceEventId_Name(request.event_id()) + ": " + why);
 }
 
 // A client that disables leaves; that is not dealt with here.
-Answers enable(Session& /*session*/, const ServiceMsg& /*request*/) {
+Answers enable(FeatureState& /*feature*/, const ServiceMsg& /*request*/) {
     ClientMsg answer;
     answer.set_event_id(SdfProto::STATUS_IND);
     answer.mutable_data()->mutable_status_msg()->set_status(SdfProto::SERVICE_UP);
@@ -34,10 +35,10 @@ Answers enable(Session& /*session*/, const ServiceMsg& /*request*/) {
 }
 
 // There is no traffic that could stand in the way: the levels in force are those asked for.
-Answers setLatencyLevel(Session& session, const ServiceMsg& request) {
+Answers setLatencyLevel(FeatureState& feature, const ServiceMsg& request) {
     const SdfProto::SetLatencyLevel& wanted = request.data().set_latency_level();
     if (SdfProto::SlotId_IsValid(wanted.slot_id()))
-        session.link().levels[wanted.slot_id()] = wanted;
+        feature.link().levels[wanted.slot_id()] = wanted;
     ClientMsg answer = reply(SdfProto::EFFECTIVE_LEVELS_CB, request);
     auto* const levels = answer.mutable_data()->mutable_effective_levels_cb();
     levels->set_first_level(wanted.first_level());
@@ -45,71 +46,71 @@ Answers setLatencyLevel(Session& session, const ServiceMsg& request) {
     return {answer};
 }
 
-Answers prioritizeDds(Session& session, const ServiceMsg& request) {
-    session.link().prioritizeDds = request.data().prioritize_dds().enable();
+Answers prioritizeDds(FeatureState& feature, const ServiceMsg& request) {
+    feature.link().prioritizeDds = request.data().prioritize_dds().enable();
     return {};
 }
 
-Answers prioritizeData(Session& session, const ServiceMsg& request) {
+Answers prioritizeData(FeatureState& feature, const ServiceMsg& request) {
     const SdfProto::PrioritizeData& wanted = request.data().prioritize_data();
     if (!SdfProto::SlotId_IsValid(wanted.slot_id())) {
-        nothingChanged(session, request, "slot_id is unknown");
+        nothingChanged(feature, request, "slot_id is unknown");
     } else if (wanted.enable()) {
-        session.link().prioritizedSlots.insert(wanted.slot_id());
+        feature.link().prioritizedSlots.insert(wanted.slot_id());
     } else {
-        session.link().prioritizedSlots.erase(wanted.slot_id());
+        feature.link().prioritizedSlots.erase(wanted.slot_id());
     }
     return {};
 }
 
-Answers updateDdsOod(Session& session, const ServiceMsg& request) {
+Answers updateDdsOod(FeatureState& feature, const ServiceMsg& request) {
     const SdfProto::SdfOod ood = request.data().update_dds_ood().ood();
     if (SdfProto::SdfOod_IsValid(ood)) {
-        session.link().ddsOod = ood;
+        feature.link().ddsOod = ood;
     } else {
-        nothingChanged(session, request, "ood is unknown");
+        nothingChanged(feature, request, "ood is unknown");
     }
     return {};
 }
 
-Answers updateDdsPdcpTimer(Session& session, const ServiceMsg& request) {
-    session.link().ddsPdcpTimer = request.data().update_dds_pdcp_timer().pdcp_timer();
+Answers updateDdsPdcpTimer(FeatureState& feature, const ServiceMsg& request) {
+    feature.link().ddsPdcpTimer = request.data().update_dds_pdcp_timer().pdcp_timer();
     return {};
 }
 
-Answers enHighPerfGaming(Session& session, const ServiceMsg& request) {
-    return session.setGaming(request.data().en_high_perf_gaming().enable());
+Answers enHighPerfGaming(FeatureState& feature, const ServiceMsg& request) {
+    return feature.setGaming(request.data().en_high_perf_gaming().enable());
 }
 
-Answers regAutoFilterInfo(Session& session, const ServiceMsg& /*request*/) {
-    return session.autoFilters();
+Answers regAutoFilterInfo(FeatureState& feature, const ServiceMsg& /*request*/) {
+    return feature.autoFilters();
 }
 
-Answers regFilterStatus(Session& session, const ServiceMsg& request) {
-    session.registerFilterStatus(request.data().reg_filter_status().enable() != 0);
+Answers regFilterStatus(FeatureState& feature, const ServiceMsg& request) {
+    feature.registerFilterStatus(request.data().reg_filter_status().enable() != 0);
     return {};
 }
 
-Answers regPriorityQueueReports(Session& session, const ServiceMsg& request) {
+Answers regPriorityQueueReports(FeatureState& feature, const ServiceMsg& request) {
     const SdfProto::RegPriorityQueueReports& wanted = request.data().reg_priority_queue_reports();
     if (wanted.enable()) {
-        session.reports().start(wanted.report_value());
+        feature.reports().start(wanted.report_value());
     } else {
-        session.reports().stop();
+        feature.reports().stop();
     }
     return {};
 }
 
-Answers getPriorityQueueReport(Session& session, const ServiceMsg& request) {
-    ClientMsg report = session.reports().make();
+Answers getPriorityQueueReport(FeatureState& feature, const ServiceMsg& request) {
+    ClientMsg report = feature.reports().make();
     report.set_unique_id(request.unique_id());
     return {report};
 }
 
-Answers addFilter(Session& session, const ServiceMsg& request) {
+Answers addFilter(FeatureState& feature, const ServiceMsg& request) {
     ClientMsg answer = reply(SdfProto::ADD_FILTER_CB, request);
     *answer.mutable_data()->mutable_add_filter_cb()->mutable_filter() =
-        session.filters().add(request.unique_id(), request.data().add_filter());
+        feature.filters().add(request.unique_id(), request.data().add_filter());
     return {answer};
 }
 
@@ -126,16 +127,16 @@ SdfProto::FilterInfo infoOf(const Filter& filter) {
     return info;
 }
 
-Answers getFilters(Session& session, const ServiceMsg& request) {
+Answers getFilters(FeatureState& feature, const ServiceMsg& request) {
     ClientMsg answer = reply(SdfProto::GET_FILTER_CB, request);
     auto* const list = answer.mutable_data()->mutable_get_filter_cb();
-    for (const Filter& filter : session.filters().all()) *list->add_filters() = infoOf(filter);
+    for (const Filter& filter : feature.filters().all()) *list->add_filters() = infoOf(filter);
     return {answer};
 }
 
-// What those who have registered are told of filters; nothing if there are none.
-Answers told(const Session& session, const std::vector<SdfProto::FilterData>& filters) {
-    const auto message = session.filterStatus(filters);
+// The indication of the state of filters, for those who have registered; nothing if there are none.
+Answers indication(const FeatureState& feature, const std::vector<SdfProto::FilterData>& filters) {
+    const auto message = feature.filterStatus(filters);
     return message ? Answers{*message} : Answers{};
 }
 
@@ -144,22 +145,22 @@ Answers told(const Session& session, const std::vector<SdfProto::FilterData>& fi
 //   change: makes them the filter's
 //   text: goes with the filter's state
 template <typename Change>
-Answers update(Session& session, const ServiceMsg& request, uint32_t id, const char* wrong,
+Answers update(FeatureState& feature, const ServiceMsg& request, uint32_t id, const char* wrong,
                Change change, const char* text) {
-    Filter* const filter = session.filters().touch(id);
+    Filter* const filter = feature.filters().touch(id);
     if (filter == nullptr) {
-        nothingChanged(session, request, "there is no filter " + std::to_string(id));
+        nothingChanged(feature, request, "there is no filter " + std::to_string(id));
         return {};
     }
     if (wrong != nullptr) {
-        nothingChanged(session, request, wrong);
+        nothingChanged(feature, request, wrong);
         return {};
     }
     change(*filter);
-    return told(session, {filterData(id, filter->status, text)});
+    return indication(feature, {filterData(id, filter->status, text)});
 }
 
-Answers updateLatencyLevel(Session& session, const ServiceMsg& request) {
+Answers updateLatencyLevel(FeatureState& feature, const ServiceMsg& request) {
     const SdfProto::UpdateLatencyLevel& wanted = request.data().update_latency_level();
     const bool known = SdfProto::Level_IsValid(wanted.first_level()) &&
                        SdfProto::Level_IsValid(wanted.second_level());
@@ -167,52 +168,52 @@ Answers updateLatencyLevel(Session& session, const ServiceMsg& request) {
         filter.description.set_first_level(wanted.first_level());
         filter.description.set_second_level(wanted.second_level());
     };
-    return update(session, request, wanted.filter_id(), known ? nullptr : "a level is unknown",
+    return update(feature, request, wanted.filter_id(), known ? nullptr : "a level is unknown",
                   change, "latency levels updated");
 }
 
-Answers updateOod(Session& session, const ServiceMsg& request) {
+Answers updateOod(FeatureState& feature, const ServiceMsg& request) {
     const SdfProto::UpdateOod& wanted = request.data().update_ood();
     const bool known = SdfProto::SdfOod_IsValid(wanted.ood());
     const auto change = [&](Filter& filter) { filter.description.set_ood(wanted.ood()); };
-    return update(session, request, wanted.filter_id(), known ? nullptr : "ood is unknown", change,
+    return update(feature, request, wanted.filter_id(), known ? nullptr : "ood is unknown", change,
                   "OOD updated");
 }
 
-Answers updatePdcpTimer(Session& session, const ServiceMsg& request) {
+Answers updatePdcpTimer(FeatureState& feature, const ServiceMsg& request) {
     const SdfProto::UpdatePdcpTimer& wanted = request.data().update_pdcp_timer();
     const auto change = [&](Filter& filter) {
         filter.description.set_pdcp_timer(wanted.pdcp_timer());
     };
-    return update(session, request, wanted.filter_id(), nullptr, change, "PDCP timer updated");
+    return update(feature, request, wanted.filter_id(), nullptr, change, "PDCP timer updated");
 }
 
-Answers updateTargetDscp(Session& session, const ServiceMsg& request) {
+Answers updateTargetDscp(FeatureState& feature, const ServiceMsg& request) {
     const SdfProto::UpdateTargetDscp& wanted = request.data().update_target_dscp();
     const bool possible = wanted.target_dscp() <= kLastDscp;
     const auto change = [&](Filter& filter) { filter.targetDscp = wanted.target_dscp(); };
-    return update(session, request, wanted.filter_id(),
+    return update(feature, request, wanted.filter_id(),
                   possible ? nullptr : "target_dscp is not 0 to 63", change, "target DSCP updated");
 }
 
-Answers deleteFilter(Session& session, const ServiceMsg& request) {
+Answers deleteFilter(FeatureState& feature, const ServiceMsg& request) {
     const uint32_t id = request.data().delete_filter().filter_id();
-    if (!session.filters().remove(id)) {
-        nothingChanged(session, request, "there is no filter " + std::to_string(id));
+    if (!feature.filters().remove(id)) {
+        nothingChanged(feature, request, "there is no filter " + std::to_string(id));
         return {};
     }
-    return told(session, {filterData(id, SdfProto::FILTER_DELETED, "deleted")});
+    return indication(feature, {filterData(id, SdfProto::FILTER_DELETED, "deleted")});
 }
 
 // One indication lists them all.
-Answers deleteAllFilter(Session& session, const ServiceMsg& /*request*/) {
+Answers deleteAllFilter(FeatureState& feature, const ServiceMsg& /*request*/) {
     std::vector<SdfProto::FilterData> deleted;
-    while (!session.filters().all().empty()) {
-        const uint32_t id = session.filters().all().front().id;
-        session.filters().remove(id);
+    while (!feature.filters().all().empty()) {
+        const uint32_t id = feature.filters().all().front().id;
+        feature.filters().remove(id);
         deleted.push_back(filterData(id, SdfProto::FILTER_DELETED, "deleted"));
     }
-    return told(session, deleted);
+    return indication(feature, deleted);
 }
 
 constexpr RequestHandler kHandlers[] = {

@@ -26,23 +26,23 @@ void ServiceThread::post(std::function<void()> task) {
 
 void ServiceThread::stop() {
     {
-        const std::lock_guard<std::mutex> guard(mLock);
+        const lum::utils::MutexLock guard(mLock);
         mStopped = true;
-        mChanged.notify_one();
+        mChanged.notifyOne();
     }
     if (mThread.joinable()) mThread.join();
 }
 
 bool ServiceThread::push(std::function<void()> task) {
-    const std::lock_guard<std::mutex> guard(mLock);
+    const lum::utils::MutexLock guard(mLock);
     if (mStopped) return false;
     mTasks.push_back(std::move(task));
-    mChanged.notify_one();
+    mChanged.notifyOne();
     return true;
 }
 
 void ServiceThread::serve() {
-    std::unique_lock<std::mutex> guard(mLock);
+    lum::utils::MutexLock guard(mLock);
     for (;;) {
         if (!mTasks.empty()) {
             const std::function<void()> task = std::move(mTasks.front());
@@ -54,9 +54,9 @@ void ServiceThread::serve() {
         } else {
             const auto next = mTimeline.next();
             if (!next) {
-                mChanged.wait(guard);
+                mChanged.wait(mLock);
             } else {
-                mChanged.wait_until(guard, *next);
+                mChanged.waitUntil(mLock, *next);
             }
             guard.unlock();
         }

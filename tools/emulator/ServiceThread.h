@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
 
 #include "tools/emulator/Timeline.h"
+#include "utils/Mutex.h"
 
 // The one thread that does the service's work: what clients ask for, in the order in which it
 // comes, and what is due in between. So nothing of the service's state needs a lock, and what
@@ -40,9 +39,9 @@ class ServiceThread {
     bool push(std::function<void()> task);
 
     Timeline mTimeline;
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    std::deque<std::function<void()>> mTasks;
-    bool mStopped = false;
+    lum::utils::Mutex mLock;
+    lum::utils::Condition mChanged;
+    std::deque<std::function<void()>> mTasks LUM_GUARDED_BY(mLock);
+    bool mStopped LUM_GUARDED_BY(mLock) = false;
     std::thread mThread;
 };

@@ -20,13 +20,13 @@
 #include <system_error>
 #include <thread>
 
+#include "tools/emulator/BinderService.h"
 #include "tools/emulator/ClientTable.h"
 #include "tools/emulator/CommandLine.h"
 #include "tools/emulator/HeapCount.h"
 #include "tools/emulator/LineWriter.h"
 #include "tools/emulator/MessageLog.h"
 #include "tools/emulator/ProcessStats.h"
-#include "tools/emulator/Service.h"
 
 namespace {
 
@@ -53,33 +53,34 @@ int takeSignals() {
 }
 
 const char* reasonOf(binder_exception_t refused) {
-    if (refused == EX_SECURITY) return "the socket folder is not safe to use";
-    if (refused == EX_ILLEGAL_ARGUMENT) return "the socket folder's path is too long";
-    return "the socket folder cannot be used";
+    if (refused == EX_SECURITY) return "the socket directory is not safe to use";
+    if (refused == EX_ILLEGAL_ARGUMENT) return "the socket directory's path is too long";
+    return "the socket directory cannot be used";
 }
 
 // A name that is served would be taken over, which whoever started another emulator before has
 // hardly meant.
 bool nameIsTaken() {
-    return ndk::SpAIBinder(AServiceManager_checkService(Service::descriptor)).get() != nullptr;
+    return ndk::SpAIBinder(AServiceManager_checkService(BinderService::descriptor)).get() !=
+           nullptr;
 }
 
-bool registerService(const std::shared_ptr<Service>& service) {
+bool registerService(const std::shared_ptr<BinderService>& service) {
     if (nameIsTaken()) {
         fprintf(stderr, "lum_sdf_emulator: cannot serve %s: another process serves it\n",
-                Service::descriptor);
+                BinderService::descriptor);
         return false;
     }
     const binder_exception_t refused =
-        AServiceManager_addService(service->asBinder().get(), Service::descriptor);
+        AServiceManager_addService(service->asBinder().get(), BinderService::descriptor);
     if (refused == EX_NONE) return true;
-    fprintf(stderr, "lum_sdf_emulator: cannot serve %s: %s\n", Service::descriptor,
+    fprintf(stderr, "lum_sdf_emulator: cannot serve %s: %s\n", BinderService::descriptor,
             reasonOf(refused));
     return false;
 }
 
 // To be asked before anything else is opened, which could take that number.
-bool canTellReady(int readyFd) {
+bool canSayReady(int readyFd) {
     if (readyFd < 0 || fcntl(readyFd, F_GETFD) >= 0) return true;
     fprintf(stderr, "lum_sdf_emulator: cannot write to descriptor %d: %s\n", readyFd,
             strerror(errno));
@@ -88,17 +89,17 @@ bool canTellReady(int readyFd) {
 
 // The descriptor is the starter's way to wait; whether it still waits does not matter here. Returns
 // false, and leaves the descriptor, when the line cannot be printed: some wait for that line.
-bool tellReady(MessageLog& log, int readyFd) {
+bool sayReady(MessageLog& log, int readyFd) {
     const std::string line =
-        std::string("ready: ") + Service::descriptor + " pid=" + std::to_string(getpid());
+        std::string("ready: ") + BinderService::descriptor + " pid=" + std::to_string(getpid());
     log.say(line);
     if (log.printFailed()) return false;
     if (readyFd >= 0) (void)LineWriter(readyFd, true).write(line);
     return true;
 }
 
-// Counting takes a descriptor; when none is left, that is told instead, and the service goes on.
-void tellStats(MessageLog& log, const ClientTable& clients, const DataService& work) try {
+// Counting takes a descriptor; when none is left, it says so instead, and the service goes on.
+void sayStats(MessageLog& log, const ClientTable& clients, const ServiceLogic& work) try {
     const size_t filters = work.filters();
     const int64_t blocks = heapBlocks();  // before the line makes more
     const size_t descriptors = openDescriptors();
@@ -109,7 +110,7 @@ void tellStats(MessageLog& log, const ClientTable& clients, const DataService& w
     log.notice(std::string("no stats: ") + error.what());
 }
 
-void tellState(MessageLog& log, const ClientTable& clients, const DataService& work) {
+void sayState(MessageLog& log, const ClientTable& clients, const ServiceLogic& work) {
     for (const std::string& line : work.describe()) log.say(line);
     log.say("state: clients=" + std::to_string(clients.size()));
 }
@@ -123,7 +124,7 @@ bool inputGoesOn() {
 
 // Runs until something asks for the end. Waits for nothing else, so that it always hears of that.
 void waitForEnd(int signals, bool untilEof, MessageLog& log, const ClientTable& clients,
-                Service& service) {
+                BinderService& service) {
     pollfd waited[] = {{signals, POLLIN, 0}, {untilEof ? STDIN_FILENO : -1, POLLIN, 0}};
     for (;;) {
         if (poll(waited, 2, -1) < 0) continue;
@@ -132,9 +133,9 @@ void waitForEnd(int signals, bool untilEof, MessageLog& log, const ClientTable& 
         signalfd_siginfo got{};
         if (read(signals, &got, sizeof got) != sizeof got) continue;
         if (got.ssi_signo == SIGUSR1) {
-            service.inspect([&](const DataService& work) { tellStats(log, clients, work); });
+            service.inspect([&](const ServiceLogic& work) { sayStats(log, clients, work); });
         } else if (got.ssi_signo == SIGUSR2) {
-            service.inspect([&](const DataService& work) { tellState(log, clients, work); });
+            service.inspect([&](const ServiceLogic& work) { sayState(log, clients, work); });
         } else {
             return;
         }
@@ -154,14 +155,14 @@ void limitEnd(const MessageLog& log) {
     (void)alarm(kLimitSeconds);
 }
 
-// As a service that crashes: nothing is put in order, nobody is told.
+// As a service that crashes: nothing is put in order, nobody is notified.
 void dieAtOnce() {
     (void)kill(getpid(), SIGKILL);
     for (;;) pause();
 }
 
 int serve(const Options& options) {
-    if (!canTellReady(options.readyFd)) return 1;
+    if (!canSayReady(options.readyFd)) return 1;
     holdStandardStreams();
     const int signals = takeSignals();
     if (signals < 0) {
@@ -175,13 +176,13 @@ int serve(const Options& options) {
         return 1;
     }
     ClientTable& clients = ClientTable::instance();
-    const auto service = ndk::SharedRefBase::make<Service>(
-        DataService::Config{options.policy, options.rules, dieAtOnce}, clients, log);
+    const auto service = ndk::SharedRefBase::make<BinderService>(
+        ServiceLogic::Config{options.policy, options.rules, dieAtOnce}, clients, log);
     if (!registerService(service)) return 1;
     // On a thread that ends, since it gets another name: the process keeps its own in process
     // lists.
     std::thread(ABinderProcess_startThreadPool).join();
-    if (tellReady(*log, options.readyFd)) {
+    if (sayReady(*log, options.readyFd)) {
         waitForEnd(signals, options.untilEof, *log, clients, *service);
     }
     limitEnd(*log);

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "tests/support/Hex.h"
+#include "tools/emulator/BinderService.h"
 #include "tools/emulator/RuleParser.h"
-#include "tools/emulator/Service.h"
 
 namespace {
 
@@ -23,15 +23,15 @@ class NoCallback : public aidl::vendor::orn::data::lumservice::BnLumServiceCallb
 };
 
 // A service whose way to die is to throw.
-std::shared_ptr<Service> serviceBy(const char* rule) {
-    DataService::Config config;
+std::shared_ptr<BinderService> serviceBy(const char* rule) {
+    ServiceLogic::Config config;
     config.rules = {parseRule(rule, "rule")};
     config.die = [] { throw std::runtime_error("no way to die"); };
-    return ndk::SharedRefBase::make<Service>(std::move(config), ClientTable::instance(),
-                                             std::make_shared<MessageLog>(false));
+    return ndk::SharedRefBase::make<BinderService>(std::move(config), ClientTable::instance(),
+                                                   std::make_shared<MessageLog>(false));
 }
 
-TEST(ServiceTest, ExceptionInARegistrationFailsTheCall) {
+TEST(BinderServiceTest, ExceptionInARegistrationFailsTheCall) {
     const auto service = serviceBy("on register nth 1: die before");
     const auto callback = ndk::SharedRefBase::make<NoCallback>();
     EXPECT_EQ(service->registerBlobCallback(callback).getStatus(), STATUS_UNKNOWN_ERROR);
@@ -39,7 +39,7 @@ TEST(ServiceTest, ExceptionInARegistrationFailsTheCall) {
     EXPECT_EQ(service->registerBlobCallback(callback).getStatus(), STATUS_DEAD_OBJECT);
 }
 
-TEST(ServiceTest, ExceptionInARequestFailsTheCallAndTheServiceGoesOn) {
+TEST(BinderServiceTest, ExceptionInARequestFailsTheCallAndTheServiceGoesOn) {
     const auto service = serviceBy("on any nth 1: die before");
     const auto type = aidl::vendor::orn::data::lumservice::LumSdkType::SDF;
     const std::vector<uint8_t> enable = fromHex("1A 04 0A 02 08 01");

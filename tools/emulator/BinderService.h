@@ -8,19 +8,20 @@
 #include <vector>
 
 #include "tools/emulator/ClientTable.h"
-#include "tools/emulator/DataService.h"
 #include "tools/emulator/MessageLog.h"
+#include "tools/emulator/ServiceLogic.h"
 #include "tools/emulator/ServiceThread.h"
 
-// The service as clients see it. The binder runtime calls it on threads of its pool, several at
-// once; the work is done on one thread, and each call waits for its end.
-class Service : public aidl::vendor::orn::data::lumservice::BnLumService {
+// The binder object that clients call. The binder runtime calls it on pool threads, several at
+// once; ServiceLogic does the work on one thread, and each call waits for its end.
+class BinderService : public aidl::vendor::orn::data::lumservice::BnLumService {
   public:
     using Callback = aidl::vendor::orn::data::lumservice::ILumServiceCallback;
     using LumSdkType = aidl::vendor::orn::data::lumservice::LumSdkType;
 
     // clients: lives as long as the process.
-    Service(DataService::Config config, ClientTable& clients, std::shared_ptr<MessageLog> log);
+    BinderService(ServiceLogic::Config config, ClientTable& clients,
+                  std::shared_ptr<MessageLog> log);
 
     // Keeps the callback object until its client leaves or dies. callback: null, as the generated
     // code hands it over for a null reference and for an object of another interface, is refused
@@ -34,15 +35,14 @@ class Service : public aidl::vendor::orn::data::lumservice::BnLumService {
 
     // Has somebody look at what is kept, on the thread that does the work, when it gets to that.
     // look: must not throw; is dropped once the work has ended. Any thread.
-    void inspect(std::function<void(const DataService&)> look);
+    void inspect(std::function<void(const ServiceLogic&)> look);
 
     // Ends the work: what clients ask for from now on fails. To be called before the end of the
     // process, which takes away what the work needs.
     void stop();
 
   private:
-    // What clients that die are told to, for as long as the process lives.
-    struct Core;
+    struct Work;
 
-    const std::shared_ptr<Core> mCore;
+    const std::shared_ptr<Work> mWork;  // death notifications may outlive this object
 };

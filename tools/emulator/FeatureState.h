@@ -28,15 +28,15 @@ struct LinkSettings {
 
 // What the service keeps for one feature of one client, from its first request until it leaves or
 // dies. Belongs to the thread of its timeline.
-class Session {
+class FeatureState {
   public:
-    // What a session has around it, for as long as it lives.
+    // What is around it, for as long as it lives.
     struct Surroundings {
         const Policy& policy;
         Timeline& timeline;
         // Sends what comes of time, not of a request.
-        std::function<void(const SdfProto::ClientMsg&)> tell;
-        // Tells the user of a request that made no sense.
+        std::function<void(const SdfProto::ClientMsg&)> send;
+        // Prints a notice of a request that changes nothing.
         std::function<void(const std::string&)> notice;
     };
 
@@ -44,7 +44,7 @@ class Session {
     // draws them from rand(), which gives no greater number than 2^31 - 1.
     static constexpr uint32_t kFirstAutoFilter = 0x80000001U;
 
-    Session(uid_t uid, Surroundings surroundings);
+    FeatureState(uid_t uid, Surroundings surroundings);
 
     Filters& filters() { return mFilters; }
     const Filters& filters() const { return mFilters; }
@@ -52,17 +52,17 @@ class Session {
     LinkSettings& link() { return mLink; }
     void notice(const std::string& text) const { mSurroundings.notice(text); }
 
-    // Whether the client is told of the state of its filters.
+    // Whether the client is notified of the state of its filters.
     void registerFilterStatus(bool wanted) { mWantsFilterStatus = wanted; }
-    // The message that tells of the state of filters; none if the client has not registered for it,
-    // or there are no filters to tell of.
+    // The message with the state of filters; none if the client has not registered for it, or there
+    // are no filters.
     std::optional<SdfProto::ClientMsg> filterStatus(
         const std::vector<SdfProto::FilterData>& filters) const;
 
     // High-performance gaming: while it is on, there is an automatic filter. Returns what the
-    // client is to be told of that.
+    // client is to be notified of that.
     std::vector<SdfProto::ClientMsg> setGaming(bool on);
-    // Tells of the automatic filters there are.
+    // Returns the message with the automatic filters there are.
     std::vector<SdfProto::ClientMsg> autoFilters() const;
 
     // What is kept, on one line, and one more for each filter, for the user.

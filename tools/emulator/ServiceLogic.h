@@ -12,12 +12,12 @@
 #include <vector>
 
 #include "tools/emulator/ClientTable.h"
+#include "tools/emulator/FeatureState.h"
 #include "tools/emulator/MessageLog.h"
 #include "tools/emulator/Policy.h"
 #include "tools/emulator/Reaction.h"
 #include "tools/emulator/RequestHandlers.h"
 #include "tools/emulator/RuleBook.h"
-#include "tools/emulator/Session.h"
 #include "tools/emulator/Timeline.h"
 
 // Who speaks to the service.
@@ -26,9 +26,10 @@ struct Caller {
     uid_t uid;
 };
 
-// The data service: what it does upon what clients ask for, and of its own. Belongs to the thread
-// of its timeline, on which all is called.
-class DataService {
+// What the emulated service does: carries out requests by the rules, answers, and acts of its own.
+// Keeps a FeatureState for each feature of each client. Belongs to the thread of its timeline, on
+// which all is called.
+class ServiceLogic {
   public:
     // How the service dies when a rule says so. Does not return.
     using Die = std::function<void()>;
@@ -40,10 +41,10 @@ class DataService {
     };
 
     // clients, timeline: used as long as this object lives.
-    DataService(Config config, ClientTable& clients, Timeline& timeline,
-                std::shared_ptr<MessageLog> log);
+    ServiceLogic(Config config, ClientTable& clients, Timeline& timeline,
+                 std::shared_ptr<MessageLog> log);
 
-    // Takes up a client. Fails with EX_NULL_POINTER if callback is null.
+    // Adds a client. Fails with EX_NULL_POINTER if callback is null.
     ndk::ScopedAStatus admit(const Caller& caller,
                              const std::shared_ptr<Client::Callback>& callback);
 
@@ -68,7 +69,7 @@ class DataService {
 
     struct Place {
         ClientTable::ClientPtr client;
-        std::unique_ptr<Session> session;
+        std::unique_ptr<FeatureState> state;
     };
 
     struct Answered {
@@ -83,7 +84,7 @@ class DataService {
                     const RequestHandler* handler);
     ClientTable::ClientPtr leave(const Caller& caller, int32_t type);
     Reaction reactionTo(const Caller& caller, const std::string& kind);
-    Session& sessionOf(const ClientTable::ClientPtr& client, int32_t type);
+    FeatureState& stateOf(const ClientTable::ClientPtr& client, int32_t type);
     void forget(const Client* client);
 
     void sendAll(const ClientTable::ClientPtr& client, int32_t type,

@@ -10,11 +10,11 @@
 
 #include "tests/emulator/ManualClock.h"
 #include "tests/support/Hex.h"
+#include "tools/emulator/FeatureState.h"
 #include "tools/emulator/RequestHandlers.h"
-#include "tools/emulator/Session.h"
 
-// One session of the user 1000 with a clock moved by hand, spoken to in bytes.
-class SessionFixture : public testing::Test {
+// One feature of the user 1000 with a clock moved by hand, spoken to in bytes.
+class FeatureFixture : public testing::Test {
   protected:
     using Lines = std::vector<std::string>;
 
@@ -26,7 +26,7 @@ class SessionFixture : public testing::Test {
             throw std::invalid_argument("no request: " + hex);
         }
         Lines answers;
-        for (const auto& answer : findHandler(request.event_id())->handle(session(), request)) {
+        for (const auto& answer : findHandler(request.event_id())->handle(feature(), request)) {
             answers.push_back(toHex(answer.SerializeAsString()));
         }
         return answers;
@@ -39,21 +39,21 @@ class SessionFixture : public testing::Test {
         return mTold;
     }
 
-    Session& session() {
-        if (mSession == nullptr) {
+    FeatureState& feature() {
+        if (mState == nullptr) {
             const auto tell = [this](const SdfProto::ClientMsg& message) {
                 mTold.push_back(toHex(message.SerializeAsString()));
             };
             const auto notice = [this](const std::string& text) { mNotices.push_back(text); };
-            mSession = std::make_unique<Session>(
-                1000, Session::Surroundings{mPolicy, mClock.timeline(), tell, notice});
+            mState = std::make_unique<FeatureState>(
+                1000, FeatureState::Surroundings{mPolicy, mClock.timeline(), tell, notice});
         }
-        return *mSession;
+        return *mState;
     }
 
     Policy mPolicy;  // to be set before the first request
     ManualClock mClock;
-    std::unique_ptr<Session> mSession;
+    std::unique_ptr<FeatureState> mState;
     Lines mTold;
     Lines mNotices;
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/emulator/Session.h"
+#include "tools/emulator/FeatureState.h"
 
 #include <utility>
 
@@ -77,16 +77,16 @@ std::string describeFilter(const Filter& filter) {
 
 }  // namespace
 
-Session::Session(uid_t uid, Surroundings surroundings)
+FeatureState::FeatureState(uid_t uid, Surroundings surroundings)
     : mSurroundings(std::move(surroundings)),
       mFilters(uid, mSurroundings.policy, mSurroundings.timeline,
                [this](const SdfProto::FilterData& data) {
                    const auto message = filterStatus({data});
-                   if (message) mSurroundings.tell(*message);
+                   if (message) mSurroundings.send(*message);
                }),
-      mReports(mFilters, mSurroundings.timeline, mSurroundings.tell) {}
+      mReports(mFilters, mSurroundings.timeline, mSurroundings.send) {}
 
-std::optional<ClientMsg> Session::filterStatus(
+std::optional<ClientMsg> FeatureState::filterStatus(
     const std::vector<SdfProto::FilterData>& filters) const {
     if (!mWantsFilterStatus || filters.empty()) return std::nullopt;
     ClientMsg message;
@@ -96,7 +96,7 @@ std::optional<ClientMsg> Session::filterStatus(
     return message;
 }
 
-std::vector<ClientMsg> Session::setGaming(bool on) {
+std::vector<ClientMsg> FeatureState::setGaming(bool on) {
     if (on == mAutoFilter.has_value()) return {};
     if (on) {
         mAutoFilter = mNextAutoFilter++;
@@ -107,12 +107,12 @@ std::vector<ClientMsg> Session::setGaming(bool on) {
     return {autoFilterInfo(ended, SdfProto::FILTER_DELETED)};
 }
 
-std::vector<ClientMsg> Session::autoFilters() const {
+std::vector<ClientMsg> FeatureState::autoFilters() const {
     if (!mAutoFilter) return {};
     return {autoFilterInfo(*mAutoFilter, SdfProto::FILTER_ACTIVE)};
 }
 
-std::vector<std::string> Session::describe() const {
+std::vector<std::string> FeatureState::describe() const {
     std::vector<std::string> lines{"filters=" + std::to_string(mFilters.all().size()) +
                                    " filter_status=" + onOff(mWantsFilterStatus) +
                                    " reports=" + std::to_string(mReports.interval().count()) +

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/emulator/DataService.h"
+#include "tools/emulator/ServiceLogic.h"
 
 #include <chrono>
 #include <utility>
@@ -52,16 +52,16 @@ ndk::ScopedAStatus refusedByRule() {
 
 }  // namespace
 
-DataService::DataService(Config config, ClientTable& clients, Timeline& timeline,
-                         std::shared_ptr<MessageLog> log)
+ServiceLogic::ServiceLogic(Config config, ClientTable& clients, Timeline& timeline,
+                           std::shared_ptr<MessageLog> log)
     : mConfig(std::move(config)),
       mClients(clients),
       mTimeline(timeline),
       mLog(std::move(log)),
       mRules(mConfig.rules) {}
 
-ndk::ScopedAStatus DataService::admit(const Caller& caller,
-                                      const std::shared_ptr<Client::Callback>& callback) {
+ndk::ScopedAStatus ServiceLogic::admit(const Caller& caller,
+                                       const std::shared_ptr<Client::Callback>& callback) {
     if (callback == nullptr) {
         constexpr char kWrong[] = "no callback object";
         mLog->notice(withPid("refused a registration,", caller.pid) + ": " + kWrong);
@@ -83,8 +83,8 @@ ndk::ScopedAStatus DataService::admit(const Caller& caller,
     return ndk::ScopedAStatus::ok();
 }
 
-ndk::ScopedAStatus DataService::take(const Caller& caller, int32_t type,
-                                     const std::vector<uint8_t>& blob) {
+ndk::ScopedAStatus ServiceLogic::take(const Caller& caller, int32_t type,
+                                      const std::vector<uint8_t>& blob) {
     mLog->message({Direction::kReceived, caller.pid, caller.uid, type, blob});
     SdfProto::ServiceMsg request;
     const RequestHandler* handler = nullptr;
@@ -101,23 +101,23 @@ ndk::ScopedAStatus DataService::take(const Caller& caller, int32_t type,
     return ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT, wrong.c_str());
 }
 
-void DataService::died(const Client& client) {
+void ServiceLogic::died(const Client& client) {
     mLog->client(withPid("died", client.pid));
     forget(&client);
 }
 
-size_t DataService::filters() const {
+size_t ServiceLogic::filters() const {
     size_t count = 0;
-    for (const auto& [key, place] : mPlaces) count += place.session->filters().all().size();
+    for (const auto& [key, place] : mPlaces) count += place.state->filters().all().size();
     return count;
 }
 
-std::vector<std::string> DataService::describe() const {
+std::vector<std::string> ServiceLogic::describe() const {
     std::vector<std::string> lines;
     for (const auto& [key, place] : mPlaces) {
         std::string who =
             withPid("client", place.client->pid) + " type=" + std::to_string(key.second) + " ";
-        for (const std::string& line : place.session->describe()) {
+        for (const std::string& line : place.state->describe()) {
             lines.push_back(who + line);
             who.clear();
         }
@@ -125,9 +125,9 @@ std::vector<std::string> DataService::describe() const {
     return lines;
 }
 
-ndk::ScopedAStatus DataService::carryOut(const Caller& caller, int32_t type,
-                                         const SdfProto::ServiceMsg& request,
-                                         const RequestHandler* handler) {
+ndk::ScopedAStatus ServiceLogic::carryOut(const Caller& caller, int32_t type,
+                                          const SdfProto::ServiceMsg& request,
+                                          const RequestHandler* handler) {
     const Reaction reaction = reactionTo(caller, kindOf(request));
     if (reaction.diesBefore()) mConfig.die();
     const Answered answered = reaction.refuses() ? Answered{mClients.speaker(caller.pid, type), {}}
@@ -139,9 +139,9 @@ ndk::ScopedAStatus DataService::carryOut(const Caller& caller, int32_t type,
     return reaction.refuses() ? refusedByRule() : ndk::ScopedAStatus::ok();
 }
 
-DataService::Answered DataService::answer(const Caller& caller, int32_t type,
-                                          const SdfProto::ServiceMsg& request,
-                                          const RequestHandler* handler) {
+ServiceLogic::Answered ServiceLogic::answer(const Caller& caller, int32_t type,
+                                            const SdfProto::ServiceMsg& request,
+                                            const RequestHandler* handler) {
     if (handler != nullptr && isDisable(request)) return {leave(caller, type), {}};
     ClientTable::ClientPtr client = mClients.speaker(caller.pid, type);
     if (handler == nullptr) {
@@ -154,11 +154,11 @@ DataService::Answered DataService::answer(const Caller& caller, int32_t type,
                      nameOf(request.event_id()) + " is not answered");
         return {nullptr, {}};
     }
-    Answers answers = handler->handle(sessionOf(client, type), request);
+    Answers answers = handler->handle(stateOf(client, type), request);
     return {std::move(client), std::move(answers)};
 }
 
-ClientTable::ClientPtr DataService::leave(const Caller& caller, int32_t type) {
+ClientTable::ClientPtr ServiceLogic::leave(const Caller& caller, int32_t type) {
     const ClientTable::Leaver leaver = mClients.leave(caller.pid, type);
     if (leaver.client == nullptr) return nullptr;
     if (leaver.goes) {
@@ -170,7 +170,7 @@ ClientTable::ClientPtr DataService::leave(const Caller& caller, int32_t type) {
     return leaver.client;
 }
 
-Reaction DataService::reactionTo(const Caller& caller, const std::string& kind) {
+Reaction ServiceLogic::reactionTo(const Caller& caller, const std::string& kind) {
     std::vector<const Rule*> rules = mRules.apply(kind);
     for (const Rule* const rule : rules) {
         mLog->client(withPid("rule", caller.pid) + " " + kind + ": " + rule->text);
@@ -178,29 +178,29 @@ Reaction DataService::reactionTo(const Caller& caller, const std::string& kind) 
     return Reaction(std::move(rules));
 }
 
-Session& DataService::sessionOf(const ClientTable::ClientPtr& client, int32_t type) {
+FeatureState& ServiceLogic::stateOf(const ClientTable::ClientPtr& client, int32_t type) {
     Place& place = mPlaces[{client.get(), type}];
-    if (place.session != nullptr) return *place.session;
+    if (place.state != nullptr) return *place.state;
     place.client = client;
-    const auto tell = [this, who = client.get(), type](const SdfProto::ClientMsg& message) {
+    const auto sendNow = [this, who = client.get(), type](const SdfProto::ClientMsg& message) {
         (void)send(*who, type, Outgoing(message).bytes());
     };
     const auto notice = [this, pid = client->pid](const std::string& text) {
         mLog->notice(withPid("a request changes nothing,", pid) + ": " + text);
     };
-    place.session = std::make_unique<Session>(
-        client->uid, Session::Surroundings{mConfig.policy, mTimeline, tell, notice});
-    return *place.session;
+    place.state = std::make_unique<FeatureState>(
+        client->uid, FeatureState::Surroundings{mConfig.policy, mTimeline, sendNow, notice});
+    return *place.state;
 }
 
-void DataService::forget(const Client* client) {
+void ServiceLogic::forget(const Client* client) {
     const auto first = mPlaces.lower_bound({client, INT32_MIN});
     const auto last = mPlaces.upper_bound({client, INT32_MAX});
     mPlaces.erase(first, last);
 }
 
-void DataService::sendAll(const ClientTable::ClientPtr& client, int32_t type,
-                          const std::vector<Outgoing>& messages) {
+void ServiceLogic::sendAll(const ClientTable::ClientPtr& client, int32_t type,
+                           const std::vector<Outgoing>& messages) {
     std::map<std::chrono::milliseconds, Blobs> byDelay;
     for (const Outgoing& message : messages) byDelay[message.delay].push_back(message.bytes());
     for (auto& [delay, blobs] : byDelay) {
@@ -217,14 +217,14 @@ void DataService::sendAll(const ClientTable::ClientPtr& client, int32_t type,
     }
 }
 
-void DataService::sendUntilRefused(const Client& client, int32_t type, const Blobs& blobs) {
+void ServiceLogic::sendUntilRefused(const Client& client, int32_t type, const Blobs& blobs) {
     for (const std::vector<uint8_t>& bytes : blobs) {
         // What one message could not reach, the next will not.
         if (!send(client, type, bytes)) return;
     }
 }
 
-bool DataService::send(const Client& client, int32_t type, const std::vector<uint8_t>& bytes) {
+bool ServiceLogic::send(const Client& client, int32_t type, const std::vector<uint8_t>& bytes) {
     // First, so that what a client does upon a message is printed after it.
     mLog->message({Direction::kSent, client.pid, client.uid, type, bytes});
     const ndk::ScopedAStatus status =
