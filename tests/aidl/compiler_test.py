@@ -65,6 +65,14 @@ class Workspace(unittest.TestCase):
         self.assertEqual((1, [f"{name}.aidl:{line}" for line in expected]), self.compile(name))
         self.assertEqual({}, self.output())
 
+    def all_refused(self, rows):
+        """rows: a text, what is said about it, and perhaps the other arguments of refused()."""
+        for text, *rest in rows:
+            others = rest.pop() if isinstance(rest[-1], dict) else {}
+            with self.subTest(text):
+                self.setUp()
+                self.refused(text, *rest, **others)
+
     def accepted(self, text, name, **others):
         self.write(**{name: text}, **others)
         self.assertEqual((0, []), self.compile(name))
@@ -72,12 +80,30 @@ class Workspace(unittest.TestCase):
 
 
 class SyntaxErrors(Workspace):
-    def test_unexpected_word(self):
-        self.refused(HEAD + "interface I {\n    void f(int);\n}\n",
-                     "3:15: unexpected ')', '.' or '[]' or a name should stand here")
+    REFUSED = [
+        (HEAD + "interface I {\n    void f(int);\n}\n",
+         "3:15: unexpected ')', '.' or '[]' or a name should stand here"),
+        (HEAD + "interface I { void f(); # }\n", "2:25: unexpected character '#'"),
+        (HEAD + "/* no end\ninterface I { void f(); }\n", "2:1: this comment has no end"),
+        ("interface I { void f(); }\n", "1:1: unexpected 'interface', 'package' should stand here"),
+        (HEAD + "interface I { void f(); }\ninterface J { void f(); }\n",
+         "3:1: unexpected 'interface', the end of the file should stand here"),
+        (HEAD + "parcelable P { int[][] x; }\n", "2:21: unexpected '[]', a name should stand here"),
+        (HEAD + '@Backing(type="int") enum E { A = 010 }\n',
+         "2:36: unexpected '10', ',' or '}' should stand here"),
+        ("", "1:1: unexpected end of the file, 'package' should stand here", {"name": "I"}),
+        ("\ufeff" + INTERFACE, "1:1: unexpected character '\\ufeff'"),
+        (HEAD + "interface I { void f(); \0 }\n", "2:25: unexpected character '\\x00'"),
+        (HEAD + f"interface I {{ void f(); }} {'x' * 5000}\n",
+         f"2:27: unexpected '{'x' * 57}...', the end of the file should stand here"),
+        (HEAD + "// one\r\n/* two\r\n*/ interface I {\r\n  void f()\r\n}\r\n",
+         "6:1: unexpected '}', ';' or '=' should stand here"),
+        (HEAD + "/* two\n lines */ // and one\ninterface I { void f() }\n",
+         "4:24: unexpected '}', ';' or '=' should stand here"),
+    ]
 
-    def test_unexpected_character(self):
-        self.refused(HEAD + "interface I { void f(); # }\n", "2:25: unexpected character '#'")
+    def test_refused(self):
+        self.all_refused(self.REFUSED)
 
     def test_end_of_file(self):
         self.write(I=HEAD + "interface I {")
@@ -85,45 +111,11 @@ class SyntaxErrors(Workspace):
         self.assertEqual(1, status)
         self.assertRegex(errors[0], r"^I.aidl:2:13: unexpected end of the file, .* should stand here$")
 
-    def test_open_comment(self):
-        self.refused(HEAD + "/* no end\ninterface I { void f(); }\n", "2:1: this comment has no end")
-
-    def test_no_package(self):
-        self.refused("interface I { void f(); }\n",
-                     "1:1: unexpected 'interface', 'package' should stand here")
-
-    def test_two_types_in_one_file(self):
-        self.refused(HEAD + "interface I { void f(); }\ninterface J { void f(); }\n",
-                     "3:1: unexpected 'interface', the end of the file should stand here")
-
-    def test_array_of_arrays(self):
-        self.refused(HEAD + "parcelable P { int[][] x; }\n",
-                     "2:21: unexpected '[]', a name should stand here")
-
     def test_constant(self):
         self.write(I=HEAD + "interface I { const int X = 1; }\n")
         status, errors = self.compile("I")
         self.assertEqual(1, status)
         self.assertRegex(errors[0], r"^I.aidl:2:25: unexpected 'X', ")
-
-    def test_octal(self):
-        self.refused(HEAD + '@Backing(type="int") enum E { A = 010 }\n',
-                     "2:36: unexpected '10', ',' or '}' should stand here")
-
-    def test_empty(self):
-        self.refused("", "1:1: unexpected end of the file, 'package' should stand here", name="I")
-
-    def test_characters_that_cannot_be_seen(self):
-        self.refused("\ufeff" + INTERFACE, "1:1: unexpected character '\\ufeff'")
-        self.refused(HEAD + "interface I { void f(); \0 }\n", "2:25: unexpected character '\\x00'")
-
-    def test_long_word(self):
-        self.refused(HEAD + f"interface I {{ void f(); }} {'x' * 5000}\n",
-                     f"2:27: unexpected '{'x' * 57}...', the end of the file should stand here")
-
-    def test_lines_may_end_as_elsewhere(self):
-        self.refused(HEAD + "// one\r\n/* two\r\n*/ interface I {\r\n  void f()\r\n}\r\n",
-                     "6:1: unexpected '}', ';' or '=' should stand here")
 
     def test_deep_nesting(self):
         for text in ("parcelable P {" * 5000, "parcelable P {" * 5000 + "}" * 5000):
@@ -135,12 +127,19 @@ class SyntaxErrors(Workspace):
                      "2:19: unexpected character '['")
         self.accepted(HEAD + "/* " * 5000 + "*/ interface I { void f(); }\n", "I")
 
-    def test_places_count_through_comments(self):
-        self.refused(HEAD + "/* two\n lines */ // and one\ninterface I { void f() }\n",
-                     "4:24: unexpected '}', ';' or '=' should stand here")
-
 
 class Files(Workspace):
+    REFUSED = [
+        (HEAD + "interface I { void f(); }\n", "2:11: I should be defined in p/q/I.aidl",
+         {"name": "J"}),
+        ("package p.r;\ninterface I { void f(); }\n", "2:11: I should be defined in p/r/I.aidl"),
+        (HEAD + "import p.q.X;\ninterface I { void f(); }\n",
+         "2:8: cannot find p.q.X in the directories given with -I"),
+    ]
+
+    def test_refused(self):
+        self.all_refused(self.REFUSED)
+
     def test_missing(self):
         self.assertEqual((1, ["I.aidl:1:1: cannot be read: No such file or directory"]),
                          self.compile("I"))
@@ -215,18 +214,6 @@ class Files(Workspace):
         self.write(P1500=HEAD + "parcelable P1500 { int x; }\n")
         self.assertEqual((0, []), self.compile("P0"))
 
-    def test_wrong_name(self):
-        self.refused(HEAD + "interface I { void f(); }\n",
-                     "2:11: I should be defined in p/q/I.aidl", name="J")
-
-    def test_wrong_package(self):
-        self.refused("package p.r;\ninterface I { void f(); }\n",
-                     "2:11: I should be defined in p/r/I.aidl")
-
-    def test_import_not_found(self):
-        self.refused(HEAD + "import p.q.X;\ninterface I { void f(); }\n",
-                     "2:8: cannot find p.q.X in the directories given with -I")
-
     def test_fault_in_an_imported_file_stands_there(self):
         self.write(I=HEAD + "import p.q.P;\ninterface I { void f(in P x); }\n",
                    P=HEAD + "parcelable P { int }\n")
@@ -251,17 +238,39 @@ class Files(Workspace):
 
 
 class Names(Workspace):
-    def test_unknown_type(self):
-        self.refused(HEAD + "interface I { void f(in X x); }\n",
-                     "2:25: there is no type X here: is an import missing?")
+    REFUSED = [
+        (HEAD + "interface I { void f(in X x); }\n",
+         "2:25: there is no type X here: is an import missing?"),
+        (HEAD + "interface I { void f(in P x); }\n",
+         "2:25: there is no type P here: is an import missing?", {"P": PARCELABLE}),
+        (HEAD + "interface I { void f(in p.q.P x); }\n",
+         "2:25: there is no type p.q.P here: is an import missing?", {"P": PARCELABLE}),
+        (HEAD + "import p.q.P;\nimport p.q.P;\ninterface I { void f(); }\n",
+         "3:8: line 2 imports p.q.P already", {"P": PARCELABLE}),
+        (HEAD + "interface I {\n  void f();\n  void f(int x);\n}\n",
+         "4:8: line 3 has a method f already"),
+        (HEAD + "interface I { void f(int x, long x); }\n",
+         "2:34: line 2 has an argument x already"),
+        (HEAD + "parcelable P {\n  int x;\n  long x;\n}\n", "4:8: line 3 has a member x already"),
+        (HEAD + '@Backing(type="int") enum E { A, A }\n',
+         "2:34: line 2 has an enumerator A already"),
+        (HEAD + "parcelable P { union P { int a; } int x; }\n",
+         "2:22: there is a type P in this file already"),
+        (HEAD + "interface I { void delete(int class); }\n",
+         "2:20: delete is a reserved word of C++", "2:31: class is a reserved word of C++"),
+        (HEAD + "parcelable P { int requires; }\n", "2:20: requires is a reserved word of C++"),
+        ("package p.new;\ninterface I { void f(); }\n",
+         "2:11: I should be defined in p/new/I.aidl"),
+        (HEAD + "parcelable P { int _x; }\n",
+         "2:20: _x begins with an underscore, as only made names do"),
+        (HEAD + "parcelable long { int x; }\n", "2:12: long is a word of the language",
+         {"name": "long"}),
+        (HEAD + "parcelable String { int x; }\n",
+         "2:12: the generated code uses the name String itself", {"name": "String"}),
+    ]
 
-    def test_same_package_is_imported_too(self):
-        self.refused(HEAD + "interface I { void f(in P x); }\n",
-                     "2:25: there is no type P here: is an import missing?", P=PARCELABLE)
-
-    def test_qualified_name(self):
-        self.refused(HEAD + "interface I { void f(in p.q.P x); }\n",
-                     "2:25: there is no type p.q.P here: is an import missing?", P=PARCELABLE)
+    def test_refused(self):
+        self.all_refused(self.REFUSED)
 
     def test_types_of_the_language_that_are_not_understood(self):
         for word in ("String", "IBinder", "float", "double", "char", "List"):
@@ -269,43 +278,10 @@ class Names(Workspace):
                 self.refused(HEAD + f"interface I {{ void f({word} x); }}\n",
                              f"2:22: the type {word} is not understood")
 
-    def test_imported_twice(self):
-        self.refused(HEAD + "import p.q.P;\nimport p.q.P;\ninterface I { void f(); }\n",
-                     "3:8: line 2 imports p.q.P already", P=PARCELABLE)
-
     def test_imported_from_two_packages(self):
         (self.root / "in" / "p" / "P.aidl").write_text("package p;\nparcelable P { int x; }\n")
         self.refused(HEAD + "import p.q.P;\nimport p.P;\ninterface I { void f(); }\n",
                      "3:8: there is a type P in this file already", P=PARCELABLE)
-
-    def test_duplicate_method(self):
-        self.refused(HEAD + "interface I {\n  void f();\n  void f(int x);\n}\n",
-                     "4:8: line 3 has a method f already")
-
-    def test_duplicate_argument(self):
-        self.refused(HEAD + "interface I { void f(int x, long x); }\n",
-                     "2:34: line 2 has an argument x already")
-
-    def test_duplicate_field(self):
-        self.refused(HEAD + "parcelable P {\n  int x;\n  long x;\n}\n",
-                     "4:8: line 3 has a member x already")
-
-    def test_duplicate_enumerator(self):
-        self.refused(HEAD + '@Backing(type="int") enum E { A, A }\n',
-                     "2:34: line 2 has an enumerator A already")
-
-    def test_nested_type_named_like_its_parcelable(self):
-        self.refused(HEAD + "parcelable P { union P { int a; } int x; }\n",
-                     "2:22: there is a type P in this file already")
-
-    def test_reserved_words(self):
-        self.refused(HEAD + "interface I { void delete(int class); }\n",
-                     "2:20: delete is a reserved word of C++",
-                     "2:31: class is a reserved word of C++")
-        self.refused(HEAD + "parcelable P { int requires; }\n",
-                     "2:20: requires is a reserved word of C++")
-        self.refused("package p.new;\ninterface I { void f(); }\n",
-                     "2:11: I should be defined in p/new/I.aidl")
 
     def test_words_of_the_language(self):
         for word in ("in", "out", "inout", "oneway", "interface", "parcelable", "enum", "union",
@@ -331,10 +307,6 @@ class Names(Workspace):
                 self.assertEqual(
                     (1, [f"../{word}/P.aidl:1:9: {word} cannot be the name of a namespace in C++"]),
                     self.compile(f"../{word}/P"))
-
-    def test_underscore(self):
-        self.refused(HEAD + "parcelable P { int _x; }\n",
-                     "2:20: _x begins with an underscore, as only made names do")
 
     def test_names_of_the_made_class(self):
         self.refused(HEAD + "interface I { void asBinder(); }\n",
@@ -362,78 +334,69 @@ class Names(Workspace):
         self.accepted(HEAD + '@Backing(type="int") enum E { STATUS_OK, AParcel }\n', "E")
         self.accepted(HEAD + "interface I { void f(int AParcel); }\n", "I")
 
-    def test_type_named_like_a_type_of_the_language(self):
-        self.refused(HEAD + "parcelable long { int x; }\n",
-                     "2:12: long is a word of the language", name="long")
-        self.refused(HEAD + "parcelable String { int x; }\n",
-                     "2:12: the generated code uses the name String itself", name="String")
-
 
 class Interfaces(Workspace):
-    def test_missing_in(self):
-        self.refused(HEAD + "import p.q.P;\ninterface I { void f(byte[] a, P b); }\n",
-                     "3:22: byte[] can be in or out: say in before it",
-                     "3:32: P can be in or out: say in before it", P=PARCELABLE)
+    REFUSED = [
+        (HEAD + "import p.q.P;\ninterface I { void f(byte[] a, P b); }\n",
+         "3:22: byte[] can be in or out: say in before it",
+         "3:32: P can be in or out: say in before it", {"P": PARCELABLE}),
+        (HEAD + "interface I { void f(out byte[] a, inout int[] b); }\n",
+         "2:22: the direction out is not understood",
+         "2:36: the direction inout is not understood"),
+        (HEAD + "oneway interface I { void f(out byte[] a); }\n",
+         "2:29: a one-way method gives nothing back: its arguments can only be in"),
+        (HEAD + "interface I { void f(out int a); }\n", "2:22: int can only be in"),
+        (HEAD + "interface I { int f(); }\n", "2:15: results other than void are not understood"),
+        (HEAD + "oneway interface I {\n  void f();\n  int g();\n}\n",
+         "4:3: a one-way method returns nothing: its result must be void"),
+        (HEAD + "interface I { void[] f(); }\n",
+         "2:15: results other than void are not understood"),
+        (HEAD + "interface I { void f(void x); }\n", "2:22: only a method's result can be void"),
+        (HEAD + "interface I { oneway void f(); }\n",
+         "2:27: one-way methods are understood only in a one-way interface"),
+        (HEAD + "interface I { void f() = 7; }\n",
+         "2:26: method numbers cannot be chosen: they count from 1"),
+        (HEAD + "interface I {}\n", "2:11: I needs at least one method"),
+        (HEAD + "@VintfStability interface I { @nullable void f(); }\n",
+         "2:2: @VintfStability is not understood here", "2:32: @nullable is not understood here"),
+        (HEAD + "interface I { void f(@nullable I x); }\n",
+         "2:23: @nullable is not understood on an argument"),
+        (HEAD + "interface I { void f(in I[] x); }\n",
+         "2:25: arrays of interfaces are not understood"),
+        (HEAD + "import p.q.J;\ninterface I { void f(J x); }\n",
+         "3:11: types import one another: I -> J -> I",
+         {"J": HEAD + "import p.q.I;\ninterface J { void f(I x); }\n"}),
+    ]
 
-    def test_out(self):
-        self.refused(HEAD + "interface I { void f(out byte[] a, inout int[] b); }\n",
-                     "2:22: the direction out is not understood",
-                     "2:36: the direction inout is not understood")
-
-    def test_out_of_a_one_way_method(self):
-        self.refused(HEAD + "oneway interface I { void f(out byte[] a); }\n",
-                     "2:29: a one-way method gives nothing back: its arguments can only be in")
-
-    def test_out_of_a_number(self):
-        self.refused(HEAD + "interface I { void f(out int a); }\n", "2:22: int can only be in")
-
-    def test_result(self):
-        self.refused(HEAD + "interface I { int f(); }\n",
-                     "2:15: results other than void are not understood")
-
-    def test_result_of_a_one_way_method(self):
-        self.refused(HEAD + "oneway interface I {\n  void f();\n  int g();\n}\n",
-                     "4:3: a one-way method returns nothing: its result must be void")
-
-    def test_array_of_nothing(self):
-        self.refused(HEAD + "interface I { void[] f(); }\n",
-                     "2:15: results other than void are not understood")
-
-    def test_void_argument(self):
-        self.refused(HEAD + "interface I { void f(void x); }\n",
-                     "2:22: only a method's result can be void")
-
-    def test_one_way_method_among_others(self):
-        self.refused(HEAD + "interface I { oneway void f(); }\n",
-                     "2:27: one-way methods are understood only in a one-way interface")
-
-    def test_method_number(self):
-        self.refused(HEAD + "interface I { void f() = 7; }\n",
-                     "2:26: method numbers cannot be chosen: they count from 1")
-
-    def test_no_method(self):
-        self.refused(HEAD + "interface I {}\n", "2:11: I needs at least one method")
-
-    def test_annotations(self):
-        self.refused(HEAD + "@VintfStability interface I { @nullable void f(); }\n",
-                     "2:2: @VintfStability is not understood here",
-                     "2:32: @nullable is not understood here")
-        self.refused(HEAD + "interface I { void f(@nullable I x); }\n",
-                     "2:23: @nullable is not understood on an argument")
-
-    def test_array_of_interfaces(self):
-        self.refused(HEAD + "interface I { void f(in I[] x); }\n",
-                     "2:25: arrays of interfaces are not understood")
-
-    def test_circle(self):
-        self.refused(HEAD + "import p.q.J;\ninterface I { void f(J x); }\n",
-                     "3:11: types import one another: I -> J -> I",
-                     J=HEAD + "import p.q.I;\ninterface J { void f(I x); }\n")
+    def test_refused(self):
+        self.all_refused(self.REFUSED)
 
 
 class Enumerations(Workspace):
-    def test_no_backing(self):
-        self.refused(HEAD + "enum E { A }\n", '2:6: E needs a @Backing(type="...")')
+    REFUSED = [
+        (HEAD + "enum E { A }\n", '2:6: E needs a @Backing(type="...")'),
+        (HEAD + '@Backing(type="int") @Backing(type="int") enum E { A }\n',
+         "2:23: there is a @Backing already"),
+        (HEAD + '@Deprecated @Backing(type="int") enum E { A }\n',
+         "2:2: @Deprecated is not understood here"),
+        (HEAD + '@Backing(type="int") enum E {}\n', "2:27: E needs at least one enumerator"),
+        (HEAD + '@Backing(type="byte") enum E { A = 127, B, C = -129 }\n',
+         "2:41: 128 does not fit the backing type byte",
+         "2:44: -129 does not fit the backing type byte"),
+        (HEAD + '@Backing(type="int") enum E { A = 2147483648, B }\n',
+         "2:31: 2147483648 does not fit the backing type int"),
+        (HEAD + '@Backing(type="int") enum E { A = 0x100000000 }\n',
+         "2:31: 0x100000000 does not fit the backing type int"),
+        (HEAD + '@Backing(type="byte") enum E { A = 0xff }\n',
+         "2:32: 0xff does not fit the backing type byte"),
+        (HEAD + '@Backing(type="int", type="long") enum E { A }\n',
+         "2:2: @Backing has an argument twice"),
+        (HEAD + '@Backing(type="int") enum E { A = 1, B = 0, C }\n',
+         "2:45: 1 is the value of A already"),
+    ]
+
+    def test_refused(self):
+        self.all_refused(self.REFUSED)
 
     def test_unknown_backing(self):
         wanted = '2:2: @Backing should have type="byte" or "int" or "long"'
@@ -441,43 +404,12 @@ class Enumerations(Workspace):
         self.refused(HEAD + '@Backing(kind="int") enum E { A }\n', wanted)
         self.refused(HEAD + "@Backing enum E { A }\n", wanted)
 
-    def test_two_backings(self):
-        self.refused(HEAD + '@Backing(type="int") @Backing(type="int") enum E { A }\n',
-                     "2:23: there is a @Backing already")
-
-    def test_other_annotation(self):
-        self.refused(HEAD + '@Deprecated @Backing(type="int") enum E { A }\n',
-                     "2:2: @Deprecated is not understood here")
-
-    def test_no_enumerator(self):
-        self.refused(HEAD + '@Backing(type="int") enum E {}\n',
-                     "2:27: E needs at least one enumerator")
-
-    def test_value_too_large(self):
-        self.refused(HEAD + '@Backing(type="byte") enum E { A = 127, B, C = -129 }\n',
-                     "2:41: 128 does not fit the backing type byte",
-                     "2:44: -129 does not fit the backing type byte")
-        self.refused(HEAD + '@Backing(type="int") enum E { A = 2147483648, B }\n',
-                     "2:31: 2147483648 does not fit the backing type int")
-        self.refused(HEAD + '@Backing(type="int") enum E { A = 0x100000000 }\n',
-                     "2:31: 0x100000000 does not fit the backing type int")
-        self.refused(HEAD + '@Backing(type="byte") enum E { A = 0xff }\n',
-                     "2:32: 0xff does not fit the backing type byte")
-
     def test_number_of_many_digits(self):
         for digits in ("9" * 5000, "-" + "9" * 5000, "0x" + "f" * 5000):
             self.refused(HEAD + f'@Backing(type="long") enum E {{ A = {digits}, B }}\n',
                          f"2:32: {digits[:57]}... does not fit the backing type long")
         made = self.accepted(HEAD + f'@Backing(type="int") enum E {{ A = 0x{"0" * 5000}7 }}\n', "E")
         self.assertIn("    A = 7,\n", made["include/aidl/p/q/E.h"])
-
-    def test_argument_of_an_annotation_twice(self):
-        self.refused(HEAD + '@Backing(type="int", type="long") enum E { A }\n',
-                     "2:2: @Backing has an argument twice")
-
-    def test_value_taken(self):
-        self.refused(HEAD + '@Backing(type="int") enum E { A = 1, B = 0, C }\n',
-                     "2:45: 1 is the value of A already")
 
     def test_values(self):
         made = self.accepted(
@@ -495,43 +427,27 @@ class Enumerations(Workspace):
 
 
 class Parcelables(Workspace):
-    def test_default_value(self):
-        self.refused(HEAD + "parcelable P { int x = 1; }\n", "2:24: default values are not understood")
+    REFUSED = [
+        (HEAD + "parcelable P { int x = 1; }\n", "2:24: default values are not understood"),
+        (HEAD + "parcelable P { @nullable int[] x; }\n", "2:17: @nullable is not understood here"),
+        (HEAD + "parcelable P { void x; }\n", "2:16: only a method's result can be void"),
+        (HEAD + "import p.q.I;\nparcelable P { I x; }\n",
+         "3:16: a field cannot be an interface here", {"I": INTERFACE, "name": "P"}),
+        (HEAD + "parcelable P { P x; }\n", "2:16: P would contain itself"),
+        (HEAD + "parcelable P { P[] x; }\n", "2:16: P would contain itself"),
+        (HEAD + "parcelable P { union U { U a; P b; } U x; }\n", "2:26: U would contain itself",
+         "2:31: P would contain itself"),
+        (HEAD + "import p.q.Q;\nparcelable P { Q x; }\n",
+         "3:12: types import one another: P -> Q -> R -> P",
+         {"Q": HEAD + "import p.q.R;\nparcelable Q { R x; }\n", "R": HEAD + "import p.q.P;\nparcelable R { P x; }\n"}),
+        (HEAD + "parcelable P { parcelable Q { int x; } int y; }\n",
+         "2:16: unexpected 'parcelable', '@' or 'union' or '}' or a name should stand here"),
+        (HEAD + "parcelable P { union U {} int x; }\n", "2:22: U needs at least one member"),
+        (HEAD + "union P { int a; }\n", "2:7: a union is understood only inside a parcelable"),
+    ]
 
-    def test_annotation(self):
-        self.refused(HEAD + "parcelable P { @nullable int[] x; }\n",
-                     "2:17: @nullable is not understood here")
-
-    def test_void_field(self):
-        self.refused(HEAD + "parcelable P { void x; }\n", "2:16: only a method's result can be void")
-
-    def test_interface_field(self):
-        self.refused(HEAD + "import p.q.I;\nparcelable P { I x; }\n",
-                     "3:16: a field cannot be an interface here", I=INTERFACE, name="P")
-
-    def test_contains_itself(self):
-        self.refused(HEAD + "parcelable P { P x; }\n", "2:16: P would contain itself")
-        self.refused(HEAD + "parcelable P { P[] x; }\n", "2:16: P would contain itself")
-        self.refused(HEAD + "parcelable P { union U { U a; P b; } U x; }\n",
-                     "2:26: U would contain itself", "2:31: P would contain itself")
-
-    def test_contain_one_another(self):
-        self.refused(HEAD + "import p.q.Q;\nparcelable P { Q x; }\n",
-                     "3:12: types import one another: P -> Q -> R -> P",
-                     Q=HEAD + "import p.q.R;\nparcelable Q { R x; }\n",
-                     R=HEAD + "import p.q.P;\nparcelable R { P x; }\n")
-
-    def test_nested_types_other_than_unions(self):
-        self.refused(HEAD + "parcelable P { parcelable Q { int x; } int y; }\n",
-                     "2:16: unexpected 'parcelable', '@' or 'union' or '}' or a name should stand here")
-
-    def test_union_of_nothing(self):
-        self.refused(HEAD + "parcelable P { union U {} int x; }\n",
-                     "2:22: U needs at least one member")
-
-    def test_union_on_its_own(self):
-        self.refused(HEAD + "union P { int a; }\n",
-                     "2:7: a union is understood only inside a parcelable")
+    def test_refused(self):
+        self.all_refused(self.REFUSED)
 
     def test_fields_may_have_names_that_the_functions_use_inside(self):
         made = self.accepted(HEAD + "parcelable P { int size; int status; int parcel; int start; }\n",

@@ -67,8 +67,8 @@ class DoctorTest : public testing::Test {
     }
 
     // Runs it with that directory and expects it to see what is wrong with it.
-    static void expectWrongFolder(const std::string& path, const std::string& trouble,
-                                  const std::string& advice) {
+    static void expectWrongDirectory(const std::string& path, const std::string& trouble,
+                                     const std::string& advice) {
         const Outcome run = runSdfctl("doctor", {}, {"LUM_BINDER_DIR=" + path});
         EXPECT_EQ(run.status, 10);
         ASSERT_EQ(run.lines.size(), 2U);
@@ -133,7 +133,7 @@ TEST_F(DoctorTest, ObjectsForPrograms) {
     EXPECT_TRUE(object["advice"].is_string());
 }
 
-TEST_F(DoctorTest, FolderThatIsOpenToOthers) {
+TEST_F(DoctorTest, DirectoryThatIsOpenToOthers) {
     ASSERT_EQ(chmod(mFolder.path().c_str(), 0750), 0);
     expectFailure("directory", 10, mFolder.path() + ": it is open to others",
                   "        Make it this user's alone (chmod 700), ");
@@ -144,25 +144,23 @@ TEST_F(DoctorTest, NobodyServesTheName) {
                   "        Start it: ");
 }
 
-TEST_F(DoctorTest, FolderThatDoesNotExistYet) {
+TEST_F(DoctorTest, DirectoryThatDoesNotExistYet) {
     const Outcome run = runSdfctl("doctor", {}, {"LUM_BINDER_DIR=" + mFolder.path() + "/none"});
     EXPECT_EQ(run.status, 11);
     EXPECT_EQ(run.lines[0], "ok      directory: " + mFolder.path() + "/none can be used");
 }
 
-TEST_F(DoctorTest, FolderWithoutAParent) {
+TEST_F(DoctorTest, DirectoryWithoutAParent) {
     const std::string parent = mFolder.path() + "/none";
-    expectWrongFolder(
-        parent + "/binder",
-        "neither it nor its parent " + parent + " is there (No such file or directory)",
-        "        Make it (mkdir -p), or set LUM_BINDER_DIR ");
-    expectWrongFolder(
-        parent + "/binder//",
-        "neither it nor its parent " + parent + " is there (No such file or directory)",
-        "        Make it (mkdir -p), or set LUM_BINDER_DIR ");
+    for (const char* const path : {"/binder", "/binder//"}) {
+        expectWrongDirectory(
+            parent + path,
+            "neither it nor its parent " + parent + " is there (No such file or directory)",
+            "        Make it (mkdir -p), or set LUM_BINDER_DIR ");
+    }
 }
 
-TEST_F(DoctorTest, FolderThatThisUserMayNotWriteTo) {
+TEST_F(DoctorTest, DirectoryThatThisUserMayNotWriteTo) {
     if (!canBeOrdinary()) GTEST_SKIP() << "root cannot do without its rights here";
     ASSERT_EQ(chmod(mFolder.path().c_str(), 0500), 0);
     const std::pair<std::string, std::string> kTroubles[] = {
@@ -179,7 +177,7 @@ TEST_F(DoctorTest, FolderThatThisUserMayNotWriteTo) {
 }
 
 // 107 bytes with "/vendor.orn.data.lumservice.ILumService.socket" is what a socket's address holds.
-TEST_F(DoctorTest, FolderWhoseNameIsTooLong) {
+TEST_F(DoctorTest, DirectoryWhoseNameIsTooLong) {
     const std::string longest =
         mFolder.path() + "/" + std::string(64 - mFolder.path().size() - 1, 'x');
     setenv("LUM_BINDER_DIR", longest.c_str(), 1);
@@ -187,8 +185,8 @@ TEST_F(DoctorTest, FolderWhoseNameIsTooLong) {
     const Outcome run = runSdfctl("doctor");
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.lines[0], "ok      directory: " + longest + " can be used");
-    expectWrongFolder(longest + "y", "its path has 65 bytes, and may have 64 at most",
-                      "        Set LUM_BINDER_DIR to a shorter path, ");
+    expectWrongDirectory(longest + "y", "its path has 65 bytes, and may have 64 at most",
+                         "        Set LUM_BINDER_DIR to a shorter path, ");
     ChildProcess refused({EmulatorProcess::program()}, {"LUM_BINDER_DIR=" + longest + "y"});
     EXPECT_EQ(refused.wait(), 1);
 }
@@ -254,62 +252,35 @@ TEST_F(DoctorTest, CommandAmongOthersEndsWithASignal) {
     EXPECT_EQ(child.wait(), 128 + SIGTERM);  // with all of its output: no process is left behind
 }
 
-TEST_F(DoctorTest, RefusedCallback) {
-    const EmulatorProcess emulator({"--rule", "on register: refuse"});
-    expectFailure("callback", 12, kRefused, kRefusedAdvice);
-}
-
-TEST_F(DoctorTest, ServiceThatDiesOfTheCallbackObject) {
-    const EmulatorProcess emulator({"--rule", "on register: die before"});
-    expectFailure("callback", 12, kDead, kDiedAdvice);
-}
-
-TEST_F(DoctorTest, RefusedSends) {
-    const EmulatorProcess emulator({"--rule", "on any: refuse"});
-    expectFailure("send", 13, kRefused, kRefusedAdvice);
-}
-
-TEST_F(DoctorTest, ServiceThatDiesOfTheFirstRequest) {
-    const EmulatorProcess emulator({"--rule", "on enable: die after"});
-    expectFailure("send", 13, kDead, kDiedAdvice);
-}
-
-TEST_F(DoctorTest, ServiceThatIsNeverUp) {
-    const EmulatorProcess emulator({"--rule", "on enable: never"});
-    expectFailure("up", 14, "it says nothing", kNotUpAdvice, "--timeout 2 doctor");
-}
-
-TEST_F(DoctorTest, ServiceThatSaysThatItIsDown) {
-    const EmulatorProcess emulator({"--rule", "on enable: never, status SERVICE_DOWN"});
-    expectFailure("up", 14, "its status is SERVICE_DOWN", kNotUpAdvice);
-}
-
-TEST_F(DoctorTest, ServiceThatSaysThatItIsDownAfterItWasUp) {
-    const EmulatorProcess emulator({"--rule", "on enable: status SERVICE_DOWN"});
-    expectFailure("answer", 15, "it then said SERVICE_DOWN",
-                  "        It is there, but no longer serves this client: ");
-}
-
-TEST_F(DoctorTest, RefusedRequest) {
-    const EmulatorProcess emulator({"--rule", "on get_filters: refuse"});
-    expectFailure("answer", 15, kRefused, kRefusedAdvice);
-}
-
-TEST_F(DoctorTest, RequestsThatAreNotAnswered) {
-    const EmulatorProcess emulator({"--rule", "on get_filters: never"});
-    expectFailure(
-        "answer", 15, "it says nothing",
-        "        It takes requests and leaves them without an answer: ", "--timeout 2 doctor");
-}
-
-TEST_F(DoctorTest, LibraryThatIsToldSomethingElse) {
-    const EmulatorProcess emulator({"--rule", "on enable nth 2: never, status NOT_SUPPORTED"});
-    expectFailure("library", 16, "it reports status=-4 (not supported)", kLibraryAdvice);
-}
-
-TEST_F(DoctorTest, LibraryThatIsToldNothing) {
-    const EmulatorProcess emulator({"--rule", "on enable nth 2: never"});
-    expectFailure("library", 16, "it reports nothing", kLibraryAdvice, "--timeout 2 doctor");
+TEST_F(DoctorTest, ServicesThatMisbehave) {
+    const struct {
+        const char* rule;
+        const char* step;
+        int status;
+        const char* trouble;
+        const char* advice;
+    } kCases[] = {
+        {"on register: refuse", "callback", 12, kRefused, kRefusedAdvice},
+        {"on register: die before", "callback", 12, kDead, kDiedAdvice},
+        {"on any: refuse", "send", 13, kRefused, kRefusedAdvice},
+        {"on enable: die after", "send", 13, kDead, kDiedAdvice},
+        {"on enable: never", "up", 14, "it says nothing", kNotUpAdvice},
+        {"on enable: never, status SERVICE_DOWN", "up", 14, "its status is SERVICE_DOWN",
+         kNotUpAdvice},
+        {"on enable: status SERVICE_DOWN", "answer", 15, "it then said SERVICE_DOWN",
+         "        It is there, but no longer serves this client: "},
+        {"on get_filters: refuse", "answer", 15, kRefused, kRefusedAdvice},
+        {"on get_filters: never", "answer", 15, "it says nothing",
+         "        It takes requests and leaves them without an answer: "},
+        {"on enable nth 2: never, status NOT_SUPPORTED", "library", 16,
+         "it reports status=-4 (not supported)", kLibraryAdvice},
+        {"on enable nth 2: never", "library", 16, "it reports nothing", kLibraryAdvice},
+    };
+    for (const auto& aCase : kCases) {
+        SCOPED_TRACE(aCase.rule);
+        const EmulatorProcess emulator({"--rule", aCase.rule});
+        expectFailure(aCase.step, aCase.status, aCase.trouble, aCase.advice, "--timeout 2 doctor");
+    }
 }
 
 TEST_F(DoctorTest, ServiceThatHangsWhenTheLibraryLeaves) {

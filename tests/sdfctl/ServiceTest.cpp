@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <csignal>
 #include <memory>
+#include <optional>
 #include <utility>
+#include <vector>
 
 #include "tests/sdfctl/Sdfctl.h"
 #include "tests/support/ChildProcess.h"
@@ -20,21 +22,32 @@ constexpr char kUp[] = "event status: status=-7 (service up)";
 constexpr char kDown[] = "event status: status=-8 (service down)";
 constexpr char kDestroyed[] = "destroySdfClient() = 0 (success)";
 constexpr char kFailed[] = "event status: status=-3 (internal error)";
-constexpr char kFailedAnswer[] =
-    "sdfctl: no event \"levels\": the status has been -3 (internal error)";
 constexpr char kSetLatency[] =
     "sdfSetLatencyLvl(slot=first, first=level-1, second=level-1, flag=off) = 1804289383 (success)";
 constexpr char kGaming[] = "sdfEnHighPerfGaming(enable=off) = 0 (success)";
 
 class ServiceTest : public testing::Test {
   protected:
-    // Runs it for a service with this rule: it fails, by what it is told in the answer's place.
-    static void failsForTheAnswer(const std::string& rule, const std::string& options) {
-        const EmulatorProcess emulator({"--rule", rule});
-        const Outcome run = runSdfctl(options + " set-latency first 1 1");
-        EXPECT_EQ(run.lines, withClient({kSetLatency, kFailed}));
-        EXPECT_EQ(run.errors, Lines{kFailedAnswer});
-        EXPECT_EQ(run.status, 1);
+    struct Case {
+        const char* rule;  // of the service; null: there is none
+        const char* arguments;
+        int status;
+        Lines lines;
+        Lines errors;  // without the program's name
+    };
+
+    static void check(const std::vector<Case>& cases) {
+        for (const Case& aCase : cases) {
+            SCOPED_TRACE(aCase.arguments);
+            std::optional<EmulatorProcess> emulator;
+            if (aCase.rule != nullptr) emulator.emplace(Lines{"--rule", aCase.rule});
+            const Outcome run = runSdfctl(aCase.arguments);
+            EXPECT_EQ(run.lines, aCase.lines);
+            Lines errors = aCase.errors;
+            for (std::string& error : errors) error.insert(0, "sdfctl: ");
+            EXPECT_EQ(run.errors, errors);
+            EXPECT_EQ(run.status, aCase.status);
+        }
     }
 
     // Starts it with a client whose service does not take anything any more.
@@ -56,28 +69,103 @@ class ServiceTest : public testing::Test {
     const SocketFolder mFolder;
 };
 
-TEST_F(ServiceTest, MissingServiceIsTold) {
-    const Outcome run = runSdfctl("--timeout 0.2 high-perf-gaming off");
-    EXPECT_EQ(run.lines, (Lines{kCreated, kDestroyed}));
-    EXPECT_EQ(run.errors,
-              Lines{"sdfctl: the service is not up after 0.2 s (\"sdfctl doctor\" tells why)"});
-    EXPECT_EQ(run.status, 3);
+TEST_F(ServiceTest, ServiceThatIsNotUp) {
+    const std::string late = "the service is not up after 0.2 s (\"sdfctl doctor\" tells why)";
+    const Lines made{kCreated, kDestroyed};
+    check({
+        {nullptr, "--timeout 0.2 high-perf-gaming off", 3, made, {late}},
+        {nullptr, "--wait=0.2 high-perf-gaming off", 3, made, {late}},
+        {nullptr, "--timeout 86400 --wait=0.2 wait up", 3, made, {late}},
+        {nullptr,
+         "--manual --timeout 0.2 create then wait up then status",
+         3,
+         made,
+         {"the service is not up after 0.2 s"}},
+        {nullptr,
+         "--manual create then high-perf-gaming off then delete-filter 1",
+         1,
+         {kCreated, "sdfEnHighPerfGaming(enable=off) = -8 (service down)",
+          "sdfDeleteFilter(filter=1) = -2 (invalid argument)", kDestroyed},
+         {}},
+        {"on enable: refuse",
+         "high-perf-gaming off",
+         3,
+         {kCreated, kFailed, kDestroyed},
+         {"the service is not up: its status is -3 (internal error) (\"sdfctl doctor\" tells why)"}},
+    });
 }
 
-TEST_F(ServiceTest, RequestsToAMissingServiceCanBeTried) {
-    const Outcome run = runSdfctl("--manual create then high-perf-gaming off then delete-filter 1");
-    EXPECT_EQ(run.lines, (Lines{kCreated, "sdfEnHighPerfGaming(enable=off) = -8 (service down)",
-                                "sdfDeleteFilter(filter=1) = -2 (invalid argument)", kDestroyed}));
-    EXPECT_EQ(run.errors, Lines{});
-    EXPECT_EQ(run.status, 1);
+TEST_F(ServiceTest, AnswersAndEventsThatAreWaitedFor) {
+    const std::string refused = "no event \"levels\": the status has been -3 (internal error)";
+    const Lines failed = withClient({kSetLatency, kFailed});
+    check({
+        {"on set_latency_level: never",
+         "--timeout 3 set-latency first 1 1 then high-perf-gaming off",
+         4,
+         withClient({kSetLatency, kGaming}),
+         {"no event \"levels\" within 3 s"}},
+        {"on set_latency_level: late 100",
+         "--no-answers set-latency first 1 1 then wait levels level-1",
+         0,
+         withClient({kSetLatency, "event levels: id=1804289383 first=level-1 second=level-1"}),
+         {}},
+        // A refused message ends the wait, and is reported however short the wait is.
+        {"on set_latency_level: refuse",
+         "--timeout 86400 set-latency first 1 1",
+         1,
+         failed,
+         {refused}},
+        {"on set_latency_level: refuse",
+         "--wait --timeout 2 set-latency first 1 1",
+         1,
+         failed,
+         {refused}},
+        {"on set_latency_level: late 86400000, status INTERNAL_ERROR",
+         "--timeout 86400 set-latency first 1 1",
+         1,
+         failed,
+         {refused}},
+        // A refused message without an answer is a failure.
+        {"on en_high_perf_gaming: refuse",
+         "high-perf-gaming off then wait status -3",
+         1,
+         withClient({kGaming, kFailed}),
+         {}},
+        {"on en_high_perf_gaming: refuse",
+         "high-perf-gaming off then wait status -3 then destroy",
+         1,
+         withClient({kGaming, kFailed}),
+         {}},
+        {"on any nth 9: never",
+         "--timeout 3 create then wait down then high-perf-gaming off",
+         4,
+         withClient({kGaming}),
+         {"the service is not down after 3 s"}},
+        {"on any nth 9: never", "wait up", 0, withClient({}), {}},
+        {"on any nth 9: never",
+         "--timeout 2 create then wait status then wait status deleted",
+         4,
+         withClient({}),
+         {"no event \"status\" with \"deleted\" within 2 s"}},
+    });
 }
 
-TEST_F(ServiceTest, KeepsAskingForAsLongAsItIsTold) {
-    const Outcome run = runSdfctl("--wait=0.2 high-perf-gaming off");
-    EXPECT_EQ(run.lines, (Lines{kCreated, kDestroyed}));
-    EXPECT_EQ(run.errors,
-              Lines{"sdfctl: the service is not up after 0.2 s (\"sdfctl doctor\" tells why)"});
-    EXPECT_EQ(run.status, 3);
+TEST_F(ServiceTest, WaitsThatNeedAClientSayThatThereIsNone) {
+    const std::string noClient = ": there is no client (\"create\" makes one)";
+    check({
+        {nullptr,
+         "--timeout 86400 --manual wait up",
+         3,
+         {},
+         {"the service cannot come up" + noClient}},
+        {nullptr, "--timeout 86400 wait down", 4, {}, {"the service cannot be lost" + noClient}},
+        {nullptr, "--timeout 86400 wait levels", 4, {}, {"no event \"levels\"" + noClient}},
+        {nullptr,
+         "--timeout 86400 wait filter-status deleted",
+         4,
+         {},
+         {"no event \"filter-status\" with \"deleted\"" + noClient}},
+    });
 }
 
 TEST_F(ServiceTest, KeepsAskingUntilTheServiceComes) {
@@ -113,7 +201,7 @@ TEST_F(ServiceTest, LostServiceRefusesUntilAskedForAgain) {
     EXPECT_EQ(child.lines().back(), kDestroyed);
 }
 
-TEST_F(ServiceTest, LostServiceIsAskedForAgainUnaskedWhenTold) {
+TEST_F(ServiceTest, LostServiceIsAskedForAgainUnaskedWhenSetSo) {
     EmulatorProcess emulator;
     ChildProcess child(sdfctlCommand("--wait"));
     child.writeLine("high-perf-gaming off");
@@ -142,23 +230,6 @@ TEST_F(ServiceTest, LostServiceIsAskedForAgainWhileOnlyWatching) {
     }
 }
 
-TEST_F(ServiceTest, RefusedSendEndsTheWaitForTheService) {
-    const EmulatorProcess emulator({"--rule", "on enable: refuse"});
-    const Outcome run = runSdfctl("high-perf-gaming off");
-    EXPECT_EQ(run.lines, (Lines{kCreated, kFailed, kDestroyed}));
-    EXPECT_EQ(run.errors, Lines{"sdfctl: the service is not up: its status is -3 (internal error) "
-                                "(\"sdfctl doctor\" tells why)"});
-    EXPECT_EQ(run.status, 3);
-}
-
-TEST_F(ServiceTest, AnswerThatDoesNotComeIsTold) {
-    const EmulatorProcess emulator({"--rule", "on set_latency_level: never"});
-    const Outcome run = runSdfctl("--timeout 3 set-latency first 1 1 then high-perf-gaming off");
-    EXPECT_EQ(run.lines, withClient({kSetLatency, kGaming}));
-    EXPECT_EQ(run.errors, Lines{"sdfctl: no event \"levels\" within 3 s"});
-    EXPECT_EQ(run.status, 4);
-}
-
 TEST_F(ServiceTest, AnswersNeedNotBeWaitedFor) {
     const EmulatorProcess emulator({"--rule", "on any: late 86400000"});
     const Outcome run = runSdfctl(
@@ -168,17 +239,6 @@ TEST_F(ServiceTest, AnswersNeedNotBeWaitedFor) {
     EXPECT_EQ(run.lines.back(),
               "sdfSetLatencyLvl(slot=first, first=level-1, second=level-1, flag=off) = -5 (invalid "
               "operation)");
-}
-
-TEST_F(ServiceTest, LateAnswersCanBeWaitedFor) {
-    const EmulatorProcess emulator({"--rule", "on set_latency_level: late 100"});
-    const Outcome run = runSdfctl("--no-answers set-latency first 1 2 then wait levels level-2");
-    const std::string call =
-        "sdfSetLatencyLvl(slot=first, first=level-1, second=level-2, flag=off) = 1804289383 "
-        "(success)";
-    EXPECT_EQ(run.lines,
-              withClient({call, "event levels: id=1804289383 first=level-1 second=level-2"}));
-    EXPECT_EQ(run.status, 0);
 }
 
 TEST_F(ServiceTest, PendingFilterBecomesActive) {
@@ -272,65 +332,6 @@ TEST_F(ServiceTest, HangUpIsIgnoredWhereItWasBefore) {
     EXPECT_EQ(child.wait(), 0);
 }
 
-TEST_F(ServiceTest, ServiceThatIsNotUpAfterWaitEndsTheRun) {
-    const Outcome run = runSdfctl("--manual --timeout 0.2 create then wait up then status");
-    EXPECT_EQ(run.lines, (Lines{kCreated, kDestroyed}));
-    EXPECT_EQ(run.errors, Lines{"sdfctl: the service is not up after 0.2 s"});
-    EXPECT_EQ(run.status, 3);
-}
-
-TEST_F(ServiceTest, ServiceThatIsNotDownAfterWaitIsToldAndTheRunGoesOn) {
-    const EmulatorProcess emulator;
-    const Outcome run = runSdfctl("--timeout 3 create then wait down then high-perf-gaming off");
-    EXPECT_EQ(run.lines, withClient({kGaming}));
-    EXPECT_EQ(run.errors, Lines{"sdfctl: the service is not down after 3 s"});
-    EXPECT_EQ(run.status, 4);
-}
-
-TEST_F(ServiceTest, WaitUntilTheServiceIsUpMakesTheClient) {
-    const EmulatorProcess emulator;
-    const Outcome run = runSdfctl("wait up");
-    EXPECT_EQ(run.lines, withClient({}));
-    EXPECT_EQ(run.errors, Lines{});
-    EXPECT_EQ(run.status, 0);
-}
-
-TEST_F(ServiceTest, WaitsThatNeedAClientSayThatThereIsNone) {
-    const std::string noClient = ": there is no client (\"create\" makes one)";
-    const struct {
-        const char* arguments;
-        std::string error;
-        int status;
-    } kCases[] = {
-        {"--timeout 86400 --manual wait up", "the service cannot come up" + noClient, 3},
-        {"--timeout 86400 wait down", "the service cannot be lost" + noClient, 4},
-        {"--timeout 86400 wait levels", "no event \"levels\"" + noClient, 4},
-        {"--timeout 86400 wait filter-status deleted",
-         "no event \"filter-status\" with \"deleted\"" + noClient, 4},
-    };
-    for (const auto& aCase : kCases) {
-        const Outcome run = runSdfctl(aCase.arguments);
-        EXPECT_EQ(run.lines, Lines{});
-        EXPECT_EQ(run.errors, Lines{"sdfctl: " + aCase.error});
-        EXPECT_EQ(run.status, aCase.status) << aCase.arguments;
-    }
-}
-
-TEST_F(ServiceTest, WaitForAValueThatDoesNotComeNamesIt) {
-    const EmulatorProcess emulator;
-    const Outcome run = runSdfctl("--timeout 2 create then wait status then wait status deleted");
-    EXPECT_EQ(run.errors, Lines{"sdfctl: no event \"status\" with \"deleted\" within 2 s"});
-    EXPECT_EQ(run.status, 4);
-}
-
-TEST_F(ServiceTest, WaitUntilTheServiceIsUpKeepsAskingWhenTold) {
-    const Outcome run = runSdfctl("--timeout 86400 --wait=0.2 wait up");
-    EXPECT_EQ(run.lines, (Lines{kCreated, kDestroyed}));
-    EXPECT_EQ(run.errors,
-              Lines{"sdfctl: the service is not up after 0.2 s (\"sdfctl doctor\" tells why)"});
-    EXPECT_EQ(run.status, 3);
-}
-
 TEST_F(ServiceTest, LostServiceThatWasWaitedForIsNoFailure) {
     EmulatorProcess emulator;
     ChildProcess child(sdfctlCommand(""));
@@ -344,27 +345,6 @@ TEST_F(ServiceTest, LostServiceThatWasWaitedForIsNoFailure) {
     EXPECT_EQ(child.errorLines(), Lines{});
 }
 
-TEST_F(ServiceTest, RefusedMessageEndsTheWaitForTheAnswer) {
-    failsForTheAnswer("on set_latency_level: refuse", "--timeout 86400");
-}
-
-TEST_F(ServiceTest, RefusedMessageIsToldHoweverShortTheWaitForTheAnswer) {
-    failsForTheAnswer("on set_latency_level: refuse", "--wait --timeout 2");
-}
-
-TEST_F(ServiceTest, InternalErrorThatTheServiceTellsEndsTheWaitForTheAnswer) {
-    failsForTheAnswer("on set_latency_level: late 86400000, status INTERNAL_ERROR",
-                      "--timeout 86400");
-}
-
-TEST_F(ServiceTest, RefusedMessageWithoutAnAnswerIsAFailure) {
-    const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: refuse"});
-    const Outcome run = runSdfctl("high-perf-gaming off then wait status -3");
-    EXPECT_EQ(run.lines, withClient({kGaming, kFailed}));
-    EXPECT_EQ(run.errors, Lines{});
-    EXPECT_EQ(run.status, 1);
-}
-
 TEST_F(ServiceTest, RefusedMessageIsAFailureForTheOlderCallbackToo) {
     const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: refuse"});
     const Outcome run = runSdfctl("enable then high-perf-gaming off then wait legacy-status 2");
@@ -374,7 +354,7 @@ TEST_F(ServiceTest, RefusedMessageIsAFailureForTheOlderCallbackToo) {
     EXPECT_EQ(run.status, 1);
 }
 
-// The message fails, too, but it is the service's death that is told.
+// The message fails, too, but it is the service's death that is reported.
 TEST_F(ServiceTest, MessageThatTheServiceDiesOfIsNotRefused) {
     const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: die before"});
     const Outcome run = runSdfctl("high-perf-gaming off then wait down");
@@ -394,14 +374,6 @@ TEST_F(ServiceTest, ClientIsDestroyedWhenItIsKnownThatTheServiceDied) {
         EXPECT_EQ(run.errors, Lines{}) << command;
         EXPECT_EQ(run.status, 0) << command;
     }
-}
-
-TEST_F(ServiceTest, ClientIsDestroyedWhenItIsKnownThatTheServiceLives) {
-    const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: refuse"});
-    const Outcome run = runSdfctl("high-perf-gaming off then wait status -3 then destroy");
-    EXPECT_EQ(run.lines, withClient({kGaming, kFailed}));
-    EXPECT_EQ(run.errors, Lines{});
-    EXPECT_EQ(run.status, 1);
 }
 
 TEST_F(ServiceTest, AnswerOfAServiceThatDiesOfTheRequestIsWaitedFor) {
