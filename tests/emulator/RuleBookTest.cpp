@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/emulator/RuleBook.h"
+#include "tools/emulator/Rule.h"
 #include "tools/emulator/RuleParser.h"
 
 namespace {

@@ -4,7 +4,6 @@
 
 #include <cstring>
 
-#include "tools/sdfctl/AddressText.h"
 #include "tools/sdfctl/Record.h"
 #include "tools/sdfctl/Words.h"
 

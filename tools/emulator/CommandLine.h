@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/emulator/Policy.h"
+#include "tools/emulator/Filters.h"
 #include "tools/emulator/Rule.h"
 
 // What the command line says.

@@ -12,7 +12,6 @@
 
 #include "proto/SdfProto.pb.h"
 #include "tools/emulator/Filters.h"
-#include "tools/emulator/Policy.h"
 #include "tools/emulator/QueueReports.h"
 #include "tools/emulator/Timeline.h"
 

@@ -1,16 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
 #include "proto/SdfProto.pb.h"
-#include "tools/emulator/Policy.h"
 #include "tools/emulator/Timeline.h"
+
+// What the user may set of the service's ways.
+struct Policy {
+    std::set<uid_t> deniedUids;                      // whose filters are rejected
+    size_t filterLimit = 64;                         // for each feature of each client
+    std::chrono::milliseconds activationDelay{0};    // 0: filters are active at once
+    std::chrono::milliseconds inactivityTimeout{0};  // 0: filters stay
+};
 
 // A filter that the service keeps: pending or active.
 struct Filter {

@@ -66,7 +66,7 @@ void mismatch(ClientMsg& message, const Action& action) {
 
 // Leaves the body in its place, with nothing in it: a field's tag and length 0.
 void emptyBody(ClientMsg& message) {
-    const auto number = static_cast<unsigned char>(message.data().msg_type_case());
+    const auto number = static_cast<unsigned int>(message.data().msg_type_case());
     if (number == ClientData::MSG_TYPE_NOT_SET) return;
     static_assert(ClientData::kAutoFilterInfoInd < 16, "a tag is one byte");
     const unsigned char empty[] = {static_cast<unsigned char>(number << 3U | 2U), 0};

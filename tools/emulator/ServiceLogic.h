@@ -13,11 +13,11 @@
 
 #include "tools/emulator/ClientTable.h"
 #include "tools/emulator/FeatureState.h"
+#include "tools/emulator/Filters.h"
 #include "tools/emulator/MessageLog.h"
-#include "tools/emulator/Policy.h"
 #include "tools/emulator/Reaction.h"
 #include "tools/emulator/RequestHandlers.h"
-#include "tools/emulator/RuleBook.h"
+#include "tools/emulator/Rule.h"
 #include "tools/emulator/Timeline.h"
 
 // Who speaks to the service.

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "tools/sdfctl/AddressText.h"
 #include "tools/sdfctl/Failure.h"
 
 namespace {

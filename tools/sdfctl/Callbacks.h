@@ -6,7 +6,32 @@
 #include <string>
 #include <vector>
 
-#include "tools/sdfctl/EventQueue.h"
+#include "tools/sdfctl/Record.h"
+#include "utils/Mutex.h"
+
+// Brings the calls of callbacks, which come on the library's threads, to the main thread, in the
+// order in which they came.
+class EventQueue {
+  public:
+    // Throws std::system_error when no descriptor is left.
+    EventQueue();
+    EventQueue(const EventQueue&) = delete;
+    EventQueue& operator=(const EventQueue&) = delete;
+
+    // Any thread.
+    void push(Event event);
+
+    // What has come since the last call. Any thread.
+    std::vector<Event> take();
+
+    // Readable while there is something to take.
+    int fd() const { return mFd; }
+
+  private:
+    const int mFd;
+    lum::utils::Mutex mLock;
+    std::vector<Event> mEvents LUM_GUARDED_BY(mLock);
+};
 
 // The callbacks that are given to the library: each puts an event into events(). The names of the
 // events are those of the functions that ask for them, as the manual page lists them.

@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "tools/sdfctl/AddressText.h"
-
 Field plain(std::string key, const std::string& text) {
     return {std::move(key), text, text};
 }

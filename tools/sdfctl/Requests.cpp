@@ -15,53 +15,49 @@ namespace {
 // The parameters of the library's functions as arguments of a command. Value: what the command line
 // fills; declare() and show() make the argument, and print it; pass() makes what the library gets.
 
+// Passed as it is.
+template <typename Plain>
+struct Same {
+    using Value = Plain;
+    using Passed = Plain;
+    static Passed pass(Session& /*session*/, Value value) { return value; }
+};
+
 template <typename Enumeration>
-struct WordParameter {
-    using Value = Enumeration;
-    using Passed = Enumeration;
+struct WordParameter : Same<Enumeration> {
     const char* name;
     const char* key;
     const Words& words;
     const char* about;
 
-    void declare(Arguments& arguments, Value& value) const {
+    void declare(Arguments& arguments, Enumeration& value) const {
         arguments.word(name, value, words, about);
     }
-    Passed pass(Session& /*session*/, Value value) const { return value; }
-    void show(Fields& fields, Passed value) const { fields.push_back(worded(key, value, words)); }
+    void show(Fields& fields, Enumeration value) const {
+        fields.push_back(worded(key, value, words));
+    }
 };
 
-struct Number {
-    using Value = unsigned int;
-    using Passed = unsigned int;
+struct Number : Same<unsigned int> {
     const char* name;
     const char* key;
     const char* about;
 
     void declare(Arguments& arguments, Value& value) const { arguments.number(name, value, about); }
-    static Passed pass(Session& /*session*/, Value value) { return value; }
     void show(Fields& fields, Passed value) const { fields.push_back(plain(key, value)); }
 };
 
-struct Switch {
-    using Value = bool;
-    using Passed = bool;
-
+struct Switch : Same<bool> {
     static void declare(Arguments& arguments, Value& value) {
         arguments.onOff("SWITCH", value, "on or off");
     }
-    static Passed pass(Session& /*session*/, Value value) { return value; }
     static void show(Fields& fields, Passed value) { fields.push_back(switched("enable", value)); }
 };
 
-struct Flag {
-    using Value = bool;
-    using Passed = bool;
-
+struct Flag : Same<bool> {
     static void declare(Arguments& arguments, Value& value) {
         arguments.flag("--flag", value, "Set the flag that is passed to the service");
     }
-    static Passed pass(Session& /*session*/, Value value) { return value; }
     static void show(Fields& fields, Passed value) { fields.push_back(switched("flag", value)); }
 };
 
@@ -146,18 +142,18 @@ Action request(Arguments& arguments, const char* function, Body body, Parameters
 }
 
 WordParameter<SdfSlotID> slot() {
-    return {"SLOT", "slot", slotWords(), "SIM slot"};
+    return {{}, "SLOT", "slot", slotWords(), "SIM slot"};
 }
 WordParameter<SdfLatencyLvl> first() {
-    return {"FIRST", "first", levelWords(), "First level"};
+    return {{}, "FIRST", "first", levelWords(), "First level"};
 }
 WordParameter<SdfLatencyLvl> second() {
-    return {"SECOND", "second", levelWords(), "Second level"};
+    return {{}, "SECOND", "second", levelWords(), "Second level"};
 }
 WordParameter<SdfOod> ood() {
-    return {"OOD", "ood", oodWords(), "Out-of-order delivery"};
+    return {{}, "OOD", "ood", oodWords(), "Out-of-order delivery"};
 }
-constexpr Number kTimer{"TIMER", "pdcp_timer", "PDCP timer, in the service's unit"};
+constexpr Number kTimer{{}, "TIMER", "pdcp_timer", "PDCP timer, in the service's unit"};
 
 // Waits for the answer that names the request.
 void awaitAnswer(Session& session, const char* event, const char* key, long long id) {
@@ -270,7 +266,7 @@ std::vector<Command> requestCommands() {
         {"update-target-dscp", "sdfUpdateTargetDscp(): change a filter's DSCP",
          [](A& a) {
              return request(a, "sdfUpdateTargetDscp", sdfUpdateTargetDscp, Filter{},
-                            Number{"DSCP", "target_dscp", "Target DSCP"});
+                            Number{{}, "DSCP", "target_dscp", "Target DSCP"});
          }},
         {"update-dds-ood", "sdfUpdateDdsOod(): out-of-order delivery of default data",
          [](A& a) { return request(a, "sdfUpdateDdsOod", sdfUpdateDdsOod, ood()); }},
@@ -309,7 +305,8 @@ std::vector<Command> requestCommands() {
          [](A& a) {
              return request(
                  a, "sdfRegPriorityQueueReports", sdfRegPriorityQueueReports, Switch{},
-                 Number{"VALUE", "report_value", "Report value, which the service knows to read"},
+                 Number{
+                     {}, "VALUE", "report_value", "Report value, which the service knows to read"},
                  Callback{callbacks::onQueueReport});
          }},
         {"get-priority-queue-report", "sdfGetPriorityQueueReport(): ask for one report",

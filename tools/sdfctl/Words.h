@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <sys/socket.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
 
-// The words that stand for the values of the interface on the command line and in what is printed.
+// The texts that stand for the values of the interface on the command line and in what is printed.
 
 struct Word {
     std::string text;
@@ -44,3 +46,12 @@ std::string listOf(const std::vector<std::string>& texts);
 inline std::string listOf(const Words& words) {
     return listOf(textsOf(words));
 }
+
+// Reads the address and port of one end of a flow: 192.0.2.1:5000, [2001:db8::1]:443, an address
+// without a port (192.0.2.1, 2001:db8::1, [2001:db8::1]), or "none", which is all 0. Returns false,
+// and leaves `address` as it is, for other text.
+bool readAddress(const std::string& text, sockaddr_storage& address);
+
+// The same text for an address; the port is left out when it is 0. "family " and a word or number
+// for one that is neither IPv4 nor IPv6, nor none.
+std::string addressText(const sockaddr_storage& address);

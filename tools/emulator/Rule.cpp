@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/emulator/RuleBook.h"
+#include "tools/emulator/Rule.h"
 
 namespace {
 
