@@ -32,12 +32,7 @@ TEST_P(FilterCheckTest, SaysWhatIsWrong) {
 
 const Case kCases[] = {
     {"Good", [](AddFilter&) {}, ""},
-    {"Family6",
-     [](AddFilter& f) {
-         f.set_src_ip("::1");
-         f.set_dest_ip("2001:db8::1");
-     },
-     ""},
+    {"Family6", [](AddFilter& f) { f.set_src_ip("::1"), f.set_dest_ip("2001:db8::1"); }, ""},
     {"NoSource", [](AddFilter& f) { f.clear_src_ip(); }, "src_ip is no numeric address"},
     {"NamedSource", [](AddFilter& f) { f.set_src_ip("localhost"); },
      "src_ip is no numeric address"},
@@ -50,41 +45,23 @@ const Case kCases[] = {
     {"SourcePortTooHigh", [](AddFilter& f) { f.set_src_port(65536); },
      "src_port is not 0 to 65535"},
     {"SourcePortNegative", [](AddFilter& f) { f.set_src_port(-1); }, "src_port is not 0 to 65535"},
-    {"LastSourceRange",
-     [](AddFilter& f) {
-         f.set_src_port(65000);
-         f.set_src_port_range(535);
-     },
-     ""},
-    {"SourceRangeTooLong",
-     [](AddFilter& f) {
-         f.set_src_port(65000);
-         f.set_src_port_range(536);
-     },
+    {"LastSourceRange", [](AddFilter& f) { f.set_src_port(65000), f.set_src_port_range(535); }, ""},
+    {"SourceRangeTooLong", [](AddFilter& f) { f.set_src_port(65000), f.set_src_port_range(536); },
      "src_port plus src_port_range exceeds 65535"},
     {"SourceRangeThatWouldWrap", [](AddFilter& f) { f.set_src_port_range(4294967295U); },
      "src_port plus src_port_range exceeds 65535"},
     {"DestinationPortTooHigh", [](AddFilter& f) { f.set_dest_port(65536); },
      "dest_port is not 0 to 65535"},
-    {"LastDestinationRange",
-     [](AddFilter& f) {
-         f.set_dest_port(1);
-         f.set_dest_port_range(65534);
-     },
+    {"LastDestinationRange", [](AddFilter& f) { f.set_dest_port(1), f.set_dest_port_range(65534); },
      ""},
     {"DestinationRangeTooLong",
-     [](AddFilter& f) {
-         f.set_dest_port(1);
-         f.set_dest_port_range(65535);
-     },
+     [](AddFilter& f) { f.set_dest_port(1), f.set_dest_port_range(65535); },
      "dest_port plus dest_port_range exceeds 65535"},
     {"LastValues",
      [](AddFilter& f) {
-         f.set_protocol(SdfProto::PROTOCOL_TCPUDP);
-         f.set_first_level(SdfProto::L6);
-         f.set_second_level(SdfProto::L6);
-         f.set_ood(SdfProto::SDF_OOD_DISABLED);
-         f.set_app_type(SdfProto::APP_TYPE_TRAFFIC_PRIO_BE);
+         f.set_protocol(SdfProto::PROTOCOL_TCPUDP), f.set_first_level(SdfProto::L6),
+             f.set_second_level(SdfProto::L6), f.set_ood(SdfProto::SDF_OOD_DISABLED),
+             f.set_app_type(SdfProto::APP_TYPE_TRAFFIC_PRIO_BE);
      },
      ""},
     {"Protocol", [](AddFilter& f) { f.set_protocol(static_cast<SdfProto::Protocol>(4)); },
@@ -98,8 +75,7 @@ const Case kCases[] = {
      "app_type is unknown"},
     {"TheFirstWrongThing",
      [](AddFilter& f) {
-         f.set_dest_port(70000);
-         f.set_app_type(static_cast<SdfProto::AppType>(34));
+         f.set_dest_port(70000), f.set_app_type(static_cast<SdfProto::AppType>(34));
      },
      "dest_port is not 0 to 65535"},
 };

@@ -39,7 +39,7 @@ std::string added(const std::string& id, const std::string& status, const std::s
 }
 
 // ClientMsg { FILTER_STATUS_INDICATION, filter_status_indication { filters { ... } } }
-std::string told(const std::string& id, const std::string& status, const std::string& text) {
+std::string indication(const std::string& id, const std::string& status, const std::string& text) {
     return "08 02 " + in("1A", in("1A", in("12", data(id, status, text))));
 }
 
@@ -99,6 +99,7 @@ TEST_F(FilterRequestsTest, IdInUseComesBeforeADuplicate) {
 
 TEST_F(FilterRequestsTest, LimitIsKept) {
     mPolicy.filterLimit = 2;
+    mPolicy.deniedUids = {999};  // another user
     ask(add("07"));
     ask(add("08", "18 01"));
     EXPECT_EQ(ask(add("09", "18 02")), Lines{added("09", "05", "no more than 2 filters")});
@@ -122,11 +123,6 @@ TEST_F(FilterRequestsTest, UserWithoutPermissionIsRejectedWhateverItAsks) {
     EXPECT_EQ(ask(kGetFilters), Lines{kNoFilters});
 }
 
-TEST_F(FilterRequestsTest, OtherUsersHavePermission) {
-    mPolicy.deniedUids = {999};
-    EXPECT_EQ(ask(add("07")), Lines{added("07", "01", "active")});
-}
-
 TEST_F(FilterRequestsTest, IdsThatCannotNameAFilterAreRejected) {
     EXPECT_EQ(
         ask(add("00")),
@@ -145,20 +141,20 @@ TEST_F(FilterRequestsTest, IdsThatCannotNameAFilterAreRejected) {
     EXPECT_EQ(ask(add("FF FF FF FF 0F", "18 01")), Lines{added("FF FF FF FF 0F", "01", "active")});
 }
 
-TEST_F(FilterRequestsTest, PendingFilterBecomesActiveAndTellsThoseWhoRegistered) {
+TEST_F(FilterRequestsTest, PendingFilterBecomesActiveAndNotifiesThoseWhoRegistered) {
     mPolicy.activationDelay = milliseconds(50);
     ask(kRegFilterStatus);
     EXPECT_EQ(ask(add("07")), Lines{added("07", "00", "not yet active")});
     EXPECT_EQ(ask(kGetFilters),
               Lines{"08 04 " + in("1A", in("2A", in("12", data("07", "00", "not yet active"))))});
     EXPECT_EQ(pass(49), Lines{});
-    EXPECT_EQ(pass(1), Lines{told("07", "01", "active")});
+    EXPECT_EQ(pass(1), Lines{indication("07", "01", "active")});
     EXPECT_EQ(ask(kGetFilters),
               Lines{"08 04 " + in("1A", in("2A", in("12", data("07", "01", "active"))))});
     EXPECT_EQ(pass(1000), Lines{});
 }
 
-TEST_F(FilterRequestsTest, NobodyIsToldWithoutRegistration) {
+TEST_F(FilterRequestsTest, NobodyIsNotifiedWithoutRegistration) {
     mPolicy.activationDelay = milliseconds(50);
     mPolicy.inactivityTimeout = milliseconds(100);
     ask(add("07"));
@@ -181,7 +177,7 @@ TEST_F(FilterRequestsTest, PendingFilterThatIsDeletedDoesNotBecomeActive) {
     mPolicy.activationDelay = milliseconds(50);
     ask(kRegFilterStatus);
     ask(add("07"));
-    EXPECT_EQ(ask("08 09 1A 04 52 02 08 07"), Lines{told("07", "03", "deleted")});
+    EXPECT_EQ(ask("08 09 1A 04 52 02 08 07"), Lines{indication("07", "03", "deleted")});
     EXPECT_EQ(pass(1000), Lines{});
 }
 
@@ -192,11 +188,12 @@ TEST_F(FilterRequestsTest, FilterThatNoRequestNamesTimesOut) {
     ask(add("08", "18 01"));
     EXPECT_EQ(pass(99), Lines{});
     // PDCP timer of 8; a list of all names none.
-    EXPECT_EQ(ask("08 08 1A 06 4A 04 08 08 10 05"), Lines{told("08", "01", "PDCP timer updated")});
+    EXPECT_EQ(ask("08 08 1A 06 4A 04 08 08 10 05"),
+              Lines{indication("08", "01", "PDCP timer updated")});
     ask(kGetFilters);
-    EXPECT_EQ(pass(1), Lines{told("07", "17", "named by no request for 100 ms")});
+    EXPECT_EQ(pass(1), Lines{indication("07", "17", "named by no request for 100 ms")});
     EXPECT_EQ(pass(98), Lines{});
-    EXPECT_EQ(pass(1), Lines{told("08", "17", "named by no request for 100 ms")});
+    EXPECT_EQ(pass(1), Lines{indication("08", "17", "named by no request for 100 ms")});
     EXPECT_EQ(ask(kGetFilters), Lines{kNoFilters});
     EXPECT_EQ(pass(1000), Lines{});
 }
@@ -206,12 +203,12 @@ TEST_F(FilterRequestsTest, UpdatesChangeWhatTheListSays) {
     ask(add("07"));
     // Levels L3 and L6, OOD disabled, PDCP timer 300, target DSCP 46.
     EXPECT_EQ(ask("08 06 1A 08 3A 06 08 07 10 02 18 05"),
-              Lines{told("07", "01", "latency levels updated")});
-    EXPECT_EQ(ask("08 07 1A 06 42 04 08 07 10 02"), Lines{told("07", "01", "OOD updated")});
+              Lines{indication("07", "01", "latency levels updated")});
+    EXPECT_EQ(ask("08 07 1A 06 42 04 08 07 10 02"), Lines{indication("07", "01", "OOD updated")});
     EXPECT_EQ(ask("08 08 1A 07 4A 05 08 07 10 AC 02"),
-              Lines{told("07", "01", "PDCP timer updated")});
+              Lines{indication("07", "01", "PDCP timer updated")});
     EXPECT_EQ(ask("08 12 1A 07 82 01 04 08 07 10 2E"),
-              Lines{told("07", "01", "target DSCP updated")});
+              Lines{indication("07", "01", "target DSCP updated")});
     const std::string info = data("07", "01", "active") + " 20 02 28 05 30 AC 02 38 02";
     EXPECT_EQ(ask(kGetFilters), Lines{"08 04 " + in("1A", in("2A", in("12", info)))});
     EXPECT_EQ(feature().filters().all().front().targetDscp, 46U);
@@ -222,7 +219,7 @@ TEST_F(FilterRequestsTest, UpdateOfAPendingFilterTellsThatItIsPending) {
     mPolicy.activationDelay = milliseconds(50);
     ask(kRegFilterStatus);
     ask(add("07"));
-    EXPECT_EQ(ask("08 07 1A 06 42 04 08 07 10 02"), Lines{told("07", "00", "OOD updated")});
+    EXPECT_EQ(ask("08 07 1A 06 42 04 08 07 10 02"), Lines{indication("07", "00", "OOD updated")});
 }
 
 TEST_F(FilterRequestsTest, UpdatesAndDeletesOfUnknownFiltersAreNoticed) {
@@ -240,7 +237,7 @@ TEST_F(FilterRequestsTest, UpdatesAndDeletesOfUnknownFiltersAreNoticed) {
                "UPDATE_TARGET_DSCP: there is no filter 7", "DELETE_FILTER: there is no filter 7"}));
 }
 
-TEST_F(FilterRequestsTest, ValuesThatMakeNoSenseChangeNothing) {
+TEST_F(FilterRequestsTest, UnknownValuesChangeNothing) {
     ask(kRegFilterStatus);
     ask(add("07"));
     const Lines before = ask(kGetFilters);
@@ -267,7 +264,7 @@ TEST_F(FilterRequestsTest, DeleteAllTellsOfAllInOneMessage) {
     EXPECT_EQ(ask(kDeleteAll), Lines{});
 }
 
-TEST_F(FilterRequestsTest, NothingIsDueForASessionThatHasEnded) {
+TEST_F(FilterRequestsTest, NothingIsDueForAFeatureThatHasLeft) {
     mPolicy.activationDelay = milliseconds(50);
     mPolicy.inactivityTimeout = milliseconds(100);
     ask(kRegFilterStatus);

@@ -11,11 +11,8 @@ namespace {
 
 class LinkRequestsTest : public FeatureFixture {};
 
-TEST_F(LinkRequestsTest, EnableIsAnsweredWithServiceUp) {
+TEST_F(LinkRequestsTest, EnableAndLatencyLevelsAreAnswered) {
     EXPECT_EQ(ask("1A 04 0A 02 08 01"), Lines{"1A 04 0A 02 08 06"});
-}
-
-TEST_F(LinkRequestsTest, LatencyLevelsComeBackAsThoseInForce) {
     EXPECT_EQ(ask("08 01 10 07 1A 08 1A 06 08 01 10 01 18 03"),
               Lines{"08 01 10 07 1A 06 12 04 08 01 10 03"});
 }
@@ -58,9 +55,7 @@ constexpr char kFirstReport[] = "1A 14 32 12 12 10 08 20 10 E8 87 80 80 10 18 80
 
 TEST_F(LinkRequestsTest, ReportWithoutFiltersIsThatOfBestEffort) {
     EXPECT_EQ(ask("08 10"), Lines{std::string("08 05 ") + kFirstReport});
-}
-
-TEST_F(LinkRequestsTest, ReportCarriesTheIdOfItsRequest) {
+    mState.reset();
     EXPECT_EQ(ask("08 10 10 07"), Lines{std::string("08 05 10 07 ") + kFirstReport});
 }
 

@@ -74,11 +74,8 @@ TEST(ReactionTest, KnowsWhatIsToBeDoneBesides) {
     EXPECT_EQ(becomes(kLevels, "refuse, die before, die after"), Lines{kLevels});
 }
 
-TEST(ReactionTest, NeverSendsNothing) {
+TEST(ReactionTest, NeverAndLate) {
     EXPECT_EQ(becomes(kLevels, "never"), Lines{});
-}
-
-TEST(ReactionTest, LateAddsUp) {
     EXPECT_EQ(becomes(kLevels, "late 20"), Lines{std::string("+20 ") + kLevels});
     EXPECT_EQ(becomes(kLevels, "late 20, twice, late 5"),
               (Lines{std::string("+25 ") + kLevels, std::string("+25 ") + kLevels}));
@@ -88,9 +85,6 @@ TEST(ReactionTest, CopiesOfAMessageComeTogether) {
     EXPECT_EQ(becomes(Lines{kLevels, ""}, {"twice"}), (Lines{kLevels, kLevels, "", ""}));
     EXPECT_EQ(becomes(kLevels, "flood 3, twice").size(), 6U);
     EXPECT_EQ(becomes(Lines{}, {"flood 100"}), Lines{});
-}
-
-TEST(ReactionTest, FloodsTogetherHaveALimit) {
     EXPECT_EQ(becomes(kLevels, "flood 100000, flood 100000, twice").size(), 100000U);
 }
 
@@ -99,9 +93,6 @@ TEST(ReactionTest, WrongIdIsTheNextOneOrTheOneGiven) {
     EXPECT_EQ(becomes(kLevels, "wrong-id 0"), Lines{"08 01 1A 06 12 04 08 01 10 03"});
     // After the last id comes 0.
     EXPECT_EQ(becomes("08 01 10 FF FF FF FF 0F", "wrong-id"), Lines{"08 01"});
-}
-
-TEST(ReactionTest, WrongIdIsThatOfTheFiltersToo) {
     // add_filter_cb { filter { 7 } }, and without a filter
     EXPECT_EQ(becomes("08 03 10 07 1A 06 22 04 0A 02 08 07", "wrong-id"),
               Lines{"08 03 10 08 1A 06 22 04 0A 02 08 08"});
@@ -136,9 +127,6 @@ TEST(ReactionTest, EmptyBodyKeepsWhatItIsTheBodyOf) {
     EXPECT_EQ(becomes("08 04 1A 06 2A 04 12 02 08 07", "empty-body"), Lines{"08 04 1A 02 2A 00"});
     EXPECT_EQ(becomes("08 05 1A 06 32 04 12 02 08 07", "empty-body"), Lines{"08 05 1A 02 32 00"});
     EXPECT_EQ(becomes("08 06 1A 04 3A 02 08 07", "empty-body"), Lines{"08 06 1A 02 3A 00"});
-}
-
-TEST(ReactionTest, WithoutABodyNothingIsLeftToChange) {
     EXPECT_EQ(becomes(kLevels, "no-body"), Lines{"08 01 10 07"});
     EXPECT_EQ(becomes(kLevels, "no-body, wrong-id, empty-body"), Lines{"08 01 10 08"});
 }
@@ -150,9 +138,6 @@ TEST(ReactionTest, TruncatedMessageIsItsFirstBytes) {
     EXPECT_EQ(becomes(kLevels, "truncate 12"), Lines{kLevels});
     EXPECT_EQ(becomes(kLevels, "truncate 13"), Lines{kLevels});
     EXPECT_EQ(becomes(kLevels, "truncate 1, truncate, truncate"), Lines{""});
-}
-
-TEST(ReactionTest, MereBytesAreNoLongerChangedAsMessages) {
     EXPECT_EQ(becomes(kLevels, "truncate 4, wrong-id, mismatch, empty-body, no-body, late 5"),
               Lines{"+5 08 01 10 07"});
     EXPECT_EQ(becomes(Lines{}, {"garbage 08 01, wrong-id, truncate 1"}), Lines{"08"});
@@ -167,9 +152,6 @@ TEST(ReactionTest, AdditionsComeAfterWhatIsThere) {
     EXPECT_EQ(becomes(kLevels, "status INTERNAL_ERROR"), (Lines{kLevels, "1A 04 0A 02 08 03"}));
     EXPECT_EQ(becomes(Lines{}, {"status -1"}),
               Lines{"1A 0D 0A 0B 08 FF FF FF FF FF FF FF FF FF 01"});
-}
-
-TEST(ReactionTest, RulesAreDoneInTheirOrder) {
     EXPECT_EQ(becomes(Lines{kLevels}, {"garbage ff", "twice"}),
               (Lines{kLevels, kLevels, "FF", "FF"}));
     EXPECT_EQ(becomes(Lines{kLevels}, {"twice", "garbage ff"}), (Lines{kLevels, kLevels, "FF"}));

@@ -38,6 +38,18 @@ class TerminalTest : public testing::Test {
         return terminal;
     }
 
+    // Types a line, and waits for what it prints and for the next prompt.
+    static void enter(TerminalProcess& terminal, const std::string& line,
+                      const std::string& printed = "") {
+        terminal.type(line + "\n");
+        EXPECT_TRUE(terminal.waitFor(printed)) << line;
+        EXPECT_TRUE(terminal.waitFor(kPrompt)) << line;
+    }
+    static void quit(TerminalProcess& terminal) {
+        terminal.type("quit\n");
+        EXPECT_EQ(terminal.wait(), 0);
+    }
+
     std::unique_ptr<TerminalProcess> run(const Lines& command) const {
         return std::make_unique<TerminalProcess>(
             command, Lines{"XDG_STATE_HOME=" + mFolder.path() + "/state", "TERM=xterm",
@@ -70,33 +82,22 @@ TEST_F(TerminalTest, AsksForLinesUntilTheEnd) {
     EXPECT_EQ(terminal->wait(), 0);
 }
 
-TEST_F(TerminalTest, WhatIsWrongIsToldAndTheNextLineAskedFor) {
+TEST_F(TerminalTest, WhatIsWrongIsReportedAndTheNextLineAskedFor) {
     const auto terminal = start("--timeout 0.1");
-    terminal->type("foo\n");
-    EXPECT_TRUE(terminal->waitFor("sdfctl: \"foo\" is not a command (\"help\" lists them)\r\n"));
-    EXPECT_TRUE(terminal->waitFor(kPrompt));
-    terminal->type("get-filters\n");
-    EXPECT_TRUE(terminal->waitFor("sdfctl: the service is not up after 0.1 s"));
-    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    enter(*terminal, "foo", "sdfctl: \"foo\" is not a command (\"help\" lists them)\r\n");
+    enter(*terminal, "get-filters", "sdfctl: the service is not up after 0.1 s");
     terminal->type("destroy\n");
     EXPECT_TRUE(terminal->waitFor("destroySdfClient() = 0 (success)\r\n"));
-    terminal->type("quit\n");
-    EXPECT_EQ(terminal->wait(), 0);
+    quit(*terminal);
 }
 
 TEST_F(TerminalTest, GoesOnAfterADestroyThatDoesNotReturnAndEndsWithoutWaitingAgain) {
     const EmulatorProcess emulator;
     const auto terminal = start();
-    terminal->type("create\n");
-    EXPECT_TRUE(terminal->waitFor("service up"));
-    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    enter(*terminal, "create", "service up");
     ASSERT_TRUE(stopChild(emulator.pid()));
-    terminal->type("destroy\n");
-    EXPECT_TRUE(terminal->waitFor("destroySdfClient() has not returned after 10 s; "));
-    EXPECT_TRUE(terminal->waitFor(kPrompt));
-    terminal->type("status\n");
-    EXPECT_TRUE(terminal->waitFor("client: no\r\n"));
-    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    enter(*terminal, "destroy", "destroySdfClient() has not returned after 10 s; ");
+    enter(*terminal, "status", "client: no\r\n");
     terminal->type("\x04");
     EXPECT_EQ(terminal->wait(), 0);
     EXPECT_EQ(terminal->rest().find("sdfctl: "), std::string::npos) << terminal->rest();
@@ -104,9 +105,7 @@ TEST_F(TerminalTest, GoesOnAfterADestroyThatDoesNotReturnAndEndsWithoutWaitingAg
 
 TEST_F(TerminalTest, KnowsHelpDoctorAndExit) {
     const auto terminal = start();
-    terminal->type("?\n");
-    EXPECT_TRUE(terminal->waitFor("Commands (\"help COMMAND\" explains its arguments):\r\n"));
-    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    enter(*terminal, "?", "Commands (\"help COMMAND\" explains its arguments):\r\n");
     terminal->type("doctor\n");
     EXPECT_TRUE(terminal->waitFor("ok      directory: " + mFolder.path() + " can be used\r\n"));
     EXPECT_TRUE(terminal->waitFor("failed  service:   "));
@@ -121,9 +120,7 @@ TEST_F(TerminalTest, TabCompletesCommandsAndValues) {
     EXPECT_TRUE(terminal->waitFor("lp "));
     terminal->type("prioritize-da\t");
     EXPECT_TRUE(terminal->waitFor("ta "));
-    terminal->type("\n");
-    EXPECT_TRUE(terminal->waitFor("Usage: prioritize-data [OPTIONS] SLOT SWITCH"));
-    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    enter(*terminal, "", "Usage: prioritize-data [OPTIONS] SLOT SWITCH");
     terminal->type("update-d\t");
     EXPECT_TRUE(terminal->waitFor("ds-"));
     terminal->type("\t");
@@ -131,46 +128,35 @@ TEST_F(TerminalTest, TabCompletesCommandsAndValues) {
     EXPECT_TRUE(terminal->waitFor("sdfctl> update-dds-"));
     terminal->type("\x03");
     EXPECT_TRUE(terminal->waitFor(kPrompt));
-    terminal->type("quit\n");
-    EXPECT_EQ(terminal->wait(), 0);
+    quit(*terminal);
 }
 
 TEST_F(TerminalTest, EventsComeAboveTheLineBeingTyped) {
     const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: late 300"});
     const auto terminal = start();
-    terminal->type("reg-auto-filter-info then high-perf-gaming on\n");
-    EXPECT_TRUE(terminal->waitFor("sdfEnHighPerfGaming(enable=on) = 0 (success)\r\n"));
-    EXPECT_TRUE(terminal->waitFor(kPrompt));
+    enter(*terminal, "reg-auto-filter-info then high-perf-gaming on",
+          "sdfEnHighPerfGaming(enable=on) = 0 (success)\r\n");
     terminal->type("sta");
     EXPECT_TRUE(terminal->waitFor("event auto-filter: filter=2147483649 "));
     EXPECT_TRUE(terminal->waitFor("sdfctl> sta"));
     terminal->type("tus\n");
     EXPECT_TRUE(terminal->waitFor("client: yes\r\nservice: -7 (service up)\r\nfilters: none\r\n"));
-    terminal->type("quit\n");
-    EXPECT_EQ(terminal->wait(), 0);
+    quit(*terminal);
 }
 
 TEST_F(TerminalTest, HistoryIsKeptFromOneRunToTheNext) {
     const auto first = start();
-    first->type("sleep 1\n");
-    EXPECT_TRUE(first->waitFor(kPrompt));
-    first->type("   \n");
-    EXPECT_TRUE(first->waitFor(kPrompt));
-    first->type("status\n");
-    EXPECT_TRUE(first->waitFor("filters: none\r\n"));
-    EXPECT_TRUE(first->waitFor(kPrompt));
-    first->type("quit\n");
-    EXPECT_EQ(first->wait(), 0);
+    enter(*first, "sleep 1");
+    enter(*first, "   ");
+    enter(*first, "status", "filters: none\r\n");
+    quit(*first);
     EXPECT_EQ(history(), (Lines{"_HiStOrY_V2_", "sleep\\0401", "status", "quit"}));
 
     const auto second = start();
     second->type("\x10\x10");  // the line before the last one
     EXPECT_TRUE(second->waitFor("status"));
-    second->type("\n");
-    EXPECT_TRUE(second->waitFor("filters: none\r\n"));
-    EXPECT_TRUE(second->waitFor(kPrompt));
-    second->type("quit\n");
-    EXPECT_EQ(second->wait(), 0);
+    enter(*second, "", "filters: none\r\n");
+    quit(*second);
     EXPECT_EQ(history(),
               (Lines{"_HiStOrY_V2_", "sleep\\0401", "status", "quit", "status", "quit"}));
 }
@@ -188,11 +174,8 @@ TEST_F(TerminalTest, InterruptEndsTheWaitOrTheLineOnly) {
         terminal->type("\x03");
         ASSERT_TRUE(terminal->waitFor(kPrompt));
     }
-    terminal->type("status\n");
-    EXPECT_TRUE(terminal->waitFor("client: no\r\n"));
-    EXPECT_TRUE(terminal->waitFor(kPrompt));
-    terminal->type("quit\n");
-    EXPECT_EQ(terminal->wait(), 0);
+    enter(*terminal, "status", "client: no\r\n");
+    quit(*terminal);
 }
 
 // By a shell that does not put the terminal's modes in order itself.
@@ -213,9 +196,7 @@ TEST_F(TerminalTest, StoppedAndContinuedItShowsTheLineAgain) {
         EXPECT_TRUE(shell->waitFor("sdfctl> status "));
         EXPECT_FALSE(shell->isOrdinary());
     }
-    shell->type("\n");
-    EXPECT_TRUE(shell->waitFor("filters: none\r\n"));
-    EXPECT_TRUE(shell->waitFor(kPrompt));
+    enter(*shell, "", "filters: none\r\n");
     shell->type("quit\n");
     EXPECT_TRUE(shell->waitFor("shell> "));
     EXPECT_TRUE(shell->isOrdinary());
