@@ -67,7 +67,7 @@ static void onStatus(int status) {
         gUp = false;  // whatever the code says: requests are refused from now on
         return;
     }
-    // We may be told twice, when main() asked again at the moment the service came.
+    // We may be notified twice, when main() asked again at the moment the service came.
     if (!atomic_exchange(&gUp, true)) askForAll();
 }
 

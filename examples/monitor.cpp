@@ -143,7 +143,7 @@ void onStatus(int status) noexcept {
     monitor().screen.show("service", sdfStatusV2Text(status));
     const bool up = status == SDF_V2_SERVICE_UP;  // with any other code, requests are refused
     const bool wasUp = monitor().up.exchange(up);
-    // We may be told twice, when main() asked again at the moment the service came.
+    // We may be notified twice, when main() asked again at the moment the service came.
     if (up && !wasUp) askForAll();
 }
 

@@ -136,7 +136,7 @@ static void showLoss(void) {
     killService();
     EXPECT("onStatus(-8: service down)");
     RETURNS(SDF_V2_SERVICE_DOWN, sdfPrioritizeDds(true));
-    letGo();  // as long as the loss is being told, the library would not connect again
+    letGo();  // as long as the loss is being reported, the library would not connect again
 }
 
 static void destroy(void) {
@@ -179,7 +179,7 @@ static void demonstrate(void) {
     const unsigned int call = ID_OF(sdfAddFilterV2(callFlow(), 7, onAdded));
     filterBecomesActive(call);
 
-    step("The first one is changed. We have registered for that: onFilterStatus() is told.");
+    step("The first one is changed. We have registered for that: onFilterStatus() is called.");
     showUpdates(game);
 
     step("The service lists our filters.");
@@ -194,7 +194,7 @@ static void demonstrate(void) {
     RETURNS(SDF_V2_INVALID_ARG, sdfDeleteFilter(game));
 
     step(
-        "The service is killed. The library notices; requests are refused from now on. (-3 is told "
+        "The service is killed. The library notices; requests are refused from now on. (-3 comes "
         "too when the service was not yet done with the last one.)");
     showLoss();
 
@@ -213,7 +213,7 @@ static void demonstrate(void) {
     const unsigned int again = ID_OF(sdfAddFilter(gameFlow(), onAdded));
     filterBecomesActive(again);
 
-    step("The client is destroyed, and the service is told that it leaves.");
+    step("The client is destroyed, and the service learns that it leaves.");
     destroy();
 
     step("The same with the two older functions.");

@@ -18,9 +18,9 @@
 #include "callbacks.h"
 #include "tell.h"
 
-static const char* gProgram;                         // of the service
-static atomic_int gService;                          // its process, 0 while there is none
-static char gFolder[] = "/tmp/lum-sdf-demo-XXXXXX";  // where it and its clients meet
+static const char* gProgram;                            // of the service
+static atomic_int gService;                             // its process, 0 while there is none
+static char gDirectory[] = "/tmp/lum-sdf-demo-XXXXXX";  // where it and its clients meet
 
 void killService(void) {
     const int service = atomic_exchange(&gService, 0);
@@ -74,14 +74,14 @@ void startService(void) {
 }
 
 static void removeFolder(void) {
-    DIR* const folder = opendir(gFolder);
-    if (folder == NULL) return;
+    DIR* const directory = opendir(gDirectory);
+    if (directory == NULL) return;
     const struct dirent* entry = NULL;
-    while ((entry = readdir(folder)) != NULL) {
-        if (entry->d_name[0] != '.') unlinkat(dirfd(folder), entry->d_name, 0);
+    while ((entry = readdir(directory)) != NULL) {
+        if (entry->d_name[0] != '.') unlinkat(dirfd(directory), entry->d_name, 0);
     }
-    closedir(folder);
-    rmdir(gFolder);
+    closedir(directory);
+    rmdir(gDirectory);
 }
 
 // Leaves nothing behind.
@@ -92,10 +92,10 @@ static void cleanUp(void) {
 
 void prepareService(const char* program) {
     gProgram = program;
-    // A folder of our own, so that several demos can run at once.
-    require(mkdtemp(gFolder) != NULL, "making a folder under /tmp");
+    // A directory of our own, so that several demos can run at once.
+    require(mkdtemp(gDirectory) != NULL, "making a directory under /tmp");
     atexit(cleanUp);
-    setenv("LUM_BINDER_DIR", gFolder, 1);
+    setenv("LUM_BINDER_DIR", gDirectory, 1);
 }
 
 int processOfService(void) {

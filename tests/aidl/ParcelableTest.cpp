@@ -310,7 +310,7 @@ TEST(Parcelable, HostileArrayLengths) {
         const char* length;
         binder_status_t status;
     } cases[] = {
-        {"ffffffff", STATUS_NO_MEMORY},        // no array at all: there is no room for that
+        {"ffffffff", STATUS_NO_MEMORY},        // no array at all: there is no space for that
         {"feffffff", STATUS_BAD_VALUE},        // -2
         {"00000080", STATUS_BAD_VALUE},        // -2^31
         {"ffffff7f", STATUS_NOT_ENOUGH_DATA},  // 2^31 - 1

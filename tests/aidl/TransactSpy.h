@@ -9,9 +9,9 @@
 #include <vector>
 
 // Stands in for AIBinder_transact in a test program: TransactSpy.cpp defines it, which goes before
-// libbinder_ndk's for calls made by the glue.
+// libbinder_ndk's for calls made by the generated code.
 
-// One call as the glue handed it over.
+// One call as the generated code handed it over.
 struct Transaction {
     AIBinder* binder;
     transaction_code_t code;

@@ -28,12 +28,12 @@ INTERFACE = HEAD + "interface I { void f(); }\n"
 
 
 class Workspace(unittest.TestCase):
-    """Compiles files of a package p.q in a folder of their own."""
+    """Compiles files of a package p.q in a directory of their own."""
 
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.root = pathlib.Path(folder.name)
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.root = pathlib.Path(directory.name)
         self.package = self.root / "in" / "p" / "q"
         self.package.mkdir(parents=True)
 
@@ -45,17 +45,17 @@ class Workspace(unittest.TestCase):
         """Returns the exit status and the lines of standard error, paths cut to file names."""
         argv = ["--lang=ndk", "--structured",
                 "-o", str(self.root / out / "src"), "-h", str(self.root / out / "include")]
-        for folder in include:
-            argv += ["-I", str(self.root / folder)]
+        for directory in include:
+            argv += ["-I", str(self.root / directory)]
         errors = io.StringIO()
         with contextlib.redirect_stderr(errors):
             status = aidlc.main(argv + [str(self.package / f"{name}.aidl") for name in names])
         return status, errors.getvalue().replace(str(self.package) + "/", "").splitlines()
 
     def output(self, out="out"):
-        folder = self.root / out
-        return {str(path.relative_to(folder)): path.read_text(encoding="utf-8")
-                for path in sorted(folder.rglob("*")) if path.is_file()}
+        directory = self.root / out
+        return {str(path.relative_to(directory)): path.read_text(encoding="utf-8")
+                for path in sorted(directory.rglob("*")) if path.is_file()}
 
     def refused(self, text, *expected, name=None, **others):
         """Compiles one file and compares the whole of what is said about it."""
@@ -222,7 +222,7 @@ class Files(Workspace):
         self.assertEqual(["P.aidl:2:20: unexpected '}', '.' or '[]' or a name should stand here"],
                          errors)
 
-    def test_every_file_is_checked_and_a_shared_fault_is_told_once(self):
+    def test_every_file_is_checked_and_a_shared_fault_is_reported_once(self):
         self.write(I=HEAD + "import p.q.P;\ninterface I { void f(); }\n",
                    J=HEAD + "interface J { int f(); }\n", P=HEAD + "parcelable P { int }\n")
         status, errors = self.compile("I", "J", "P")
@@ -301,9 +301,9 @@ class Names(Workspace):
     def test_package_that_is_no_namespace(self):
         for word in ("new", "long", "std"):
             with self.subTest(word):
-                folder = self.root / "in" / "p" / word
-                folder.mkdir()
-                (folder / "P.aidl").write_text(f"package p.{word};\nparcelable P {{ int x; }}\n")
+                directory = self.root / "in" / "p" / word
+                directory.mkdir()
+                (directory / "P.aidl").write_text(f"package p.{word};\nparcelable P {{ int x; }}\n")
                 self.assertEqual(
                     (1, [f"../{word}/P.aidl:1:9: {word} cannot be the name of a namespace in C++"]),
                     self.compile(f"../{word}/P"))

@@ -68,8 +68,8 @@ TEST_F(LineWriterTest, LineForWhichThereIsNoRoomIsLeftOut) {
         EXPECT_EQ(errno, EAGAIN);
     }
     EXPECT_EQ(readAll(), full + "\n");
-    EXPECT_TRUE(writer.write("there is room again"));
-    EXPECT_EQ(readAll(), "there is room again\n");
+    EXPECT_TRUE(writer.write("there is space again"));
+    EXPECT_EQ(readAll(), "there is space again\n");
 }
 
 TEST_F(LineWriterTest, WhatFollowsAPartOfALineBeginsOnALineOfItsOwn) {

@@ -217,7 +217,7 @@ TEST_F(ExamplesTest, MonitorComesBackWithTheService) {
     EXPECT_EQ(watching.wait(), 0);
 }
 
-// Each time the service goes before it has told of the filter, upon which the list is asked for.
+// Each time the service goes before it has confirmed the filter, upon which the list is asked for.
 TEST_F(ExamplesTest, MonitorShowsAFailedRequestEachTimeItHasAskedForTheService) {
     EmulatorProcess emulator({"--rule", "on reg_filter_status: status SERVICE_DOWN"});
     ChildProcess watching(monitorOf(kFlow));

@@ -50,7 +50,7 @@ TEST_F(CommandsTest, Lifecycle) {
         {"enable", 0, {enabled, olderUp, destroyed}},
         {"enable then disable", 0, {enabled, olderUp, "lum_sdf_disable() = 1 (success)"}},
         {"enable --null-callback", 1, {"lum_sdf_enable() = 0 (failure)"}},
-        // The answer in between comes when both callbacks have been told the first time.
+        // The answer in between comes when both callbacks have been called the first time.
         {"enable then get-priority-queue-report then create then wait status",
          0,
          {enabled, olderUp, "sdfGetPriorityQueueReport() = 0 (success)",

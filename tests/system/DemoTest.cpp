@@ -79,7 +79,7 @@ constexpr char kEverything[] = R"(An application uses the data service. Its main
     callback onAdded(1681692777, pending), brought by another thread (thread N)
     callback onFilterStatus(1681692777, active), brought by another thread (thread N)
 
-8. The first one is changed. We have registered for that: onFilterStatus() is told.
+8. The first one is changed. We have registered for that: onFilterStatus() is called.
     sdfUpdateLatencyLvl(game, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_3) returned 0: success
     callback onFilterStatus(846930886, active), brought by another thread (thread N)
     sdfUpdateOod(game, SDF_OOD_ENABLED_LVL) returned 0: success
@@ -110,7 +110,7 @@ constexpr char kEverything[] = R"(An application uses the data service. Its main
     callback onFilterStatus(846930886, deleted), brought by another thread (thread N)
     sdfDeleteFilter(game) returned -2: invalid argument
 
-12. The service is killed. The library notices; requests are refused from now on. (-3 is told too when the service was not yet done with the last one.)
+12. The service is killed. The library notices; requests are refused from now on. (-3 comes too when the service was not yet done with the last one.)
     kill -9 N
     callback onStatus(-8: service down), brought by another thread (thread N)
     sdfPrioritizeDds(true) returned -8: service down
@@ -132,7 +132,7 @@ constexpr char kEverything[] = R"(An application uses the data service. Its main
     callback onAdded(1714636915, pending), brought by another thread (thread N)
     callback onFilterStatus(1714636915, active), brought by another thread (thread N)
 
-17. The client is destroyed, and the service is told that it leaves.
+17. The client is destroyed, and the service learns that it leaves.
     destroySdfClient() returned 0: success
 
 18. The same with the two older functions.

@@ -40,7 +40,7 @@ class LibraryTest : public testing::Test {
         serve(options);
     }
 
-    // Creates the client and waits until the service is up; what the callbacks have told is
+    // Creates the client and waits until the service is up; what the callbacks have got is
     // forgotten then.
     void connect() {
         ASSERT_EQ(createSdfClient(onStatus), 0);
@@ -58,18 +58,18 @@ class LibraryTest : public testing::Test {
     }
 
     // Asks for levels and waits for the answer: all that the service has sent before has been dealt
-    // with then. Returns what has been told, without that answer, and forgets it.
-    static Lines toldSoFar() {
+    // with then. Returns what has been reported, without that answer, and forgets it.
+    static Lines reportedSoFar() {
         const long long id = askLevels();
         EXPECT_GT(id, 0);
         EXPECT_TRUE(waitForText(levels(id)));
-        Lines told = clientTexts();
-        if (!told.empty()) {
-            EXPECT_EQ(told.back(), levels(id));
-            told.pop_back();
+        Lines reported = clientTexts();
+        if (!reported.empty()) {
+            EXPECT_EQ(reported.back(), levels(id));
+            reported.pop_back();
         }
         forgetClientEvents();
-        return told;
+        return reported;
     }
 
     // A filter from a port of 10.0.0.1 to port 80 of 10.0.0.2.
@@ -95,13 +95,13 @@ class LibraryTest : public testing::Test {
         return storage;
     }
 
-    // Adds a filter and waits until it is dealt with: nothing else must be told meanwhile, and that
-    // is forgotten. Returns its id.
+    // Adds a filter and waits until it is dealt with: nothing else must be reported meanwhile, and
+    // that is forgotten. Returns its id.
     static unsigned int add(uint16_t port, SdfFilterStatus expected = SDF_FILTER_ACTIVE) {
         const long long id = sdfAddFilter(flow(port), onAdded);
         EXPECT_GT(id, 0);
         // Its callback is called before the library knows the filter.
-        EXPECT_EQ(toldSoFar(), Lines{added(id, expected)});
+        EXPECT_EQ(reportedSoFar(), Lines{added(id, expected)});
         return static_cast<unsigned int>(id);
     }
 

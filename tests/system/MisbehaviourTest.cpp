@@ -27,7 +27,7 @@ class MisbehaviourTest : public LibraryTest {
         forgetClientEvents();
         ASSERT_EQ(createSdfClient(onStatus), 0);
         ASSERT_TRUE(waitForText(kUp));
-        EXPECT_EQ(toldSoFar(), Lines{kUp});
+        EXPECT_EQ(reportedSoFar(), Lines{kUp});
     }
 
     bool waitForNotAnswered(size_t times = 1) {
@@ -43,7 +43,7 @@ class MisbehaviourTest : public LibraryTest {
         serveBy({"on set_latency_level nth 1: " + actions});
         connect();
         ASSERT_GT(askLevels(), 0);
-        EXPECT_EQ(toldSoFar(), Lines{}) << actions;
+        EXPECT_EQ(reportedSoFar(), Lines{}) << actions;
         EXPECT_EQ(destroySdfClient(), 0);
         EXPECT_EQ(mEmulator->terminate(), 0);
     }
@@ -62,7 +62,7 @@ TEST_F(MisbehaviourTest, RefusedRequestIsReportedAndTakesTheClientDown) {
     forgetClientEvents();
     ASSERT_EQ(createSdfClient(onStatus), 0);
     ASSERT_TRUE(waitForText(kUp));
-    EXPECT_EQ(toldSoFar(), (Lines{"legacy status 5", kUp}));
+    EXPECT_EQ(reportedSoFar(), (Lines{"legacy status 5", kUp}));
 }
 
 TEST_F(MisbehaviourTest, EveryKindOfRequestCanBeRefused) {
@@ -122,14 +122,14 @@ TEST_F(MisbehaviourTest, LateServiceUpIsWaitedFor) {
     ASSERT_EQ(createSdfClient(onStatus), 0);
     EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
     ASSERT_TRUE(waitForText(kUp));
-    EXPECT_EQ(toldSoFar(), Lines{kUp});
+    EXPECT_EQ(reportedSoFar(), Lines{kUp});
 }
 
 TEST_F(MisbehaviourTest, SecondAnswerIsDropped) {
     serveBy({"on set_latency_level nth 1: twice", "on add_filter nth 1: twice"});
     connect();
     const long long id = askLevels();
-    EXPECT_EQ(toldSoFar(), Lines{levels(id)});
+    EXPECT_EQ(reportedSoFar(), Lines{levels(id)});
     const unsigned int filter = add(5000);
     // The filter is known once.
     EXPECT_EQ(sdfDeleteFilter(filter), 0);
@@ -141,10 +141,10 @@ TEST_F(MisbehaviourTest, SecondListAndSecondReportReachNobody) {
     connect();
     const unsigned int id = add(5000);
     ASSERT_EQ(sdfGetFilters(onListed), 0);
-    EXPECT_EQ(toldSoFar(),
+    EXPECT_EQ(reportedSoFar(),
               Lines{"listed " + std::to_string(id) + ": 1, levels 2 4, ood 2, timer 50"});
     ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
-    EXPECT_EQ(toldSoFar().size(), 2U);
+    EXPECT_EQ(reportedSoFar().size(), 2U);
 }
 
 TEST_F(MisbehaviourTest, RequestWithoutAnAnswerIsForgottenWithTheClient) {
@@ -185,7 +185,7 @@ TEST_F(MisbehaviourTest, FilterAddedUnderAWrongIdIsNotKnown) {
     connect();
     const long long id = sdfAddFilter(flow(5000), onAdded);
     ASSERT_GT(id, 0);
-    EXPECT_EQ(toldSoFar(), Lines{});
+    EXPECT_EQ(reportedSoFar(), Lines{});
     EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(id)), SDF_V2_INVALID_ARG);
     EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(id) + 1), SDF_V2_INVALID_ARG);
     EXPECT_EQ(sdfDeleteAllFilter(), SDF_V2_INVALID_OPERATION);
@@ -201,7 +201,7 @@ TEST_F(MisbehaviourTest, AnswerMayBeThatOfAnotherRequest) {
     ASSERT_EQ(
         sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_5, SDF_LATENCY_LVL_6, false, onLevels),
         846930886);
-    EXPECT_EQ(toldSoFar(), Lines{levels(1804289383, "5 6")});
+    EXPECT_EQ(reportedSoFar(), Lines{levels(1804289383, "5 6")});
 }
 
 TEST_F(MisbehaviourTest, AnyBytesAreSurvived) {
@@ -217,7 +217,7 @@ TEST_F(MisbehaviourTest, AnyBytesAreSurvived) {
     // Some of it may read as the loss of the service.
     ASSERT_EQ(createSdfClient(onStatus), 0);
     ASSERT_TRUE(waitForText(kUp));
-    toldSoFar();
+    reportedSoFar();
 }
 
 TEST_F(MisbehaviourTest, BodyOfAnotherEventLeavesTheCallbacksInPlace) {
@@ -230,13 +230,13 @@ TEST_F(MisbehaviourTest, BodyOfAnotherEventLeavesTheCallbacksInPlace) {
              "on get_priority_queue_report: mismatch, garbage 08 05 1a 06 32 04 12 02 08 07"});
     connect();
     ASSERT_EQ(sdfAddFilter(flow(5000), onAdded), 1804289383);
-    EXPECT_EQ(toldSoFar(), Lines{});
+    EXPECT_EQ(reportedSoFar(), Lines{});
     ASSERT_GT(sdfAddFilter(flow(5001), onAdded), 0);
-    EXPECT_EQ(toldSoFar(), Lines{added(1804289383, SDF_FILTER_ACTIVE)});
+    EXPECT_EQ(reportedSoFar(), Lines{added(1804289383, SDF_FILTER_ACTIVE)});
     ASSERT_EQ(sdfGetFilters(onListed), 0);
-    EXPECT_EQ(toldSoFar(), Lines{"listed 7: 0, levels 1 1, ood 1, timer 0"});
+    EXPECT_EQ(reportedSoFar(), Lines{"listed 7: 0, levels 1 1, ood 1, timer 0"});
     ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
-    EXPECT_EQ(toldSoFar(), Lines{"report 7: 0 0"});
+    EXPECT_EQ(reportedSoFar(), Lines{"report 7: 0 0"});
 }
 
 TEST_F(MisbehaviourTest, EmptyBodyIsReadAsItsDefaults) {
@@ -251,7 +251,8 @@ TEST_F(MisbehaviourTest, EmptyBodyIsReadAsItsDefaults) {
     ASSERT_EQ(sdfGetFilters(onListed), 0);
     ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
     ASSERT_EQ(sdfEnHighPerfGaming(true), 0);
-    EXPECT_EQ(toldSoFar(), (Lines{levels(id, "1 1"), "auto filter 0: none#0 > none#0 0 0 0 0 0"}));
+    EXPECT_EQ(reportedSoFar(),
+              (Lines{levels(id, "1 1"), "auto filter 0: none#0 > none#0 0 0 0 0 0"}));
     EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(lost)), SDF_V2_INVALID_ARG);
 }
 
@@ -269,14 +270,14 @@ TEST_F(MisbehaviourTest, TruncatedAnswerIsReadAsFarAsItGoes) {
     serveBy({"on set_latency_level nth 1: truncate"});
     connect();
     const long long id = askLevels();
-    EXPECT_EQ(toldSoFar(), Lines{levels(id, "2 1")});
+    EXPECT_EQ(reportedSoFar(), Lines{levels(id, "2 1")});
 }
 
 TEST_F(MisbehaviourTest, FloodOfAnswersIsOneAnswer) {
     serveBy({"on set_latency_level nth 1: flood 1000"});
     connect();
     const long long id = askLevels();
-    EXPECT_EQ(toldSoFar(), Lines{levels(id)});
+    EXPECT_EQ(reportedSoFar(), Lines{levels(id)});
 }
 
 TEST_F(MisbehaviourTest, FloodOfIndicationsIsDeliveredWhole) {
@@ -284,7 +285,7 @@ TEST_F(MisbehaviourTest, FloodOfIndicationsIsDeliveredWhole) {
     connect();
     ASSERT_EQ(createSdfClient(onStatus), 0);
     ASSERT_TRUE(waitForText(kUp, 1000));
-    EXPECT_EQ(toldSoFar(), Lines(1000, kUp));
+    EXPECT_EQ(reportedSoFar(), Lines(1000, kUp));
 }
 
 TEST_F(MisbehaviourTest, AnyStatusButUpTakesTheClientDown) {
@@ -319,21 +320,21 @@ TEST_F(MisbehaviourTest, UnaskedServiceUpIsPassedOn) {
     serveBy({"on set_latency_level nth 1: status SERVICE_UP"});
     connect();
     const long long id = askLevels();
-    EXPECT_EQ(toldSoFar(), (Lines{levels(id), kUp}));
+    EXPECT_EQ(reportedSoFar(), (Lines{levels(id), kUp}));
 }
 
 TEST_F(MisbehaviourTest, StatusBeforeTheFirstRequestIsPassedOn) {
     serveBy({"on register: status SERVICE_UP, twice"});
     ASSERT_EQ(createSdfClient(onStatus), 0);
     ASSERT_TRUE(waitForText(kUp, 3));
-    EXPECT_EQ(toldSoFar(), Lines(3, kUp));
+    EXPECT_EQ(reportedSoFar(), Lines(3, kUp));
 }
 
 // The end of the service and of the request that it took along are reported on two threads.
 TEST_F(MisbehaviourTest, DeathBeforeTheAnswerIsReportedAsLossAndFailedRequest) {
     serveBy({"on set_latency_level nth 2: die before"});
     connect();
-    toldSoFar();
+    reportedSoFar();
     ASSERT_GT(askLevels(), 0);
     ASSERT_TRUE(waitForText(kDown));
     ASSERT_TRUE(waitForText(kFailed));
@@ -346,7 +347,7 @@ TEST_F(MisbehaviourTest, DeathBeforeTheAnswerIsReportedAsLossAndFailedRequest) {
 TEST_F(MisbehaviourTest, DeathAfterTheAnswerIsReportedAsWell) {
     serveBy({"on set_latency_level nth 2: die after"});
     connect();
-    toldSoFar();
+    reportedSoFar();
     const long long id = askLevels();
     ASSERT_TRUE(waitForText(levels(id)));
     ASSERT_TRUE(waitForText(kDown));
@@ -391,7 +392,7 @@ TEST_F(MisbehaviourTest, RulesOfAScenarioComeFirst) {
     serve({"--rule", "on set_latency_level nth 1: twice", "--scenario", path});
     connect();
     ASSERT_GT(askLevels(), 0);
-    EXPECT_EQ(toldSoFar(), Lines{});
+    EXPECT_EQ(reportedSoFar(), Lines{});
     const std::string pid = "pid=" + std::to_string(getpid());
     EXPECT_EQ(mEmulator->terminate(), 0);  // all that it has printed has been read then
     const Lines lines = mEmulator->process().lines();

@@ -38,7 +38,7 @@ class NewClientTest : public LibraryTest {
     }
 
     void expectLossIsHeard() {
-        EXPECT_EQ(toldSoFar(), Lines{});
+        EXPECT_EQ(reportedSoFar(), Lines{});
         mEmulator->kill();
         EXPECT_TRUE(waitForText(kDown));
     }

@@ -45,10 +45,10 @@ TEST_F(WholeServiceTest, FilterIsAddedListedUpdatedAndDeleted) {
     ASSERT_EQ(sdfUpdateOod(id, SDF_OOD_DISABLED_LVL), 0);
     ASSERT_EQ(sdfUpdatePdcpTimer(id, 300), 0);
     ASSERT_EQ(sdfUpdateTargetDscp(id, 46), 0);
-    EXPECT_EQ(toldSoFar(), Lines(4, filter(id, SDF_FILTER_ACTIVE)));
+    EXPECT_EQ(reportedSoFar(), Lines(4, filter(id, SDF_FILTER_ACTIVE)));
 
     ASSERT_EQ(sdfGetFilters(onListed), 0);
-    EXPECT_EQ(toldSoFar(),
+    EXPECT_EQ(reportedSoFar(),
               Lines{"listed " + std::to_string(id) + ": 1, levels 1 6, ood 3, timer 300"});
     EXPECT_EQ(state(), (Lines{own() + "filters=1 filter_status=on reports=0ms gaming=off "
                                       "prioritize_dds=off levels=SLOT_ID_FIRST:L2,L4",
@@ -58,9 +58,9 @@ TEST_F(WholeServiceTest, FilterIsAddedListedUpdatedAndDeleted) {
                                   "target_dscp=46"}));
 
     ASSERT_EQ(sdfDeleteFilter(id), 0);
-    EXPECT_EQ(toldSoFar(), Lines{filter(id, SDF_FILTER_DELETED)});
+    EXPECT_EQ(reportedSoFar(), Lines{filter(id, SDF_FILTER_DELETED)});
     ASSERT_EQ(sdfGetFilters(onListed), 0);
-    EXPECT_EQ(toldSoFar(), Lines{});
+    EXPECT_EQ(reportedSoFar(), Lines{});
     EXPECT_EQ(sdfDeleteFilter(id), SDF_V2_INVALID_ARG);
     EXPECT_EQ(mEmulator->stats().filters, 0U);
 }
@@ -73,7 +73,7 @@ TEST_F(WholeServiceTest, EveryRequestArrivesAsItIs) {
     connect();
     ASSERT_EQ(askLevels(), 1804289383);
     ASSERT_EQ(sdfAddFilter(flow(5000), onAdded), 846930886);
-    toldSoFar();  // asks for levels again, and the filter is known then
+    reportedSoFar();  // asks for levels again, and the filter is known then
     const unsigned int id = 846930886;
     ASSERT_EQ(sdfUpdateLatencyLvl(id, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6), 0);
     ASSERT_EQ(sdfUpdateOod(id, SDF_OOD_DISABLED_LVL), 0);
@@ -91,7 +91,7 @@ TEST_F(WholeServiceTest, EveryRequestArrivesAsItIs) {
     ASSERT_EQ(sdfAddFilterV2(flow(5001), 0, onAdded), 1714636915);
     ASSERT_EQ(sdfGetFilters(onListed), 0);
     ASSERT_EQ(sdfDeleteFilter(id), 0);
-    toldSoFar();
+    reportedSoFar();
     ASSERT_EQ(sdfDeleteAllFilter(), 0);
     ASSERT_EQ(destroySdfClient(), 0);
     EXPECT_EQ(mEmulator->terminate(), 0);
@@ -135,7 +135,7 @@ TEST_F(WholeServiceTest, AllFiltersAreDeleted) {
     const unsigned int second = add(5001);
     EXPECT_EQ(mEmulator->stats().filters, 2U);
     ASSERT_EQ(sdfDeleteAllFilter(), 0);
-    EXPECT_EQ(toldSoFar(),
+    EXPECT_EQ(reportedSoFar(),
               (Lines{filter(first, SDF_FILTER_DELETED), filter(second, SDF_FILTER_DELETED)}));
     EXPECT_EQ(mEmulator->stats().filters, 0U);
     EXPECT_EQ(sdfDeleteAllFilter(), SDF_V2_INVALID_OPERATION);
@@ -147,7 +147,7 @@ TEST_F(WholeServiceTest, ExtraValueMakesAnotherFilter) {
     add(5000);
     add(5000, SDF_FILTER_ERROR_DUPLICATE);
     const long long extra = sdfAddFilterV2(flow(5000), 0, onAdded);
-    EXPECT_EQ(toldSoFar(), Lines{added(extra, SDF_FILTER_ACTIVE)});
+    EXPECT_EQ(reportedSoFar(), Lines{added(extra, SDF_FILTER_ACTIVE)});
     EXPECT_EQ(mEmulator->stats().filters, 2U);
 }
 
@@ -177,7 +177,7 @@ TEST_F(WholeServiceTest, ArgumentsThatOnlyTheServiceObjectsToAreReported) {
     reinterpret_cast<sockaddr_in6&>(info.dest_addr).sin6_family = AF_INET6;
     const long long id = sdfAddFilter(info, onAdded);
     ASSERT_GT(id, 0);
-    EXPECT_EQ(toldSoFar(), Lines{added(id, SDF_FILTER_ERROR_INVALID_ARGS)});
+    EXPECT_EQ(reportedSoFar(), Lines{added(id, SDF_FILTER_ERROR_INVALID_ARGS)});
 }
 
 TEST_F(WholeServiceTest, PendingFilterBecomesActive) {
@@ -186,7 +186,8 @@ TEST_F(WholeServiceTest, PendingFilterBecomesActive) {
     ASSERT_EQ(sdfRegFilterStatus(onFilterStatus), 0);
     const long long id = sdfAddFilter(flow(5000), onAdded);
     EXPECT_TRUE(waitForText(filter(id, SDF_FILTER_ACTIVE)));
-    EXPECT_EQ(toldSoFar(), (Lines{added(id, SDF_FILTER_PENDING), filter(id, SDF_FILTER_ACTIVE)}));
+    EXPECT_EQ(reportedSoFar(),
+              (Lines{added(id, SDF_FILTER_PENDING), filter(id, SDF_FILTER_ACTIVE)}));
     EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(id)), 0);
 }
 
@@ -196,7 +197,7 @@ TEST_F(WholeServiceTest, FilterWithoutActivityEnds) {
     ASSERT_EQ(sdfRegFilterStatus(onFilterStatus), 0);
     const long long id = sdfAddFilter(flow(5000), onAdded);
     EXPECT_TRUE(waitForText(filter(id, SDF_FILTER_INACTIVITY_TIMEOUT)));
-    EXPECT_EQ(toldSoFar(),
+    EXPECT_EQ(reportedSoFar(),
               (Lines{added(id, SDF_FILTER_ACTIVE), filter(id, SDF_FILTER_INACTIVITY_TIMEOUT)}));
     EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(id)), SDF_V2_INVALID_ARG);
     EXPECT_EQ(mEmulator->stats().filters, 0U);
@@ -211,10 +212,10 @@ TEST_F(WholeServiceTest, ReportComesOnceWhenAskedFor) {
     serve();
     connect();
     ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
-    EXPECT_EQ(toldSoFar(), Lines{kFirstReport});
+    EXPECT_EQ(reportedSoFar(), Lines{kFirstReport});
     add(5000);
     ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
-    EXPECT_EQ(toldSoFar(), (Lines{"report 1: 4294968296 5153961955200", kSecondReport}));
+    EXPECT_EQ(reportedSoFar(), (Lines{"report 1: 4294968296 5153961955200", kSecondReport}));
 }
 
 TEST_F(WholeServiceTest, ReportsComeAgainAndAgainUntilSwitchedOff) {
@@ -223,7 +224,7 @@ TEST_F(WholeServiceTest, ReportsComeAgainAndAgainUntilSwitchedOff) {
     ASSERT_EQ(sdfRegPriorityQueueReports(true, 10, onReport), 0);
     EXPECT_TRUE(waitForText(kThirdReport));
     ASSERT_EQ(sdfRegPriorityQueueReports(false, 0, onReport), 0);
-    toldSoFar();
+    reportedSoFar();
     EXPECT_EQ(state(), Lines{own() + "filters=0 filter_status=off reports=0ms gaming=off "
                                      "prioritize_dds=off levels=SLOT_ID_FIRST:L2,L4"});
 }
@@ -233,11 +234,11 @@ TEST_F(WholeServiceTest, GamingBringsAnAutomaticFilter) {
     connect();
     ASSERT_EQ(sdfRegAutoFilterInfo(onAutoFilter), 0);
     ASSERT_EQ(sdfEnHighPerfGaming(true), 0);
-    EXPECT_EQ(toldSoFar(),
+    EXPECT_EQ(reportedSoFar(),
               Lines{"auto filter 2147483649: 192.0.2.10#50000 > 198.51.100.20#27015 0 0 0 1 2"});
     EXPECT_EQ(sdfDeleteFilter(2147483649U), SDF_V2_INVALID_ARG);
     ASSERT_EQ(sdfEnHighPerfGaming(false), 0);
-    EXPECT_EQ(toldSoFar(), Lines{"auto filter 2147483649: none#0 > none#0 0 0 0 0 0"});
+    EXPECT_EQ(reportedSoFar(), Lines{"auto filter 2147483649: none#0 > none#0 0 0 0 0 0"});
 }
 
 TEST_F(WholeServiceTest, SettingsReachTheServiceAndAreNotAnswered) {
@@ -247,7 +248,7 @@ TEST_F(WholeServiceTest, SettingsReachTheServiceAndAreNotAnswered) {
     ASSERT_EQ(sdfPrioritizeDds(true), 0);
     ASSERT_EQ(sdfUpdateDdsOod(SDF_OOD_DISABLED_LVL), 0);
     ASSERT_EQ(sdfUpdateDdsPdcpTimer(300), 0);
-    EXPECT_EQ(toldSoFar(), Lines{});
+    EXPECT_EQ(reportedSoFar(), Lines{});
     EXPECT_EQ(state(),
               Lines{own() + "filters=0 filter_status=off reports=0ms gaming=off prioritize_dds=on "
                             "dds_ood=SDF_OOD_DISABLED dds_pdcp_timer=300 "
@@ -266,11 +267,11 @@ TEST_F(WholeServiceTest, FiltersAndReportsEndWithTheClient) {
     forgetClientEvents();
     connect();
     ASSERT_EQ(sdfGetFilters(onListed), 0);
-    EXPECT_EQ(toldSoFar(), Lines{});
+    EXPECT_EQ(reportedSoFar(), Lines{});
     EXPECT_EQ(mEmulator->terminate(), 0);
 }
 
-// The loss is told first, and the requests of before are gone with the service.
+// The loss is reported first, and the requests of before are gone with the service.
 TEST_F(WholeServiceTest, FiltersAreGoneWithAServiceThatWasKilled) {
     serve();
     connect();
@@ -282,10 +283,10 @@ TEST_F(WholeServiceTest, FiltersAreGoneWithAServiceThatWasKilled) {
     forgetClientEvents();
     ASSERT_EQ(createSdfClient(onStatus), 0);
     ASSERT_TRUE(waitForStatus(SDF_V2_SERVICE_UP));
-    toldSoFar();
+    reportedSoFar();
     // The library knows the filter still, the service does not.
     ASSERT_EQ(sdfUpdateOod(id, SDF_OOD_DISABLED_LVL), 0);
-    EXPECT_EQ(toldSoFar(), Lines{});
+    EXPECT_EQ(reportedSoFar(), Lines{});
     EXPECT_TRUE(mEmulator->process().waitForLine(
         "notice: a request changes nothing, pid=" + std::to_string(getpid()) +
         ": UPDATE_OOD: there is no filter " + std::to_string(id)));

@@ -20,13 +20,13 @@ from lumaidl.generator import generate  # noqa: E402
 
 def arguments(argv):
     parser = argparse.ArgumentParser(
-        description="Makes C++ binder glue from .aidl files.", add_help=False)
+        description="Makes C++ binder code from .aidl files.", add_help=False)
     parser.add_argument("--help", action="help", help="show this text")
-    parser.add_argument("--lang", choices=["ndk"], required=True, help="the kind of glue")
+    parser.add_argument("--lang", choices=["ndk"], required=True, help="the kind of code")
     parser.add_argument("--structured", action="store_true", required=True,
                         help="every type is defined in .aidl (nothing else is understood)")
     parser.add_argument("-I", "--include", action="append", default=[], type=pathlib.Path,
-                        metavar="DIR", help="a folder in which packages are looked for")
+                        metavar="DIR", help="a directory in which packages are looked for")
     parser.add_argument("-o", "--out", required=True, type=pathlib.Path, metavar="DIR",
                         help="where sources go")
     parser.add_argument("-h", "--header_out", required=True, type=pathlib.Path, metavar="DIR",

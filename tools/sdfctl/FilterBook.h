@@ -23,7 +23,7 @@ class FilterBook {
     const std::vector<unsigned int>& confirmed() const { return mConfirmed; }
 
     // Whether the filter has been confirmed so lately that the library may not know it yet: it does
-    // when the callback that told of it has returned.
+    // when the callback that confirmed it has returned.
     bool isFresh(unsigned int id) const { return mFresh.count(id) != 0; }
     bool hasFresh() const { return !mFresh.empty(); }
     // The library has shown that it knows the filter, or had time enough.

@@ -105,7 +105,7 @@ void Printer::help(std::string text) const {
 }
 
 void Printer::write(const std::string& line) const {
-    if (mMakeRoom) mMakeRoom();
+    if (mBeforeLine) mBeforeLine();
     const std::string whole = line + "\n";
     if (fwrite(whole.data(), 1, whole.size(), stdout) != whole.size() || fflush(stdout) != 0) {
         throw std::system_error(errno, std::generic_category(), "standard output");

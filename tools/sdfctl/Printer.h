@@ -28,12 +28,12 @@ class Printer {
     // are left out.
     void help(std::string text) const;
 
-    // Called before each line, to make room for it where somebody is typing. May be empty.
-    void onLine(std::function<void()> makeRoom) { mMakeRoom = std::move(makeRoom); }
+    // Called before each line, to make space for it where somebody is typing. May be empty.
+    void onLine(std::function<void()> beforeLine) { mBeforeLine = std::move(beforeLine); }
 
   private:
     void write(const std::string& line) const;
 
     const bool mJson;
-    std::function<void()> mMakeRoom;
+    std::function<void()> mBeforeLine;
 };

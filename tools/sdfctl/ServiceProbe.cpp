@@ -171,9 +171,10 @@ Trouble ServiceProbe::askForFilters() {
     Trouble sent = send(encode(request));
     if (sent.kind != Trouble::Kind::kNone) return sent;
     const auto answer = mParts->inbox->waitFor(SdfProto::GET_FILTER_CB, inSeconds(mLimit));
-    const auto told = mParts->inbox->latest(SdfProto::STATUS_IND);
-    if (told && told->data().status_msg().status() != SdfProto::SERVICE_UP) {
-        return {Trouble::Kind::kLeft, "it then said " + nameOf(told->data().status_msg().status())};
+    const auto status = mParts->inbox->latest(SdfProto::STATUS_IND);
+    if (status && status->data().status_msg().status() != SdfProto::SERVICE_UP) {
+        return {Trouble::Kind::kLeft,
+                "it then said " + nameOf(status->data().status_msg().status())};
     }
     return answer ? Trouble{} : silence();
 }

@@ -43,7 +43,7 @@ class ServiceProbe {
     Trouble registerCallback();
     // Sends the request to serve this client.
     Trouble sendEnable();
-    // Waits for the first status that the service tells, which has to be that it is up.
+    // Waits for the first status that the service reports, which has to be that it is up.
     Trouble waitForUp();
     // Sends a request that changes nothing and waits for the answer: the list of this client's
     // filters. The service must still be up then.

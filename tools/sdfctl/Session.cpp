@@ -12,7 +12,7 @@ namespace {
 
 constexpr double kAskAgainSeconds = 4;  // longer than one of the library's attempts
 constexpr double kQuietSeconds = 0.2;   // after which a list counts as complete
-constexpr double kDeathSeconds = 3;     // in which the service's death is told behind its failures
+constexpr double kDeathSeconds = 3;  // in which the service's death is reported behind its failures
 constexpr size_t kMostUnclaimed = 10000;
 constexpr char kNoClient[] = ": there is no client (\"create\" makes one)";
 
@@ -83,7 +83,7 @@ void Session::enable(bool nullCallback) {
 
 void Session::asking() {
     mChosen = true;
-    if (!mHasClient) clientGone();  // what the last one was told too late is not for this one
+    if (!mHasClient) clientGone();  // what came too late for the last one is not for this one
     if (!mUp) mTold.reset();
 }
 
@@ -297,7 +297,7 @@ void Session::noteStatus(const Event& event, bool older) {
     const long long failed{older ? int{SDF_STATUS_INTERNAL_ERROR} : int{SDF_V2_INTERNAL_ERROR}};
     const long long status = event.number("status");
     // Before the service is up it can only be the library's own message that failed. A further
-    // failure gets no time of its own: a service that tells of one after the other would be waited
+    // failure gets no time of its own: a service that reports one after the other would be waited
     // for without end.
     if (mUp && status == failed) {
         if (!mVerdict) mVerdict = inSeconds(kDeathSeconds);

@@ -23,8 +23,8 @@ struct Settings {
     double endLimit() const { return std::max(timeout, 10.0); }
 };
 
-// One run: issues the calls, prints them and the events, and knows what they have told. All of it
-// happens on the main thread; the library's threads only put events into the queue.
+// One run: issues the calls, prints them and the events, and knows what they have reported. All of
+// it happens on the main thread; the library's threads only put events into the queue.
 class Session {
   public:
     explicit Session(const Settings& settings);
@@ -66,7 +66,7 @@ class Session {
     void expect(const std::string& name, const std::string& value);
     using Test = std::function<bool(const Event&)>;
     // The same for the answer to a request, unless the settings say not to wait for answers. It is
-    // not waited for any longer once an internal error has been told of a service that lives.
+    // not waited for any longer once a service that lives has reported an internal error.
     void expectAnswer(const std::string& name, const Test& test);
     // The same for an answer of several events: waits until there have been `expected`, or they
     // cease to come. first: whether one has to come.
@@ -84,8 +84,8 @@ class Session {
     // Prints the events that have come.
     void drain();
 
-    // Waits, for some seconds at most, until it is known whether an internal error was told because
-    // the service died. Behind the client's end nobody would tell.
+    // Waits, for some seconds at most, until it is known whether an internal error was reported
+    // because the service died. Behind the client's end nobody would tell.
     void judge();
     // Destroys the client, if there is one. What keeps it from that counts as a failure.
     void finish();
@@ -131,8 +131,8 @@ class Session {
     bool mUp = false;
     bool mWasUp = false;               // since the client was made
     std::optional<std::string> mTold;  // the latest status, since the service was last asked for
-    // Until when an internal error may still have been told because the service died. Otherwise a
-    // message was refused, or it is the service that told it; nobody can tell these apart.
+    // Until when an internal error may still have been reported because the service died. Otherwise
+    // a message was refused, or it is the service that reported it; nobody can tell these apart.
     std::optional<Time> mVerdict;
     std::string mFailure;         // that status
     size_t mFailures = 0;         // how many were not for the service's death

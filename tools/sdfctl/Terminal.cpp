@@ -20,28 +20,28 @@ namespace {
 
 constexpr int kHistoryLines = 1000;
 
-// In the folder where programs keep such things; empty when it cannot be had.
+// In the directory where programs keep such things; empty when it cannot be made.
 std::string historyFile() {
     const char* const state = getenv("XDG_STATE_HOME");
     const char* const home = getenv("HOME");
-    std::filesystem::path folder;
+    std::filesystem::path directory;
     if (state != nullptr && *state != '\0') {
-        folder = state;
+        directory = state;
     } else if (home != nullptr && *home != '\0') {
-        folder = std::filesystem::path(home) / ".local" / "state";
+        directory = std::filesystem::path(home) / ".local" / "state";
     } else {
         return "";
     }
-    folder /= "sdfctl";
+    directory /= "sdfctl";
     std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    return error ? "" : (folder / "history").string();
+    std::filesystem::create_directories(directory, error);
+    return error ? "" : (directory / "history").string();
 }
 
 // The terminal, to be read without blocking and without others at it noticing. An interrupt drops
-// what has been typed, also behind the back of poll(), which has just told of it: a read that
+// what has been typed, also behind the back of poll(), which has just reported it: a read that
 // blocks would then wait for the next key, deaf to the interrupt. One that blocks if the terminal
-// cannot be opened again; negative if there is no descriptor to be had.
+// cannot be opened again; negative if no descriptor is left.
 int openInput() {
     const int input = open("/proc/self/fd/0", O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     return input >= 0 ? input : fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
@@ -119,7 +119,7 @@ Terminal::Terminal(Session& session)
             completeWord);
     el_set(line, EL_BIND, "^I", "complete-word", nullptr);
     el_source(line, nullptr);
-    mSession.printer().onLine([this] { makeRoom(); });
+    mSession.printer().onLine([this] { clearLine(); });
 }
 
 Terminal::~Terminal() {
@@ -185,8 +185,8 @@ bool Terminal::waitForCharacter() {
     (void)mSession.inputReady(mInput, mSignals);
     signalfd_siginfo got{};
     while (read(mSignals, &got, sizeof got) == sizeof got) obey(static_cast<int>(got.ssi_signo));
-    if (mMadeRoom) el_set(mLine.get(), EL_REFRESH);
-    mMadeRoom = false;
+    if (mCleared) el_set(mLine.get(), EL_REFRESH);
+    mCleared = false;
     pollfd typed{mInput, POLLIN, 0};
     return poll(&typed, 1, 0) > 0;
 }
@@ -202,13 +202,13 @@ void Terminal::obey(int signal) {
     }
     if (signal == SIGCONT) {
         el_set(line, EL_PREP_TERM, 1);  // whatever a shell has left
-        makeRoom();
+        clearLine();
     }
 }
 
-void Terminal::makeRoom() {
-    if (!mTyping || mMadeRoom) return;
-    mMadeRoom = true;
+void Terminal::clearLine() {
+    if (!mTyping || mCleared) return;
+    mCleared = true;
     fputs("\r\033[K", stderr);  // erases the line
 }
 

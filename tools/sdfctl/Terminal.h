@@ -35,7 +35,7 @@ class Terminal {
 
     bool waitForCharacter();
     void obey(int signal);
-    void makeRoom();
+    void clearLine();
     void remember(const std::string& line);
 
     Session& mSession;
@@ -45,6 +45,6 @@ class Terminal {
     const int mInput;                // what is read
     const int mSignals;              // those of jobSignals() that come while a line is typed
     bool mTyping = false;
-    bool mMadeRoom = false;
+    bool mCleared = false;
     std::exception_ptr mThrown;  // while the line editor was running
 };

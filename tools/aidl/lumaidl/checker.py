@@ -12,8 +12,8 @@ from .parser import parse
 class Loader:
     """Reads each file once and finds the files that imports name."""
 
-    def __init__(self, include_folders):
-        self._folders = include_folders
+    def __init__(self, include_directories):
+        self._directories = include_directories
         self._loaded = {}
 
     def load(self, path):
@@ -26,8 +26,8 @@ class Loader:
     def find(self, name):
         """The document that an import names, or none; raises AidlErrors."""
         relative = pathlib.Path(*name.text.split(".")).with_suffix(".aidl")
-        found = {os.path.realpath(path): path for path in (folder / relative for folder in self._folders)
-                 if os.path.isfile(path)}
+        paths = (directory / relative for directory in self._directories)
+        found = {os.path.realpath(path): path for path in paths if os.path.isfile(path)}
         if len(found) > 1:
             files = " and ".join(map(str, found.values()))
             raise AidlErrors([AidlError(name.position, f"{name} is defined in {files}")])

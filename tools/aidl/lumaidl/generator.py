@@ -39,7 +39,7 @@ def _render(template, declaration):
         it=declaration, name=declaration.name.text, stem=checker.class_stem(declaration.name.text),
         descriptor=".".join(declaration.full_name),
         namespace="::".join(("aidl",) + declaration.full_name[:-1]),
-        folder="/".join(("aidl",) + declaration.full_name[:-1]),
+        directory="/".join(("aidl",) + declaration.full_name[:-1]),
         includes=_includes(declaration))
 
 
