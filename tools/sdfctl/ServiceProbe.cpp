@@ -40,7 +40,7 @@ class Inbox {
     std::optional<SdfProto::ClientMsg> waitFor(SdfProto::ClientEventId event, Time end) {
         const lum::utils::MutexLock guard(mLock);
         for (bool inTime = true;; inTime = mChanged.waitUntil(mLock, end)) {
-            const auto found = firstOf(mMessages.begin(), mMessages.end(), event);
+            auto found = firstOf(mMessages.begin(), mMessages.end(), event);
             if (found || !inTime) return found;
         }
     }
