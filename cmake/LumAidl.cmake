@@ -1,15 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
-# C++ glue made from .aidl files at build time.
+# C++ code generated from .aidl files at build time.
 
 set(LUM_AIDL_COMPILER "" CACHE FILEPATH
     "The platform's interface compiler, where the host has it; empty: the one in tools/aidl")
 
-# lum_aidl_library(NAME PACKAGE package TYPES type...): a static library of the glue of each type,
-# made from <package as folders>/<type>.aidl in the current folder. Its headers are included as
-# "aidl/<package as folders>/<type>.h".
+# lum_aidl_library(NAME PACKAGE package TYPES type...): a static library of the code of each type,
+# generated from <package as directories>/<type>.aidl in the current directory. Its headers are included
+# as "aidl/<package as directories>/<type>.h".
 function(lum_aidl_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "PACKAGE" "TYPES")
-  string(REPLACE "." "/" folder ${arg_PACKAGE})
+  string(REPLACE "." "/" directory ${arg_PACKAGE})
   set(header_dir ${CMAKE_CURRENT_BINARY_DIR}/${name}/include)
   set(source_dir ${CMAKE_CURRENT_BINARY_DIR}/${name}/src)
 
@@ -19,10 +19,10 @@ function(lum_aidl_library name)
   set(headers "")
   foreach(type IN LISTS arg_TYPES)
     string(REGEX REPLACE "^I([A-Z])" "\\1" stem ${type})
-    list(APPEND inputs ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/${type}.aidl)
-    list(APPEND sources ${source_dir}/${folder}/${type}.cpp)
-    list(APPEND headers ${header_dir}/aidl/${folder}/${type}.h
-         ${header_dir}/aidl/${folder}/Bp${stem}.h ${header_dir}/aidl/${folder}/Bn${stem}.h)
+    list(APPEND inputs ${CMAKE_CURRENT_SOURCE_DIR}/${directory}/${type}.aidl)
+    list(APPEND sources ${source_dir}/${directory}/${type}.cpp)
+    list(APPEND headers ${header_dir}/aidl/${directory}/${type}.h
+         ${header_dir}/aidl/${directory}/Bp${stem}.h ${header_dir}/aidl/${directory}/Bn${stem}.h)
   endforeach()
 
   if(LUM_AIDL_COMPILER)
@@ -40,7 +40,7 @@ function(lum_aidl_library name)
     COMMAND ${compiler} --lang=ndk --structured -I ${CMAKE_CURRENT_SOURCE_DIR}
             -o ${source_dir} -h ${header_dir} ${inputs}
     DEPENDS ${inputs} ${compiler_files}
-    COMMENT "Making the glue of ${arg_PACKAGE}"
+    COMMENT "Generating the code of ${arg_PACKAGE}"
     VERBATIM)
 
   add_library(${name} STATIC ${sources} ${headers})

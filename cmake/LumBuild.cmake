@@ -38,39 +38,53 @@ if(LUM_COVERAGE)
   add_link_options(--coverage)
 endif()
 
-# What Debian builds with: tables of addresses are filled in at the start and not written to any more,
-# and the C library's functions check what the compiler knows of a buffer, which takes an optimised
-# build. A device's build systems have options of their own, and what is made to find faults does that
-# better.
+# lum_hardened: for the programs and libraries that users run, as Debian builds them: the C library's
+# functions check what the compiler knows of a buffer (which takes an optimised build), and the tables
+# of addresses are read-only from the start. A device's build systems have options of their own, and a
+# sanitizer checks more.
+add_library(lum_hardened INTERFACE)
 if(NOT LUM_SANITIZE AND NOT LUM_COVERAGE AND NOT ANDROID)
+  target_compile_definitions(
+    lum_hardened INTERFACE $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:_FORTIFY_SOURCE=2>)
   add_link_options(LINKER:-z,relro,-z,now)
-  set(optimized $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
-  set(undone $<IN_LIST:-O0,$<TARGET_PROPERTY:COMPILE_OPTIONS>>)
-  add_compile_definitions($<$<AND:${optimized},$<NOT:${undone}>>:_FORTIFY_SOURCE=2>)
 endif()
 
-# The library is compiled as users compile it; for the tests' own sources that is time lost, and
-# mostly for the tools' that take longest: what these do waits for the service.
+# The library is always compiled as users compile it. The tests' own sources need no optimiser, and
+# those of the tools that include the most get little of it: they wait for the service.
 set(LUM_TEST_OPTIONS "" CACHE STRING "Options that go after the build type's for the tests' sources")
-set(LUM_TOOL_OPTIONS -O1 CACHE STRING "The same for those of the tools that take longest")
+set(LUM_TOOL_OPTIONS -O1 CACHE STRING "The same for lum_tool")
 
-# lum_warnings: for our own sources; generated ones are built without it. lum_checks: the same and, with
-# clang, who holds which lock (utils/Mutex.h): not for tests, which look at what is guarded when no other
-# thread is there.
+# lum_tool: for the tools' sources that include the most.
+add_library(lum_tool INTERFACE)
+target_compile_options(lum_tool INTERFACE ${LUM_TOOL_OPTIONS})
+if(NOT "-O0" IN_LIST LUM_TOOL_OPTIONS)
+  target_link_libraries(lum_tool INTERFACE lum_hardened)
+endif()
+
+# lum_warnings: for our own sources; generated ones are built without it.
 add_library(lum_warnings INTERFACE)
 target_compile_options(lum_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror)
-add_library(lum_checks INTERFACE)
-target_compile_options(lum_checks INTERFACE $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>)
-target_link_libraries(lum_checks INTERFACE lum_warnings)
+
+# lum_tree: the same for those that include headers from the top of the tree ("utils/LumTimer.h"), and
+# the public one as its users do. Examples do not.
+add_library(lum_tree INTERFACE)
+target_include_directories(lum_tree INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/api/include)
+target_link_libraries(lum_tree INTERFACE lum_warnings)
+
+# lum_locks: Clang checks who holds which lock (utils/Mutex.h). Not in tests, which look at what is
+# guarded when no other thread is there.
+add_library(lum_locks INTERFACE)
+target_compile_options(lum_locks INTERFACE $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>)
 
 # lum_sections: for what liblum_sdf_sdk.so is made of. Each function and variable has a section of its
 # own, so that the linker can drop those that nobody needs.
 add_library(lum_sections INTERFACE)
 target_compile_options(lum_sections INTERFACE -ffunction-sections -fdata-sections)
+target_link_libraries(lum_sections INTERFACE lum_hardened)
 
-# clang-tidy, run with each compilation of our own sources; generated ones switch it off. All of it
-# would take as long as everything else together: tools/ goes without its slowest part and tests/
-# without it; `./dev tidy` leaves nothing out.
+# clang-tidy, run with each compilation of our own sources; generated ones switch it off. tools/ goes
+# without the static analyzer and tests/ without clang-tidy, for the time they would take: `./dev tidy`
+# checks both with all of it.
 option(LUM_TIDY "Check with clang-tidy while compiling" OFF)
 if(LUM_TIDY)
   find_program(LUM_CLANG_TIDY clang-tidy-14 REQUIRED)
@@ -78,7 +92,7 @@ if(LUM_TIDY)
   set(CMAKE_C_CLANG_TIDY ${LUM_CLANG_TIDY} --quiet)
 endif()
 
-# liblog lies beside the system's own folders on Debian: headers and library are found by hand.
+# liblog lies beside the system's own directories on Debian: headers and library are found by hand.
 find_path(LIBLOG_INCLUDE_DIR android/log.h PATHS /usr/include/android REQUIRED)
 find_library(LIBLOG_LIBRARY log PATH_SUFFIXES android ${CMAKE_LIBRARY_ARCHITECTURE}/android REQUIRED)
 add_library(lum_liblog INTERFACE)
@@ -99,10 +113,8 @@ function(lum_each_variant function)
   endif()
 endfunction()
 
-# lum_library(NAME SOURCES... ): a static module of the library, its headers found from the top of the
-# tree ("utils/LumTimer.h"), the public one as its users find it.
+# lum_library(NAME SOURCES...): a static module of the library.
 function(lum_library name)
   add_library(${name} STATIC ${ARGN})
-  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/api/include)
-  target_link_libraries(${name} PRIVATE lum_checks lum_sections)
+  target_link_libraries(${name} PRIVATE lum_tree lum_locks lum_sections)
 endfunction()

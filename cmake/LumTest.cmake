@@ -29,8 +29,7 @@ function(lum_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "BUSY;TOGETHER;UNGUARDED_TOO" "TIMEOUT"
                         "SOURCES;LIBRARIES;LABELS;ARGUMENTS")
   add_executable(${name} ${arg_SOURCES})
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/api/include)
-  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} lum_warnings GTest::gtest GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} lum_tree GTest::gtest GTest::gtest_main)
   if(NOT arg_SOURCES MATCHES "\\.c(;|$)")  # CMake wants one for each language
     target_precompile_headers(${name} REUSE_FROM lum_test_headers)
   endif()
@@ -69,6 +68,7 @@ function(lum_test name)
     PROPERTIES ${properties})
   if(arg_UNGUARDED_TOO AND LUM_ALSO_UNGUARDED)
     add_dependencies(${name} lum_sdf_sdk_unguarded)
+    add_custom_target(${name}_unguarded DEPENDS ${name})
     gtest_discover_tests(
       ${name}
       TEST_PREFIX "${LUM_TEST_PREFIX}${name}_unguarded."
@@ -94,10 +94,14 @@ function(lum_test_starts test)
   endwhile()
 endfunction()
 
-# lum_program_test(NAME COMMAND word... [LABELS label...] [TIMEOUT seconds]): a test that is a
-# command, judged by its exit status.
+# lum_program_test(NAME COMMAND word... [NEEDS target...] [LABELS label...] [TIMEOUT seconds]): a test
+# that is a command, judged by its exit status; building NAME builds what it needs.
 function(lum_program_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "COMMAND;LABELS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "COMMAND;NEEDS;LABELS")
+  add_custom_target(${name})
+  if(arg_NEEDS)
+    add_dependencies(${name} ${arg_NEEDS})
+  endif()
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()

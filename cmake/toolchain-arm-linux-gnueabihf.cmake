@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# 32-bit ARM Linux with Debian's cross compiler, on libraries of its own: LUM_SYSROOT is a folder
+# 32-bit ARM Linux with Debian's cross compiler, on libraries of its own: LUM_SYSROOT is a directory
 # with Debian's armhf packages unpacked in it (`./dev sysroot` makes one). What is built runs here
 # under qemu-arm.
 set(CMAKE_SYSTEM_NAME Linux)
@@ -26,5 +26,5 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${LUM_SYSROOT})
 
-# qemu-arm looks up files below its -L folder, but not folders: this one, of liblog, by its real name.
+# qemu-arm looks up files below its -L directory, but not directories: this one, of liblog, by its real name.
 set(CMAKE_BUILD_RPATH ${LUM_SYSROOT}/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android)

@@ -58,7 +58,7 @@ set(CPACK_DEBIAN_TOOLS_DESCRIPTION
     "tools around the client library of a device's data service
 sdfctl issues the functions of liblum_sdf_sdk as commands. lum_sdf_emulator
 is a stand-in for the data service, for machines that have none; it can be
-told to misbehave. lum_sdf_demo shows library and service at work together,
+made to misbehave. lum_sdf_demo shows library and service at work together,
 lum_sdf_monitor what becomes of flows and queues.")
 
 configure_file(debian/shlibs.in shlibs @ONLY)

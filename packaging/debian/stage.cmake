@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
-# Run by cpack when it has installed each component in a folder of its own, before it makes packages of
+# Run by cpack when it has installed each component in a directory of its own, before it makes packages of
 # these: arranges the documents as Debian wants them, and finds out which packages the programs need.
 # (CPack's own way to find out also writes scripts that call ldconfig, which a trigger does here.)
 
 set(top ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
 
-# A folder of documents for each package, named after it. Debian has the licence's text already.
+# A directory of documents for each package, named after it. Debian has the licence's text already.
 file(RENAME ${top}/development/usr/${CPACK_LUM_DOCDIR}
      ${top}/development/usr/share/doc/${CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME})
 file(COPY ${top}/tools/usr/${CPACK_LUM_DOCDIR}/docs/emulator.md
@@ -25,15 +25,15 @@ execute_process(COMMAND gzip -9n ${compressed} COMMAND_ERROR_IS_FATAL ANY)
 # The packages of the libraries that each component's programs and libraries need. On our own ones the
 # components depend as such: what has no package is passed over.
 set(ours ${top}/runtime/usr/${CPACK_LUM_LIBDIR})
-file(GLOB folders ${ours} ${ours}/* ${top}/tools/usr/${CPACK_LUM_LIBDIR}/*)
-list(FILTER folders EXCLUDE REGEX "\\.so")
-list(TRANSFORM folders PREPEND -l)
+file(GLOB directories ${ours} ${ours}/* ${top}/tools/usr/${CPACK_LUM_LIBDIR}/*)
+list(FILTER directories EXCLUDE REGEX "\\.so")
+list(TRANSFORM directories PREPEND -l)
 file(WRITE ${top}/debian/control "")  # it wants to be called where a package is being made
 foreach(component runtime tools)
   string(TOUPPER ${component} upper)
   file(GLOB_RECURSE programs ${top}/${component}/usr/bin/* ${top}/${component}/usr/*.so*)
   execute_process(
-    COMMAND dpkg-shlibdeps -O --ignore-missing-info ${folders} ${programs}
+    COMMAND dpkg-shlibdeps -O --ignore-missing-info ${directories} ${programs}
     WORKING_DIRECTORY ${top}
     RESULT_VARIABLE status OUTPUT_VARIABLE depends ERROR_VARIABLE messages
     OUTPUT_STRIP_TRAILING_WHITESPACE)
