@@ -22,15 +22,15 @@ std::string zeros(int count) {
 
 // Three messages of the service whose values fill their types.
 //
-// A list of one filter: its id (80000001), state 23 (told as 2), levels 5 and 2 (told as 6 and 3),
-// timer (ffffffff), out-of-order delivery 2 (told as 3).
+// A list of one filter: its id (80000001), state 23 (reported as 2), levels 5 and 2 (reported as 6
+// and 3), timer (ffffffff), out-of-order delivery 2 (reported as 3).
 constexpr char kFilters[] =
     "08 04 1A 18 2A 16 12 14 08 81 80 80 80 08 10 17 20 05 28 02 30 FF FF FF FF 0F 38 02";
 // A report of one entry: 80000001, 8000000000000001, 100000000.
 constexpr char kReport[] =
     "08 05 1A 1B 32 19 12 17 08 81 80 80 80 08 10 81 80 80 80 80 80 80 80 80 01 18 80 80 80 80 10";
 // An automatic filter (80000001) from 2001:db8::1, port 443, to fe80::a:9, port 53, protocol 2,
-// application type 33 (told as 32).
+// application type 33 (reported as 32).
 constexpr char kAuto[] =
     "08 06 1A 2D 3A 2B 08 81 80 80 80 08 12 21 0A 0B 32 30 30 31 3A 64 62 38 3A 3A 31"
     " 12 09 66 65 38 30 3A 3A 61 3A 39 18 BB 03 20 35 28 02 60 21 18 01";

@@ -20,18 +20,18 @@ MOST = 400_000
 OWN_MOST = 100_000
 
 # Whose an object file is, by its path in the map. The first that fits counts. What the build itself
-# makes has paths from its folder, everything else has whole ones, which may go through any folders.
+# makes has paths from its directory, everything else has whole ones, which may go through any.
 OWNERS = [
     ("api", r"^api/"),
     ("transport", r"^transport/"),
     ("utils", r"^utils/"),
-    ("interface glue", r"^aidl/"),
+    ("generated code", r"^aidl/"),
     ("message code", r"^proto/"),
     ("protobuf runtime", r"libprotobuf-lite\.a\("),
     ("compiler's helpers", r"/(libgcc|libc_nonshared|libclang_rt\.builtins[\w.-]*)\.a\("),
     ("start files", r"/(Scrt1|crti|crtn|crtbegin\w*|crtend\w*)\.o$"),
 ]
-OWN = ("api", "transport", "utils", "interface glue")
+OWN = ("api", "transport", "utils", "generated code")
 
 # The same for what comes from no object file, by section.
 MADE = [
@@ -83,7 +83,7 @@ def read_map(text):
 
 
 def read_sections(image):
-    """The sections of a 32-bit little-endian library that take room in its file and in memory:
+    """The sections of a 32-bit little-endian library that take bytes in its file and in memory:
     {name: size}."""
     if image[:6] != b"\x7fELF\x01\x01":
         raise Trouble("the library is not a 32-bit little-endian ELF file")

@@ -2,7 +2,7 @@
 """What `cmake --install` puts in place: exactly what it should, movable, and of use to programs
 outside the tree, those of the first page for newcomers among them.
 
-usage: install_test.py TREE BUILD LIBRARY_FOLDER VERSION C_COMPILER C++_COMPILER
+usage: install_test.py TREE BUILD LIBRARY_DIRECTORY VERSION C_COMPILER C++_COMPILER
 """
 
 import os
@@ -70,45 +70,45 @@ def run(*command, **options):
 
 def install(prefix, *definitions, **options):
     """As `cmake --install BUILD --prefix PREFIX --strip`, but for the list of what was installed: that
-    in the build folder is of what its user has installed."""
+    in the build directory is of what its user has installed."""
     script = (BUILD / "cmake_install.cmake").read_text()
     user_list = f'"{BUILD}/${{CMAKE_INSTALL_MANIFEST}}"'
     if script.count(user_list) != 1:
         raise AssertionError(f"cmake_install.cmake does not write {user_list} once")
-    with tempfile.TemporaryDirectory() as folder:
-        copy = Path(folder) / "cmake_install.cmake"
-        copy.write_text(script.replace(user_list, f'"{folder}/list"'))
+    with tempfile.TemporaryDirectory() as directory:
+        copy = Path(directory) / "cmake_install.cmake"
+        copy.write_text(script.replace(user_list, f'"{directory}/list"'))
         run("cmake", f"-DCMAKE_INSTALL_PREFIX={prefix}", "-DCMAKE_INSTALL_DO_STRIP=1", *definitions,
             "-P", copy, **options)
 
 
-def files(folder):
-    return {str(path.relative_to(folder)) for path in folder.rglob("*")
+def files(directory):
+    return {str(path.relative_to(directory)) for path in directory.rglob("*")
             if path.is_symlink() or not path.is_dir()}
 
 
 class InstallTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(folder.cleanup)
-        cls.home = Path(folder.name)
+        directory = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(directory.cleanup)
+        cls.home = Path(directory.name)
         cls.prefix = cls.home / "lum-sdf"
         cls.first_prefix = cls.home / "elsewhere/first"
         install(cls.first_prefix)
         cls.first_prefix.rename(cls.prefix)
-        # Whatever this process has been told, the programs have to find what they need without.
+        # The programs have to find what they need without this process's environment.
         cls.environment = {
             "CC": CC, "CXX": CXX, "HOME": str(cls.home), "LUM_BINDER_DIR": f"{cls.home}/binder",
             "PATH": f"{cls.prefix}/bin:{os.environ['PATH']}"}
 
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = Path(directory.name)
 
     def run_here(self, *command):
-        return run(*command, cwd=self.folder, env=self.environment)
+        return run(*command, cwd=self.directory, env=self.environment)
 
     def start_service(self, *command):
         service = subprocess.Popen([*(command or ["lum_sdf_emulator"]), "--until-eof"],
@@ -120,8 +120,8 @@ class InstallTest(unittest.TestCase):
     def test_each_component_has_its_files(self):
         for component, wanted in COMPONENTS.items():
             with self.subTest(component=component):
-                install(self.folder / component, f"-DCMAKE_INSTALL_COMPONENT={component}")
-                self.assertEqual(files(self.folder / component), wanted)
+                install(self.directory / component, f"-DCMAKE_INSTALL_COMPONENT={component}")
+                self.assertEqual(files(self.directory / component), wanted)
 
     def test_there_is_nothing_else(self):
         self.assertEqual(files(self.prefix), set().union(*COMPONENTS.values()))
@@ -133,8 +133,8 @@ class InstallTest(unittest.TestCase):
                 # But the run path of programs, for where it cannot be found out.
                 lib = f"{self.first_prefix}/{LIB}"
                 content = content.replace(f":{lib}:{lib}/lum-sdf-{MAJOR}\0".encode(), b"", 1)
-                for folder in (TREE, BUILD, self.first_prefix):
-                    self.assertNotIn(str(folder).encode(), content)
+                for directory in (TREE, BUILD, self.first_prefix):
+                    self.assertNotIn(str(directory).encode(), content)
 
     def test_links_lead_to_installed_files(self):
         for page in (self.prefix / DOC).rglob("*.md"):
@@ -146,8 +146,8 @@ class InstallTest(unittest.TestCase):
         page = self.prefix / DOC / "docs/getting-started.md"
         (program,), (project,), (printed,) = (
             pages.blocks(page, language) for language in ("c", "cmake", "text"))
-        (self.folder / "hello.c").write_text(program)
-        (self.folder / "CMakeLists.txt").write_text(project)
+        (self.directory / "hello.c").write_text(program)
+        (self.directory / "CMakeLists.txt").write_text(project)
         self.start_service()
         ways = pages.blocks(page, "sh")
         self.assertEqual(len(ways), 2)
@@ -169,11 +169,11 @@ class InstallTest(unittest.TestCase):
 
     def test_cmake_package_is_found_through_a_link(self):
         # As where /lib is a link to /usr/lib.
-        (self.folder / "root").mkdir()
-        (self.folder / "root/usr").symlink_to(self.prefix)
-        (self.folder / "root/lib").symlink_to("usr/lib")
+        (self.directory / "root").mkdir()
+        (self.directory / "root/usr").symlink_to(self.prefix)
+        (self.directory / "root/lib").symlink_to("usr/lib")
         self.run_here("cmake", "-S", CONSUMER, "-B", "build", "-DWANTED_VERSION=1.0",
-                      f"-DCMAKE_PREFIX_PATH={self.folder}/root")
+                      f"-DCMAKE_PREFIX_PATH={self.directory}/root")
 
     def test_cxx_program_that_asks_pkg_config(self):
         self.environment["PKG_CONFIG_PATH"] = f"{self.prefix}/{LIB}/pkgconfig"
@@ -187,7 +187,7 @@ class InstallTest(unittest.TestCase):
 
     def test_valgrind_has_nothing_to_say(self):
         (program,) = pages.blocks(self.prefix / DOC / "docs/getting-started.md", "c")
-        (self.folder / "hello.c").write_text(program)
+        (self.directory / "hello.c").write_text(program)
         self.environment["PKG_CONFIG_PATH"] = f"{self.prefix}/{LIB}/pkgconfig"
         flags = self.run_here("pkg-config", "--cflags", "--libs", "lum-sdf-sdk").split()
         self.run_here(CC, "hello.c", *flags, f"-Wl,-rpath,{self.prefix}/{LIB}", "-o", "hello")
@@ -207,7 +207,7 @@ class InstallTest(unittest.TestCase):
         # In the way of those who give no types to what they set.
         self.run_here("cmake", "-S", TREE, "-B", "build", "-DBUILD_TESTING=OFF",
                       "-DCMAKE_INSTALL_PREFIX=/usr", "-DCMAKE_INSTALL_LIBDIR=lib/wanted")
-        described = (self.folder / "build/packaging/lum-sdf-sdk.pc").read_text()
+        described = (self.directory / "build/packaging/lum-sdf-sdk.pc").read_text()
         self.assertIn("\nlibdir=${prefix}/lib/wanted\n", described)
 
     def test_versions_are_one(self):
@@ -237,13 +237,13 @@ class InstallTest(unittest.TestCase):
 
     def test_tools_work_in_a_chroot_without_proc(self):
         become_root = [] if os.geteuid() == 0 else ["unshare", "--map-root-user"]
-        change_root = [*become_root, "/usr/sbin/chroot", self.folder]
-        self.environment["DESTDIR"] = str(self.folder)
+        change_root = [*become_root, "/usr/sbin/chroot", self.directory]
+        self.environment["DESTDIR"] = str(self.directory)
         install("/opt/lum-sdf", env=self.environment)
-        (self.folder / "tmp").mkdir()
+        (self.directory / "tmp").mkdir()
         for program in PROGRAMS:
             self.copy_libraries(self.prefix / "bin" / program)
-        shutil.copy("/bin/true", self.folder)
+        shutil.copy("/bin/true", self.directory)
         self.copy_libraries("/bin/true")
         if subprocess.run([*change_root, "/true"], stderr=subprocess.DEVNULL).returncode != 0:
             self.skipTest("this user may not change the root directory")
@@ -256,15 +256,15 @@ class InstallTest(unittest.TestCase):
         self.assertIn("first=level-1 second=level-3\n", printed)
 
     def copy_libraries(self, program):
-        """Copies what the program needs of the system to where it is found below the test's folder."""
+        """Copies what the program needs of the system to where it is found below the test's directory."""
         for library in re.findall(r"(/\S+) \(0x", run("ldd", program)):
             if not library.startswith(str(self.prefix)):
-                copy = self.folder / library.lstrip("/")
+                copy = self.directory / library.lstrip("/")
                 copy.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy(library, copy)
 
     def test_programs_do_without_a_prefix_that_is_too_long(self):
-        prefix = self.folder.joinpath(*["x" * 200] * 2)
+        prefix = self.directory.joinpath(*["x" * 200] * 2)
         install(prefix)
         self.run_here(prefix / "bin/sdfctl", "--version")
         self.assertNotIn(b"xxx", (prefix / "bin/sdfctl").read_bytes())

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=sh
-# Installs the packages that lie in /packages of a fresh Debian folder, $1, and tries them there.
-# Run by mmdebstrap, outside the folder, but as its root.
+# Installs the packages that lie in /packages of a fresh Debian directory, $1, and tries them there.
+# Run by mmdebstrap, outside the directory, but as its root.
 set -eux
 root=$1
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// What the library's callbacks have told this process so far. The callbacks are plain functions, so
+// What the library's callbacks have reported so far. The callbacks are plain functions, so
 // there is one record per process.
 
 struct ClientEvent {

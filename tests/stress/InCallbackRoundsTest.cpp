@@ -81,7 +81,7 @@ TEST(InCallbackRoundsTest, DestroyFromServiceUpWhileCreateMayStillBeUnderWay) {
 }
 
 #if LUM_SDF_GUARDED
-// The loss and a request that failed for it are told on two threads, perhaps at the same time.
+// The loss and a request that failed for it are reported on two threads, perhaps at the same time.
 TEST(GuardedInCallbackRoundsTest, RecoveryFromInsideEachCallbackThatTellsOfALoss) {
     const SocketFolder folder;
     EmulatorProcess emulator;
@@ -92,7 +92,7 @@ TEST(GuardedInCallbackRoundsTest, RecoveryFromInsideEachCallbackThatTellsOfALoss
     static int losses = 0;
     setEventHook([](const ClientEvent& event) {
         if (event.kind == ClientEvent::Kind::kStatus && !isUp(event)) {
-            // A create this early may still go to the lost service and be told of as -3, which
+            // A create this early may still go to the lost service and be reported as -3, which
             // brings us here again.
             EXPECT_EQ(createSdfClient(onStatus), 0);
             const std::lock_guard<std::mutex> guard(lock);
@@ -111,7 +111,7 @@ TEST(GuardedInCallbackRoundsTest, RecoveryFromInsideEachCallbackThatTellsOfALoss
     int askedAgain = 0;
     for (int round = 0; round < 20; ++round) {
         // After a slow start, or two kills of which the library heard as one, it may have looked
-        // for the service in vain, which nobody is told of: it is asked again, then.
+        // for the service in vain, which is reported to nobody: it is asked again, then.
         bool answered = false;
         for (int wait = 0; wait < 6 && !answered; ++wait) {
             if (wait > 0) {

@@ -75,8 +75,8 @@ TEST_F(ManyRoundsTest, TwoHundredDeathsOfTheServiceAreEachToldOnceAndRecoveredFr
             ASSERT_EQ(createSdfClient(onStatus), 0);
             ASSERT_TRUE(eventually([before] { return statuses().size() > before; }));
         }
-        const auto told = statuses();
-        EXPECT_EQ(std::count(told.begin(), told.end(), int{SDF_V2_SERVICE_DOWN}), 1);
+        const auto reported = statuses();
+        EXPECT_EQ(std::count(reported.begin(), reported.end(), int{SDF_V2_SERVICE_DOWN}), 1);
         ASSERT_FALSE(HasFatalFailure());
         forgetClientEvents();
         if (death != 10) continue;

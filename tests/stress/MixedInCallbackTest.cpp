@@ -462,7 +462,7 @@ void MixedClient::update() {
     if (mKnown.empty()) return;
     const unsigned int id = anyKnown();
     LiveFilter* const there = serviceFilter(id);
-    // Deleted by a request whose effect is still to be told; the service would only complain.
+    // Deleted by a request whose effect is still to be reported; the service would only complain.
     if (there == nullptr) return;
     LiveFilter& filter = *there;
     const uint32_t number = ++mNumber;

@@ -12,7 +12,7 @@
 class DescriptorLimit {
   public:
     explicit DescriptorLimit(int free) {
-        // Fills the gaps, so that the lowest numbers still to be had are the ones up to the limit.
+        // Fills the gaps, so that the lowest numbers still free are the ones up to the limit.
         int highest = -1;
         if (getrlimit(RLIMIT_NOFILE, &mBefore) != 0) abort();
         for (int fd = 0; fd < 1024; ++fd) {

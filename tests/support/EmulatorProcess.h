@@ -9,7 +9,7 @@
 #include "tests/support/ChildProcess.h"
 
 // The service emulator as a process of its own, ready to serve as long as this object lives or
-// kill() or terminate() is called. It serves in the socket folder of this process's environment:
+// kill() or terminate() is called. It serves in the socket directory of this process's environment:
 // make a SocketFolder before.
 class EmulatorProcess {
   public:

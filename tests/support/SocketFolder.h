@@ -3,8 +3,9 @@
 
 #include <string>
 
-// Points this process and its children at an empty socket folder of their own, removed at the end.
-// To be made before the first use of the binder runtime, and before other threads.
+// Points this process and its children at an empty socket directory of their own, which the
+// destructor removes. To be made before the first use of the binder runtime, and before other
+// threads.
 class SocketFolder {
   public:
     SocketFolder();

@@ -12,7 +12,7 @@
 
 // Whether the processor, or what emulates it, knows the instructions with which the call is made:
 // tried in a child process, which an unknown one ends. For tests that have to be skipped without.
-// Throws when there is no process to be had, or when it ends for any other reason.
+// Throws when no process can be made, or when it ends for any other reason.
 template <typename Call>
 bool survives(const Call& call) {
     constexpr int kUnknown = 77;
