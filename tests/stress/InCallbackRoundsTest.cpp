@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -23,24 +22,6 @@ long long ask() {
 
 bool isUp(const ClientEvent& event) {
     return event.kind == ClientEvent::Kind::kStatus && event.status == SDF_V2_SERVICE_UP;
-}
-
-TEST(InCallbackRoundsTest, EachAnswerBringsTheNextRequest) {
-    const SocketFolder folder;
-    const EmulatorProcess emulator;
-    Counter answers;
-    std::atomic<long long> awaited{0};
-    setEventHook([&](const ClientEvent& event) {
-        if (event.kind == ClientEvent::Kind::kLevels) {
-            EXPECT_EQ(event.id, awaited);
-            if (answers.add() >= 500) return;
-        }
-        awaited = ask();
-        EXPECT_GT(awaited, 0);
-    });
-    ASSERT_EQ(createSdfClient(onStatus), 0);
-    EXPECT_TRUE(answers.waitFor(500));
-    EXPECT_EQ(destroySdfClient(), 0);
 }
 
 TEST(InCallbackRoundsTest, DestroyAndCreateAgainFromTheAnswer) {

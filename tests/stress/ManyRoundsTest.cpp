@@ -34,7 +34,7 @@ void round() {
     forgetClientEvents();
 }
 
-TEST_F(ManyRoundsTest, AThousandClientsInTurnLeaveNothingBehind) {
+TEST_F(ManyRoundsTest, ClientsInTurnLeaveNothingBehind) {
     const SocketFolder folder;
     EmulatorProcess emulator;
     for (int i = 0; i < 10; ++i) ASSERT_NO_FATAL_FAILURE(round());
@@ -42,20 +42,20 @@ TEST_F(ManyRoundsTest, AThousandClientsInTurnLeaveNothingBehind) {
     const EmulatorProcess::Stats emulatorBefore = emulator.stats();
     const Figures before = figures();
 
-    for (int i = 10; i < 1000; ++i) ASSERT_NO_FATAL_FAILURE(round());
+    for (int i = 10; i < LUM_CLIENTS; ++i) ASSERT_NO_FATAL_FAILURE(round());
     EXPECT_TRUE(settlesAt(before));
     EXPECT_TRUE(settlesAt(emulator, emulatorBefore));
 }
 
 #if LUM_SDF_GUARDED
 // Requests come from the main thread while answers are being delivered.
-TEST_F(ManyRoundsTest, TwoHundredDeathsOfTheServiceAreEachToldOnceAndRecoveredFrom) {
+TEST_F(ManyRoundsTest, DeathsOfTheServiceAreEachReportedOnceAndRecoveredFrom) {
     const SocketFolder folder;
     EmulatorProcess emulator;
     ASSERT_EQ(createSdfClient(onStatus), 0);
     ASSERT_TRUE(waitForStatus(SDF_V2_SERVICE_UP));
     Figures before{};
-    for (int death = 1; death <= 200; ++death) {
+    for (int death = 1; death <= LUM_DEATHS; ++death) {
         ASSERT_NO_FATAL_FAILURE(request(SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6));
         // Some under way while the service dies; their answers may or may not come.
         for (int i = 0; i < 5; ++i) {

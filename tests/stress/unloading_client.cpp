@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Loads the library named on the command line, brings a client up, unloads the library and waits for
-// the report that the service has died. Exits with 0 when it has come.
+// Loads the library named on the command line, brings a client up, unloads the library and waits
+// for the report that the service has died. Exits with 0 when it has come.
 
 #include <dlfcn.h>
 
