@@ -11,7 +11,7 @@
 #include "tests/support/SocketFolder.h"
 
 // An application that does everything from inside its callbacks, against a real service. Also run
-// without LUM_SDF_GUARDED under the sanitizers: this is the way of use that needs no lock.
+// without LUM_SDF_GUARDED under the thread sanitizer: this is the way of use that needs no lock.
 
 namespace {
 
