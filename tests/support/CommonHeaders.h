@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What most test programs include, compiled once for all of them. Each test still includes what it
-// uses: the coverage configuration is built without this.
+// uses: the clang configuration is built without this.
 #pragma once
 
 #include <gtest/gtest.h>
