@@ -23,7 +23,6 @@ survives, does not compile or does not apply.
 import argparse
 import concurrent.futures
 import filecmp
-import itertools
 import json
 import os
 import pathlib
@@ -32,13 +31,15 @@ import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 TREE = SOURCE / "build/mutate/tree"
 BUILD = SOURCE / "build/mutate/build"
 TEST_SECONDS = 60
-# A mutation may take memory without end.
-TEST_COMMAND = ["prlimit", f"--as={8 << 30}", "--core=0"]
+# A mutation may take memory, or write, without end. What it uses of freed memory is to show.
+TEST_COMMAND = ["env", "MALLOC_PERTURB_=165",
+                "prlimit", f"--as={8 << 30}", f"--fsize={1 << 28}", "--core=0"]
 JOBS = os.cpu_count() or 1
 OPTIONS = [
     "-G", "Ninja", "-DCMAKE_BUILD_TYPE=",
@@ -64,7 +65,7 @@ class Mutation:
             self.programs = [program] + [other for other in self.programs if other != program]
         elif word == "file":
             self.edits.append([text, "", ""])
-        elif word in "-+" and self.edits:
+        elif word in ("-", "+") and self.edits:
             if word == "-" and self.edits[-1][2]:
                 self.edits.append([self.edits[-1][0], "", ""])
             self.edits[-1]["-+".index(word) + 1] += text + "\n"
@@ -72,17 +73,16 @@ class Mutation:
             sys.exit(f"mutate: {where}: not understood: {line}")
 
     def matches(self, patterns):
-        words = " ".join([self.name, self.test] + [path for path, _, _ in self.edits]).lower()
-        return not patterns or any(pattern.lower() in words for pattern in patterns)
+        text = " ".join([self.name, self.test] + [path for path, _, _ in self.edits]).lower()
+        return not patterns or any(pattern.lower() in text for pattern in patterns)
 
     def changed(self):
         """The changed files' new contents by path; None when the mutation does not apply."""
         contents = {}
         for path, old, new in self.edits:
             if path not in contents:
-                if not (TREE / path).is_file():
-                    return None
-                contents[path] = (TREE / path).read_text()
+                source = TREE / path
+                contents[path] = source.read_text() if source.is_file() else ""
             pattern = r"\s+".join(re.escape(word) for word in old.split())
             contents[path], count = re.subn(pattern, lambda _, new=new: new.strip(), contents[path])
             if not old.strip() or count != 1:
@@ -109,7 +109,7 @@ def read_mutations(path):
 
 def copy_tree():
     """Brings the copy up to date; what has not changed keeps its time."""
-    command = ["git", "-c", f"safe.directory={SOURCE}", "ls-files", "-z", "-co", "--exclude-standard"]
+    command = ["git", "-c", f"safe.directory={SOURCE}", "ls-files", "-zco", "--exclude-standard"]
     listed = subprocess.run(command, cwd=SOURCE, check=True, capture_output=True, text=True).stdout
     names = {name for name in listed.split("\0") if name and (SOURCE / name).is_file()}
     for name in names:
@@ -126,7 +126,7 @@ def build(programs):
     """None, or what the compiler says."""
     command = ["cmake", "--build", BUILD, "-j", str(JOBS), "--target", *programs]
     run = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-    return None if run.returncode == 0 else "".join(run.stdout.splitlines(keepends=True)[-20:])
+    return None if run.returncode == 0 else "\n".join(run.stdout.splitlines()[-20:])
 
 
 def list_tests():
@@ -137,39 +137,46 @@ def list_tests():
 
 
 def run_test(test):
-    """None, or how the test failed."""
-    properties = {entry["name"]: entry["value"] for entry in test["properties"]}
-    environment = dict(os.environ)
-    environment.update(pair.split("=", 1) for pair in properties.get("ENVIRONMENT", []))
-    process = subprocess.Popen(
-        TEST_COMMAND + test["command"], cwd=properties.get("WORKING_DIRECTORY", BUILD),
-        env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-        stderr=subprocess.DEVNULL, start_new_session=True)
-    try:
-        return None if process.wait(TEST_SECONDS) == 0 else "caught"
-    except subprocess.TimeoutExpired:
-        return "hangs"
-    finally:
+    """None, or which case of the test failed and how."""
+    with tempfile.TemporaryFile() as output:
+        process = subprocess.Popen(
+            TEST_COMMAND + test["command"], cwd=BUILD, stdin=subprocess.DEVNULL, stdout=output,
+            stderr=subprocess.STDOUT, start_new_session=True)
         try:
-            os.killpg(process.pid, signal.SIGKILL)  # and what the test has started
-        except ProcessLookupError:
-            pass
-        process.wait()
+            result = "caught" if process.wait(TEST_SECONDS) else None
+        except subprocess.TimeoutExpired:
+            result = "hangs"
+        finally:
+            try:
+                os.killpg(process.pid, signal.SIGKILL)  # and what the test has started
+            except ProcessLookupError:
+                pass
+            process.wait()
+        output.seek(0)
+        return result and (case_name(test["name"], output.read().decode(errors="replace")), result)
+
+
+def case_name(name, output):
+    """The first case that failed, or the one that never ended, of a test that runs several."""
+    failed = re.findall(r"^\[  FAILED  \] ([\w./]+)", output, re.MULTILINE)
+    begun = re.findall(r"^\[ RUN      \] ([\w./]+)", output, re.MULTILINE)
+    case = (failed[:1] or begun[-1:] or [""])[0]
+    return name if not case or name.endswith("." + case) else f"{name}.{case}"
 
 
 def first_failure(tests):
-    """The name of a test that fails, and how; None when all pass."""
+    """The case that fails, and how; None when all pass."""
     with concurrent.futures.ThreadPoolExecutor(2 * JOBS) as pool:
-        runs = {pool.submit(run_test, test): test["name"] for test in tests}
+        runs = [pool.submit(run_test, test) for test in tests]
         for run in concurrent.futures.as_completed(runs):
             if run.result():
                 pool.shutdown(wait=True, cancel_futures=True)
-                return runs[run], run.result()
+                return run.result()
     return None
 
 
 def tests_of(program, tests):
-    return [test for name, test in tests.items() if name == program or name.startswith(program + ".")]
+    return [test for name, test in tests.items() if name.split(".")[0] == program]
 
 
 def try_mutation(mutation, tests):
@@ -217,8 +224,8 @@ def main():
     parser.add_argument("patterns", nargs="*", metavar="PATTERN")
     arguments = parser.parse_args()
     files = sorted(pathlib.Path(__file__).parent.glob("*.txt"))
-    mutations = list(itertools.chain.from_iterable(map(read_mutations, files)))
-    mutations = [mutation for mutation in mutations if mutation.matches(arguments.patterns)]
+    known = sum(map(read_mutations, files), [])
+    mutations = [mutation for mutation in known if mutation.matches(arguments.patterns)]
     if arguments.list:
         for mutation in mutations:
             print(f"{mutation.name} ({mutation.test})")
