@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <functional>
@@ -13,23 +12,20 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
-#include <utility>
 #include <vector>
 
-#include "tests/support/AllocationLimit.h"
 #include "tests/support/LogCapture.h"
 #include "tests/utils/EventLoopFixture.h"
+#include "tests/utils/OutOfMemory.h"
 #include "tests/utils/SystemCalls.h"
 #include "tools/emulator/ProcessStats.h"
 #include "utils/LumEventBase.h"
 #include "utils/LumEventHandler.h"
 
-using lum::utils::EventManager;
 using lum::utils::LumEventHandler;
 
 namespace {
 
-using Lines = std::vector<LogLine>;
 using Value = std::shared_ptr<int>;
 
 static_assert(std::is_same_v<LumEventBase, lum::utils::LumEventBase>);
@@ -43,9 +39,8 @@ class Handler : public LumEventHandler<Value> {
         handled.push_back(*value);
         if (onHandle) onHandle(value);
     }
+    void post(int number) { postEvent(std::make_shared<int>(number)); }
 
-    // As logged.
-    void* address() { return static_cast<LumEventHandler<Value>*>(this); }
     LumTimer& timer() { return mTimer; }
     EventManager& manager() { return mEventManager; }
 
@@ -55,123 +50,102 @@ class Handler : public LumEventHandler<Value> {
 
 class LumEventHandlerTest : public EventLoopTest {
   protected:
-    LumEventHandlerTest() { make(); }
-
-    // Its descriptor's number is in handlerFd.
+    // Its descriptor's number is in fd.
     void makeHandler(const std::string& name = "queue") {
         gSystemCalls.eventFd = [this](unsigned int count, int flags) {
-            return handlerFd = SystemCalls::realEventFd(count, flags);
+            EXPECT_EQ(count, 0U);
+            EXPECT_EQ(flags, EFD_SEMAPHORE | EFD_NONBLOCK);
+            return fd = SystemCalls::realEventFd(count, flags);
         };
         handler = std::make_unique<Handler>(*manager, *timer, name);
         gSystemCalls.eventFd = nullptr;
+        address = static_cast<LumEventHandler<Value>*>(handler.get());
     }
 
-    static Value value(int number) { return std::make_shared<int>(number); }
-
-    // What a pass logs before and after the queue's own lines.
-    Lines inPass(const Lines& own) const {
-        Lines lines{logD("there are 1 file descriptor(s) with events pending"),
-                    logD(format("processing event number: 0, handling 1 for %d", handlerFd)),
-                    logD(format("file descriptor '%d' is processing events [callback:%p, data:%p]",
-                                handlerFd, pointer(Handler::cb), handler->address()))};
-        lines.insert(lines.end(), own.begin(), own.end());
-        return lines;
+    // What posting logs, and handling.
+    Lines postLines(const Value& event) const {
+        return {logD(format("LumEventHandler postEvent start for fd[%d]", fd)),
+                logD(format("Wakelock evt start %p %p", address, static_cast<void*>(event.get())))};
+    }
+    LogLine ended(const Value& event) const {
+        return logD(format("Wakelock evt end %p %p", address, static_cast<void*>(event.get())));
+    }
+    // What a pass logs around the lines of handling.
+    Lines drainPass(Lines handling) const {
+        handling.insert(handling.begin(), {pending(1), ::handling(0, 1, fd),
+                                           calling(fd, Handler::cb, address), started});
+        handling.push_back(finished);
+        return handling;
     }
 
+    const LogLine started = logD("LumEventHandler cb start");
+    const LogLine finished = logD("LumEventHandler cb end");
+    const Value event = std::make_shared<int>(1);
     std::unique_ptr<LumTimer> timer = std::make_unique<LumTimer>(nullptr);
     std::unique_ptr<Handler> handler;
-    int handlerFd = -1;
+    void* address = nullptr;  // as logged
+    int fd = -1;
 };
 
 TEST_F(LumEventHandlerTest, Construction) {
-    std::vector<std::pair<unsigned int, int>> eventFds;
-    std::vector<std::pair<uint32_t, int>> watched;
-    gSystemCalls.eventFd = [&](unsigned int count, int flags) {
-        eventFds.emplace_back(count, flags);
-        return handlerFd = SystemCalls::realEventFd(count, flags);
-    };
-    gSystemCalls.epollCtl = [&](int epoll, int op, int fd, epoll_event* event) {
-        watched.emplace_back(uint32_t{event->events}, fd);
-        return SystemCalls::realEpollCtl(epoll, op, fd, event);
+    uint32_t watchedFor = 0;
+    gSystemCalls.epollCtl = [&](int epoll, int op, int watched, epoll_event* event) {
+        watchedFor = event->events;
+        return SystemCalls::realEpollCtl(epoll, op, watched, event);
     };
     log.take();
-    handler = std::make_unique<Handler>(*manager, *timer, "SomeName");
+    makeHandler("SomeName");
     EXPECT_EQ(
         log.take(),
-        (Lines{
-            logD("LumEventHandler ctor"),
-            logD(format(
-                "addEventHandler(int %d, EventCallback %p, void* %p, CloseCallback (nil), events 1) EX",
-                handlerFd, pointer(Handler::cb), handler->address())),
-            logD(format("Added event handler %d", handlerFd)),
-            logD(format("LumEventHandler: ctor fd[%d] name[SomeName] addr[%p]", handlerFd,
-                        handler->address()))}));
-    EXPECT_EQ(eventFds,
-              (std::vector<std::pair<unsigned int, int>>{{0, EFD_SEMAPHORE | EFD_NONBLOCK}}));
-    EXPECT_EQ(watched, (std::vector<std::pair<uint32_t, int>>{{EPOLLIN, handlerFd}}));
+        (Lines{logD("LumEventHandler ctor"), adding(fd, Handler::cb, address, nullptr, 1),
+               added(fd),
+               logD(format("LumEventHandler: ctor fd[%d] name[SomeName] addr[%p]", fd, address))}));
+    EXPECT_EQ(watchedFor, uint32_t{EPOLLIN});
     EXPECT_TRUE(handler->isRegistered());
     EXPECT_EQ(&handler->timer(), timer.get());
     EXPECT_EQ(&handler->manager(), manager.get());
 }
 
-TEST_F(LumEventHandlerTest, PostLogsAndRaisesTheCounter) {
+TEST_F(LumEventHandlerTest, PostLogsAndRaisesTheCounterByOne) {
     makeHandler();
-    const Value event = value(1);
-    std::vector<std::pair<int, uint64_t>> writes;
-    gSystemCalls.write = [&](int fd, const void* buffer, size_t size) {
-        EXPECT_EQ(size, 8U);
-        writes.emplace_back(fd, *static_cast<const uint64_t*>(buffer));
-        return SystemCalls::realWrite(fd, buffer, size);
-    };
-    log.take();
-    handler->postEvent(event);
-    EXPECT_EQ(log.take(),
-              (Lines{logD(format("LumEventHandler postEvent start for fd[%d]", handlerFd)),
-                     logD(format("Wakelock evt start %p %p", handler->address(),
-                                 static_cast<void*>(event.get())))}));
-    EXPECT_EQ(writes, (std::vector<std::pair<int, uint64_t>>{{handlerFd, 1}}));
+    EXPECT_EQ(logOf([this] { handler->postEvent(event); }), postLines(event));
+    uint64_t count = 0;
+    ASSERT_EQ(read(fd, &count, sizeof count), 8);
+    EXPECT_EQ(read(fd, &count, sizeof count), -1);
 }
 
 TEST_F(LumEventHandlerTest, ThreeValuesAreHandledInOrderInOneWakeUp) {
     makeHandler();
-    const std::vector<Value> events{value(1), value(2), value(3)};
-    for (const Value& event : events) handler->postEvent(event);
-    log.take();
-    manager->processEvents(nullptr);
+    const Value events[] = {event, std::make_shared<int>(2), std::make_shared<int>(3)};
+    for (const Value& value : events) handler->postEvent(value);
+    EXPECT_EQ(event.use_count(), 3);  // with that in events
+    EXPECT_EQ(logOfPass(), drainPass({ended(events[0]), ended(events[1]), ended(events[2])}));
     EXPECT_EQ(handler->handled, (std::vector{1, 2, 3}));
-    const auto ended = [&](const Value& event) {
-        return logD(
-            format("Wakelock evt end %p %p", handler->address(), static_cast<void*>(event.get())));
-    };
-    EXPECT_EQ(log.take(),
-              inPass({logD("LumEventHandler cb start"), ended(events[0]), ended(events[1]),
-                      ended(events[2]), logD("LumEventHandler cb end")}));
-    pass();
-    EXPECT_TRUE(log.take().empty()) << "the counter must be back at 0";
+    EXPECT_EQ(event.use_count(), 2);
+    EXPECT_EQ(logOfPass(), Lines{}) << "the counter must be back at 0";
 }
 
 TEST_F(LumEventHandlerTest, ValuePostedByTheHandlerIsHandledInTheSameDrain) {
     makeHandler();
-    handler->onHandle = [this](const Value& event) {
-        if (*event < 4) handler->postEvent(value(*event + 1));
+    handler->onHandle = [this](const Value& value) {
+        if (*value < 4) handler->post(*value + 1);
     };
-    handler->postEvent(value(1));
-    handler->postEvent(value(10));
-    manager->processEvents(nullptr);
+    handler->post(1);
+    handler->post(10);
+    pass();
     EXPECT_EQ(handler->handled, (std::vector{1, 10, 2, 3, 4}));
-    EXPECT_EQ(log.count(logD("LumEventHandler cb start")), 1U);
+    EXPECT_EQ(log.count(started), 1U);
 }
 
 TEST_F(LumEventHandlerTest, HandlerRunsWithTheQueueUnlocked) {
     makeHandler();
     std::optional<RunUntilBlocked> other;
-    handler->onHandle = [&](const Value& event) {
-        if (*event == 1) other.emplace([this] { handler->postEvent(value(2)); });
+    handler->onHandle = [&](const Value& value) {
+        if (*value == 1) other.emplace([this] { handler->post(2); });
     };
-    handler->postEvent(value(1));
-    manager->processEvents(nullptr);
-    ASSERT_TRUE(other);
-    EXPECT_FALSE(other->blocked());
+    handler->post(1);
+    pass();
+    EXPECT_FALSE(other.value().blocked());
     EXPECT_EQ(handler->handled, (std::vector{1, 2}));
 }
 
@@ -179,102 +153,73 @@ TEST_F(LumEventHandlerTest, ValueMayPostWhenItIsDestroyed) {
     makeHandler();
     handler->postEvent(Value(new int(1), [this](const int* number) {
         delete number;
-        handler->postEvent(value(2));
+        handler->post(2);
     }));
-    manager->processEvents(nullptr);
+    pass();
     EXPECT_EQ(handler->handled, (std::vector{1, 2}));
-}
-
-TEST_F(LumEventHandlerTest, ValueIsReleasedOnceHandled) {
-    makeHandler();
-    const Value event = value(1);
-    handler->postEvent(event);
-    EXPECT_EQ(event.use_count(), 2);
-    manager->processEvents(nullptr);
-    EXPECT_EQ(event.use_count(), 1);
 }
 
 TEST_F(LumEventHandlerTest, WakeUpWithNothingQueuedEndsSilently) {
     makeHandler();
-    log.take();
-    Handler::cb(handlerFd, handler->address());
-    EXPECT_EQ(log.take(),
-              (Lines{logD("LumEventHandler cb start"), logD("LumEventHandler cb end")}));
+    EXPECT_EQ(logOf([this] { Handler::cb(fd, address); }), (Lines{started, finished}));
     EXPECT_TRUE(handler->handled.empty());
 }
 
 TEST_F(LumEventHandlerTest, CounterAheadOfTheQueueIsLogged) {
     makeHandler();
-    const uint64_t two = 2;
-    ASSERT_EQ(SystemCalls::realWrite(handlerFd, &two, sizeof two), 8);
-    log.take();
-    manager->processEvents(nullptr);
-    EXPECT_EQ(log.take(),
-              inPass({logD("LumEventHandler cb start"),
-                      logE(format("More fd reads than queue events. SHOULD NEVER HAPPEN. fd=%d",
-                                  handlerFd)),
-                      logD("LumEventHandler cb end")}));
+    ASSERT_EQ(eventfd_write(fd, 2), 0);
+    EXPECT_EQ(logOfPass(),
+              drainPass({logE(
+                  format("More fd reads than queue events. SHOULD NEVER HAPPEN. fd=%d", fd))}));
     EXPECT_TRUE(handler->handled.empty());
 }
 
 TEST_F(LumEventHandlerTest, FailedReadIsLoggedWithTheErrorFirst) {
     makeHandler();
-    const Value event = value(1);
     handler->postEvent(event);
-    gSystemCalls.read = [](int /*fd*/, void* /*buffer*/, size_t size) -> ssize_t {
+    gSystemCalls.read = [](int, void*, size_t size) -> ssize_t {
         EXPECT_EQ(size, 8U);
         errno = EIO;
         return -1;
     };
-    log.take();
-    Handler::cb(handlerFd, handler->address());
     EXPECT_EQ(
-        log.take(),
-        (Lines{logD("LumEventHandler cb start"),
+        logOf([this] { Handler::cb(fd, address); }),
+        (Lines{started,
                logE(format("CB thread woken, but fd read failed. SHOULD NEVER HAPPEN. fd=5 err=%d",
-                           handlerFd)),
-               logD("LumEventHandler cb end")}));
+                           fd)),
+               finished}));
     EXPECT_FALSE(RunUntilBlocked([&] { handler->postEvent(event); }).blocked());
 }
 
 TEST_F(LumEventHandlerTest, FailedCounterWriteIsLoggedAndTheValueStaysQueued) {
     makeHandler();
-    const Value first = value(1);
     failWrites(-1, EBADF);
-    log.take();
-    handler->postEvent(first);
-    EXPECT_EQ(log.take(),
-              (Lines{logD(format("LumEventHandler postEvent start for fd[%d]", handlerFd)),
-                     logD(format("Wakelock evt start %p %p", handler->address(),
-                                 static_cast<void*>(first.get()))),
-                     logE(format("Error in writing rv: -1, error: Bad file descriptor, for fd[%d]",
-                                 handlerFd))}));
+    Lines expected = postLines(event);
+    expected.push_back(
+        logE(format("Error in writing rv: -1, error: Bad file descriptor, for fd[%d]", fd)));
+    EXPECT_EQ(logOf([this] { handler->postEvent(event); }), expected);
+    failWrites(4, EIO);
+    handler->post(2);
+    EXPECT_TRUE(
+        log.has(logE(format("Error in writing rv: 4, error: Input/output error, for fd[%d]", fd))));
     gSystemCalls.write = nullptr;
     pass();
     EXPECT_TRUE(handler->handled.empty());
-    handler->postEvent(value(2));
+    handler->post(3);
     pass();
     EXPECT_EQ(handler->handled, (std::vector{1})) << "the counter allows one, the oldest";
-    handler->postEvent(value(3));
+    handler->post(4);
     pass();
     EXPECT_EQ(handler->handled, (std::vector{1, 2}));
 }
 
-TEST_F(LumEventHandlerTest, ShortCounterWriteIsLogged) {
-    makeHandler();
-    failWrites(4, EIO);
-    handler->postEvent(value(1));
-    EXPECT_TRUE(log.has(
-        logE(format("Error in writing rv: 4, error: Input/output error, for fd[%d]", handlerFd))));
-}
-
 TEST_F(LumEventHandlerTest, ExceptionOfTheHandlerPassesThroughAndTheRestIsHandledNext) {
     makeHandler();
-    handler->onHandle = [](const Value& event) {
-        if (*event == 2) throw std::runtime_error("refused");
+    handler->onHandle = [](const Value& value) {
+        if (*value == 2) throw std::runtime_error("refused");
     };
-    for (const int number : {1, 2, 3}) handler->postEvent(value(number));
-    EXPECT_THROW(manager->processEvents(nullptr), std::runtime_error);
+    for (const int number : {1, 2, 3}) handler->post(number);
+    EXPECT_THROW(pass(), std::runtime_error);
     EXPECT_EQ(handler->handled, (std::vector{1, 2}));
     pass();
     EXPECT_EQ(handler->handled, (std::vector{1, 2, 3}));
@@ -282,122 +227,95 @@ TEST_F(LumEventHandlerTest, ExceptionOfTheHandlerPassesThroughAndTheRestIsHandle
 
 TEST_F(LumEventHandlerTest, DestructorDiscardsWhatIsQueued) {
     makeHandler();
-    const Value event = value(1);
-    bool handled = false;
-    handler->onHandle = [&](const Value&) { handled = true; };
+    handler->onHandle = [](const Value&) { FAIL() << "handled"; };
     handler->postEvent(event);
-    handler->postEvent(event);
-    EXPECT_EQ(event.use_count(), 3);
-    log.take();
-    handler.reset();
-    EXPECT_EQ(log.take(),
-              (Lines{logD("dtor"), logD(format("removeEventHandler(int fd: %d) EX", handlerFd))}));
+    EXPECT_EQ(logOf([this] { handler.reset(); }), (Lines{logD("dtor"), askedToRemove(fd)}));
     EXPECT_EQ(event.use_count(), 1);
-    EXPECT_TRUE(isOpen(handlerFd)) << "the event manager closes it";
+    EXPECT_TRUE(isOpen(fd)) << "the event manager closes it";
     pass();
     pass();
-    EXPECT_FALSE(handled);
-    EXPECT_FALSE(isOpen(handlerFd));
+    EXPECT_FALSE(isOpen(fd));
 }
 
 TEST_F(LumEventHandlerTest, WithoutADescriptor) {
-    gSystemCalls.eventFd = [](unsigned int /*count*/, int /*flags*/) {
+    gSystemCalls.eventFd = [](unsigned int, int) {
         errno = EMFILE;
         return -1;
     };
     log.take();
     handler = std::make_unique<Handler>(*manager, *timer, "queue");
-    EXPECT_EQ(
-        log.take(),
-        (Lines{
-            logD("LumEventHandler ctor"),
-            logD(format(
-                "addEventHandler(int -1, EventCallback %p, void* %p, CloseCallback (nil), events 1) EX",
-                pointer(Handler::cb), handler->address())),
-            logE("Cannot add event handler. err:9"),
-            logD(
-                format("LumEventHandler: ctor fd[-1] name[queue] addr[%p]", handler->address()))}));
+    address = static_cast<LumEventHandler<Value>*>(handler.get());
+    EXPECT_EQ(log.take(),
+              (Lines{logD("LumEventHandler ctor"), adding(-1, Handler::cb, address, nullptr, 1),
+                     logE("Cannot add event handler. err:9"),
+                     logD(format("LumEventHandler: ctor fd[-1] name[queue] addr[%p]", address))}));
     EXPECT_FALSE(handler->isRegistered());
-    handler->postEvent(value(1));
+    handler->post(1);
     EXPECT_TRUE(log.has(logE("Error in writing rv: -1, error: Bad file descriptor, for fd[-1]")));
-    std::vector<int> closed;
-    gSystemCalls.close = [&](int fd) {
-        closed.push_back(fd);
+    gSystemCalls.close = [](int closed) {
+        ADD_FAILURE() << "closed " << closed;
         return 0;
     };
     handler.reset();
-    EXPECT_TRUE(closed.empty());
 }
 
 TEST_F(LumEventHandlerTest, DescriptorThatTheEventManagerRefusedIsClosed) {
-    const size_t before = openDescriptors();
-    gSystemCalls.epollCtl = [](int /*epoll*/, int /*op*/, int /*fd*/, epoll_event* /*event*/) {
-        errno = ENOSPC;
-        return -1;
-    };
+    failEpollCtl(ENOSPC);
     makeHandler();
     EXPECT_FALSE(handler->isRegistered());
-    EXPECT_EQ(openDescriptors(), before + 1);
-    handler->postEvent(value(1));
+    handler->post(1);
+    EXPECT_TRUE(isOpen(fd));
     handler.reset();
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_FALSE(isOpen(fd));
 }
 
 TEST_F(LumEventHandlerTest, DetachTakesTheDescriptorOutOfTheEventManagerOnce) {
     makeHandler();
-    log.take();
-    handler->detach();
+    EXPECT_EQ(logOf([this] {
+                  handler->detach();
+                  handler->detach();
+              }),
+              Lines{askedToRemove(fd)});
     EXPECT_FALSE(handler->isRegistered());
-    handler->detach();
-    EXPECT_EQ(log.take(), (Lines{logD(format("removeEventHandler(int fd: %d) EX", handlerFd))}));
     EXPECT_EQ(manager->getNumRegisteredFds(), 0);
     pass();
-    EXPECT_FALSE(isOpen(handlerFd));
-    log.take();
-    handler.reset();
-    EXPECT_EQ(log.take(), (Lines{logD("dtor")}));
+    EXPECT_FALSE(isOpen(fd));
+    EXPECT_EQ(logOf([this] { handler.reset(); }), Lines{logD("dtor")});
 }
 
 // A handler that outlives its event manager and timer, because somebody else still holds it.
 TEST_F(LumEventHandlerTest, DetachedHandlerTouchesNeitherManagerNorDescriptor) {
     makeHandler();
-    const Value event = value(1);
     handler->postEvent(event);
     handler->detach();
     timer.reset();
     manager.reset();
-    EXPECT_FALSE(isOpen(handlerFd));
     // Somebody else's descriptor with the same number.
-    const int reused = fcntl(STDERR_FILENO, F_DUPFD, handlerFd);
-    ASSERT_EQ(reused, handlerFd);
-    gSystemCalls.write = [](int fd, const void* /*buffer*/, size_t size) {
-        ADD_FAILURE() << "written to " << fd;
+    const int reused = fcntl(STDERR_FILENO, F_DUPFD, fd);
+    ASSERT_EQ(reused, fd);
+    gSystemCalls.write = [](int written, const void*, size_t size) {
+        ADD_FAILURE() << "written to " << written;
         return static_cast<ssize_t>(size);
     };
-    const Value late = value(2);
-    log.take();
-    handler->postEvent(late);
-    EXPECT_TRUE(log.take().empty());
+    const Value late = std::make_shared<int>(2);
+    EXPECT_EQ(logOf([&] { handler->postEvent(late); }), Lines{});
     EXPECT_EQ(late.use_count(), 1) << "dropped";
     EXPECT_TRUE(handler->handled.empty());
     handler.reset();
     EXPECT_EQ(event.use_count(), 1);
     EXPECT_TRUE(isOpen(reused));
-    SystemCalls::realClose(reused);
+    close(reused);
 }
 
 TEST_F(LumEventHandlerTest, PostOvertakenByDetachIsDropped) {
     makeHandler();
-    const Value event = value(1);
-    gSystemCalls.write = [this](int fd, const void* buffer, size_t size) {
-        EXPECT_NE(fd, handlerFd);
-        return SystemCalls::realWrite(fd, buffer, size);
+    gSystemCalls.write = [this](int written, const void* buffer, size_t size) {
+        EXPECT_NE(written, fd);
+        return SystemCalls::realWrite(written, buffer, size);
     };
-    const LogLine started = logD(
-        format("Wakelock evt start %p %p", handler->address(), static_cast<void*>(event.get())));
     {
-        const BeforeEachLock detaching([&] {
-            if (log.has(started)) handler->detach();
+        const BeforeEachLock detaching([this] {
+            if (log.has(postLines(event)[1])) handler->detach();
         });
         handler->postEvent(event);
     }
@@ -409,19 +327,16 @@ TEST_F(LumEventHandlerTest, RawPointersAreLoggedByWhatTheyPointTo) {
     class PointerHandler : public LumEventHandler<LumEventBase*> {
       public:
         using LumEventHandler<LumEventBase*>::LumEventHandler;
-        void handleEvent(LumEventBase* event) override { handled = event; }
-        LumEventBase* handled = nullptr;
+        void handleEvent(LumEventBase* event) override { EXPECT_TRUE(event->isMultiThreadEvent()); }
     };
     PointerHandler pointers(*manager, *timer, "pointers");
-    LumEventBase event;
-    EXPECT_TRUE(event.isMultiThreadEvent());
-    pointers.postEvent(&event);
-    manager->processEvents(nullptr);
-    EXPECT_EQ(pointers.handled, &event);
+    LumEventBase base;
+    pointers.postEvent(&base);
+    pass();
     void* const self = static_cast<LumEventHandler<LumEventBase*>*>(&pointers);
-    EXPECT_TRUE(
-        log.has(logD(format("Wakelock evt start %p %p", self, static_cast<void*>(&event)))));
-    EXPECT_TRUE(log.has(logD(format("Wakelock evt end %p %p", self, static_cast<void*>(&event)))));
+    for (const char* const text : {"Wakelock evt start %p %p", "Wakelock evt end %p %p"}) {
+        EXPECT_TRUE(log.has(logD(format(text, self, static_cast<void*>(&base)))));
+    }
 }
 
 TEST_F(LumEventHandlerTest, AnyTypeThatCanBeCopiedCanBeQueued) {
@@ -434,7 +349,7 @@ TEST_F(LumEventHandlerTest, AnyTypeThatCanBeCopiedCanBeQueued) {
     TextHandler texts(*manager, *timer, "texts");
     texts.postEvent("one ");
     texts.postEvent("two");
-    manager->processEvents(nullptr);
+    pass();
     EXPECT_EQ(texts.handled, "one two");
 }
 
@@ -443,19 +358,15 @@ TEST(LumEventHandlerMemoryTest, ConstructionThatRunsOutOfMemoryLeavesNothingOpen
     EventManager manager;
     LumTimer timer(nullptr);
     const size_t before = openDescriptors();
-    std::unique_ptr<Handler> handler;
-    long allocations = 0;
-    while (handler == nullptr) {
-        try {
-            const AllocationLimit limit(allocations);
-            handler = std::make_unique<Handler>(manager, timer, "queue");
-        } catch (const std::bad_alloc&) {
-            ++allocations;
-            EXPECT_EQ(openDescriptors(), before);
-            EXPECT_EQ(manager.getNumRegisteredFds(), 0);
-        }
-    }
-    EXPECT_GT(allocations, 2);
+    std::optional<Handler> handler;
+    EXPECT_GT(allocationsNeeded([&] { handler.emplace(manager, timer, "queue"); },
+                                [&] {
+                                    EXPECT_EQ(openDescriptors(), before);
+                                    EXPECT_EQ(manager.getNumRegisteredFds(), 0);
+                                }),
+              2);
+    const AllocationLimit none(0);
+    handler.reset();
 }
 
 TEST(LumEventHandlerMemoryTest, PostThatRunsOutOfMemoryQueuesNothing) {
@@ -466,10 +377,7 @@ TEST(LumEventHandlerMemoryTest, PostThatRunsOutOfMemoryQueuesNothing) {
     size_t posted = 0;
     const auto postUntilItThrows = [&] {
         const AllocationLimit none(0);
-        while (true) {
-            handler.postEvent(event);
-            ++posted;
-        }
+        for (;; ++posted) handler.postEvent(event);
     };
     EXPECT_THROW(postUntilItThrows(), std::bad_alloc);
     EXPECT_EQ(static_cast<size_t>(event.use_count()), posted + 1);
@@ -479,19 +387,6 @@ TEST(LumEventHandlerMemoryTest, PostThatRunsOutOfMemoryQueuesNothing) {
     manager.wake();
     manager.processEvents(nullptr);
     EXPECT_EQ(handler.handled.size(), posted + 1);
-}
-
-TEST(LumEventHandlerMemoryTest, DestructionNeedsNoMemory) {
-    const size_t before = openDescriptors();
-    {
-        EventManager manager;
-        LumTimer timer(nullptr);
-        std::optional<Handler> handler;
-        handler.emplace(manager, timer, "queue");
-        const AllocationLimit none(0);
-        handler.reset();
-    }
-    EXPECT_EQ(openDescriptors(), before);
 }
 
 }  // namespace
