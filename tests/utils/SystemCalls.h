@@ -7,28 +7,39 @@
 #include <cstddef>
 #include <ctime>
 #include <functional>
+#include <thread>
+
+// The linker turns every call of NAME into one of __wrap_NAME, and __real_NAME into the system's.
+extern "C" {
+int __real_epoll_create(int size);
+int __real_epoll_ctl(int epollFd, int op, int fd, epoll_event* event);
+int __real_epoll_wait(int epollFd, epoll_event* events, int max, int timeout);
+int __real_eventfd(unsigned int count, int flags);
+ssize_t __real_read(int fd, void* buffer, size_t size);
+ssize_t __real_write(int fd, const void* buffer, size_t size);
+int __real_close(int fd);
+int __real_clock_gettime(clockid_t clock, timespec* now);
+}
 
 // What takes the place of system calls made by code linked into the test program. An empty function
 // means the system's own. To be set while no other thread makes such calls.
 struct SystemCalls {
-    std::function<int(int size)> epollCreate;
-    std::function<int(int epollFd, int op, int fd, epoll_event* event)> epollCtl;
-    std::function<int(int epollFd, epoll_event* events, int max, int timeout)> epollWait;
-    std::function<int(unsigned int count, int flags)> eventFd;
-    std::function<ssize_t(int fd, void* buffer, size_t size)> read;
-    std::function<ssize_t(int fd, const void* buffer, size_t size)> write;
-    std::function<int(int fd)> close;
-    std::function<int(clockid_t clock, timespec* now)> clockGettime;
+    std::function<decltype(__real_epoll_create)> epollCreate;
+    std::function<decltype(__real_epoll_ctl)> epollCtl;
+    std::function<decltype(__real_epoll_wait)> epollWait;
+    std::function<decltype(__real_eventfd)> eventFd;
+    std::function<decltype(__real_read)> read;
+    std::function<decltype(__real_write)> write;
+    std::function<decltype(__real_close)> close;
+    std::function<decltype(__real_clock_gettime)> clockGettime;
 
     // The system's own calls, for use inside replacements.
-    static int realEpollCreate(int size);
-    static int realEpollCtl(int epollFd, int op, int fd, epoll_event* event);
-    static int realEpollWait(int epollFd, epoll_event* events, int max, int timeout);
-    static int realEventFd(unsigned int count, int flags);
-    static ssize_t realRead(int fd, void* buffer, size_t size);
-    static ssize_t realWrite(int fd, const void* buffer, size_t size);
-    static int realClose(int fd);
-    static int realClockGettime(clockid_t clock, timespec* now);
+    static constexpr auto& realEpollCreate = __real_epoll_create;
+    static constexpr auto& realEpollCtl = __real_epoll_ctl;
+    static constexpr auto& realEpollWait = __real_epoll_wait;
+    static constexpr auto& realEventFd = __real_eventfd;
+    static constexpr auto& realRead = __real_read;
+    static constexpr auto& realWrite = __real_write;
 };
 
 extern SystemCalls gSystemCalls;
@@ -42,20 +53,20 @@ class RestoreSystemCalls {
     RestoreSystemCalls& operator=(const RestoreSystemCalls&) = delete;
 };
 
-// Runs action on a thread of its own and returns when the action has ended or has found a mutex
-// held by another thread, whichever comes first. The action is waited for in the destructor.
+// Runs action on a thread of its own. The constructor returns when the action has ended or has
+// found a mutex held by another thread, whichever comes first; the destructor waits for its end.
 class RunUntilBlocked {
   public:
     explicit RunUntilBlocked(std::function<void()> action);
-    ~RunUntilBlocked();
+    ~RunUntilBlocked() { mThread.join(); }
     RunUntilBlocked(const RunUntilBlocked&) = delete;
     RunUntilBlocked& operator=(const RunUntilBlocked&) = delete;
 
-    bool blocked() const;
+    bool blocked() const { return mBlocked; }
 
   private:
-    struct State;
-    State* mState;
+    bool mBlocked = false;
+    std::thread mThread;
 };
 
 // While it lives, calls an action before each mutex that the calling thread locks, but not for
