@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <utility>
 
 #include "tests/support/Eventually.h"
@@ -17,7 +16,15 @@ using aidl::vendor::orn::data::lumservice::LumSdkType;
 
 namespace {
 
-std::atomic<FakeBinder*> gFake{nullptr};
+struct State : FakeBinder::Seen {
+    ndk::SpAIBinder service;
+    int refusedLinks = 0;
+    std::function<void()> onSleep;
+    std::vector<FakeBinder::Link> linked;  // and not unlinked
+    int recipients = 0;                    // alive
+};
+std::mutex gLock;
+State gState;
 
 ndk::ScopedAStatus answer(bool refuse) {
     return refuse ? ndk::ScopedAStatus::fromServiceSpecificError(1) : ndk::ScopedAStatus::ok();
@@ -63,170 +70,110 @@ std::vector<std::vector<uint8_t>> FakeService::blobs() const {
 }
 
 FakeBinder::FakeBinder() {
-    gFake = this;
+    const std::lock_guard<std::mutex> guard(gLock);
+    gState = {};
 }
+
 FakeBinder::~FakeBinder() {
-    EXPECT_TRUE(eventually([this] {
-        const std::lock_guard<std::mutex> guard(mLock);
-        return mRecipients == 0;
+    EXPECT_TRUE(eventually([] {
+        const std::lock_guard<std::mutex> guard(gLock);
+        return gState.recipients == 0;
     }));
-    gFake = nullptr;
+    serve(nullptr);
 }
 
 void FakeBinder::serve(const std::shared_ptr<ndk::ICInterface>& service) {
+    // What was served goes after the lock.
     ndk::SpAIBinder binder = service ? service->asBinder() : ndk::SpAIBinder();
-    const std::lock_guard<std::mutex> guard(mLock);
-    std::swap(mService, binder);
+    const std::lock_guard<std::mutex> guard(gLock);
+    std::swap(gState.service, binder);
 }
 
 void FakeBinder::refuseLinks(int count) {
-    const std::lock_guard<std::mutex> guard(mLock);
-    mRefusedLinks = count;
+    const std::lock_guard<std::mutex> guard(gLock);
+    gState.refusedLinks = count;
 }
 
 void FakeBinder::onSleep(std::function<void()> hook) {
-    const std::lock_guard<std::mutex> guard(mLock);
-    mOnSleep = std::move(hook);
+    const std::lock_guard<std::mutex> guard(gLock);
+    gState.onSleep = std::move(hook);
 }
 
-std::vector<std::string> FakeBinder::lookups() const {
-    const std::lock_guard<std::mutex> guard(mLock);
-    return mLookups;
+FakeBinder::Seen FakeBinder::seen() {
+    const std::lock_guard<std::mutex> guard(gLock);
+    return static_cast<const Seen&>(gState);
 }
 
-std::vector<unsigned> FakeBinder::sleeps() const {
-    const std::lock_guard<std::mutex> guard(mLock);
-    return mSleeps;
-}
-
-std::vector<FakeBinder::Link> FakeBinder::links() const {
-    const std::lock_guard<std::mutex> guard(mLock);
-    return mLinks;
-}
-
-std::vector<FakeBinder::Link> FakeBinder::unlinks() const {
-    const std::lock_guard<std::mutex> guard(mLock);
-    return mUnlinks;
-}
-
-std::vector<std::string> FakeBinder::deathCalls() const {
-    const std::lock_guard<std::mutex> guard(mLock);
-    return mDeathCalls;
-}
-
-int FakeBinder::poolStarts() const {
-    const std::lock_guard<std::mutex> guard(mLock);
-    return mPoolStarts;
-}
-
-// What the functions below do, with access to the fake's record.
-struct FakeBinderCalls {
-    static AIBinder* waitForService(const char* name) {
-        FakeBinder& fake = *gFake;
-        const std::lock_guard<std::mutex> guard(fake.mLock);
-        fake.mLookups.emplace_back(name);
-        AIBinder* binder = fake.mService.get();
-        if (binder != nullptr) AIBinder_incStrong(binder);  // the caller's
-        return binder;
-    }
-
-    static void startThreadPool() {
-        FakeBinder& fake = *gFake;
-        const std::lock_guard<std::mutex> guard(fake.mLock);
-        ++fake.mPoolStarts;
-    }
-
-    static AIBinder_DeathRecipient* newRecipient() {
-        FakeBinder& fake = *gFake;
-        const std::lock_guard<std::mutex> guard(fake.mLock);
-        fake.mDeathCalls.emplace_back("new");
-        ++fake.mRecipients;
-        // Never looked into, but a leak of it is noticed.
-        return reinterpret_cast<AIBinder_DeathRecipient*>(new char);
-    }
-
-    static void deleteRecipient(AIBinder_DeathRecipient* recipient) {
-        if (recipient == nullptr) return;
-        FakeBinder& fake = *gFake;
-        const std::lock_guard<std::mutex> guard(fake.mLock);
-        fake.mDeathCalls.emplace_back("delete");
-        --fake.mRecipients;
-        delete reinterpret_cast<char*>(recipient);
-    }
-
-    static binder_status_t link(const FakeBinder::Link& link) {
-        FakeBinder& fake = *gFake;
-        const std::lock_guard<std::mutex> guard(fake.mLock);
-        if (fake.mRefusedLinks > 0) {
-            --fake.mRefusedLinks;
-            return STATUS_DEAD_OBJECT;
-        }
-        fake.mDeathCalls.emplace_back("link");
-        fake.mLinks.push_back(link);
-        fake.mLinked.push_back(link);
-        return STATUS_OK;
-    }
-
-    static binder_status_t unlink(const FakeBinder::Link& link) {
-        FakeBinder& fake = *gFake;
-        const std::lock_guard<std::mutex> guard(fake.mLock);
-        fake.mUnlinks.push_back(link);
-        const auto linked = std::find(fake.mLinked.begin(), fake.mLinked.end(), link);
-        if (linked == fake.mLinked.end()) {
-            fake.mDeathCalls.emplace_back("unlink nothing");
-            return STATUS_NAME_NOT_FOUND;
-        }
-        fake.mDeathCalls.emplace_back("unlink");
-        fake.mLinked.erase(linked);
-        return STATUS_OK;
-    }
-
-    static void sleep(unsigned microseconds) {
-        FakeBinder& fake = *gFake;
-        std::function<void()> hook;
-        {
-            const std::lock_guard<std::mutex> guard(fake.mLock);
-            fake.mSleeps.push_back(microseconds);
-            hook = fake.mOnSleep;
-        }
-        if (hook) hook();
-    }
-};
-
+#pragma GCC visibility push(default)
 extern "C" {
 
-__attribute__((visibility("default"))) AIBinder* AServiceManager_waitForService(
-    const char* instance) {
-    return FakeBinderCalls::waitForService(instance);
+AIBinder* AServiceManager_waitForService(const char* instance) {
+    const std::lock_guard<std::mutex> guard(gLock);
+    gState.lookups.emplace_back(instance);
+    AIBinder* binder = gState.service.get();
+    if (binder != nullptr) AIBinder_incStrong(binder);  // the caller's
+    return binder;
 }
 
-__attribute__((visibility("default"))) void ABinderProcess_startThreadPool(void) {
-    FakeBinderCalls::startThreadPool();
+void ABinderProcess_startThreadPool(void) {
+    const std::lock_guard<std::mutex> guard(gLock);
+    ++gState.poolStarts;
 }
 
-__attribute__((visibility("default"))) AIBinder_DeathRecipient* AIBinder_DeathRecipient_new(
-    AIBinder_DeathRecipient_onBinderDied /*onBinderDied*/) {
-    return FakeBinderCalls::newRecipient();
+AIBinder_DeathRecipient* AIBinder_DeathRecipient_new(AIBinder_DeathRecipient_onBinderDied) {
+    const std::lock_guard<std::mutex> guard(gLock);
+    gState.deathCalls.emplace_back("new");
+    ++gState.recipients;
+    // Never looked into, but a leak of it is noticed.
+    return reinterpret_cast<AIBinder_DeathRecipient*>(new char);
 }
 
-__attribute__((visibility("default"))) void AIBinder_DeathRecipient_delete(
-    AIBinder_DeathRecipient* recipient) {
-    FakeBinderCalls::deleteRecipient(recipient);
+void AIBinder_DeathRecipient_delete(AIBinder_DeathRecipient* recipient) {
+    if (recipient == nullptr) return;
+    const std::lock_guard<std::mutex> guard(gLock);
+    gState.deathCalls.emplace_back("delete");
+    --gState.recipients;
+    delete reinterpret_cast<char*>(recipient);
 }
 
-__attribute__((visibility("default"))) binder_status_t AIBinder_linkToDeath(
-    AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
-    return FakeBinderCalls::link({binder, recipient, cookie});
+binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
+                                     void* cookie) {
+    const std::lock_guard<std::mutex> guard(gLock);
+    if (gState.refusedLinks > 0) {
+        --gState.refusedLinks;
+        return STATUS_DEAD_OBJECT;
+    }
+    gState.deathCalls.emplace_back("link");
+    gState.links.push_back({binder, recipient, cookie});
+    gState.linked.push_back({binder, recipient, cookie});
+    return STATUS_OK;
 }
 
-__attribute__((visibility("default"))) binder_status_t AIBinder_unlinkToDeath(
-    AIBinder* binder, AIBinder_DeathRecipient* recipient, void* cookie) {
-    return FakeBinderCalls::unlink({binder, recipient, cookie});
+binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
+                                       void* cookie) {
+    const FakeBinder::Link link{binder, recipient, cookie};
+    const std::lock_guard<std::mutex> guard(gLock);
+    gState.unlinks.push_back(link);
+    const auto linked = std::find(gState.linked.begin(), gState.linked.end(), link);
+    if (linked == gState.linked.end()) {
+        gState.deathCalls.emplace_back("unlink nothing");
+        return STATUS_NAME_NOT_FOUND;
+    }
+    gState.deathCalls.emplace_back("unlink");
+    gState.linked.erase(linked);
+    return STATUS_OK;
 }
 
-__attribute__((visibility("default"))) int usleep(useconds_t microseconds) {
-    FakeBinderCalls::sleep(microseconds);
+int usleep(useconds_t microseconds) {
+    std::function<void()> hook;
+    {
+        const std::lock_guard<std::mutex> guard(gLock);
+        gState.sleeps.push_back(microseconds);
+        hook = gState.onSleep;
+    }
+    if (hook) hook();
     return 0;
 }
 
 }  // extern "C"
+#pragma GCC visibility pop

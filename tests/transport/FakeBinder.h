@@ -47,7 +47,7 @@ class FakeService : public aidl::vendor::orn::data::lumservice::BnLumService {
     std::vector<Message> mMessages;
 };
 
-// One per test; the functions above act on the one that lives.
+// One per test at a time: what the functions above find, and what they were asked.
 class FakeBinder {
   public:
     struct Link {
@@ -59,6 +59,16 @@ class FakeBinder {
             return binder == other.binder && recipient == other.recipient && cookie == other.cookie;
         }
     };
+    struct Seen {
+        std::vector<std::string> lookups;
+        std::vector<unsigned> sleeps;  // microseconds
+        std::vector<Link> links;
+        std::vector<Link> unlinks;
+        // Every "new", "link", "unlink" (of what was linked, in contrast to "unlink nothing") and
+        // "delete" of a death recipient.
+        std::vector<std::string> deathCalls;
+        int poolStarts = 0;
+    };
 
     FakeBinder();
     // Waits until all death recipients have been deleted: objects may go on threads of their own.
@@ -67,34 +77,11 @@ class FakeBinder {
     FakeBinder& operator=(const FakeBinder&) = delete;
 
     // What the next look-ups find; null for nobody.
-    void serve(const std::shared_ptr<ndk::ICInterface>& service);
+    static void serve(const std::shared_ptr<ndk::ICInterface>& service);
     // The next `count` links are refused as if the service had just died.
-    void refuseLinks(int count);
+    static void refuseLinks(int count);
     // Runs inside each usleep(), which does not sleep.
-    void onSleep(std::function<void()> hook);
+    static void onSleep(std::function<void()> hook);
 
-    std::vector<std::string> lookups() const;
-    std::vector<unsigned> sleeps() const;  // microseconds
-    std::vector<Link> links() const;
-    std::vector<Link> unlinks() const;
-    // Every "new", "link", "unlink" (of what was linked, in contrast to "unlink nothing") and
-    // "delete" of a death recipient.
-    std::vector<std::string> deathCalls() const;
-    int poolStarts() const;
-
-  private:
-    friend struct FakeBinderCalls;
-
-    mutable std::mutex mLock;
-    ndk::SpAIBinder mService;
-    int mRefusedLinks = 0;
-    std::function<void()> mOnSleep;
-    std::vector<std::string> mLookups;
-    std::vector<unsigned> mSleeps;
-    std::vector<Link> mLinks;
-    std::vector<Link> mUnlinks;
-    std::vector<Link> mLinked;  // and not unlinked
-    int mRecipients = 0;        // alive
-    std::vector<std::string> mDeathCalls;
-    int mPoolStarts = 0;
+    static Seen seen();
 };

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <new>
 #include <stdexcept>
@@ -16,6 +15,7 @@
 #include "tests/support/ThreadRefusal.h"
 #include "tests/transport/FakeBinder.h"
 #include "tests/transport/ListenerRecord.h"
+#include "tests/utils/OutOfMemory.h"
 #include "tools/emulator/ProcessStats.h"
 #include "transport/SdkClient.h"
 
@@ -36,14 +36,6 @@ constexpr auto kUp = SdkClientBase::SDK_SERVICE_UP;
 using Bytes = std::vector<uint8_t>;
 using Statuses = std::vector<SdkClientBase::SdkStatus>;
 
-const std::vector<unsigned> kBackOff{50000, 100000, 200000, 400000, 800000, 1600000};
-
-std::vector<unsigned> times(const std::vector<unsigned>& sleeps, int count) {
-    std::vector<unsigned> all;
-    for (int i = 0; i < count; ++i) all.insert(all.end(), sleeps.begin(), sleeps.end());
-    return all;
-}
-
 // A stranger under the service's name.
 class NotTheService : public BnLumServiceCallback {
     ndk::ScopedAStatus sendBlob(LumSdkType /*type*/, const Bytes& /*blob*/) override {
@@ -53,69 +45,69 @@ class NotTheService : public BnLumServiceCallback {
 
 class SdkClientTest : public testing::Test {
   protected:
-    SdkClientTest() { binder.serve(service); }
+    SdkClientTest() { FakeBinder::serve(service); }
     ~SdkClientTest() override { service->dropCallback(); }
+    // Ends what a test has left in use: kSdf, or kSdf and kOther.
+    void TearDown() override {
+        const auto client = SdkClient::mInstance;
+        if (!client) return;
+        if (client->isActive(kOther)) SdkClient::destroyInstance(kOther);
+        release(kSdf);
+    }
 
-    std::shared_ptr<SdkClient> get(LumSdkClientType type, const ListenerRecord& listener,
+    std::shared_ptr<SdkClient> get(LumSdkClientType type, const ListenerRecord& heard,
                                    Bytes first = {1}) {
-        return SdkClient::getInstance(type, listener, makeEvent(type, std::move(first)));
+        return SdkClient::getInstance(type, heard, makeEvent(type, std::move(first)));
     }
     // Brings the transport up, connected, for one type.
-    std::shared_ptr<SdkClient> getConnected(LumSdkClientType type, const ListenerRecord& listener) {
-        auto client = get(type, listener);
-        EXPECT_TRUE(listener.waitForCalls(1));
+    std::shared_ptr<SdkClient> getConnected(LumSdkClientType type, const ListenerRecord& heard) {
+        auto client = get(type, heard);
+        EXPECT_TRUE(heard.waitForCalls(1));
         return client;
     }
-    static void release(LumSdkClientType type) {
+    std::shared_ptr<SdkClient> getConnected() { return getConnected(kSdf, listener); }
+    static void release(LumSdkClientType type = kSdf) {
         if (const auto client = std::atomic_load(&SdkClient::mInstance)) {
             client->postEvent(makeEvent(type, {0xEE}, true));
         }
         SdkClient::destroyInstance(type);
     }
+    // A listener that runs the action at its first refused send, on the SDK thread.
+    static ListenerRecord atFirstFailure(const std::function<void()>& action) {
+        return ListenerRecord([action, done = std::make_shared<std::atomic<bool>>(false)](
+                                  SdkClientBase::SdkStatus status) {
+            if (status == kFailed && !done->exchange(true)) action();
+        });
+    }
     void waitForMessages(size_t count) const {
         while (service->messages().size() < count) std::this_thread::yield();
     }
-    // Posts until there is no memory for the next event.
-    static void postWithoutMemory(SdkClient& client) {
-        const auto event = makeEvent(kSdf, {7});
-        try {
-            const AllocationLimit none(0);
-            for (;;) client.postEvent(event);
-        } catch (const std::bad_alloc&) {
-        }
-    }
     // True once nobody holds the object any more.
     static bool goes(const std::weak_ptr<SdkClient>& client) {
-        for (auto limit = std::chrono::steady_clock::now() + kLimit; !client.expired();) {
-            if (std::chrono::steady_clock::now() > limit) return false;
-            std::this_thread::yield();
-        }
-        return true;
+        return eventually([&] { return client.expired(); });
     }
 
     std::shared_ptr<FakeService> service = ndk::SharedRefBase::make<FakeService>();
     FakeBinder binder;
+    ListenerRecord listener;
 };
 
 // ---- getting the transport
 
 TEST_F(SdkClientTest, EmptyFirstEventGivesNothing) {
-    const ListenerRecord listener;
     EXPECT_EQ(SdkClient::getInstance(kSdf, listener, nullptr), nullptr);
     EXPECT_EQ(SdkClient::mInstance, nullptr);
     EXPECT_EQ(listener.copies(), 0);
 
-    getConnected(kSdf, listener);
+    getConnected();
     const ListenerRecord other;
     EXPECT_EQ(SdkClient::getInstance(kOther, other, nullptr), nullptr);
     EXPECT_FALSE(SdkClient::mInstance->isActive(kOther));
     EXPECT_EQ(other.copies(), 0);
     EXPECT_TRUE(other.calls().empty());
-    release(kSdf);
 }
 
 TEST_F(SdkClientTest, UnknownTypeGivesNothing) {
-    const ListenerRecord listener;
     EXPECT_EQ(get(static_cast<LumSdkClientType>(14), listener), nullptr);
     EXPECT_EQ(get(static_cast<LumSdkClientType>(-1), listener), nullptr);
     EXPECT_EQ(SdkClient::mInstance, nullptr);
@@ -123,19 +115,19 @@ TEST_F(SdkClientTest, UnknownTypeGivesNothing) {
 }
 
 TEST_F(SdkClientTest, FirstEventConnectsRegistersAndIsSent) {
-    const ListenerRecord listener;
-    const auto client = getConnected(kSdf, listener);
+    const auto client = getConnected();
     ASSERT_NE(client, nullptr);
     EXPECT_EQ(client, SdkClient::mInstance);
     EXPECT_EQ(listener.calls()[0].status, kUp);
     EXPECT_NE(listener.calls()[0].thread, std::this_thread::get_id());
-    release(kSdf);
+    release();
 
-    EXPECT_EQ(binder.poolStarts(), 1);
-    EXPECT_EQ(binder.lookups(), std::vector<std::string>{"vendor.orn.data.lumservice.ILumService"});
-    EXPECT_TRUE(binder.sleeps().empty());
-    ASSERT_EQ(binder.links().size(), 1U);
-    EXPECT_EQ(binder.links()[0].cookie, client.get());
+    const FakeBinder::Seen seen = binder.seen();
+    EXPECT_EQ(seen.poolStarts, 1);
+    EXPECT_EQ(seen.lookups, std::vector<std::string>{"vendor.orn.data.lumservice.ILumService"});
+    EXPECT_TRUE(seen.sleeps.empty());
+    ASSERT_EQ(seen.links.size(), 1U);
+    EXPECT_EQ(seen.links[0].cookie, client.get());
     EXPECT_EQ(service->callback(), std::static_pointer_cast<ILumServiceCallback>(client));
     ASSERT_EQ(service->messages().size(), 2U);
     EXPECT_EQ(service->messages()[0].type, 5);
@@ -150,8 +142,7 @@ TEST_F(SdkClientTest, SecondTypeSharesTheThreadAndHearsServiceUpAtOnce) {
         sleeping.add();
         wake.waitFor();
     });
-    const ListenerRecord first;
-    const auto client = get(kSdf, first);
+    const auto client = get(kSdf, listener);
     ASSERT_TRUE(sleeping.waitFor());  // the service is unreachable
 
     const ListenerRecord second;
@@ -162,20 +153,17 @@ TEST_F(SdkClientTest, SecondTypeSharesTheThreadAndHearsServiceUpAtOnce) {
 
     binder.serve(service);
     wake.add();
-    ASSERT_TRUE(first.waitForCalls(1));
-    client->postEvent(makeEvent(kOther, {2}));
+    ASSERT_TRUE(listener.waitForCalls(1));
     release(kOther);
     EXPECT_TRUE(client->isRunning());
     EXPECT_EQ(SdkClient::mInstance, client);
-    EXPECT_TRUE(client->isActive(kSdf));
-    release(kSdf);
+    release();
     EXPECT_EQ(SdkClient::mInstance, nullptr);
 }
 
 TEST_F(SdkClientTest, DestroyOfOneOfTwoTypesChangesOnlyTheSet) {
-    const ListenerRecord first;
     const ListenerRecord second;
-    const auto client = getConnected(kSdf, first);
+    const auto client = getConnected();
     get(kOther, second);
     SdkClient::destroyInstance(kOther);
     EXPECT_FALSE(client->isActive(kOther));
@@ -184,26 +172,11 @@ TEST_F(SdkClientTest, DestroyOfOneOfTwoTypesChangesOnlyTheSet) {
     EXPECT_EQ(SdkClient::mInstance, client);
     client->notifyReceivedBlob(kOther, {9});
     EXPECT_EQ(second.statuses().back(), kReceived);  // the listener is still there
-    release(kSdf);
 }
 
 TEST_F(SdkClientTest, DestroyWithoutInstanceDoesNothing) {
     SdkClient::destroyInstance(kSdf);
     EXPECT_EQ(SdkClient::mInstance, nullptr);
-}
-
-TEST_F(SdkClientTest, ALaterGetBuildsAFreshOne) {
-    const ListenerRecord listener;
-    const std::weak_ptr<SdkClient> first = getConnected(kSdf, listener);
-    release(kSdf);
-    EXPECT_EQ(SdkClient::mInstance, nullptr);
-    service->dropCallback();
-    EXPECT_TRUE(goes(first));
-
-    const ListenerRecord again;
-    EXPECT_NE(getConnected(kSdf, again), nullptr);
-    release(kSdf);
-    EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {0xEE}, {1}, {0xEE}}));
 }
 
 TEST_F(SdkClientTest, GetWhileShuttingDownGivesNothing) {
@@ -214,10 +187,9 @@ TEST_F(SdkClientTest, GetWhileShuttingDownGivesNothing) {
         sending.add();
         proceed.waitFor();
     };
-    const ListenerRecord listener;
     get(kSdf, listener);
     ASSERT_TRUE(sending.waitFor());
-    std::thread destroyer([] { release(kSdf); });
+    std::thread destroyer([] { release(); });
     while (std::atomic_load(&SdkClient::mInstance)->isActive(kSdf)) std::this_thread::yield();
 
     const ListenerRecord late;
@@ -230,8 +202,7 @@ TEST_F(SdkClientTest, GetWhileShuttingDownGivesNothing) {
 }
 
 TEST_F(SdkClientTest, GetAfterTheLastReleaseWasHandledGivesNothing) {
-    const ListenerRecord listener;
-    const auto client = getConnected(kSdf, listener);
+    const auto client = getConnected();
     client->postEvent(makeEvent(kSdf, {2}, true));
     while (client->isRunning()) std::this_thread::yield();
     const ListenerRecord late;
@@ -244,140 +215,110 @@ TEST_F(SdkClientTest, GetAfterTheLastReleaseWasHandledGivesNothing) {
 // ---- connecting
 
 TEST_F(SdkClientTest, SixAttemptsWithDoublingSleepsThenTheRequestIsDropped) {
+    // Nobody is there for the first request, a stranger for the second, and for the third a service
+    // that dies at once each time.
     binder.serve(nullptr);
-    const ListenerRecord listener;
-    get(kSdf, listener);
-    release(kSdf);
-    EXPECT_EQ(binder.sleeps(), kBackOff);
-    EXPECT_EQ(binder.lookups().size(), 6U);
-    EXPECT_TRUE(listener.calls().empty());
-    EXPECT_TRUE(service->messages().empty());
-}
-
-TEST_F(SdkClientTest, EachRequestTriesAgainFromFiftyMilliseconds) {
-    binder.serve(nullptr);
-    const ListenerRecord listener;
+    int sleeps = 0;
+    binder.onSleep([&] {
+        ++sleeps;
+        if (sleeps == 6) binder.serve(ndk::SharedRefBase::make<NotTheService>());
+        if (sleeps != 12) return;
+        binder.serve(service);
+        binder.refuseLinks(6);
+    });
     const auto client = get(kSdf, listener);
     client->postEvent(makeEvent(kSdf, {2}));
     client->postEvent(makeEvent(kSdf, {3}));
-    release(kSdf);
-    EXPECT_EQ(binder.sleeps(), times(kBackOff, 3));
+    release();
+    std::vector<unsigned> expected;
+    for (int request = 0; request < 3; ++request) {
+        expected.insert(expected.end(), {50000, 100000, 200000, 400000, 800000, 1600000});
+    }
+    EXPECT_EQ(binder.seen().sleeps, expected);
+    EXPECT_EQ(binder.seen().lookups.size(), 18U);
     EXPECT_TRUE(listener.calls().empty());
+    EXPECT_TRUE(service->messages().empty());
+    EXPECT_EQ(service->callback(), nullptr);
+    EXPECT_FALSE(client->isConnected(kSdf));
 }
 
 TEST_F(SdkClientTest, ServiceFoundAtTheThirdAttempt) {
     binder.serve(nullptr);
-    std::atomic<int> sleeps{0};
+    int sleeps = 0;
     binder.onSleep([&] {
-        if (++sleeps == 2) binder.serve(service);
+        if (++sleeps != 1) return;
+        binder.serve(service);
+        binder.refuseLinks(1);  // found dead at the second
     });
-    const ListenerRecord listener;
-    getConnected(kSdf, listener);
-    release(kSdf);
-    EXPECT_EQ(binder.sleeps(), (std::vector<unsigned>{50000, 100000}));
+    getConnected();
+    release();
+    EXPECT_EQ(binder.seen().sleeps, (std::vector<unsigned>{50000, 100000}));
+    EXPECT_EQ(binder.seen().lookups.size(), 3U);
     EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {0xEE}}));
-}
-
-TEST_F(SdkClientTest, RefusedDeathLinkCountsAsAFailedAttempt) {
-    binder.refuseLinks(2);
-    const ListenerRecord listener;
-    getConnected(kSdf, listener);
-    release(kSdf);
-    EXPECT_EQ(binder.sleeps(), (std::vector<unsigned>{50000, 100000}));
-    EXPECT_EQ(binder.lookups().size(), 3U);
-}
-
-TEST_F(SdkClientTest, DeathLinkRefusedEveryTimeIsNoConnection) {
-    binder.refuseLinks(6);
-    const ListenerRecord listener;
-    const auto client = get(kSdf, listener);
-    release(kSdf);
-    EXPECT_EQ(binder.sleeps(), kBackOff);
-    EXPECT_EQ(service->callback(), nullptr);
-    EXPECT_TRUE(service->messages().empty());
-    EXPECT_TRUE(listener.calls().empty());
-    EXPECT_FALSE(client->isConnected(kSdf));
-}
-
-TEST_F(SdkClientTest, StrangerUnderTheNameCountsAsAFailedAttempt) {
-    binder.serve(ndk::SharedRefBase::make<NotTheService>());
-    const ListenerRecord listener;
-    get(kSdf, listener);
-    release(kSdf);
-    EXPECT_EQ(binder.sleeps(), kBackOff);
-    EXPECT_TRUE(listener.calls().empty());
 }
 
 TEST_F(SdkClientTest, RefusedRegistrationIsSilentAndRequestsAreStillSent) {
     const LogCapture log;
     service->mRefuseCallback = true;
-    const ListenerRecord listener;
     const auto client = get(kSdf, listener);
     client->postEvent(makeEvent(kSdf, {2}));
-    release(kSdf);
+    release();
     EXPECT_TRUE(listener.calls().empty());
     EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {2}, {0xEE}}));
-    EXPECT_EQ(binder.lookups().size(), 1U);
+    EXPECT_EQ(binder.seen().lookups.size(), 1U);
     for (const LogLine& line : log.lines()) EXPECT_EQ(line.priority, 3) << line.text;
 }
 
 TEST_F(SdkClientTest, ConnectingWhenConnectedOnlyReportsServiceUp) {
-    const ListenerRecord listener;
-    const auto client = getConnected(kSdf, listener);
-    client->connectLumSdkClient(kSdf);
+    getConnected()->connectLumSdkClient(kSdf);
     EXPECT_EQ(listener.statuses(), (Statuses{kUp, kUp}));
-    EXPECT_EQ(binder.lookups().size(), 1U);
-    EXPECT_EQ(binder.poolStarts(), 1);
-    release(kSdf);
+    EXPECT_EQ(binder.seen().lookups.size(), 1U);
+    EXPECT_EQ(binder.seen().poolStarts, 1);
 }
 
 // ---- sending and receiving
 
 TEST_F(SdkClientTest, RefusedSendIsReportedOnceOnTheSdkThread) {
     service->mRefuseBlobs = true;
-    const ListenerRecord listener;
     get(kSdf, listener);
     ASSERT_TRUE(listener.waitForCalls(2));
     EXPECT_EQ(listener.statuses(), (Statuses{kUp, kFailed}));
     EXPECT_EQ(listener.calls()[0].thread, listener.calls()[1].thread);
     EXPECT_NE(listener.calls()[1].thread, std::this_thread::get_id());
-    release(kSdf);
+    release();
     EXPECT_EQ(listener.statuses(), (Statuses{kUp, kFailed, kFailed}));  // the last send, too
     EXPECT_EQ(SdkClient::mInstance, nullptr);
 }
 
 TEST_F(SdkClientTest, SendingWithoutServiceFails) {
     binder.serve(nullptr);
-    const ListenerRecord listener;
     const auto client = get(kSdf, listener);
     EXPECT_FALSE(client->sendBlobToService(kSdf, {1}));
     EXPECT_FALSE(client->isConnected(kSdf));
-    release(kSdf);
 }
 
 TEST_F(SdkClientTest, TypesAreConvertedBothWays) {
-    const std::vector<int> toService{0, 1, 2, 3, 4, 5, 6, 0, 7, 8, 9, 10, 11, 0, 0};
-    for (size_t type = 0; type < toService.size(); ++type) {
-        EXPECT_EQ(static_cast<int>(
-                      SdkClient::convertLumSdkTypeToAidl(static_cast<LumSdkClientType>(type))),
-                  toService[type])
-            << type;
+    const auto toService = [](int type) {
+        return static_cast<int>(
+            SdkClient::convertLumSdkTypeToAidl(static_cast<LumSdkClientType>(type)));
+    };
+    const auto fromService = [](int type) {
+        return static_cast<int>(SdkClient::convertAidlSdkTypeToSdk(static_cast<LumSdkType>(type)));
+    };
+    for (int type = 1; type <= 6; ++type) {
+        EXPECT_EQ(toService(type), type);
+        EXPECT_EQ(fromService(type), type);
     }
-    EXPECT_EQ(
-        static_cast<int>(SdkClient::convertLumSdkTypeToAidl(static_cast<LumSdkClientType>(-1))), 0);
-    const std::vector<int> fromService{0, 1, 2, 3, 4, 5, 6, 8, 9, 10, 11, 12, 0, 0};
-    for (size_t type = 0; type < fromService.size(); ++type) {
-        EXPECT_EQ(
-            static_cast<int>(SdkClient::convertAidlSdkTypeToSdk(static_cast<LumSdkType>(type))),
-            fromService[type])
-            << type;
+    for (int type = 8; type <= 12; ++type) {
+        EXPECT_EQ(toService(type), type - 1);
+        EXPECT_EQ(fromService(type - 1), type);
     }
-    EXPECT_EQ(SdkClient::convertAidlSdkTypeToSdk(static_cast<LumSdkType>(-1)), 0);
+    for (const int type : {-1, 0, 7, 13, 14}) EXPECT_EQ(toService(type), 0) << type;
+    for (const int type : {-1, 0, 12, 13}) EXPECT_EQ(fromService(type), 0) << type;
 }
 
 TEST_F(SdkClientTest, TypeSevenTravelsAsZeroAndZeroComesBackAsZero) {
     constexpr auto seven = static_cast<LumSdkClientType>(7);
-    const ListenerRecord listener;
     const ListenerRecord none;
     const auto client = getConnected(seven, listener);
     get(LUM_SDK_CLIENT_NONE, none);
@@ -392,8 +333,7 @@ TEST_F(SdkClientTest, TypeSevenTravelsAsZeroAndZeroComesBackAsZero) {
 }
 
 TEST_F(SdkClientTest, BlobsReachTheListenerOfTheirTypeOnTheDeliveringThread) {
-    const ListenerRecord listener;
-    getConnected(kSdf, listener);
+    getConnected();
     const auto callback = service->callback();
     ASSERT_NE(callback, nullptr);
     EXPECT_TRUE(callback->sendBlob(static_cast<LumSdkType>(5), {1, 2, 3}).isOk());
@@ -403,38 +343,40 @@ TEST_F(SdkClientTest, BlobsReachTheListenerOfTheirTypeOnTheDeliveringThread) {
     EXPECT_EQ(listener.calls()[1].bytes, (Bytes{1, 2, 3}));
     EXPECT_EQ(listener.calls()[1].thread, std::this_thread::get_id());
     EXPECT_TRUE(listener.calls()[2].bytes.empty());
-    release(kSdf);
 }
 
-TEST_F(SdkClientTest, ListenerThatThrowsAtAMessageEndsThereAndIsLogged) {
+// On the service's threads: at a message, and at its death, where it ends the walk.
+TEST_F(SdkClientTest, WhatAListenerThrowsEndsThereAndIsLogged) {
     const LogCapture log;
-    const ListenerRecord listener([](SdkClientBase::SdkStatus status) {
-        if (status == kReceived) throw std::runtime_error("oh");
+    bool anException = true;
+    const ListenerRecord throwing([&](SdkClientBase::SdkStatus status) {
+        if (status == kUp) return;
+        if (anException) throw std::runtime_error("oh");
+        throw 42;
     });
-    const auto client = getConnected(kSdf, listener);
+    const ListenerRecord behind;
+    const auto client = getConnected(kSdf, throwing);
+    get(kOther, behind);
+    waitForMessages(2);
     EXPECT_TRUE(client->sendBlob(static_cast<LumSdkType>(5), {1}).isOk());
-    EXPECT_TRUE(log.has(logE("SdkClient: a listener threw at a message: oh")));
-    release(kSdf);
-}
-
-TEST_F(SdkClientTest, ListenerThatThrowsNoExceptionClassAtAMessageEndsThereToo) {
-    const LogCapture log;
-    const ListenerRecord listener([](SdkClientBase::SdkStatus status) {
-        if (status == kReceived) throw 42;
-    });
-    const auto client = getConnected(kSdf, listener);
-    EXPECT_TRUE(client->sendBlob(static_cast<LumSdkType>(5), {1}).isOk());
+    EXPECT_EQ(log.count(logE("SdkClient: a listener threw at a message: oh")), 1U);
+    SdkClient::deathCallback(client.get());
+    EXPECT_EQ(log.count(logE("SdkClient: a listener threw at service down: oh")), 1U);
+    EXPECT_FALSE(client->isConnected(kSdf));
+    anException = false;
     EXPECT_TRUE(client->sendBlob(static_cast<LumSdkType>(5), {2}).isOk());
-    EXPECT_EQ(log.count(logE("SdkClient: a listener threw at a message")), 2U);
-    EXPECT_EQ(listener.statuses(), (Statuses{kUp, kReceived, kReceived}));
-    release(kSdf);
+    EXPECT_EQ(log.count(logE("SdkClient: a listener threw at a message")), 1U);
+    SdkClient::deathCallback(client.get());
+    EXPECT_EQ(log.count(logE("SdkClient: a listener threw at service down")), 1U);
+    EXPECT_EQ(throwing.statuses(), (Statuses{kUp, kReceived, kDown, kReceived, kDown}));
+    EXPECT_EQ(behind.statuses(), Statuses{kUp});
 }
 
 // ---- the service's death
 
-TEST_F(SdkClientTest, DeathIsToldToEveryListenerOnceAndTheNextRequestReconnects) {
+TEST_F(SdkClientTest, DeathIsReportedToEveryListenerOnceAndTheNextRequestReconnects) {
     std::vector<int> order;
-    // The dead service counts as connected until everybody has been told.
+    // The dead service counts as connected until everybody knows.
     const auto note = [&order](SdkClientBase::SdkStatus status, int type) {
         if (status != kDown) return;
         order.push_back(type);
@@ -445,44 +387,37 @@ TEST_F(SdkClientTest, DeathIsToldToEveryListenerOnceAndTheNextRequestReconnects)
     const auto client = getConnected(kOther, second);
     get(kSdf, first);
     waitForMessages(2);
-    SdkClient::deathCallback(binder.links()[0].cookie);
+    SdkClient::deathCallback(binder.seen().links[0].cookie);
     EXPECT_EQ(order, (std::vector<int>{5, 6}));
     EXPECT_FALSE(client->isConnected(kSdf));
 
     // Gone, then back.
     binder.serve(nullptr);
-    std::atomic<int> sleeps{0};
+    int sleeps = 0;
     binder.onSleep([&] {
         if (++sleeps == 2) binder.serve(service);
     });
     client->postEvent(makeEvent(kSdf, {7}));
     SdkClient::destroyInstance(kOther);
-    release(kSdf);
-    EXPECT_EQ(binder.sleeps(), (std::vector<unsigned>{50000, 100000}));
-    EXPECT_EQ(binder.links().size(), 2U);
+    release();
+    EXPECT_EQ(binder.seen().sleeps, (std::vector<unsigned>{50000, 100000}));
+    EXPECT_EQ(binder.seen().links.size(), 2U);
     EXPECT_EQ(service->blobs().back(), Bytes{0xEE});
 }
 
-TEST_F(SdkClientTest, DeathOfNobodyIsIgnored) {
-    const ListenerRecord listener;
-    const auto client = getConnected(kSdf, listener);
+TEST_F(SdkClientTest, DeathNotificationsAreReportedWhenTheyNameALivingObject) {
+    const auto client = getConnected();
+    waitForMessages(1);
     int stranger = 0;
     SdkClient::deathCallback(nullptr);
     SdkClient::deathCallback(&stranger);
     EXPECT_TRUE(client->isConnected(kSdf));
     EXPECT_EQ(listener.statuses(), Statuses{kUp});
-    release(kSdf);
-}
-
-TEST_F(SdkClientTest, EachDeathNotificationOfALivingObjectIsReported) {
-    const ListenerRecord listener;
-    const auto client = getConnected(kSdf, listener);
-    waitForMessages(1);
-    SdkClient::deathCallback(binder.links()[0].cookie);
+    void* const cookie = binder.seen().links[0].cookie;
+    SdkClient::deathCallback(cookie);
     EXPECT_FALSE(client->isConnected(kSdf));
-    SdkClient::deathCallback(binder.links()[0].cookie);  // also without a service
+    SdkClient::deathCallback(cookie);  // also without a service
     EXPECT_EQ(listener.statuses(), (Statuses{kUp, kDown, kDown}));
-    release(kSdf);
 }
 
 TEST_F(SdkClientTest, ListenersAreLookedUpWhenTheirTurnComes) {
@@ -506,72 +441,44 @@ TEST_F(SdkClientTest, ListenersAreLookedUpWhenTheirTurnComes) {
     EXPECT_EQ(replacing.statuses(), Statuses{kDown});
     EXPECT_EQ(added.statuses(), Statuses{kDown});
     EXPECT_TRUE(missed.calls().empty());
-    SdkClient::destroyInstance(kOther);
-    release(kSdf);
 }
 
 TEST_F(SdkClientTest, EmptyEntryEndsTheWalkAndTheServiceIsStillReleased) {
     const LogCapture log;
-    const ListenerRecord five;
-    const ListenerRecord nine;
-    const auto client = getConnected(kSdf, five);
-    get(static_cast<LumSdkClientType>(9), nine);
+    constexpr auto nine = static_cast<LumSdkClientType>(9);
+    const ListenerRecord behind;
+    const auto client = getConnected();
+    get(nine, behind);
     client->setClientListener(kOther, nullptr);
     waitForMessages(2);
     EXPECT_THROW(client->notifyServiceDown(LUM_SDK_CLIENT_NONE), std::bad_function_call);
-    EXPECT_EQ(five.statuses(), (Statuses{kUp, kDown}));
-    EXPECT_EQ(nine.statuses(), Statuses{kUp});
-
     SdkClient::deathCallback(client.get());
-    EXPECT_EQ(five.statuses(), (Statuses{kUp, kDown, kDown}));
-    EXPECT_EQ(nine.statuses(), Statuses{kUp});
+    EXPECT_EQ(listener.statuses(), (Statuses{kUp, kDown, kDown}));
+    EXPECT_EQ(behind.statuses(), Statuses{kUp});
     EXPECT_FALSE(client->isConnected(kSdf));
     EXPECT_EQ(log.count(logE("SdkClient: a listener threw at service down: bad_function_call")),
               1U);
-    SdkClient::destroyInstance(static_cast<LumSdkClientType>(9));
-    release(kSdf);
-}
-
-TEST_F(SdkClientTest, ListenerThatThrowsNoExceptionClassAtADeathEndsTheWalkToo) {
-    const LogCapture log;
-    const ListenerRecord five([](SdkClientBase::SdkStatus status) {
-        if (status == kDown) throw 42;
-    });
-    const ListenerRecord six;
-    const auto client = getConnected(kSdf, five);
-    get(kOther, six);
-    waitForMessages(2);
-    SdkClient::deathCallback(client.get());
-    EXPECT_EQ(log.count(logE("SdkClient: a listener threw at service down")), 1U);
-    EXPECT_EQ(five.statuses(), (Statuses{kUp, kDown}));
-    EXPECT_EQ(six.statuses(), Statuses{kUp});
-    EXPECT_FALSE(client->isConnected(kSdf));
-    SdkClient::destroyInstance(kOther);
-    release(kSdf);
+    SdkClient::destroyInstance(nine);
 }
 
 TEST_F(SdkClientTest, DeathDuringASendLeavesTheCallItsService) {
-    const ListenerRecord listener;
     service->mOnBlob = [&](const FakeService::Message& message) {
         if (message.blob != Bytes{2}) return;
-        std::thread([this] { SdkClient::deathCallback(binder.links()[0].cookie); }).join();
+        std::thread([this] { SdkClient::deathCallback(binder.seen().links[0].cookie); }).join();
     };
-    std::weak_ptr<FakeService> watched = service;
-    const auto client = getConnected(kSdf, listener);
+    const auto client = getConnected();
     binder.serve(nullptr);
-    FakeService* alive = service.get();
     client->postEvent(makeEvent(kSdf, {2}));
     ASSERT_TRUE(listener.waitForCalls(2));
     EXPECT_EQ(listener.statuses(), (Statuses{kUp, kDown}));
-    release(kSdf);
-    EXPECT_EQ(alive->blobs(), (std::vector<Bytes>{{1}, {2}}));
+    release();
+    EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {2}}));
 }
 
 TEST_F(SdkClientTest, DeathAfterTheTeardownTouchesNothing) {
-    const ListenerRecord listener;
-    std::weak_ptr<SdkClient> client = getConnected(kSdf, listener);
-    void* cookie = binder.links()[0].cookie;
-    release(kSdf);
+    const std::weak_ptr<SdkClient> client = getConnected();
+    void* const cookie = binder.seen().links[0].cookie;
+    release();
     SdkClient::deathCallback(cookie);  // torn down, still held by the service
     service->dropCallback();
     ASSERT_TRUE(goes(client));
@@ -581,14 +488,13 @@ TEST_F(SdkClientTest, DeathAfterTheTeardownTouchesNothing) {
 
 TEST_F(SdkClientTest, DeathsDuringTeardownsTouchNothingFreed) {
     for (int round = 0; round < 200; ++round) {
-        const ListenerRecord listener;
-        getConnected(kSdf, listener);
-        void* cookie = binder.links().back().cookie;
+        getConnected(kSdf, ListenerRecord());
+        void* const cookie = binder.seen().links.back().cookie;
         std::atomic<bool> stop{false};
         std::thread reaper([&] {
             while (!stop) SdkClient::deathCallback(cookie);
         });
-        release(kSdf);
+        release();
         service->dropCallback();
         stop = true;
         reaper.join();
@@ -597,86 +503,66 @@ TEST_F(SdkClientTest, DeathsDuringTeardownsTouchNothingFreed) {
 
 // ---- teardown
 
-TEST_F(SdkClientTest, UnlinkNamesTheInstancePointerAndSoChangesNothing) {
-    const ListenerRecord listener;
-    getConnected(kSdf, listener);
-    release(kSdf);
-    ASSERT_EQ(binder.unlinks().size(), 1U);
-    EXPECT_EQ(binder.unlinks()[0].cookie, &SdkClient::mInstance);
-    EXPECT_EQ(binder.unlinks()[0].binder, binder.links()[0].binder);
-    EXPECT_EQ(binder.unlinks()[0].recipient, binder.links()[0].recipient);
-    EXPECT_EQ(binder.deathCalls(), (std::vector<std::string>{"new", "link", "unlink nothing"}));
-}
-
 // A proxy that goes with a link on it takes its registration back late, and the next client's with
-// it.
+// it. Unlinking names the instance pointer, and so changes nothing.
 TEST_F(SdkClientTest, LinkAndItsProxyStayUntilTheRecipientIsDeletedWithTheObject) {
     AIBinder* const proxy = service->asBinder().get();
     const int32_t before = AIBinder_debugGetRefCount(proxy);
-    const ListenerRecord listener;
-    const std::weak_ptr<SdkClient> client = getConnected(kSdf, listener);
-    release(kSdf);
+    const std::weak_ptr<SdkClient> client = getConnected();
+    release();
     EXPECT_EQ(AIBinder_debugGetRefCount(proxy), before + 1);  // nothing but the link needs it
+    const FakeBinder::Seen seen = binder.seen();
+    ASSERT_EQ(seen.unlinks.size(), 1U);
+    EXPECT_EQ(seen.unlinks[0].cookie, &SdkClient::mInstance);
+    EXPECT_EQ(seen.unlinks[0].binder, seen.links[0].binder);
+    EXPECT_EQ(seen.unlinks[0].recipient, seen.links[0].recipient);
+    EXPECT_EQ(seen.deathCalls, (std::vector<std::string>{"new", "link", "unlink nothing"}));
 
     service->dropCallback();
     ASSERT_TRUE(goes(client));
     EXPECT_EQ(AIBinder_debugGetRefCount(proxy), before);
-    EXPECT_EQ(binder.deathCalls(),
+    EXPECT_EQ(binder.seen().deathCalls,
               (std::vector<std::string>{"new", "link", "unlink nothing", "unlink", "delete"}));
 }
 
 TEST_F(SdkClientTest, PreviousLinkEndsBeforeItsRecipientWhenConnectingAgain) {
-    const ListenerRecord listener;
-    const auto client = getConnected(kSdf, listener);
+    const auto client = getConnected();
     waitForMessages(1);
-    SdkClient::deathCallback(binder.links()[0].cookie);
+    SdkClient::deathCallback(binder.seen().links[0].cookie);
     binder.refuseLinks(1);
     client->postEvent(makeEvent(kSdf, {2}));
     waitForMessages(2);
-    EXPECT_EQ(binder.deathCalls(),
+    EXPECT_EQ(binder.seen().deathCalls,
               (std::vector<std::string>{"new", "link",               // connected
                                         "new", "unlink", "delete",   // a link that is refused
                                         "new", "delete", "link"}));  // connected again
-    release(kSdf);
 }
 
 TEST_F(SdkClientTest, InstanceIsGoneBeforeItsEventManagerIs) {
     std::vector<bool> gone;
-    const ListenerRecord listener;
-    getConnected(kSdf, listener);
+    getConnected();
     const LogCapture log([&gone](const LogLine& line) {
         if (line.text == "EventManager: dtor") {
             gone.push_back(std::atomic_load(&SdkClient::mInstance) == nullptr);
         }
     });
-    release(kSdf);
+    release();
     EXPECT_EQ(gone, std::vector<bool>{true});
 }
 
-TEST_F(SdkClientTest, TeardownBreaksTheHoldOnItself) {
-    service->mRefuseCallback = true;  // nobody but the object itself could keep it
-    const ListenerRecord listener;
-    const std::weak_ptr<SdkClient> client = get(kSdf, listener);
-    release(kSdf);
-    EXPECT_TRUE(goes(client));
-    EXPECT_EQ(listener.copies(), 0);
-}
-
 TEST_F(SdkClientTest, ServiceMayKeepTheCallbackPastTheTeardown) {
-    const ListenerRecord listener;
     std::weak_ptr<SdkClient> watched;
     {
-        const auto client = getConnected(kSdf, listener);
+        const auto client = getConnected();
         watched = client;
-        release(kSdf);
+        release();
         // Takes the numbers that the manager's descriptors had.
-        std::vector<int> counters;
-        counters.reserve(8);
-        for (int i = 0; i < 8; ++i) counters.push_back(eventfd(0, EFD_NONBLOCK));
+        std::vector<int> counters(8);
+        for (int& counter : counters) counter = eventfd(0, EFD_NONBLOCK);
         client->postEvent(makeEvent(kSdf, {9}));
         for (const int counter : counters) {
-            uint64_t value = 0;
-            EXPECT_EQ(read(counter, &value, sizeof value), -1);
+            eventfd_t value = 0;
+            EXPECT_EQ(eventfd_read(counter, &value), -1);
             close(counter);
         }
     }
@@ -689,13 +575,13 @@ TEST_F(SdkClientTest, ServiceMayKeepTheCallbackPastTheTeardown) {
 }
 
 TEST_F(SdkClientTest, DestroyMayFollowGetAtOnce) {
-    service->mRefuseCallback = true;
+    service->mRefuseCallback = true;  // nobody but the object itself could keep it
     for (int round = 0; round < 1000; ++round) {
-        const ListenerRecord listener;
         const std::weak_ptr<SdkClient> client = get(kSdf, listener);
-        release(kSdf);
+        release();
         EXPECT_EQ(SdkClient::mInstance, nullptr);
         ASSERT_TRUE(goes(client));
+        EXPECT_EQ(listener.copies(), 0);
     }
     EXPECT_EQ(service->messages().size(), 2000U);
 }
@@ -703,59 +589,48 @@ TEST_F(SdkClientTest, DestroyMayFollowGetAtOnce) {
 TEST_F(SdkClientTest, DestroyOnTheSdkThreadIsFinishedByThatThread) {
     service->mRefuseBlobs = true;
     service->mRefuseCallback = true;
-    std::weak_ptr<SdkClient> client;
     Counter destroyed;
-    std::atomic<bool> goneAtOnce{false};
-    const ListenerRecord listener([&](SdkClientBase::SdkStatus status) {
-        if (status != kFailed || destroyed.value() > 0) return;
-        release(kSdf);
-        goneAtOnce = std::atomic_load(&SdkClient::mInstance) == nullptr;
-        destroyed.add();
-    });
-    client = get(kSdf, listener);
+    const std::weak_ptr<SdkClient> client =
+        get(kSdf, atFirstFailure([&] {
+                release();
+                EXPECT_EQ(std::atomic_load(&SdkClient::mInstance), nullptr);
+                destroyed.add();
+            }));
     ASSERT_TRUE(destroyed.waitFor());
-    EXPECT_TRUE(goneAtOnce);
     EXPECT_TRUE(goes(client));
     EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {0xEE}}));
-    EXPECT_EQ(binder.deathCalls(),
+    EXPECT_EQ(binder.seen().deathCalls,
               (std::vector<std::string>{"new", "link", "unlink nothing", "unlink", "delete"}));
 }
 
 TEST_F(SdkClientTest, DestroyAndCreateOnTheSdkThread) {
-    service->mRefuseCallback = true;
-    std::weak_ptr<SdkClient> first;
-    Counter created;
-    const ListenerRecord second;
-    const ListenerRecord listener([&](SdkClientBase::SdkStatus status) {
-        if (status != kFailed || created.value() > 0) return;
-        release(kSdf);
-        EXPECT_NE(get(kSdf, second, {2}), nullptr);
-        created.add();
-    });
     service->mRefuseBlobs = true;
-    first = get(kSdf, listener);
+    service->mRefuseCallback = true;
+    Counter created;
+    const std::weak_ptr<SdkClient> first = get(kSdf, atFirstFailure([&] {
+                                                   release();
+                                                   EXPECT_NE(get(kSdf, listener, {2}), nullptr);
+                                                   created.add();
+                                               }));
     ASSERT_TRUE(created.waitFor());
-    ASSERT_TRUE(second.waitForCalls(1));
+    ASSERT_TRUE(listener.waitForCalls(1));
     EXPECT_TRUE(goes(first));
     EXPECT_NE(SdkClient::mInstance, nullptr);
-    release(kSdf);
+    release();
     EXPECT_EQ(SdkClient::mInstance, nullptr);
 }
 
 TEST_F(SdkClientTest, NewInstanceMayBeDestroyedOnTheOldOnesThread) {
-    service->mRefuseCallback = true;
     service->mRefuseBlobs = true;
-    std::weak_ptr<SdkClient> first;
+    service->mRefuseCallback = true;
     std::weak_ptr<SdkClient> second;
     Counter done;
-    const ListenerRecord listener([&](SdkClientBase::SdkStatus status) {
-        if (status != kFailed || done.value() > 0) return;
-        release(kSdf);
-        second = get(kSdf, ListenerRecord(), {2});
-        release(kSdf);
-        done.add();
-    });
-    first = get(kSdf, listener);
+    const std::weak_ptr<SdkClient> first = get(kSdf, atFirstFailure([&] {
+                                                   release();
+                                                   second = get(kSdf, ListenerRecord(), {2});
+                                                   release();
+                                                   done.add();
+                                               }));
     ASSERT_TRUE(done.waitFor());
     EXPECT_TRUE(goes(first));
     EXPECT_TRUE(goes(second));
@@ -765,11 +640,11 @@ TEST_F(SdkClientTest, NewInstanceMayBeDestroyedOnTheOldOnesThread) {
 TEST_F(SdkClientTest, PublishedPointerIsInPlaceBeforeTheFirstEventIsHandled) {
     std::shared_ptr<SdkClientBase> published;
     std::atomic<bool> there{false};
-    const ListenerRecord listener(
+    const ListenerRecord looking(
         [&](SdkClientBase::SdkStatus) { there = std::atomic_load(&published) != nullptr; });
-    EXPECT_NE(SdkClient::getInstance(kSdf, listener, makeEvent(kSdf, {1}), &published), nullptr);
-    ASSERT_TRUE(listener.waitForCalls(1));
-    release(kSdf);
+    EXPECT_NE(SdkClient::getInstance(kSdf, looking, makeEvent(kSdf, {1}), &published), nullptr);
+    ASSERT_TRUE(looking.waitForCalls(1));
+    release();
     EXPECT_TRUE(there);
 }
 
@@ -777,7 +652,6 @@ TEST_F(SdkClientTest, PublishedPointerIsInPlaceBeforeTheFirstEventIsHandled) {
 
 TEST_F(SdkClientTest, ThreadRefusedIsRolledBackWhole) {
     const LogCapture log;
-    const ListenerRecord listener;
     std::shared_ptr<SdkClientBase> published;
     {
         const ThreadRefusal refused;
@@ -789,14 +663,13 @@ TEST_F(SdkClientTest, ThreadRefusedIsRolledBackWhole) {
     EXPECT_EQ(listener.copies(), 0);
     EXPECT_TRUE(log.has(logE(
         "SdkClient: no SDK thread (Resource temporarily unavailable); the transport is not started")));
-    getConnected(kSdf, listener);
-    release(kSdf);
+    getConnected();
+    release();
     EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {0xEE}}));
 }
 
 TEST_F(SdkClientTest, NoDescriptorForTheQueueIsRolledBackWhole) {
     const LogCapture log;
-    const ListenerRecord listener;
     {
         const DescriptorLimit three(3);  // enough for the event manager alone
         EXPECT_EQ(get(kSdf, listener), nullptr);
@@ -805,82 +678,58 @@ TEST_F(SdkClientTest, NoDescriptorForTheQueueIsRolledBackWhole) {
     EXPECT_EQ(listener.copies(), 0);
     EXPECT_TRUE(log.has(
         logE("SdkClient: no descriptor for the event queue; the transport is not started")));
-    getConnected(kSdf, listener);
-    release(kSdf);
+    const DescriptorLimit four(4);
+    EXPECT_NE(getConnected(), nullptr);
 }
 
-TEST_F(SdkClientTest, FourDescriptorsAreEnough) {
-    const ListenerRecord listener;
-    {
-        const DescriptorLimit four(4);
-        EXPECT_NE(getConnected(kSdf, listener), nullptr);
-    }
-    release(kSdf);
-}
-
-// Every allocation of the calling thread fails in turn, until there is enough memory.
 TEST_F(SdkClientTest, FirstGetThatRunsOutOfMemoryLeavesNothing) {
     const size_t descriptors = openDescriptors();
-    const ListenerRecord listener;
     const auto event = makeEvent(kSdf, {1});
     std::shared_ptr<SdkClientBase> published;
     std::shared_ptr<SdkClient> client;
-    long allocations = 0;
-    for (; !client; ++allocations) {
-        ASSERT_LT(allocations, 1000);
-        SdkClientBase::Listener copy = listener;
-        try {
-            const AllocationLimit limit(allocations);
-            client = SdkClient::getInstance(kSdf, std::move(copy), event, &published);
-        } catch (const std::bad_alloc&) {
-        }
-        if (client) break;
-        copy = nullptr;
-        EXPECT_EQ(SdkClient::mInstance, nullptr) << allocations;
-        EXPECT_EQ(published, nullptr) << allocations;
-        EXPECT_EQ(listener.copies(), 0) << allocations;
-        EXPECT_EQ(openDescriptors(), descriptors) << allocations;
-    }
+    const long allocations = allocationsNeeded(
+        [&] { client = SdkClient::getInstance(kSdf, listener, event, &published); },
+        [&] {
+            EXPECT_EQ(SdkClient::mInstance, nullptr);
+            EXPECT_EQ(published, nullptr);
+            EXPECT_EQ(listener.copies(), 0);
+            EXPECT_EQ(openDescriptors(), descriptors);
+        });
     EXPECT_GT(allocations, 5);
     EXPECT_EQ(published, client);
     ASSERT_TRUE(listener.waitForCalls(1));
-    release(kSdf);
 }
 
-// The same for a type that joins.
+// What it hears takes no memory.
 TEST_F(SdkClientTest, SecondGetThatRunsOutOfMemoryLeavesTheTypeUnused) {
-    const ListenerRecord first;
-    const auto client = getConnected(kSdf, first);
-    // What it is told takes no memory.
-    const auto told = std::make_shared<std::array<std::atomic<int>, 4>>();
-    const SdkClientBase::Listener second = [told](SdkClientBase::SdkStatus status, const Bytes&) {
-        ++told->at(static_cast<size_t>(status));
+    const auto client = getConnected();
+    const auto ups = std::make_shared<std::atomic<int>>(0);
+    const SdkClientBase::Listener second = [ups](SdkClientBase::SdkStatus status, const Bytes&) {
+        if (status == kUp) ++*ups;
     };
-    std::shared_ptr<SdkClientBase> published;
-    std::shared_ptr<SdkClient> joined;
     // The queue gets to where it has to allocate, so that posting is among what fails.
-    postWithoutMemory(*client);
-    long allocations = 0;
-    for (; !joined; ++allocations) {
-        ASSERT_LT(allocations, 1000);
-        const auto event = makeEvent(kOther, {2});
-        SdkClientBase::Listener copy = second;
-        try {
-            const AllocationLimit limit(allocations);
-            joined = SdkClient::getInstance(kOther, std::move(copy), event, &published);
-        } catch (const std::bad_alloc&) {
-        }
-        if (joined) break;
-        EXPECT_FALSE(client->isActive(kOther)) << allocations;
-        EXPECT_EQ(published, nullptr) << allocations;
-        EXPECT_EQ(event.use_count(), 1) << allocations;
-        EXPECT_EQ((*told)[kUp], 0) << allocations;
-    }
-    EXPECT_EQ(allocations, 3);  // a copy of the listener, its entry, the queue
+    EXPECT_THROW(
+        {
+            const auto queued = makeEvent(kSdf, {7});
+            const AllocationLimit none(0);
+            for (;;) client->postEvent(queued);
+        },
+        std::bad_alloc);
+    const auto event = makeEvent(kOther, {2});
+    std::shared_ptr<SdkClientBase> published;
+    const long allocations = allocationsNeeded(
+        [&] { EXPECT_NE(SdkClient::getInstance(kOther, second, event, &published), nullptr); },
+        [&] {
+            EXPECT_FALSE(client->isActive(kOther));
+            EXPECT_EQ(published, nullptr);
+            EXPECT_EQ(event.use_count(), 1);
+            EXPECT_EQ(*ups, 0);
+        });
+    EXPECT_EQ(allocations, 4);  // two copies of the listener, its entry, the queue
     EXPECT_EQ(published, client);
-    EXPECT_EQ((*told)[kUp], 1);
+    EXPECT_EQ(*ups, 1);
     release(kOther);
-    release(kSdf);
+    release();
     const std::vector<Bytes> blobs = service->blobs();
     EXPECT_EQ(std::count(blobs.begin(), blobs.end(), Bytes{2}), 1);
 }
