@@ -110,19 +110,10 @@ TEST_F(LumTimerTest, IdsRunFromOneToTheLastAndWrapToOne) {
     EXPECT_EQ(timer.getNextTimerId(), 1);
     LumTimerPeer::setLastTimerId(timer, 2147483645);
     EXPECT_EQ(add(0, call), 2147483646);
-    EXPECT_EQ(add(0, call), 1);
-}
-
-TEST_F(LumTimerTest, WrappedIdMayStillBeQueuedAndRemovalTakesOne) {
-    Call first;
-    Call second;
-    EXPECT_EQ(add(10, first), 1);
-    LumTimerPeer::setLastTimerId(timer, 2147483646);
-    EXPECT_EQ(add(20, second), 1);
+    EXPECT_EQ(add(0, call), 1);  // like the first one, which is still queued
     timer.removeTimedCallback(1);
-    advance(20);
     timer.processEvents();
-    EXPECT_EQ(first.calls + second.calls, 1);
+    EXPECT_EQ(call.calls, 3) << "the removal must have taken one of the four";
 }
 
 TEST_F(LumTimerTest, NullCallbackIsRefused) {
@@ -141,32 +132,6 @@ TEST_F(LumTimerTest, AddFailsWithTheClock) {
               Lines{logE("addTimedCallback failed; clock_gettime(): Invalid argument")});
     EXPECT_EQ(timer.timeUntilNextEvent(), -1);
     EXPECT_EQ(add(5, call), 1) << "the failure must not have used up an id";
-}
-
-TEST_F(LumTimerTest, DeadlineIsNowPlusDelayWithOneCarry) {
-    Call call;
-    clockNow = {10, 600000000};
-    add(1500, call);
-    EXPECT_EQ(timer.timeUntilNextEvent(), 1500);
-    clockNow = {12, 99999999};
-    EXPECT_EQ(timer.timeUntilNextEvent(), 1);
-    timer.processEvents();
-    EXPECT_EQ(call.calls, 0);
-    clockNow = {12, 100000000};
-    EXPECT_EQ(timer.timeUntilNextEvent(), 0);
-    timer.processEvents();
-    EXPECT_EQ(call.calls, 1);
-}
-
-TEST_F(LumTimerTest, ZeroAndNegativeDelaysAreDueAtOnce) {
-    // The last is negative by its low 32 bits.
-    for (const long long delay : {0LL, -1LL, -999LL, -1000LL, -2147483648LL, 2147483648LL}) {
-        Call call;
-        add(delay, call);
-        EXPECT_EQ(timer.timeUntilNextEvent(), 0) << delay;
-        timer.processEvents();
-        EXPECT_EQ(call.calls, 1) << delay;
-    }
 }
 
 TEST_F(LumTimerTest, OnlyTheLow32BitsOfADelayCountButAllAreKept) {
