@@ -87,21 +87,17 @@ TEST_F(SdkBaseTest, WithATransportOnlyTheEventIsQueued) {
     EXPECT_EQ(feature.heard.calls().size(), 1U);
 }
 
-TEST_F(SdkBaseTest, LackOfATransportIsToldToTheV2CallbackIfThereIsOne) {
-    feature.mBaseStatusCbV2 = [](int status) { gV2Codes.push_back(status); };
-    const ThreadRefusal refused;
-    feature.create({1});
-    EXPECT_EQ(feature.transport(), nullptr);
-    EXPECT_EQ(gV2Codes, std::vector<int>{-3});
-    EXPECT_TRUE(gLegacyCodes.empty());
-}
-
-TEST_F(SdkBaseTest, LackOfATransportIsToldToTheLegacyCallbackOtherwise) {
+TEST_F(SdkBaseTest, LackOfATransportIsReportedToTheV2CallbackOrElseTheLegacyOne) {
     const ThreadRefusal refused;
     feature.create({1});
     EXPECT_EQ(gLegacyCodes, std::vector<int>{2});
+    feature.mBaseStatusCbV2 = [](int status) { gV2Codes.push_back(status); };
+    feature.create({1});
+    EXPECT_EQ(feature.transport(), nullptr);
+    EXPECT_EQ(gV2Codes, std::vector<int>{-3});
+    feature.mBaseStatusCbV2 = nullptr;
     feature.mLegacyStatusCb = nullptr;
-    feature.create({1});  // nobody to tell
+    feature.create({1});
     EXPECT_EQ(gLegacyCodes, std::vector<int>{2});
 }
 

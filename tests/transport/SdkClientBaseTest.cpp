@@ -10,7 +10,6 @@
 
 #include "tests/support/AllocationLimit.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/ThreadRefusal.h"
 #include "tests/transport/ListenerRecord.h"
 #include "transport/SdkClientBase.h"
 
@@ -391,16 +390,6 @@ TEST_F(SdkClientBaseTest, ThreadBlocksWhatAProgramHandlesAndNoFault) {
     sigset_t own;
     pthread_sigmask(SIG_BLOCK, nullptr, &own);
     EXPECT_EQ(sigismember(&own, SIGTERM), 0);
-}
-
-TEST_F(SdkClientBaseTest, ThreadRefusedIsTheStandardLibrarysException) {
-    ASSERT_TRUE(transport->begin(kSdf, listener, makeEvent(kSdf, {1})));
-    {
-        const ThreadRefusal refused;
-        EXPECT_THROW(transport->start(kSdf, makeEvent(kSdf, {1}), transport), std::system_error);
-    }
-    EXPECT_FALSE(transport->isRunning());
-    EXPECT_EQ(transport.use_count(), 1);
 }
 
 TEST_F(SdkClientBaseTest, ThreadThatCannotQueueTheFirstEventForWantOfMemoryEndsAndSaysSo) {
