@@ -109,6 +109,7 @@ TEST_F(LumEventHandlerTest, Construction) {
                added(fd),
                logD(format("LumEventHandler: ctor fd[%d] name[SomeName] addr[%p]", fd, address))}));
     EXPECT_EQ(watchedFor, uint32_t{EPOLLIN});
+    EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
     EXPECT_TRUE(handler->isRegistered());
     EXPECT_EQ(&handler->timer(), timer.get());
     EXPECT_EQ(&handler->manager(), manager.get());
