@@ -186,6 +186,7 @@ TEST_F(EventManagerRemovalTest, NothingReplacesAPendingOne) {
     log.take();
     EXPECT_FALSE(watched.addTo(*manager));
     EXPECT_TRUE(log.has(logE(format("Cannot add event handler. err:%d", EEXIST))));
+    EXPECT_EQ(manager->getNumRegisteredFds(), 0);
     manager->immediatelyRemoveEventHandler(watched.fd());
     manager->immediatelyRemoveEventHandler(keptOpen.fd());
     pass();

@@ -93,15 +93,6 @@ TEST_F(EventManagerTest, AddingTwiceLeavesTheFirstHandlerInPlace) {
     EXPECT_EQ(first.calls, 2) << "still readable in the second pass";
 }
 
-TEST_F(EventManagerTest, AddingWhatEpollRefuses) {
-    EXPECT_EQ(logOf([this] {
-                  EXPECT_FALSE(manager->addEventHandler(-1, Watched::run, nullptr, nullptr, 17));
-              }),
-              (Lines{adding(-1, Watched::run, nullptr, nullptr, 17),
-                     logE("Cannot add event handler. err:9")}));
-    EXPECT_EQ(manager->getNumRegisteredFds(), 0);
-}
-
 TEST_F(EventManagerTest, Dispatch) {
     Watched watched[] = {Watched(*manager), Watched(*manager)};
     const int first = watched[0].fd();
@@ -112,10 +103,6 @@ TEST_F(EventManagerTest, Dispatch) {
                pending(1), handling(1, 3, second), calling(second, Watched::run, &watched[1])}));
     EXPECT_EQ(watched[0].calls, 1);
     EXPECT_EQ(watched[1].calls, 1);
-}
-
-TEST_F(EventManagerTest, EventOfADescriptorNotApproved) {
-    EXPECT_EQ(logOfPass({{EPOLLIN, 77}}), (Lines{pending(1), notApproved(77)}));
 }
 
 TEST_F(EventManagerTest, EventsThatAreOnlyLogged) {
