@@ -14,7 +14,7 @@
 #include "tests/support/Eventually.h"
 #include "transport/SdkClientBase.h"
 
-// A listener that remembers what it was told. Copies share one record.
+// A listener that remembers its calls. Copies share one record.
 class ListenerRecord {
   public:
     struct Call {

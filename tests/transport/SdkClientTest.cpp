@@ -72,12 +72,19 @@ class SdkClientTest : public testing::Test {
         }
         SdkClient::destroyInstance(type);
     }
-    // A listener that runs the action at its first refused send, on the SDK thread.
-    static ListenerRecord atFirstFailure(const std::function<void()>& action) {
-        return ListenerRecord([action, done = std::make_shared<std::atomic<bool>>(false)](
-                                  SdkClientBase::SdkStatus status) {
-            if (status == kFailed && !done->exchange(true)) action();
+    // Gets an instance that nobody else holds, and runs the action on its thread.
+    std::weak_ptr<SdkClient> getAndRun(const std::function<void()>& action) {
+        service->mRefuseBlobs = true;
+        service->mRefuseCallback = true;
+        const auto ran = std::make_shared<Counter>();
+        const ListenerRecord failing([action, ran](SdkClientBase::SdkStatus status) {
+            if (status != kFailed || ran->value() > 0) return;
+            action();
+            ran->add();
         });
+        const std::weak_ptr<SdkClient> client = get(kSdf, failing);
+        EXPECT_TRUE(ran->waitFor());
+        return client;
     }
     void waitForMessages(size_t count) const {
         while (service->messages().size() < count) std::this_thread::yield();
@@ -142,13 +149,15 @@ TEST_F(SdkClientTest, SecondTypeSharesTheThreadAndHearsServiceUpAtOnce) {
 
     const ListenerRecord second;
     EXPECT_EQ(get(kOther, second), client);
-    ASSERT_EQ(second.statuses(), Statuses{kUp});
-    EXPECT_EQ(second.calls()[0].thread, std::this_thread::get_id());
-    EXPECT_TRUE(second.calls()[0].bytes.empty());
-
+    const auto heardAtOnce = second.calls();
     binder.serve(service);
     wake.add();
     ASSERT_TRUE(listener.waitForCalls(1));
+    ASSERT_EQ(heardAtOnce.size(), 1U);
+    EXPECT_EQ(heardAtOnce[0].status, kUp);
+    EXPECT_EQ(heardAtOnce[0].thread, std::this_thread::get_id());
+    EXPECT_TRUE(heardAtOnce[0].bytes.empty());
+
     SdkClient::destroyInstance(kOther);  // changes the active types, nothing else
     EXPECT_FALSE(client->isActive(kOther));
     EXPECT_TRUE(client->isActive(kSdf));
@@ -551,16 +560,10 @@ TEST_F(SdkClientTest, DestroyMayFollowGetAtOnce) {
 }
 
 TEST_F(SdkClientTest, DestroyOnTheSdkThreadIsFinishedByThatThread) {
-    service->mRefuseBlobs = true;
-    service->mRefuseCallback = true;
-    Counter destroyed;
-    const std::weak_ptr<SdkClient> client =
-        get(kSdf, atFirstFailure([&] {
-                release();
-                EXPECT_EQ(std::atomic_load(&SdkClient::mInstance), nullptr);
-                destroyed.add();
-            }));
-    ASSERT_TRUE(destroyed.waitFor());
+    const auto client = getAndRun([] {
+        release();
+        EXPECT_EQ(std::atomic_load(&SdkClient::mInstance), nullptr);
+    });
     EXPECT_TRUE(goes(client));
     EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {0xEE}}));
     EXPECT_EQ(binder.seen().deathCalls,
@@ -568,15 +571,10 @@ TEST_F(SdkClientTest, DestroyOnTheSdkThreadIsFinishedByThatThread) {
 }
 
 TEST_F(SdkClientTest, DestroyAndCreateOnTheSdkThread) {
-    service->mRefuseBlobs = true;
-    service->mRefuseCallback = true;
-    Counter created;
-    const std::weak_ptr<SdkClient> first = get(kSdf, atFirstFailure([&] {
-                                                   release();
-                                                   EXPECT_NE(get(kSdf, listener, {2}), nullptr);
-                                                   created.add();
-                                               }));
-    ASSERT_TRUE(created.waitFor());
+    const auto first = getAndRun([this] {
+        release();
+        EXPECT_NE(get(kSdf, listener, {2}), nullptr);
+    });
     ASSERT_TRUE(listener.waitForCalls(1));
     EXPECT_TRUE(goes(first));
     EXPECT_NE(SdkClient::mInstance, nullptr);
@@ -585,17 +583,12 @@ TEST_F(SdkClientTest, DestroyAndCreateOnTheSdkThread) {
 }
 
 TEST_F(SdkClientTest, NewInstanceMayBeDestroyedOnTheOldOnesThread) {
-    service->mRefuseBlobs = true;
-    service->mRefuseCallback = true;
     std::weak_ptr<SdkClient> second;
-    Counter done;
-    const std::weak_ptr<SdkClient> first = get(kSdf, atFirstFailure([&] {
-                                                   release();
-                                                   second = get(kSdf, ListenerRecord(), {2});
-                                                   release();
-                                                   done.add();
-                                               }));
-    ASSERT_TRUE(done.waitFor());
+    const auto first = getAndRun([&] {
+        release();
+        second = get(kSdf, listener, {2});
+        release();
+    });
     EXPECT_TRUE(goes(first));
     EXPECT_TRUE(goes(second));
     EXPECT_EQ(SdkClient::mInstance, nullptr);

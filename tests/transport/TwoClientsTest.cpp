@@ -11,7 +11,7 @@
 #include "transport/SdkClient.h"
 
 // Two feature clients use the transport from two threads in random orders. The model: whatever a
-// client posts between taking the transport up and its release event, that one included, is sent,
+// client posts between joining the transport and its release event, that one included, is sent,
 // once and in order; the transport is there exactly while somebody uses it.
 
 namespace {
@@ -100,6 +100,7 @@ class FeatureClient {
         mTransport.reset();
         mReleased.unlock();
     }
+
     const LumSdkClientType mType;
     const LumSdkClientType mOther;
     std::mutex& mLifecycle;
