@@ -49,6 +49,7 @@ class LoopThread {
 
 void onThreads(int count, const std::function<void(int)>& action) {
     std::vector<std::thread> threads;
+    threads.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i) threads.emplace_back([&action, i] { action(i); });
     for (std::thread& thread : threads) thread.join();
 }
