@@ -350,6 +350,8 @@ TEST_F(MemoryTest, ReceivedMessage) {
     const std::string filters = repeatHex("12 22 08 01 10 01 1A 1C " + text, 3);
     expectReadable("08 02 1A 6E 1A 6C " + filters);
     expectReadable("08 02 1A 00 A2 06 1C " + text);
+    // Two bodies, of which the second takes the first one's place.
+    expectReadable("08 02 1A 08 0A 02 08 06 1A 02 08 01");
     EXPECT_EQ(gCalls, 0);
     expectReadable("08 01 10 07 1A 06 12 04 08 05 10 02");
     EXPECT_EQ(gCalls, 1);

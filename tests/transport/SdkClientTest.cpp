@@ -435,9 +435,11 @@ TEST_F(SdkClientTest, EmptyEntryEndsTheWalkAndTheServiceIsStillReleased) {
 }
 
 TEST_F(SdkClientTest, DeathDuringASendLeavesTheCallItsService) {
+    long holdersInTheCall = 0;
     service->mOnBlob = [&](const FakeService::Message& message) {
         if (message.blob != Bytes{2}) return;
         std::thread([this] { SdkClient::deathCallback(binder.seen().links[0].cookie); }).join();
+        holdersInTheCall = service.use_count();
     };
     const auto client = getConnected();
     binder.serve(nullptr);
@@ -446,6 +448,7 @@ TEST_F(SdkClientTest, DeathDuringASendLeavesTheCallItsService) {
     EXPECT_EQ(listener.statuses(), (Statuses{kUp, kDown}));
     release();
     EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {2}}));
+    EXPECT_EQ(holdersInTheCall, service.use_count() + 1);
 }
 
 TEST_F(SdkClientTest, DeathAfterTheTeardownTouchesNothing) {
