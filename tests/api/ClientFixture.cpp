@@ -5,9 +5,11 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tests/api/ClientState.h"
 #include "tests/api/Requests.h"
 #include "tests/api/ScriptedRand.h"
 #include "tests/support/Hex.h"
+#include "tests/support/LogCapture.h"
 
 const char kEnable[] = "5: 1A 04 0A 02 08 01";
 const char kDisable[] = "5: 1A 02 0A 00 release";
@@ -26,99 +28,62 @@ Record& record() {
     return *instance;
 }
 
-void called(const std::string& callback, const std::string& arguments) {
+template <typename First, typename... Rest>
+void calledWith(const char* callback, First first, Rest... rest) {
     std::function<void()> action;
     {
         const std::lock_guard<std::mutex> lock(record().lock);
-        record().calls.push_back(callback + "(" + arguments + ")");
+        const std::string with = (std::to_string(first) + ... + ("," + std::to_string(rest)));
+        record().calls.push_back(std::string(callback) + "(" + with + ")");
         const auto found = record().actions.find(callback);
         if (found != record().actions.end()) action = found->second;
     }
     if (action) action();
 }
 
-// The numbers, with commas between them.
-template <typename... Numbers>
-std::string text(long long first, Numbers... rest) {
-    return (std::to_string(first) + ... + ("," + std::to_string(rest)));
-}
-
-void calledAuto(const std::string& callback, unsigned int id, const SdfAddFilterInfo& info) {
+void calledAuto(const char* callback, unsigned int id, const SdfAddFilterInfo& info) {
     {
         const std::lock_guard<std::mutex> lock(record().lock);
         record().autoInfo = bytesOf(info);
     }
-    called(callback, text(id));
+    calledWith(callback, id);
 }
 
 }  // namespace
 
 namespace app {
 
-void onV2(int status) {
-    called("v2", std::to_string(status));
-}
-void onOtherV2(int status) {
-    called("otherV2", std::to_string(status));
-}
-void onLegacy(status_e status) {
-    called("legacy", std::to_string(status));
-}
-void onOtherLegacy(status_e status) {
-    called("otherLegacy", std::to_string(status));
-}
-void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {
-    called("levels", text(id, first, second));
-}
-void onOtherLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {
-    called("otherLevels", text(id, first, second));
-}
-
-void onFilterStatus(unsigned int id, SdfFilterStatus status) {
-    called("filterStatus", text(id, status));
-}
-void onOtherFilterStatus(unsigned int id, SdfFilterStatus status) {
-    called("otherFilterStatus", text(id, status));
-}
-void onAdded(unsigned int id, SdfFilterStatus status) {
-    called("added", text(id, status));
-}
-void onOtherAdded(unsigned int id, SdfFilterStatus status) {
-    called("otherAdded", text(id, status));
-}
-void onFilter(unsigned int id, SdfFilterStatus status, SdfLatencyLvl first, SdfLatencyLvl second,
-              SdfOod ood, unsigned int pdcpTimer) {
-    called("filter", text(id, status, first, second, ood, pdcpTimer));
-}
-void onOtherFilter(unsigned int id, SdfFilterStatus status, SdfLatencyLvl first,
-                   SdfLatencyLvl second, SdfOod ood, unsigned int pdcpTimer) {
-    called("otherFilter", text(id, status, first, second, ood, pdcpTimer));
-}
-void onReports(unsigned int key, uint64_t first, uint64_t second) {
-    called("reports", text(key, first, second));
-}
-void onOtherReports(unsigned int key, uint64_t first, uint64_t second) {
-    called("otherReports", text(key, first, second));
-}
-void onReport(unsigned int key, uint64_t first, uint64_t second) {
-    called("report", text(key, first, second));
-}
-void onOtherReport(unsigned int key, uint64_t first, uint64_t second) {
-    called("otherReport", text(key, first, second));
-}
-void onAuto(unsigned int id, SdfAddFilterInfo info) {
-    calledAuto("auto", id, info);
-}
-void onOtherAuto(unsigned int id, SdfAddFilterInfo info) {
-    calledAuto("otherAuto", id, info);
-}
+const SdfStatusV2Cb onV2 = [](auto... with) { calledWith("v2", with...); };
+const SdfStatusV2Cb onOtherV2 = [](auto... with) { calledWith("otherV2", with...); };
+const SdfLegacyStatusCb onLegacy = [](auto... with) { calledWith("legacy", with...); };
+const SdfLegacyStatusCb onOtherLegacy = [](auto... with) { calledWith("otherLegacy", with...); };
+const SdfEffectiveLevelsCb onLevels = [](auto... with) { calledWith("levels", with...); };
+const SdfEffectiveLevelsCb onOtherLevels = [](auto... with) { calledWith("otherLevels", with...); };
+const SdfFilterStatusCb onFilterStatus = [](auto... with) { calledWith("filterStatus", with...); };
+const SdfFilterStatusCb onOtherFilterStatus = [](auto... with) {
+    calledWith("otherFilterStatus", with...);
+};
+const SdfFilterStatusCb onAdded = [](auto... with) { calledWith("added", with...); };
+const SdfFilterStatusCb onOtherAdded = [](auto... with) { calledWith("otherAdded", with...); };
+const SdfGetFiltersCb onFilter = [](auto... with) { calledWith("filter", with...); };
+const SdfGetFiltersCb onOtherFilter = [](auto... with) { calledWith("otherFilter", with...); };
+const SdfPriorityQueueReportCb onReports = [](auto... with) { calledWith("reports", with...); };
+const SdfPriorityQueueReportCb onOtherReports = [](auto... with) {
+    calledWith("otherReports", with...);
+};
+const SdfPriorityQueueReportCb onReport = [](auto... with) { calledWith("report", with...); };
+const SdfPriorityQueueReportCb onOtherReport = [](auto... with) {
+    calledWith("otherReport", with...);
+};
+const SdfAutoFilterInfoCb onAuto = [](auto... with) { calledAuto("auto", with...); };
+const SdfAutoFilterInfoCb onOtherAuto = [](auto... with) { calledAuto("otherAuto", with...); };
 
 std::string autoInfo() {
     const std::lock_guard<std::mutex> lock(record().lock);
     return record().autoInfo;
 }
 
-std::vector<std::string> takeCalls() {
+Calls takeCalls() {
     const std::lock_guard<std::mutex> lock(record().lock);
     return std::exchange(record().calls, {});
 }
@@ -188,6 +153,23 @@ void ClientTest::report(SdkClientBase::SdkStatus status, const std::string& hex)
     listener(status, fromHex(hex));
 }
 
+Texts ClientTest::effectOf(const std::vector<uint8_t>& bytes) {
+    const LogCapture log([](const LogLine& line) {
+        app::note((line.nullTag ? "log " : "tagged log ") + std::to_string(line.priority) + ": " +
+                  line.text);
+    });
+    const ClientState before;
+    sdk().listener(SdkClientBase::SDK_BLOB_RECEIVED, bytes);
+    Texts effect = app::takeCalls();
+    const std::string changed = ClientState().differences(before);
+    if (!changed.empty()) effect.push_back("changed " + changed);
+    return effect;
+}
+
+Texts ClientTest::effectOf(const std::string& hex) {
+    return effectOf(fromHex(hex));
+}
+
 void ClientTest::startUp() {
     ASSERT_EQ(createSdfClient(app::onV2), 0);
     receive(service::statusInd("06"));
@@ -201,9 +183,7 @@ void ClientTest::startUpWithAll() {
     ASSERT_EQ(lum_sdf_enable(app::onLegacy), 1);
     client().mFilterIds = {kFilterId};
     scriptRand({7, 8});
-    ASSERT_EQ(sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false,
-                               app::onLevels),
-              7);
+    ASSERT_EQ(setLatency(), 7);
     ASSERT_EQ(sdfAddFilter(makeFlow(), app::onAdded), 8);
     ASSERT_EQ(sdfRegFilterStatus(app::onFilterStatus), 0);
     ASSERT_EQ(sdfGetFilters(app::onFilter), 0);

@@ -13,43 +13,29 @@
 #include "api/Sdf.h"
 #include "tests/api/FakeTransport.h"
 
-// Application callbacks that record their calls as text, such as "v2(-7)", and then do what the
-// test wants done inside them.
+using Calls = std::vector<std::string>;
+using Ids = std::vector<unsigned int>;
+using Texts = std::vector<std::string>;
+
+// Application callbacks that record their calls as text, such as "v2(-7)" and "otherV2(-7)", and
+// then do what the test wants done inside them.
 namespace app {
 
-void onV2(int status);                                                   // "v2(-7)"
-void onOtherV2(int status);                                              // "otherV2(-7)"
-void onLegacy(status_e status);                                          // "legacy(5)"
-void onOtherLegacy(status_e status);                                     // "otherLegacy(5)"
-void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second);  // "levels(7,1,6)"
-void onOtherLevels(long long id, SdfLatencyLvl first,
-                   SdfLatencyLvl second);  // "otherLevels(7,1,6)"
+extern const SdfStatusV2Cb onV2, onOtherV2;                          // "v2(-7)"
+extern const SdfLegacyStatusCb onLegacy, onOtherLegacy;              // "legacy(5)"
+extern const SdfEffectiveLevelsCb onLevels, onOtherLevels;           // "levels(7,1,6)"
+extern const SdfFilterStatusCb onFilterStatus, onOtherFilterStatus;  // "filterStatus(7,1)"
+extern const SdfFilterStatusCb onAdded, onOtherAdded;                // "added(7,1)"
+extern const SdfGetFiltersCb onFilter, onOtherFilter;                // "filter(7,1,6,3,2,300)"
+extern const SdfPriorityQueueReportCb onReports, onOtherReports;     // "reports(1,2,3)"
+extern const SdfPriorityQueueReportCb onReport, onOtherReport;       // "report(1,2,3)"
+extern const SdfAutoFilterInfoCb onAuto, onOtherAuto;                // "auto(7)"
 
-// For sdfRegFilterStatus(): "filterStatus(7,1)"; for the functions that add filters: "added(7,1)".
-void onFilterStatus(unsigned int id, SdfFilterStatus status);
-void onOtherFilterStatus(unsigned int id, SdfFilterStatus status);
-void onAdded(unsigned int id, SdfFilterStatus status);
-void onOtherAdded(unsigned int id, SdfFilterStatus status);
-// For sdfGetFilters(): "filter(7,1,6,3,2,300)".
-void onFilter(unsigned int id, SdfFilterStatus status, SdfLatencyLvl first, SdfLatencyLvl second,
-              SdfOod ood, unsigned int pdcpTimer);
-void onOtherFilter(unsigned int id, SdfFilterStatus status, SdfLatencyLvl first,
-                   SdfLatencyLvl second, SdfOod ood, unsigned int pdcpTimer);
-// For sdfRegPriorityQueueReports(): "reports(1,2,3)"; for sdfGetPriorityQueueReport():
-// "report(...".
-void onReports(unsigned int key, uint64_t first, uint64_t second);
-void onOtherReports(unsigned int key, uint64_t first, uint64_t second);
-void onReport(unsigned int key, uint64_t first, uint64_t second);
-void onOtherReport(unsigned int key, uint64_t first, uint64_t second);
-// For sdfRegAutoFilterInfo(): "auto(7)"; what it was told is kept, see autoInfo().
-void onAuto(unsigned int id, SdfAddFilterInfo info);
-void onOtherAuto(unsigned int id, SdfAddFilterInfo info);
-
-// What onAuto() or onOtherAuto() was last told, see bytesOf().
+// The description that onAuto() or onOtherAuto() was last given, see bytesOf().
 std::string autoInfo();
 
 // The calls since the last take, in order.
-std::vector<std::string> takeCalls();
+Calls takeCalls();
 
 // Runs inside the named callback ("v2", "legacy", ...) after it has recorded its call.
 void inside(const std::string& callback, std::function<void()> action);
@@ -82,12 +68,10 @@ std::string message(int event, int bodyOf, const std::string& body);
 // All bytes of the description, those between its members included.
 std::string bytesOf(const SdfAddFilterInfo& info);
 
-using Calls = std::vector<std::string>;
-
 extern const char kEnable[];   // the enable request, as FakeTransport::takeText() shows it
 extern const char kDisable[];  // the disable request
 
-// No client, a transport to be had, nothing recorded; the same afterwards.
+// No client, a transport at hand, nothing recorded; the same afterwards.
 class ClientTest : public ::testing::Test {
   protected:
     ClientTest();
@@ -99,6 +83,14 @@ class ClientTest : public ::testing::Test {
     // As the transport would call it.
     static void report(SdkClientBase::SdkStatus status, const std::string& hex = "");
     static void receive(const std::string& hex) { report(SdkClientBase::SDK_BLOB_RECEIVED, hex); }
+
+    // What this message does, in order: the calls, log lines ("log 3: text"), and last which fields
+    // of ClientState it has changed ("changed usedIds latencyCbs").
+    static Texts effectOf(const std::vector<uint8_t>& bytes);
+    static Texts effectOf(const std::string& hex);
+
+    // The events posted since the last call, as FakeTransport::takeText() shows them.
+    static Texts posted() { return sdk().transport->takeText(); }
 
     // A client with app::onV2, the service up, nothing recorded.
     static void startUp();

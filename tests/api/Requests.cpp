@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 
 #include "api/ClientSdfUtils.h"
-#include "tests/api/ClientFixture.h"
 
 namespace {
 
@@ -24,6 +23,10 @@ SdfAddFilterInfo makeFlow(const std::string& source, int sourcePort, const std::
     info.second_level = SDF_LATENCY_LVL_1;
     info.ood = SDF_OOD_UNSPECIFIED_LVL;
     return info;
+}
+
+long long setLatency(SdfEffectiveLevelsCb cb) {
+    return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false, cb);
 }
 
 const std::vector<Request>& everyRequest() {

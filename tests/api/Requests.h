@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "api/Sdf.h"
+#include "tests/api/ClientFixture.h"
 
 // The filter that the requests below name; on the wire 300 is AC 02.
 constexpr unsigned int kFilterId = 300;
@@ -15,6 +15,9 @@ constexpr unsigned int kFilterId = 300;
 // its lowest valid value, which is left out on the wire except for the application type.
 SdfAddFilterInfo makeFlow(const std::string& source = "1.2.3.4", int sourcePort = 0,
                           const std::string& destination = "5.6.7.8", int destinationPort = 0);
+
+// A request with the lowest valid values.
+long long setLatency(SdfEffectiveLevelsCb cb = app::onLevels);
 
 // One call of each request function, with arguments that it accepts when kFilterId is a confirmed
 // filter, and with the callbacks of namespace app.
