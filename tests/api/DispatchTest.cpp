@@ -1,233 +1,220 @@
 // SPDX-License-Identifier: Apache-2.0
+// Dispatch of states and levels, and what all messages have in common; of what the service says of
+// filters and queues see FilterDispatchTest.cpp.
+#include <google/protobuf/stubs/logging.h>
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <random>
 
 #include "tests/api/ClientFixture.h"
-#include "tests/api/ScriptedRand.h"
+#include "tests/api/Requests.h"
 #include "tests/support/Hex.h"
-#include "tests/support/LogCapture.h"
 
 namespace {
 
-using Ids = std::vector<unsigned int>;
+using service::effectiveLevels;
+using service::field;
+using service::message;
 
 class DispatchTest : public ClientTest {
   protected:
-    // Service up, both status callbacks, and the requests 7 and 9 awaiting their levels.
-    void SetUp() override {
-        startUp();
-        ASSERT_EQ(lum_sdf_enable(app::onLegacy), 1);
-        scriptRand({7, 9});
-        ASSERT_EQ(set(app::onLevels), 7);
-        ASSERT_EQ(set(app::onOtherLevels), 9);
-        sdk().transport->take();
-    }
+    void SetUp() override { startOver(); }
 
-    static long long set(SdfEffectiveLevelsCb cb) {
-        return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false, cb);
-    }
-
-    static void expectBothAwaited() {
-        EXPECT_EQ(client().mUsedIds, (Ids{7, 9}));
-        EXPECT_EQ(client().mLatencyCbs.size(), 2U);
+    // Everything is registered; requests 7 (levels) and 8 (a filter) wait; filter 300 is confirmed.
+    static void startOver() {
+        destroySdfClient();
+        startUpWithAll();
     }
 };
 
 TEST_F(DispatchTest, StatusReachesBothCallbacks) {
+    const std::string unknown = "log 6: Unknown Status!";
     const struct {
         const char* wire;
-        const char* legacy;
-        const char* v2;
-        bool logged;  // how often "Unknown Status!" is logged is 1 or 0
+        Texts effect;
     } rows[] = {
-        {"00", "legacy(-1)", "v2(-1)", false}, {"01", "legacy(0)", "v2(0)", false},
-        {"02", "legacy(1)", "v2(-2)", false},  {"03", "legacy(2)", "v2(-3)", false},
-        {"04", "legacy(3)", "v2(-4)", false},  {"05", "legacy(4)", "v2(-5)", false},
-        {"06", "legacy(5)", "v2(-7)", false},  {"07", "legacy(6)", "v2(-8)", false},
-        {"08", "legacy(7)", "v2(-1)", true},   {"0A", "legacy(-1)", "v2(-1)", true},
+        {"00", {"legacy(-1)", "v2(-1)", "changed serviceUp"}},
+        {"01", {"legacy(0)", "v2(0)", "changed serviceUp"}},
+        {"02", {"legacy(1)", "v2(-2)", "changed serviceUp"}},
+        {"03", {"legacy(2)", "v2(-3)", "changed serviceUp"}},
+        {"04", {"legacy(3)", "v2(-4)", "changed serviceUp"}},
+        {"05", {"legacy(4)", "v2(-5)", "changed serviceUp"}},
+        {"06", {"legacy(5)", "v2(-7)"}},
+        {"07", {"legacy(6)", "v2(-8)", "changed serviceUp"}},
+        {"08", {"legacy(7)", unknown, "v2(-1)", "changed serviceUp"}},
+        {"0A", {unknown, "legacy(-1)", "v2(-1)", "changed serviceUp"}},
     };
     for (const auto& row : rows) {
-        const LogCapture log;
         client().mServiceUp = true;
-        receive(service::statusInd(row.wire));
-        EXPECT_EQ(app::takeCalls(), (Calls{row.legacy, row.v2}));
-        EXPECT_EQ(client().mServiceUp, std::string(row.wire) == "06");
-        EXPECT_EQ(log.lines(), row.logged ? std::vector<LogLine>{logE("Unknown Status!")}
-                                          : std::vector<LogLine>{});
+        EXPECT_EQ(effectOf(service::statusInd(row.wire)), row.effect);
+        EXPECT_EQ(setLatency() == SDF_V2_SERVICE_DOWN, std::string(row.wire) != "06");
     }
-    expectBothAwaited();
 }
 
 TEST_F(DispatchTest, ServiceUpIsNotedBeforeTheCallbacks) {
     client().mServiceUp = false;
     app::inside("legacy", [] { EXPECT_TRUE(client().mServiceUp); });
-    receive(service::statusInd("06"));
-    EXPECT_EQ(app::takeCalls(), (Calls{"legacy(5)", "v2(-7)"}));
+    EXPECT_EQ(effectOf(service::statusInd("06")),
+              (Texts{"legacy(5)", "v2(-7)", "changed serviceUp"}));
 }
 
-TEST_F(DispatchTest, SendFailed) {
-    report(SdkClientBase::SDK_SEND_FAILED);
-    EXPECT_EQ(app::takeCalls(), (Calls{"legacy(2)", "v2(-3)"}));
-    EXPECT_FALSE(client().mServiceUp);
-    expectBothAwaited();
-}
-
-TEST_F(DispatchTest, ServiceDown) {
-    report(SdkClientBase::SDK_SERVICE_DOWN);
-    EXPECT_EQ(app::takeCalls(), (Calls{"legacy(6)", "v2(-8)"}));
-    EXPECT_FALSE(client().mServiceUp);
-    expectBothAwaited();
-}
-
-TEST_F(DispatchTest, WithoutCallbacksOnlyTheFlagChanges) {
-    client().mLegacyStatusCb = nullptr;
-    client().mStatusCbV2 = nullptr;
-    for (const auto status : {SdkClientBase::SDK_SEND_FAILED, SdkClientBase::SDK_SERVICE_DOWN}) {
-        client().mServiceUp = true;
-        report(status);
-        EXPECT_FALSE(client().mServiceUp);
+TEST_F(DispatchTest, StatusOfTheTransport) {
+    const struct {
+        int status;
+        Calls calls;
+        bool up;
+    } rows[] = {
+        {SdkClientBase::SDK_SEND_FAILED, {"legacy(2)", "v2(-3)"}, false},
+        {SdkClientBase::SDK_SERVICE_DOWN, {"legacy(6)", "v2(-8)"}, false},
+        {SdkClientBase::SDK_SERVICE_UP, {}, true},
+        {-1, {}, true},
+        {4, {}, true},
+        {INT32_MAX, {}, true},
+    };
+    for (const bool callbacks : {true, false}) {
+        for (const auto& row : rows) {
+            client().mServiceUp = true;
+            report(static_cast<SdkClientBase::SdkStatus>(row.status), service::statusInd("07"));
+            EXPECT_EQ(app::takeCalls(), callbacks ? row.calls : Calls{}) << row.status;
+            EXPECT_EQ(client().mServiceUp, row.up) << row.status;
+        }
+        client().mLegacyStatusCb = nullptr;
+        client().mStatusCbV2 = nullptr;
     }
-    receive(service::statusInd("06"));
-    EXPECT_TRUE(client().mServiceUp);
-    EXPECT_EQ(app::takeCalls(), Calls{});
-    expectBothAwaited();
+    client().mServiceUp = false;
+    EXPECT_EQ(effectOf(service::statusInd("06")), Texts{"changed serviceUp"});
 }
 
-TEST_F(DispatchTest, OtherTransportStatusesAreIgnored) {
-    for (const int32_t status : {-1, 3, 4, INT32_MAX}) {
-        report(static_cast<SdkClientBase::SdkStatus>(status), service::statusInd("07"));
-    }
-    EXPECT_TRUE(client().mServiceUp);
-    EXPECT_EQ(app::takeCalls(), Calls{});
-}
+// ---- EFFECTIVE_LEVELS_CB
 
 TEST_F(DispatchTest, EffectiveLevels) {
-    receive(service::effectiveLevels("07"));
-    EXPECT_EQ(app::takeCalls(), Calls{"levels(7,6,3)"});
-    EXPECT_EQ(client().mUsedIds, Ids{9});
-    EXPECT_EQ(client().mLatencyCbs.size(), 1U);
-    receive(service::effectiveLevels("09"));
-    EXPECT_EQ(app::takeCalls(), Calls{"otherLevels(9,6,3)"});
-    EXPECT_TRUE(client().mUsedIds.empty());
-    EXPECT_TRUE(client().mLatencyCbs.empty());
-}
-
-TEST_F(DispatchTest, EffectiveLevelsAreStillRecordedDuringTheCallback) {
-    app::inside("levels", [] { expectBothAwaited(); });
-    receive(service::effectiveLevels("07"));
-    EXPECT_EQ(app::takeCalls(), Calls{"levels(7,6,3)"});
-}
-
-TEST_F(DispatchTest, EffectiveLevelsComeOnce) {
-    receive(service::effectiveLevels("07"));
-    receive(service::effectiveLevels("07"));
-    EXPECT_EQ(app::takeCalls(), Calls{"levels(7,6,3)"});
-    EXPECT_EQ(client().mUsedIds, Ids{9});
-}
-
-TEST_F(DispatchTest, EffectiveLevelsOfAnUnknownRequest) {
-    receive(service::effectiveLevels("08"));
-    receive("08 01 1A 06 12 04 08 05 10 02");  // id 0
-    EXPECT_EQ(app::takeCalls(), Calls{});
-    expectBothAwaited();
-}
-
-// With no callback recorded the id stays reserved.
-TEST_F(DispatchTest, EffectiveLevelsWithoutACallbackReleaseNothing) {
-    client().mLatencyCbs.erase(7);
-    receive(service::effectiveLevels("07"));
-    EXPECT_EQ(app::takeCalls(), Calls{});
-    EXPECT_EQ(client().mUsedIds, (Ids{7, 9}));
-}
-
-TEST_F(DispatchTest, EffectiveLevelsMatchOnTheLowHalfOfTheId) {
-    receive(service::effectiveLevels("87 80 80 80 10"));  // 2^32 + 7
-    EXPECT_EQ(app::takeCalls(), Calls{"levels(7,6,3)"});
-    EXPECT_EQ(client().mUsedIds, Ids{9});
-}
-
-TEST_F(DispatchTest, EffectiveLevelsIdIsNeverNegative) {
-    client().mLatencyCbs[UINT32_MAX] = app::onLevels;
-    receive(service::effectiveLevels("FF FF FF FF FF FF FF FF FF 01"));  // all ones
-    EXPECT_EQ(app::takeCalls(), Calls{"levels(4294967295,6,3)"});
-    EXPECT_EQ(client().mLatencyCbs.count(UINT32_MAX), 0U);
-}
-
-TEST_F(DispatchTest, OnlyTheFirstOccurrenceOfTheIdIsReleased) {
-    client().mUsedIds = {9, 7, 8, 7, 1};
-    receive(service::effectiveLevels("07"));
-    EXPECT_EQ(client().mUsedIds, (Ids{9, 8, 7, 1}));
-}
-
-TEST_F(DispatchTest, EffectiveLevelsOutsideTheEnumerationAreLevelOne) {
-    receive("08 01 10 07 1A 06 12 04 08 06 10 7F");
-    EXPECT_EQ(app::takeCalls(), Calls{"levels(7,1,1)"});
-}
-
-TEST_F(DispatchTest, EffectiveLevelsEmptyBodyIsLevelOne) {
-    receive("08 01 10 07 1A 02 12 00");
-    EXPECT_EQ(app::takeCalls(), Calls{"levels(7,1,1)"});
-    EXPECT_EQ(client().mUsedIds, Ids{9});
-}
-
-TEST_F(DispatchTest, BodyOfAnotherEventIsDropped) {
-    for (const char* hex : {
-             "",                                     // nothing
-             "1A 00",                                // no member
-             "1A 06 12 04 08 05 10 02",              // status event, levels
-             "10 07 1A 06 12 04 08 05 10 02",        // the same with an id
-             "08 01 10 07",                          // levels event, no body
-             "08 01 10 07 1A 00",                    // levels event, no member
-             "08 01 10 07 1A 04 0A 02 08 06",        // levels event, status
-             "08 01 10 07 1A 02 3A 00",              // levels event, automatic filter
-             "08 07 1A 04 0A 02 08 06",              // unknown event
-             "08 07 10 07 1A 06 12 04 08 05 10 02",  // unknown event
-             "08 FF FF FF FF FF FF FF FF FF 01 1A 04 0A 02 08 07",  // event -1
-         }) {
-        receive(hex);
-        EXPECT_EQ(app::takeCalls(), Calls{}) << hex;
-        EXPECT_TRUE(client().mServiceUp) << hex;
-        expectBothAwaited();
+    const std::string changed = "changed usedIds latencyCbs";
+    const struct {
+        std::string hex;
+        Texts effect;
+    } rows[] = {
+        {effectiveLevels("07"), {"levels(7,6,3)", changed}},
+        {effectiveLevels("87 80 80 80 10"), {"levels(7,6,3)", changed}},  // 2^32 + 7
+        {effectiveLevels("FF FF FF FF FF FF FF FF FF 01"), {"levels(4294967295,6,3)", changed}},
+        {"08 01 10 07 1A 06 12 04 08 06 10 7F", {"levels(7,1,1)", changed}},  // no such levels
+        {"08 01 10 07 1A 02 12 00", {"levels(7,1,1)", changed}},              // an empty body
+        {effectiveLevels("09"), {}},                                          // nobody waits
+        {"08 01 1A 06 12 04 08 05 10 02", {}},                                // id 0
+        {effectiveLevels("06"), {}},  // no callback: the id stays reserved
+    };
+    for (const auto& row : rows) {
+        client().mUsedIds = {6, 7, 8, 7, UINT32_MAX};
+        client().mLatencyCbs = {{5, nullptr}, {7, app::onLevels}, {UINT32_MAX, app::onLevels}};
+        EXPECT_EQ(effectOf(row.hex), row.effect) << row.hex;
+        if (row.effect.empty()) continue;
+        const bool is7 = row.effect[0][7] == '7';
+        EXPECT_EQ(client().mUsedIds, is7 ? (Ids{6, 8, 7, UINT32_MAX}) : (Ids{6, 7, 8, 7}));
+        EXPECT_EQ(client().mLatencyCbs.count(is7 ? 7 : UINT32_MAX), 0U);
+        EXPECT_EQ(effectOf(row.hex), Texts{}) << "a second answer to " << row.hex;
     }
 }
 
-// A message that ends early is dispatched as far as it was read.
-TEST_F(DispatchTest, StatusCutAtEveryByte) {
-    const std::vector<uint8_t> whole = fromHex("10 05 1A 04 0A 02 08 06");
-    const Calls nothing;
-    const Calls unread = {"legacy(-1)", "v2(-1)"};  // the body was begun, its status not read
-    const std::vector<Calls> expected = {nothing, nothing, nothing,
-                                         nothing, nothing, unread,
-                                         unread,  unread,  {"legacy(5)", "v2(-7)"}};
-    for (size_t length = 0; length <= whole.size(); ++length) {
-        client().mServiceUp = false;
-        sdk().listener(SdkClientBase::SDK_BLOB_RECEIVED,
-                       {whole.begin(), whole.begin() + static_cast<long>(length)});
-        EXPECT_EQ(app::takeCalls(), expected[length]) << length;
-        EXPECT_EQ(client().mServiceUp, length == whole.size()) << length;
-    }
+TEST_F(DispatchTest, EffectiveLevelsAreStillAwaitedDuringTheCallback) {
+    app::inside("levels", [] {
+        EXPECT_EQ(client().mUsedIds, (Ids{7, 8}));
+        EXPECT_EQ(client().mLatencyCbs.count(7), 1U);
+    });
+    receive(effectiveLevels("07"));
+    EXPECT_EQ(app::takeCalls(), Calls{"levels(7,6,3)"});
 }
 
-TEST_F(DispatchTest, EffectiveLevelsCutAtEveryByte) {
-    const std::vector<uint8_t> whole = fromHex(service::effectiveLevels("07"));
-    // By length: up to the levels' member there is nothing to dispatch; then the levels read so
-    // far.
-    const std::vector<const char*> expected = {
-        nullptr,         nullptr,         nullptr,         nullptr,         nullptr,
-        nullptr,         nullptr,         "levels(7,1,1)", "levels(7,1,1)", "levels(7,1,1)",
-        "levels(7,6,1)", "levels(7,6,1)", "levels(7,6,3)"};
-    for (size_t length = 0; length <= whole.size(); ++length) {
-        client().mUsedIds = {7, 9};
-        client().mLatencyCbs[7] = app::onLevels;
-        sdk().listener(SdkClientBase::SDK_BLOB_RECEIVED,
-                       {whole.begin(), whole.begin() + static_cast<long>(length)});
-        if (expected[length] == nullptr) {
-            EXPECT_EQ(app::takeCalls(), Calls{}) << length;
-            expectBothAwaited();
-        } else {
-            EXPECT_EQ(app::takeCalls(), Calls{expected[length]}) << length;
-            EXPECT_EQ(client().mUsedIds, Ids{9}) << length;
+// ---- All messages
+
+// One of each, which all have somebody waiting, for the events 0 to 6.
+const std::string kBodies[] = {
+    "08 06",
+    "08 05 10 02",
+    "08 01 " + field("12", "08 AC 02 10 03 1A 02 68 69") + " " + field("12", "08 08 10 01"),
+    field("0A", "08 08 10 01 1A 02 68 69"),
+    field("12", "08 AC 02 10 01 1A 02 68 69 20 05 28 02 30 E8 07 38 02") + " " +
+        field("12", "08 09"),
+    field("12", "08 05 10 80 80 80 80 10 18 07") + " " + field("12", "08 06"),
+    // From 1.2.3.4 to 5.6.7.8.
+    "08 AC 02 " + field("12", "0A 07 31 2E 32 2E 33 2E 34 12 07 35 2E 36 2E 37 2E 38 60 21") +
+        " 18 01",
+};
+
+TEST_F(DispatchTest, EveryEventWithEveryBody) {
+    // The last three are 255, 2^31 and -1.
+    for (const char* event : {"00", "01", "02", "03", "04", "05", "06", "07", "08", "7F", "FF 01",
+                              "80 80 80 80 08", "FF FF FF FF FF FF FF FF FF 01"}) {
+        const std::string head = std::string("10 07 08 ") + event;
+        for (int body = 0; body < 7; ++body) {
+            SCOPED_TRACE(head + ", body " + std::to_string(body));
+            startOver();
+            const Texts effect = effectOf(head + message(0, body, kBodies[body]).substr(5));
+            EXPECT_EQ(effect.empty(), "0" + std::to_string(body) != event);
+        }
+        startOver();
+        EXPECT_EQ(effectOf(head), Texts{});
+        EXPECT_EQ(effectOf(head + " 1A 00"), Texts{});
+    }
+    EXPECT_EQ(effectOf(""), Texts{});
+    EXPECT_EQ(effectOf("1A 00"), Texts{});
+}
+
+// A message that ends early is dispatched as far as it was read: a body or an entry is there as
+// soon as its tag is, a number when its last byte is.
+TEST_F(DispatchTest, CutAtEveryByte) {
+    const auto listed = [](const std::string& id, const std::string& state) {
+        return Texts{"filter(" + id + "," + state + ",1,1,1,0)",
+                     "log 3: GET_FILTER_CB cb sent, filter " + id, "changed getFilters"};
+    };
+    const auto reported = [](const std::string& figures) {
+        return Texts{"reports(" + figures + ")", "report(" + figures + ")", "changed getReport"};
+    };
+    const struct {
+        std::string whole;
+        std::map<size_t, Texts> effects;  // by the length from which on it does that
+    } rows[] = {
+        {"10 05 1A 04 0A 02 08 06",
+         {{0, {}},
+          {5, {"legacy(-1)", "v2(-1)"}},
+          {8, {"legacy(5)", "v2(-7)", "changed serviceUp"}}}},
+        {"08 01 10 07 1A 06 12 04 08 05 10 02",
+         {{0, {}},
+          {7, {"levels(7,1,1)", "changed usedIds latencyCbs"}},
+          {10, {"levels(7,6,1)", "changed usedIds latencyCbs"}},
+          {12, {"levels(7,6,3)", "changed usedIds latencyCbs"}}}},
+        {"08 02 1A 0C 1A 0A 12 02 08 05 12 04 08 06 10 03",
+         {{0, {}},
+          {7, {"filterStatus(0,0)"}},
+          {10, {"filterStatus(5,0)"}},
+          {11, {"filterStatus(5,0)", "filterStatus(0,0)"}},
+          {14, {"filterStatus(5,0)", "filterStatus(6,0)"}},
+          {16, {"filterStatus(5,0)", "filterStatus(6,3)"}}}},
+        {"08 03 1A 08 22 06 0A 04 08 08 10 04",
+         {{0, {}},
+          {10, {"added(8,0)", "changed usedIds filterIds filterCbs"}},
+          {12, {"added(8,4)", "changed usedIds filterCbs"}}}},
+        {"08 04 1A 08 2A 06 12 04 08 05 10 01",
+         {{0, {}},
+          {5, {"changed getFilters"}},
+          {7, listed("0", "0")},
+          {10, listed("5", "0")},
+          {12, listed("5", "1")}}},
+        {"08 05 1A 08 32 06 12 04 08 05 10 06",
+         {{0, {}},
+          {5, {"changed getReport"}},
+          {7, reported("0,0,0")},
+          {10, reported("5,0,0")},
+          {12, reported("5,6,0")}}},
+        {"08 06 1A 06 3A 04 08 05 18 01", {{0, {}}, {5, {"auto(0)"}}, {8, {"auto(5)"}}}},
+    };
+    for (const auto& row : rows) {
+        std::vector<uint8_t> bytes = fromHex(row.whole);
+        for (;; bytes.pop_back()) {
+            startOver();
+            client().mServiceUp = false;
+            const auto expected = std::prev(row.effects.upper_bound(bytes.size()));
+            EXPECT_EQ(effectOf(bytes), expected->second) << toHex(bytes);
+            if (bytes.empty()) break;
         }
     }
 }
@@ -235,31 +222,37 @@ TEST_F(DispatchTest, EffectiveLevelsCutAtEveryByte) {
 TEST_F(DispatchTest, UnreadableBytesAreDropped) {
     for (const char* hex : {"FF", "FF FF FF FF FF FF FF FF FF FF FF", "00", "0C",
                             "1A FF FF FF FF 0F", "08", "0A FF"}) {
-        receive(hex);
-        EXPECT_EQ(app::takeCalls(), Calls{}) << hex;
+        EXPECT_EQ(effectOf(hex), Texts{}) << hex;
     }
-    EXPECT_TRUE(client().mServiceUp);
-    expectBothAwaited();
 }
 
-// Any bytes at all: nothing is called that is not awaited, and the client goes on.
+// Text that is not UTF-8 ends the reading: what stands behind it is not read.
+TEST_F(DispatchTest, TextThatIsNotUtf8) {
+    const google::protobuf::LogSilencer silencer;
+    EXPECT_EQ(
+        effectOf(message(2, field("12", "08 05 10 01 1A 01 FF") + " " + field("12", "08 06"))),
+        Texts{"filterStatus(5,1)"});
+    EXPECT_EQ(effectOf(message(3, field("0A", "08 08 1A 01 FF 10 04"))),
+              (Texts{"added(8,0)", "changed usedIds filterIds filterCbs"}));
+}
+
+// Sound messages with bytes changed, and any bytes at all: the client goes on.
 TEST_F(DispatchTest, RandomBytes) {
+    const google::protobuf::LogSilencer silencer;
     std::mt19937 random(20240611);
-    const std::vector<uint8_t> levels = fromHex(service::effectiveLevels("07"));
-    for (int round = 0; round < 20000; ++round) {
+    for (int round = 0; round < 5000; ++round) {
+        const int event = round % 8;
         std::vector<uint8_t> bytes(random() % 40);
-        for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
-        if (round % 2 == 0) {
-            bytes = levels;
-            bytes[random() % bytes.size()] = static_cast<uint8_t>(random());
+        if (event < 7) bytes = fromHex("10 07 " + message(event, kBodies[event]));
+        for (uint8_t& byte : bytes) {
+            if (event == 7 || random() % 8 == 0) byte = static_cast<uint8_t>(random());
         }
         sdk().listener(SdkClientBase::SDK_BLOB_RECEIVED, bytes);
-        ASSERT_EQ(client().mUsedIds.size(), client().mLatencyCbs.size());
-        ASSERT_LE(client().mUsedIds.size(), 2U);
     }
+    client().mServiceUp = false;
     app::takeCalls();
-    receive(service::statusInd("06"));
-    EXPECT_EQ(app::takeCalls(), (Calls{"legacy(5)", "v2(-7)"}));
+    EXPECT_EQ(effectOf(service::statusInd("06")),
+              (Texts{"legacy(5)", "v2(-7)", "changed serviceUp"}));
 }
 
 }  // namespace
