@@ -16,9 +16,7 @@
 
 namespace {
 
-using Ids = std::vector<unsigned int>;
 using Lines = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 using Change = std::function<void(SdfAddFilterInfo&)>;
 
 LogLine rendered(int family) {
@@ -41,7 +39,7 @@ class AddFilterTest : public ClientTest {
             EXPECT_EQ(v2 ? sdfAddFilterV2(info, 1, cb) : sdfAddFilter(info, cb), code) << v2;
             EXPECT_EQ(log.lines(), lines) << v2;
             EXPECT_EQ(ClientState().differences(before), "") << v2;
-            EXPECT_EQ(sdk().transport->takeText(), Texts{}) << v2;
+            EXPECT_EQ(posted(), Texts{}) << v2;
         }
     }
 
@@ -51,7 +49,7 @@ class AddFilterTest : public ClientTest {
         client().mFilterCbs.clear();
         scriptRand({7});
         EXPECT_EQ(sdfAddFilter(info, app::onAdded), 7);
-        const Texts texts = sdk().transport->takeText();
+        const Texts texts = posted();
         EXPECT_EQ(texts.size(), 1U);
         return texts.empty() ? "" : texts[0];
     }
@@ -75,25 +73,16 @@ TEST_F(AddFilterTest, ServiceDownGoesFirst) {
 
 // Both addresses are rendered, the source first, whatever is found wrong afterwards.
 TEST_F(AddFilterTest, BothAddressesAreRenderedFirst) {
-    const Lines v4 = {rendered(2), rendered(2)};
-    const SdfAddFilterInfo flow = makeFlow();
-    SdfAddFilterInfo noSource = flow;
-    noSource.src_addr = {};
-    SdfAddFilterInfo noDestination = flow;
-    noDestination.dest_addr = {};
-    SdfAddFilterInfo wrong = flow;
-    wrong.second_level = SdfLatencyLvl{};
-    expectRefused(noSource, app::onAdded, -2, {rendered(0), rendered(2)});
-    expectRefused(noSource, nullptr, -2, {rendered(0), rendered(2)});
-    expectRefused(noDestination, app::onAdded, -2, {rendered(2), rendered(0)});
-    expectRefused(flow, nullptr, -2, v4);
-    expectRefused(wrong, app::onAdded, -2, v4);
+    SdfAddFilterInfo info = makeFlow();
+    expectRefused(info, nullptr, -2, {rendered(2), rendered(2)});
+    info.src_addr = {};
+    expectRefused(info, app::onAdded, -2, {rendered(0), rendered(2)});
+    expectRefused(info, nullptr, -2, {rendered(0), rendered(2)});
+    info.src_addr.ss_family = AF_UNIX;
+    expectRefused(info, app::onAdded, -2, {rendered(1), rendered(2)});
+    std::swap(info.src_addr, info.dest_addr);
+    expectRefused(info, app::onAdded, -2, {rendered(2), rendered(1)});
     expectRefused(SdfAddFilterInfo{}, app::onAdded, -2, {rendered(0), rendered(0)});
-    SdfAddFilterInfo otherFamily = flow;
-    otherFamily.src_addr.ss_family = AF_UNIX;
-    expectRefused(otherFamily, app::onAdded, -2, {rendered(1), rendered(2)});
-    std::swap(otherFamily.src_addr, otherFamily.dest_addr);
-    expectRefused(otherFamily, app::onAdded, -2, {rendered(2), rendered(1)});
 
     const LogCapture log;
     EXPECT_GT(sdfAddFilter(makeFlow("::1", 0, "1.2.3.4", 0), app::onAdded), 0);
@@ -105,53 +94,40 @@ TEST_F(AddFilterTest, BothAddressesAreRenderedFirst) {
 
 // Each wrong member on its own, and with any other.
 TEST_F(AddFilterTest, WrongMembers) {
-    std::vector<std::pair<std::string, Change>> wrongs;
-    const auto addWrong = [&wrongs](const char* member, int value, const auto& set) {
-        wrongs.emplace_back(member + (" " + std::to_string(value)),
-                            [=](SdfAddFilterInfo& info) { set(info, value); });
+    const struct {
+        const char* member;
+        std::vector<int> values;
+        void (*set)(SdfAddFilterInfo& info, int value);
+    } members[] = {
+        {"first level",
+         {0, 7, -1, 33, INT32_MIN, INT32_MAX},
+         [](auto& info, int value) { info.first_level = static_cast<SdfLatencyLvl>(value); }},
+        {"second level",
+         {0, 7, -1, 33, INT32_MIN, INT32_MAX},
+         [](auto& info, int value) { info.second_level = static_cast<SdfLatencyLvl>(value); }},
+        {"protocol",
+         {4, -1, 33, INT32_MIN, INT32_MAX},
+         [](auto& info, int value) { info.protocol = static_cast<SdfProtocol>(value); }},
+        {"application type",
+         {33, -1, INT32_MIN, INT32_MAX},
+         [](auto& info, int value) { info.app_type = static_cast<SdfFilterAppType>(value); }},
+        {"out-of-order delivery",
+         {0, 4, -1, 33, INT32_MIN, INT32_MAX},
+         [](auto& info, int value) { info.ood = static_cast<SdfOod>(value); }},
     };
-    for (const int value : {0, 7, -1, -2, 33, INT32_MIN, INT32_MAX}) {
-        addWrong("first level", value, [](auto& info, int level) {
-            info.first_level = static_cast<SdfLatencyLvl>(level);
-        });
-        addWrong("second level", value, [](auto& info, int level) {
-            info.second_level = static_cast<SdfLatencyLvl>(level);
-        });
-    }
-    for (const int value : {4, 7, -1, -2, 33, INT32_MIN, INT32_MAX}) {
-        addWrong("protocol", value, [](auto& info, int protocol) {
-            info.protocol = static_cast<SdfProtocol>(protocol);
-        });
-    }
-    for (const int value : {33, -1, -2, INT32_MIN, INT32_MAX}) {
-        addWrong("application type", value,
-                 [](auto& info, int type) { info.app_type = static_cast<SdfFilterAppType>(type); });
-    }
-    for (const int value : {0, 4, -1, -2, 33, INT32_MIN, INT32_MAX}) {
-        addWrong("out-of-order delivery", value,
-                 [](auto& info, int ood) { info.ood = static_cast<SdfOod>(ood); });
-    }
-    addWrong("source port range", 1, [](auto& info, int) {
-        info.src_addr = makeFlow("1.2.3.4", 65535).src_addr;
-        info.src_port_range = 1;
-    });
-    addWrong("destination port range", 1, [](auto& info, int) {
-        info.dest_addr = makeFlow("", 0, "5.6.7.8", 65535).dest_addr;
-        info.dest_port_range = 1;
-    });
-    const Lines lines = {rendered(2), rendered(2)};
-    for (const auto& [what, change] : wrongs) {
-        SCOPED_TRACE(what);
-        SdfAddFilterInfo info = makeFlow();
-        change(info);
-        expectRefused(info, app::onAdded, -2, lines);
-        for (const auto& other : wrongs) {
-            SdfAddFilterInfo both = info;
-            other.second(both);
-            EXPECT_FALSE(isAccepted(both)) << other.first;
+    for (const auto& wrong : members) {
+        for (const int value : wrong.values) {
+            SCOPED_TRACE(wrong.member + (" " + std::to_string(value)));
+            SdfAddFilterInfo info = makeFlow();
+            wrong.set(info, value);
+            expectRefused(info, app::onAdded, -2, {rendered(2), rendered(2)});
+            for (const auto& other : members) {
+                SdfAddFilterInfo both = info;
+                other.set(both, other.values[0]);
+                EXPECT_FALSE(isAccepted(both)) << other.member;
+            }
         }
     }
-    EXPECT_EQ(sdk().transport->takeText(), Texts{});
 }
 
 TEST_F(AddFilterTest, PortAndRangeFitIn16Bits) {
@@ -179,26 +155,6 @@ TEST_F(AddFilterTest, PortAndRangeFitIn16Bits) {
     }
 }
 
-// An address of no family has no port, whatever stands in its place.
-TEST_F(AddFilterTest, AddressesOfNoFamily) {
-    SdfAddFilterInfo info = makeFlow("1.2.3.4", 65535, "2001:db8::1", 65535);
-    info.src_addr.ss_family = AF_UNSPEC;
-    info.dest_addr.ss_family = AF_UNSPEC;
-    info.src_port_range = 65535;
-    info.dest_port_range = 65535;
-    // 1.2.3.4 and 2001:db8::1; the ranges are FF FF 03.
-    EXPECT_EQ(add(info),
-              "5: 08 04 10 07 1A 22 32 20 0A 07 31 2E 32 2E 33 2E 34 12 0B 32 30 30 31 3A 64 62 38"
-              " 3A 3A 31 60 01 70 FF FF 03 78 FF FF 03");
-}
-
-// The two ends need not be of one family.
-TEST_F(AddFilterTest, EndsOfTwoFamilies) {
-    EXPECT_EQ(add(makeFlow("::", 1, "0.0.0.0", 2)),
-              "5: 08 04 10 07 1A 15 32 13 0A 02 3A 3A 12 07 30 2E 30 2E 30 2E 30 18 01 20 02"
-              " 60 01");
-}
-
 SdfAddFilterInfo fullFlow() {
     SdfAddFilterInfo info = makeFlow("1.2.3.4", 443, "5.6.7.8", 53);
     fillFlow(&info);
@@ -218,11 +174,28 @@ TEST_F(AddFilterTest, Bytes) {
     EXPECT_EQ(sdfAddFilterV2(fullFlow(), 127, app::onAdded), 302);
     EXPECT_EQ(sdfAddFilterV2(fullFlow(), 255, app::onAdded), 303);
     EXPECT_EQ(
-        sdk().transport->takeText(),
+        posted(),
         (Texts{"5: 08 04 10 AC 02 1A 43 32 41 " + kFullUpTo17 + kFullFrom19,
                "5: 08 04 10 AD 02 1A 46 32 44 " + kFullUpTo17 + "90 01 00 " + kFullFrom19,
                "5: 08 04 10 AE 02 1A 46 32 44 " + kFullUpTo17 + "90 01 7F " + kFullFrom19,
                "5: 08 04 10 AF 02 1A 47 32 45 " + kFullUpTo17 + "90 01 FF 01 " + kFullFrom19}));
+}
+
+// An address of no family has no port, whatever stands in its place. The two ends need not be of
+// one family.
+TEST_F(AddFilterTest, BytesOfAddresses) {
+    SdfAddFilterInfo info = makeFlow("1.2.3.4", 65535, "2001:db8::1", 65535);
+    info.src_addr.ss_family = AF_UNSPEC;
+    info.dest_addr.ss_family = AF_UNSPEC;
+    info.src_port_range = 65535;
+    info.dest_port_range = 65535;
+    // 1.2.3.4 and 2001:db8::1; the ranges are FF FF 03.
+    EXPECT_EQ(add(info),
+              "5: 08 04 10 07 1A 22 32 20 0A 07 31 2E 32 2E 33 2E 34 12 0B 32 30 30 31 3A 64 62 38"
+              " 3A 3A 31 60 01 70 FF FF 03 78 FF FF 03");
+    EXPECT_EQ(add(makeFlow("::", 1, "0.0.0.0", 2)),
+              "5: 08 04 10 07 1A 15 32 13 0A 02 3A 3A 12 07 30 2E 30 2E 30 2E 30 18 01 20 02"
+              " 60 01");
 }
 
 // Each member alone: the event of the lowest flow with one field more, or one changed.
@@ -277,53 +250,6 @@ TEST_F(AddFilterTest, BytesOfEachMember) {
         info.app_type = static_cast<SdfFilterAppType>(n);
         EXPECT_EQ(add(info), "5: 08 04 10 07 1A 16 32 14 " + ips + format("60 %02X", n + 1)) << n;
     }
-}
-
-TEST_F(AddFilterTest, IsRecordedUnderItsId) {
-    client().mFilterIds = {kFilterId};
-    scriptRand({0, 300, 5, 5, 6});
-    EXPECT_EQ(sdfAddFilter(makeFlow(), app::onAdded), 5);  // 300 is a live filter's
-    EXPECT_EQ(sdfAddFilterV2(makeFlow(), 1, app::onOtherAdded), 6);
-    EXPECT_EQ(client().mUsedIds, (Ids{5, 6}));
-    EXPECT_EQ(client().mFilterIds, Ids{kFilterId});  // the service has confirmed nothing
-    EXPECT_EQ(client().mFilterCbs.at(5), app::onAdded);
-    EXPECT_EQ(client().mFilterCbs.at(6), app::onOtherAdded);
-    EXPECT_EQ(client().mFilterCbs.size(), 2U);
-    EXPECT_TRUE(client().mLatencyCbs.empty());
-    EXPECT_EQ(sdfDeleteFilter(5), -2);
-}
-
-TEST_F(AddFilterTest, AnEarlierEntryUnderTheIdStays) {
-    client().mFilterCbs[7] = app::onOtherAdded;
-    EXPECT_EQ(sdfAddFilter(makeFlow(), app::onAdded), 7);
-    EXPECT_EQ(client().mFilterCbs.at(7), app::onOtherAdded);
-}
-
-// Filters and latency requests draw from one series; in a fresh process it is the C library's from
-// its default seed, which nothing in the library changes.
-void exitWithFirstIds() {
-    FakeSdkClient::reset();
-    int wrong = 0;
-    const auto expect = [&wrong](long long actual, long long expected) {
-        if (actual != expected) ++wrong;
-    };
-    expect(createSdfClient(app::onV2), 0);
-    Sdf::mInstance->mServiceUp = true;
-    expect(sdfAddFilter(makeFlow(), app::onAdded), 1804289383);
-    expect(sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false,
-                            app::onLevels),
-           846930886);
-    expect(sdfAddFilterV2(makeFlow(), 1, app::onAdded), 1681692777);
-    expect(destroySdfClient(), 0);
-    expect(lum_sdf_enable(app::onLegacy), 1);
-    Sdf::mInstance->mServiceUp = true;
-    expect(sdfAddFilter(makeFlow(), app::onAdded), 1714636915);
-    exit(wrong);
-}
-
-TEST(AddFilter, IdsOfAFreshProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process of its own, not a fork of this one
-    EXPECT_EXIT(exitWithFirstIds(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

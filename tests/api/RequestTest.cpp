@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The request functions from their checks to the event that they post; those that add filters see
-// AddFilterTest.cpp too, sdfSetLatencyLvl() LatencyTest.cpp.
+// AddFilterTest.cpp too.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
 
 #include "tests/api/ClientFixture.h"
@@ -12,8 +13,6 @@
 
 namespace {
 
-using Ids = std::vector<unsigned int>;
-using Texts = std::vector<std::string>;
 using Call = std::function<long long()>;
 
 constexpr unsigned int kUnknownId = 301;
@@ -36,8 +35,9 @@ std::vector<E> outside(int32_t below, int32_t above) {
 
 const SdfLatencyLvl kL1 = SDF_LATENCY_LVL_1;
 const SdfOod kOod = SDF_OOD_UNSPECIFIED_LVL;
+const SdfSlotID kFirst = SDF_SLOT_ID_FIRST;
 
-// Each argument wrong on its own, and all pairs of wrong ones.
+// Each argument wrong on its own, and pairs of wrong ones.
 std::vector<Refused> refusedCalls() {
     std::vector<Refused> calls;
     const auto add = [&calls](const std::string& what, const auto& call) {
@@ -46,37 +46,22 @@ std::vector<Refused> refusedCalls() {
     for (const auto level : outside<SdfLatencyLvl>(0, 7)) {
         const std::string text = std::to_string(level);
         add("sdfSetLatencyLvl: first level " + text,
-            [=] { return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, level, kL1, false, app::onLevels); });
+            [=] { return sdfSetLatencyLvl(kFirst, level, kL1, false, app::onLevels); });
         add("sdfSetLatencyLvl: second level " + text,
-            [=] { return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, kL1, level, false, app::onLevels); });
-        add("sdfSetLatencyLvl: both levels " + text, [=] {
-            return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, level, level, false, app::onLevels);
-        });
-        add("sdfSetLatencyLvl: no callback, first level " + text,
-            [=] { return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, level, kL1, false, nullptr); });
-        add("sdfSetLatencyLvl: no callback, second level " + text,
-            [=] { return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, kL1, level, false, nullptr); });
+            [=] { return sdfSetLatencyLvl(kFirst, kL1, level, false, app::onLevels); });
+        add("sdfSetLatencyLvl: no callback, both levels " + text,
+            [=] { return sdfSetLatencyLvl(kFirst, level, level, false, nullptr); });
         add("sdfUpdateLatencyLvl: first level " + text,
             [=] { return sdfUpdateLatencyLvl(kFilterId, level, kL1); });
         add("sdfUpdateLatencyLvl: second level " + text,
             [=] { return sdfUpdateLatencyLvl(kFilterId, kL1, level); });
-        add("sdfUpdateLatencyLvl: both levels " + text,
-            [=] { return sdfUpdateLatencyLvl(kFilterId, level, level); });
-        add("sdfUpdateLatencyLvl: unknown filter, first level " + text,
-            [=] { return sdfUpdateLatencyLvl(kUnknownId, level, kL1); });
-        add("sdfUpdateLatencyLvl: unknown filter, second level " + text,
-            [=] { return sdfUpdateLatencyLvl(kUnknownId, kL1, level); });
+        add("sdfUpdateLatencyLvl: unknown filter, both levels " + text,
+            [=] { return sdfUpdateLatencyLvl(kUnknownId, level, level); });
     }
     for (const auto slot : outside<SdfSlotID>(-2, 2)) {
         const std::string text = std::to_string(slot);
         add("sdfSetLatencyLvl: slot " + text,
             [=] { return sdfSetLatencyLvl(slot, kL1, kL1, false, app::onLevels); });
-        add("sdfSetLatencyLvl: no callback, slot " + text,
-            [=] { return sdfSetLatencyLvl(slot, kL1, kL1, false, nullptr); });
-        add("sdfSetLatencyLvl: first level 0, slot " + text,
-            [=] { return sdfSetLatencyLvl(slot, SdfLatencyLvl{}, kL1, false, app::onLevels); });
-        add("sdfSetLatencyLvl: second level 0, slot " + text,
-            [=] { return sdfSetLatencyLvl(slot, kL1, SdfLatencyLvl{}, false, app::onLevels); });
         add("sdfPrioritizeData: slot " + text, [=] { return sdfPrioritizeData(slot, true); });
     }
     for (const auto ood : outside<SdfOod>(0, 4)) {
@@ -93,8 +78,7 @@ std::vector<Refused> refusedCalls() {
         add("sdfUpdateTargetDscp" + text, [=] { return sdfUpdateTargetDscp(id, 1); });
         add("sdfDeleteFilter" + text, [=] { return sdfDeleteFilter(id); });
     }
-    add("sdfSetLatencyLvl: no callback",
-        [] { return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, kL1, kL1, false, nullptr); });
+    add("sdfSetLatencyLvl: no callback", [] { return setLatency(nullptr); });
     add("sdfRegPriorityQueueReports: no callback",
         [] { return sdfRegPriorityQueueReports(false, 1, nullptr); });
     add("sdfGetPriorityQueueReport: no callback",
@@ -103,20 +87,6 @@ std::vector<Refused> refusedCalls() {
     add("sdfRegFilterStatus: no callback", [] { return sdfRegFilterStatus(nullptr); });
     add("sdfGetFilters: no callback", [] { return sdfGetFilters(nullptr); });
     return calls;
-}
-
-// Calls of the functions that add filters with arguments that are not valid: these look for the
-// service first.
-std::vector<Refused> refusedAdds() {
-    return {
-        {"sdfAddFilter: no callback", [] { return sdfAddFilter(makeFlow(), nullptr); }},
-        {"sdfAddFilter: empty", [] { return sdfAddFilter(SdfAddFilterInfo{}, app::onAdded); }},
-        {"sdfAddFilter: empty, no callback",
-         [] { return sdfAddFilter(SdfAddFilterInfo{}, nullptr); }},
-        {"sdfAddFilterV2: no callback", [] { return sdfAddFilterV2(makeFlow(), 1, nullptr); }},
-        {"sdfAddFilterV2: empty", [] { return sdfAddFilterV2({}, 1, app::onAdded); }},
-        {"sdfAddFilterV2: empty, no callback", [] { return sdfAddFilterV2({}, 1, nullptr); }},
-    };
 }
 
 class RequestTest : public ClientTest {
@@ -133,56 +103,50 @@ class RequestTest : public ClientTest {
         const ClientState before;
         EXPECT_EQ(call(), code) << what;
         EXPECT_EQ(ClientState().differences(before), "") << what;
-        EXPECT_EQ(sdk().transport->takeText(), Texts{}) << what;
+        EXPECT_EQ(posted(), Texts{}) << what;
         EXPECT_EQ(app::takeCalls(), Calls{}) << what;
     }
 
-    // Every call above, and every valid one, is refused with -5.
-    static void expectAllRefusedFirst() {
+    static void expectAllRefused(const std::vector<Refused>& calls, long long code) {
+        for (const auto& [what, call] : calls) expectRefused(what, call, code);
+    }
+    static void expectEveryRequestRefused(long long code) {
         for (const Request& request : everyRequest()) {
-            expectRefused(request.name, request.call, -5);
+            expectRefused(request.name, request.call, code);
         }
-        for (const auto& [what, call] : refusedCalls()) expectRefused(what, call, -5);
-        for (const auto& [what, call] : refusedAdds()) expectRefused(what, call, -5);
     }
 };
 
-TEST_F(RequestTest, WithoutAClient) {
-    ASSERT_EQ(destroySdfClient(), 0);
-    sdk().transport->take();
-    expectAllRefusedFirst();
-}
-
-TEST_F(RequestTest, WithoutATransport) {
+TEST_F(RequestTest, WithoutAClientOrATransport) {
     ASSERT_EQ(destroySdfClient(), 0);
     const auto transport = std::exchange(sdk().transport, nullptr);
-    ASSERT_EQ(createSdfClient(app::onV2), 0);
-    sdk().transport = transport;
     transport->take();
-    for (const bool up : {false, true}) {
-        client().mServiceUp = up;
-        expectAllRefusedFirst();
-    }
+    const auto expectRefusedFirst = [&] {
+        sdk().transport = transport;
+        expectEveryRequestRefused(-5);
+        expectAllRefused(refusedCalls(), -5);
+        expectRefused(
+            "add", [] { return sdfAddFilter(SdfAddFilterInfo{}, nullptr); }, -5);
+        expectRefused(
+            "addV2", [] { return sdfAddFilterV2(SdfAddFilterInfo{}, 1, nullptr); }, -5);
+        sdk().transport = nullptr;
+    };
+    expectRefusedFirst();
+    ASSERT_EQ(createSdfClient(app::onV2), 0);
+    expectRefusedFirst();
+    client().mServiceUp = true;
+    expectRefusedFirst();
 }
 
 TEST_F(RequestTest, InvalidArgumentsGoBeforeServiceDown) {
-    for (const bool up : {true, false}) {
-        client().mServiceUp = up;
-        for (const auto& [what, call] : refusedCalls()) {
-            expectRefused(what + (up ? "" : ", service down"), call, -2);
-        }
-    }
-}
-
-TEST_F(RequestTest, InvalidArgumentsGoBehindServiceDownWhenAdding) {
-    for (const auto& [what, call] : refusedAdds()) expectRefused(what, call, -2);
+    expectAllRefused(refusedCalls(), -2);
     client().mServiceUp = false;
-    for (const auto& [what, call] : refusedAdds()) expectRefused(what, call, -8);
+    expectAllRefused(refusedCalls(), -2);
 }
 
 TEST_F(RequestTest, ServiceDown) {
     client().mServiceUp = false;
-    for (const Request& request : everyRequest()) expectRefused(request.name, request.call, -8);
+    expectEveryRequestRefused(-8);
 }
 
 TEST_F(RequestTest, NothingToDelete) {
@@ -195,12 +159,12 @@ TEST_F(RequestTest, NothingToDelete) {
     }
 }
 
-// A request that awaits its answer is no filter yet, and neither is one that was refused.
+// A request that awaits its answer is no filter yet.
 TEST_F(RequestTest, OnlyConfirmedFiltersAreKnown) {
     client().mUsedIds = {kUnknownId};
     client().mFilterCbs[kUnknownId] = app::onAdded;
     client().mLatencyCbs[kUnknownId] = app::onLevels;
-    for (const auto& [what, call] : refusedCalls()) expectRefused(what, call, -2);
+    expectAllRefused(refusedCalls(), -2);
     client().mFilterIds.push_back(kUnknownId);
     EXPECT_EQ(sdfUpdateOod(kUnknownId, kOod), 0);
     EXPECT_EQ(sdfDeleteFilter(kUnknownId), 0);
@@ -215,7 +179,7 @@ TEST_F(RequestTest, EveryRequest) {
         const ClientState before;
         EXPECT_EQ(request.call(), request.drawsId ? 7 : 0);
         const std::string event = request.event;
-        EXPECT_EQ(sdk().transport->takeText(), event.empty() ? Texts{} : Texts{event});
+        EXPECT_EQ(posted(), event.empty() ? Texts{} : Texts{event});
         EXPECT_EQ(app::takeCalls(), Calls{});
         std::string changed = request.drawsId ? "usedIds " : "";
         changed += request.slot;
@@ -228,145 +192,190 @@ TEST_F(RequestTest, EveryRequest) {
     }
 }
 
+long long setLevels(SdfSlotID slot, int first, int second, bool flag) {
+    return sdfSetLatencyLvl(slot, static_cast<SdfLatencyLvl>(first),
+                            static_cast<SdfLatencyLvl>(second), flag, app::onLevels);
+}
+
 TEST_F(RequestTest, Bytes) {
+    constexpr SdfSlotID kAnySlot = SDF_SLOT_ID_UNSPECIFIED;
+    constexpr SdfSlotID kSecond = SDF_SLOT_ID_SECOND;
     const struct {
+        int id;  // what is drawn and returned; 0: no id is drawn
         Call call;
         const char* event;
     } rows[] = {
         // Zeros on the wire are left out: level 1, "unspecified", false, 0.
-        {[] { return sdfUpdateLatencyLvl(kFilterId, kL1, kL1); }, "5: 08 06 1A 05 3A 03 08 AC 02"},
-        {[] { return sdfUpdateLatencyLvl(kFilterId, kL1, SDF_LATENCY_LVL_6); },
+        {0x6B8B4567, [] { return setLevels(kAnySlot, 1, 6, true); },
+         "5: 08 01 10 E7 8A AD DC 06 1A 06 1A 04 18 05 20 01"},
+        {1, [] { return setLevels(kFirst, 6, 1, false); },
+         "5: 08 01 10 01 1A 06 1A 04 08 01 10 05"},
+        {200, [] { return setLevels(kSecond, 2, 3, true); },
+         "5: 08 01 10 C8 01 1A 0A 1A 08 08 02 10 01 18 02 20 01"},
+        {127, [] { return setLevels(kAnySlot, 1, 1, false); }, "5: 08 01 10 7F 1A 02 1A 00"},
+        {INT32_MAX, [] { return setLevels(kSecond, 4, 5, false); },
+         "5: 08 01 10 FF FF FF FF 07 1A 08 1A 06 08 02 10 03 18 04"},
+        {0, [] { return sdfUpdateLatencyLvl(kFilterId, kL1, kL1); },
+         "5: 08 06 1A 05 3A 03 08 AC 02"},
+        {0, [] { return sdfUpdateLatencyLvl(kFilterId, kL1, SDF_LATENCY_LVL_6); },
          "5: 08 06 1A 07 3A 05 08 AC 02 18 05"},
-        {[] { return sdfUpdateLatencyLvl(4, SDF_LATENCY_LVL_3, SDF_LATENCY_LVL_2); },
+        {0, [] { return sdfUpdateLatencyLvl(4, SDF_LATENCY_LVL_3, SDF_LATENCY_LVL_2); },
          "5: 08 06 1A 08 3A 06 08 04 10 02 18 01"},
-        {[] { return sdfUpdateOod(kFilterId, SDF_OOD_UNSPECIFIED_LVL); },
+        {0, [] { return sdfUpdateOod(kFilterId, SDF_OOD_UNSPECIFIED_LVL); },
          "5: 08 07 1A 05 42 03 08 AC 02"},
-        {[] { return sdfUpdateOod(kFilterId, SDF_OOD_ENABLED_LVL); },
+        {0, [] { return sdfUpdateOod(kFilterId, SDF_OOD_ENABLED_LVL); },
          "5: 08 07 1A 07 42 05 08 AC 02 10 01"},
-        {[] { return sdfUpdatePdcpTimer(kFilterId, 0); }, "5: 08 08 1A 05 4A 03 08 AC 02"},
-        {[] { return sdfUpdatePdcpTimer(kFilterId, UINT32_MAX); },
+        {0, [] { return sdfUpdatePdcpTimer(kFilterId, 0); }, "5: 08 08 1A 05 4A 03 08 AC 02"},
+        {0, [] { return sdfUpdatePdcpTimer(kFilterId, UINT32_MAX); },
          "5: 08 08 1A 0B 4A 09 08 AC 02 10 FF FF FF FF 0F"},
-        {[] { return sdfUpdateTargetDscp(kFilterId, 0); }, "5: 08 12 1A 06 82 01 03 08 AC 02"},
-        {[] { return sdfUpdateTargetDscp(kFilterId, UINT32_MAX); },
+        {0, [] { return sdfUpdateTargetDscp(kFilterId, 0); }, "5: 08 12 1A 06 82 01 03 08 AC 02"},
+        {0, [] { return sdfUpdateTargetDscp(kFilterId, UINT32_MAX); },
          "5: 08 12 1A 0C 82 01 09 08 AC 02 10 FF FF FF FF 0F"},
-        {[] { return sdfUpdateDdsOod(SDF_OOD_UNSPECIFIED_LVL); }, "5: 08 0B 1A 02 5A 00"},
-        {[] { return sdfUpdateDdsOod(SDF_OOD_DISABLED_LVL); }, "5: 08 0B 1A 04 5A 02 08 02"},
-        {[] { return sdfUpdateDdsPdcpTimer(0); }, "5: 08 0C 1A 02 62 00"},
-        {[] { return sdfUpdateDdsPdcpTimer(UINT32_MAX); },
+        {0, [] { return sdfUpdateDdsOod(SDF_OOD_UNSPECIFIED_LVL); }, "5: 08 0B 1A 02 5A 00"},
+        {0, [] { return sdfUpdateDdsOod(SDF_OOD_DISABLED_LVL); }, "5: 08 0B 1A 04 5A 02 08 02"},
+        {0, [] { return sdfUpdateDdsPdcpTimer(0); }, "5: 08 0C 1A 02 62 00"},
+        {0, [] { return sdfUpdateDdsPdcpTimer(UINT32_MAX); },
          "5: 08 0C 1A 08 62 06 08 FF FF FF FF 0F"},
-        {[] { return sdfEnHighPerfGaming(false); }, "5: 08 0D 1A 02 6A 00"},
-        {[] { return sdfPrioritizeData(SDF_SLOT_ID_UNSPECIFIED, false); }, "5: 08 0E 1A 02 72 00"},
-        {[] { return sdfPrioritizeData(SDF_SLOT_ID_UNSPECIFIED, true); },
-         "5: 08 0E 1A 04 72 02 10 01"},
-        {[] { return sdfPrioritizeData(SDF_SLOT_ID_FIRST, false); }, "5: 08 0E 1A 04 72 02 08 01"},
-        {[] { return sdfPrioritizeDds(false); }, "5: 08 02 1A 02 22 00"},
-        {[] { return sdfRegPriorityQueueReports(false, 0, app::onReports); },
+        {0, [] { return sdfEnHighPerfGaming(false); }, "5: 08 0D 1A 02 6A 00"},
+        {0, [] { return sdfPrioritizeData(kAnySlot, false); }, "5: 08 0E 1A 02 72 00"},
+        {0, [] { return sdfPrioritizeData(kAnySlot, true); }, "5: 08 0E 1A 04 72 02 10 01"},
+        {0, [] { return sdfPrioritizeData(kFirst, false); }, "5: 08 0E 1A 04 72 02 08 01"},
+        {0, [] { return sdfPrioritizeDds(false); }, "5: 08 02 1A 02 22 00"},
+        {0, [] { return sdfRegPriorityQueueReports(false, 0, app::onReports); },
          "5: 08 0F 1A 02 7A 00"},
-        {[] { return sdfRegPriorityQueueReports(true, 0, app::onReports); },
+        {0, [] { return sdfRegPriorityQueueReports(true, 0, app::onReports); },
          "5: 08 0F 1A 04 7A 02 08 01"},
-        {[] { return sdfRegPriorityQueueReports(false, UINT32_MAX, app::onReports); },
+        {0, [] { return sdfRegPriorityQueueReports(false, UINT32_MAX, app::onReports); },
          "5: 08 0F 1A 08 7A 06 10 FF FF FF FF 0F"},
-        {[] { return sdfDeleteFilter(4); }, "5: 08 09 1A 04 52 02 08 04"},
+        {0, [] { return sdfDeleteFilter(4); }, "5: 08 09 1A 04 52 02 08 04"},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(row.call(), 0) << row.event;
-        EXPECT_EQ(sdk().transport->takeText(), Texts{row.event});
+        scriptRand({row.id});
+        EXPECT_EQ(row.call(), row.id) << row.event;
+        EXPECT_EQ(posted(), Texts{row.event});
+        EXPECT_EQ(scriptedRandLeft(), row.id == 0 ? 1U : 0U);
     }
+}
+
+// As bindings from other languages may call it.
+TEST_F(RequestTest, LevelFlagIsTheLowBitOfWhateverIsPassedForTheBool) {
+    using WithNumber =
+        long long (*)(SdfSlotID, SdfLatencyLvl, SdfLatencyLvl, unsigned, SdfEffectiveLevelsCb);
+    const auto set = reinterpret_cast<WithNumber>(reinterpret_cast<void (*)()>(sdfSetLatencyLvl));
+    for (const unsigned flag : {0U, 1U, 2U, 3U, 254U, 255U}) {
+        scriptRand({1});
+        EXPECT_EQ(set(kFirst, kL1, SDF_LATENCY_LVL_2, flag, app::onLevels), 1);
+        EXPECT_EQ(posted(), Texts{flag % 2 == 0 ? "5: 08 01 10 01 1A 06 1A 04 08 01 18 01"
+                                                : "5: 08 01 10 01 1A 08 1A 06 08 01 18 01 20 01"})
+            << flag;
+        client().mUsedIds.clear();
+    }
+}
+
+// Of both kinds of requests; an entry that there is under the id stays.
+TEST_F(RequestTest, EachHasItsOwnIdAndCallback) {
+    client().mLatencyCbs[9] = app::onOtherLevels;
+    client().mFilterCbs[8] = app::onOtherAdded;
+    scriptRand({0, 7, 7, kFilterId, 3, 9, 8, 6});  // 300 is a live filter's
+    EXPECT_EQ(setLatency(), 7);
+    EXPECT_EQ(setLatency(app::onOtherLevels), 3);
+    EXPECT_EQ(setLatency(), 9);
+    EXPECT_EQ(sdfAddFilter(makeFlow(), app::onAdded), 8);
+    EXPECT_EQ(sdfAddFilterV2(makeFlow(), 1, app::onAdded), 6);
+    EXPECT_EQ(client().mUsedIds, (Ids{7, 3, 9, 8, 6}));
+    EXPECT_EQ(client().mLatencyCbs,
+              (std::map<unsigned int, SdfEffectiveLevelsCb>{
+                  {3, app::onOtherLevels}, {7, app::onLevels}, {9, app::onOtherLevels}}));
+    EXPECT_EQ(client().mFilterCbs, (std::map<unsigned int, SdfFilterStatusCb>{
+                                       {6, app::onAdded}, {8, app::onOtherAdded}}));
+    EXPECT_EQ(client().mFilterIds, (Ids{4, kFilterId, 5}));  // nothing is confirmed
+    EXPECT_EQ(sdfDeleteFilter(6), -2);
+}
+
+// The ids of a process are the C library's numbers from its default seed.
+void exitWithFirstIds() {
+    FakeSdkClient::reset();
+    bool right = createSdfClient(app::onV2) == 0;
+    Sdf::mInstance->mServiceUp = true;
+    right = right && sdfAddFilter(makeFlow(), app::onAdded) == 1804289383;
+    right = right && setLatency() == 846930886;
+    right = right && sdfAddFilterV2(makeFlow(), 1, app::onAdded) == 1681692777;
+    right = right && destroySdfClient() == 0 && lum_sdf_enable(app::onLegacy) == 1;
+    Sdf::mInstance->mServiceUp = true;
+    right = right && sdfAddFilter(makeFlow(), app::onAdded) == 1714636915;
+    exit(right ? 0 : 1);
+}
+
+TEST(Ids, OfAFreshProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process of its own, not a fork of this one
+    EXPECT_EXIT(exitWithFirstIds(), ::testing::ExitedWithCode(0), "");
+}
+
+// An id that was released may come again.
+TEST(Ids, SkipZeroPendingAndFilterIds) {
+    Sdf client;
+    client.mUsedIds = {4, 6};
+    client.mFilterIds = {5, 8};
+    scriptRand({0, 4, 5, 6, 8, 0, RAND_MAX, RAND_MAX, 6, 4, 9});
+    EXPECT_EQ(client.getNextUniqueId(), static_cast<unsigned int>(RAND_MAX));
+    client.forgetRequest(&Sdf::mLatencyCbs, 4);
+    EXPECT_EQ(client.getNextUniqueId(), 4U);
+    EXPECT_EQ(client.mUsedIds, (Ids{6, RAND_MAX, 4}));
+    EXPECT_EQ(client.mFilterIds, (Ids{5, 8}));
     EXPECT_EQ(scriptedRandLeft(), 1U);
 }
 
+// A refused registration keeps the callback of an earlier one; an accepted one replaces it.
 TEST_F(RequestTest, RegisteringAgainReplacesTheCallback) {
-    ASSERT_EQ(sdfRegPriorityQueueReports(true, 1, app::onReports), 0);
-    ASSERT_EQ(sdfGetPriorityQueueReport(app::onReport), 0);
-    ASSERT_EQ(sdfRegAutoFilterInfo(app::onAuto), 0);
-    ASSERT_EQ(sdfRegFilterStatus(app::onFilterStatus), 0);
-    ASSERT_EQ(sdfGetFilters(app::onFilter), 0);
+    const std::vector<Refused> again = {
+        {"reports", [] { return sdfRegPriorityQueueReports(true, 1, app::onOtherReports); }},
+        {"getReport", [] { return sdfGetPriorityQueueReport(app::onOtherReport); }},
+        {"autoFilter", [] { return sdfRegAutoFilterInfo(app::onOtherAuto); }},
+        {"filterStatus", [] { return sdfRegFilterStatus(app::onOtherFilterStatus); }},
+        {"getFilters", [] { return sdfGetFilters(app::onOtherFilter); }},
+    };
+    for (const Request& request : everyRequest()) ASSERT_GE(request.call(), 0) << request.name;
+    client().mFilterIds = {kFilterId};
+    sdk().transport->take();
     EXPECT_EQ(client().mPriorityQueueReportsCb, app::onReports);
     EXPECT_EQ(client().mGetPriorityQueueReportCb, app::onReport);
     EXPECT_EQ(client().mAutoFilterInfoCb, app::onAuto);
     EXPECT_EQ(client().mFilterStatusCb, app::onFilterStatus);
     EXPECT_EQ(client().mGetFiltersCb, app::onFilter);
 
-    ASSERT_EQ(sdfRegPriorityQueueReports(false, 1, app::onOtherReports), 0);
-    ASSERT_EQ(sdfGetPriorityQueueReport(app::onOtherReport), 0);
-    ASSERT_EQ(sdfRegAutoFilterInfo(app::onOtherAuto), 0);
-    ASSERT_EQ(sdfRegFilterStatus(app::onOtherFilterStatus), 0);
-    ASSERT_EQ(sdfGetFilters(app::onOtherFilter), 0);
-    EXPECT_EQ(client().mPriorityQueueReportsCb, app::onOtherReports);
-    EXPECT_EQ(client().mGetPriorityQueueReportCb, app::onOtherReport);
-    EXPECT_EQ(client().mAutoFilterInfoCb, app::onOtherAuto);
-    EXPECT_EQ(client().mFilterStatusCb, app::onOtherFilterStatus);
-    EXPECT_EQ(client().mGetFiltersCb, app::onOtherFilter);
-    EXPECT_EQ(sdk().transport->take().size(), 8U);  // the automatic filters are not asked for
-}
-
-// A refused registration keeps the callback of an earlier one.
-TEST_F(RequestTest, RefusedRegistrationReplacesNothing) {
-    for (const Request& request : everyRequest()) ASSERT_GE(request.call(), 0) << request.name;
-    sdk().transport->take();
-    client().mFilterIds = {kFilterId};
-    scriptRand({9});
-    for (const auto& [what, call] : refusedCalls()) expectRefused(what, call, -2);
+    expectAllRefused(refusedCalls(), -2);
     client().mServiceUp = false;
-    for (const Request& request : everyRequest()) expectRefused(request.name, request.call, -8);
-    expectRefused(
-        "sdfGetFilters", [] { return sdfGetFilters(app::onOtherFilter); }, -8);
-    expectRefused(
-        "sdfGetPriorityQueueReport", [] { return sdfGetPriorityQueueReport(app::onOtherReport); },
-        -8);
-    expectRefused(
-        "sdfRegPriorityQueueReports",
-        [] { return sdfRegPriorityQueueReports(true, 1, app::onOtherReports); }, -8);
-    expectRefused(
-        "sdfRegAutoFilterInfo", [] { return sdfRegAutoFilterInfo(app::onOtherAuto); }, -8);
-    expectRefused(
-        "sdfRegFilterStatus", [] { return sdfRegFilterStatus(app::onOtherFilterStatus); }, -8);
+    expectAllRefused(again, -8);
+    client().mServiceUp = true;
+    for (const auto& [slot, call] : again) {
+        const ClientState before;
+        EXPECT_EQ(call(), 0);
+        EXPECT_EQ(ClientState().differences(before), slot);
+    }
+    EXPECT_EQ(sdk().transport->take().size(), 4U);  // the automatic filters are not asked for
 }
 
-// The registration is noted, and nobody is asked: the service reports these filters unasked.
-TEST_F(RequestTest, AutomaticFiltersAreNotAskedFor) {
-    EXPECT_EQ(sdfRegAutoFilterInfo(app::onAuto), 0);
-    EXPECT_EQ(client().mAutoFilterInfoCb, app::onAuto);
-    EXPECT_EQ(sdk().transport->takeText(), Texts{});
-}
-
-TEST_F(RequestTest, DeletedFilterIsGoneAtOnce) {
+TEST_F(RequestTest, DeletedFiltersAreGoneAtOnce) {
     client().mFilterIds = {1, kFilterId, 2, kFilterId, 3};
     client().mFilterCbs[kFilterId] = app::onAdded;
+    client().mUsedIds = {9};
     EXPECT_EQ(sdfDeleteFilter(kFilterId), 0);
     EXPECT_EQ(client().mFilterIds, (Ids{1, 2, kFilterId, 3}));  // the first one
-    EXPECT_EQ(client().mFilterCbs.count(kFilterId), 1U);
     EXPECT_EQ(sdfDeleteFilter(3), 0);
-    EXPECT_EQ(client().mFilterIds, (Ids{1, 2, kFilterId}));
     EXPECT_EQ(sdfDeleteFilter(3), -2);
     EXPECT_EQ(sdfUpdateOod(3, kOod), -2);
-    EXPECT_EQ(sdk().transport->takeText(),
-              (Texts{"5: 08 09 1A 05 52 03 08 AC 02", "5: 08 09 1A 04 52 02 08 03"}));
-}
+    client().removeFilterId(8);
+    client().removeFilterId(1);
+    EXPECT_EQ(client().mFilterIds, (Ids{2, kFilterId}));
+    EXPECT_EQ(posted(), (Texts{"5: 08 09 1A 05 52 03 08 AC 02", "5: 08 09 1A 04 52 02 08 03"}));
 
-TEST_F(RequestTest, AllFiltersAreGoneAtOnce) {
-    client().mFilterCbs[kFilterId] = app::onAdded;
-    client().mUsedIds = {9};
     EXPECT_EQ(sdfDeleteAllFilter(), 0);
     EXPECT_TRUE(client().mFilterIds.empty());
     EXPECT_EQ(client().mFilterCbs.count(kFilterId), 1U);
     EXPECT_EQ(client().mUsedIds, Ids{9});
     EXPECT_EQ(sdfDeleteAllFilter(), -5);
     EXPECT_EQ(sdfDeleteFilter(kFilterId), -2);
-    EXPECT_EQ(sdk().transport->takeText(), Texts{"5: 08 0A"});
-}
-
-// Removing takes the first of two, and keeps the order of the rest.
-TEST_F(RequestTest, FilterIdsOfTheClientObject) {
-    client().mFilterIds = {5, 6, 5, 7};
-    EXPECT_TRUE(client().isFilterIdValid(7));
-    EXPECT_FALSE(client().isFilterIdValid(8));
-    client().removeFilterId(8);
-    EXPECT_EQ(client().mFilterIds, (Ids{5, 6, 5, 7}));
-    client().removeFilterId(5);
-    EXPECT_EQ(client().mFilterIds, (Ids{6, 5, 7}));
-    client().removeFilterId(7);
-    EXPECT_EQ(client().mFilterIds, (Ids{6, 5}));
+    EXPECT_EQ(posted(), Texts{"5: 08 0A"});
 }
 
 }  // namespace
