@@ -26,153 +26,122 @@ auto limited(long allocations, const Call& call,
     return call();
 }
 
-AllocationLimit::Failing failingInRound(int round) {
-    return round % 2 == 1 ? AllocationLimit::kAllFurther : AllocationLimit::kNextOnly;
-}
-
 // Twice as many as the transport's queue takes events for each allocation, which is of 512 bytes.
 constexpr int kRounds = 512 / sizeof(void*);
 
 int gStatus;
 int gCalls;
 
-void onV2(int status) {
+template <typename Status>
+void onStatus(Status status) {
     gStatus = status;
     ++gCalls;
 }
-void onOtherV2(int) {
-    ++gCalls;
-}
-void onLegacy(status_e status) {
-    gStatus = status;
-    ++gCalls;
-}
-void onOtherLegacy(status_e) {
-    ++gCalls;
-}
+// Callbacks that keep nothing: what a callback itself allocates is none of the library's.
+const SdfStatusV2Cb onV2 = onStatus<int>;
+const SdfStatusV2Cb onOtherV2 = [](int) { ++gCalls; };
+const SdfLegacyStatusCb onLegacy = onStatus<status_e>;
+const SdfLegacyStatusCb onOtherLegacy = [](status_e) { ++gCalls; };
+const SdfEffectiveLevelsCb onLevels = [](long long, SdfLatencyLvl, SdfLatencyLvl) { ++gCalls; };
+const SdfFilterStatusCb onAdded = [](unsigned int, SdfFilterStatus) { ++gCalls; };
 // Tries again at once, as often as it is let.
 void onLegacyThatRetries(status_e status) {
     gStatus = status;
     if (++gCalls < 10) lum_sdf_enable(onLegacyThatRetries);
 }
-void onLevels(long long, SdfLatencyLvl, SdfLatencyLvl) {
-    ++gCalls;
-}
-void onAdded(unsigned int, SdfFilterStatus) {
-    ++gCalls;
-}
 
-long long setLatency() {
-    return sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false,
-                            onLevels);
-}
-
-class MemoryTest : public ::testing::Test {
+class MemoryTest : public ClientTest {
   protected:
     MemoryTest() { gCalls = 0; }
-    ~MemoryTest() override {
-        destroySdfClient();
-        std::atomic_store(&Sdf::mInstance, std::shared_ptr<Sdf>());
-        FakeSdkClient::reset();
-        scriptRand({});
-    }
 
-    static size_t posted() { return FakeSdkClient::get().transport->take().size(); }
+    static size_t takePosted() { return sdk().transport->take().size(); }
 
     // A client with onV2, the service up, and one request waiting.
     static void startUp() {
         ASSERT_EQ(createSdfClient(onV2), 0);
-        Sdf::mInstance->mServiceUp = true;
-        ASSERT_GT(setLatency(), 0);
-        posted();
+        client().mServiceUp = true;
+        ASSERT_GT(setLatency(onLevels), 0);
+        takePosted();
         gCalls = 0;
     }
 
-    // Makes a call of the lifecycle fail at each allocation in turn until it gets through: each
-    // time it must give `failed`, post nothing and leave the record and the transport as they were;
-    // the client and its status callbacks may be new. In many rounds, because the transport's queue
-    // allocates only now and then; by turns one allocation fails, and all from it on. `again`
-    // undoes what the successful call did. `mayCall`: the call may call the application when it
-    // fails.
-    static void expectRepeatable(const std::function<long long()>& call, long long failed,
-                                 const std::function<bool(long long)>& succeeded,
-                                 const std::function<void()>& again, bool mayCall = false) {
+    // Makes a call fail at each allocation in turn until it gets through: attempt(allocations,
+    // failing) says whether it did. In many rounds, because the transport's queue allocates only
+    // now and then; by turns one allocation fails, and all from it on.
+    template <typename Attempt>
+    static void failAtEachAllocation(bool posts, const Attempt& attempt) {
         long mostFailures = 0;
         long leastFailures = 1000;
         for (int round = 0; round < kRounds; ++round) {
-            if (round > 0) again();
             moveQueueOn(round);
+            const auto failing =
+                round % 2 == 1 ? AllocationLimit::kAllFurther : AllocationLimit::kNextOnly;
             long failures = 0;
-            for (;; ++failures) {
-                ASSERT_LT(failures, 1000);
-                const ClientState before;
-                const long long result = limited(failures, call, failingInRound(round));
-                if (result != failed) {
-                    ASSERT_TRUE(succeeded(result)) << result;
-                    break;
-                }
-                ClientState after;
-                after.instance = before.instance;
-                after.v2 = before.v2;
-                after.legacy = before.legacy;
-                ASSERT_EQ(after.differences(before), "") << "at allocation " << failures;
-                ASSERT_EQ(posted(), 0U) << "at allocation " << failures;
-                ASSERT_TRUE(mayCall || gCalls == 0);
+            while (!attempt(failures, failing)) {
+                ASSERT_EQ(takePosted(), 0U) << "at allocation " << failures;
+                ASSERT_LT(++failures, 1000);
             }
-            ASSERT_GT(failures, 1);  // there is something to fail
+            ASSERT_GT(failures, 0);  // there is something to fail
             mostFailures = std::max(mostFailures, failures);
             leastFailures = std::min(leastFailures, failures);
         }
         // In some round the queue was among what failed.
-        EXPECT_GT(mostFailures, leastFailures);
+        EXPECT_EQ(mostFailures > leastFailures, posts);
     }
 
     // So many events through the queue, to get to the place where it has to allocate.
     static void moveQueueOn(int events) {
         std::vector<uint8_t> none;
         for (int i = 0; i < events; ++i) {
-            FakeSdkClient::get().transport->postEvent(
-                std::make_shared<SdkClientEvent>(LUM_SDK_CLIENT_SDF, none));
+            sdk().transport->postEvent(std::make_shared<SdkClientEvent>(LUM_SDK_CLIENT_SDF, none));
         }
-        posted();
+        takePosted();
     }
 };
 
-bool isZero(long long result) {
-    return result == 0;
-}
-bool isOne(long long result) {
-    return result == 1;
+// A call that fails sends nothing, calls nobody, and may be repeated.
+TEST_F(MemoryTest, Lifecycle) {
+    const auto destroy = [] { destroySdfClient(); };
+    const auto startUpWithBoth = [] {
+        startUp();
+        ASSERT_EQ(lum_sdf_enable(onLegacy), 1);
+    };
+    const struct {
+        const char* what;
+        std::function<void()> prepare;
+        std::function<long long()> call;
+        long long failed;
+        long long succeeded;
+    } rows[] = {
+        {"first create", destroy, [] { return createSdfClient(onV2); }, -3, 0},
+        {"create again", startUp, [] { return createSdfClient(onOtherV2); }, -3, 0},
+        {"first enable", destroy, [] { return lum_sdf_enable(onLegacy); }, 0, 1},
+        {"enable again", startUpWithBoth, [] { return lum_sdf_enable(onOtherLegacy); }, 0, 1},
+        {"destroy", startUp, destroySdfClient, -3, 0},
+        {"disable", startUpWithBoth, lum_sdf_disable, 0, 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        failAtEachAllocation(true, [&row](long allocations, AllocationLimit::Failing failing) {
+            if (allocations == 0) {
+                row.prepare();
+                takePosted();
+            }
+            gCalls = 0;
+            const long long result = limited(allocations, row.call, failing);
+            if (result != row.failed) {
+                EXPECT_EQ(result, row.succeeded);
+                takePosted();
+                return true;
+            }
+            // The older callback hears that there is no memory for the client.
+            EXPECT_TRUE(gCalls == 0 || std::string(row.what) == "first enable");
+            return false;
+        });
+    }
 }
 
-TEST_F(MemoryTest, FirstCreate) {
-    expectRepeatable([] { return createSdfClient(onV2); }, -3, isZero,
-                     [] {
-                         destroySdfClient();
-                         posted();
-                     });
-}
-
-TEST_F(MemoryTest, CreateAgain) {
-    startUp();
-    expectRepeatable([] { return createSdfClient(onOtherV2); }, -3, isZero,
-                     [] {
-                         createSdfClient(onV2);
-                         posted();
-                     });
-    EXPECT_EQ(Sdf::mInstance->mStatusCbV2, onOtherV2);
-}
-
-TEST_F(MemoryTest, FirstEnable) {
-    expectRepeatable([] { return lum_sdf_enable(onLegacy); }, 0, isOne,
-                     [] {
-                         lum_sdf_disable();
-                         posted();
-                     },
-                     true);
-}
-
-// The older callback is told when there is no memory for the client object, and only then.
+// The older callback is called when there is no memory for the client object, and only then.
 TEST_F(MemoryTest, FirstEnableReportsThatThereIsNoClient) {
     const auto enable = [] { return lum_sdf_enable(onLegacy); };
     EXPECT_EQ(limited(0, enable, AllocationLimit::kNextOnly), 0);
@@ -184,7 +153,7 @@ TEST_F(MemoryTest, FirstEnableReportsThatThereIsNoClient) {
     EXPECT_FALSE(Sdf::mInstance);
 }
 
-// The callback that is told this tries again, and is not called from inside itself without end.
+// The callback that hears this tries again, and is not called from inside itself without end.
 TEST_F(MemoryTest, FirstEnableReportsNoClientOnceToACallbackThatRetries) {
     EXPECT_EQ(limited(0, [] { return lum_sdf_enable(onLegacyThatRetries); }), 0);
     EXPECT_EQ(gCalls, 1);
@@ -192,68 +161,30 @@ TEST_F(MemoryTest, FirstEnableReportsNoClientOnceToACallbackThatRetries) {
     EXPECT_FALSE(Sdf::mInstance);
 }
 
-TEST_F(MemoryTest, EnableAgain) {
-    startUp();
-    ASSERT_EQ(lum_sdf_enable(onLegacy), 1);
-    posted();
-    expectRepeatable([] { return lum_sdf_enable(onOtherLegacy); }, 0, isOne,
-                     [] {
-                         lum_sdf_enable(onLegacy);
-                         posted();
-                     });
-    EXPECT_EQ(Sdf::mInstance->mLegacyStatusCb, onOtherLegacy);
-}
-
-TEST_F(MemoryTest, Destroy) {
-    startUp();
-    expectRepeatable([] { return destroySdfClient(); }, -3, isZero,
-                     [] {
-                         posted();
-                         startUp();
-                     });
-    EXPECT_FALSE(Sdf::mInstance);
-}
-
-TEST_F(MemoryTest, Disable) {
-    startUp();
-    ASSERT_EQ(lum_sdf_enable(onLegacy), 1);
-    posted();
-    expectRepeatable([] { return lum_sdf_disable(); }, 0, isOne,
-                     [] {
-                         posted();
-                         startUp();
-                     });
-    EXPECT_FALSE(Sdf::mInstance);
-}
-
 // A create that fails leaves a client without a transport at the most: destroy reports that, and
-// another create makes it whole.
-TEST_F(MemoryTest, DestroyAndCreateWorkAfterAFailedCreate) {
+// another create makes it whole. A destroy that fails leaves it usable.
+TEST_F(MemoryTest, ClientWorksAfterAFailedCreateOrDestroy) {
     bool left = false;
-    for (long allocations = 0; !left; ++allocations) {
-        ASSERT_EQ(limited(allocations, [] { return createSdfClient(onV2); }), -3);
-        left = Sdf::mInstance != nullptr;
+    for (int events = 0; !left; ++events) {
+        ASSERT_LT(events, kRounds);
+        destroySdfClient();
+        moveQueueOn(events);
+        long allocations = 0;
+        while (!left && limited(allocations++, [] { return createSdfClient(onV2); }) == -3) {
+            left = Sdf::mInstance != nullptr;
+        }
     }
     EXPECT_EQ(destroySdfClient(), -5);
     EXPECT_EQ(gStatus, -3);
     startUp();
-    EXPECT_GT(setLatency(), 0);
-    EXPECT_EQ(destroySdfClient(), 0);
-}
-
-TEST_F(MemoryTest, ClientIsUsableAfterAFailedDestroy) {
-    startUp();
     EXPECT_EQ(limited(0, destroySdfClient), -3);
-    EXPECT_GT(setLatency(), 0);
+    EXPECT_GT(setLatency(onLevels), 0);
     EXPECT_EQ(destroySdfClient(), 0);
 }
 
-// Every request with each of its allocations failing in turn, by turns alone and with all behind
-// it, at every place of the transport's queue. All is as before then, except that a callback that
-// replaces another has done so.
+// A request that fails is not on record, except that a callback that replaces another has done so.
 TEST_F(MemoryTest, EveryRequest) {
     startUp();
-    Sdf& client = *Sdf::mInstance;
     // Addresses whose texts take memory of their own.
     static const SdfAddFilterInfo flow = makeFlow("1111:2222:3333:4444:5555:6666:7777:8888", 1,
                                                   "2222:2222:3333:4444:5555:6666:7777:8888", 1);
@@ -263,53 +194,39 @@ TEST_F(MemoryTest, EveryRequest) {
     for (const Request& request : requests) {
         SCOPED_TRACE(request.name);
         const bool posts = *request.event != '\0';
-        const std::string replaced = request.drawsId ? "" : request.slot;
-        long mostFailures = 0;
-        long leastFailures = 1000;
-        for (int round = 0; round < kRounds; ++round) {
-            moveQueueOn(round);
-            long failures = 0;
-            for (;; ++failures) {
-                ASSERT_LT(failures, 1000);
-                client.mUsedIds = {7};
-                client.mFilterIds = {kFilterId};
-                client.mLatencyCbs = {{7, onLevels}};
-                client.mFilterCbs.clear();
-                client.mFilterStatusCb = app::onOtherFilterStatus;
-                client.mGetFiltersCb = app::onOtherFilter;
-                client.mPriorityQueueReportsCb = app::onOtherReports;
-                client.mGetPriorityQueueReportCb = app::onOtherReport;
-                client.mAutoFilterInfoCb = app::onOtherAuto;
-                client.mUsedIds.shrink_to_fit();
-                // What was drawn for a request that then failed is not put back.
-                scriptRand({500});
-                const ClientState before;
-                const long long result = limited(failures, request.call, failingInRound(round));
-                if (result != -3) {
-                    ASSERT_EQ(result, request.drawsId ? 500 : 0);
-                    ASSERT_EQ(posted(), posts ? 1U : 0U);
-                    break;
-                }
-                ClientState after;
-                after.randLeft = before.randLeft;
-                ASSERT_EQ(after.differences(before), replaced) << "at allocation " << failures;
-                ASSERT_EQ(posted(), 0U) << "at allocation " << failures;
+        failAtEachAllocation(posts, [&](long allocations, AllocationLimit::Failing failing) {
+            client().mUsedIds = {7};
+            client().mFilterIds = {kFilterId};
+            client().mLatencyCbs = {{7, onLevels}};
+            client().mFilterCbs.clear();
+            client().mFilterStatusCb = app::onOtherFilterStatus;
+            client().mGetFiltersCb = app::onOtherFilter;
+            client().mPriorityQueueReportsCb = app::onOtherReports;
+            client().mGetPriorityQueueReportCb = app::onOtherReport;
+            client().mAutoFilterInfoCb = app::onOtherAuto;
+            client().mUsedIds.shrink_to_fit();
+            scriptRand({500});
+            const ClientState before;
+            const long long result = limited(allocations, request.call, failing);
+            if (result != -3) {
+                EXPECT_EQ(result, request.drawsId ? 500 : 0);
+                EXPECT_EQ(takePosted(), posts ? 1U : 0U);
+                return true;
             }
-            ASSERT_GT(failures, 0);
-            mostFailures = std::max(mostFailures, failures);
-            leastFailures = std::min(leastFailures, failures);
-        }
-        // In some round the queue was among what failed.
-        EXPECT_EQ(mostFailures > leastFailures, posts);
+            ClientState after;
+            after.randLeft = before.randLeft;  // what was drawn is not put back
+            EXPECT_EQ(after.differences(before), request.drawsId ? "" : request.slot);
+            return false;
+        });
     }
 }
 
-// An id is drawn only when there is room to keep it.
-TEST_F(MemoryTest, NoRoomForAnId) {
+// An id is drawn only when there is space to keep it.
+TEST_F(MemoryTest, NoSpaceForAnId) {
     startUp();
     Sdf::mInstance->mUsedIds.shrink_to_fit();
     scriptRand({500});
-    EXPECT_EQ(limited(0, setLatency), -3);
+    EXPECT_EQ(limited(0, [] { return setLatency(onLevels); }), -3);
     EXPECT_EQ(scriptedRandLeft(), 1U);
 }
 
@@ -344,7 +261,7 @@ void expectReadable(const std::string& hex) {
 TEST_F(MemoryTest, ReceivedMessage) {
     startUp();
     scriptRand({7});
-    ASSERT_EQ(setLatency(), 7);
+    ASSERT_EQ(setLatency(onLevels), 7);
     // Three filters with a text that takes memory of its own; unknown fields.
     const std::string text = repeatHex("61", 28);
     const std::string filters = repeatHex("12 22 08 01 10 01 1A 1C " + text, 3);
@@ -358,7 +275,7 @@ TEST_F(MemoryTest, ReceivedMessage) {
     EXPECT_EQ(Sdf::mInstance->mLatencyCbs.count(7), 0U);
 }
 
-// A confirmed filter that there is no memory to keep has been told, and goes on counting as
+// A confirmed filter that there is no memory to keep has been reported, and goes on counting as
 // pending.
 TEST_F(MemoryTest, AddedFilter) {
     startUp();
@@ -369,15 +286,15 @@ TEST_F(MemoryTest, AddedFilter) {
     const std::vector<uint8_t> bytes = fromHex("08 03 1A 08 22 06 0A 04 08 07 10 01");
     const SdkClientBase::Listener listener = FakeSdkClient::get().listener;
     const ClientState before;
-    bool failedWhenTold = false;
+    bool failedAfterTheCall = false;
     for (long failures = 0;; ++failures) {
         ASSERT_LT(failures, 1000);
         gCalls = 0;
         if (reads(listener, bytes, failures, AllocationLimit::kAllFurther)) break;
         EXPECT_EQ(ClientState().differences(before), "");
-        failedWhenTold = failedWhenTold || gCalls == 1;
+        failedAfterTheCall = failedAfterTheCall || gCalls == 1;
     }
-    EXPECT_TRUE(failedWhenTold);
+    EXPECT_TRUE(failedAfterTheCall);
     EXPECT_EQ(gCalls, 1);
     EXPECT_EQ(ClientState().differences(before), "usedIds filterIds filterCbs");
 }
