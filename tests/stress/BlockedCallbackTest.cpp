@@ -55,16 +55,10 @@ TEST(BlockedCallbackTest, ServiceDoesNotWaitForTheApplication) {
 
     // All the time the application was in its callback, and the answers wait behind it.
     EXPECT_TRUE(blocked);
-    EXPECT_EQ(clientEvents().size(), 1U);
+    EXPECT_EQ(clientTexts().size(), 1U);
     release.set_value();
-    const auto firstLevels = waitForLevels(first);
-    ASSERT_TRUE(firstLevels);
-    EXPECT_EQ(firstLevels->first, SDF_LATENCY_LVL_2);
-    EXPECT_EQ(firstLevels->second, SDF_LATENCY_LVL_4);
-    const auto secondLevels = waitForLevels(second);
-    ASSERT_TRUE(secondLevels);
-    EXPECT_EQ(secondLevels->first, SDF_LATENCY_LVL_3);
-    EXPECT_EQ(secondLevels->second, SDF_LATENCY_LVL_5);
+    EXPECT_TRUE(waitForLevels(first, SDF_LATENCY_LVL_2, SDF_LATENCY_LVL_4));
+    EXPECT_TRUE(waitForLevels(second, SDF_LATENCY_LVL_3, SDF_LATENCY_LVL_5));
     EXPECT_EQ(destroySdfClient(), 0);
     EXPECT_EQ(other.kill(), 128 + SIGKILL);
 }

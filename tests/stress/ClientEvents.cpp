@@ -19,7 +19,7 @@ constexpr std::chrono::seconds kGenerous(30);
 struct Record {
     std::mutex lock;
     std::condition_variable grown;
-    std::vector<ClientEvent> events;
+    std::vector<std::string> texts;
     std::function<void(const ClientEvent&)> hook;
 };
 
@@ -31,21 +31,17 @@ void record(const ClientEvent& event) {
     std::function<void(const ClientEvent&)> hook;
     {
         const std::lock_guard<std::mutex> guard(record.lock);
-        record.events.push_back(event);
+        record.texts.push_back(event.text);
         record.grown.notify_all();
         hook = record.hook;
     }
     if (hook) hook(event);
 }
 
-void recordStatus(ClientEvent::Kind kind, int status, const std::string& what) {
-    record({kind, status, 0, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, what + std::to_string(status)});
-}
-
-void recordFilter(ClientEvent::Kind kind, unsigned int id, SdfFilterStatus status,
-                  const std::string& what) {
-    record({kind, status, id, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1,
-            what + std::to_string(id) + ": " + std::to_string(status)});
+// The numbers, with blanks between them.
+template <typename First, typename... Rest>
+std::string join(First first, Rest... rest) {
+    return (std::to_string(first) + ... + (" " + std::to_string(rest)));
 }
 
 std::string endpoint(const sockaddr_storage& address) {
@@ -63,67 +59,45 @@ std::string endpoint(const sockaddr_storage& address) {
     return std::string(text) + "#" + std::to_string(port);
 }
 
-std::string describe(const SdfAddFilterInfo& info) {
-    std::string text = endpoint(info.src_addr) + " > " + endpoint(info.dest_addr);
-    for (const int value : {static_cast<int>(info.first_level), static_cast<int>(info.second_level),
-                            static_cast<int>(info.ood), static_cast<int>(info.app_type),
-                            static_cast<int>(info.protocol)}) {
-        text += " " + std::to_string(value);
-    }
-    return text;
-}
-
-bool waitUntil(const std::function<bool(const std::vector<ClientEvent>&)>& reached) {
-    Record& record = gRecord.value;
-    std::unique_lock<std::mutex> guard(record.lock);
-    return record.grown.wait_for(guard, kGenerous, [&] { return reached(record.events); });
-}
-
 }  // namespace
 
 void onStatus(int status) {
-    recordStatus(ClientEvent::Kind::kStatus, status, "status ");
+    record({ClientEvent::Kind::kStatus, status, 0, "status " + join(status)});
 }
 
 void onLegacyStatus(status_e status) {
-    recordStatus(ClientEvent::Kind::kLegacyStatus, status, "legacy status ");
+    record({ClientEvent::Kind::kOther, status, 0, "legacy status " + join(status)});
 }
 
 void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {
-    record({ClientEvent::Kind::kLevels, 0, id, first, second,
-            "levels " + std::to_string(id) + ": " + std::to_string(first) + " " +
-                std::to_string(second)});
+    record({ClientEvent::Kind::kLevels, 0, id, "levels " + join(id) + ": " + join(first, second)});
 }
 
 void onAdded(unsigned int id, SdfFilterStatus status) {
-    recordFilter(ClientEvent::Kind::kAdded, id, status, "added ");
+    record({ClientEvent::Kind::kAdded, status, id, "added " + join(id) + ": " + join(status)});
 }
 
 void onFilterStatus(unsigned int id, SdfFilterStatus status) {
-    recordFilter(ClientEvent::Kind::kFilterStatus, id, status, "filter ");
+    record(
+        {ClientEvent::Kind::kFilterStatus, status, id, "filter " + join(id) + ": " + join(status)});
 }
 
 void onListed(unsigned int id, SdfFilterStatus status, SdfLatencyLvl first, SdfLatencyLvl second,
               SdfOod ood, unsigned int timer) {
-    record({ClientEvent::Kind::kListed, status, id, first, second,
-            "listed " + std::to_string(id) + ": " + std::to_string(status) + ", levels " +
-                std::to_string(first) + " " + std::to_string(second) + ", ood " +
-                std::to_string(ood) + ", timer " + std::to_string(timer)});
+    record({ClientEvent::Kind::kOther, status, id,
+            "listed " + join(id) + ": " + join(status) + ", levels " + join(first, second) +
+                ", ood " + join(ood) + ", timer " + join(timer)});
 }
 
 void onReport(unsigned int key, uint64_t first, uint64_t second) {
-    record({ClientEvent::Kind::kReport,
-            0,
-            key,
-            {},
-            {},
-            "report " + std::to_string(key) + ": " + std::to_string(first) + " " +
-                std::to_string(second)});
+    record({ClientEvent::Kind::kOther, 0, key, "report " + join(key) + ": " + join(first, second)});
 }
 
 void onAutoFilter(unsigned int id, SdfAddFilterInfo info) {
-    record({ClientEvent::Kind::kAutoFilter, 0, id, info.first_level, info.second_level,
-            "auto filter " + std::to_string(id) + ": " + describe(info)});
+    record({ClientEvent::Kind::kOther, 0, id,
+            "auto filter " + join(id) + ": " + endpoint(info.src_addr) + " > " +
+                endpoint(info.dest_addr) + " " +
+                join(info.first_level, info.second_level, info.ood, info.app_type, info.protocol)});
 }
 
 void setEventHook(std::function<void(const ClientEvent&)> hook) {
@@ -131,55 +105,30 @@ void setEventHook(std::function<void(const ClientEvent&)> hook) {
     gRecord.value.hook = std::move(hook);
 }
 
-std::vector<ClientEvent> clientEvents() {
+std::vector<std::string> clientTexts() {
     const std::lock_guard<std::mutex> guard(gRecord.value.lock);
-    return gRecord.value.events;
+    return gRecord.value.texts;
 }
 
 void forgetClientEvents() {
     const std::lock_guard<std::mutex> guard(gRecord.value.lock);
     // With its memory, so that heap blocks can be counted.
-    std::vector<ClientEvent>().swap(gRecord.value.events);
-}
-
-std::vector<int> statuses() {
-    std::vector<int> codes;
-    for (const ClientEvent& event : clientEvents()) {
-        if (event.kind == ClientEvent::Kind::kStatus) codes.push_back(event.status);
-    }
-    return codes;
-}
-
-std::vector<std::string> clientTexts() {
-    std::vector<std::string> texts;
-    for (const ClientEvent& event : clientEvents()) texts.push_back(event.text);
-    return texts;
-}
-
-bool waitForStatus(int status, size_t times) {
-    return waitUntil([&](const std::vector<ClientEvent>& events) {
-        const auto count = std::count_if(events.begin(), events.end(), [&](const ClientEvent& e) {
-            return e.kind == ClientEvent::Kind::kStatus && e.status == status;
-        });
-        return static_cast<size_t>(count) >= times;
-    });
-}
-
-std::optional<ClientEvent> waitForLevels(long long id) {
-    std::optional<ClientEvent> found;
-    waitUntil([&](const std::vector<ClientEvent>& events) {
-        for (const ClientEvent& event : events) {
-            if (event.kind == ClientEvent::Kind::kLevels && event.id == id) found = event;
-        }
-        return found.has_value();
-    });
-    return found;
+    std::vector<std::string>().swap(gRecord.value.texts);
 }
 
 bool waitForText(const std::string& text, size_t times) {
-    return waitUntil([&](const std::vector<ClientEvent>& events) {
-        const auto count = std::count_if(events.begin(), events.end(),
-                                         [&](const ClientEvent& e) { return e.text == text; });
+    Record& record = gRecord.value;
+    std::unique_lock<std::mutex> guard(record.lock);
+    return record.grown.wait_for(guard, kGenerous, [&] {
+        const auto count = std::count(record.texts.begin(), record.texts.end(), text);
         return static_cast<size_t>(count) >= times;
     });
+}
+
+bool waitForStatus(int status, size_t times) {
+    return waitForText("status " + join(status), times);
+}
+
+bool waitForLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {
+    return waitForText("levels " + join(id) + ": " + join(first, second));
 }

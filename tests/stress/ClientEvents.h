@@ -5,30 +5,18 @@
 
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
-// What the library's callbacks have reported so far. The callbacks are plain functions, so
+// The library's callbacks in this process so far. The callbacks are plain functions, so
 // there is one record per process.
 
 struct ClientEvent {
-    enum class Kind {
-        kStatus,
-        kLegacyStatus,
-        kLevels,
-        kAdded,
-        kFilterStatus,
-        kListed,
-        kReport,
-        kAutoFilter
-    };
+    enum class Kind { kStatus, kLevels, kAdded, kFilterStatus, kOther };
 
     Kind kind;
-    int status;    // V2 code, status_e or SdfFilterStatus
-    long long id;  // of the request or the filter, as far as there is one
-    SdfLatencyLvl first;
-    SdfLatencyLvl second;
+    int status;        // V2 code, status_e or SdfFilterStatus
+    long long id;      // of the request or the filter, as far as there is one
     std::string text;  // the whole of it, as the comments of the callbacks have it
 };
 
@@ -49,17 +37,14 @@ void onAutoFilter(unsigned int id, SdfAddFilterInfo info);
 // Runs inside each callback, after the event has been recorded. Set while no callback can come.
 void setEventHook(std::function<void(const ClientEvent&)> hook);
 
-std::vector<ClientEvent> clientEvents();
-void forgetClientEvents();
-// The codes that onStatus() was called with, in order.
-std::vector<int> statuses();
 // All callbacks so far, in order, each as its text.
 std::vector<std::string> clientTexts();
+void forgetClientEvents();
 
-// Waits until onStatus() has had the code `times` times in all; false when 30 seconds passed first.
-bool waitForStatus(int status, size_t times = 1);
-// Waits for the levels that answer request `id`; empty when 30 seconds passed first.
-std::optional<ClientEvent> waitForLevels(long long id);
 // Waits until there have been `times` callbacks with that text in all; false when 30 seconds passed
 // first.
 bool waitForText(const std::string& text, size_t times = 1);
+// The same for a call of onStatus().
+bool waitForStatus(int status, size_t times = 1);
+// The same for the levels that answer request `id`.
+bool waitForLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second);

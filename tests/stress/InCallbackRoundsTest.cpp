@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
-
 #include "tests/stress/ClientEvents.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/Eventually.h"
@@ -63,54 +59,39 @@ TEST(InCallbackRoundsTest, DestroyFromServiceUpWhileCreateMayStillBeUnderWay) {
 
 #if LUM_SDF_GUARDED
 // The loss and a request that failed for it are reported on two threads, perhaps at the same time.
-TEST(GuardedInCallbackRoundsTest, RecoveryFromInsideEachCallbackThatTellsOfALoss) {
+TEST(GuardedInCallbackRoundsTest, RecoveryFromInsideEachCallbackThatReportsALoss) {
     const SocketFolder folder;
     EmulatorProcess emulator;
     // Static: what the last round has set off may still come while the process ends.
-    static std::mutex lock;
-    static std::condition_variable changed;
-    static int answers = 0;
-    static int losses = 0;
+    static Counter answers;
+    static Counter losses;
     setEventHook([](const ClientEvent& event) {
-        if (event.kind == ClientEvent::Kind::kStatus && !isUp(event)) {
-            // A create this early may still go to the lost service and be reported as -3, which
-            // brings us here again.
-            EXPECT_EQ(createSdfClient(onStatus), 0);
-            const std::lock_guard<std::mutex> guard(lock);
-            if (event.status == SDF_V2_SERVICE_DOWN) ++losses;
-            return;
-        }
         if (isUp(event)) {
             EXPECT_GT(ask(), 0);
-            return;
+        } else if (event.kind == ClientEvent::Kind::kStatus) {
+            // A create this early may still go to the lost service and fail with -3, which brings
+            // us here again.
+            EXPECT_EQ(createSdfClient(onStatus), 0);
+            if (event.status == SDF_V2_SERVICE_DOWN) losses.add();
+        } else {
+            answers.add();
         }
-        const std::lock_guard<std::mutex> guard(lock);
-        ++answers;
-        changed.notify_all();
     });
     ASSERT_EQ(createSdfClient(onStatus), 0);
+    int answered = 0;
     int askedAgain = 0;
     for (int round = 0; round < 20; ++round) {
         // After a slow start, or two kills of which the library heard as one, it may have looked
         // for the service in vain, which is reported to nobody: it is asked again, then.
-        bool answered = false;
-        for (int wait = 0; wait < 6 && !answered; ++wait) {
-            if (wait > 0) {
-                ++askedAgain;
-                EXPECT_EQ(createSdfClient(onStatus), 0);
-            }
-            std::unique_lock<std::mutex> guard(lock);
-            answered =
-                changed.wait_for(guard, std::chrono::seconds(10), [&] { return answers > 0; });
-            answers = 0;
+        while (!answers.waitFor(answered + 1)) {
+            ASSERT_LT(++askedAgain, 10);  // it is the callbacks that recover
+            EXPECT_EQ(createSdfClient(onStatus), 0);
         }
-        ASSERT_TRUE(answered);
+        answered = answers.value();
         emulator.restart();
     }
     ASSERT_EQ(destroySdfClient(), 0);
-    const std::lock_guard<std::mutex> guard(lock);
-    EXPECT_GT(losses, 0);
-    EXPECT_LT(askedAgain, 10);  // it is the callbacks that recover
+    EXPECT_GT(losses.value(), 0);
 }
 #endif
 

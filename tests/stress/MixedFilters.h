@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 // Filters for requests by the thousand: all that there is to know of one follows from its number.
 
@@ -59,4 +60,11 @@ inline SdfAddFilterInfo twoFamilies() {
     address.sin6_addr = in6addr_loopback;
     memcpy(&info.dest_addr, &address, sizeof address);
     return info;
+}
+
+// What onAutoFilter() records of the filter that the emulator has while gaming is on.
+inline std::string autoFilterText(unsigned int id, bool active) {
+    return "auto filter " + std::to_string(id) +
+           (active ? ": 192.0.2.10#50000 > 198.51.100.20#27015 0 0 0 1 2"
+                   : ": none#0 > none#0 0 0 0 0 0");
 }
