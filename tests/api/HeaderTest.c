@@ -7,8 +7,6 @@
 #include <netinet/in.h>
 #include <string.h>
 
-const int kConstantsInC[SDF_CONSTANTS_SIZE] = {SDF_CONSTANTS};
-
 // As in C++, wherever the compiler has enumerations of a fixed type. gcc 12 has none in C.
 #if defined(__clang__) || __STDC_VERSION__ >= 202311L
 _Static_assert((enum SdfStatusV2) - 1 < 0 && (status_e)-1 < 0 && (SdfSlotID)-1 < 0 &&
@@ -17,39 +15,15 @@ _Static_assert((enum SdfStatusV2) - 1 < 0 && (status_e)-1 < 0 && (SdfSlotID)-1 <
                "enumerations are signed");
 #endif
 
-static void onStatus(int status) {
-    (void)status;
-}
-static void onLegacy(status_e status) {
-    (void)status;
-}
-static void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {
-    (void)id;
-    (void)first;
-    (void)second;
-}
-static void onFilterStatus(unsigned int filter, SdfFilterStatus status) {
-    (void)filter;
-    (void)status;
-}
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+static void onStatus(int status) {}
+static void onLegacy(status_e status) {}
+static void onLevels(long long id, SdfLatencyLvl first, SdfLatencyLvl second) {}
+static void onFilterStatus(unsigned int filter, SdfFilterStatus status) {}
 static void onFilter(unsigned int filter, SdfFilterStatus status, SdfLatencyLvl first,
-                     SdfLatencyLvl second, SdfOod ood, unsigned int pdcpTimer) {
-    (void)filter;
-    (void)status;
-    (void)first;
-    (void)second;
-    (void)ood;
-    (void)pdcpTimer;
-}
-static void onReport(unsigned int key, uint64_t first, uint64_t second) {
-    (void)key;
-    (void)first;
-    (void)second;
-}
-static void onAuto(unsigned int filter, SdfAddFilterInfo info) {
-    (void)filter;
-    (void)info;
-}
+                     SdfLatencyLvl second, SdfOod ood, unsigned int pdcpTimer) {}
+static void onReport(unsigned int key, uint64_t first, uint64_t second) {}
+static void onAuto(unsigned int filter, SdfAddFilterInfo info) {}
 
 static SdfAddFilterInfo makeFlow(void) {
     struct sockaddr_in address = {0};
@@ -94,14 +68,5 @@ long long callFromC(int which, unsigned int filter) {
 }
 
 const char* textFromC(int which, int value) {
-    switch (which) {
-        case 0: return sdfStatusV2Text(value);
-        case 1: return sdfStatusText((status_e)value);
-        case 2: return sdfSlotIdText((SdfSlotID)value);
-        case 3: return sdfLatencyLvlText((SdfLatencyLvl)value);
-        case 4: return sdfOodText((SdfOod)value);
-        case 5: return sdfProtocolText((SdfProtocol)value);
-        case 6: return sdfFilterAppTypeText((SdfFilterAppType)value);
-        default: return sdfFilterStatusText((SdfFilterStatus)value);
-    }
+    return textOf(which, value);
 }

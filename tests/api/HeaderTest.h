@@ -3,38 +3,23 @@
 
 #include <lum_sdf_sdk.h>
 
-// Every named constant, enumeration by enumeration: the same list compiled as C and as C++.
-#define SDF_CONSTANTS                                                                              \
-    SDF_V2_SUCCESS, SDF_V2_INVALID, SDF_V2_INVALID_ARG, SDF_V2_INTERNAL_ERROR,                     \
-        SDF_V2_NOT_SUPPORTED, SDF_V2_INVALID_OPERATION, SDF_V2_SERVICE_UP, SDF_V2_SERVICE_DOWN,    \
-        SDF_STATUS_INVALID, SDF_STATUS_SUCCESS, SDF_STATUS_INVALID_ARG, SDF_STATUS_INTERNAL_ERROR, \
-        SDF_STATUS_NOT_SUPPORTED, SDF_STATUS_INVALID_OPERATION, SDF_STATUS_SERVICE_UP,             \
-        SDF_STATUS_SERVICE_DOWN, SDF_STATUS_INVALID_SLOT, SDF_SLOT_ID_UNSPECIFIED,                 \
-        SDF_SLOT_ID_FIRST, SDF_SLOT_ID_SECOND, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_2,               \
-        SDF_LATENCY_LVL_3, SDF_LATENCY_LVL_4, SDF_LATENCY_LVL_5, SDF_LATENCY_LVL_6,                \
-        SDF_OOD_UNSPECIFIED_LVL, SDF_OOD_ENABLED_LVL, SDF_OOD_DISABLED_LVL, SDF_PROTOCOL_NONE,     \
-        SDF_PROTOCOL_TCP, SDF_PROTOCOL_UDP, SDF_PROTOCOL_TCPUDP, SDF_APP_TYPE_UNSPECIFIED,         \
-        SDF_APP_TYPE_TRAFFIC_PRIO_HIGHEST, SDF_APP_TYPE_TRAFFIC_PRIO_2,                            \
-        SDF_APP_TYPE_TRAFFIC_PRIO_3, SDF_APP_TYPE_TRAFFIC_PRIO_4, SDF_APP_TYPE_TRAFFIC_PRIO_5,     \
-        SDF_APP_TYPE_TRAFFIC_PRIO_6, SDF_APP_TYPE_TRAFFIC_PRIO_7, SDF_APP_TYPE_TRAFFIC_PRIO_8,     \
-        SDF_APP_TYPE_TRAFFIC_PRIO_9, SDF_APP_TYPE_TRAFFIC_PRIO_10, SDF_APP_TYPE_TRAFFIC_PRIO_11,   \
-        SDF_APP_TYPE_TRAFFIC_PRIO_12, SDF_APP_TYPE_TRAFFIC_PRIO_13, SDF_APP_TYPE_TRAFFIC_PRIO_14,  \
-        SDF_APP_TYPE_TRAFFIC_PRIO_15, SDF_APP_TYPE_TRAFFIC_PRIO_16, SDF_APP_TYPE_TRAFFIC_PRIO_17,  \
-        SDF_APP_TYPE_TRAFFIC_PRIO_18, SDF_APP_TYPE_TRAFFIC_PRIO_19, SDF_APP_TYPE_TRAFFIC_PRIO_20,  \
-        SDF_APP_TYPE_TRAFFIC_PRIO_21, SDF_APP_TYPE_TRAFFIC_PRIO_22, SDF_APP_TYPE_TRAFFIC_PRIO_23,  \
-        SDF_APP_TYPE_TRAFFIC_PRIO_24, SDF_APP_TYPE_TRAFFIC_PRIO_25, SDF_APP_TYPE_TRAFFIC_PRIO_26,  \
-        SDF_APP_TYPE_TRAFFIC_PRIO_27, SDF_APP_TYPE_TRAFFIC_PRIO_28, SDF_APP_TYPE_TRAFFIC_PRIO_29,  \
-        SDF_APP_TYPE_TRAFFIC_PRIO_30, SDF_APP_TYPE_TRAFFIC_PRIO_31, SDF_APP_TYPE_TRAFFIC_PRIO_BE,  \
-        SDF_FILTER_PENDING, SDF_FILTER_ACTIVE, SDF_FILTER_INACTIVITY_TIMEOUT, SDF_FILTER_DELETED,  \
-        SDF_FILTER_ERROR_DUPLICATE, SDF_FILTER_ERROR_LIMIT_REACHED, SDF_FILTER_ERROR_INVALID_ARGS, \
-        SDF_FILTER_ERROR_INTERNAL, SDF_FILTER_ERROR_NO_PERMISSION
-#define SDF_CONSTANTS_SIZE 75
+// What one of the text functions returns, in C and in C++.
+static inline const char* textOf(int which, int value) {
+    switch (which) {
+        case 0: return sdfStatusV2Text(value);
+        case 1: return sdfStatusText((status_e)value);
+        case 2: return sdfSlotIdText((SdfSlotID)value);
+        case 3: return sdfLatencyLvlText((SdfLatencyLvl)value);
+        case 4: return sdfOodText((SdfOod)value);
+        case 5: return sdfProtocolText((SdfProtocol)value);
+        case 6: return sdfFilterAppTypeText((SdfFilterAppType)value);
+        default: return sdfFilterStatusText((SdfFilterStatus)value);
+    }
+}
 
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-extern const int kConstantsInC[SDF_CONSTANTS_SIZE];
 
 // Calls one of the exported functions from C, with valid arguments, in the order of the header:
 // 0 createSdfClient, 1 destroySdfClient, 2 lum_sdf_enable, 3 lum_sdf_disable, 4 sdfSetLatencyLvl to
@@ -42,7 +27,7 @@ extern const int kConstantsInC[SDF_CONSTANTS_SIZE];
 #define SDF_FUNCTIONS_SIZE 23
 long long callFromC(int which, unsigned int filter);
 
-// Calls one of the text functions from C: 0 sdfStatusV2Text to 7 sdfFilterStatusText.
+// textOf() as C.
 const char* textFromC(int which, int value);
 
 #ifdef __cplusplus
