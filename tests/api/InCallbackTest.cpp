@@ -147,37 +147,6 @@ TEST_F(InCallbackTest, NoTransportAtDestroyAndGoneBetween) {
     EXPECT_FALSE(Sdf::mInstance);
 }
 
-// A refused message is reported while a destroy waits; that callback may do anything.
-TEST_F(InCallbackTest, WhileADestroyWaits) {
-    sdk().duringDestroy = [] { report(SdkClientBase::SDK_SEND_FAILED); };
-    app::inside("legacy", [] {
-        EXPECT_EQ(setLatency(), -5);
-        EXPECT_EQ(destroySdfClient(), -5);
-        EXPECT_EQ(lum_sdf_disable(), 0);
-        EXPECT_EQ(createSdfClient(app::onOtherV2), 0);
-        EXPECT_EQ(setLatency(), -5);
-    });
-    EXPECT_EQ(destroySdfClient(), 0);
-    EXPECT_EQ(app::takeCalls(), Calls{"legacy(2)"});
-    ASSERT_TRUE(Sdf::mInstance);
-    EXPECT_EQ(client().mStatusCbV2, app::onOtherV2);
-    EXPECT_EQ(client().mLegacyStatusCb, nullptr);
-    EXPECT_EQ(createSdfClient(app::onOtherV2), 0);
-    receive(service::statusInd("06"));
-    EXPECT_EQ(app::takeCalls(), Calls{"otherV2(-7)"});
-}
-
-TEST_F(InCallbackTest, WhileACreateObtainsTheTransport) {
-    ASSERT_EQ(destroySdfClient(), 0);
-    app::inside("v2", [] {
-        scriptRand({8});
-        EXPECT_EQ(setLatency(), 8);
-    });
-    sdk().duringGet = [] { receive(service::statusInd("06")); };
-    EXPECT_EQ(createSdfClient(app::onV2), 0);
-    EXPECT_EQ(client().mUsedIds, Ids{8});
-}
-
 // ---- The one-shot slots, and lists whose callback changes what they are about
 
 using service::field;

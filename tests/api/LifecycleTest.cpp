@@ -83,6 +83,7 @@ TEST_F(LifecycleTest, EnableAndAgain) {
 }
 
 TEST_F(LifecycleTest, StatusThatComesBeforeCreateReturns) {
+    app::inside("v2", [] { EXPECT_GT(setLatency(), 0); });
     sdk().duringGet = [] { receive(service::statusInd("06")); };
     EXPECT_EQ(createSdfClient(app::onV2), 0);
     EXPECT_TRUE(client().mServiceUp);
