@@ -455,7 +455,7 @@ SDF_API long long sdfRegAutoFilterInfo(SdfAutoFilterInfoCb cb);
 ///
 /// @param cb  called for each filter in each indication, as long as the client lives, also for
 ///            filters that this client does not know; not null. Replaces the one of an earlier
-///            call. When it is told of a filter's end, the filter is no longer known to update and
+///            call. When it reports a filter's end, the filter is no longer known to update and
 ///            delete.
 /// @return 0; or -5, -2, -8, -3
 SDF_API long long sdfRegFilterStatus(SdfFilterStatusCb cb);

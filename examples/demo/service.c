@@ -36,8 +36,8 @@ static _Noreturn void becomeService(pid_t demo, int readyFd) {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, NULL);
-    // Copied, a descriptor stays open in the new program; as number 3 already, it has to be told
-    // to.
+    // Copied, a descriptor stays open in the new program; one that is number 3 already has to be
+    // set to.
     if (readyFd == 3) {
         fcntl(readyFd, F_SETFD, 0);
     } else {

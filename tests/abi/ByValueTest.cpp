@@ -8,7 +8,7 @@
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -41,8 +41,8 @@ std::string answerBy(const std::string& request, const std::string& message) {
 
 // In a fresh process the ids are the first numbers of the C library's unseeded rand().
 TEST(ByValueTest, ValuesArriveWhole) {
-    const SocketFolder folder;
-    const std::string path = folder.path() + "/record";
+    const TestDirectory directory;
+    const std::string path = directory.path() + "/record";
     EmulatorProcess emulator({"--record", path, "--rule", answerBy("get_filters", kFilters),
                               "--rule", answerBy("get_priority_queue_report", kReport), "--rule",
                               answerBy("en_high_perf_gaming", kAuto)});

@@ -11,7 +11,7 @@
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ class ExamplesTest : public testing::Test {
     }
 
   private:
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
 };
 
 class GameTest : public ExamplesTest, public testing::WithParamInterface<int> {};

@@ -14,7 +14,7 @@
 #include "tests/platform/PeerProcess.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -71,7 +71,7 @@ class CallsTest : public testing::Test {
         return callPeer(mService, kBig, fill, take, flags);
     }
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     PeerProcess mPeer{kName};
     ndk::SpAIBinder mService{AServiceManager_waitForService(kName)};
 };

@@ -12,7 +12,7 @@
 #include "tests/platform/PeerProcess.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ class DeathTest : public testing::Test {
         return AIBinder_unlinkToDeath(mService.get(), mRecipient.get(), cookie);
     }
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     PeerProcess mPeer{kName};
     ndk::SpAIBinder mService{AServiceManager_waitForService(kName)};
     Recipient mRecipient = makeRecipient();
@@ -326,7 +326,7 @@ TEST_F(DeathTest, LinkingAndUnlinkingWhileTheProcessDies) {
 class DeathWithoutPoolTest : public testing::Test {};
 
 TEST_F(DeathWithoutPoolTest, RecipientWaitsForThePool) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     PeerProcess peer(kName);
     const ndk::SpAIBinder service(AServiceManager_checkService(kName));
     Events events;

@@ -9,7 +9,7 @@
 #include "tests/platform/PeerProcess.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ class ObjectsTest : public testing::Test {
         return binder;
     }
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     PeerProcess mPeer{kName};
     ndk::SpAIBinder mService{AServiceManager_waitForService(kName)};
 };

@@ -23,7 +23,7 @@
 #include "tests/platform/RawPeer.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -65,7 +65,7 @@ class RawPeerTest : public testing::Test {
         ABinderProcess_startThreadPool();
     }
 
-    UniqueFd connectRaw() const { return connectTo(mFolder.path(), kName); }
+    UniqueFd connectRaw() const { return connectTo(mDirectory.path(), kName); }
 
     // A connection that has been greeted and is served.
     UniqueFd connectPolitely() const { return greet(connectRaw()); }
@@ -101,7 +101,7 @@ class RawPeerTest : public testing::Test {
         }
     };
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     const std::shared_ptr<Calls> mCalls = std::make_shared<Calls>();
     const ndk::SpAIBinder mObject =
         makePeerObject([calls = mCalls](transaction_code_t code, const AParcel*, AParcel* out) {
@@ -552,8 +552,8 @@ class RawServiceTest : public RawPeerTest {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         const std::string file = "0123456789abcdef-1-1.socket";
-        const std::string path = mFolder.path() + "/" + file;
-        const std::string name = mFolder.path() + "/lum.test.liar.service";
+        const std::string path = mDirectory.path() + "/" + file;
+        const std::string name = mDirectory.path() + "/lum.test.liar.service";
         EXPECT_EQ(symlink(file.c_str(), name.c_str()), 0);
         memcpy(address.sun_path, path.c_str(), path.size());
         EXPECT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);

@@ -21,7 +21,7 @@
 #include "platform/linux/src/UniqueFd.h"
 #include "tests/platform/DeathEvents.h"
 #include "tests/support/Eventually.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -145,7 +145,7 @@ class RegistrationTest : public testing::Test {
         return mEvents.all();
     }
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     Events mEvents;
     Cookie mFirst{&mEvents, "first", nullptr};
     Cookie mSecond{&mEvents, "second", nullptr};

@@ -18,7 +18,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/Pattern.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 #include "tools/emulator/ProcessStats.h"
 
 namespace {
@@ -55,7 +55,7 @@ int32_t notedBy(const ndk::SpAIBinder& peer) {
 
 class RegistryTest : public testing::Test {
   protected:
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     const ndk::SpAIBinder mObject = makePeerObject(
         [](transaction_code_t, const AParcel*, AParcel*) -> binder_status_t { return STATUS_OK; });
 };
@@ -69,11 +69,11 @@ TEST_F(RegistryTest, NameThatNobodyServesIsNullAtOnce) {
 }
 
 TEST_F(RegistryTest, DirectoryThatDoesNotExistServesNothing) {
-    setenv("LUM_BINDER_DIR", (mFolder.path() + "/none").c_str(), 1);
+    setenv("LUM_BINDER_DIR", (mDirectory.path() + "/none").c_str(), 1);
     LogCapture log;
     EXPECT_EQ(find(kName).get(), nullptr);
     EXPECT_TRUE(log.lines().empty());
-    EXPECT_FALSE(std::filesystem::exists(mFolder.path() + "/none"));
+    EXPECT_FALSE(std::filesystem::exists(mDirectory.path() + "/none"));
 }
 
 TEST_F(RegistryTest, OwnServiceIsFoundAsTheObjectItself) {
@@ -109,7 +109,7 @@ TEST_F(RegistryTest, NamesOfOtherCharactersOrLengthsAreRefusedAndFindNothing) {
         EXPECT_EQ(find(name).get(), nullptr) << name;
         EXPECT_EQ(log.lines().size(), 1U) << name;
     }
-    EXPECT_TRUE(std::filesystem::is_empty(mFolder.path()));
+    EXPECT_TRUE(std::filesystem::is_empty(mDirectory.path()));
 }
 
 TEST_F(RegistryTest, ObjectOfAnotherProcessCannotBeServed) {
@@ -131,9 +131,9 @@ TEST_F(RegistryTest, NamesAreKeptApartAndInsideTheDirectory) {
         EXPECT_EQ(AServiceManager_addService(objects.back().get(), name.c_str()), EX_NONE) << name;
     }
     for (size_t i = 0; i < names.size(); ++i) EXPECT_EQ(find(names[i]), objects[i]) << names[i];
-    EXPECT_TRUE(std::filesystem::exists(mFolder.path() + "/a%b.service"));
-    EXPECT_TRUE(std::filesystem::exists(mFolder.path() + "/..%a.service"));
-    EXPECT_EQ(filesIn(mFolder.path()), 2 * names.size());
+    EXPECT_TRUE(std::filesystem::exists(mDirectory.path() + "/a%b.service"));
+    EXPECT_TRUE(std::filesystem::exists(mDirectory.path() + "/..%a.service"));
+    EXPECT_EQ(filesIn(mDirectory.path()), 2 * names.size());
 }
 
 TEST_F(RegistryTest, LongestNameIsServed) {
@@ -144,7 +144,7 @@ TEST_F(RegistryTest, LongestNameIsServed) {
 
 TEST_F(RegistryTest, DirectoryTooLongForItsSocketsIsRefused) {
     const std::string longest =
-        mFolder.path() + "/" + std::string(64 - mFolder.path().size() - 1, 'x');
+        mDirectory.path() + "/" + std::string(64 - mDirectory.path().size() - 1, 'x');
     setenv("LUM_BINDER_DIR", longest.c_str(), 1);
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
     EXPECT_EQ(find(kName), mObject);
@@ -160,7 +160,7 @@ TEST_F(RegistryTest, DirectoryTooLongForItsSocketsIsRefused) {
 }
 
 TEST_F(RegistryTest, DirectoryIsMadeForItsUserAlone) {
-    const std::string directory = mFolder.path() + "/made";
+    const std::string directory = mDirectory.path() + "/made";
     setenv("LUM_BINDER_DIR", directory.c_str(), 1);
     umask(0);
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
@@ -171,34 +171,34 @@ TEST_F(RegistryTest, DirectoryIsMadeForItsUserAlone) {
 
 TEST_F(RegistryTest, DirectoryOfTheRunningSessionIsUsedWithoutOne) {
     unsetenv("LUM_BINDER_DIR");
-    setenv("XDG_RUNTIME_DIR", mFolder.path().c_str(), 1);
+    setenv("XDG_RUNTIME_DIR", mDirectory.path().c_str(), 1);
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
-    EXPECT_TRUE(std::filesystem::exists(mFolder.path() + "/lum-binder/lum.test.peer.service"));
+    EXPECT_TRUE(std::filesystem::exists(mDirectory.path() + "/lum-binder/lum.test.peer.service"));
 }
 
 TEST_F(RegistryTest, DirectoryOpenToOthersIsRefused) {
-    ASSERT_EQ(chmod(mFolder.path().c_str(), 0710), 0);
+    ASSERT_EQ(chmod(mDirectory.path().c_str(), 0710), 0);
     LogCapture log;
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
     EXPECT_EQ(find(kName).get(), nullptr);
-    EXPECT_EQ(log.count(logE("binder: the socket directory " + mFolder.path() +
+    EXPECT_EQ(log.count(logE("binder: the socket directory " + mDirectory.path() +
                              " is open to others (mode 710)")),
               2U);
 }
 
 TEST_F(RegistryTest, DirectoryOfAnotherUserIsRefused) {
     const uid_t other = geteuid() + 1;
-    if (chown(mFolder.path().c_str(), other, static_cast<gid_t>(-1)) != 0) {
+    if (chown(mDirectory.path().c_str(), other, static_cast<gid_t>(-1)) != 0) {
         GTEST_SKIP() << "only root can give a directory away";
     }
     LogCapture log;
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
     EXPECT_TRUE(log.has(logE(format("binder: the socket directory %s belongs to user %u, not to %u",
-                                    mFolder.path().c_str(), other, geteuid()))));
+                                    mDirectory.path().c_str(), other, geteuid()))));
 }
 
 TEST_F(RegistryTest, DirectoryThatIsNoneIsRefused) {
-    const std::string file = mFolder.path() + "/file";
+    const std::string file = mDirectory.path() + "/file";
     std::ofstream(file) << "no directory";
     setenv("LUM_BINDER_DIR", file.c_str(), 1);
     LogCapture log;
@@ -206,8 +206,8 @@ TEST_F(RegistryTest, DirectoryThatIsNoneIsRefused) {
     EXPECT_TRUE(log.has(logE("binder: the socket directory " + file + " is not a directory")));
 
     // A link to a safe directory could be turned elsewhere by whoever made it.
-    const std::string link = mFolder.path() + "/link";
-    ASSERT_EQ(symlink(mFolder.path().c_str(), link.c_str()), 0);
+    const std::string link = mDirectory.path() + "/link";
+    ASSERT_EQ(symlink(mDirectory.path().c_str(), link.c_str()), 0);
     setenv("LUM_BINDER_DIR", link.c_str(), 1);
     EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
     EXPECT_TRUE(log.has(logE("binder: the socket directory " + link + " is not a directory")));
@@ -231,7 +231,7 @@ TEST_F(RegistryTest, NameIsTakenOverFromALivingProcess) {
     // The first can take it again, and is found as the one it is.
     EXPECT_EQ(serve(old, kName), EX_NONE);
     EXPECT_EQ(find(kName), old);
-    EXPECT_EQ(filesIn(mFolder.path()), 2U);
+    EXPECT_EQ(filesIn(mDirectory.path()), 2U);
 }
 
 TEST_F(RegistryTest, NameTakenOverIsTheNewServersForTheOldOneToo) {
@@ -268,7 +268,7 @@ TEST_F(RegistryTest, ProcessesThatTakeANameAtOnceLeaveItServedAtAnyTime) {
     while (taking != 0) EXPECT_EQ(AIBinder_ping(find(kName).get()), STATUS_OK);
     for (std::thread& taker : takers) taker.join();
     // Of each name its link and its socket; nothing that was replaced stays behind.
-    EXPECT_EQ(filesIn(mFolder.path()), 6U);
+    EXPECT_EQ(filesIn(mDirectory.path()), 6U);
 }
 
 TEST_F(RegistryTest, NameIsFreedByDeathAndTakenAgain) {
@@ -371,7 +371,7 @@ TEST_F(RegistryTest, ServiceAddedWithoutDescriptorsIsRefusedAndLeaksNothing) {
         }
         EXPECT_EQ(find(kName).get(), nullptr);
     }
-    EXPECT_EQ(filesIn(mFolder.path()), 0U);
+    EXPECT_EQ(filesIn(mDirectory.path()), 0U);
     {
         LogCapture log;
         const DescriptorLimit few(static_cast<int>(said.size()));
@@ -417,7 +417,7 @@ TEST_F(RegistryTest, DescriptorsAreClosedOnExec) {
                 const std::string target =
                     std::filesystem::read_symlink(entry.path(), gone).string();
                 if (target.find("socket:") != 0 && target.find("eventpoll") == std::string::npos &&
-                    target.find(mFolder.path()) != 0) {
+                    target.find(mDirectory.path()) != 0) {
                     continue;
                 }
                 const int fd = std::stoi(entry.path().filename().string());

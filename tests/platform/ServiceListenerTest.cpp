@@ -15,7 +15,7 @@
 #include "platform/linux/src/ServiceListener.h"
 #include "tests/platform/RawPeer.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 #include "tests/utils/SystemCalls.h"
 
 namespace {
@@ -30,8 +30,8 @@ BinderRef newObject() {
 }
 
 TEST(ServiceListenerTest, ClientThatConnectedInTimeIsServedThoughTheSocketRetiresMeanwhile) {
-    const SocketFolder folder;
-    const std::string path = folder.path() + "/name.service";
+    const TestDirectory directory;
+    const std::string path = directory.path() + "/name.service";
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     memcpy(address.sun_path, path.c_str(), path.size());
@@ -40,7 +40,7 @@ TEST(ServiceListenerTest, ClientThatConnectedInTimeIsServedThoughTheSocketRetire
     ASSERT_EQ(listen(socket.get(), 1), 0);
     const auto listener =
         std::make_shared<ServiceListener>("name", path, std::move(socket), UniqueFd(), newObject());
-    const UniqueFd client = connectTo(folder.path(), "name");
+    const UniqueFd client = connectTo(directory.path(), "name");
     const LogCapture log;
     {
         bool retired = false;

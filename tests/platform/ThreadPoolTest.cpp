@@ -26,7 +26,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/Fault.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 #include "tools/emulator/ProcessStats.h"
 
 namespace {
@@ -334,7 +334,7 @@ TEST_F(ThreadPoolTest, ThreadStaysWhileTheOneToFollowItIsRefused) {
 }
 
 TEST_F(ThreadPoolTest, LookupIsNullWhileThereIsNoThreadForSockets) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     const PeerProcess peer("lum.test.peer");
     const ndk::SpAIBinder object = makePeerObject(nullptr);
     LogCapture log;

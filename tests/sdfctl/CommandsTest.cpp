@@ -9,7 +9,7 @@
 
 #include "tests/sdfctl/Sdfctl.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ class CommandsTest : public testing::Test {
         }
     }
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     EmulatorProcess mEmulator;
 };
 

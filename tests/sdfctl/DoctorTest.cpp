@@ -15,7 +15,7 @@
 #include "tests/sdfctl/Sdfctl.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -87,9 +87,9 @@ class DoctorTest : public testing::Test {
         return ChildProcess(command).wait() == 0;
     }
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     const Lines mAll{
-        "ok      directory: " + mFolder.path() + " can be used",
+        "ok      directory: " + mDirectory.path() + " can be used",
         "ok      service:   somebody serves the name vendor.orn.data.lumservice.ILumService",
         "ok      callback:  the service accepts a callback object",
         "ok      send:      the service accepts the request to serve this client",
@@ -134,8 +134,8 @@ TEST_F(DoctorTest, ObjectsForPrograms) {
 }
 
 TEST_F(DoctorTest, DirectoryThatIsOpenToOthers) {
-    ASSERT_EQ(chmod(mFolder.path().c_str(), 0750), 0);
-    expectFailure("directory", 10, mFolder.path() + ": it is open to others",
+    ASSERT_EQ(chmod(mDirectory.path().c_str(), 0750), 0);
+    expectFailure("directory", 10, mDirectory.path() + ": it is open to others",
                   "        Make it this user's alone (chmod 700), ");
 }
 
@@ -145,13 +145,13 @@ TEST_F(DoctorTest, NobodyServesTheName) {
 }
 
 TEST_F(DoctorTest, DirectoryThatDoesNotExistYet) {
-    const Outcome run = runSdfctl("doctor", {}, {"LUM_BINDER_DIR=" + mFolder.path() + "/none"});
+    const Outcome run = runSdfctl("doctor", {}, {"LUM_BINDER_DIR=" + mDirectory.path() + "/none"});
     EXPECT_EQ(run.status, 11);
-    EXPECT_EQ(run.lines[0], "ok      directory: " + mFolder.path() + "/none can be used");
+    EXPECT_EQ(run.lines[0], "ok      directory: " + mDirectory.path() + "/none can be used");
 }
 
 TEST_F(DoctorTest, DirectoryWithoutAParent) {
-    const std::string parent = mFolder.path() + "/none";
+    const std::string parent = mDirectory.path() + "/none";
     for (const char* const path : {"/binder", "/binder//"}) {
         expectWrongDirectory(
             parent + path,
@@ -162,10 +162,10 @@ TEST_F(DoctorTest, DirectoryWithoutAParent) {
 
 TEST_F(DoctorTest, DirectoryThatThisUserMayNotWriteTo) {
     if (!canBeOrdinary()) GTEST_SKIP() << "root cannot do without its rights here";
-    ASSERT_EQ(chmod(mFolder.path().c_str(), 0500), 0);
+    ASSERT_EQ(chmod(mDirectory.path().c_str(), 0500), 0);
     const std::pair<std::string, std::string> kTroubles[] = {
-        {mFolder.path(), "no socket can be made in it (Permission denied)"},
-        {mFolder.path() + "/binder",
+        {mDirectory.path(), "no socket can be made in it (Permission denied)"},
+        {mDirectory.path() + "/binder",
          "it does not exist, and this user cannot make it (Permission denied)"}};
     for (const auto& [path, trouble] : kTroubles) {
         Lines command = asOrdinaryUser();
@@ -179,7 +179,7 @@ TEST_F(DoctorTest, DirectoryThatThisUserMayNotWriteTo) {
 // 107 bytes with "/vendor.orn.data.lumservice.ILumService.socket" is what a socket's address holds.
 TEST_F(DoctorTest, DirectoryWhoseNameIsTooLong) {
     const std::string longest =
-        mFolder.path() + "/" + std::string(64 - mFolder.path().size() - 1, 'x');
+        mDirectory.path() + "/" + std::string(64 - mDirectory.path().size() - 1, 'x');
     setenv("LUM_BINDER_DIR", longest.c_str(), 1);
     const EmulatorProcess emulator;
     const Outcome run = runSdfctl("doctor");
@@ -198,7 +198,7 @@ TEST_F(DoctorTest, NameServedByAnotherInterface) {
         "        Another program has taken the service's name: end it, and start the service. "
         "On Linux the name is a link in the directory above, "
         "vendor.orn.data.lumservice.ILumService.service, to that program's socket ");
-    EXPECT_TRUE(std::filesystem::is_socket(mFolder.path() +
+    EXPECT_TRUE(std::filesystem::is_socket(mDirectory.path() +
                                            "/vendor.orn.data.lumservice.ILumService.service"));
 }
 

@@ -6,13 +6,13 @@
 
 #include "tests/sdfctl/Sdfctl.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
 class ErrorsTest : public testing::Test {
   protected:
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
 };
 
 TEST_F(ErrorsTest, WrongCommandsDoNothing) {

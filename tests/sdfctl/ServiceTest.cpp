@@ -13,7 +13,7 @@
 #include "tests/sdfctl/Sdfctl.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -66,7 +66,7 @@ class ServiceTest : public testing::Test {
                "queued (\"sdfctl doctor\" tells which)";
     }
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
 };
 
 TEST_F(ServiceTest, ServiceThatIsNotUp) {

@@ -14,8 +14,8 @@
 
 #include "tests/sdfctl/Sdfctl.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
 #include "tests/support/TerminalProcess.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -52,19 +52,19 @@ class TerminalTest : public testing::Test {
 
     std::unique_ptr<TerminalProcess> run(const Lines& command) const {
         return std::make_unique<TerminalProcess>(
-            command, Lines{"XDG_STATE_HOME=" + mFolder.path() + "/state", "TERM=xterm",
+            command, Lines{"XDG_STATE_HOME=" + mDirectory.path() + "/state", "TERM=xterm",
                            "EDITRC=/dev/null", "PS1=shell> ", "ENV="});
     }
 
     // Lines of the history file; it has a line of its own first.
     Lines history() const {
-        std::ifstream file(mFolder.path() + "/state/sdfctl/history");
+        std::ifstream file(mDirectory.path() + "/state/sdfctl/history");
         Lines lines;
         for (std::string line; std::getline(file, line);) lines.push_back(line);
         return lines;
     }
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
 };
 
 TEST_F(TerminalTest, AsksForLinesUntilTheEnd) {
@@ -107,7 +107,7 @@ TEST_F(TerminalTest, KnowsHelpDoctorAndExit) {
     const auto terminal = start();
     enter(*terminal, "?", "Commands (\"help COMMAND\" explains its arguments):\r\n");
     terminal->type("doctor\n");
-    EXPECT_TRUE(terminal->waitFor("ok      directory: " + mFolder.path() + " can be used\r\n"));
+    EXPECT_TRUE(terminal->waitFor("ok      directory: " + mDirectory.path() + " can be used\r\n"));
     EXPECT_TRUE(terminal->waitFor("failed  service:   "));
     EXPECT_TRUE(terminal->waitFor(kPrompt));
     terminal->type("exit\n");

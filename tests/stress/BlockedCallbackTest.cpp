@@ -11,7 +11,7 @@
 #include "tests/stress/ClientEvents.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 // An application that does not come back from its callback, against a real service.
 
@@ -22,7 +22,7 @@ long long ask(SdfLatencyLvl first, SdfLatencyLvl second) {
 }
 
 TEST(BlockedCallbackTest, ServiceDoesNotWaitForTheApplication) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator({"--print"});
     std::promise<void> release;  // releases the callback too when it is destroyed
     std::atomic<bool> blocked{true};

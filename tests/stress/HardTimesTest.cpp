@@ -8,7 +8,7 @@
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 // Programs that use the library where the machine refuses things, or carelessly.
 
@@ -45,7 +45,7 @@ const std::string kStarved = LUM_STARVED_CLIENT;
 const std::string kCareless = LUM_CARELESS_CLIENT;
 
 TEST(HardTimesTest, EveryNumberOfFreeDescriptorsIsSurvived) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     const EmulatorProcess emulator;
     const Lines noLoop[] = {{"log: Cannot create epoll instance"},
                             {"log: Cannot create eventfd instance"},
@@ -82,7 +82,7 @@ TEST(HardTimesTest, ExitHandlersMayUseTheLibraryWhenItEndsTheProcess) {
 }
 
 TEST(HardTimesTest, NoThreadForTheLoopIsNoTransportAndTheNextCreateStartsFromNothing) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     const EmulatorProcess emulator;
     const Outcome outcome = run({kStarved, "sdk-thread"});
     EXPECT_EQ(outcome.status, 0);
@@ -93,7 +93,7 @@ TEST(HardTimesTest, NoThreadForTheLoopIsNoTransportAndTheNextCreateStartsFromNot
 }
 
 TEST(HardTimesTest, NoThreadsForBinderAreFailedAttemptsUntilThereAreSome) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     const EmulatorProcess emulator;
     const Outcome outcome = run({kStarved, "binder-threads"});
     EXPECT_EQ(outcome.status, 0);
@@ -104,7 +104,7 @@ TEST(HardTimesTest, NoThreadsForBinderAreFailedAttemptsUntilThereAreSome) {
 TEST(HardTimesTest, CarelessProcessEndsAsItWantsTo) {
     for (const char* mode : {"return", "exit-in-callback", "exit-connecting"}) {
         SCOPED_TRACE(mode);
-        const SocketFolder folder;
+        const TestDirectory directory;
         std::optional<EmulatorProcess> emulator;
         const bool connects = std::string(mode) != "exit-connecting";
         if (connects) emulator.emplace();
@@ -118,7 +118,7 @@ TEST(HardTimesTest, CarelessProcessEndsAsItWantsTo) {
 }
 
 TEST(HardTimesTest, UnloadedLibraryStillDelivers) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator;
     ChildProcess process({LUM_UNLOADING_CLIENT, LUM_SDK_LIBRARY}, kNoLeakSearch);
     ASSERT_TRUE(process.waitForLine("unloaded"));

@@ -4,7 +4,7 @@
 #include "tests/stress/ClientEvents.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/Eventually.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 // An application that does everything from inside its callbacks, against a real service. Also run
 // without LUM_SDF_GUARDED under the thread sanitizer: this is the way of use that needs no lock.
@@ -21,7 +21,7 @@ bool isUp(const ClientEvent& event) {
 }
 
 TEST(InCallbackRoundsTest, DestroyAndCreateAgainFromTheAnswer) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator;
     Counter clients;
     setEventHook([&](const ClientEvent& event) {
@@ -42,7 +42,7 @@ TEST(InCallbackRoundsTest, DestroyAndCreateAgainFromTheAnswer) {
 }
 
 TEST(InCallbackRoundsTest, DestroyFromServiceUpWhileCreateMayStillBeUnderWay) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator;
     for (int round = 0; round < 300; ++round) {
         Counter destroyed;
@@ -60,7 +60,7 @@ TEST(InCallbackRoundsTest, DestroyFromServiceUpWhileCreateMayStillBeUnderWay) {
 #if LUM_SDF_GUARDED
 // The loss and a request that failed for it are reported on two threads, perhaps at the same time.
 TEST(GuardedInCallbackRoundsTest, RecoveryFromInsideEachCallbackThatReportsALoss) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator;
     // Static: what the last round has set off may still come while the process ends.
     static Counter answers;
@@ -96,7 +96,7 @@ TEST(GuardedInCallbackRoundsTest, RecoveryFromInsideEachCallbackThatReportsALoss
 #endif
 
 TEST(InCallbackRoundsTest, DestroyFromInsideTheLossOfTheService) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator;
     for (int round = 0; round < 20; ++round) {
         Counter answered;

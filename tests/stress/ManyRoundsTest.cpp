@@ -7,7 +7,7 @@
 #include "tests/stress/Figures.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/Eventually.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ void round() {
 }
 
 TEST_F(ManyRoundsTest, ClientsInTurnLeaveNothingBehind) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator;
     for (int i = 0; i < 10; ++i) ASSERT_NO_FATAL_FAILURE(round());
     ASSERT_TRUE(emulator.waitForClients(0));
@@ -47,7 +47,7 @@ TEST_F(ManyRoundsTest, ClientsInTurnLeaveNothingBehind) {
 #if LUM_SDF_GUARDED
 // Requests come from the main thread while answers are being delivered.
 TEST_F(ManyRoundsTest, DeathsOfTheServiceAreEachReportedOnceAndRecoveredFrom) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator;
     ASSERT_EQ(createSdfClient(onStatus), 0);
     ASSERT_TRUE(waitForStatus(SDF_V2_SERVICE_UP));
@@ -94,7 +94,7 @@ TEST_F(ManyRoundsTest, DeathsOfTheServiceAreEachReportedOnceAndRecoveredFrom) {
 #endif
 
 TEST_F(ManyRoundsTest, WithoutAnyServiceNothingIsCalledAndDestroyComesBack) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     ASSERT_EQ(createSdfClient(onStatus), 0);
     ASSERT_EQ(createSdfClient(onStatus), 0);
     ASSERT_EQ(lum_sdf_enable(onLegacyStatus), 1);

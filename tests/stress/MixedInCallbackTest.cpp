@@ -16,7 +16,7 @@
 #include "tests/stress/Figures.h"
 #include "tests/stress/MixedFilters.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 #include "utils/NoDestroy.h"
 
 // An application that makes requests of every kind, all from inside its callbacks, the way that
@@ -352,7 +352,7 @@ class MixedClient {
 NoDestroy<MixedClient> gClient;
 
 TEST(MixedInCallbackTest, EveryAnswerComesOnceInOrderAndLeavesNothing) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator;
     setEventHook([](const ClientEvent& event) { gClient.value.happened(event); });
     gClient.value.run(kRequests / 10);

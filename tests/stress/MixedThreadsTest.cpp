@@ -17,7 +17,7 @@
 #include "tests/stress/Figures.h"
 #include "tests/stress/MixedFilters.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 #include "utils/NoDestroy.h"
 
 // An application with four threads that make requests of every kind while answers are delivered:
@@ -280,7 +280,7 @@ void work(std::vector<Worker>& workers, int requests) {
 }
 
 TEST(MixedThreadsTest, EveryAnswerComesOnceAndLeavesNothing) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator;
     ASSERT_EQ(createSdfClient(onStatus), 0);
     ASSERT_TRUE(waitForStatus(SDF_V2_SERVICE_UP));

@@ -10,7 +10,7 @@
 
 // The service emulator as a process of its own, ready to serve as long as this object lives or
 // kill() or terminate() is called. It serves in the socket directory of this process's environment:
-// make a SocketFolder before.
+// make a TestDirectory before.
 class EmulatorProcess {
   public:
     // As its SIGUSR1 line has it.

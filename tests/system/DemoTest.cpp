@@ -15,7 +15,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/Pattern.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -190,8 +190,8 @@ TEST(DemoTest, FailsWhenTheServiceEndsAtOnce) {
 }
 
 TEST(DemoTest, WithoutAnArgumentItLooksForTheEmulator) {
-    const auto folder = std::filesystem::path(EmulatorProcess::program()).parent_path();
-    ChildProcess demo({LUM_DEMO_PROGRAM}, {"PATH=" + folder.string() + ":" + getenv("PATH")});
+    const auto directory = std::filesystem::path(EmulatorProcess::program()).parent_path();
+    ChildProcess demo({LUM_DEMO_PROGRAM}, {"PATH=" + directory.string() + ":" + getenv("PATH")});
     EXPECT_EQ(demo.wait(), 0);
     EXPECT_EQ(demo.errorLines(), Lines{});
 }
@@ -211,7 +211,7 @@ TEST(DemoTest, FailsWithTwoArguments) {
 
 // Broken off while it waits for a service that gets ready and then serves nobody.
 TEST(DemoTest, BrokenOffItLeavesNothingBehind) {
-    const SocketFolder own;  // only to have a folder for two files
+    const TestDirectory own;  // only to have a directory for two files
     const std::string script = own.path() + "/service";
     const std::string note = own.path() + "/note";
     std::ofstream(script) << "#!/bin/sh\necho \"$LUM_BINDER_DIR\" >'" << note
@@ -223,13 +223,13 @@ TEST(DemoTest, BrokenOffItLeavesNothingBehind) {
     const Lines lines = demo.lines();
     const std::string ready = *std::find_if(lines.begin(), lines.end(), isServiceReady);
     const int service = std::stoi(ready.substr(ready.rfind(' ')));
-    std::string folder;
-    std::getline(std::ifstream(note), folder);
-    ASSERT_TRUE(std::filesystem::is_directory(folder));
+    std::string directory;
+    std::getline(std::ifstream(note), directory);
+    ASSERT_TRUE(std::filesystem::is_directory(directory));
     demo.signal(SIGTERM);
     EXPECT_EQ(demo.wait(), 128 + SIGTERM);
     EXPECT_EQ(kill(service, 0), -1);
-    EXPECT_FALSE(std::filesystem::exists(folder));
+    EXPECT_FALSE(std::filesystem::exists(directory));
 }
 
 }  // namespace

@@ -23,7 +23,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/Pattern.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 #include "tests/system/EmulatorClient.h"
 
 namespace {
@@ -67,7 +67,7 @@ class EmulatorProgramTest : public testing::Test {
     }
 
     const std::string mProgram = EmulatorProcess::program();
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     const std::string mCannotServe = std::string("cannot serve ") + kName + ": ";
 };
 
@@ -111,17 +111,17 @@ TEST_F(EmulatorProgramTest, WhatKeepsItFromServingIsReported) {
         EXPECT_EQ(first.terminate(), 0);
     }
     expectEnd(1, {mCannotServe + "the socket directory cannot be used"}, {},
-              {"LUM_BINDER_DIR=" + mFolder.path() + "/none/none"});
+              {"LUM_BINDER_DIR=" + mDirectory.path() + "/none/none"});
     expectEnd(1, {mCannotServe + "the socket directory's path is too long"}, {},
-              {"LUM_BINDER_DIR=" + mFolder.path() + "/" + std::string(100, 'x')});
-    ASSERT_EQ(chmod(mFolder.path().c_str(), 0755), 0);
+              {"LUM_BINDER_DIR=" + mDirectory.path() + "/" + std::string(100, 'x')});
+    ASSERT_EQ(chmod(mDirectory.path().c_str(), 0755), 0);
     expectEnd(1, {mCannotServe + "the socket directory is not safe to use"}, {});
 }
 
 TEST_F(EmulatorProgramTest, FilesAndDescriptorsThatCannotBeUsedAreReported) {
-    const std::string none = mFolder.path() + "/none/record";
+    const std::string none = mDirectory.path() + "/none/record";
     expectEnd(1, {"cannot record to " + none + ": No such file or directory"}, {"--record", none});
-    const std::string pipe = mFolder.path() + "/record";
+    const std::string pipe = mDirectory.path() + "/record";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);  // without a reader
     expectEnd(1, {"cannot record to " + pipe + ": No such device or address"}, {"--record", pipe});
     // The emulator's own descriptors would take the number.
@@ -154,13 +154,13 @@ TEST_F(EmulatorProgramTest, WrongCommandLineIsReported) {
 TEST_F(EmulatorProgramTest, WrongRulesAreReportedWithTheirPlace) {
     expectEnd(2, {"--rule 2:14: \"x\": expected a number from 0 to 86400000"},
               {"--rule", "on any: refuse", "--rule", "on any: late x"});
-    const std::string path = mFolder.path() + "/scenario";
+    const std::string path = mDirectory.path() + "/scenario";
     std::ofstream(path) << "# first\non any: refuse\non any: die\n";
     expectEnd(2, {path + ":3:12: at its end: expected \"before\" or \"after\""},
               {"--scenario", path});
-    const std::string none = mFolder.path() + "/none";
+    const std::string none = mDirectory.path() + "/none";
     expectEnd(2, {none + ": No such file or directory"}, {"--scenario", none});
-    expectEnd(2, {mFolder.path() + ": Is a directory"}, {"--scenario", mFolder.path()});
+    expectEnd(2, {mDirectory.path() + ": Is a directory"}, {"--scenario", mDirectory.path()});
     expectEnd(2, {"/dev/zero:1: longer than 65536 bytes"}, {"--scenario", "/dev/zero"});
 }
 
@@ -291,7 +291,7 @@ TEST_F(EmulatorProgramTest, PrintsOnlyNoticesUnlessAsked) {
 }
 
 TEST_F(EmulatorProgramTest, RecordsEachMessage) {
-    const std::string path = mFolder.path() + "/record.jsonl";
+    const std::string path = mDirectory.path() + "/record.jsonl";
     std::ofstream(path) << "what was there before\n";
     EmulatorProcess emulator({"--record", path});
     talk();
@@ -325,7 +325,7 @@ TEST_F(EmulatorProgramTest, RecordsEachMessage) {
 }
 
 TEST_F(EmulatorProgramTest, RecordIsNotTakenForAClosedOutput) {
-    const std::string path = mFolder.path() + "/record";
+    const std::string path = mDirectory.path() + "/record";
     ChildProcess emulator(
         {"/bin/sh", "-c", "exec \"$0\" --until-eof --record \"$1\" <&- >&-", mProgram, path});
     EXPECT_EQ(emulator.wait(), 0);
@@ -333,7 +333,7 @@ TEST_F(EmulatorProgramTest, RecordIsNotTakenForAClosedOutput) {
 }
 
 TEST_F(EmulatorProgramTest, QuotesInTextAreEscapedInTheRecord) {
-    const std::string path = mFolder.path() + "/record.jsonl";
+    const std::string path = mDirectory.path() + "/record.jsonl";
     EmulatorProcess emulator({"--record", path});
     const EmulatorClient client;
     // ADD_FILTER with the source address "\n, which stands for nothing but itself.
@@ -365,7 +365,7 @@ TEST_F(EmulatorProgramTest, LinesThatCannotBePrintedAreReportedAndSurvived) {
     ChildProcess emulator({"/bin/sh", "-c",
                            "trap '' XFSZ; ulimit -f 1; "
                            "exec \"$0\" --print --until-eof --ready-fd 3 3>&1 >\"$1\"",
-                           mProgram, mFolder.path() + "/output"});
+                           mProgram, mDirectory.path() + "/output"});
     ASSERT_TRUE(emulator.waitForLine(readyLine(emulator.pid())));
     const EmulatorClient client;
     for (int i = 0; i < 10; ++i) ASSERT_TRUE(client.send(kSetLevels).isOk());
@@ -404,7 +404,7 @@ bool readUntilLine(int pipe, const std::string& start) {
 }
 
 TEST_F(EmulatorProgramTest, ServesOnWhenItsReaderHasStopped) {
-    const std::string path = mFolder.path() + "/output";
+    const std::string path = mDirectory.path() + "/output";
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     const int reader = open(path.c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_GE(reader, 0);
@@ -451,15 +451,16 @@ TEST_F(EmulatorProgramTest, EndsWhateverItIsAt) {
 }
 
 TEST_F(EmulatorProgramTest, DebugLogShowsEveryLineOfThePlatformLog) {
-    ASSERT_EQ(chmod(mFolder.path().c_str(), 0755), 0);
+    ASSERT_EQ(chmod(mDirectory.path().c_str(), 0755), 0);
     ChildProcess emulator({mProgram, "--debug-log"});
     EXPECT_EQ(emulator.wait(), 1);
     const std::string pid = std::to_string(emulator.pid());
     const std::string stamp =
         "^[0-9]{4}(-[0-9]{2}){2} [0-9]{2}(:[0-9]{2}){2}\\.[0-9]{6} +" + pid + " +" + pid + " ";
     ASSERT_FALSE(emulator.errorLines().empty());
-    EXPECT_EQ(replaceAll(emulator.errorLines().front(), stamp, ""),
-              "E binder: the socket directory " + mFolder.path() + " is open to others (mode 755)");
+    EXPECT_EQ(
+        replaceAll(emulator.errorLines().front(), stamp, ""),
+        "E binder: the socket directory " + mDirectory.path() + " is open to others (mode 755)");
 }
 
 }  // namespace

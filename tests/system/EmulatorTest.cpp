@@ -16,7 +16,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/Hex.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 #include "tests/system/EmulatorClient.h"
 
 namespace {
@@ -82,7 +82,7 @@ class EmulatorTest : public testing::Test {
         EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
     }
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     EmulatorProcess mEmulator{{"--print"}};
 };
 
@@ -343,7 +343,7 @@ TEST_F(EmulatorTest, ServesAnewAfterItWasKilled) {
 
 // The client of another process stops before the flood comes, and reads nothing of it.
 TEST(EmulatorFloodTest, LateFloodEndsAtTheFirstMessageThatIsNotDelivered) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator({"--rule", "on enable nth 1: late 1000, flood 100000"});
     const auto stopped = startClient();
     const std::string pid = "pid=" + std::to_string(stopped->pid());
@@ -384,7 +384,7 @@ void addLongest(const EmulatorClient& client, uint32_t first, uint32_t count) {
 }
 
 TEST(EmulatorListTest, ListThatFitsIsDeliveredAndALongerOneIsReported) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator({"--filter-limit", "14600", "--activation-delay", "86400000"});
     const EmulatorClient client;
     // Few enough to fit beside what the client has received and not yet said so.
@@ -406,7 +406,7 @@ TEST(EmulatorListTest, ListThatFitsIsDeliveredAndALongerOneIsReported) {
 
 // Not with --print: what is read of it would grow.
 TEST(EmulatorFiguresTest, NothingGrowsWithClientsThatComeAndGo) {
-    const SocketFolder folder;
+    const TestDirectory directory;
     EmulatorProcess emulator({"--activation-delay", "3600000", "--inactivity-timeout", "3600000"});
     const auto round = [] {
         EmulatorClient client;

@@ -8,7 +8,7 @@
 #include "tests/platform/RawPeer.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ constexpr transaction_code_t kRegister = 1;
 
 class HostilePeerTest : public testing::Test {
   protected:
-    UniqueFd connectPolitely() const { return greet(connectTo(mFolder.path(), kService)); }
+    UniqueFd connectPolitely() const { return greet(connectTo(mDirectory.path(), kService)); }
 
     // Registers a callback object, whose interface the service then asks for.
     static Bytes registration(uint64_t id, uint32_t object) {
@@ -49,7 +49,7 @@ class HostilePeerTest : public testing::Test {
         EXPECT_TRUE(client.waitForLine("got 08 01 10 07 1A 06 12 04 08 01 10 03"));
     }
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     EmulatorProcess mEmulator;
 };
 
@@ -75,7 +75,7 @@ TEST_F(HostilePeerTest, ConnectionsWithoutEndLeaveMemoryAndDescriptorsToOthers) 
     half.pop_back();
     std::vector<UniqueFd> hostile;
     for (int i = 0; i < 300; ++i) {
-        hostile.push_back(connectTo(mFolder.path(), kService));
+        hostile.push_back(connectTo(mDirectory.path(), kService));
         (void)sendAll(hostile.back(), hello());
         (void)sendAll(hostile.back(), half);
     }

@@ -12,7 +12,7 @@
 
 #include "tests/stress/ClientEvents.h"
 #include "tests/support/EmulatorProcess.h"
-#include "tests/support/SocketFolder.h"
+#include "tests/support/TestDirectory.h"
 
 // The library against an emulator of its own, and what the callbacks are called with.
 class LibraryTest : public testing::Test {
@@ -113,6 +113,6 @@ class LibraryTest : public testing::Test {
         return "filter " + std::to_string(id) + ": " + std::to_string(status);
     }
 
-    const SocketFolder mFolder;
+    const TestDirectory mDirectory;
     std::unique_ptr<EmulatorProcess> mEmulator;
 };

@@ -385,7 +385,7 @@ TEST_F(MisbehaviourTest, RefusedLeaveIsSurvived) {
 }
 
 TEST_F(MisbehaviourTest, RulesOfAScenarioComeFirst) {
-    const std::string path = mFolder.path() + "/scenario";
+    const std::string path = mDirectory.path() + "/scenario";
     std::ofstream(path) << "# the first answer is no answer\n"
                            "on set_latency_level nth 1: never\n"
                            "on set_latency_level nth 1: garbage ff  # in its place\n";

@@ -68,7 +68,7 @@ TEST_F(WholeServiceTest, FilterIsAddedListedUpdatedAndDeleted) {
 // What arrives at the other end of the link, byte by byte. The ids are those of a fresh process.
 TEST_F(WholeServiceTest, EveryRequestArrivesAsItIs) {
     srand(1);
-    const std::string path = mFolder.path() + "/record";
+    const std::string path = mDirectory.path() + "/record";
     serve({"--record", path});
     connect();
     ASSERT_EQ(askLevels(), 1804289383);

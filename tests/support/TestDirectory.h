@@ -6,12 +6,12 @@
 // Points this process and its children at an empty socket directory of their own, which the
 // destructor removes. To be made before the first use of the binder runtime, and before other
 // threads.
-class SocketFolder {
+class TestDirectory {
   public:
-    SocketFolder();
-    ~SocketFolder();
-    SocketFolder(const SocketFolder&) = delete;
-    SocketFolder& operator=(const SocketFolder&) = delete;
+    TestDirectory();
+    ~TestDirectory();
+    TestDirectory(const TestDirectory&) = delete;
+    TestDirectory& operator=(const TestDirectory&) = delete;
 
     const std::string& path() const { return mPath; }
 
