@@ -23,7 +23,7 @@ abi_by_value
 # Processes that die, who calls, files and the rights to them, as the kernel reports them.
 each platform_death
 platform_calls:*CallingIds*
-each platform_registry:*Folder*
+each platform_registry:*Directory*
 each platform_registry:*Take*
 # Skipped where there are no pseudo-terminals. Not those that want a shell which leaves the modes alone.
 sdfctl_terminal:-*Stopped*
