@@ -13,8 +13,9 @@
 
 #include "platform/linux/src/LocalLink.h"
 #include "platform/linux/src/PeerAccount.h"
+#include "tests/platform/CountedObject.h"
+#include "tests/platform/RawPeer.h"
 #include "tests/support/AllocationLimit.h"
-#include "tests/support/Eventually.h"
 #include "tests/utils/SystemCalls.h"
 
 namespace {
@@ -38,6 +39,35 @@ TEST(NoMemory, DeathIsReportedAllTheSame) {
     }
     EXPECT_TRUE(died.waitFor(1));
     EXPECT_FALSE(AIBinder_isAlive(root.get()));
+}
+
+// Proxies that were made before memory ran out end with the call, on the thread that reads it.
+TEST(NoMemory, CallWithObjectsEndsTheConnection) {
+    ABinderProcess_startThreadPool();
+    static int ended = 0;  // a pool thread may be the last to hold the object
+    const ndk::SpAIBinder service = makeCounted(&ended);
+    const ObjectEntry object{kOwnedBySender, 0, 1, 0, 0};
+    ObjectEntry other = object;
+    other.handle = 2;
+    Bytes bytes = hello();
+    appendCall(
+        &bytes, 1, 0, kPingCode, 0, {1},
+        payloadOf(Bytes(2 * sizeof(ObjectEntry)), {0, sizeof(ObjectEntry)}, {object, other}));
+    long refused = 0;
+    for (bool served = false; !served; ++refused) {
+        std::array<int, 2> ends{};
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()),
+                  0);
+        const UniqueFd peer(ends[1]);
+        const auto link = std::make_shared<LocalLink>(UniqueFd(ends[0]), refTo(service.get()));
+        ASSERT_TRUE(sendAll(peer, bytes));
+        {
+            const AllocationLimit one(refused, AllocationLimit::kNextOnly);
+            link->onReady(EPOLLIN);
+        }
+        served = link->isAlive();
+    }
+    EXPECT_GT(refused, 8);  // the call, its bytes, two proxies with their entries, what carries it
 }
 
 TEST(NoMemory, AccountOfAPeerIsRefused) {

@@ -325,13 +325,12 @@ void LocalLink::onFrame(FrameKind kind, const uint8_t* body, size_t size) {
 
 void LocalLink::onCall(CallFrame&& frame, size_t size) {
     BinderRef target;
-    std::unique_ptr<AParcel> in;
     {
         const MutexLock lock(mLock);
         target = refTo(&mObjects.exported(frame.handle, "a call of an object it does not hold"));
         mFlow.receive(frame.oneway(), size);
-        in = importParcel(frame.payload);
     }
+    std::unique_ptr<AParcel> in = importParcel(frame.payload);
     auto call = std::make_unique<IncomingCall>(shared_from_this(), std::move(frame), size,
                                                std::move(target), std::move(in));
     if (call->oneway()) {
@@ -347,11 +346,13 @@ void LocalLink::onCall(CallFrame&& frame, size_t size) {
 }
 
 std::unique_ptr<AParcel> LocalLink::importParcel(const Payload& payload) {
-    // All of it first: what is received must not be dropped again on this thread.
-    for (size_t i = 0; i < payload.offsets.size(); ++i) mObjects.check(payload.object(i));
     std::vector<uint8_t> bytes(payload.data, payload.data + payload.size);
     std::vector<AParcel::Object> objects;
     objects.reserve(payload.offsets.size());
+    // Locked behind them: without memory for all, the proxies made so far end, which locks it too.
+    const MutexLock lock(mLock);
+    // All of it first: what is received must not be dropped again on this thread.
+    for (size_t i = 0; i < payload.offsets.size(); ++i) mObjects.check(payload.object(i));
     for (size_t i = 0; i < payload.offsets.size(); ++i) {
         const uint32_t offset = payload.offsets[i];
         objects.push_back({offset, mObjects.receive(payload.object(i), shared_from_this())});
@@ -362,11 +363,7 @@ std::unique_ptr<AParcel> LocalLink::importParcel(const Payload& payload) {
 }
 
 void LocalLink::onReply(const ReplyFrame& frame) {
-    std::unique_ptr<AParcel> reply;
-    {
-        const MutexLock lock(mLock);
-        reply = importParcel(frame.payload);
-    }
+    std::unique_ptr<AParcel> reply = importParcel(frame.payload);
     const binder_status_t status = knownStatus(frame.status);
     if (PendingCalls::instance().finish(this, frame.id, status, &reply)) return;
     discard(std::move(reply));

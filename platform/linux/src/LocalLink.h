@@ -76,14 +76,14 @@ class LocalLink final : public Link,
     // Sends a frame without which the two ends would count differently ever after.
     template <typename Append>
     void sendControl(Append&& append) noexcept LUM_REQUIRES(mLock);
-    std::unique_ptr<AParcel> importParcel(const Payload& payload) LUM_REQUIRES(mLock);
 
-    // On the I/O thread. Throw MalformedFrame.
+    // On the I/O thread. Throw MalformedFrame and std::bad_alloc.
     bool receive();
     void onFrame(FrameKind kind, const uint8_t* body, size_t size);
     void onCall(CallFrame&& frame, size_t size);
     void onReply(const ReplyFrame& frame);
     void onRelease(const ReleaseFrame& frame);
+    std::unique_ptr<AParcel> importParcel(const Payload& payload);
     void end() noexcept;
 
     const ucred mPeer;
