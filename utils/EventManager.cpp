@@ -332,7 +332,7 @@ bool EventManager::carryOutNext() {
     } else {
         close(removal.mFd);
     }
-    LUM_LOGD("Closed %d", removal.mFd);
+    if (!disowned) LUM_LOGD("Closed %d", removal.mFd);
     return true;
 }
 

@@ -27,7 +27,7 @@ void PendingRemovals::add(const EventManagerUpdate& removal) {
 
 void PendingRemovals::disown(int fd) {
     for (Entry& entry : mEntries) {
-        if (entry.removal.mFd != fd) continue;
+        if (entry.removal.mFd != fd || entry.state == Entry::State::kDone) continue;
         entry.disowned = true;
         if (entry.removal.mDone == nullptr) entry.removal.mCloseFd = false;
     }
@@ -53,7 +53,9 @@ bool PendingRemovals::next(EventManagerUpdate* removal, bool* disowned) {
 void PendingRemovals::end() {
     const auto isDone = [](const Entry& entry) { return entry.state == Entry::State::kDone; };
     for (const Entry& entry : mEntries) {
-        if (isDone(entry)) LUM_LOGD("Clearing local update FD:%d", entry.removal.mFd);
+        if (isDone(entry) && !entry.disowned) {
+            LUM_LOGD("Clearing local update FD:%d", entry.removal.mFd);
+        }
     }
     mEntries.erase(std::remove_if(mEntries.begin(), mEntries.end(), isDone), mEntries.end());
 }
