@@ -67,9 +67,9 @@ class SdkClientBase : public lum::utils::LumEventHandler<std::shared_ptr<SdkClie
     // (SignalMask.h); `type` names who starts it. When it returns, the first event is queued, the
     // loop runs and its thread owns the gate: a teardown that follows at once waits for it. Throws
     // the standard library's exception when there is no thread or no memory, and then nothing runs.
-    // self: owns this object; the thread keeps it until it has released the gate. running: called
-    // on the SDK thread before the first event is handled, when nothing can fail any more; lives as
-    // long as the call.
+    // self: owns this object; the thread keeps it until it has released the gate.
+    // running: called on the SDK thread before the first event is handled, when nothing can fail
+    // any more; lives as long as the call.
     void start(LumSdkClientType type, std::shared_ptr<SdkClientEvent> event,
                std::shared_ptr<SdkClientBase> self, const std::function<void()>& running);
 

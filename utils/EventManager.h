@@ -45,10 +45,12 @@ class LUM_EXPORT EventManager {
     // data: passed to both callbacks; not owned; must live until the handler is gone.
     // closeCallback: may be null. Called with (fd, data), in removeEventHandler, only when the
     // event thread could not be notified of the removal. It must not close fd: the removal stays
-    // queued. events: epoll event bits, EPOLLIN | EPOLLHUP as a rule. Returns true when fd is being
-    // watched, false when it was already or epoll refuses it. Throws std::bad_alloc, having changed
-    // nothing. A number that was closed and given out anew while its removal was still pending may
-    // be added again; the old removal then leaves it alone, but its done function is still called.
+    // queued.
+    // events: epoll event bits, EPOLLIN | EPOLLHUP as a rule.
+    // Returns true when fd is being watched, false when it was already or epoll refuses it. Throws
+    // std::bad_alloc, having changed nothing.
+    // A number that was closed and given out anew while its removal was still pending may be added
+    // again; the old removal then leaves it alone, but its done function is still called.
     bool addEventHandler(int fd, void (*eventCallback)(int, void*), void* data,
                          void (*closeCallback)(int, void*), int events);
 
@@ -66,9 +68,9 @@ class LUM_EXPORT EventManager {
 
     // One pass: waits for the earliest timed callback, a ready descriptor or wake(), runs the timed
     // callbacks that are due, then the callbacks of at most four descriptors, then pending
-    // removals. timer: used by this call only; null waits without limit and runs no timed
-    // callbacks. Exceptions of event callbacks and done functions pass through; the next call goes
+    // removals. Exceptions of event callbacks and done functions pass through; the next call goes
     // on after them.
+    // timer: used by this call only; null waits without limit and runs no timed callbacks.
     void processEvents(LumTimer* timer);
 
     // Makes a processEvents that waits, or else the next one, return from its wait.

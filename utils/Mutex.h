@@ -23,7 +23,7 @@
 #define LUM_RELEASE(...) LUM_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 // A function: returns this lock.
 #define LUM_RETURNS(lock) LUM_THREAD_ANNOTATION(lock_returned(lock))
-// A function that reads what is guarded without the lock, as its comment says.
+// A function that touches what is guarded without the lock, as its comment says.
 #define LUM_UNCHECKED LUM_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace lum::utils {
