@@ -321,7 +321,8 @@ SDF_API long long createSdfClient(SdfStatusV2Cb cb);
 /// callback on the library's thread it does not wait.
 ///
 /// @return 0; -5 when there is no client, or no link, or another thread is destroying it already;
-///         -3 when memory runs out: the client stays, without this function's status callback
+///         -3 when memory runs out: the client stays, perhaps without this function's status
+///         callback; destroy or create again
 SDF_API long long destroySdfClient(void);
 
 /// createSdfClient() for the older status codes, on the same client: a client has one callback of
