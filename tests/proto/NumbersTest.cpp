@@ -27,7 +27,7 @@ bool decode(google::protobuf::MessageLite& message, const std::string& hex) {
 // A field of type T. The signed 32-bit types take ten bytes for -1, uint32_t takes five at most.
 template <typename T, typename Message, typename Get, typename Set>
 void expectField(const std::string& tag, Get Message::*get, Set Message::*set) {
-    static_assert(std::is_same_v<Get Message::*, T (Message::*)() const>, "another type");
+    EXPECT_TRUE((std::is_same_v<Get Message::*, T (Message::*)() const>)) << "type of " << tag;
     const bool wide = !std::is_same_v<T, uint32_t>;
     const auto value = static_cast<T>(-1);
     const std::string hex = tag + (std::is_same_v<T, bool> ? " 01"
