@@ -238,9 +238,10 @@ int main(int argc, char** argv) {
         puts("lum_sdf_demo (lum SDF) " LUM_SDF_SDK_VERSION);
         return 0;
     }
-    if (argc > 2) {
-        fprintf(stderr, "usage: lum_sdf_demo [PROGRAM_OF_THE_SERVICE]\n");
-        return 2;
+    const bool help = argc == 2 && strcmp(argv[1], "--help") == 0;
+    if (help || argc > 2) {
+        fputs("usage: lum_sdf_demo [PROGRAM_OF_THE_SERVICE]\n", help ? stdout : stderr);
+        return help ? 0 : 2;
     }
     setvbuf(stdout, NULL, _IOLBF, BUFSIZ);  // lines come as they happen, into a pipe too
     sigemptyset(&signals);

@@ -196,6 +196,12 @@ TEST(DemoTest, WithoutAnArgumentItLooksForTheEmulator) {
     EXPECT_EQ(demo.errorLines(), Lines{});
 }
 
+TEST(DemoTest, SaysHowItIsUsed) {
+    ChildProcess demo({LUM_DEMO_PROGRAM, "--help"});
+    EXPECT_EQ(demo.wait(), 0);
+    EXPECT_EQ(demo.lines(), Lines{"usage: lum_sdf_demo [PROGRAM_OF_THE_SERVICE]"});
+}
+
 TEST(DemoTest, VersionIsThatOfTheHeader) {
     ChildProcess demo({LUM_DEMO_PROGRAM, "--version"});
     EXPECT_EQ(demo.wait(), 0);
