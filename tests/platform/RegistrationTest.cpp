@@ -17,28 +17,15 @@
 #include "platform/linux/src/LocalLink.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/RemoteBinder.h"
-#include "platform/linux/src/ThreadPool.h"
 #include "platform/linux/src/UniqueFd.h"
 #include "tests/platform/DeathEvents.h"
+#include "tests/platform/FunctionWork.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TestDirectory.h"
 
 namespace {
 
 using Log = std::vector<std::string>;
-
-class FunctionWork final : public Work {
-  public:
-    explicit FunctionWork(std::function<void()> body) : mBody(std::move(body)) {}
-    void run() override { mBody(); }
-
-  private:
-    const std::function<void()> mBody;
-};
-
-void post(std::function<void()> body) {
-    ThreadPool::instance().post(std::make_unique<FunctionWork>(std::move(body)));
-}
 
 // All that has been posted so far is done then: the pool has one thread here.
 void waitForPool() {

@@ -21,6 +21,7 @@
 #include "platform/linux/src/IoThread.h"
 #include "platform/linux/src/ThreadPool.h"
 #include "platform/linux/src/UniqueFd.h"
+#include "tests/platform/FunctionWork.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/PeerProcess.h"
 #include "tests/support/Eventually.h"
@@ -68,15 +69,6 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(
 }
 
 namespace {
-
-class FunctionWork final : public Work {
-  public:
-    explicit FunctionWork(std::function<void()> body) : mBody(std::move(body)) {}
-    void run() override { mBody(); }
-
-  private:
-    const std::function<void()> mBody;
-};
 
 class ThreadPoolTest : public testing::Test {
   protected:
