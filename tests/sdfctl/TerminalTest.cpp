@@ -74,10 +74,7 @@ TEST_F(TerminalTest, AsksForLinesUntilTheEnd) {
     EXPECT_TRUE(terminal->waitFor("createSdfClient() = 0 (success)\r\n"));
     EXPECT_TRUE(terminal->waitFor("event levels: id=1804289383 first=level-1 second=level-3\r\n"));
     EXPECT_TRUE(terminal->waitFor(kPrompt));
-    // The prompt comes a little before the terminal passes every key on; a completion comes after.
-    terminal->type("he\t");
-    EXPECT_TRUE(terminal->waitFor("lp "));
-    terminal->type("\x15\x04");  // clears the line, ends the input
+    terminal->type("\x04");
     EXPECT_TRUE(terminal->waitFor("destroySdfClient() = 0 (success)\r\n"));
     EXPECT_EQ(terminal->wait(), 0);
 }

@@ -134,6 +134,8 @@ bool Terminal::nextLine(std::string& line) {
     int length = 0;
     maskJobSignals(SIG_BLOCK);
     el_resize(mLine.get());
+    // Before the prompt: a key that ends the input is lost if the terminal still takes it itself.
+    el_set(mLine.get(), EL_PREP_TERM, 1);
     mTyping = true;
     const char* const text = el_gets(mLine.get(), &length);
     mTyping = false;
