@@ -30,6 +30,9 @@ std::string ownPid() {
 // ADD_FILTER with the id 7, from ::1 to ::2, and two bytes to follow in the description.
 constexpr char kAddFilter[] = "08 04 10 07 1A 0E 32 0C 0A 03 3A 3A 31 12 03 3A 3A 32 ";
 constexpr char kFilterAdded[] = "08 03 10 07 1A 10 22 0E 0A 0C 08 07 10 01 1A 06 61 63 74 69 76 65";
+constexpr char kGetFilters[] = "08 05";
+constexpr char kOneFilter[] = "08 04 1A 10 2A 0E 12 0C 08 07 10 01 1A 06 61 63 74 69 76 65";
+constexpr char kNoFilters[] = "08 04 1A 02 2A 00";
 
 // The answer to it when there is a filter 7 already.
 std::string idInUse() {
@@ -98,18 +101,6 @@ TEST_F(EmulatorTest, AnswersCarryTypeIdAndLevelsOfTheRequest) {
     EXPECT_EQ(mEmulator.terminate(), 0);
 }
 
-TEST_F(EmulatorTest, AnswersComeInTheOrderOfTheRequests) {
-    const EmulatorClient client;
-    Blobs expected;
-    expected.reserve(100);
-    for (int id = 1; id <= 100; ++id) {
-        const std::string idHex = toHex(std::vector<uint8_t>{static_cast<uint8_t>(id)});
-        ASSERT_TRUE(client.send("08 01 10 " + idHex + " 1A 04 1A 02 18 05").isOk());
-        expected.push_back({5, "08 01 10 " + idHex + " 1A 04 12 02 10 05"});
-    }
-    EXPECT_EQ(client.inbox().waitFor(100), expected);
-}
-
 TEST_F(EmulatorTest, DisableLetsTheCallbackObjectGo) {
     EmulatorClient client;
     ASSERT_TRUE(client.send(kEnable).isOk());
@@ -127,14 +118,20 @@ TEST_F(EmulatorTest, DisableLetsTheCallbackObjectGo) {
     EXPECT_TRUE(silent.inbox().waitForEnd());
 }
 
-TEST_F(EmulatorTest, CallbackSharedByTwoFeaturesStaysUntilBothHaveLeft) {
+TEST_F(EmulatorTest, FeaturesThatShareACallbackHaveFiltersOfTheirOwnAndLeaveOnTheirOwn) {
     EmulatorClient client;
-    ASSERT_TRUE(client.send(kEnable, 5).isOk());
-    ASSERT_TRUE(client.send(kEnable, 3).isOk());
+    for (const int feature : {5, 3}) {
+        ASSERT_TRUE(client.send(kEnable, feature).isOk());
+        ASSERT_TRUE(client.send(std::string(kAddFilter) + "18 01", feature).isOk());
+    }
+    EXPECT_EQ(client.inbox().waitFor(4),
+              (Blobs{{5, kServiceUp}, {5, kFilterAdded}, {3, kServiceUp}, {3, kFilterAdded}}));
+    EXPECT_EQ(mEmulator.stats().filters, 2U);
     ASSERT_TRUE(client.send(kDisable, 3).isOk());
+    EXPECT_EQ(mEmulator.stats().filters, 1U);
     EXPECT_EQ(mEmulator.stats().clients, 1U);
-    ASSERT_TRUE(client.send(kSetLevels, 5).isOk());
-    EXPECT_EQ(client.inbox().waitFor(3), (Blobs{{5, kServiceUp}, {3, kServiceUp}, {5, kLevels}}));
+    ASSERT_TRUE(client.send(kGetFilters, 5).isOk());
+    EXPECT_EQ(client.inbox().waitFor(5).back(), (Inbox::Blob{5, kOneFilter}));
     client.drop();
     ASSERT_TRUE(client.send(kDisable, 5).isOk());
     EXPECT_TRUE(client.inbox().waitForEnd());
@@ -154,60 +151,28 @@ TEST_F(EmulatorTest, RequestsBelongToTheLatestClientOfAProcess) {
     EXPECT_EQ(second.inbox().waitFor(1).size(), 1U);
 }
 
-// A process that replaces its client: the old one's disable may come after the new one's enable.
-TEST_F(EmulatorTest, DisableBelongsToTheFirstClientOfAProcess) {
+// A process that replaces its client: what the old one had does not come to the new one, and its
+// disable may come after the new one's enable.
+TEST_F(EmulatorTest, DisableBelongsToTheFirstClientOfAProcessAndFiltersToNoOtherOne) {
     EmulatorClient before;
     ASSERT_TRUE(before.send(kEnable).isOk());
-    before.inbox().waitFor(1);
+    ASSERT_TRUE(before.send(std::string(kAddFilter) + "18 01").isOk());
+    EXPECT_EQ(before.inbox().waitFor(2).size(), 2U);
     EmulatorClient after;
     ASSERT_TRUE(after.send(kEnable).isOk());
+    ASSERT_TRUE(after.send(kGetFilters).isOk());
+    EXPECT_EQ(after.inbox().waitFor(2), (Blobs{{5, kServiceUp}, {5, kNoFilters}}));
     before.drop();
     ASSERT_TRUE(before.send(kDisable).isOk());
     EXPECT_TRUE(before.inbox().waitForEnd());
+    EXPECT_EQ(mEmulator.stats().filters, 0U);
+    EXPECT_EQ(mEmulator.stats().clients, 1U);
     ASSERT_TRUE(after.send(kSetLevels).isOk());
-    EXPECT_EQ(after.inbox().waitFor(2), (Blobs{{5, kServiceUp}, {5, kLevels}}));
+    EXPECT_EQ(after.inbox().waitFor(3).back(), (Inbox::Blob{5, kLevels}));
     after.drop();
     ASSERT_TRUE(after.send(kDisable).isOk());
     EXPECT_TRUE(after.inbox().waitForEnd());
     EXPECT_EQ(mEmulator.stats().clients, 0U);
-}
-
-TEST_F(EmulatorTest, ClientThatDiesIsDropped) {
-    const auto client = startClient();
-    client->writeLine(std::string("5 1 ") + kEnable);
-    ASSERT_TRUE(client->waitForLine(std::string("got ") + kServiceUp));
-    EXPECT_EQ(mEmulator.stats().clients, 1U);
-    const std::string died = "died pid=" + std::to_string(client->pid());
-    EXPECT_EQ(client->kill(), 128 + SIGKILL);
-    EXPECT_TRUE(mEmulator.process().waitForLine(died));
-    EXPECT_TRUE(mEmulator.waitForClients(0));
-    EXPECT_EQ(mEmulator.terminate(), 0);
-}
-
-TEST_F(EmulatorTest, ClientsOfSeveralProcessesGetTheirOwnAnswers) {
-    std::vector<std::unique_ptr<ChildProcess>> clients;
-    clients.reserve(5);
-    for (int i = 0; i < 5; ++i) clients.push_back(startClient());
-    EXPECT_EQ(mEmulator.stats().clients, 5U);
-    for (const auto& client : clients) client->writeLine(std::string("5 1 ") + kEnable);
-    for (size_t i = 0; i < clients.size(); ++i) {
-        const std::string id = toHex(std::vector<uint8_t>{static_cast<uint8_t>(i + 1)});
-        clients[i]->writeLine("5 2 08 01 10 " + id + " 1A 04 1A 02 18 01");
-    }
-    for (size_t i = 0; i < clients.size(); ++i) {
-        const std::string id = toHex(std::vector<uint8_t>{static_cast<uint8_t>(i + 1)});
-        EXPECT_TRUE(clients[i]->waitForLine("got 08 01 10 " + id + " 1A 04 12 02 10 01"));
-        EXPECT_EQ(clients[i]->lines().size(), 3U);
-    }
-    clients[2]->kill();
-    EXPECT_TRUE(mEmulator.waitForClients(4));
-    for (const auto& client : clients) {
-        client->closeInput();
-        if (client == clients[2]) continue;
-        EXPECT_EQ(client->wait(), 0);
-    }
-    EXPECT_TRUE(mEmulator.waitForClients(0));
-    EXPECT_EQ(mEmulator.terminate(), 0);
 }
 
 // Each adds the same filters under the same ids: they are no one else's duplicates.
@@ -224,48 +189,21 @@ TEST_F(EmulatorTest, ClientsHaveFiltersOfTheirOwnUntilTheyLeaveOrDie) {
     EXPECT_EQ(mEmulator.stats().filters, 3U);
     // Deleting one's own leaves the others'; 0A is DELETE_ALL_FILTER.
     clients[0]->writeLine("5 2 08 0A");
-    clients[0]->writeLine("5 3 08 05");
-    EXPECT_TRUE(clients[0]->waitForLine("got 08 04 1A 02 2A 00"));
+    clients[0]->writeLine(std::string("5 3 ") + kGetFilters);
+    EXPECT_TRUE(clients[0]->waitForLine(std::string("got ") + kNoFilters));
     EXPECT_EQ(mEmulator.stats().filters, 2U);
+    const std::string died = "died pid=" + std::to_string(clients[1]->pid());
     clients[1]->kill();
+    EXPECT_TRUE(mEmulator.process().waitForLine(died));
     EXPECT_TRUE(mEmulator.waitForStats(
         [](const EmulatorProcess::Stats& now) { return now.clients == 2 && now.filters == 1; }));
-    clients[2]->writeLine("5 3 08 05");
-    EXPECT_TRUE(
-        clients[2]->waitForLine("got 08 04 1A 10 2A 0E 12 0C 08 07 10 01 1A 06 61 63 74 69 76 65"));
+    clients[2]->writeLine(std::string("5 3 ") + kGetFilters);
+    EXPECT_TRUE(clients[2]->waitForLine(std::string("got ") + kOneFilter));
     // It leaves.
     clients[2]->writeLine(std::string("5 3 ") + kDisable);
     EXPECT_TRUE(mEmulator.waitForStats(
         [](const EmulatorProcess::Stats& now) { return now.clients == 1 && now.filters == 0; }));
     EXPECT_EQ(mEmulator.terminate(), 0);
-}
-
-TEST_F(EmulatorTest, FeaturesOfAClientHaveFiltersOfTheirOwn) {
-    const EmulatorClient client;
-    ASSERT_TRUE(client.send(std::string(kAddFilter) + "18 01", 5).isOk());
-    ASSERT_TRUE(client.send(std::string(kAddFilter) + "18 01", 3).isOk());
-    EXPECT_EQ(client.inbox().waitFor(2), (Blobs{{5, kFilterAdded}, {3, kFilterAdded}}));
-    EXPECT_EQ(mEmulator.stats().filters, 2U);
-    ASSERT_TRUE(client.send(kDisable, 3).isOk());
-    EXPECT_EQ(mEmulator.stats().filters, 1U);
-    EXPECT_EQ(mEmulator.stats().clients, 1U);
-    ASSERT_TRUE(client.send("08 05", 5).isOk());
-    EXPECT_EQ(client.inbox().waitFor(3).back(),
-              (Inbox::Blob{5, "08 04 1A 10 2A 0E 12 0C 08 07 10 01 1A 06 61 63 74 69 76 65"}));
-}
-
-// A process that replaces its client: what the old one had does not come to the new one.
-TEST_F(EmulatorTest, NewClientOfAProcessBeginsWithoutFilters) {
-    EmulatorClient before;
-    ASSERT_TRUE(before.send(kEnable).isOk());
-    ASSERT_TRUE(before.send(std::string(kAddFilter) + "18 01").isOk());
-    EXPECT_EQ(before.inbox().waitFor(2).size(), 2U);
-    const EmulatorClient after;
-    ASSERT_TRUE(after.send("08 05").isOk());
-    EXPECT_EQ(after.inbox().waitFor(1), (Blobs{{5, "08 04 1A 02 2A 00"}}));
-    ASSERT_TRUE(before.send(kDisable).isOk());
-    EXPECT_EQ(mEmulator.stats().filters, 0U);
-    EXPECT_EQ(mEmulator.stats().clients, 1U);
 }
 
 TEST_F(EmulatorTest, WhatIsNoRequestIsRefused) {
@@ -287,25 +225,6 @@ TEST_F(EmulatorTest, WhatIsNoRequestIsRefused) {
     expectGoesOn(client);
 }
 
-TEST_F(EmulatorTest, UnknownRequestsAreAcceptedAndNotAnswered) {
-    const EmulatorClient client;
-    ASSERT_TRUE(client.send("08 63").isOk());  // 99, which is no request
-    ASSERT_TRUE(client.send(kEnable).isOk());
-    EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
-    EXPECT_TRUE(mEmulator.process().waitForLine("notice: ignored a request, " + ownPid() +
-                                                ": event 99 is not known here"));
-}
-
-TEST_F(EmulatorTest, RequestOfAProcessWithoutCallbackIsNotAnswered) {
-    const auto service = findService();
-    ASSERT_NE(service, nullptr);
-    ASSERT_TRUE(service->sendBlob(LumSdkType::SDF, fromHex(kSetLevels)).isOk());
-    EXPECT_TRUE(mEmulator.process().waitForLine("notice: no callback registered, " + ownPid() +
-                                                ": SET_LATENCY_LEVEL is not answered"));
-    ASSERT_TRUE(service->sendBlob(LumSdkType::SDF, fromHex(kDisable)).isOk());
-    EXPECT_EQ(mEmulator.terminate(), 0);
-}
-
 TEST_F(EmulatorTest, WhatIsNoCallbackIsRefused) {
     const EmulatorClient client;
     ILumService& service = client.service();
@@ -314,31 +233,9 @@ TEST_F(EmulatorTest, WhatIsNoCallbackIsRefused) {
                                                 ": no callback object"));
     // The service itself: an object, but no callback.
     expectNoCallback(registerBinder(service, service.asBinder().get()));
-    expectGoesOn(client);
-}
-
-TEST_F(EmulatorTest, CallbackRegisteredTwiceIsOneClient) {
-    const EmulatorClient client;
+    // The same one again: that is no other client.
     ASSERT_TRUE(client.registerAgain().isOk());
-    EXPECT_EQ(mEmulator.stats().clients, 1U);
-    ASSERT_TRUE(client.send(kEnable).isOk());
-    ASSERT_TRUE(client.send(kSetLevels).isOk());
-    EXPECT_EQ(client.inbox().waitFor(2), (Blobs{{5, kServiceUp}, {5, kLevels}}));
-}
-
-TEST_F(EmulatorTest, ServesAnewAfterItWasKilled) {
-    {
-        const EmulatorClient client;
-        ASSERT_TRUE(client.send(kEnable).isOk());
-        EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
-        mEmulator.kill();
-        EXPECT_EQ(client.send(kEnable).getStatus(), STATUS_DEAD_OBJECT);
-    }
-    mEmulator.restart();
-    EXPECT_EQ(mEmulator.stats().clients, 0U);
-    const EmulatorClient client;
-    ASSERT_TRUE(client.send(kEnable).isOk());
-    EXPECT_EQ(client.inbox().waitFor(1), (Blobs{{5, kServiceUp}}));
+    expectGoesOn(client);
 }
 
 // The client of another process stops before the flood comes, and reads nothing of it.
@@ -390,12 +287,12 @@ TEST(EmulatorListTest, ListThatFitsIsDeliveredAndALongerOneIsReported) {
     // Few enough to fit beside what the client has received and not yet said so.
     addLongest(client, 0, 10000);
     client.inbox().waitFor(10000);
-    ASSERT_TRUE(client.send("08 05").isOk());
+    ASSERT_TRUE(client.send(kGetFilters).isOk());
     const std::string list = client.inbox().waitFor(10001).back().hex;
     EXPECT_EQ((list.size() + 1) / 3, 10000U * 36 + 10);
     addLongest(client, 10000, 4600);
     EXPECT_EQ(emulator.stats().filters, 14600U);
-    ASSERT_TRUE(client.send("08 05").isOk());
+    ASSERT_TRUE(client.send(kGetFilters).isOk());
     EXPECT_TRUE(emulator.process().waitForLine(
         "notice: not delivered, pid=" + std::to_string(getpid()) +
         ": GET_FILTER_CB of 525610 bytes: too much; all that is on its way to a client may have "

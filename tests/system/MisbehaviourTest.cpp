@@ -22,6 +22,12 @@ constexpr char kFailed[] = "status -3";
 
 class MisbehaviourTest : public LibraryTest {
   protected:
+    // Serves by these rules, and connects.
+    void connectBy(const Lines& rules) {
+        serveBy(rules);
+        connect();
+    }
+
     // Brings a service up that has been lost, and shows that everything is as at first.
     static void recover() {
         forgetClientEvents();
@@ -30,22 +36,18 @@ class MisbehaviourTest : public LibraryTest {
         EXPECT_EQ(reportedSoFar(), Lines{kUp});
     }
 
+    // Leaves the service, so that the next one starts from nothing.
+    void end() {
+        EXPECT_EQ(destroySdfClient(), 0);
+        EXPECT_EQ(mEmulator->terminate(), 0);
+        forgetClientEvents();
+    }
+
     bool waitForNotAnswered(size_t times = 1) {
         return mEmulator->process().waitForLine(
             "notice: no callback registered, pid=" + std::to_string(getpid()) +
                 ": ENABLE is not answered",
             times);
-    }
-
-    // Makes the first latency request, which the service answers wrongly, and shows that its
-    // callback is not called while the second one's is.
-    void expectNoAnswer(const std::string& actions) {
-        serveBy({"on set_latency_level nth 1: " + actions});
-        connect();
-        ASSERT_GT(askLevels(), 0);
-        EXPECT_EQ(reportedSoFar(), Lines{}) << actions;
-        EXPECT_EQ(destroySdfClient(), 0);
-        EXPECT_EQ(mEmulator->terminate(), 0);
     }
 };
 
@@ -65,23 +67,10 @@ TEST_F(MisbehaviourTest, RefusedRequestIsReportedAndTakesTheClientDown) {
     EXPECT_EQ(reportedSoFar(), (Lines{"legacy status 5", kUp}));
 }
 
-TEST_F(MisbehaviourTest, EveryKindOfRequestCanBeRefused) {
-    serveBy({"on any from 2: refuse"});  // all but the first enable
-    connect();
-    ASSERT_EQ(sdfPrioritizeDds(true), 0);
-    ASSERT_TRUE(waitForText(kFailed));
-    EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
-    // The enable is refused too, and that is reported each time.
+// The link counts as made and the request is sent, but there is nobody to answer to.
+TEST_F(MisbehaviourTest, RefusedRegistrationLeavesTheClientWaitingUntilMadeAnew) {
+    serveBy({"on register nth 1: refuse"});
     ASSERT_EQ(createSdfClient(onStatus), 0);
-    ASSERT_TRUE(waitForText(kFailed, 2));
-    EXPECT_EQ(destroySdfClient(), 0);
-    EXPECT_EQ(clientTexts(), (Lines{kFailed, kFailed}));
-}
-
-TEST_F(MisbehaviourTest, RefusedRegistrationLeavesTheClientWaiting) {
-    serveBy({"on register: refuse"});
-    ASSERT_EQ(createSdfClient(onStatus), 0);
-    // The link counts as made and the request is sent, but there is nobody to answer to.
     EXPECT_TRUE(waitForNotAnswered());
     EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
     ASSERT_EQ(createSdfClient(onStatus), 0);
@@ -89,13 +78,6 @@ TEST_F(MisbehaviourTest, RefusedRegistrationLeavesTheClientWaiting) {
     EXPECT_EQ(destroySdfClient(), 0);
     EXPECT_EQ(clientTexts(), Lines{});
     EXPECT_EQ(mEmulator->stats().clients, 0U);
-}
-
-TEST_F(MisbehaviourTest, ClientMadeAnewRegistersAgain) {
-    serveBy({"on register nth 1: refuse"});
-    ASSERT_EQ(createSdfClient(onStatus), 0);
-    EXPECT_TRUE(waitForNotAnswered());
-    EXPECT_EQ(destroySdfClient(), 0);
     recover();
 }
 
@@ -125,31 +107,52 @@ TEST_F(MisbehaviourTest, LateServiceUpIsWaitedFor) {
     EXPECT_EQ(reportedSoFar(), Lines{kUp});
 }
 
-TEST_F(MisbehaviourTest, SecondAnswerIsDropped) {
-    serveBy({"on set_latency_level nth 1: twice", "on add_filter nth 1: twice"});
-    connect();
-    const long long id = askLevels();
-    EXPECT_EQ(reportedSoFar(), Lines{levels(id)});
-    const unsigned int filter = add(5000);
-    // The filter is known once.
-    EXPECT_EQ(sdfDeleteFilter(filter), 0);
-    EXPECT_EQ(sdfDeleteFilter(filter), SDF_V2_INVALID_ARG);
+// What is reported of the answer to a request for levels, beside the next one's right answer.
+TEST_F(MisbehaviourTest, AnswerThatIsNotAsItShouldBe) {
+    const struct {
+        const char* actions;
+        Lines reported;  // what comes behind the id of the request, or a status
+    } rows[] = {
+        {"never", {}},
+        {"wrong-id", {}},
+        {"no-body", {}},
+        {"never, unknown-event", {}},
+        {"mismatch add_filter_cb", {}},
+        {"never, garbage ff ff ff", {}},
+        {"never, garbage 0b 0c", {}},
+        {"truncate 5", {}},
+        {"truncate", {"2 1"}},  // cut before the second level: what has been read counts
+        {"empty-body", {"1 1"}},
+        {"twice", {"2 4"}},
+        {"flood 1000", {"2 4"}},
+        {"status SERVICE_UP", {"2 4", kUp}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.actions);
+        connectBy({std::string("on set_latency_level nth 1: ") + row.actions});
+        const long long id = askLevels();
+        Lines expected = row.reported;
+        if (!expected.empty()) expected[0] = levels(id, expected[0]);
+        EXPECT_EQ(reportedSoFar(), expected);
+        end();
+    }
 }
 
-TEST_F(MisbehaviourTest, SecondListAndSecondReportReachNobody) {
-    serveBy({"on get_filters: twice", "on get_priority_queue_report: twice"});
-    connect();
-    const unsigned int id = add(5000);
-    ASSERT_EQ(sdfGetFilters(onListed), 0);
-    EXPECT_EQ(reportedSoFar(),
-              Lines{"listed " + std::to_string(id) + ": 1, levels 2 4, ood 2, timer 50"});
-    ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
-    EXPECT_EQ(reportedSoFar().size(), 2U);
-}
-
-TEST_F(MisbehaviourTest, RequestWithoutAnAnswerIsForgottenWithTheClient) {
-    expectNoAnswer("never");
-    EXPECT_EQ(clientTexts(), Lines{});
+TEST_F(MisbehaviourTest, StatusThatTakesTheClientDown) {
+    const struct {
+        const char* action;
+        const char* reported;
+    } rows[] = {{"SERVICE_DOWN", kDown}, {"INTERNAL_ERROR", kFailed}, {"-1", "status -1"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.action);
+        connectBy({std::string("on set_latency_level nth 1: status ") + row.action});
+        const long long id = askLevels();
+        ASSERT_TRUE(waitForText(row.reported));
+        EXPECT_EQ(clientTexts(), (Lines{levels(id), row.reported}));
+        EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
+        recover();
+        end();
+    }
 }
 
 TEST_F(MisbehaviourTest, ServiceThatNeverSaysItIsUpIsNotUp) {
@@ -162,165 +165,12 @@ TEST_F(MisbehaviourTest, ServiceThatNeverSaysItIsUpIsNotUp) {
     EXPECT_EQ(clientTexts(), Lines{});
 }
 
-TEST_F(MisbehaviourTest, AnswersThatReachNobody) {
-    for (const char* const actions :
-         {"wrong-id", "no-body", "never, unknown-event", "never, unknown-event 7",
-          "never, unknown-event 2147483647", "mismatch status_ind",
-          "mismatch filter_status_indication", "mismatch add_filter_cb", "mismatch get_filter_cb",
-          "mismatch priority_queue_report_cb", "mismatch auto_filter_info_ind",
-          // No message at all; an empty one; a message that ends in the middle of its id; a body
-          // alone that is none.
-          "never, garbage ff ff ff", "never, garbage 00", "never, garbage 08 01 10 ff",
-          "never, garbage 1a 05 ff", "never, garbage 0b 0c"}) {
-        expectNoAnswer(actions);
-    }
-    // 08 01 10 and four or five bytes of the id; then comes the tag of the data.
-    for (int length = 0; length <= 8; ++length) {
-        expectNoAnswer("truncate " + std::to_string(length));
-    }
-}
-
-TEST_F(MisbehaviourTest, FilterAddedUnderAWrongIdIsNotKnown) {
-    serveBy({"on add_filter nth 1: wrong-id"});
-    connect();
-    const long long id = sdfAddFilter(flow(5000), onAdded);
-    ASSERT_GT(id, 0);
-    EXPECT_EQ(reportedSoFar(), Lines{});
-    EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(id)), SDF_V2_INVALID_ARG);
-    EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(id) + 1), SDF_V2_INVALID_ARG);
-    EXPECT_EQ(sdfDeleteAllFilter(), SDF_V2_INVALID_OPERATION);
-}
-
-TEST_F(MisbehaviourTest, AnswerMayBeThatOfAnotherRequest) {
-    // In a fresh process the first two ids are the first two numbers of rand(); the second request
-    // is answered in the name of the first.
-    serveBy(
-        {"on set_latency_level nth 1: never", "on set_latency_level nth 2: wrong-id 1804289383"});
-    connect();
-    ASSERT_EQ(askLevels(), 1804289383);
-    ASSERT_EQ(
-        sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_5, SDF_LATENCY_LVL_6, false, onLevels),
-        846930886);
-    EXPECT_EQ(reportedSoFar(), Lines{levels(1804289383, "5 6")});
-}
-
-TEST_F(MisbehaviourTest, AnyBytesAreSurvived) {
-    Lines rules;
-    for (int seed = 0; seed < 100; ++seed) {
-        rules.push_back("on set_latency_level nth 1: garbage random " +
-                        std::to_string(1 + seed * 7) + " " + std::to_string(seed));
-    }
-    serveBy(rules);
-    connect();
-    const long long id = askLevels();
-    ASSERT_TRUE(waitForText(levels(id)));
-    // Some of it may read as the loss of the service.
-    ASSERT_EQ(createSdfClient(onStatus), 0);
-    ASSERT_TRUE(waitForText(kUp));
-    reportedSoFar();
-}
-
-TEST_F(MisbehaviourTest, BodyOfAnotherEventLeavesTheCallbacksInPlace) {
-    // After each comes a right one, for which the callbacks must still be there: an add reply that
-    // is in the name of the first id of a fresh process, a list and a report of something with the
-    // number 7.
-    serveBy({"on add_filter nth 1: mismatch effective_levels_cb",
-             "on add_filter nth 2: wrong-id 1804289383",
-             "on get_filters: mismatch, garbage 08 04 1a 06 2a 04 12 02 08 07",
-             "on get_priority_queue_report: mismatch, garbage 08 05 1a 06 32 04 12 02 08 07"});
-    connect();
-    ASSERT_EQ(sdfAddFilter(flow(5000), onAdded), 1804289383);
-    EXPECT_EQ(reportedSoFar(), Lines{});
-    ASSERT_GT(sdfAddFilter(flow(5001), onAdded), 0);
-    EXPECT_EQ(reportedSoFar(), Lines{added(1804289383, SDF_FILTER_ACTIVE)});
-    ASSERT_EQ(sdfGetFilters(onListed), 0);
-    EXPECT_EQ(reportedSoFar(), Lines{"listed 7: 0, levels 1 1, ood 1, timer 0"});
-    ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
-    EXPECT_EQ(reportedSoFar(), Lines{"report 7: 0 0"});
-}
-
-TEST_F(MisbehaviourTest, EmptyBodyIsReadAsItsDefaults) {
-    serveBy({"on set_latency_level nth 1: empty-body", "on add_filter: empty-body",
-             "on get_filters: empty-body", "on get_priority_queue_report: empty-body",
-             "on en_high_perf_gaming: empty-body"});
-    connect();
-    ASSERT_EQ(sdfRegAutoFilterInfo(onAutoFilter), 0);
-    const long long id = askLevels();
-    const long long lost = sdfAddFilter(flow(5000), onAdded);
-    ASSERT_GT(lost, 0);
-    ASSERT_EQ(sdfGetFilters(onListed), 0);
-    ASSERT_EQ(sdfGetPriorityQueueReport(onReport), 0);
-    ASSERT_EQ(sdfEnHighPerfGaming(true), 0);
-    EXPECT_EQ(reportedSoFar(),
-              (Lines{levels(id, "1 1"), "auto filter 0: none#0 > none#0 0 0 0 0 0"}));
-    EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(lost)), SDF_V2_INVALID_ARG);
-}
-
-TEST_F(MisbehaviourTest, StatusWithAnEmptyBodyIsInvalidAndTakesTheClientDown) {
-    serveBy({"on enable nth 2: empty-body"});
-    connect();
-    ASSERT_EQ(createSdfClient(onStatus), 0);
-    ASSERT_TRUE(waitForText("status -1"));
-    EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
-    recover();
-}
-
-TEST_F(MisbehaviourTest, TruncatedAnswerIsReadAsFarAsItGoes) {
-    // Cut within the body, before the second level: what has been read counts.
-    serveBy({"on set_latency_level nth 1: truncate"});
-    connect();
-    const long long id = askLevels();
-    EXPECT_EQ(reportedSoFar(), Lines{levels(id, "2 1")});
-}
-
-TEST_F(MisbehaviourTest, FloodOfAnswersIsOneAnswer) {
-    serveBy({"on set_latency_level nth 1: flood 1000"});
-    connect();
-    const long long id = askLevels();
-    EXPECT_EQ(reportedSoFar(), Lines{levels(id)});
-}
-
 TEST_F(MisbehaviourTest, FloodOfIndicationsIsDeliveredWhole) {
     serveBy({"on enable nth 2: flood 1000"});
     connect();
     ASSERT_EQ(createSdfClient(onStatus), 0);
     ASSERT_TRUE(waitForText(kUp, 1000));
     EXPECT_EQ(reportedSoFar(), Lines(1000, kUp));
-}
-
-TEST_F(MisbehaviourTest, AnyStatusButUpTakesTheClientDown) {
-    const struct {
-        const char* status;
-        const char* reported;
-    } kCases[] = {{"INVALID", "status -1"},
-                  {"SUCCESS", "status 0"},
-                  {"INVALID_ARG", "status -2"},
-                  {"INTERNAL_ERROR", kFailed},
-                  {"NOT_SUPPORTED", "status -4"},
-                  {"INVALID_OPERATION", "status -5"},
-                  {"SERVICE_DOWN", kDown},
-                  {"INVALID_SLOT", "status -1"},
-                  {"42", "status -1"},
-                  {"-1", "status -1"}};
-    for (const auto& known : kCases) {
-        serveBy({std::string("on set_latency_level nth 1: status ") + known.status});
-        connect();
-        const long long id = askLevels();
-        ASSERT_TRUE(waitForText(known.reported)) << known.status;
-        EXPECT_EQ(clientTexts(), (Lines{levels(id), known.reported})) << known.status;
-        EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN) << known.status;
-        recover();
-        EXPECT_EQ(destroySdfClient(), 0);
-        EXPECT_EQ(mEmulator->terminate(), 0);
-        forgetClientEvents();
-    }
-}
-
-TEST_F(MisbehaviourTest, UnaskedServiceUpIsPassedOn) {
-    serveBy({"on set_latency_level nth 1: status SERVICE_UP"});
-    connect();
-    const long long id = askLevels();
-    EXPECT_EQ(reportedSoFar(), (Lines{levels(id), kUp}));
 }
 
 TEST_F(MisbehaviourTest, StatusBeforeTheFirstRequestIsPassedOn) {
@@ -331,30 +181,24 @@ TEST_F(MisbehaviourTest, StatusBeforeTheFirstRequestIsPassedOn) {
 }
 
 // The end of the service and of the request that it took along are reported on two threads.
-TEST_F(MisbehaviourTest, DeathBeforeTheAnswerIsReportedAsLossAndFailedRequest) {
-    serveBy({"on set_latency_level nth 2: die before"});
-    connect();
-    reportedSoFar();
-    ASSERT_GT(askLevels(), 0);
-    ASSERT_TRUE(waitForText(kDown));
-    ASSERT_TRUE(waitForText(kFailed));
-    EXPECT_EQ(clientTexts().size(), 2U);
-    EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
-    mEmulator->restart();
-    recover();
-}
-
-TEST_F(MisbehaviourTest, DeathAfterTheAnswerIsReportedAsWell) {
-    serveBy({"on set_latency_level nth 2: die after"});
-    connect();
-    reportedSoFar();
-    const long long id = askLevels();
-    ASSERT_TRUE(waitForText(levels(id)));
-    ASSERT_TRUE(waitForText(kDown));
-    ASSERT_TRUE(waitForText(kFailed));
-    EXPECT_EQ(clientTexts().size(), 3U);
-    mEmulator->restart();
-    recover();
+TEST_F(MisbehaviourTest, DeathBeforeOrAfterTheAnswerIsReportedAsLossAndFailedRequest) {
+    for (const bool answered : {false, true}) {
+        connectBy(
+            {std::string("on set_latency_level nth 2: die ") + (answered ? "after" : "before")});
+        reportedSoFar();
+        const long long id = askLevels();
+        ASSERT_GT(id, 0);
+        if (answered) {
+            ASSERT_TRUE(waitForText(levels(id)));
+        }
+        ASSERT_TRUE(waitForText(kDown));
+        ASSERT_TRUE(waitForText(kFailed));
+        EXPECT_EQ(clientTexts().size(), answered ? 3U : 2U);
+        EXPECT_EQ(askLevels(), SDF_V2_SERVICE_DOWN);
+        mEmulator->restart();
+        recover();
+        end();
+    }
 }
 
 TEST_F(MisbehaviourTest, DeathAtTheRegistrationIsReportedAndSurvived) {
@@ -363,8 +207,8 @@ TEST_F(MisbehaviourTest, DeathAtTheRegistrationIsReportedAndSurvived) {
     ASSERT_TRUE(waitForText(kDown));
     EXPECT_EQ(destroySdfClient(), 0);
     // How the enable ends depends on whether the loss was known by then.
-    for (const std::string& told : clientTexts()) {
-        EXPECT_TRUE(told == kDown || told == kFailed) << told;
+    for (const std::string& text : clientTexts()) {
+        EXPECT_TRUE(text == kDown || text == kFailed) << text;
     }
 }
 
