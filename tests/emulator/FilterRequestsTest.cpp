@@ -43,7 +43,13 @@ std::string indication(const std::string& id, const std::string& status, const s
     return "08 02 " + in("1A", in("1A", in("12", data(id, status, text))));
 }
 
+// ClientMsg { GET_FILTER_CB, get_filter_cb { filters { ... } } }
+std::string listed(const std::string& filter) {
+    return "08 04 " + in("1A", in("2A", in("12", filter)));
+}
+
 constexpr char kGetFilters[] = "08 05";
+constexpr char kDelete[] = "08 09 1A 04 52 02 08 07";
 constexpr char kNoFilters[] = "08 04 1A 02 2A 00";
 constexpr char kRegFilterStatus[] = "08 03 1A 04 2A 02 08 01";
 constexpr char kDeleteAll[] = "08 0A";
@@ -56,8 +62,7 @@ TEST_F(FilterRequestsTest, AddedFilterIsActiveAtOnce) {
     ASSERT_EQ(added("07", "01", "active"),
               "08 03 10 07 1A 10 22 0E 0A 0C 08 07 10 01 1A 06 61 63 74 69 76 65");
     EXPECT_EQ(ask(add("07")), Lines{added("07", "01", "active")});
-    EXPECT_EQ(ask(kGetFilters),
-              Lines{"08 04 " + in("1A", in("2A", in("12", data("07", "01", "active"))))});
+    EXPECT_EQ(ask(kGetFilters), Lines{listed(data("07", "01", "active"))});
     EXPECT_EQ(pass(100000), Lines{});
 }
 
@@ -73,12 +78,6 @@ TEST_F(FilterRequestsTest, ListHasAllFiltersInOrderOfAdditionWithTheirSettings) 
     EXPECT_EQ(ask("08 05 10 03"), Lines{"08 04 10 03 " + in("1A", in("2A", first + " " + second))});
 }
 
-TEST_F(FilterRequestsTest, DescriptionThatIsWrongIsRejected) {
-    // APP_TYPE 34.
-    EXPECT_EQ(ask(add("07", "60 22")), Lines{added("07", "06", "app_type is unknown")});
-    EXPECT_EQ(ask(kGetFilters), Lines{kNoFilters});
-}
-
 TEST_F(FilterRequestsTest, SameDescriptionIsADuplicateAsLongAsTheFilterLives) {
     ask(add("07"));
     EXPECT_EQ(ask(add("08")), Lines{added("08", "04", "the same as filter 7")});
@@ -87,14 +86,8 @@ TEST_F(FilterRequestsTest, SameDescriptionIsADuplicateAsLongAsTheFilterLives) {
     // An update does not make another filter of it.
     ask("08 07 1A 06 42 04 08 07 10 01");
     EXPECT_EQ(ask(add("09")), Lines{added("09", "04", "the same as filter 7")});
-    ask("08 09 1A 04 52 02 08 07");
+    ask(kDelete);
     EXPECT_EQ(ask(add("09")), Lines{added("09", "01", "active")});
-}
-
-TEST_F(FilterRequestsTest, IdInUseComesBeforeADuplicate) {
-    ask(add("07"));
-    ask(add("09", "18 01"));
-    EXPECT_EQ(ask(add("09")), Lines{added("09", "06", "unique_id is in use")});
 }
 
 TEST_F(FilterRequestsTest, LimitIsKept) {
@@ -105,7 +98,7 @@ TEST_F(FilterRequestsTest, LimitIsKept) {
     EXPECT_EQ(ask(add("09", "18 02")), Lines{added("09", "05", "no more than 2 filters")});
     // A duplicate is a duplicate first.
     EXPECT_EQ(ask(add("09")), Lines{added("09", "04", "the same as filter 7")});
-    ask("08 09 1A 04 52 02 08 07");
+    ask(kDelete);
     EXPECT_EQ(ask(add("09", "18 02")), Lines{added("09", "01", "active")});
 }
 
@@ -123,7 +116,7 @@ TEST_F(FilterRequestsTest, UserWithoutPermissionIsRejectedWhateverItAsks) {
     EXPECT_EQ(ask(kGetFilters), Lines{kNoFilters});
 }
 
-TEST_F(FilterRequestsTest, IdsThatCannotNameAFilterAreRejected) {
+TEST_F(FilterRequestsTest, IdsAndDescriptionsThatMakeNoFilterAreRejected) {
     EXPECT_EQ(
         ask(add("00")),
         Lines{"08 03 " +
@@ -137,6 +130,10 @@ TEST_F(FilterRequestsTest, IdsThatCannotNameAFilterAreRejected) {
               in("1A", in("22", in("0A", data("07", "06", "unique_id is not 1 to 4294967295"))))});
     ask(add("07"));
     EXPECT_EQ(ask(add("07", "18 01")), Lines{added("07", "06", "unique_id is in use")});
+    // Before it is a duplicate.
+    EXPECT_EQ(ask(add("07")), Lines{added("07", "06", "unique_id is in use")});
+    // APP_TYPE 34.
+    EXPECT_EQ(ask(add("08", "60 22")), Lines{added("08", "06", "app_type is unknown")});
     // 2^32 - 1, the last.
     EXPECT_EQ(ask(add("FF FF FF FF 0F", "18 01")), Lines{added("FF FF FF FF 0F", "01", "active")});
 }
@@ -145,12 +142,10 @@ TEST_F(FilterRequestsTest, PendingFilterBecomesActiveAndNotifiesThoseWhoRegister
     mPolicy.activationDelay = milliseconds(50);
     ask(kRegFilterStatus);
     EXPECT_EQ(ask(add("07")), Lines{added("07", "00", "not yet active")});
-    EXPECT_EQ(ask(kGetFilters),
-              Lines{"08 04 " + in("1A", in("2A", in("12", data("07", "00", "not yet active"))))});
+    EXPECT_EQ(ask(kGetFilters), Lines{listed(data("07", "00", "not yet active"))});
     EXPECT_EQ(pass(49), Lines{});
     EXPECT_EQ(pass(1), Lines{indication("07", "01", "active")});
-    EXPECT_EQ(ask(kGetFilters),
-              Lines{"08 04 " + in("1A", in("2A", in("12", data("07", "01", "active"))))});
+    EXPECT_EQ(ask(kGetFilters), Lines{listed(data("07", "01", "active"))});
     EXPECT_EQ(pass(1000), Lines{});
 }
 
@@ -162,23 +157,12 @@ TEST_F(FilterRequestsTest, NobodyIsNotifiedWithoutRegistration) {
     EXPECT_EQ(pass(1000), Lines{});
     EXPECT_EQ(ask(kGetFilters), Lines{kNoFilters});
     ask(add("07"));
-    EXPECT_EQ(ask("08 09 1A 04 52 02 08 07"), Lines{});
-    EXPECT_EQ(ask(kDeleteAll), Lines{});
-}
-
-TEST_F(FilterRequestsTest, RegistrationEndsWithZero) {
+    EXPECT_EQ(ask(kDelete), Lines{});
+    // Nor after one that has ended.
     ask(kRegFilterStatus);
     ask("08 03 1A 02 2A 00");
     ask(add("07"));
     EXPECT_EQ(ask(kDeleteAll), Lines{});
-}
-
-TEST_F(FilterRequestsTest, PendingFilterThatIsDeletedDoesNotBecomeActive) {
-    mPolicy.activationDelay = milliseconds(50);
-    ask(kRegFilterStatus);
-    ask(add("07"));
-    EXPECT_EQ(ask("08 09 1A 04 52 02 08 07"), Lines{indication("07", "03", "deleted")});
-    EXPECT_EQ(pass(1000), Lines{});
 }
 
 TEST_F(FilterRequestsTest, FilterThatNoRequestNamesTimesOut) {
@@ -210,16 +194,18 @@ TEST_F(FilterRequestsTest, UpdatesChangeWhatTheListSays) {
     EXPECT_EQ(ask("08 12 1A 07 82 01 04 08 07 10 2E"),
               Lines{indication("07", "01", "target DSCP updated")});
     const std::string info = data("07", "01", "active") + " 20 02 28 05 30 AC 02 38 02";
-    EXPECT_EQ(ask(kGetFilters), Lines{"08 04 " + in("1A", in("2A", in("12", info)))});
+    EXPECT_EQ(ask(kGetFilters), Lines{listed(info)});
     EXPECT_EQ(feature().filters().all().front().targetDscp, 46U);
     EXPECT_EQ(mNotices, Lines{});
 }
 
-TEST_F(FilterRequestsTest, UpdateOfAPendingFilterTellsThatItIsPending) {
+TEST_F(FilterRequestsTest, PendingFilterIsUpdatedAndDeletedAsSuch) {
     mPolicy.activationDelay = milliseconds(50);
     ask(kRegFilterStatus);
     ask(add("07"));
     EXPECT_EQ(ask("08 07 1A 06 42 04 08 07 10 02"), Lines{indication("07", "00", "OOD updated")});
+    EXPECT_EQ(ask(kDelete), Lines{indication("07", "03", "deleted")});
+    EXPECT_EQ(pass(1000), Lines{});
 }
 
 TEST_F(FilterRequestsTest, UpdatesAndDeletesOfUnknownFiltersAreNoticed) {
@@ -228,7 +214,7 @@ TEST_F(FilterRequestsTest, UpdatesAndDeletesOfUnknownFiltersAreNoticed) {
     EXPECT_EQ(ask("08 07 1A 04 42 02 08 07"), Lines{});
     EXPECT_EQ(ask("08 08 1A 04 4A 02 08 07"), Lines{});
     EXPECT_EQ(ask("08 12 1A 05 82 01 02 08 07"), Lines{});
-    EXPECT_EQ(ask("08 09 1A 04 52 02 08 07"), Lines{});
+    EXPECT_EQ(ask(kDelete), Lines{});
     EXPECT_EQ(ask(kDeleteAll), Lines{});
     EXPECT_EQ(
         mNotices,

@@ -117,19 +117,20 @@ TEST_F(LinkRequestsTest, ReportsComeAtTheirInterval) {
 TEST_F(LinkRequestsTest, SecondRegistrationTakesThePlaceOfTheFirst) {
     ask("08 0F 1A 06 7A 04 08 01 10 14");
     pass(15);
-    ask("08 0F 1A 06 7A 04 08 01 10 1E");  // every 30 ms
-    EXPECT_EQ(pass(29), Lines{});
-    EXPECT_EQ(pass(1).size(), 1U);
-    EXPECT_EQ(pass(60).size(), 2U);
-}
-
-TEST_F(LinkRequestsTest, IntervalIsOneSecondIfNoneIsGivenAndNeverTooShort) {
-    ask("08 0F 1A 04 7A 02 08 01");
-    EXPECT_EQ(pass(999), Lines{});
-    EXPECT_EQ(pass(1).size(), 1U);
-    ask("08 0F 1A 06 7A 04 08 01 10 01");
-    EXPECT_EQ(pass(9), Lines{});
-    EXPECT_EQ(pass(1).size(), 1U);
+    const struct {
+        const char* request;
+        int interval;
+    } rows[] = {
+        {"08 0F 1A 06 7A 04 08 01 10 1E", 30},
+        {"08 0F 1A 04 7A 02 08 01", 1000},      // none is given
+        {"08 0F 1A 06 7A 04 08 01 10 01", 10},  // too short
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(ask(row.request), Lines{});
+        EXPECT_EQ(pass(row.interval - 1), Lines{});
+        EXPECT_EQ(pass(1).size(), 1U);
+        EXPECT_EQ(pass(2 * row.interval).size(), 2U);
+    }
 }
 
 // auto_filter_info_ind { filter_id: 0x80000001 filter { all twenty fields } status }
@@ -141,8 +142,9 @@ constexpr char kAutoFilterBegin[] =
 TEST_F(LinkRequestsTest, GamingMakesAnAutomaticFilter) {
     EXPECT_EQ(ask("08 0D 1A 04 6A 02 08 01"),
               Lines{std::string("08 06 1A 54 3A 52 ") + kAutoFilterBegin + " 18 01"});
-    // On already.
+    // On already; those who register hear of it.
     EXPECT_EQ(ask("08 0D 1A 04 6A 02 08 01"), Lines{});
+    EXPECT_EQ(ask("08 11"), Lines{std::string("08 06 1A 54 3A 52 ") + kAutoFilterBegin + " 18 01"});
     // It is not one of the client's own.
     EXPECT_EQ(ask("08 05"), Lines{"08 04 1A 02 2A 00"});
     EXPECT_EQ(feature().describe(),
@@ -150,22 +152,11 @@ TEST_F(LinkRequestsTest, GamingMakesAnAutomaticFilter) {
     EXPECT_EQ(ask("08 0D 1A 02 6A 00"),
               Lines{std::string("08 06 1A 54 3A 52 ") + kAutoFilterBegin + " 18 03"});
     EXPECT_EQ(ask("08 0D 1A 02 6A 00"), Lines{});
-}
-
-TEST_F(LinkRequestsTest, EachAutomaticFilterHasAnIdOfItsOwn) {
-    ask("08 0D 1A 04 6A 02 08 01");
-    ask("08 0D 1A 02 6A 00");
+    EXPECT_EQ(ask("08 11"), Lines{});
+    // The next one has another id.
     const Lines second = ask("08 0D 1A 04 6A 02 08 01");
     ASSERT_EQ(second.size(), 1U);
     EXPECT_EQ(second[0].substr(0, 35), "08 06 1A 54 3A 52 08 82 80 80 80 08");
-}
-
-TEST_F(LinkRequestsTest, RegistrationTellsOfTheAutomaticFiltersThereAre) {
-    EXPECT_EQ(ask("08 11"), Lines{});
-    const Lines on = ask("08 0D 1A 04 6A 02 08 01");
-    EXPECT_EQ(ask("08 11"), on);
-    ask("08 0D 1A 02 6A 00");
-    EXPECT_EQ(ask("08 11"), Lines{});
 }
 
 TEST_F(LinkRequestsTest, EveryKindHasItsHandler) {

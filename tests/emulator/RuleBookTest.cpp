@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/emulator/Rule.h"
@@ -24,14 +25,17 @@ std::string pattern(RuleBook& book, const std::string& kind, int times) {
 }
 
 TEST(RuleBookTest, RuleAppliesAtItsTimes) {
-    RuleBook nth = book({"on any nth 3: refuse"});
-    EXPECT_EQ(pattern(nth, "enable", 7), "--x----");
-    RuleBook every = book({"on any every 3: refuse"});
-    EXPECT_EQ(pattern(every, "enable", 7), "--x--x-");
-    RuleBook from = book({"on any from 3: refuse"});
-    EXPECT_EQ(pattern(from, "enable", 7), "--xxxxx");
-    RuleBook always = book({"on any: refuse"});
-    EXPECT_EQ(pattern(always, "enable", 7), "xxxxxxx");
+    const std::pair<std::vector<std::string>, const char*> rows[] = {
+        {{"on any nth 3: refuse"}, "--x----"},
+        {{"on any every 3: refuse"}, "--x--x-"},
+        {{"on any from 3: refuse"}, "--xxxxx"},
+        {{"on any: refuse"}, "xxxxxxx"},
+        {{}, "-------"},
+    };
+    for (const auto& [texts, expected] : rows) {
+        RuleBook rules = book(texts);
+        EXPECT_EQ(pattern(rules, "enable", 7), expected);
+    }
 }
 
 TEST(RuleBookTest, OnlyWhatTheRuleIsAboutCounts) {
@@ -65,11 +69,6 @@ TEST(RuleBookTest, AllThatApplyComeInTheirOrder) {
     };
     EXPECT_EQ(texts(), "on any: twice; on enable nth 1: never; on enable: refuse; ");
     EXPECT_EQ(texts(), "on any: twice; on enable: refuse; ");
-}
-
-TEST(RuleBookTest, NoRulesNeverApply) {
-    RuleBook rules = book({});
-    EXPECT_EQ(pattern(rules, "enable", 2), "--");
 }
 
 }  // namespace

@@ -21,11 +21,6 @@ class TimelineTest : public testing::Test {
     std::string mDone;
 };
 
-TEST_F(TimelineTest, NothingIsDueAtFirst) {
-    EXPECT_FALSE(mClock.timeline().next());
-    mClock.timeline().run();
-}
-
 TEST_F(TimelineTest, ActionsRunWhenTheyAreDueAndOnce) {
     note(5, "a");
     mClock.pass(milliseconds(4));
@@ -45,13 +40,6 @@ TEST_F(TimelineTest, OrderIsThatOfTimeAndThenOfArrival) {
     EXPECT_EQ(mClock.timeline().next(), Timeline::Time(milliseconds(5)));
     mClock.pass(milliseconds(20));
     EXPECT_EQ(mDone, "abcd");
-}
-
-TEST_F(TimelineTest, WhatIsDueAtOnceWaitsForTheNextRun) {
-    note(0, "a");
-    EXPECT_EQ(mDone, "");
-    mClock.timeline().run();
-    EXPECT_EQ(mDone, "a");
 }
 
 TEST_F(TimelineTest, CancelledActionsDoNotRun) {
