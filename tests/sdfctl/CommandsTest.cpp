@@ -225,46 +225,42 @@ TEST_F(CommandsTest, WhatTheServiceAndTheLibraryRefuse) {
     });
 }
 
-TEST_F(CommandsTest, DeletionOfAllRightAfterTheAdditionOfOne) {
-    check(
-        {{"add-filter --src 192.0.2.1 --dest 192.0.2.2 then delete-all-filters then get-filters", 0,
-          withClient({"sdfAddFilter(src=192.0.2.1, dest=192.0.2.2, first=level-1, "
-                      "second=level-1, ood=unspecified) = 1804289383 (success)",
-                      "event filter-added: filter=1804289383 status=active",
-                      "sdfDeleteAllFilter() = 0 (success)", "sdfGetFilters() = 0 (success)"})}});
-}
-
-TEST_F(CommandsTest, FiltersThatTheServiceMakes) {
+TEST_F(CommandsTest, EventsThatCommandsWaitFor) {
     const std::string event = "event auto-filter: filter=2147483649 ";
-    check(
-        {{"reg-auto-filter-info then high-perf-gaming on then wait auto-filter then "
-          "high-perf-gaming off then wait auto-filter none",
-          0,
-          withClient({"sdfRegAutoFilterInfo() = 0 (success)",
-                      "sdfEnHighPerfGaming(enable=on) = 0 (success)",
-                      event + "src=192.0.2.10:50000 dest=198.51.100.20:27015 protocol=udp "
-                              "app_type=highest",
-                      "sdfEnHighPerfGaming(enable=off) = 0 (success)",
-                      event + "src=none dest=none protocol=none app_type=unspecified"})}});
+    check({
+        {"add-filter --src 192.0.2.1 --dest 192.0.2.2 then delete-all-filters then get-filters", 0,
+         withClient({"sdfAddFilter(src=192.0.2.1, dest=192.0.2.2, first=level-1, "
+                     "second=level-1, ood=unspecified) = 1804289383 (success)",
+                     "event filter-added: filter=1804289383 status=active",
+                     "sdfDeleteAllFilter() = 0 (success)", "sdfGetFilters() = 0 (success)"})},
+        {"reg-auto-filter-info then high-perf-gaming on then wait auto-filter then "
+         "high-perf-gaming off then wait auto-filter none",
+         0,
+         withClient({"sdfRegAutoFilterInfo() = 0 (success)",
+                     "sdfEnHighPerfGaming(enable=on) = 0 (success)",
+                     event + "src=192.0.2.10:50000 dest=198.51.100.20:27015 protocol=udp "
+                             "app_type=highest",
+                     "sdfEnHighPerfGaming(enable=off) = 0 (success)",
+                     event + "src=none dest=none protocol=none app_type=unspecified"})},
+    });
 }
 
-TEST_F(CommandsTest, ScriptsHaveCommentsAndSeveralCommandsALine) {
-    const Outcome run = runSdfctl(
-        "", {"# nothing", "", "create # here", "  sleep 0 then wait 1", "wait up", "quit", "foo"});
-    EXPECT_EQ(run.lines, withClient({}));
-    EXPECT_EQ(run.errors, Lines{});
-    EXPECT_EQ(run.status, 0);
+TEST_F(CommandsTest, ScriptsHaveCommentsSeveralCommandsALineAndAnEnd) {
+    for (const Lines& script : {Lines{"# nothing", "", "create # here", "  sleep 0 then wait 1",
+                                      "wait up", "quit", "foo"},
+                                Lines{"create", "exit", "foo"}}) {
+        const Outcome run = runSdfctl("", script);
+        EXPECT_EQ(run.lines, withClient({}));
+        EXPECT_EQ(run.errors, Lines{});
+        EXPECT_EQ(run.status, 0);
+    }
 }
 
-TEST_F(CommandsTest, OtherWordsForHelpAndTheEnd) {
+TEST_F(CommandsTest, OtherWordsForHelp) {
     const Outcome help = runSdfctl("help sleep");
     EXPECT_EQ(help.lines.at(0), "Wait for milliseconds, printing what comes");
     EXPECT_EQ(runSdfctl("? sleep").lines, help.lines);
     EXPECT_EQ(runSdfctl("?").lines, runSdfctl("help").lines);
-    const Outcome run = runSdfctl("", {"create", "exit", "foo"});
-    EXPECT_EQ(run.lines, withClient({}));
-    EXPECT_EQ(run.errors, Lines{});
-    EXPECT_EQ(run.status, 0);
 }
 
 TEST_F(CommandsTest, ObjectsForPrograms) {

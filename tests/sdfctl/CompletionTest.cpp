@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "tools/sdfctl/Commands.h"
 #include "tools/sdfctl/Completion.h"
@@ -10,51 +12,46 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-Texts candidates(const std::string& text, const std::vector<unsigned int>& filters = {}) {
-    return complete(text, filters).candidates;
+// When the library knows the filters 12 and 7.
+Texts candidates(const std::string& text) {
+    return complete(text, {12, 7}).candidates;
 }
 
-TEST(CompletionTest, CommandsFirst) {
+TEST(CompletionTest, WhatMayFollow) {
+    const std::vector<std::pair<std::string, Texts>> rows{
+        // Commands first.
+        {"set", {"set-latency"}},
+        {"  de", {"destroy", "delete-filter", "delete-all-filters"}},
+        {"create then de", {"destroy", "delete-filter", "delete-all-filters"}},
+        {"nothing", {}},
+        {"nothing ", {}},
+        {"then ", candidates("")},
+        // The words of each argument in turn.
+        {"set-latency ", {"unspecified", "first", "second", "--flag", "--null-callback", "then"}},
+        {"set-latency f", {"first"}},
+        {"set-latency --flag first level-",
+         {"level-1", "level-2", "level-3", "level-4", "level-5", "level-6"}},
+        {"set-latency first 1 level-6", {"level-6"}},
+        {"set-latency first 1 1 ", {"--flag", "--null-callback", "then"}},
+        {"prioritize-data first o", {"on", "off"}},
+        {"help get-", {"get-filters", "get-priority-queue-report"}},
+        {"wait leg", {"legacy-status"}},
+        {"wait filter-status de", {"deleted"}},
+        // Options and their values.
+        {"add-filter --src-", {"--src-range", "--src-family"}},
+        {"add-filter --protocol t", {"tcp", "tcpudp"}},
+        {"add-filter --protocol tcp --ood ", {"unspecified", "enabled", "disabled"}},
+        {"add-filter --arg6 ", {}},
+        {"add-filter --arg6 1 --null", {"--null-callback"}},
+        // Filters.
+        {"delete-filter ", {"last", "12", "7", "then"}},
+        {"update-ood 1", {"12"}},
+        {"update-ood 12 e", {"enabled"}},
+    };
+    for (const auto& [typed, expected] : rows) {
+        EXPECT_EQ(candidates(typed), expected) << typed;
+    }
     EXPECT_EQ(candidates("").size(), commands().size());
-    EXPECT_EQ(candidates("set"), Texts{"set-latency"});
-    EXPECT_EQ(candidates("  de"), (Texts{"destroy", "delete-filter", "delete-all-filters"}));
-    EXPECT_EQ(candidates("create then de"),
-              (Texts{"destroy", "delete-filter", "delete-all-filters"}));
-    EXPECT_EQ(candidates("nothing"), Texts{});
-}
-
-TEST(CompletionTest, WordsOfEachArgumentInTurn) {
-    EXPECT_EQ(candidates("set-latency "),
-              (Texts{"unspecified", "first", "second", "--flag", "--null-callback", "then"}));
-    EXPECT_EQ(candidates("set-latency f"), Texts{"first"});
-    EXPECT_EQ(candidates("set-latency --flag first level-"),
-              (Texts{"level-1", "level-2", "level-3", "level-4", "level-5", "level-6"}));
-    EXPECT_EQ(candidates("set-latency first 1 level-6"), Texts{"level-6"});
-    EXPECT_EQ(candidates("set-latency first 1 1 "), (Texts{"--flag", "--null-callback", "then"}));
-    EXPECT_EQ(candidates("prioritize-data first o"), (Texts{"on", "off"}));
-    EXPECT_EQ(candidates("help get-"), (Texts{"get-filters", "get-priority-queue-report"}));
-    EXPECT_EQ(candidates("wait leg"), Texts{"legacy-status"});
-    EXPECT_EQ(candidates("wait filter-status de"), Texts{"deleted"});
-}
-
-TEST(CompletionTest, OptionsAndTheirValues) {
-    EXPECT_EQ(candidates("add-filter --src-"), (Texts{"--src-range", "--src-family"}));
-    EXPECT_EQ(candidates("add-filter --protocol t"), (Texts{"tcp", "tcpudp"}));
-    EXPECT_EQ(candidates("add-filter --protocol tcp --ood "),
-              (Texts{"unspecified", "enabled", "disabled"}));
-    EXPECT_EQ(candidates("add-filter --arg6 "), Texts{});
-    EXPECT_EQ(candidates("add-filter --arg6 1 --null"), Texts{"--null-callback"});
-}
-
-TEST(CompletionTest, Filters) {
-    EXPECT_EQ(candidates("delete-filter ", {12, 7}), (Texts{"last", "12", "7", "then"}));
-    EXPECT_EQ(candidates("update-ood 1", {12, 7}), Texts{"12"});
-    EXPECT_EQ(candidates("update-ood 12 e", {12, 7}), Texts{"enabled"});
-}
-
-TEST(CompletionTest, NothingForWhatIsNoCommand) {
-    EXPECT_EQ(candidates("nothing "), Texts{});
-    EXPECT_EQ(candidates("then "), Texts(candidates("")));
 }
 
 TEST(CompletionTest, CommandLineOfTheProgram) {

@@ -15,7 +15,7 @@ class ErrorsTest : public testing::Test {
     const TestDirectory mDirectory;
 };
 
-TEST_F(ErrorsTest, WrongCommandsDoNothing) {
+TEST_F(ErrorsTest, WrongCommandsAndOptionsDoNothing) {
     const struct {
         const char* arguments;
         const char* error;
@@ -36,20 +36,6 @@ TEST_F(ErrorsTest, WrongCommandsDoNothing) {
         {"f\xC2", "sdfctl: \"f\xC2\" is not a command (\"help\" lists them)"},
         {"doctor now", "sdfctl: doctor: The following argument was not expected: now"},
         {"--json foo", "sdfctl: \"foo\" is not a command (\"help\" lists them)"},
-    };
-    for (const auto& aCase : kCases) {
-        const Outcome run = runSdfctl(aCase.arguments);
-        EXPECT_EQ(run.status, 2) << aCase.arguments;
-        EXPECT_EQ(run.lines, Lines{}) << aCase.arguments;
-        EXPECT_EQ(run.errors, Lines{aCase.error});
-    }
-}
-
-TEST_F(ErrorsTest, WrongOptions) {
-    const struct {
-        const char* arguments;
-        const char* error;
-    } kCases[] = {
         {"--timeout x create", "sdfctl: --timeout: \"x\" is not a number of seconds"},
         {"--timeout -1 create", "sdfctl: --timeout: \"-1\" is not a number of seconds"},
         {"--wait=x create", "sdfctl: --wait: \"x\" is not a number of seconds"},

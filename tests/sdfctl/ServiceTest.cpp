@@ -5,9 +5,7 @@
 
 #include <algorithm>
 #include <csignal>
-#include <memory>
 #include <optional>
-#include <utility>
 #include <vector>
 
 #include "tests/sdfctl/Sdfctl.h"
@@ -48,22 +46,6 @@ class ServiceTest : public testing::Test {
             EXPECT_EQ(run.errors, errors);
             EXPECT_EQ(run.status, aCase.status);
         }
-    }
-
-    // Starts it with a client whose service does not take anything any more.
-    static std::unique_ptr<ChildProcess> startForAStoppedService(const EmulatorProcess& emulator,
-                                                                 const std::string& options) {
-        auto child = std::make_unique<ChildProcess>(sdfctlCommand(options));
-        child->writeLine("create");
-        EXPECT_TRUE(child->waitForLine(kUp));
-        EXPECT_TRUE(stopChild(emulator.pid()));
-        return child;
-    }
-
-    static std::string notDestroyed(const std::string& function) {
-        return "sdfctl: the client is not destroyed: " + function +
-               "() has not returned after 10 s; the service hangs, or is gone with requests still "
-               "queued (\"sdfctl doctor\" tells which)";
     }
 
     const TestDirectory mDirectory;
@@ -202,29 +184,16 @@ TEST_F(ServiceTest, LostServiceRefusesUntilAskedForAgain) {
 }
 
 TEST_F(ServiceTest, LostServiceIsAskedForAgainUnaskedWhenSetSo) {
-    EmulatorProcess emulator;
-    ChildProcess child(sdfctlCommand("--wait"));
-    child.writeLine("high-perf-gaming off");
-    ASSERT_TRUE(child.waitForLine(kGaming));
-    emulator.kill();
-    ASSERT_TRUE(child.waitForLine(kDown));
-    emulator.restart();
-    child.writeLine("high-perf-gaming off");
-    ASSERT_TRUE(child.waitForLine(kGaming, 2));
-    child.closeInput();
-    EXPECT_EQ(child.wait(), 0);
-}
-
-TEST_F(ServiceTest, LostServiceIsAskedForAgainWhileOnlyWatching) {
     for (const char* const line : {"reg-filter-status then sleep 4000000", "reg-filter-status"}) {
+        SCOPED_TRACE(line);
         EmulatorProcess emulator;
         ChildProcess child(sdfctlCommand("--wait"));
         child.writeLine(line);
         ASSERT_TRUE(child.waitForLine("sdfRegFilterStatus() = 0 (success)"));
         emulator.kill();
-        ASSERT_TRUE(child.waitForLine(kDown)) << line;
+        ASSERT_TRUE(child.waitForLine(kDown));
         emulator.restart();
-        EXPECT_TRUE(child.waitForLine(kUp, 2)) << line;
+        EXPECT_TRUE(child.waitForLine(kUp, 2));
         child.signal(SIGTERM);
         EXPECT_EQ(child.wait(), 128 + SIGTERM);
     }
@@ -258,66 +227,63 @@ TEST_F(ServiceTest, SignalsEndItInOrder) {
     EmulatorProcess emulator;
     (void)std::signal(SIGHUP, SIG_DFL);  // whatever this process was started with
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        ChildProcess child(sdfctlCommand("create then sleep 4000000 then status"));
-        ASSERT_TRUE(child.waitForLine(kUp));
-        child.signal(signal);
-        EXPECT_EQ(child.wait(), 128 + signal);
-        EXPECT_EQ(child.lines(), withClient({}));
-        EXPECT_TRUE(emulator.waitForClients(0));
+        for (const char* const line : {"create then sleep 4000000 then status", "create"}) {
+            ChildProcess child(sdfctlCommand(""));
+            child.writeLine(line);
+            ASSERT_TRUE(child.waitForLine(kUp));
+            child.signal(signal);
+            EXPECT_EQ(child.wait(), 128 + signal);
+            EXPECT_EQ(child.lines(), withClient({}));
+            EXPECT_TRUE(emulator.waitForClients(0));
+        }
     }
 }
 
-TEST_F(ServiceTest, SignalEndsItWhileAStoppedServiceKeepsItFromDestroying) {
-    const EmulatorProcess emulator;
-    const auto child = startForAStoppedService(emulator, "--timeout 86400");
-    child->writeLine("status then quit");
-    ASSERT_TRUE(child->waitForLine("filters: none"));
-    child->signal(SIGTERM);
-    EXPECT_EQ(child->wait(), 128 + SIGTERM);
-}
+// What ends the run of a client whose service has stopped, so that no destroy returns.
+struct StoppedCase {
+    const char* options;
+    const char* line;  // the last one of its input
+    int signal;        // once that has printed "filters: none"; 0: its input ends
+    int status;
+    const char* stuck;  // the function that is reported not to return
+};
 
-TEST_F(ServiceTest, SignalEndsTheCommandsThatDestroyWhenTheServiceHasStopped) {
-    for (const char* const command : {"destroy", "disable"}) {
-        const EmulatorProcess emulator;
-        const auto child = startForAStoppedService(emulator, "--timeout 86400");
-        child->writeLine(std::string("status then ") + command + " then sleep 4000000");
-        ASSERT_TRUE(child->waitForLine("filters: none"));
-        child->signal(SIGINT);
-        EXPECT_EQ(child->wait(), 128 + SIGINT);
-        EXPECT_EQ(child->lines().back(), "filters: none") << command;  // it never returned
+class StoppedServiceTest : public ServiceTest, public testing::WithParamInterface<StoppedCase> {};
+
+TEST_P(StoppedServiceTest, EndsAllTheSame) {
+    const StoppedCase& known = GetParam();
+    const EmulatorProcess emulator;
+    ChildProcess child(sdfctlCommand(known.options));
+    child.writeLine("create");
+    ASSERT_TRUE(child.waitForLine(kUp));
+    ASSERT_TRUE(stopChild(emulator.pid()));
+    child.writeLine(known.line);
+    ASSERT_TRUE(child.waitForLine("filters: none"));
+    if (known.signal == 0) {
+        child.closeInput();
+    } else {
+        child.signal(known.signal);
     }
+    EXPECT_EQ(child.wait(), known.status);
+    EXPECT_EQ(child.lines().back(), "filters: none");  // no destroy has returned
+    if (known.stuck == nullptr) return;
+    EXPECT_EQ(child.errorLines(),
+              Lines{std::string("sdfctl: the client is not destroyed: ") + known.stuck +
+                    "() has not returned after 10 s; the service hangs, or is gone with requests "
+                    "still queued (\"sdfctl doctor\" tells which)"});
 }
 
-TEST_F(ServiceTest, EndsWithoutDestroyingWhenTheServiceHasStopped) {
-    const EmulatorProcess emulator;
-    const auto child = startForAStoppedService(emulator, "--timeout 0.1");
-    child->closeInput();
-    EXPECT_EQ(child->wait(), 4);
-    EXPECT_EQ(child->lines(), (Lines{kCreated, kUp}));
-    EXPECT_EQ(child->errorLines(), Lines{notDestroyed("destroySdfClient")});
-}
-
-TEST_F(ServiceTest, CommandsThatDestroyEndTheRunWhenTheServiceHasStopped) {
-    const std::pair<const char*, const char*> kFunctions[] = {{"destroy", "destroySdfClient"},
-                                                              {"disable", "lum_sdf_disable"}};
-    for (const auto& [command, function] : kFunctions) {
-        const EmulatorProcess emulator;
-        const auto child = startForAStoppedService(emulator, "");
-        child->writeLine(std::string(command) + " then status");
-        EXPECT_EQ(child->wait(), 4);
-        EXPECT_EQ(child->lines(), (Lines{kCreated, kUp}));
-        EXPECT_EQ(child->errorLines(), Lines{notDestroyed(function)});
-    }
-}
-
-// The first signal ends the run, which then says what keeps it from ending in order.
-TEST_F(ServiceTest, SignalWhenTheServiceHasStoppedEndsItWithoutDestroying) {
-    const EmulatorProcess emulator;
-    const auto child = startForAStoppedService(emulator, "");
-    child->signal(SIGTERM);
-    EXPECT_EQ(child->wait(), 128 + SIGTERM);
-    EXPECT_EQ(child->errorLines(), Lines{notDestroyed("destroySdfClient")});
-}
+const StoppedCase kStoppedCases[] = {
+    {"--timeout 86400", "status then quit", SIGTERM, 128 + SIGTERM, nullptr},
+    {"--timeout 86400", "status then destroy then sleep 4000000", SIGINT, 128 + SIGINT, nullptr},
+    {"--timeout 86400", "status then disable then sleep 4000000", SIGINT, 128 + SIGINT, nullptr},
+    // The first signal ends the run, which then says what keeps it from ending in order.
+    {"", "status then sleep 4000000", SIGTERM, 128 + SIGTERM, "destroySdfClient"},
+    {"--timeout 0.1", "status", 0, 4, "destroySdfClient"},
+    {"", "status then destroy then status", 0, 4, "destroySdfClient"},
+    {"", "status then disable then status", 0, 4, "lum_sdf_disable"},
+};
+INSTANTIATE_TEST_SUITE_P(Each, StoppedServiceTest, testing::ValuesIn(kStoppedCases));
 
 TEST_F(ServiceTest, HangUpIsIgnoredWhereItWasBefore) {
     const EmulatorProcess emulator;
@@ -332,19 +298,6 @@ TEST_F(ServiceTest, HangUpIsIgnoredWhereItWasBefore) {
     EXPECT_EQ(child.wait(), 0);
 }
 
-TEST_F(ServiceTest, LostServiceThatWasWaitedForIsNoFailure) {
-    EmulatorProcess emulator;
-    ChildProcess child(sdfctlCommand(""));
-    child.writeLine("create");
-    ASSERT_TRUE(child.waitForLine(kUp));
-    emulator.kill();
-    ASSERT_TRUE(child.waitForLine(kDown));
-    child.writeLine("wait down");
-    child.closeInput();
-    EXPECT_EQ(child.wait(), 0);
-    EXPECT_EQ(child.errorLines(), Lines{});
-}
-
 TEST_F(ServiceTest, RefusedMessageIsAFailureForTheOlderCallbackToo) {
     const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: refuse"});
     const Outcome run = runSdfctl("enable then high-perf-gaming off then wait legacy-status 2");
@@ -354,44 +307,29 @@ TEST_F(ServiceTest, RefusedMessageIsAFailureForTheOlderCallbackToo) {
     EXPECT_EQ(run.status, 1);
 }
 
-// The message fails, too, but it is the service's death that is reported.
+// The message fails, too, but it is the service's death that is reported. The commands that destroy
+// the client wait until that is known, as the end of the run does.
 TEST_F(ServiceTest, MessageThatTheServiceDiesOfIsNotRefused) {
-    const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: die before"});
-    const Outcome run = runSdfctl("high-perf-gaming off then wait down");
-    EXPECT_TRUE(std::count(run.lines.begin(), run.lines.end(), kDown) == 1);
-    EXPECT_EQ(run.errors, Lines{});
-    EXPECT_EQ(run.status, 0);
-}
-
-// The commands that destroy the client wait until it is known what the message failed of, as the
-// end of the run does.
-TEST_F(ServiceTest, ClientIsDestroyedWhenItIsKnownThatTheServiceDied) {
-    for (const char* const command : {"destroy", "disable"}) {
-        const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: die before"});
-        const Outcome run =
-            runSdfctl(std::string("high-perf-gaming off then wait status -3 then ") + command);
-        EXPECT_TRUE(std::count(run.lines.begin(), run.lines.end(), kDown) == 1) << command;
-        EXPECT_EQ(run.errors, Lines{}) << command;
-        EXPECT_EQ(run.status, 0) << command;
+    const std::string failed = "high-perf-gaming off then wait status -3 then ";
+    const struct {
+        std::string arguments;
+        int status;
+        Lines errors;
+    } rows[] = {
+        {"high-perf-gaming off then wait down", 0, {}},
+        {failed + "destroy", 0, {}},
+        {failed + "disable", 0, {}},
+        {"--timeout 3 set-latency first 1 1", 4, {"sdfctl: no event \"levels\" within 3 s"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.arguments);
+        const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: die before", "--rule",
+                                        "on set_latency_level: die before"});
+        const Outcome run = runSdfctl(row.arguments);
+        EXPECT_EQ(std::count(run.lines.begin(), run.lines.end(), kDown), 1);
+        EXPECT_EQ(run.errors, row.errors);
+        EXPECT_EQ(run.status, row.status);
     }
-}
-
-TEST_F(ServiceTest, AnswerOfAServiceThatDiesOfTheRequestIsWaitedFor) {
-    const EmulatorProcess emulator({"--rule", "on set_latency_level: die before"});
-    const Outcome run = runSdfctl("--timeout 3 set-latency first 1 1");
-    EXPECT_TRUE(std::count(run.lines.begin(), run.lines.end(), kDown) == 1);
-    EXPECT_EQ(run.errors, Lines{"sdfctl: no event \"levels\" within 3 s"});
-    EXPECT_EQ(run.status, 4);
-}
-
-TEST_F(ServiceTest, SignalEndsAScriptThatWaitsForItsNextLine) {
-    const EmulatorProcess emulator;
-    ChildProcess child(sdfctlCommand(""));
-    child.writeLine("create");
-    ASSERT_TRUE(child.waitForLine(kUp));
-    child.signal(SIGINT);
-    EXPECT_EQ(child.wait(), 128 + SIGINT);
-    EXPECT_EQ(child.lines(), withClient({}));
 }
 
 }  // namespace

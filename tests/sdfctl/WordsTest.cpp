@@ -23,6 +23,8 @@ TEST(WordsTest, NumbersWithinTheirBounds) {
     EXPECT_EQ(numberIn("0x1F", 0, 255), 31);
     EXPECT_EQ(numberIn("010", 0, 255), 10);
     EXPECT_EQ(numberIn("9223372036854775807", 0, INT64_MAX), INT64_MAX);
+    EXPECT_EQ(numberIn("6", 0, 5), -99);
+    EXPECT_EQ(numberIn("-1", 0, 5), -99);
 }
 
 TEST(WordsTest, WhatIsNoNumber) {
@@ -30,11 +32,6 @@ TEST(WordsTest, WhatIsNoNumber) {
                                    "9223372036854775808", "0x10000000000000000"}) {
         EXPECT_EQ(numberIn(text, INT64_MIN, INT64_MAX), -99) << text;
     }
-}
-
-TEST(WordsTest, NumbersOutsideTheirBounds) {
-    EXPECT_EQ(numberIn("6", 0, 5), -99);
-    EXPECT_EQ(numberIn("-1", 0, 5), -99);
 }
 
 TEST(WordsTest, EachWordStandsForItsValueAndBack) {
@@ -86,18 +83,7 @@ TEST(WordsTest, AddressesAndBack) {
     EXPECT_EQ(addressText(address), "192.0.2.1");
 }
 
-TEST(WordsTest, FamiliesThatHaveNoAddressText) {
-    sockaddr_storage address{};
-    ASSERT_TRUE(readAddress("192.0.2.1:5000", address));
-    address.ss_family = AF_UNIX;
-    EXPECT_EQ(addressText(address), "family unix");
-    address.ss_family = 65535;
-    EXPECT_EQ(addressText(address), "family 65535");
-    address.ss_family = AF_UNSPEC;  // not none: there is more in it
-    EXPECT_EQ(addressText(address), "family unspecified");
-}
-
-TEST(WordsTest, BytesOfAnAddress) {
+TEST(WordsTest, BytesAndFamiliesOfAnAddress) {
     sockaddr_storage address{};
     ASSERT_TRUE(readAddress("192.0.2.1:5000", address));
     sockaddr_storage expected{};
@@ -105,6 +91,12 @@ TEST(WordsTest, BytesOfAnAddress) {
     const unsigned char bytes[] = {0x13, 0x88, 192, 0, 2, 1};  // the port, in network order, first
     memcpy(reinterpret_cast<char*>(&expected) + sizeof expected.ss_family, bytes, sizeof bytes);
     EXPECT_EQ(memcmp(&address, &expected, sizeof address), 0);
+    address.ss_family = AF_UNIX;
+    EXPECT_EQ(addressText(address), "family unix");
+    address.ss_family = 65535;
+    EXPECT_EQ(addressText(address), "family 65535");
+    address.ss_family = AF_UNSPEC;  // not none: there is more in it
+    EXPECT_EQ(addressText(address), "family unspecified");
 }
 
 TEST(WordsTest, WhatIsNoAddress) {
