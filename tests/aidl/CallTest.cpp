@@ -223,14 +223,6 @@ TEST_F(ServiceCalls, AnotherInterfaceIsHandedOverAsNull) {
     EXPECT_EQ(nullptr, service->callback);
 }
 
-TEST_F(ServiceCalls, BytesAloneAreNoCallback) {
-    EXPECT_EQ(STATUS_BAD_TYPE,
-              callWithBytes(binder.get(), 1,
-                            kServiceToken + "852a6273 13010000 00000000 00000000 00000000 00000000 "
-                                            "03000000"));
-    EXPECT_TRUE(service->log.empty());
-}
-
 TEST_F(ServiceCalls, Replies) {
     const std::string request = kServiceToken + "05000000 00000000";
     EXPECT_EQ("00 00 00 00", replyTo(binder.get(), 2, request));
@@ -272,21 +264,35 @@ TEST_F(ServiceCalls, CutRequestsWithAnObject) {
     EXPECT_TRUE(service->log.empty());
 }
 
-TEST_F(ServiceCalls, HostileBlobLengths) {
+TEST_F(ServiceCalls, RefusedRequests) {
+    std::string otherLength = kServiceToken;
+    otherLength.replace(36, 2, "25");  // byte 12, the descriptor's length: 37
+    const std::string head = kServiceToken + "05000000";
     const struct {
-        const char* length;
+        transaction_code_t code;
+        std::string request;
         binder_status_t status;
-    } cases[] = {
-        {"ffffffff", STATUS_NO_MEMORY},        // no array at all: there is no space for that
-        {"feffffff", STATUS_BAD_VALUE},        // -2
-        {"00000080", STATUS_BAD_VALUE},        // -2^31
-        {"ffffff7f", STATUS_NOT_ENOUGH_DATA},  // 2^31 - 1
-        {"05000000", STATUS_NOT_ENOUGH_DATA},  // one too many
+    } rows[] = {
+        // Bytes alone are no callback.
+        {1, kServiceToken + "852a6273 13010000 00000000 00000000 00000000 00000000 03000000",
+         STATUS_BAD_TYPE},
+        // Lengths of a blob that has four bytes.
+        {2, head + "ffffffff 01020304", STATUS_NO_MEMORY},        // no array: no space for that
+        {2, head + "feffffff 01020304", STATUS_BAD_VALUE},        // -2
+        {2, head + "00000080 01020304", STATUS_BAD_VALUE},        // -2^31
+        {2, head + "ffffff7f 01020304", STATUS_NOT_ENOUGH_DATA},  // 2^31 - 1
+        {2, head + "05000000 01020304", STATUS_NOT_ENOUGH_DATA},  // one too many
+        // The token of another interface, a wrong one, none.
+        {2, kCallbackToken + "05000000 00000000", STATUS_BAD_TYPE},
+        {2, otherLength + "05000000 00000000", STATUS_BAD_TYPE},
+        {2, "05000000 00000000", STATUS_BAD_TYPE},
+        // Codes that there are not.
+        {3, head + "00000000", STATUS_UNKNOWN_TRANSACTION},
+        {4, head + "00000000", STATUS_UNKNOWN_TRANSACTION},
+        {0x00ffffff, head + "00000000", STATUS_UNKNOWN_TRANSACTION},
     };
-    for (const auto& one : cases) {
-        EXPECT_EQ(one.status, callWithBytes(binder.get(), 2,
-                                            kServiceToken + "05000000" + one.length + "01020304"))
-            << one.length;
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.status, callWithBytes(binder.get(), row.code, row.request)) << row.request;
     }
     EXPECT_TRUE(service->log.empty());
 }
@@ -295,24 +301,6 @@ TEST_F(ServiceCalls, MoreThanTheArgumentsIsIgnored) {
     EXPECT_EQ(STATUS_OK, callWithBytes(binder.get(), 2,
                                        kServiceToken + "05000000 01000000 2a000000 99999999"));
     EXPECT_EQ(std::vector<std::string>{"sendBlob SDF [2A]"}, service->log);
-}
-
-TEST_F(ServiceCalls, WrongToken) {
-    const std::string arguments = "05000000 00000000";
-    EXPECT_EQ(STATUS_BAD_TYPE, callWithBytes(binder.get(), 2, kCallbackToken + arguments));
-    std::string other = kServiceToken;
-    other.replace(36, 2, "25");  // byte 12, the descriptor's length: 37
-    EXPECT_EQ(STATUS_BAD_TYPE, callWithBytes(binder.get(), 2, other + arguments));
-    EXPECT_EQ(STATUS_BAD_TYPE, callWithBytes(binder.get(), 2, arguments));
-    EXPECT_TRUE(service->log.empty());
-}
-
-TEST_F(ServiceCalls, UnknownCodes) {
-    for (const transaction_code_t code : {3U, 4U, 0x00ffffffU}) {
-        EXPECT_EQ(STATUS_UNKNOWN_TRANSACTION,
-                  callWithBytes(binder.get(), code, kServiceToken + "05000000 00000000"));
-    }
-    EXPECT_TRUE(service->log.empty());
 }
 
 TEST_F(ServiceCalls, FailedTransaction) {
@@ -364,11 +352,6 @@ TEST_F(CallbackCalls, SendBlob) {
 TEST_F(CallbackCalls, ThereIsNoReply) {
     EXPECT_EQ("", replyTo(binder.get(), 1, kCallbackToken + "05000000 00000000"));
     EXPECT_EQ(1U, callback->log.size());
-}
-
-TEST_F(CallbackCalls, CutRequests) {
-    expectRefusedWhenCut(binder.get(), 1, kCallbackToken, "05000000 05000000 01020304 05000000");
-    EXPECT_TRUE(callback->log.empty());
 }
 
 TEST_F(CallbackCalls, UnknownTransactionGoesToTheDefault) {

@@ -144,25 +144,14 @@ TEST_F(WholeServiceTest, FilterLimitAndMissingPermissionAreReported) {
     add(5003);
 }
 
-TEST_F(WholeServiceTest, PendingFilterBecomesActive) {
-    serve({"--activation-delay", "20"});
-    connect();
-    ASSERT_EQ(sdfRegFilterStatus(onFilterStatus), 0);
-    const long long id = sdfAddFilter(flow(5000), onAdded);
-    EXPECT_TRUE(waitForText(filter(id, SDF_FILTER_ACTIVE)));
-    EXPECT_EQ(reportedSoFar(),
-              (Lines{added(id, SDF_FILTER_PENDING), filter(id, SDF_FILTER_ACTIVE)}));
-    EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(id)), 0);
-}
-
-TEST_F(WholeServiceTest, FilterWithoutActivityEnds) {
-    serve({"--inactivity-timeout", "20"});
+TEST_F(WholeServiceTest, FilterBecomesActiveAndEndsWithoutActivity) {
+    serve({"--activation-delay", "20", "--inactivity-timeout", "40"});
     connect();
     ASSERT_EQ(sdfRegFilterStatus(onFilterStatus), 0);
     const long long id = sdfAddFilter(flow(5000), onAdded);
     EXPECT_TRUE(waitForText(filter(id, SDF_FILTER_INACTIVITY_TIMEOUT)));
-    EXPECT_EQ(reportedSoFar(),
-              (Lines{added(id, SDF_FILTER_ACTIVE), filter(id, SDF_FILTER_INACTIVITY_TIMEOUT)}));
+    EXPECT_EQ(reportedSoFar(), (Lines{added(id, SDF_FILTER_PENDING), filter(id, SDF_FILTER_ACTIVE),
+                                      filter(id, SDF_FILTER_INACTIVITY_TIMEOUT)}));
     EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(id)), SDF_V2_INVALID_ARG);
     EXPECT_EQ(mEmulator->stats().filters, 0U);
 }
