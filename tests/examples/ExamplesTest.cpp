@@ -219,49 +219,45 @@ TEST_F(ExamplesTest, MonitorEndsAfterItsTime) {
     }
 }
 
+// What lies between the blanks of a text, nothing of an empty one.
+Lines split(const std::string& text) {
+    Lines parts;
+    if (text.empty()) return parts;
+    size_t begin = 0;
+    for (size_t end = 0; (end = text.find(' ', begin)) != std::string::npos; begin = end + 1) {
+        parts.push_back(text.substr(begin, end - begin));
+    }
+    parts.push_back(text.substr(begin));
+    return parts;
+}
+
 TEST_F(ExamplesTest, EachSaysHowItIsUsedAndItsVersion) {
     const struct {
         const char* program;
         const char* usage;
         const char* version;
-        std::vector<Lines> wrong;
+        Lines wrong;
     } rows[] = {
         {LUM_GAME_PROGRAM,
          "usage: lum_sdf_game ADDRESS PORT, of a server that can be reached",
          "lum_sdf_game (lum SDF) " LUM_SDF_SDK_VERSION,
-         {{},
-          {"127.0.0.1"},
-          {"localhost", "1"},
-          {"127.0.0.1", "none"},
-          {"127.0.0.1", "0"},
-          {"127.0.0.1", "65536"},
-          {"127.0.0.1", "99999"},
-          {"127.0.0.1", "99999999999999999999"},
-          {"127.0.0.1", ""},
-          {"127.0.0.1", "80x"},
-          {"127.0.0.1", "-1"}}},
+         {"", "127.0.0.1", "localhost 1", "127.0.0.1 none", "127.0.0.1 0", "127.0.0.1 65536",
+          "127.0.0.1 99999", "127.0.0.1 99999999999999999999", "127.0.0.1 ", "127.0.0.1 80x",
+          "127.0.0.1 -1"}},
         {LUM_MONITOR_PROGRAM,
          "usage: lum_sdf_monitor [-t SECONDS] [-g] [SOURCE PORT DESTINATION PORT]...",
          "lum_sdf_monitor (lum SDF) " LUM_SDF_SDK_VERSION,
-         {{"-t", "0"},
-          {"-t", "x"},
-          {"-t", "-1"},
-          {"-t", "5x"},
-          {"-t", ""},
-          {"-t", "2147483648"},
-          {"x"},
-          {"192.0.2.10", "1", "nobody", "2"},
-          {"192.0.2.10", "0", "192.0.2.11", "2"},
-          {"192.0.2.10", "1", "192.0.2.11", "65536"},
-          {"192.0.2.10", "99999", "192.0.2.11", "2"},
-          {"192.0.2.10", "1", "192.0.2.11", "2x"}}},
+         {"-t 0", "-t x", "-t -1", "-t 5x", "-t ", "-t 2147483648", "x", "192.0.2.10 1 nobody 2",
+          "192.0.2.10 0 192.0.2.11 2", "192.0.2.10 1 192.0.2.11 65536",
+          "192.0.2.10 99999 192.0.2.11 2", "192.0.2.10 1 192.0.2.11 2x"}},
     };
     for (const auto& row : rows) {
-        for (Lines command : row.wrong) {
+        for (const std::string& arguments : row.wrong) {
+            Lines command = split(arguments);
             command.insert(command.begin(), row.program);
             ChildProcess refused(command);
-            EXPECT_EQ(refused.wait(), 2);
-            EXPECT_EQ(refused.errorLines(), Lines{row.usage});
+            EXPECT_EQ(refused.wait(), 2) << arguments;
+            EXPECT_EQ(refused.errorLines(), Lines{row.usage}) << arguments;
         }
         ChildProcess help({row.program, "--help"});
         EXPECT_EQ(help.wait(), 0);
