@@ -235,11 +235,9 @@ TEST_F(ServiceCalls, Replies) {
     EXPECT_EQ(EX_SERVICE_SPECIFIC, status.getExceptionCode());
     EXPECT_EQ(7, status.getServiceSpecificError());
     EXPECT_STREQ("no", status.getMessage());
-}
 
-TEST_F(ServiceCalls, StatusInPlaceOfAReply) {
     service->answer = [] { return ScopedAStatus::fromStatus(STATUS_NO_INIT); };
-    EXPECT_EQ(STATUS_NO_INIT, callWithBytes(binder.get(), 2, kServiceToken + "05000000 00000000"));
+    EXPECT_EQ(STATUS_NO_INIT, callWithBytes(binder.get(), 2, request));
     EXPECT_EQ(STATUS_NO_INIT, proxy->sendBlob(LumSdkType::SDF, {}).getStatus());
 }
 
@@ -352,14 +350,6 @@ TEST_F(CallbackCalls, SendBlob) {
 TEST_F(CallbackCalls, ThereIsNoReply) {
     EXPECT_EQ("", replyTo(binder.get(), 1, kCallbackToken + "05000000 00000000"));
     EXPECT_EQ(1U, callback->log.size());
-}
-
-TEST_F(CallbackCalls, UnknownTransactionGoesToTheDefault) {
-    const auto fallback = SharedRefBase::make<Callback>();
-    EXPECT_TRUE(ILumServiceCallback::setDefaultImpl(fallback));
-    spy.answerWith([](AParcel**) { return STATUS_UNKNOWN_TRANSACTION; });
-    EXPECT_EQ(EX_ILLEGAL_STATE, proxy->sendBlob(LumSdkType::SDF, {2}).getExceptionCode());
-    EXPECT_EQ(std::vector<std::string>{"sendBlob SDF [02]"}, fallback->log);
 }
 
 TEST(DppdCalls, EveryMethod) {

@@ -43,22 +43,18 @@ class LineWriterTest : public testing::Test {
     int mSize = 0;
 };
 
-TEST_F(LineWriterTest, EachLineEndsWithANewline) {
+TEST_F(LineWriterTest, EachLineIsWrittenWholeAndEndsWithANewline) {
     LineWriter writer(output(), false);
     EXPECT_TRUE(writer.write("one"));
     EXPECT_TRUE(writer.write(""));
     EXPECT_TRUE(writer.write("three"));
     EXPECT_EQ(readAll(), "one\n\nthree\n");
+    const std::string longest(size() - 1, 'x');
+    EXPECT_TRUE(writer.write(longest));
+    EXPECT_EQ(readAll(), longest + "\n");
 }
 
-TEST_F(LineWriterTest, LongLineIsWrittenWhole) {
-    LineWriter writer(output(), false);
-    const std::string line(size() - 1, 'x');
-    EXPECT_TRUE(writer.write(line));
-    EXPECT_EQ(readAll(), line + "\n");
-}
-
-TEST_F(LineWriterTest, LineForWhichThereIsNoRoomIsLeftOut) {
+TEST_F(LineWriterTest, LineForWhichThereIsNoSpaceIsLeftOut) {
     LineWriter writer(output(), false);
     const std::string full(size() - 1, 'x');
     ASSERT_TRUE(writer.write(full));

@@ -14,21 +14,18 @@ namespace {
 
 constexpr std::chrono::seconds kLimit{30};
 
-TEST(ServiceThreadTest, RunWaitsForTheTaskOnTheThread) {
-    ServiceThread thread;
-    std::thread::id where;
-    EXPECT_TRUE(thread.run([&] { where = std::this_thread::get_id(); }));
-    EXPECT_NE(where, std::thread::id());
-    EXPECT_NE(where, std::this_thread::get_id());
-}
-
-TEST(ServiceThreadTest, TasksRunInTheirOrder) {
+TEST(ServiceThreadTest, TasksRunInTheirOrderOnTheThreadAndRunWaitsForThem) {
     ServiceThread thread;
     std::string order;
+    std::thread::id where;
     thread.post([&] { order += 'a'; });
     thread.post([&] { order += 'b'; });
-    EXPECT_TRUE(thread.run([&] { order += 'c'; }));
+    EXPECT_TRUE(thread.run([&] {
+        order += 'c';
+        where = std::this_thread::get_id();
+    }));
     EXPECT_EQ(order, "abc");
+    EXPECT_NE(where, std::this_thread::get_id());
 }
 
 TEST(ServiceThreadTest, WhatATaskThrowsIsThrownToWhoWaits) {

@@ -79,13 +79,18 @@ TEST_F(TerminalTest, AsksForLinesUntilTheEnd) {
     EXPECT_EQ(terminal->wait(), 0);
 }
 
-TEST_F(TerminalTest, WhatIsWrongIsReportedAndTheNextLineAskedFor) {
+TEST_F(TerminalTest, KnowsHelpDoctorAndExitAndReportsWhatIsWrong) {
     const auto terminal = start("--timeout 0.1");
+    enter(*terminal, "?", "Commands (\"help COMMAND\" explains its arguments):\r\n");
     enter(*terminal, "foo", "sdfctl: \"foo\" is not a command (\"help\" lists them)\r\n");
+    terminal->type("doctor\n");
+    EXPECT_TRUE(terminal->waitFor("ok      directory: " + mDirectory.path() + " can be used\r\n"));
+    EXPECT_TRUE(terminal->waitFor("failed  service:   "));
+    EXPECT_TRUE(terminal->waitFor(kPrompt));
     enter(*terminal, "get-filters", "sdfctl: the service is not up after 0.1 s");
-    terminal->type("destroy\n");
-    EXPECT_TRUE(terminal->waitFor("destroySdfClient() = 0 (success)\r\n"));
-    quit(*terminal);
+    enter(*terminal, "destroy", "destroySdfClient() = 0 (success)\r\n");
+    terminal->type("exit\n");
+    EXPECT_EQ(terminal->wait(), 0);
 }
 
 TEST_F(TerminalTest, GoesOnAfterADestroyThatDoesNotReturnAndEndsWithoutWaitingAgain) {
@@ -98,17 +103,6 @@ TEST_F(TerminalTest, GoesOnAfterADestroyThatDoesNotReturnAndEndsWithoutWaitingAg
     terminal->type("\x04");
     EXPECT_EQ(terminal->wait(), 0);
     EXPECT_EQ(terminal->rest().find("sdfctl: "), std::string::npos) << terminal->rest();
-}
-
-TEST_F(TerminalTest, KnowsHelpDoctorAndExit) {
-    const auto terminal = start();
-    enter(*terminal, "?", "Commands (\"help COMMAND\" explains its arguments):\r\n");
-    terminal->type("doctor\n");
-    EXPECT_TRUE(terminal->waitFor("ok      directory: " + mDirectory.path() + " can be used\r\n"));
-    EXPECT_TRUE(terminal->waitFor("failed  service:   "));
-    EXPECT_TRUE(terminal->waitFor(kPrompt));
-    terminal->type("exit\n");
-    EXPECT_EQ(terminal->wait(), 0);
 }
 
 TEST_F(TerminalTest, TabCompletesCommandsAndValues) {

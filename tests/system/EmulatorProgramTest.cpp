@@ -164,7 +164,7 @@ TEST_F(EmulatorProgramTest, WrongRulesAreReportedWithTheirPlace) {
     expectEnd(2, {"/dev/zero:1: longer than 65536 bytes"}, {"--scenario", "/dev/zero"});
 }
 
-TEST_F(EmulatorProgramTest, HelpExplainsEverything) {
+TEST_F(EmulatorProgramTest, HelpExplainsEverythingAndVersionIsThatOfTheHeader) {
     ChildProcess emulator({mProgram, "--help"});
     EXPECT_EQ(emulator.wait(), 0);
     std::string text;
@@ -176,12 +176,9 @@ TEST_F(EmulatorProgramTest, HelpExplainsEverything) {
         EXPECT_NE(text.find(word), std::string::npos) << word;
     }
     EXPECT_EQ(emulator.errorLines(), Lines{});
-}
-
-TEST_F(EmulatorProgramTest, VersionIsThatOfTheHeader) {
-    ChildProcess emulator({mProgram, "--version"});
-    EXPECT_EQ(emulator.wait(), 0);
-    EXPECT_EQ(emulator.lines(), Lines{"lum_sdf_emulator (lum SDF) " LUM_SDF_SDK_VERSION});
+    ChildProcess version({mProgram, "--version"});
+    EXPECT_EQ(version.wait(), 0);
+    EXPECT_EQ(version.lines(), Lines{"lum_sdf_emulator (lum SDF) " LUM_SDF_SDK_VERSION});
 }
 
 // Sends a few messages of every sort, and waits until they are dealt with.

@@ -212,20 +212,18 @@ TEST_F(MisbehaviourTest, DeathAtTheRegistrationIsReportedAndSurvived) {
     }
 }
 
-TEST_F(MisbehaviourTest, DeathAtTheLastRequestIsSurvived) {
-    serveBy({"on disable: die before"});
-    connect();
-    EXPECT_EQ(destroySdfClient(), 0);
-    EXPECT_EQ(destroySdfClient(), SDF_V2_INVALID_OPERATION);
-    mEmulator->restart();
-    recover();
-}
-
-TEST_F(MisbehaviourTest, RefusedLeaveIsSurvived) {
-    serveBy({"on disable nth 1: refuse"});
-    connect();
-    EXPECT_EQ(destroySdfClient(), 0);
-    recover();
+TEST_F(MisbehaviourTest, LastRequestThatFailsIsSurvived) {
+    for (const char* const action : {"die before", "refuse"}) {
+        SCOPED_TRACE(action);
+        connectBy({std::string("on disable nth 1: ") + action});
+        EXPECT_EQ(destroySdfClient(), 0);
+        EXPECT_EQ(destroySdfClient(), SDF_V2_INVALID_OPERATION);
+        if (action[0] == 'd') mEmulator->restart();
+        recover();
+        mEmulator->kill();
+        EXPECT_EQ(destroySdfClient(), 0);
+        forgetClientEvents();
+    }
 }
 
 TEST_F(MisbehaviourTest, RulesOfAScenarioComeFirst) {
