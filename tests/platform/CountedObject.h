@@ -1,18 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <android/binder_auto_utils.h>
-#include <android/binder_ibinder.h>
+#include "tests/platform/PeerInterface.h"
 
 // Local binder objects that say when they end.
 
 inline AIBinder_Class* countedClass() {
-    static AIBinder_Class* const clazz = AIBinder_Class_define(
-        "test.Counted", [](void* args) { return args; },
-        [](void* userData) { ++*static_cast<int*>(userData); },
-        [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
-            return STATUS_UNKNOWN_TRANSACTION;
-        });
+    static AIBinder_Class* const clazz =
+        plainClass("test.Counted", [](void* userData) { ++*static_cast<int*>(userData); });
     return clazz;
 }
 

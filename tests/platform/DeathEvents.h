@@ -12,6 +12,8 @@
 
 #include "tests/support/Eventually.h"
 
+using Log = std::vector<std::string>;
+
 // What the recipients of a test were called for, in order.
 class Events {
   public:
@@ -20,7 +22,7 @@ class Events {
         mEvents.push_back(event);
         mThread = std::this_thread::get_id();
     }
-    std::vector<std::string> all() const {
+    Log all() const {
         const std::lock_guard<std::mutex> guard(mLock);
         return mEvents;
     }
@@ -34,7 +36,7 @@ class Events {
 
   private:
     mutable std::mutex mLock;
-    std::vector<std::string> mEvents;
+    Log mEvents;
     std::thread::id mThread;
 };
 

@@ -8,19 +8,13 @@
 #include <vector>
 
 #include "tests/platform/DeathEvents.h"
-#include "tests/platform/PeerInterface.h"
-#include "tests/platform/PeerProcess.h"
+#include "tests/platform/PeerTest.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TestDirectory.h"
 
 namespace {
 
-constexpr char kName[] = "lum.test.peer";
-
-using Log = std::vector<std::string>;
-
-class DeathTest : public testing::Test {
+class DeathTest : public PeerTest {
   protected:
     DeathTest() { ABinderProcess_startThreadPool(); }
 
@@ -31,20 +25,26 @@ class DeathTest : public testing::Test {
         return AIBinder_unlinkToDeath(mService.get(), mRecipient.get(), cookie);
     }
 
-    const TestDirectory mDirectory;
-    PeerProcess mPeer{kName};
-    ndk::SpAIBinder mService{AServiceManager_waitForService(kName)};
+    // These come, and nothing else first.
+    void expectEvents(const Log& events) const {
+        EXPECT_TRUE(mEvents.waitFor(events.size()));
+        EXPECT_EQ(mEvents.all(), events);
+    }
+    void expectEventsAfterDeath(const Log& events) {
+        mPeer.kill();
+        expectEvents(events);
+    }
+
     Recipient mRecipient = makeRecipient();
     Events mEvents;
     Cookie mFirst{&mEvents, "first", nullptr};
     Cookie mSecond{&mEvents, "second", nullptr};
+    Cookie mThird{&mEvents, "third", nullptr};
 };
 
 TEST_F(DeathTest, RecipientIsCalledOnceOnAThreadOfThePool) {
     ASSERT_EQ(link(&mFirst), STATUS_OK);
-    mPeer.kill();
-    ASSERT_TRUE(mEvents.waitFor(2));
-    EXPECT_EQ(mEvents.all(), (Log{"first died", "first unlinked"}));
+    expectEventsAfterDeath({"first died", "first unlinked"});
     EXPECT_NE(mEvents.thread(), std::this_thread::get_id());
     EXPECT_FALSE(AIBinder_isAlive(mService.get()));
     // Nothing is left to be called again.
@@ -53,27 +53,8 @@ TEST_F(DeathTest, RecipientIsCalledOnceOnAThreadOfThePool) {
     EXPECT_EQ(mEvents.all().size(), 2U);
 }
 
-TEST_F(DeathTest, DeathDuringCallsEndsThemAndIsReportedOnce) {
-    ASSERT_EQ(link(&mFirst), STATUS_OK);
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([this] { EXPECT_EQ(callPeer(mService, kHold), STATUS_DEAD_OBJECT); });
-    }
-    EXPECT_TRUE(eventually([&] {
-        int32_t holding = -1;
-        callPeer(mService, kHolding, nullptr, readInt(&holding));
-        return holding == 4;
-    }));
-    mPeer.kill();
-    for (std::thread& thread : threads) thread.join();
-    ASSERT_TRUE(mEvents.waitFor(2));
-    EXPECT_EQ(mEvents.all(), (Log{"first died", "first unlinked"}));
-}
-
 TEST_F(DeathTest, DeathIsReportedToEveryProxyOfTheProcess) {
-    ndk::SpAIBinder object;
-    ASSERT_EQ(callPeer(mService, kMakeObject, nullptr, readBinder(&object)), STATUS_OK);
+    const ndk::SpAIBinder object = askObject(kMakeObject);
     AIBinder_DeathRecipient_setOnUnlinked(mRecipient.get(), nullptr);
     ASSERT_EQ(link(&mFirst), STATUS_OK);
     ASSERT_EQ(AIBinder_linkToDeath(object.get(), mRecipient.get(), &mSecond), STATUS_OK);
@@ -94,7 +75,7 @@ TEST_F(DeathTest, LinkingToTheDeadSaysSo) {
 }
 
 TEST_F(DeathTest, LinkingASecondTimeToTheDeadSaysSo) {
-    // Before the pool comes to tell of the death, so that the first link is still there.
+    // Before the pool comes to report the death, so that the first link is still there.
     Counter held;
     Counter letGo;
     mFirst.atDeath = [&] {
@@ -105,12 +86,9 @@ TEST_F(DeathTest, LinkingASecondTimeToTheDeadSaysSo) {
     ASSERT_EQ(link(&mSecond), STATUS_OK);
     mPeer.kill();
     ASSERT_TRUE(held.waitFor(1));
-    Cookie third{&mEvents, "third", nullptr};
-    EXPECT_EQ(link(&third), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(link(&mThird), STATUS_DEAD_OBJECT);
     letGo.add();
-    ASSERT_TRUE(mEvents.waitFor(4));
-    EXPECT_EQ(mEvents.all(),
-              (Log{"first died", "first unlinked", "second died", "second unlinked"}));
+    expectEvents({"first died", "first unlinked", "second died", "second unlinked"});
 }
 
 TEST_F(DeathTest, LocalObjectCannotBeLinkedTo) {
@@ -136,31 +114,23 @@ TEST_F(DeathTest, UnlinkedRecipientIsNotCalled) {
     ASSERT_EQ(link(&mSecond), STATUS_OK);
     EXPECT_EQ(unlink(&mFirst), STATUS_OK);
     EXPECT_EQ(mEvents.all(), Log{"first unlinked"});
-    mPeer.kill();
-    // Linked later, it would be called later.
-    ASSERT_TRUE(mEvents.waitFor(3));
-    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "second died", "second unlinked"}));
+    // Linked earlier, it would be called earlier.
+    expectEventsAfterDeath({"first unlinked", "second died", "second unlinked"});
 }
 
 TEST_F(DeathTest, UnlinkingWithAnotherCookieChangesNothing) {
     ASSERT_EQ(link(&mFirst), STATUS_OK);
     EXPECT_EQ(unlink(&mSecond), STATUS_NAME_NOT_FOUND);
-    const Recipient other(AIBinder_DeathRecipient_new(onDied));
+    const Recipient other = makeRecipient();
     EXPECT_EQ(AIBinder_unlinkToDeath(mService.get(), other.get(), &mFirst), STATUS_NAME_NOT_FOUND);
-    mPeer.kill();
-    ASSERT_TRUE(mEvents.waitFor(2));
-    EXPECT_EQ(mEvents.all(), (Log{"first died", "first unlinked"}));
+    expectEventsAfterDeath({"first died", "first unlinked"});
 }
 
 TEST_F(DeathTest, LinkMadeTwiceIsCalledTwiceAndUnlinkedOneByOne) {
-    ASSERT_EQ(link(&mFirst), STATUS_OK);
-    ASSERT_EQ(link(&mFirst), STATUS_OK);
-    ASSERT_EQ(link(&mFirst), STATUS_OK);
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(link(&mFirst), STATUS_OK);
     EXPECT_EQ(unlink(&mFirst), STATUS_OK);
-    mPeer.kill();
-    ASSERT_TRUE(mEvents.waitFor(5));
-    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "first died", "first unlinked", "first died",
-                                  "first unlinked"}));
+    expectEventsAfterDeath(
+        {"first unlinked", "first died", "first unlinked", "first died", "first unlinked"});
 }
 
 TEST_F(DeathTest, LinkAgainAfterUnlinkingTheOnlyOne) {
@@ -168,9 +138,7 @@ TEST_F(DeathTest, LinkAgainAfterUnlinkingTheOnlyOne) {
     EXPECT_EQ(unlink(&mFirst), STATUS_OK);
     EXPECT_EQ(unlink(&mFirst), STATUS_NAME_NOT_FOUND);
     ASSERT_EQ(link(&mSecond), STATUS_OK);
-    mPeer.kill();
-    ASSERT_TRUE(mEvents.waitFor(3));
-    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "second died", "second unlinked"}));
+    expectEventsAfterDeath({"first unlinked", "second died", "second unlinked"});
 }
 
 TEST_F(DeathTest, UnlinkingFromInsideTheCallback) {
@@ -180,14 +148,9 @@ TEST_F(DeathTest, UnlinkingFromInsideTheCallback) {
         own = unlink(&mFirst);
         others = unlink(&mSecond);
     };
-    Cookie third{&mEvents, "third", nullptr};
-    ASSERT_EQ(link(&mFirst), STATUS_OK);
-    ASSERT_EQ(link(&mSecond), STATUS_OK);
-    ASSERT_EQ(link(&third), STATUS_OK);
-    mPeer.kill();
-    ASSERT_TRUE(mEvents.waitFor(5));
-    EXPECT_EQ(mEvents.all(), (Log{"first died", "second unlinked", "first unlinked", "third died",
-                                  "third unlinked"}));
+    for (Cookie* const cookie : {&mFirst, &mSecond, &mThird}) ASSERT_EQ(link(cookie), STATUS_OK);
+    expectEventsAfterDeath(
+        {"first died", "second unlinked", "first unlinked", "third died", "third unlinked"});
     EXPECT_EQ(own, STATUS_NAME_NOT_FOUND);
     EXPECT_EQ(others, STATUS_OK);
 }
@@ -196,87 +159,67 @@ TEST_F(DeathTest, DeletingTheRecipientFromInsideTheCallback) {
     mFirst.atDeath = [&] { mRecipient.set(nullptr); };
     ASSERT_EQ(link(&mFirst), STATUS_OK);
     ASSERT_EQ(link(&mSecond), STATUS_OK);
-    mPeer.kill();
-    ASSERT_TRUE(mEvents.waitFor(3));
-    EXPECT_EQ(mEvents.all(), (Log{"first died", "second unlinked", "first unlinked"}));
+    expectEventsAfterDeath({"first died", "second unlinked", "first unlinked"});
 }
 
-TEST_F(DeathTest, LettingGoOfTheProxyFromInsideTheCallback) {
-    mFirst.atDeath = [&] { mService = nullptr; };
-    ASSERT_EQ(link(&mFirst), STATUS_OK);
-    mPeer.kill();
-    ASSERT_TRUE(mEvents.waitFor(2));
-    EXPECT_EQ(mEvents.all(), (Log{"first died", "first unlinked"}));
-}
-
-TEST_F(DeathTest, InsideTheCallbackTheObjectIsDead) {
+TEST_F(DeathTest, InsideTheCallbackTheObjectIsDeadAndMayBeLetGo) {
     bool alive = true;
     binder_status_t status = STATUS_OK;
     mFirst.atDeath = [&] {
         alive = AIBinder_isAlive(mService.get());
         status = AIBinder_ping(mService.get());
+        mService = nullptr;
     };
     ASSERT_EQ(link(&mFirst), STATUS_OK);
-    mPeer.kill();
-    ASSERT_TRUE(mEvents.waitFor(2));
+    expectEventsAfterDeath({"first died", "first unlinked"});
     EXPECT_FALSE(alive);
     EXPECT_EQ(status, STATUS_DEAD_OBJECT);
 }
 
 TEST_F(DeathTest, DeletingTheRecipientTakesItsLinksBack) {
-    Recipient other(AIBinder_DeathRecipient_new(onDied));
+    const Recipient other = makeRecipient();
     ASSERT_EQ(link(&mFirst), STATUS_OK);
     ASSERT_EQ(link(&mFirst), STATUS_OK);
     ASSERT_EQ(AIBinder_linkToDeath(mService.get(), other.get(), &mSecond), STATUS_OK);
     mRecipient.set(nullptr);
     EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "first unlinked"}));
-    mPeer.kill();
-    ASSERT_TRUE(mEvents.waitFor(3));
-    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "first unlinked", "second died"}));
+    expectEventsAfterDeath({"first unlinked", "first unlinked", "second died", "second unlinked"});
 }
 
 TEST_F(DeathTest, ProxyThatEndsTakesItsLinksBack) {
-    ndk::SpAIBinder object;
-    ASSERT_EQ(callPeer(mService, kMakeObject, nullptr, readBinder(&object)), STATUS_OK);
+    ndk::SpAIBinder object = askObject(kMakeObject);
     ASSERT_EQ(AIBinder_linkToDeath(object.get(), mRecipient.get(), &mFirst), STATUS_OK);
     object = nullptr;
     EXPECT_EQ(mEvents.all(), Log{"first unlinked"});
     ASSERT_EQ(link(&mSecond), STATUS_OK);
-    mPeer.kill();
-    ASSERT_TRUE(mEvents.waitFor(3));
-    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "second died", "second unlinked"}));
+    expectEventsAfterDeath({"first unlinked", "second died", "second unlinked"});
 }
 
 TEST_F(DeathTest, WhatANestedCallLeavesToItsThreadIsDoneWhenItReturns) {
     PeerProcess other("lum.test.other");
-    const auto findOther = [] {
-        return ndk::SpAIBinder(AServiceManager_checkService("lum.test.other"));
+    const auto linkToOther = [&](Cookie* cookie) {
+        ndk::SpAIBinder service = find("lum.test.other");
+        EXPECT_EQ(AIBinder_linkToDeath(service.get(), mRecipient.get(), cookie), STATUS_OK);
+        return service;
     };
-    const ndk::SpAIBinder object = makePeerObject([&](transaction_code_t, const AParcel*,
-                                                      AParcel* out) {
-        EXPECT_EQ(AIBinder_linkToDeath(findOther().get(), mRecipient.get(), &mFirst), STATUS_OK);
-        return AParcel_writeInt32(out, 0);
-    });
+    const ndk::SpAIBinder object =
+        makePeerObject([&](transaction_code_t, const AParcel*, AParcel* out) {
+            linkToOther(&mFirst);
+            return AParcel_writeInt32(out, 0);
+        });
     Counter returned;
     Counter goOn;
-    std::thread caller([&] {
-        EXPECT_EQ(callPeer(mService, kCallBack,
-                           [&](AParcel* in) {
-                               AParcel_writeStrongBinder(in, object.get());
-                               AParcel_writeInt32(in, 0);
-                           }),
-                  STATUS_OK);
+    Threads caller(1, [&](int) {
+        EXPECT_EQ(call(kCallBack, args(object, 0)), STATUS_OK);
         returned.add();
         goOn.waitFor(1);
     });
     ASSERT_TRUE(returned.waitFor(1));
-    const ndk::SpAIBinder service = findOther();
-    EXPECT_EQ(AIBinder_linkToDeath(service.get(), mRecipient.get(), &mSecond), STATUS_OK);
+    const ndk::SpAIBinder service = linkToOther(&mSecond);
     goOn.add();
     caller.join();
     other.kill();
-    EXPECT_TRUE(mEvents.waitFor(3));
-    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "second died", "second unlinked"}));
+    expectEvents({"first unlinked", "second died", "second unlinked"});
 }
 
 TEST_F(DeathTest, ThrowingRecipientIsSurvived) {
@@ -284,10 +227,7 @@ TEST_F(DeathTest, ThrowingRecipientIsSurvived) {
     mFirst.atDeath = [] { throw std::runtime_error("thrown on purpose"); };
     ASSERT_EQ(link(&mFirst), STATUS_OK);
     ASSERT_EQ(link(&mSecond), STATUS_OK);
-    mPeer.kill();
-    ASSERT_TRUE(mEvents.waitFor(4));
-    EXPECT_EQ(mEvents.all(),
-              (Log{"first died", "first unlinked", "second died", "second unlinked"}));
+    expectEventsAfterDeath({"first died", "first unlinked", "second died", "second unlinked"});
     EXPECT_TRUE(log.has(logE("binder: onBinderDied threw: thrown on purpose")));
 }
 
@@ -296,8 +236,7 @@ TEST_F(DeathTest, LinkingAndUnlinkingWhileTheProcessDies) {
     for (int round = 0; round < 20; ++round) {
         const std::string name = "lum.test.round" + std::to_string(round);
         PeerProcess peer(name);
-        const ndk::SpAIBinder service(AServiceManager_checkService(name.c_str()));
-        ASSERT_NE(service.get(), nullptr);
+        const ndk::SpAIBinder service = find(name);
         struct Calls {
             Counter died;
             Counter unlinked;
@@ -308,7 +247,7 @@ TEST_F(DeathTest, LinkingAndUnlinkingWhileTheProcessDies) {
             recipient.get(), [](void* cookie) { static_cast<Calls*>(cookie)->unlinked.add(); });
         int linked = 0;
         int unlinked = 0;
-        std::thread killer([&] { peer.kill(); });
+        Threads killer(1, [&](int) { peer.kill(); });
         while (AIBinder_linkToDeath(service.get(), recipient.get(), &calls) == STATUS_OK) {
             ++linked;
             if (linked % 2 != 0 &&
@@ -323,19 +262,16 @@ TEST_F(DeathTest, LinkingAndUnlinkingWhileTheProcessDies) {
     }
 }
 
-class DeathWithoutPoolTest : public testing::Test {};
+class DeathWithoutPoolTest : public PeerTest {};
 
 TEST_F(DeathWithoutPoolTest, RecipientWaitsForThePool) {
-    const TestDirectory directory;
-    PeerProcess peer(kName);
-    const ndk::SpAIBinder service(AServiceManager_checkService(kName));
     Events events;
     Cookie cookie{&events, "first", nullptr};
     const Recipient recipient(AIBinder_DeathRecipient_new(onDied));
-    ASSERT_EQ(AIBinder_linkToDeath(service.get(), recipient.get(), &cookie), STATUS_OK);
-    peer.kill();
+    ASSERT_EQ(AIBinder_linkToDeath(mService.get(), recipient.get(), &cookie), STATUS_OK);
+    mPeer.kill();
     // Once a call has been ended by the death, the recipient could have been called.
-    EXPECT_EQ(AIBinder_ping(service.get()), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(AIBinder_ping(mService.get()), STATUS_DEAD_OBJECT);
     EXPECT_EQ(events.all(), Log{});
     ABinderProcess_startThreadPool();
     ASSERT_TRUE(events.waitFor(1));

@@ -5,12 +5,14 @@
 #include <android/binder_ibinder.h>
 #include <android/binder_manager.h>
 #include <android/binder_parcel.h>
+#include <android/binder_parcel_utils.h>
 #include <android/binder_process.h>
 #include <android/binder_stability.h>
 
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 // What the tests of the binder layer and the process they call have in common.
 
@@ -38,17 +40,23 @@ enum PeerCode : transaction_code_t {
     kRelay,            // a text "name/name/...": calls kRelay of the first name with the rest;
                        // out: how many names that were
     kNoteToKept,       // a number: that many one-way kNote calls, 0, 1, 2..., to the kept object
-    kTellDeath,        // as kKeep, and exits at once, without a reply
     kOnewayAddToKept,  // a number: from a one-way call, kAdd of it and 1 on the kept object, and
                        // the result sent to it by a one-way kNote
     kPassOn,           // a name and an object: hands it to that service's kKeep; out: the status
-    kStartPool,        // starts the peer's thread pool
     kReturn,           // a number: returns it as its status
     kServe,            // a name: serves the peer's object under that, too; out: what came of it
 };
 
-// Class of the objects that kMakeObject makes: they answer nothing of their own.
-constexpr char kTokenDescriptor[] = "lum.test.IToken";
+// Makes a class whose objects answer nothing of their own.
+// onDestroy: called with what an object was made with.
+inline AIBinder_Class* plainClass(
+    const char* descriptor, AIBinder_Class_onDestroy onDestroy = [](void*) {}) {
+    return AIBinder_Class_define(
+        descriptor, [](void* args) { return args; }, onDestroy,
+        [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
+            return STATUS_UNKNOWN_TRANSACTION;
+        });
+}
 
 // Makes an interface whose objects do as `handler` says. userData: a PeerHandler, deleted with the
 // object.
@@ -93,28 +101,50 @@ inline binder_status_t callPeer(const ndk::SpAIBinder& binder, transaction_code_
     return called;
 }
 
-inline Fill writeInt(int32_t value) {
-    return [value](AParcel* in) { AParcel_writeInt32(in, value); };
-}
-inline Fill writeBinder(const ndk::SpAIBinder& binder) {
-    return [binder](AParcel* in) { AParcel_writeStrongBinder(in, binder.get()); };
-}
-inline Take readInt(int32_t* value) {
-    return [value](const AParcel* out) { AParcel_readInt32(out, value); };
-}
-inline Take readBinder(ndk::SpAIBinder* binder) {
-    return [binder](const AParcel* out) { AParcel_readStrongBinder(out, binder->getR()); };
+// Calls a method without waiting for it.
+inline binder_status_t callOneway(const ndk::SpAIBinder& binder, transaction_code_t code,
+                                  const Fill& fill = nullptr) {
+    return callPeer(binder, code, fill, nullptr, FLAG_ONEWAY);
 }
 
-// For AParcel_readString and AParcel_readByteArray.
-inline bool intoText(void* text, int32_t length, char** buffer) {
-    static_cast<std::string*>(text)->resize(static_cast<size_t>(length));
-    *buffer = static_cast<std::string*>(text)->data();
-    return true;
+inline void put(AParcel* in, int32_t value) {
+    AParcel_writeInt32(in, value);
 }
-inline std::string readText(const AParcel* in) {
-    std::string text;
-    AParcel_readString(in, &text, intoText);
-    if (!text.empty()) text.pop_back();
-    return text;
+inline void put(AParcel* in, const std::string& text) {
+    AParcel_writeString(in, text.data(), static_cast<int32_t>(text.size()));
+}
+inline void put(AParcel* in, const ndk::SpAIBinder& binder) {
+    AParcel_writeStrongBinder(in, binder.get());
+}
+inline void put(AParcel* in, const std::vector<int8_t>& bytes) {
+    ndk::AParcel_writeVector(in, bytes);
+}
+
+inline void get(const AParcel* out, int32_t* value) {
+    AParcel_readInt32(out, value);
+}
+inline void get(const AParcel* out, ndk::SpAIBinder* binder) {
+    AParcel_readStrongBinder(out, binder->getR());
+}
+inline void get(const AParcel* out, std::vector<int8_t>* bytes) {
+    ndk::AParcel_readVector(out, bytes);
+}
+inline void get(const AParcel* out, std::string* text) {
+    AParcel_readString(out, text, [](void* into, int32_t size, char** buffer) {
+        static_cast<std::string*>(into)->resize(static_cast<size_t>(size));
+        *buffer = static_cast<std::string*>(into)->data();
+        return true;
+    });
+    if (!text->empty()) text->pop_back();  // the zero
+}
+
+// Writes these values, which are of the kinds above.
+template <typename... Values>
+Fill args(const Values&... values) {
+    return [=](AParcel* in) { (put(in, values), ...); };
+}
+// Reads a reply into these.
+template <typename... Values>
+Take into(Values*... values) {
+    return [=](const AParcel* out) { (get(out, values), ...); };
 }

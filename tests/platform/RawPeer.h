@@ -41,6 +41,12 @@ inline Bytes call(uint32_t handle, uint32_t code, uint64_t id = 1, const Bytes& 
     return frame;
 }
 
+inline Bytes reply(uint64_t id, int32_t status = STATUS_OK) {
+    Bytes frame;
+    appendReply(&frame, id, status, payloadOf({}, {}, {}));
+    return frame;
+}
+
 // What a call of a method of that interface begins with.
 inline Bytes tokenOf(const std::string& descriptor) {
     Bytes bytes = {0, 0, 0, 0x80, 0xff, 0xff, 0xff, 0xff, 'R', 'D', 'N', 'V'};
@@ -55,15 +61,19 @@ inline Bytes tokenOf(const std::string& descriptor) {
     return bytes;
 }
 
-// Connects to a service. directory: where it is registered.
-inline UniqueFd connectTo(const std::string& directory, const std::string& service) {
+// Returns a socket for which `give`, connect or bind, has been called with that path.
+inline UniqueFd socketAt(const std::string& path, int (*give)(int, const sockaddr*, socklen_t)) {
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    const std::string path = directory + "/" + service + ".service";
     memcpy(address.sun_path, path.c_str(), path.size());
-    EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(give(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     return fd;
+}
+
+// Connects to a service. directory: where it is registered.
+inline UniqueFd connectTo(const std::string& directory, const std::string& service) {
+    return socketAt(directory + "/" + service + ".service", connect);
 }
 
 inline bool sendAll(const UniqueFd& fd, const Bytes& bytes) {
@@ -85,6 +95,11 @@ inline Bytes receive(const UniqueFd& fd, size_t size) {
     return bytes;
 }
 
+// Those bytes come next.
+inline void expectBytes(const UniqueFd& fd, const Bytes& expected) {
+    EXPECT_EQ(receive(fd, expected.size()), expected);
+}
+
 inline bool closedByOther(const UniqueFd& fd) {
     pollfd hungUp{fd.get(), POLLRDHUP, 0};
     return poll(&hungUp, 1, kLimitMs) == 1;
@@ -93,6 +108,6 @@ inline bool closedByOther(const UniqueFd& fd) {
 // Exchanges greetings over a new connection, and returns it.
 inline UniqueFd greet(UniqueFd fd) {
     EXPECT_TRUE(sendAll(fd, hello()));
-    EXPECT_EQ(receive(fd, hello().size()), hello());
+    expectBytes(fd, hello());
     return fd;
 }

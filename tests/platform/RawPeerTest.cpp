@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // A peer that speaks to a service through the bare socket, and says what no process should.
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -39,7 +37,8 @@ extern "C" int malloc_trim(size_t) noexcept {
 
 namespace {
 
-constexpr char kName[] = "lum.test.own";
+constexpr char kOwn[] = "lum.test.own";
+constexpr size_t kReplySize = kFrameHeader + kReplyHead;
 
 // A call whose data is 64 zeros and one object entry, said to be at `offset`; it lies at 0.
 Bytes callWithObject(uint32_t offset, const ObjectEntry& entry) {
@@ -55,26 +54,44 @@ Bytes joined(Bytes first, const Bytes& second) {
     return first;
 }
 
+Bytes release(uint32_t handle, uint64_t count) {
+    Bytes frame;
+    appendRelease(&frame, handle, count);
+    return frame;
+}
+
+Bytes done(uint32_t bytes) {
+    Bytes frame;
+    appendDone(&frame, bytes);
+    return frame;
+}
+
 class RawPeerTest : public testing::Test {
   protected:
     static constexpr int32_t kBigSize = 1000000;  // of an answer to kBig
-    static constexpr size_t kBigReply = kFrameHeader + kReplyHead + 4 + kBigSize;
+    static constexpr size_t kBigReply = kReplySize + 4 + kBigSize;
 
     RawPeerTest() {
-        EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+        EXPECT_EQ(AServiceManager_addService(mObject.get(), kOwn), EX_NONE);
         ABinderProcess_startThreadPool();
     }
 
-    UniqueFd connectRaw() const { return connectTo(mDirectory.path(), kName); }
+    UniqueFd connectRaw() const { return connectTo(mDirectory.path(), kOwn); }
 
     // A connection that has been greeted and is served.
     UniqueFd connectPolitely() const { return greet(connectRaw()); }
 
-    static void expectServed(const UniqueFd& fd, uint64_t id) {
-        EXPECT_TRUE(sendAll(fd, call(0, kPingCode, id)));
-        Bytes expected;
-        appendReply(&expected, id, STATUS_OK, payloadOf({}, {}, {}));
-        EXPECT_EQ(receive(fd, expected.size()), expected);
+    static void expectAnswer(const UniqueFd& fd, const Bytes& frame, const Bytes& answer) {
+        EXPECT_TRUE(sendAll(fd, frame));
+        expectBytes(fd, answer);
+    }
+    static void expectServed(const UniqueFd& fd, uint64_t id = 1) {
+        expectAnswer(fd, call(0, kPingCode, id), reply(id));
+    }
+
+    static LogLine malformed(const std::string& fault) {
+        return logE(format("binder: process %d sent malformed data (%s), connection ended",
+                           getpid(), fault.c_str()));
     }
 
     // What the object's methods do. Outlives the test with those that are still running.
@@ -111,16 +128,14 @@ class RawPeerTest : public testing::Test {
 
 TEST_F(RawPeerTest, PingIsAnsweredByteForByte) {
     const UniqueFd fd = connectPolitely();
-    ASSERT_TRUE(sendAll(
+    expectAnswer(
         fd, {40, 0, 0, 0, 2, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x47, 0x4e, 0x50, 0x5f,
-             0,  0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9, 0, 0, 0, 0,    0,    0,    0}));
-    EXPECT_EQ(receive(fd, 32), (Bytes{24, 0, 0, 0, 3, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0,
-                                      0,  0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+             0,  0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9, 0, 0, 0, 0,    0,    0,    0},
+        {24, 0, 0, 0, 3, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0,
+         0,  0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
 }
 
 TEST_F(RawPeerTest, DescriptorIsGivenOnRequest) {
-    const UniqueFd fd = connectPolitely();
-    ASSERT_TRUE(sendAll(fd, call(0, 0x5f4e5446, 9)));
     // 14 characters, then their UTF-16 units, a zero, and two bytes to the next multiple of four.
     Bytes data = {14, 0, 0, 0};
     for (const char c : std::string(kPeerDescriptor)) {
@@ -130,7 +145,7 @@ TEST_F(RawPeerTest, DescriptorIsGivenOnRequest) {
     data.insert(data.end(), {0, 0, 0, 0});
     Bytes expected;
     appendReply(&expected, 9, STATUS_OK, payloadOf(data, {}, {}));
-    EXPECT_EQ(receive(fd, expected.size()), expected);
+    expectAnswer(connectPolitely(), call(0, 0x5f4e5446, 9), expected);
 }
 
 TEST_F(RawPeerTest, FrameMayComeByteByByte) {
@@ -138,43 +153,26 @@ TEST_F(RawPeerTest, FrameMayComeByteByByte) {
     for (const uint8_t byte : joined(hello(), call(0, kPingCode, 5))) {
         ASSERT_TRUE(sendAll(fd, {byte}));
     }
-    Bytes expected = hello();
-    appendReply(&expected, 5, STATUS_OK, payloadOf({}, {}, {}));
-    EXPECT_EQ(receive(fd, expected.size()), expected);
+    expectBytes(fd, joined(hello(), reply(5)));
 }
 
-TEST_F(RawPeerTest, CallWithoutTokenIsOfABadType) {
+TEST_F(RawPeerTest, CallThatCannotBeMadeIsAnsweredWithItsStatus) {
     const UniqueFd fd = connectPolitely();
-    ASSERT_TRUE(sendAll(fd, call(0, kNote, 5)));
-    Bytes expected;
-    appendReply(&expected, 5, STATUS_BAD_TYPE, payloadOf({}, {}, {}));
-    EXPECT_EQ(receive(fd, expected.size()), expected);
-    expectServed(fd, 6);
-}
-
-TEST_F(RawPeerTest, CodeThatIsNoMethodIsUnknown) {
-    const UniqueFd fd = connectPolitely();
-    ASSERT_TRUE(sendAll(fd, call(0, 0x5f444d50, 5)));
-    Bytes expected;
-    appendReply(&expected, 5, STATUS_UNKNOWN_TRANSACTION, payloadOf({}, {}, {}));
-    EXPECT_EQ(receive(fd, expected.size()), expected);
-    expectServed(fd, 6);
+    expectAnswer(fd, call(0, kNote, 5), reply(5, STATUS_BAD_TYPE));  // without a token
+    expectAnswer(fd, call(0, 0x5f444d50, 6), reply(6, STATUS_UNKNOWN_TRANSACTION));  // no method
+    expectServed(fd, 7);
 }
 
 TEST_F(RawPeerTest, OnewayCallIsAcknowledged) {
-    const UniqueFd fd = connectPolitely();
     const Bytes frame = call(0, kPingCode, 0);
-    ASSERT_TRUE(sendAll(fd, frame));
-    Bytes expected;
-    appendDone(&expected, static_cast<uint32_t>(frame.size()));
-    EXPECT_EQ(receive(fd, expected.size()), expected);
+    expectAnswer(connectPolitely(), frame, done(static_cast<uint32_t>(frame.size())));
 }
 
 TEST_F(RawPeerTest, ConnectionClosedBetweenFramesIsNotMalformed) {
     const UniqueFd other = connectPolitely();
     LogCapture log;
     { const UniqueFd fd = connectPolitely(); }
-    expectServed(other, 1);
+    expectServed(other);
     EXPECT_TRUE(log.lines().empty());
 }
 
@@ -189,7 +187,7 @@ TEST_F(RawPeerTest, HalfAFrameIsSaid) {
     EXPECT_TRUE(
         log.waitFor(logE(format("binder: process %d left in the middle of a frame", getpid()))));
     EXPECT_EQ(log.lines().size(), 1U);
-    expectServed(other, 1);
+    expectServed(other);
 }
 
 TEST_F(RawPeerTest, CallerThatLeavesBreaksNothing) {
@@ -198,7 +196,7 @@ TEST_F(RawPeerTest, CallerThatLeavesBreaksNothing) {
         const UniqueFd fd = connectPolitely();
         for (uint64_t id = 1; id < 20; ++id) ASSERT_TRUE(sendAll(fd, call(0, kPingCode, id)));
     }
-    expectServed(other, 1);
+    expectServed(other);
 }
 
 TEST_F(RawPeerTest, PeerThatReadsLateGetsEverything) {
@@ -206,9 +204,8 @@ TEST_F(RawPeerTest, PeerThatReadsLateGetsEverything) {
     const UniqueFd other = connectPolitely();
     constexpr uint64_t kCalls = 20000;
     for (uint64_t id = 1; id <= kCalls; ++id) ASSERT_TRUE(sendAll(fd, call(0, kPingCode, id)));
-    expectServed(other, 1);
+    expectServed(other);
     // Blocking calls run side by side, so that their replies come in any order.
-    constexpr size_t kReplySize = kFrameHeader + kReplyHead;
     const Bytes replies = receive(fd, kCalls * kReplySize);
     ASSERT_EQ(replies.size(), kCalls * kReplySize);
     std::set<uint64_t> answered;
@@ -230,12 +227,9 @@ TEST_F(RawPeerTest, MoreOnewayCallsThanAllowedEndTheConnection) {
     const Bytes large = call(0, kNote, 0, Bytes(40000));
     for (int i = 0; i < 14; ++i) ASSERT_TRUE(sendAll(fd, large));
     EXPECT_TRUE(closedByOther(fd));
-    EXPECT_EQ(log.lines(), std::vector<LogLine>{logE(format(
-                               "binder: process %d sent malformed data (more calls at once than "
-                               "allowed), connection ended",
-                               getpid()))});
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{malformed("more calls at once than allowed")});
     mCalls->letGo.add();
-    expectServed(other, 1);
+    expectServed(other);
 }
 
 // Calls that do not come to an end, so many over each of so many connections.
@@ -253,7 +247,7 @@ class HangingCallsTest : public RawPeerTest, public testing::WithParamInterface<
 TEST_P(HangingCallsTest, KeepAShareOfTheThreadsAndLeaveTheRestToOthers) {
     const PeerProcess other("lum.test.peer");
     const ndk::SpAIBinder peer(AServiceManager_checkService("lum.test.peer"));
-    ASSERT_EQ(callPeer(peer, kKeep, writeBinder(mObject)), STATUS_OK);
+    ASSERT_EQ(callPeer(peer, kKeep, args(mObject)), STATUS_OK);
 
     std::vector<UniqueFd> hanging;
     for (size_t i = 0; i < GetParam().connections; ++i) {
@@ -265,7 +259,7 @@ TEST_P(HangingCallsTest, KeepAShareOfTheThreadsAndLeaveTheRestToOthers) {
     ASSERT_TRUE(mCalls->held.waitFor(8));  // of 16 threads
     // The other process's blocking calls come to the pool as well: it makes them of itself.
     for (int i = 1; i <= 20; ++i) {
-        ASSERT_EQ(callPeer(peer, kOnewayAddToKept, writeInt(i), nullptr, FLAG_ONEWAY), STATUS_OK);
+        ASSERT_EQ(callOneway(peer, kOnewayAddToKept, args(i)), STATUS_OK);
         ASSERT_TRUE(mCalls->added.waitFor(i));
     }
     EXPECT_EQ(mCalls->held.value(), 8);
@@ -273,7 +267,7 @@ TEST_P(HangingCallsTest, KeepAShareOfTheThreadsAndLeaveTheRestToOthers) {
     // Nothing of what has waited is lost.
     mCalls->letGo.add();
     for (const UniqueFd& fd : hanging) {
-        const size_t size = GetParam().calls * (kFrameHeader + kReplyHead);
+        const size_t size = GetParam().calls * kReplySize;
         EXPECT_EQ(receive(fd, size).size(), size);
     }
     EXPECT_EQ(mCalls->held.value(), static_cast<int>(GetParam().connections * GetParam().calls));
@@ -342,7 +336,7 @@ TEST_F(PeerMemoryTest, HalfFramesCountTogether) {
     }
     EXPECT_TRUE(log.waitFor(tooMuch()));
     EXPECT_EQ(log.lines().size(), 1U);
-    expectServed(other, 1);
+    expectServed(other);
 }
 
 TEST_F(PeerMemoryTest, WaitingCallsCountTogether) {
@@ -360,8 +354,7 @@ TEST_F(PeerMemoryTest, WaitingCallsCountTogether) {
     mCalls->letGo.add();
     // What came in time is carried out: 60 MB of four connections.
     for (size_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(receive(hostile[i], 15 * (kFrameHeader + kReplyHead)).size(),
-                  15 * (kFrameHeader + kReplyHead));
+        EXPECT_EQ(receive(hostile[i], 15 * kReplySize).size(), 15 * kReplySize);
     }
 }
 
@@ -396,7 +389,7 @@ TEST_F(PeerMemoryTest, ConnectionsCount) {
     for (int i = 0; i < 2; ++i) hostile.push_back(connectRaw());
     EXPECT_TRUE(closedByOther(hostile.back()));
     EXPECT_TRUE(log.waitFor(tooMuch()));
-    expectServed(hostile.front(), 1);
+    expectServed(hostile.front());
 }
 
 TEST_F(PeerMemoryTest, AsMuchAsAConnectionMayHaveUnderWayIsKept) {
@@ -412,9 +405,7 @@ TEST_F(PeerMemoryTest, AsMuchAsAConnectionMayHaveUnderWayIsKept) {
     ASSERT_TRUE(sendAll(fd, call(0, kNote, 0, data)));
     ASSERT_TRUE(mCalls->held.waitFor(9));
     mCalls->letGo.add();
-    Bytes done;
-    appendDone(&done, 0);
-    const size_t expected = 16 * (kFrameHeader + kReplyHead) + done.size();
+    const size_t expected = 16 * kReplySize + done(0).size();
     EXPECT_GE(receive(fd, expected).size(), expected);
     EXPECT_EQ(mCalls->held.value(), 17);
     EXPECT_TRUE(log.lines().empty());
@@ -439,11 +430,7 @@ TEST_F(RawPeerTest, ObjectOfTheRawPeerIsReleasedByCount) {
     const Bytes data(64);
     appendCall(&frame, 4, 0, kPingCode, 0, {4},
                payloadOf(data, {0, 28}, {{kOwnedBySender, 0, 5, 0}, {kOwnedBySender, 0, 5, 0}}));
-    ASSERT_TRUE(sendAll(fd, frame));
-    Bytes expected;
-    appendReply(&expected, 4, STATUS_OK, payloadOf({}, {}, {}));
-    appendRelease(&expected, 5, 2);
-    EXPECT_EQ(receive(fd, expected.size()), expected);
+    expectAnswer(fd, frame, joined(reply(4), release(5, 2)));
 }
 
 // Malformed data behind a proper greeting (or in its place), and what is said about it.
@@ -462,41 +449,20 @@ class MalformedDataTest : public RawPeerTest, public testing::WithParamInterface
 
 TEST_P(MalformedDataTest, EndsThatConnectionAndNothingElse) {
     const UniqueFd other = connectPolitely();
-    expectServed(other, 1);
+    expectServed(other);
     const UniqueFd fd = GetParam().greeted ? connectPolitely() : connectRaw();
     LogCapture log;
     ASSERT_TRUE(sendAll(fd, GetParam().bytes));
     EXPECT_TRUE(closedByOther(fd));
-    const LogLine line =
-        logE(format("binder: process %d sent malformed data (%s), connection ended", getpid(),
-                    GetParam().said));
-    EXPECT_EQ(log.lines(), std::vector<LogLine>{line});
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{malformed(GetParam().said)});
     expectServed(other, 2);
-    const UniqueFd next = connectPolitely();
-    expectServed(next, 1);
-}
-
-Bytes release(uint32_t handle, uint64_t count) {
-    Bytes frame;
-    appendRelease(&frame, handle, count);
-    return frame;
-}
-
-Bytes reply(uint64_t id) {
-    Bytes frame;
-    appendReply(&frame, id, STATUS_OK, payloadOf({}, {}, {}));
-    return frame;
-}
-
-Bytes done(uint32_t bytes) {
-    Bytes frame;
-    appendDone(&frame, bytes);
-    return frame;
+    expectServed(connectPolitely());
 }
 
 const ObjectEntry kTheirs{kOwnedBySender, 0, 5, 0};
 const ObjectEntry kOurs{kOwnedByReceiver, 0, 5, 0};
 
+// What is wrong within a frame is FrameTest's.
 INSTANTIATE_TEST_SUITE_P(
     Each, MalformedDataTest,
     testing::Values(
@@ -506,12 +472,7 @@ INSTANTIATE_TEST_SUITE_P(
                       false,
                       {8, 0, 0, 0, 1, 0, 0, 0, 1, 2, 3, 4, 1, 0, 0, 0},
                       "a strange greeting"},
-        MalformedData{"OtherVersion",
-                      false,
-                      {8, 0, 0, 0, 1, 0, 0, 0, 'B', 'l', 'u', 'm', 2, 0, 0, 0},
-                      "a greeting of another version"},
         MalformedData{"SecondGreeting", true, hello(), "a second greeting"},
-        MalformedData{"Length2To31", true, {0, 0, 0, 0x80, 2, 0, 0, 0}, "a frame too long"},
         MalformedData{
             "LengthMinus1", true, {0xff, 0xff, 0xff, 0xff, 2, 0, 0, 0}, "a frame too long"},
         MalformedData{"EmptyCall", true, {0, 0, 0, 0, 2, 0, 0, 0}, "a call cut short"},
@@ -523,9 +484,6 @@ INSTANTIATE_TEST_SUITE_P(
                       "a call of an object it does not hold"},
         MalformedData{"ObjectOutside", true, callWithObject(40, kTheirs),
                       "an object outside the data"},
-        MalformedData{"ObjectFarOutside", true, callWithObject(0xfffffffc, kTheirs),
-                      "an object outside the data"},
-        MalformedData{"ObjectMisaligned", true, callWithObject(2, kTheirs), "a misaligned object"},
         MalformedData{"ObjectOfNoType", true, callWithObject(32, kTheirs),
                       "an object of unknown type"},
         MalformedData{"ObjectWithServicesHandle", true,
@@ -533,9 +491,6 @@ INSTANTIATE_TEST_SUITE_P(
                       "an object with a service's handle"},
         MalformedData{"ObjectNotHeld", true, callWithObject(0, kOurs),
                       "an object it does not hold"},
-        MalformedData{"ObjectWithHugeHandle", true,
-                      callWithObject(0, {kOwnedBySender, 0, uint64_t{1} << 32U, 0}),
-                      "an object with an impossible handle"},
         MalformedData{"ReleaseOfNothing", true, release(3, 1),
                       "a release of an object it does not hold"},
         MalformedData{"ReleaseOfTheService", true, release(0, 1),
@@ -544,102 +499,74 @@ INSTANTIATE_TEST_SUITE_P(
         MalformedData{"DoneWithNothing", true, done(1), "an acknowledgement of calls never made"}),
     [](const testing::TestParamInfo<MalformedData>& test) { return test.param.name; });
 
-// A service that is a bare socket: answers the first call with whatever a test says.
+// A service that is a bare socket.
 class RawServiceTest : public RawPeerTest {
   protected:
-    UniqueFd listenAsLiar() const {
-        UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
+    static constexpr char kLiar[] = "lum.test.liar";
+
+    // Pings the service. answer: what the service sends back, given the call's id; leaves: whether
+    // it closes the connection then, or is to see it closed.
+    binder_status_t ping(const std::function<Bytes(uint64_t id)>& answer, bool leaves) {
         const std::string file = "0123456789abcdef-1-1.socket";
-        const std::string path = mDirectory.path() + "/" + file;
-        const std::string name = mDirectory.path() + "/lum.test.liar.service";
+        const std::string name = mDirectory.path() + "/" + kLiar + ".service";
         EXPECT_EQ(symlink(file.c_str(), name.c_str()), 0);
-        memcpy(address.sun_path, path.c_str(), path.size());
-        EXPECT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        const UniqueFd listener = socketAt(mDirectory.path() + "/" + file, bind);
         EXPECT_EQ(listen(listener.get(), 1), 0);
-        return listener;
+        std::thread service([&] {
+            const UniqueFd client(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            const Bytes said = receive(client, hello().size() + call(0, kPingCode).size());
+            uint64_t id = 0;
+            memcpy(&id, said.data() + hello().size() + kFrameHeader, sizeof id);
+            EXPECT_TRUE(sendAll(client, answer(id)));
+            EXPECT_TRUE(leaves || closedByOther(client));
+        });
+        mLiar = ndk::SpAIBinder(AServiceManager_checkService(kLiar));
+        const binder_status_t status = AIBinder_ping(mLiar.get());
+        service.join();
+        return status;
     }
 
-    // Pings the service, which answers with `answer` and, if `leaves`, closes the connection.
-    void expectDead(const Bytes& answer, bool leaves) const {
-        const UniqueFd listener = listenAsLiar();
-        std::thread service([&] {
-            UniqueFd client(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-            const size_t said = hello().size() + call(0, kPingCode).size();
-            EXPECT_EQ(receive(client, said).size(), said);
-            EXPECT_TRUE(sendAll(client, answer));
-            if (leaves) {
-                client.reset();
-            } else {
-                EXPECT_TRUE(closedByOther(client));
-            }
-        });
+    // The call has ended, and other services are reached.
+    void expectDead(const Bytes& answer, bool leaves, const std::vector<LogLine>& lines) {
         const PeerProcess other("lum.test.peer");
-        const ndk::SpAIBinder liar(AServiceManager_checkService("lum.test.liar"));
-        EXPECT_EQ(AIBinder_ping(liar.get()), STATUS_DEAD_OBJECT);
-        EXPECT_FALSE(AIBinder_isAlive(liar.get()));
-        service.join();
+        const LogCapture log;
+        EXPECT_EQ(ping([&](uint64_t) { return answer; }, leaves), STATUS_DEAD_OBJECT);
+        EXPECT_FALSE(AIBinder_isAlive(mLiar.get()));
+        EXPECT_EQ(log.lines(), lines);
         const ndk::SpAIBinder honest(AServiceManager_checkService("lum.test.peer"));
         EXPECT_EQ(AIBinder_ping(honest.get()), STATUS_OK);
     }
 
-    static Bytes reply(uint64_t id) {
-        Bytes frame;
-        appendReply(&frame, id, STATUS_OK, payloadOf({}, {}, {}));
-        return frame;
-    }
+    ndk::SpAIBinder mLiar;
 };
 
 TEST_F(RawServiceTest, AnswerWithoutGreetingEndsTheCall) {
-    LogCapture log;
-    expectDead(reply(1), false);
-    EXPECT_TRUE(log.has(logE(format(
-        "binder: process %d sent malformed data (no greeting), connection ended", getpid()))));
+    expectDead(reply(1), false, {malformed("no greeting")});
 }
 
 TEST_F(RawServiceTest, GarbageEndsTheCall) {
-    LogCapture log;
-    expectDead(Bytes(64, 0xff), false);
-    EXPECT_TRUE(log.has(logE(format(
-        "binder: process %d sent malformed data (a frame too long), connection ended", getpid()))));
+    expectDead(Bytes(64, 0xff), false, {malformed("a frame too long")});
 }
 
 TEST_F(RawServiceTest, ReplyToAnotherCallEndsTheCall) {
-    LogCapture log;
-    expectDead(joined(hello(), reply(0x7777777777777777)), false);
-    EXPECT_TRUE(log.has(
-        logE(format("binder: process %d sent malformed data (a reply to no call), connection ended",
-                    getpid()))));
+    expectDead(joined(hello(), reply(0x7777777777777777)), false,
+               {malformed("a reply to no call")});
 }
 
 TEST_F(RawServiceTest, HalfAReplyEndsTheCall) {
-    LogCapture log;
     Bytes half = reply(1);
     half.resize(half.size() / 2);
-    expectDead(joined(hello(), half), true);
-    EXPECT_TRUE(
-        log.has(logE(format("binder: process %d left in the middle of a frame", getpid()))));
-}
-
-TEST_F(RawServiceTest, StatusNobodyKnowsBecomesAnUnknownError) {
-    const UniqueFd listener = listenAsLiar();
-    std::thread service([&] {
-        const UniqueFd client(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-        const Bytes said = receive(client, hello().size() + call(0, kPingCode).size());
-        uint64_t id = 0;
-        memcpy(&id, said.data() + hello().size() + kFrameHeader, sizeof id);
-        Bytes answer = hello();
-        appendReply(&answer, id, 4711, payloadOf({}, {}, {}));
-        EXPECT_TRUE(sendAll(client, answer));
-    });
-    const ndk::SpAIBinder liar(AServiceManager_checkService("lum.test.liar"));
-    EXPECT_EQ(AIBinder_ping(liar.get()), STATUS_UNKNOWN_ERROR);
-    service.join();
+    expectDead(joined(hello(), half), true,
+               {logE(format("binder: process %d left in the middle of a frame", getpid()))});
 }
 
 TEST_F(RawServiceTest, SilenceAndThenTheEndEndsTheCall) {
-    expectDead({}, true);
+    expectDead({}, true, {});
+}
+
+TEST_F(RawServiceTest, StatusNobodyKnowsBecomesAnUnknownError) {
+    EXPECT_EQ(ping([](uint64_t id) { return joined(hello(), reply(id, 4711)); }, true),
+              STATUS_UNKNOWN_ERROR);
 }
 
 }  // namespace

@@ -12,78 +12,66 @@
 #include <thread>
 #include <vector>
 
-#include "tests/platform/PeerInterface.h"
-#include "tests/platform/PeerProcess.h"
+#include "tests/platform/PeerTest.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/Pattern.h"
-#include "tests/support/TestDirectory.h"
 #include "tools/emulator/ProcessStats.h"
 
 namespace {
 
-constexpr char kName[] = "lum.test.peer";
-
-ndk::SpAIBinder find(const std::string& name) {
-    return ndk::SpAIBinder(AServiceManager_waitForService(name.c_str()));
-}
+constexpr char kOwn[] = "lum.test.own";
 
 size_t filesIn(const std::string& directory) {
     const std::filesystem::directory_iterator files(directory);
     return static_cast<size_t>(std::distance(begin(files), end(files)));
 }
 
-// Has a peer serve its object under one more name. Returns what came of it.
-binder_exception_t serve(const ndk::SpAIBinder& peer, const std::string& name) {
-    int32_t outcome = -1;
-    EXPECT_EQ(callPeer(
-                  peer, kServe,
-                  [&](AParcel* in) {
-                      AParcel_writeString(in, name.c_str(), static_cast<int32_t>(name.size()));
-                  },
-                  readInt(&outcome)),
-              STATUS_OK);
-    return outcome;
-}
-
-int32_t notedBy(const ndk::SpAIBinder& peer) {
-    int32_t count = -1;
-    EXPECT_EQ(callPeer(peer, kNoted, nullptr, readInt(&count)), STATUS_OK);
-    return count;
+int32_t ask(const ndk::SpAIBinder& peer, transaction_code_t code, const Fill& fill = nullptr) {
+    int32_t answer = -1;
+    EXPECT_EQ(callPeer(peer, code, fill, into(&answer)), STATUS_OK);
+    return answer;
 }
 
 class RegistryTest : public testing::Test {
   protected:
+    binder_exception_t serve(const std::string& name = kName) {
+        return AServiceManager_addService(mObject.get(), name.c_str());
+    }
+    // Serves, under kOwn, an object that replies 0 after `first`.
+    void serveOwn(const std::function<void()>& first = [] {}) {
+        mOwn = makePeerObject([first](transaction_code_t, const AParcel*, AParcel* out) {
+            first();
+            return AParcel_writeInt32(out, 0);
+        });
+        ASSERT_EQ(AServiceManager_addService(mOwn.get(), kOwn), EX_NONE);
+        ABinderProcess_startThreadPool();
+    }
+    static void useDirectory(const std::string& path) { setenv("LUM_BINDER_DIR", path.c_str(), 1); }
+
     const TestDirectory mDirectory;
     const ndk::SpAIBinder mObject = makePeerObject(
-        [](transaction_code_t, const AParcel*, AParcel*) -> binder_status_t { return STATUS_OK; });
+        [](transaction_code_t, const AParcel*, AParcel*) { return binder_status_t{STATUS_OK}; });
+    ndk::SpAIBinder mOwn;
 };
 
 TEST_F(RegistryTest, NameThatNobodyServesIsNullAtOnce) {
-    LogCapture log;
-    EXPECT_EQ(find(kName).get(), nullptr);
+    const LogCapture log;
+    EXPECT_EQ(AServiceManager_waitForService(kName), nullptr);
     EXPECT_EQ(AServiceManager_checkService(kName), nullptr);
     EXPECT_EQ(AServiceManager_checkService(nullptr), nullptr);
+    const std::string none = mDirectory.path() + "/none";
+    useDirectory(none);
+    EXPECT_EQ(AServiceManager_waitForService(kName), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(none));
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(RegistryTest, DirectoryThatDoesNotExistServesNothing) {
-    setenv("LUM_BINDER_DIR", (mDirectory.path() + "/none").c_str(), 1);
-    LogCapture log;
-    EXPECT_EQ(find(kName).get(), nullptr);
-    EXPECT_TRUE(log.lines().empty());
-    EXPECT_FALSE(std::filesystem::exists(mDirectory.path() + "/none"));
-}
-
-TEST_F(RegistryTest, OwnServiceIsFoundAsTheObjectItself) {
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+TEST_F(RegistryTest, OwnServiceIsTheObjectItselfUntilAnotherReplacesIt) {
+    EXPECT_EQ(serve(), EX_NONE);
     EXPECT_EQ(find(kName), mObject);
     EXPECT_EQ(AIBinder_debugGetRefCount(mObject.get()), 2);
-}
-
-TEST_F(RegistryTest, NewObjectOfTheSameProcessReplacesTheOld) {
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
     const ndk::SpAIBinder other = makePeerObject(nullptr);
     EXPECT_EQ(AServiceManager_addService(other.get(), kName), EX_NONE);
     EXPECT_EQ(find(kName), other);
@@ -102,7 +90,7 @@ TEST_F(RegistryTest, NamesOfOtherCharactersOrLengthsAreRefusedAndFindNothing) {
     };
     for (const std::string& name : names) {
         LogCapture log;
-        EXPECT_EQ(AServiceManager_addService(mObject.get(), name.c_str()), EX_ILLEGAL_ARGUMENT);
+        EXPECT_EQ(serve(name), EX_ILLEGAL_ARGUMENT);
         EXPECT_EQ(
             log.lines(),
             (std::vector<LogLine>{logE("binder: \"" + name + "\" cannot be a service's name")}));
@@ -114,16 +102,16 @@ TEST_F(RegistryTest, NamesOfOtherCharactersOrLengthsAreRefusedAndFindNothing) {
 
 TEST_F(RegistryTest, ObjectOfAnotherProcessCannotBeServed) {
     const PeerProcess peer(kName);
-    const ndk::SpAIBinder remote = find(kName);
-    LogCapture log;
-    EXPECT_EQ(AServiceManager_addService(remote.get(), "lum.test.own"), EX_ILLEGAL_ARGUMENT);
+    const LogCapture log;
+    EXPECT_EQ(AServiceManager_addService(find(kName).get(), kOwn), EX_ILLEGAL_ARGUMENT);
     EXPECT_TRUE(
         log.has(logE("binder: lum.test.own cannot be served with an object of another process")));
 }
 
 TEST_F(RegistryTest, NamesAreKeptApartAndInsideTheDirectory) {
     const std::vector<std::string> names = {
-        "a", "A", "a/b", "a_b", "../a", ".", "..", "a.lock", "a.socket", "a.lock.socket", "-/9Z",
+        "a",  "A",      "a/b",      "a_b",           "../a", ".",
+        "..", "a.lock", "a.socket", "a.lock.socket", "-/9Z", std::string(127, 'x'),
     };
     std::vector<ndk::SpAIBinder> objects;
     for (const std::string& name : names) {
@@ -136,22 +124,16 @@ TEST_F(RegistryTest, NamesAreKeptApartAndInsideTheDirectory) {
     EXPECT_EQ(filesIn(mDirectory.path()), 2 * names.size());
 }
 
-TEST_F(RegistryTest, LongestNameIsServed) {
-    const std::string name(127, 'x');
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), name.c_str()), EX_NONE);
-    EXPECT_EQ(find(name), mObject);
-}
-
 TEST_F(RegistryTest, DirectoryTooLongForItsSocketsIsRefused) {
     const std::string longest =
         mDirectory.path() + "/" + std::string(64 - mDirectory.path().size() - 1, 'x');
-    setenv("LUM_BINDER_DIR", longest.c_str(), 1);
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+    useDirectory(longest);
+    EXPECT_EQ(serve(), EX_NONE);
     EXPECT_EQ(find(kName), mObject);
 
+    useDirectory(longest + "x");
     const LogCapture log;
-    setenv("LUM_BINDER_DIR", (longest + "x").c_str(), 1);
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(serve(), EX_ILLEGAL_ARGUMENT);
     EXPECT_EQ(log.lines(), std::vector<LogLine>{logE(
                                "binder: the socket directory's path may have 64 bytes at most, not "
                                "65: " +
@@ -161,9 +143,9 @@ TEST_F(RegistryTest, DirectoryTooLongForItsSocketsIsRefused) {
 
 TEST_F(RegistryTest, DirectoryIsMadeForItsUserAlone) {
     const std::string directory = mDirectory.path() + "/made";
-    setenv("LUM_BINDER_DIR", directory.c_str(), 1);
+    useDirectory(directory);
     umask(0);
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+    EXPECT_EQ(serve(), EX_NONE);
     struct stat about {};
     ASSERT_EQ(stat(directory.c_str(), &about), 0);
     EXPECT_EQ(about.st_mode & 07777U, 0700U);
@@ -172,14 +154,14 @@ TEST_F(RegistryTest, DirectoryIsMadeForItsUserAlone) {
 TEST_F(RegistryTest, DirectoryOfTheRunningSessionIsUsedWithoutOne) {
     unsetenv("LUM_BINDER_DIR");
     setenv("XDG_RUNTIME_DIR", mDirectory.path().c_str(), 1);
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+    EXPECT_EQ(serve(), EX_NONE);
     EXPECT_TRUE(std::filesystem::exists(mDirectory.path() + "/lum-binder/lum.test.peer.service"));
 }
 
 TEST_F(RegistryTest, DirectoryOpenToOthersIsRefused) {
     ASSERT_EQ(chmod(mDirectory.path().c_str(), 0710), 0);
     LogCapture log;
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
+    EXPECT_EQ(serve(), EX_SECURITY);
     EXPECT_EQ(find(kName).get(), nullptr);
     EXPECT_EQ(log.count(logE("binder: the socket directory " + mDirectory.path() +
                              " is open to others (mode 710)")),
@@ -192,7 +174,7 @@ TEST_F(RegistryTest, DirectoryOfAnotherUserIsRefused) {
         GTEST_SKIP() << "only root can give a directory away";
     }
     LogCapture log;
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
+    EXPECT_EQ(serve(), EX_SECURITY);
     EXPECT_TRUE(log.has(logE(format("binder: the socket directory %s belongs to user %u, not to %u",
                                     mDirectory.path().c_str(), other, geteuid()))));
 }
@@ -200,73 +182,73 @@ TEST_F(RegistryTest, DirectoryOfAnotherUserIsRefused) {
 TEST_F(RegistryTest, DirectoryThatIsNoneIsRefused) {
     const std::string file = mDirectory.path() + "/file";
     std::ofstream(file) << "no directory";
-    setenv("LUM_BINDER_DIR", file.c_str(), 1);
-    LogCapture log;
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
-    EXPECT_TRUE(log.has(logE("binder: the socket directory " + file + " is not a directory")));
-
     // A link to a safe directory could be turned elsewhere by whoever made it.
     const std::string link = mDirectory.path() + "/link";
     ASSERT_EQ(symlink(mDirectory.path().c_str(), link.c_str()), 0);
-    setenv("LUM_BINDER_DIR", link.c_str(), 1);
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_SECURITY);
-    EXPECT_TRUE(log.has(logE("binder: the socket directory " + link + " is not a directory")));
+    for (const std::string& path : {file, link}) {
+        useDirectory(path);
+        const LogCapture log;
+        EXPECT_EQ(serve(), EX_SECURITY);
+        EXPECT_TRUE(log.has(logE("binder: the socket directory " + path + " is not a directory")));
+    }
 }
 
 TEST_F(RegistryTest, NameIsTakenOverFromALivingProcess) {
     PeerProcess first(kName);
     const ndk::SpAIBinder old = find(kName);
-    ASSERT_EQ(callPeer(old, kNote, writeInt(0)), STATUS_OK);
+    ASSERT_EQ(callPeer(old, kNote, args(0)), STATUS_OK);
     PeerProcess second(kName);
     EXPECT_EQ(second.said(), "ready");
     // Those who come now reach the second, and who is with the first stays with it.
-    ndk::SpAIBinder now = find(kName);
-    EXPECT_NE(now, old);
-    EXPECT_EQ(notedBy(now), 0);
-    EXPECT_EQ(notedBy(old), 1);
+    EXPECT_EQ(ask(find(kName), kNoted), 0);
+    EXPECT_EQ(ask(old, kNoted), 1);
     // Once the second has died nobody serves the name, though the first lives.
     second.kill();
     EXPECT_EQ(find(kName).get(), nullptr);
-    EXPECT_EQ(notedBy(old), 1);
+    EXPECT_EQ(ask(old, kNoted), 1);
     // The first can take it again, and is found as the one it is.
-    EXPECT_EQ(serve(old, kName), EX_NONE);
+    EXPECT_EQ(ask(old, kServe, args(kName)), EX_NONE);
     EXPECT_EQ(find(kName), old);
     EXPECT_EQ(filesIn(mDirectory.path()), 2U);
 }
 
 TEST_F(RegistryTest, NameTakenOverIsTheNewServersForTheOldOneToo) {
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+    EXPECT_EQ(serve(), EX_NONE);
     const PeerProcess peer(kName);
     const ndk::SpAIBinder found = find(kName);
     EXPECT_NE(found, mObject);
     EXPECT_EQ(AIBinder_ping(found.get()), STATUS_OK);
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+    EXPECT_EQ(serve(), EX_NONE);
     EXPECT_EQ(find(kName), mObject);
 }
 
-TEST_F(RegistryTest, TwoNamesOfOneObjectAreOneProxy) {
+TEST_F(RegistryTest, TwoNamesOfOneObjectAreOneProxyOfOneConnection) {
     const PeerProcess peer(kName);
-    const ndk::SpAIBinder service = find(kName);
-    EXPECT_EQ(serve(service, "lum.test.other"), EX_NONE);
+    ndk::SpAIBinder service = find(kName);
+    EXPECT_EQ(ask(service, kServe, args("lum.test.other")), EX_NONE);
     const size_t descriptors = openDescriptors();
     EXPECT_EQ(find("lum.test.other"), service);
+    // The connection outlives its last proxy.
+    service = nullptr;
+    service = find(kName);
+    EXPECT_EQ(AIBinder_ping(service.get()), STATUS_OK);
     EXPECT_EQ(openDescriptors(), descriptors);
 }
 
 TEST_F(RegistryTest, ProcessesThatTakeANameAtOnceLeaveItServedAtAnyTime) {
     const PeerProcess one("lum.test.one");
     const PeerProcess two("lum.test.two");
-    EXPECT_EQ(serve(find("lum.test.one"), kName), EX_NONE);
-    std::vector<std::thread> takers;
+    const std::vector<ndk::SpAIBinder> services = {find("lum.test.one"), find("lum.test.two")};
+    EXPECT_EQ(ask(services[0], kServe, args(kName)), EX_NONE);
     std::atomic<int> taking{2};
-    for (const char* const name : {"lum.test.one", "lum.test.two"}) {
-        takers.emplace_back([&taking, service = find(name)] {
-            for (int round = 0; round < 200; ++round) EXPECT_EQ(serve(service, kName), EX_NONE);
-            --taking;
-        });
-    }
+    Threads takers(2, [&](int taker) {
+        for (int round = 0; round < 200; ++round) {
+            EXPECT_EQ(ask(services[static_cast<size_t>(taker)], kServe, args(kName)), EX_NONE);
+        }
+        --taking;
+    });
     while (taking != 0) EXPECT_EQ(AIBinder_ping(find(kName).get()), STATUS_OK);
-    for (std::thread& taker : takers) taker.join();
+    takers.join();
     // Of each name its link and its socket; nothing that was replaced stays behind.
     EXPECT_EQ(filesIn(mDirectory.path()), 6U);
 }
@@ -274,25 +256,13 @@ TEST_F(RegistryTest, ProcessesThatTakeANameAtOnceLeaveItServedAtAnyTime) {
 TEST_F(RegistryTest, NameIsFreedByDeathAndTakenAgain) {
     for (int round = 0; round < 20; ++round) {
         PeerProcess peer(kName);
-        ASSERT_EQ(peer.said(), "ready");
         const ndk::SpAIBinder service = find(kName);
-        ASSERT_NE(service.get(), nullptr);
         EXPECT_EQ(AIBinder_ping(service.get()), STATUS_OK);
         EXPECT_EQ(find(kName), service);
         peer.kill();
         EXPECT_EQ(find(kName).get(), nullptr);
     }
-    EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
-}
-
-TEST_F(RegistryTest, ConnectionIsKeptAndUsedAgain) {
-    const PeerProcess peer(kName);
-    ndk::SpAIBinder service = find(kName);
-    const size_t descriptors = openDescriptors();
-    service = nullptr;
-    service = find(kName);
-    EXPECT_EQ(AIBinder_ping(service.get()), STATUS_OK);
-    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_EQ(serve(), EX_NONE);
 }
 
 TEST_F(RegistryTest, ManyConnectionsLeaveNoDescriptors) {
@@ -312,25 +282,11 @@ TEST_F(RegistryTest, ManyConnectionsLeaveNoDescriptors) {
 }
 
 TEST_F(RegistryTest, ManyClientsLeaveNoDescriptorsInTheService) {
-    const ndk::SpAIBinder object =
-        makePeerObject([](transaction_code_t, const AParcel*, AParcel* out) -> binder_status_t {
-            return AParcel_writeInt32(out, 0);
-        });
-    ASSERT_EQ(AServiceManager_addService(object.get(), "lum.test.own"), EX_NONE);
-    ABinderProcess_startThreadPool();
+    serveOwn();
     const size_t before = openDescriptors();
-    const std::string path = "lum.test.own";
     for (int round = 0; round < 20; ++round) {
         PeerProcess peer(kName);
-        int32_t steps = 0;
-        EXPECT_EQ(callPeer(
-                      find(kName), kRelay,
-                      [&](AParcel* in) {
-                          AParcel_writeString(in, path.c_str(), static_cast<int32_t>(path.size()));
-                      },
-                      readInt(&steps)),
-                  STATUS_OK);
-        EXPECT_EQ(steps, 1);
+        EXPECT_EQ(ask(find(kName), kRelay, args(kOwn)), 1);
         peer.kill();
     }
     EXPECT_TRUE(eventually([&] { return openDescriptors() == before; }));
@@ -365,7 +321,7 @@ TEST_F(RegistryTest, ServiceAddedWithoutDescriptorsIsRefusedAndLeaksNothing) {
         const DescriptorLimit few(static_cast<int>(free));
         {
             LogCapture log;
-            EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_ILLEGAL_STATE);
+            EXPECT_EQ(serve(), EX_ILLEGAL_STATE);
             ASSERT_EQ(log.lines().size(), 1U);
             EXPECT_EQ(replaceAll(log.lines()[0].text, "/[^ ]*", "PATH"), said[free]);
         }
@@ -375,7 +331,7 @@ TEST_F(RegistryTest, ServiceAddedWithoutDescriptorsIsRefusedAndLeaksNothing) {
     {
         LogCapture log;
         const DescriptorLimit few(static_cast<int>(said.size()));
-        EXPECT_EQ(AServiceManager_addService(mObject.get(), kName), EX_NONE);
+        EXPECT_EQ(serve(), EX_NONE);
         EXPECT_EQ(find(kName), mObject);
         EXPECT_TRUE(log.lines().empty());
     }
@@ -384,69 +340,41 @@ TEST_F(RegistryTest, ServiceAddedWithoutDescriptorsIsRefusedAndLeaksNothing) {
 }
 
 TEST_F(RegistryTest, ClientIsTurnedAwayWhileTheServiceHasNoDescriptors) {
-    const ndk::SpAIBinder object =
-        makePeerObject([](transaction_code_t, const AParcel*, AParcel* out) -> binder_status_t {
-            return AParcel_writeInt32(out, 0);
-        });
-    ASSERT_EQ(AServiceManager_addService(object.get(), "lum.test.own"), EX_NONE);
-    ABinderProcess_startThreadPool();
+    serveOwn();
     const PeerProcess peer(kName);
     ASSERT_EQ(AIBinder_ping(find(kName).get()), STATUS_OK);  // the connection is there from now on
-    const std::string path = "lum.test.own";
-    const Fill fill = [&](AParcel* in) {
-        AParcel_writeString(in, path.c_str(), static_cast<int32_t>(path.size()));
-    };
-    int32_t steps = 0;
     LogCapture log;
     for (int round = 0; round < 3; ++round) {
         const DescriptorLimit few(0);
-        EXPECT_EQ(callPeer(find(kName), kRelay, fill), STATUS_DEAD_OBJECT);
+        EXPECT_EQ(callPeer(find(kName), kRelay, args(kOwn)), STATUS_DEAD_OBJECT);
     }
     EXPECT_TRUE(
         log.has(logE("binder: cannot accept a client of lum.test.own (Too many open files)")));
-    EXPECT_EQ(callPeer(find(kName), kRelay, fill, readInt(&steps)), STATUS_OK);
-    EXPECT_EQ(steps, 1);
+    EXPECT_EQ(ask(find(kName), kRelay, args(kOwn)), 1);
 }
 
 TEST_F(RegistryTest, DescriptorsAreClosedOnExec) {
     // Looked at while a client is being served, whose connection ends soon after.
-    const ndk::SpAIBinder object =
-        makePeerObject([this](transaction_code_t, const AParcel*, AParcel* out) -> binder_status_t {
-            for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-                std::error_code gone;
-                const std::string target =
-                    std::filesystem::read_symlink(entry.path(), gone).string();
-                if (target.find("socket:") != 0 && target.find("eventpoll") == std::string::npos &&
-                    target.find(mDirectory.path()) != 0) {
-                    continue;
-                }
-                const int fd = std::stoi(entry.path().filename().string());
-                EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << target;
+    serveOwn([this] {
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            const std::string target = std::filesystem::read_symlink(entry.path(), gone).string();
+            if (target.find("socket:") != 0 && target.find("eventpoll") == std::string::npos &&
+                target.find(mDirectory.path()) != 0) {
+                continue;
             }
-            return AParcel_writeInt32(out, 0);
-        });
-    const std::string own = "lum.test.own";
-    ASSERT_EQ(AServiceManager_addService(object.get(), own.c_str()), EX_NONE);
-    ABinderProcess_startThreadPool();
+            const int fd = std::stoi(entry.path().filename().string());
+            EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << target;
+        }
+    });
     const PeerProcess peer(kName);
-    int32_t steps = 0;
-    ASSERT_EQ(callPeer(
-                  find(kName), kRelay,
-                  [&](AParcel* in) {
-                      AParcel_writeString(in, own.c_str(), static_cast<int32_t>(own.size()));
-                  },
-                  readInt(&steps)),
-              STATUS_OK);
-    EXPECT_EQ(steps, 1);
+    EXPECT_EQ(ask(find(kName), kRelay, args(kOwn)), 1);
 }
 
 TEST_F(RegistryTest, ThreadsThatLookUpAtOnceShareOneConnection) {
     const PeerProcess peer(kName);
     std::vector<ndk::SpAIBinder> found(8);
-    std::vector<std::thread> threads;
-    threads.reserve(found.size());
-    for (ndk::SpAIBinder& service : found) threads.emplace_back([&] { service = find(kName); });
-    for (std::thread& thread : threads) thread.join();
+    Threads(8, [&](int i) { found[static_cast<size_t>(i)] = find(kName); }).join();
     for (const ndk::SpAIBinder& service : found) EXPECT_EQ(service, found.front());
     EXPECT_NE(found.front().get(), nullptr);
 }
