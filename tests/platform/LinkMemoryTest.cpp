@@ -3,16 +3,13 @@
 #include <android/binder_auto_utils.h>
 #include <android/binder_process.h>
 #include <gtest/gtest.h>
-#include <sys/epoll.h>
-#include <sys/socket.h>
 
-#include <array>
 #include <memory>
 #include <new>
 #include <thread>
 
-#include "platform/linux/src/LocalLink.h"
 #include "platform/linux/src/PeerAccount.h"
+#include "tests/platform/Connection.h"
 #include "tests/platform/CountedObject.h"
 #include "tests/platform/RawPeer.h"
 #include "tests/support/AllocationLimit.h"
@@ -20,25 +17,43 @@
 
 namespace {
 
-TEST(NoMemory, DeathIsReportedAllTheSame) {
-    ABinderProcess_startThreadPool();
-    std::array<int, 2> ends{};
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()), 0);
-    UniqueFd peer(ends[1]);
-    // Not served by the I/O thread: this one plays its part.
-    const auto link = std::make_shared<LocalLink>(UniqueFd(ends[0]), nullptr);
-    const BinderRef root = link->root();
-    Counter died;
-    const ndk::ScopedAIBinder_DeathRecipient recipient(
-        AIBinder_DeathRecipient_new([](void* cookie) { static_cast<Counter*>(cookie)->add(); }));
-    ASSERT_EQ(AIBinder_linkToDeath(root.get(), recipient.get(), &died), STATUS_OK);
-    peer.reset();
+class LinkMemoryTest : public testing::Test {
+  protected:
+    LinkMemoryTest() { ABinderProcess_startThreadPool(); }
+
+    void link(const BinderRef& root) {
+        EXPECT_EQ(AIBinder_linkToDeath(root.get(), mRecipient.get(), &mDied), STATUS_OK);
+    }
+
+    Counter mDied;
+    const ndk::ScopedAIBinder_DeathRecipient mRecipient{
+        AIBinder_DeathRecipient_new([](void* cookie) { static_cast<Counter*>(cookie)->add(); })};
+    Connection mConnection;
+};
+
+TEST_F(LinkMemoryTest, DeathIsReportedAllTheSame) {
+    const BinderRef root = mConnection.link->root();
+    link(root);
     {
         const AllocationLimit none(0);
-        link->onReady(EPOLLIN);
+        mConnection.die();
     }
-    EXPECT_TRUE(died.waitFor(1));
+    EXPECT_TRUE(mDied.waitFor(1));
     EXPECT_FALSE(AIBinder_isAlive(root.get()));
+}
+
+TEST_F(LinkMemoryTest, ProxyEndsAndItsRegistrationWithTheThread) {
+    std::thread([&] {
+        BinderRef root = mConnection.link->root();
+        link(root);
+        const AllocationLimit none(0);
+        root.reset();
+    }).join();
+    // Nothing was left behind that a new link would meet.
+    const BinderRef root = mConnection.link->root();
+    link(root);
+    mConnection.die();
+    EXPECT_TRUE(mDied.waitFor(1));
 }
 
 // Proxies that were made before memory ran out end with the call, on the thread that reads it.
@@ -55,17 +70,13 @@ TEST(NoMemory, CallWithObjectsEndsTheConnection) {
         payloadOf(Bytes(2 * sizeof(ObjectEntry)), {0, sizeof(ObjectEntry)}, {object, other}));
     long refused = 0;
     for (bool served = false; !served; ++refused) {
-        std::array<int, 2> ends{};
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()),
-                  0);
-        const UniqueFd peer(ends[1]);
-        const auto link = std::make_shared<LocalLink>(UniqueFd(ends[0]), refTo(service.get()));
-        ASSERT_TRUE(sendAll(peer, bytes));
+        const Connection connection(refTo(service.get()));
+        ASSERT_TRUE(sendAll(connection.peer, bytes));
         {
             const AllocationLimit one(refused, AllocationLimit::kNextOnly);
-            link->onReady(EPOLLIN);
+            connection.link->onReady(EPOLLIN);
         }
-        served = link->isAlive();
+        served = connection.link->isAlive();
     }
     EXPECT_GT(refused, 8);  // the call, its bytes, two proxies with their entries, what carries it
 }
@@ -81,29 +92,6 @@ TEST(NoMemory, AccountOfAPeerIsRefused) {
         }
     }
     EXPECT_GT(count, 2);  // the account, and what shares it
-}
-
-TEST(NoMemory, ProxyEndsAndItsRegistrationWithTheThread) {
-    ABinderProcess_startThreadPool();
-    std::array<int, 2> ends{};
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()), 0);
-    UniqueFd peer(ends[1]);
-    const auto link = std::make_shared<LocalLink>(UniqueFd(ends[0]), nullptr);
-    Counter died;
-    const ndk::ScopedAIBinder_DeathRecipient recipient(
-        AIBinder_DeathRecipient_new([](void* cookie) { static_cast<Counter*>(cookie)->add(); }));
-    std::thread([&] {
-        BinderRef root = link->root();
-        ASSERT_EQ(AIBinder_linkToDeath(root.get(), recipient.get(), &died), STATUS_OK);
-        const AllocationLimit none(0);
-        root.reset();
-    }).join();
-    // Nothing was left behind that a new link would meet.
-    const BinderRef root = link->root();
-    ASSERT_EQ(AIBinder_linkToDeath(root.get(), recipient.get(), &died), STATUS_OK);
-    peer.reset();
-    link->onReady(EPOLLIN);
-    EXPECT_TRUE(died.waitFor(1));
 }
 
 }  // namespace

@@ -33,54 +33,38 @@ int untilItWorks(const std::function<binder_status_t()>& attempt) {
     return 0;
 }
 
-TEST(NoMemory, WritingLeavesTheParcelAsItWas) {
-    AParcel parcel;
+// Has `attempt` change a parcel that holds one number, which stays as it is while there is no
+// memory for that, and keeps no reference to `binder`.
+void expectUnchangedUntil(const std::function<binder_status_t(AParcel*)>& attempt,
+                          const ndk::SpAIBinder& binder = nullptr) {
+    AParcel parcel(fromHex("07 00 00 00"), {});
+    parcel.setPosition(4);
+    const int32_t references = AIBinder_debugGetRefCount(binder.get());
     const int refused = untilItWorks([&] {
-        EXPECT_EQ("", toHex(parcel.bytes()));
-        return AParcel_writeInt32(&parcel, 7);
+        EXPECT_EQ("07 00 00 00", toHex(parcel.bytes()));
+        EXPECT_EQ(references, AIBinder_debugGetRefCount(binder.get()));
+        return attempt(&parcel);
     });
-    EXPECT_GT(refused, 0);
-    EXPECT_EQ("07 00 00 00", toHex(parcel.bytes()));
+    EXPECT_GT(refused, binder.get() == nullptr ? 0 : 1);
+    EXPECT_NE("07 00 00 00", toHex(parcel.bytes()));
+    if (binder.get() != nullptr) {
+        EXPECT_EQ(references + 1, AIBinder_debugGetRefCount(binder.get()));
+    }
 }
 
-TEST(NoMemory, WritingAnObjectKeepsNoReference) {
-    int ended = 0;
-    const ndk::SpAIBinder binder = makeCounted(&ended);
-    AParcel parcel;
-    const int refused = untilItWorks([&] {
-        EXPECT_EQ(1, AIBinder_debugGetRefCount(binder.get()));
-        EXPECT_TRUE(parcel.bytes().empty());
-        return AParcel_writeStrongBinder(&parcel, binder.get());
-    });
-    EXPECT_GT(refused, 1);
-    EXPECT_EQ(2, AIBinder_debugGetRefCount(binder.get()));
-}
-
-TEST(NoMemory, AppendingKeepsNoReference) {
+TEST(NoMemory, WhatCannotBeWrittenLeavesTheParcelAsItWas) {
     int ended = 0;
     const ndk::SpAIBinder binder = makeCounted(&ended);
     AParcel from;
     ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&from, binder.get()));
-    AParcel to;
-    const int refused = untilItWorks([&] {
-        EXPECT_EQ(2, AIBinder_debugGetRefCount(binder.get()));
-        EXPECT_TRUE(to.bytes().empty());
-        return AParcel_appendFrom(&from, &to, 0, 28);
-    });
-    EXPECT_GT(refused, 1);
-    EXPECT_EQ(3, AIBinder_debugGetRefCount(binder.get()));
-}
-
-TEST(NoMemory, UnmarshallingKeepsTheOldContents) {
-    AParcel parcel;
-    ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&parcel, 7));
     const std::vector<uint8_t> bytes(1000, 1);
-    const int refused = untilItWorks([&] {
-        EXPECT_EQ("07 00 00 00", toHex(parcel.bytes()));
-        return AParcel_unmarshal(&parcel, bytes.data(), bytes.size());
-    });
-    EXPECT_GT(refused, 0);
-    EXPECT_EQ(1000, AParcel_getDataSize(&parcel));
+    expectUnchangedUntil([](AParcel* parcel) { return AParcel_writeInt32(parcel, 7); });
+    expectUnchangedUntil(
+        [&](AParcel* parcel) { return AParcel_unmarshal(parcel, bytes.data(), bytes.size()); });
+    expectUnchangedUntil(
+        [&](AParcel* parcel) { return AParcel_writeStrongBinder(parcel, binder.get()); }, binder);
+    expectUnchangedUntil([&](AParcel* parcel) { return AParcel_appendFrom(&from, parcel, 0, 28); },
+                         binder);
 }
 
 TEST(NoMemory, CreatingGivesNull) {

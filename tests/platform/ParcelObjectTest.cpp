@@ -30,6 +30,10 @@ const char* const kRemote =
 const char* const kNull =
     "85 2A 62 73 13 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
 
+std::string withStability(std::string entry, const char* stability) {
+    return entry.replace(entry.size() - 11, 2, stability);
+}
+
 int32_t references(const SpAIBinder& binder) {
     return AIBinder_debugGetRefCount(binder.get());
 }
@@ -78,33 +82,22 @@ TEST_F(ParcelObject, RemoteOneIsWrittenAsTheseBytesAndReadBack) {
     EXPECT_EQ(proxy, binder);
 }
 
-TEST_F(ParcelObject, NullHasBytesButNoPlaceInTheList) {
-    AParcel parcel;
-    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, nullptr));
-    EXPECT_EQ(kNull, toHex(parcel.bytes()));
-    EXPECT_TRUE(parcel.objects().empty());
-}
-
-TEST_F(ParcelObject, ParcelKeepsItAliveUntilItEnds) {
-    AParcel* parcel = AParcel_create();
+TEST_F(ParcelObject, ParcelKeepsItUntilItIsEmptiedOrEnds) {
+    AParcel* const parcel = AParcel_create();
     ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(parcel, mBinder.get()));
     EXPECT_EQ(2, references(mBinder));
+    AParcel_reset(parcel);
+    EXPECT_EQ(1, references(mBinder));
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(parcel, mBinder.get()));
+    const uint8_t bytes[4] = {};
+    ASSERT_EQ(STATUS_OK, AParcel_unmarshal(parcel, bytes, sizeof bytes));
+    EXPECT_EQ(1, references(mBinder));
+    EXPECT_TRUE(parcel->objects().empty());
+    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(parcel, mBinder.get()));
     mBinder.set(nullptr);
     EXPECT_EQ(0, mEnded);
     AParcel_delete(parcel);
     EXPECT_EQ(1, mEnded);
-}
-
-TEST_F(ParcelObject, ResetAndUnmarshalLetItGo) {
-    AParcel parcel;
-    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
-    AParcel_reset(&parcel);
-    EXPECT_EQ(1, references(mBinder));
-    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
-    const uint8_t bytes[4] = {};
-    ASSERT_EQ(STATUS_OK, AParcel_unmarshal(&parcel, bytes, sizeof bytes));
-    EXPECT_EQ(1, references(mBinder));
-    EXPECT_TRUE(parcel.objects().empty());
 }
 
 TEST_F(ParcelObject, EveryReadGivesAReferenceOfItsOwn) {
@@ -123,24 +116,21 @@ TEST_F(ParcelObject, EveryReadGivesAReferenceOfItsOwn) {
 }
 
 TEST_F(ParcelObject, BytesAloneNeverBecomeOne) {
-    AParcel parcel;
-    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
-    for (const std::string& bytes : {toHex(parcel.bytes()), std::string(kRemote)}) {
-        EXPECT_EQ(STATUS_BAD_TYPE, readAt(received(bytes), 0).first) << bytes;
-    }
-    // With a name, as a process that knows its own addresses or the numbers of others would forge
-    // it.
+    // The last ones with a name, as a process that knows its own addresses or the numbers of
+    // others would forge it.
     for (const char* bytes :
-         {"85 2A 62 73 13 01 00 00 10 20 30 40 50 60 00 00 10 20 30 40 50 60 00 00 03 00 00 00",
+         {kLocal, kRemote,
+          "85 2A 62 73 13 01 00 00 10 20 30 40 50 60 00 00 10 20 30 40 50 60 00 00 03 00 00 00",
           "85 2A 62 73 13 01 00 00 10 20 30 40 50 60 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
           "85 2A 62 73 13 01 00 00 00 00 00 00 00 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00",
           "85 2A 68 73 13 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 03 00 00 00",
           "85 2A 68 73 13 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
           "85 2A 62 77 13 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
           "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"}) {
-        const auto [status, binder] = readAt(received(bytes), 0);
-        EXPECT_EQ(STATUS_BAD_TYPE, status) << bytes;
-        EXPECT_EQ(nullptr, binder.get());
+        const AParcel parcel = received(bytes);
+        AIBinder* binder = mBinder.get();
+        EXPECT_EQ(STATUS_BAD_TYPE, AParcel_readStrongBinder(&parcel, &binder)) << bytes;
+        EXPECT_EQ(mBinder.get(), binder);
     }
 }
 
@@ -158,27 +148,34 @@ TEST_F(ParcelObject, IsFoundAtItsOwnOffsetOnly) {
 }
 
 TEST_F(ParcelObject, ListDecidesWhateverTheBytesSay) {
-    std::string bytes = kNull;
-    bytes.replace(bytes.size() - 11, 2, "03");
-    const auto [status, binder] = readAt(received(bytes, mBinder), 0);
+    const auto [status, binder] = readAt(received(withStability(kNull, "03"), mBinder), 0);
     EXPECT_EQ(STATUS_OK, status);
     EXPECT_EQ(mBinder, binder);
 }
 
 TEST_F(ParcelObject, OfAnotherPartitionIsRefused) {
     for (const char* stability : {"00", "01", "0C", "3F", "FF"}) {
-        std::string bytes = kLocal;
-        bytes.replace(bytes.size() - 11, 2, stability);
-        EXPECT_EQ(STATUS_BAD_TYPE, readAt(received(bytes, mBinder), 0).first) << stability;
-        EXPECT_EQ(1, references(mBinder));
+        const AParcel parcel = received(withStability(kLocal, stability), mBinder);
+        EXPECT_EQ(STATUS_BAD_TYPE, readAt(parcel, 0).first) << stability;
+        EXPECT_EQ(2, references(mBinder));
     }
+    EXPECT_EQ(STATUS_BAD_TYPE, readAt(received(withStability(kNull, "03")), 0).first);
 }
 
-TEST_F(ParcelObject, NullOfAPartitionIsRefused) {
-    std::string bytes = kNull;
-    bytes.replace(bytes.size() - 11, 2, "03");
-    EXPECT_EQ(STATUS_BAD_TYPE, readAt(received(bytes), 0).first);
-}
+// So many objects, one behind the other.
+class ParcelObjects : public ParcelObject {
+  protected:
+    void write(AParcel* parcel, int count) {
+        for (int i = 0; i < count; ++i) {
+            ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(parcel, mBinder.get()));
+        }
+    }
+    static std::vector<size_t> offsets(const AParcel& parcel) {
+        std::vector<size_t> all;
+        for (const AParcel::Object& object : parcel.objects()) all.push_back(object.offset);
+        return all;
+    }
+};
 
 TEST_F(ParcelObject, WritingOverAnyPartOfItTakesItOut) {
     for (int32_t position = 0; position < 44; position += 4) {
@@ -194,15 +191,12 @@ TEST_F(ParcelObject, WritingOverAnyPartOfItTakesItOut) {
     }
 }
 
-TEST_F(ParcelObject, WritingLongBytesTakesOutAllBelow) {
+TEST_F(ParcelObjects, WritingLongBytesTakesOutAllBelow) {
     AParcel parcel;
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
-    }
+    write(&parcel, 3);
     ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&parcel, 24));
     ASSERT_EQ(STATUS_OK, AParcel_writeInt64(&parcel, 0));
-    ASSERT_EQ(1U, parcel.objects().size());
-    EXPECT_EQ(56U, parcel.objects()[0].offset);
+    EXPECT_EQ(offsets(parcel), std::vector<size_t>{56});
 }
 
 TEST_F(ParcelObject, WritingAnotherInItsPlaceReplacesIt) {
@@ -222,38 +216,30 @@ TEST_F(ParcelObject, WritingAnotherInItsPlaceReplacesIt) {
     EXPECT_EQ(1, references(mBinder));
 }
 
-TEST_F(ParcelObject, AppendTakesThoseThatLieWholeInTheRange) {
+TEST_F(ParcelObjects, AppendTakesThoseThatLieWholeInTheRange) {
     AParcel from;
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&from, mBinder.get()));
-    }
+    write(&from, 3);
     AParcel to;
     ASSERT_EQ(STATUS_OK, AParcel_writeInt32(&to, 0));
     // The second whole, the first and the third but for a word.
     ASSERT_EQ(STATUS_OK, AParcel_appendFrom(&from, &to, 4, 76));
-    ASSERT_EQ(1U, to.objects().size());
-    EXPECT_EQ(28U, to.objects()[0].offset);
+    EXPECT_EQ(offsets(to), std::vector<size_t>{28});
     EXPECT_EQ(5, references(mBinder));
     EXPECT_EQ(mBinder, readAt(to, 28).second);
     EXPECT_EQ(STATUS_BAD_TYPE, readAt(to, 0).first);
     ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&to, AParcel_getDataSize(&to)));
     ASSERT_EQ(STATUS_OK, AParcel_appendFrom(&from, &to, 0, 84));
-    ASSERT_EQ(4U, to.objects().size());
-    EXPECT_EQ(80U, to.objects()[1].offset);
-    EXPECT_EQ(136U, to.objects()[3].offset);
+    EXPECT_EQ(offsets(to), (std::vector<size_t>{28, 80, 108, 136}));
 }
 
-TEST_F(ParcelObject, AppendInTheMiddleKeepsTheOrder) {
+TEST_F(ParcelObjects, AppendInTheMiddleKeepsTheOrder) {
     AParcel from;
-    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&from, mBinder.get()));
+    write(&from, 1);
     AParcel to;
-    for (int i = 0; i < 3; ++i) ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&to, mBinder.get()));
+    write(&to, 3);
     ASSERT_EQ(STATUS_OK, AParcel_setDataPosition(&to, 28));
     ASSERT_EQ(STATUS_OK, AParcel_appendFrom(&from, &to, 0, 28));
-    ASSERT_EQ(3U, to.objects().size());
-    EXPECT_EQ(0U, to.objects()[0].offset);
-    EXPECT_EQ(28U, to.objects()[1].offset);
-    EXPECT_EQ(56U, to.objects()[2].offset);
+    EXPECT_EQ(offsets(to), (std::vector<size_t>{0, 28, 56}));
 }
 
 TEST_F(ParcelObject, ParcelWithObjectsIsNotMarshalled) {
@@ -263,23 +249,14 @@ TEST_F(ParcelObject, ParcelWithObjectsIsNotMarshalled) {
     EXPECT_EQ(STATUS_INVALID_OPERATION, AParcel_marshal(&parcel, bytes, 0, sizeof bytes));
 }
 
-TEST_F(ParcelObject, ManyAreFoundAgain) {
+TEST_F(ParcelObjects, ManyAreFoundAgain) {
     constexpr size_t kCount = 5000;
     AParcel parcel;
-    for (size_t i = 0; i < kCount; ++i) {
-        ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
-    }
+    write(&parcel, kCount);
     EXPECT_EQ(1 + static_cast<int32_t>(kCount), references(mBinder));
     for (size_t i = 0; i < kCount; ++i) ASSERT_EQ(mBinder, readAt(parcel, i * 28).second);
     AParcel_reset(&parcel);
     EXPECT_EQ(1, references(mBinder));
-}
-
-TEST_F(ParcelObject, FailedReadSetsNothing) {
-    const AParcel parcel = received(kRemote);
-    AIBinder* binder = mBinder.get();
-    EXPECT_EQ(STATUS_BAD_TYPE, AParcel_readStrongBinder(&parcel, &binder));
-    EXPECT_EQ(mBinder.get(), binder);
 }
 
 }  // namespace

@@ -4,22 +4,19 @@
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <gtest/gtest.h>
-#include <sys/epoll.h>
-#include <sys/socket.h>
 
-#include <array>
 #include <functional>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "platform/linux/src/LocalLink.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/RemoteBinder.h"
-#include "platform/linux/src/UniqueFd.h"
+#include "tests/platform/Connection.h"
 #include "tests/platform/DeathEvents.h"
 #include "tests/platform/FunctionWork.h"
+#include "tests/platform/Threads.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TestDirectory.h"
 
@@ -70,38 +67,6 @@ class Sleeper {
     std::thread mThread;
 };
 
-// A link and the far end of its connection.
-struct Connection {
-    UniqueFd peer;
-    std::shared_ptr<LocalLink> link;
-
-    Connection() {
-        std::array<int, 2> ends{};
-        const int type = SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC;
-        EXPECT_EQ(socketpair(AF_UNIX, type, 0, ends.data()), 0);
-        peer.reset(ends[1]);
-        link = std::make_shared<LocalLink>(UniqueFd(ends[0]), nullptr);
-    }
-
-    // What every look-up of the service gives.
-    ndk::SpAIBinder service() const { return ndk::SpAIBinder(link->root().release()); }
-
-    // A call that is not answered.
-    void call() const {
-        const BinderRef root = link->root();
-        std::unique_ptr<AParcel> out;
-        EXPECT_EQ(root->asRemote()->transact(kPingTransaction, AParcel(), FLAG_ONEWAY, &out),
-                  STATUS_OK);
-    }
-
-    // The peer dies, and what comes of that has been done.
-    void die() {
-        peer.reset();
-        link->onReady(EPOLLIN);
-        waitForPool();
-    }
-};
-
 class RegistrationTest : public testing::Test {
   protected:
     RegistrationTest() {
@@ -116,6 +81,21 @@ class RegistrationTest : public testing::Test {
         return AIBinder_unlinkToDeath(service.get(), mRecipient.get(), cookie);
     }
 
+    // A call that is not answered.
+    void callOther() const {
+        const BinderRef root = mOther.link->root();
+        std::unique_ptr<AParcel> out;
+        EXPECT_EQ(root->asRemote()->transact(kPingTransaction, AParcel(), FLAG_ONEWAY, &out),
+                  STATUS_OK);
+    }
+
+    // The service dies. Returns what the recipients have been called for then.
+    Log afterDeathOf(Connection& connection) const {
+        connection.die();
+        waitForPool();
+        return mEvents.all();
+    }
+
     // What a careless client does on the calling thread.
     void linkAndLetGo() {
         const ndk::SpAIBinder service = mConnection.service();
@@ -128,8 +108,7 @@ class RegistrationTest : public testing::Test {
         const ndk::SpAIBinder service = mConnection.service();
         EXPECT_EQ(link(service, &mSecond), STATUS_OK);
         late();
-        mConnection.die();
-        return mEvents.all();
+        return afterDeathOf(mConnection);
     }
 
     const TestDirectory mDirectory;
@@ -154,7 +133,7 @@ TEST_F(RegistrationTest, ThreadThatSleepsLeavesItAsItIs) {
 
 TEST_F(RegistrationTest, NextCallOfTheThreadEndsTheNewLinksToo) {
     mThread.does([this] { linkAndLetGo(); });
-    EXPECT_EQ(afterTheNewLink([this] { mThread.does([this] { mOther.call(); }); }),
+    EXPECT_EQ(afterTheNewLink([this] { mThread.does([this] { callOther(); }); }),
               Log{"first unlinked"});
 }
 
@@ -202,7 +181,7 @@ TEST_F(RegistrationTest, WhoIsLeftUnheardIsStillLinked) {
     const ndk::SpAIBinder service = mConnection.service();
     ASSERT_EQ(link(service, &mSecond), STATUS_OK);
     mThread.end();
-    mConnection.die();
+    EXPECT_EQ(afterDeathOf(mConnection), Log{"first unlinked"});
     EXPECT_EQ(unlink(service, &mSecond), STATUS_OK);
     EXPECT_EQ(mEvents.all(), kUnheard);
 }
@@ -210,7 +189,7 @@ TEST_F(RegistrationTest, WhoIsLeftUnheardIsStillLinked) {
 TEST_F(RegistrationTest, LinkMadeAfterTheLateEndIsHeard) {
     mThread.does([this] {
         linkAndLetGo();
-        mOther.call();
+        callOther();
     });
     EXPECT_EQ(afterTheNewLink([this] { mThread.end(); }), kHeard);
 }
@@ -223,8 +202,7 @@ TEST_F(RegistrationTest, LinkMadeByTheSameThreadIsHeard) {
         EXPECT_EQ(link(service, &mSecond), STATUS_OK);
     });
     mThread.end();
-    mConnection.die();
-    EXPECT_EQ(mEvents.all(), kHeard);
+    EXPECT_EQ(afterDeathOf(mConnection), kHeard);
 }
 
 TEST_F(RegistrationTest, UnlinkingTheLastEndsItAtOnce) {
@@ -262,8 +240,7 @@ TEST_F(RegistrationTest, IsOneForAllLinksOfAProxy) {
     ASSERT_EQ(link(service, &mFirst), STATUS_OK);
     ASSERT_EQ(link(service, &mSecond), STATUS_OK);
     EXPECT_EQ(unlink(service, &mFirst), STATUS_OK);
-    mConnection.die();
-    EXPECT_EQ(mEvents.all(), kHeard);
+    EXPECT_EQ(afterDeathOf(mConnection), kHeard);
 }
 
 // Which the first would be, if the registration of its object could be taken for the other's.
@@ -272,14 +249,13 @@ TEST_F(RegistrationTest, EndsForItsObjectAlone) {
     ASSERT_EQ(link(other, &mSecond), STATUS_OK);
     mThread.does([this] { linkAndLetGo(); });
     mThread.end();
-    mOther.die();
-    EXPECT_EQ(mEvents.all(), kHeard);
+    EXPECT_EQ(afterDeathOf(mOther), kHeard);
 }
 
 TEST_F(RegistrationTest, LateEndFindsTheConnectionGone) {
     mThread.does([this] { linkAndLetGo(); });
-    mConnection.die();
-    mThread.does([this] { mOther.call(); });
+    EXPECT_EQ(afterDeathOf(mConnection), Log{"first unlinked"});
+    mThread.does([this] { callOther(); });
     EXPECT_EQ(mEvents.all(), Log{"first unlinked"});
 }
 
@@ -292,16 +268,12 @@ TEST_F(RegistrationTest, LateEndFindsTheLinkGone) {
 }
 
 TEST_F(RegistrationTest, ObjectHasOneProxyWhateverBecomesOfTheFormer) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([this] {
-            for (int round = 0; round < 2000; ++round) {
-                const ndk::SpAIBinder service = mConnection.service();
-                ASSERT_EQ(mConnection.service(), service);
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
+    const Threads threads(4, [this](int) {
+        for (int round = 0; round < 2000; ++round) {
+            const ndk::SpAIBinder service = mConnection.service();
+            ASSERT_EQ(mConnection.service(), service);
+        }
+    });
 }
 
 }  // namespace

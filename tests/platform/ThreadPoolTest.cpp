@@ -15,19 +15,15 @@
 #include <set>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "platform/linux/src/IoThread.h"
-#include "platform/linux/src/ThreadPool.h"
 #include "platform/linux/src/UniqueFd.h"
 #include "tests/platform/FunctionWork.h"
-#include "tests/platform/PeerInterface.h"
-#include "tests/platform/PeerProcess.h"
+#include "tests/platform/PeerTest.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/Fault.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TestDirectory.h"
 #include "tools/emulator/ProcessStats.h"
 
 namespace {
@@ -72,8 +68,14 @@ namespace {
 
 class ThreadPoolTest : public testing::Test {
   protected:
-    void post(std::function<void()> body) {
-        mPool.post(std::make_unique<FunctionWork>(std::move(body)));
+    // Posts work that a free thread does, and returns when it is done.
+    static void expectDone(const std::function<void()>& body = [] {}) {
+        Counter done;
+        post([&] {
+            body();
+            done.add();
+        });
+        EXPECT_TRUE(done.waitFor(1));
     }
 
     // Starts the pool; more work than that has to be carried out by this many threads.
@@ -136,9 +138,7 @@ TEST_F(ThreadPoolTest, KeepsOneThreadWhenTheWorkIsDone) {
     EXPECT_EQ(runningThreads(), atRest + 4);
     letGo.add();
     EXPECT_TRUE(eventually([&] { return runningThreads() == atRest; }));
-    Counter done;
-    post([&] { done.add(); });
-    EXPECT_TRUE(done.waitFor(1));
+    expectDone();
 }
 
 TEST_F(ThreadPoolTest, ThreadThatBeginsWhenTheWorkIsDoneGoesAgain) {
@@ -176,21 +176,14 @@ TEST_F(ThreadPoolTest, LimitIsSixteenThreadsIfNothingElseIsSet) {
 TEST_F(ThreadPoolTest, JoinedThreadServesWithoutAStart) {
     // It never comes back, so it must not be waited for.
     std::thread([this] { mPool.join(); }).detach();
-    Counter done;
-    post([&] { done.add(); });
-    EXPECT_TRUE(done.waitFor(1));
+    expectDone();
     EXPECT_FALSE(mPool.started());
 }
 
 TEST_F(ThreadPoolTest, ThreadsBlockWhatAProgramHandlesAndNoFault) {
     mPool.start();
-    Counter done;
     sigset_t blocked;
-    post([&] {
-        pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
-        done.add();
-    });
-    ASSERT_TRUE(done.waitFor(1));
+    expectDone([&] { pthread_sigmask(SIG_SETMASK, nullptr, &blocked); });
     for (const int signal : {SIGTERM, SIGINT, SIGUSR1, SIGCHLD, SIGPIPE, SIGALRM}) {
         EXPECT_EQ(sigismember(&blocked, signal), 1) << signal;
     }
@@ -232,13 +225,8 @@ TEST_F(ThreadPoolTest, ThreadsOfThePoolAndTheirStarterBearThePlatformsNames) {
     ABinderProcess_startThreadPool();
     const std::string starter = nameOfThisThread();
     EXPECT_TRUE(isBinderThreadName(starter)) << starter;
-    Counter done;
     std::string first;
-    post([&] {
-        first = nameOfThisThread();
-        done.add();
-    });
-    ASSERT_TRUE(done.waitFor(1));
+    expectDone([&] { first = nameOfThisThread(); });
     EXPECT_TRUE(isBinderThreadName(first)) << first;
     // A later starter gets a name, too.
     std::string other;
@@ -257,12 +245,10 @@ const LogLine kRefusedLine = logE(
 
 TEST_F(ThreadPoolTest, RefusedThreadIsSaidAndTriedAgainWithTheNextWork) {
     LogCapture log;
-    Counter done;
     gRefusedThreads = 1;
     mPool.start();
     EXPECT_EQ(log.lines(), (std::vector<LogLine>{kRefusedLine}));
-    post([&] { done.add(); });
-    EXPECT_TRUE(done.waitFor(1));
+    expectDone();
     EXPECT_EQ(log.lines().size(), 1U);
 }
 
@@ -319,26 +305,23 @@ TEST_F(ThreadPoolTest, ThreadStaysWhileTheOneToFollowItIsRefused) {
     };
     gRefusedThreads = 1000000;
     post([&] { followed = true; });
-    Counter done;
-    post([&] { done.add(); });
-    EXPECT_TRUE(done.waitFor(1));
+    expectDone();
     gRefusedThreads = 0;
 }
 
 TEST_F(ThreadPoolTest, LookupIsNullWhileThereIsNoThreadForSockets) {
     const TestDirectory directory;
-    const PeerProcess peer("lum.test.peer");
+    const PeerProcess peer(kName);
     const ndk::SpAIBinder object = makePeerObject(nullptr);
     LogCapture log;
     const LogLine line = logE("binder: no thread for sockets (Resource temporarily unavailable)");
     gRefusedThreads = 2;
-    EXPECT_EQ(AServiceManager_checkService("lum.test.peer"), nullptr);
+    EXPECT_EQ(find(kName).get(), nullptr);
     EXPECT_EQ(AServiceManager_addService(object.get(), "lum.test.own"), EX_ILLEGAL_STATE);
     EXPECT_EQ(log.lines(), (std::vector<LogLine>{line, line}));
     EXPECT_EQ(AIBinder_debugGetRefCount(object.get()), 1);
 
-    const ndk::SpAIBinder service(AServiceManager_checkService("lum.test.peer"));
-    EXPECT_EQ(AIBinder_ping(service.get()), STATUS_OK);
+    EXPECT_EQ(AIBinder_ping(find(kName).get()), STATUS_OK);
     EXPECT_EQ(AServiceManager_addService(object.get(), "lum.test.own"), EX_NONE);
 }
 
