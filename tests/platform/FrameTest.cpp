@@ -17,6 +17,11 @@ struct Sample {
         for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i + 1);
     }
     OutgoingPayload payload() const { return {data.data(), data.size(), offsets, objects}; }
+    Bytes call() const {
+        Bytes frame;
+        appendCall(&frame, 1, 2, 3, 0, {1}, payload());
+        return frame;
+    }
 
     Bytes data = Bytes(64);
     std::vector<uint32_t> offsets = {4, 32};
@@ -139,27 +144,23 @@ TEST(FrameTest, ReleaseAndDoneBytes) {
     EXPECT_EQ(faultOf(parseDone, body(frame), 3), "an acknowledgement of the wrong size");
 }
 
-TEST(FrameTest, CallCutAnywhereIsRefused) {
-    const Sample sample;
-    Bytes frame;
-    appendCall(&frame, 1, 2, 3, 0, {1}, sample.payload());
+// Cuts the frame's body anywhere; what is said about it depends on whether its head is whole.
+template <typename Parse>
+void expectCutRefused(Parse&& parse, const Bytes& frame, size_t head, const std::string& what) {
     for (size_t size = 0; size < bodySize(frame); ++size) {
         // In memory of its own, so that a read behind its end is seen.
         const Bytes cut(body(frame), body(frame) + size);
-        EXPECT_EQ(faultOf(parseCall, cut.data(), size),
-                  size < kCallHead ? "a call cut short" : "a call whose sizes do not fit");
+        EXPECT_EQ(faultOf(parse, cut.data(), size),
+                  what + (size < head ? " cut short" : " whose sizes do not fit"));
     }
 }
 
-TEST(FrameTest, ReplyCutAnywhereIsRefused) {
+TEST(FrameTest, FrameCutAnywhereIsRefused) {
     const Sample sample;
-    Bytes frame;
-    appendReply(&frame, 1, 0, sample.payload());
-    for (size_t size = 0; size < bodySize(frame); ++size) {
-        const Bytes cut(body(frame), body(frame) + size);
-        EXPECT_EQ(faultOf(parseReply, cut.data(), size),
-                  size < kReplyHead ? "a reply cut short" : "a reply whose sizes do not fit");
-    }
+    expectCutRefused(parseCall, sample.call(), kCallHead, "a call");
+    Bytes reply;
+    appendReply(&reply, 1, 0, sample.payload());
+    expectCutRefused(parseReply, reply, kReplyHead, "a reply");
 }
 
 // One word of the sample's call frame changed, and what is said about it.
@@ -172,9 +173,7 @@ struct Malformed {
 class MalformedCallTest : public testing::TestWithParam<Malformed> {};
 
 TEST_P(MalformedCallTest, IsRefused) {
-    const Sample sample;
-    Bytes frame;
-    appendCall(&frame, 1, 2, 3, 0, {1}, sample.payload());
+    Bytes frame = Sample().call();
     memcpy(frame.data() + kFrameHeader + GetParam().at, &GetParam().word, sizeof(uint32_t));
     EXPECT_EQ(faultOf(parseCall, body(frame), bodySize(frame)), GetParam().said);
 }

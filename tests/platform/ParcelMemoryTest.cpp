@@ -13,7 +13,6 @@
 #include "tests/platform/CountedObject.h"
 #include "tests/support/AllocationLimit.h"
 #include "tests/support/Hex.h"
-#include "tests/utils/SystemCalls.h"
 
 namespace {
 
@@ -67,13 +66,14 @@ TEST(NoMemory, WhatCannotBeWrittenLeavesTheParcelAsItWas) {
                          binder);
 }
 
-TEST(NoMemory, CreatingGivesNull) {
+TEST(NoMemory, CreatingGivesNullWhichMayBeDeleted) {
     AParcel* parcel = nullptr;
     {
         const AllocationLimit limit(0);
         parcel = AParcel_create();
     }
     EXPECT_EQ(nullptr, parcel);
+    AParcel_delete(parcel);
 }
 
 TEST(NoMemory, ReadingIntoCppTypes) {

@@ -74,38 +74,28 @@ void expectWhatLiblogShows(const ChildProcess& child) {
     EXPECT_EQ(lines.size(), 4U);
 }
 
-TEST(DebugLogTest, SwitchedOnEveryLineComes) {
-    ChildProcess child({LUM_LOG_LINKED}, {"LUM_DEBUG_LOG=1"});
+using Expect = void (*)(const ChildProcess&);
+
+void expectOf(const char* program, const Lines& environment, Expect expect) {
+    ChildProcess child({program}, environment);
     EXPECT_EQ(child.wait(), 0);
-    expectEverything(child);
+    expect(child);
 }
 
-TEST(DebugLogTest, SwitchedOffLinesGoToLiblog) {
-    ChildProcess child({LUM_LOG_LINKED}, {"LUM_DEBUG_LOG="});
-    EXPECT_EQ(child.wait(), 0);
-    expectWhatLiblogShows(child);
+TEST(DebugLogTest, SwitchedOnEveryLineComes) {
+    expectOf(LUM_LOG_LINKED, {"LUM_DEBUG_LOG=1"}, expectEverything);
 }
 
 TEST(DebugLogTest, AnyOtherValueIsOff) {
-    ChildProcess child({LUM_LOG_LINKED}, {"LUM_DEBUG_LOG=10"});
-    EXPECT_EQ(child.wait(), 0);
-    expectWhatLiblogShows(child);
+    expectOf(LUM_LOG_LINKED, {"LUM_DEBUG_LOG="}, expectWhatLiblogShows);
+    expectOf(LUM_LOG_LINKED, {"LUM_DEBUG_LOG=10"}, expectWhatLiblogShows);
 }
 
 TEST(DebugLogTest, PreloadedItServesAProgramThatDoesNotKnowIt) {
     const std::string preload = std::string("LD_PRELOAD=") + LUM_DEBUG_LOG_LIBRARY;
-    ChildProcess on({LUM_LOG_PLAIN}, {preload, kNoOrderCheck, "LUM_DEBUG_LOG=1"});
-    EXPECT_EQ(on.wait(), 0);
-    expectEverything(on);
-    ChildProcess off({LUM_LOG_PLAIN}, {preload, kNoOrderCheck, "LUM_DEBUG_LOG=0"});
-    EXPECT_EQ(off.wait(), 0);
-    expectWhatLiblogShows(off);
-}
-
-TEST(DebugLogTest, WithoutItLiblogLeavesDebugLinesOut) {
-    ChildProcess child({LUM_LOG_PLAIN}, {"LUM_DEBUG_LOG=1"});
-    EXPECT_EQ(child.wait(), 0);
-    expectWhatLiblogShows(child);
+    expectOf(LUM_LOG_PLAIN, {preload, kNoOrderCheck, "LUM_DEBUG_LOG=1"}, expectEverything);
+    expectOf(LUM_LOG_PLAIN, {preload, kNoOrderCheck, "LUM_DEBUG_LOG=0"}, expectWhatLiblogShows);
+    expectOf(LUM_LOG_PLAIN, {"LUM_DEBUG_LOG=1"}, expectWhatLiblogShows);
 }
 
 }  // namespace
