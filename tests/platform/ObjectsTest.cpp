@@ -9,9 +9,9 @@
 
 namespace {
 
-ndk::SpAIBinder makeCounted(Counter* ended) {
-    const std::shared_ptr<void> token(ended,
-                                      [](void* counter) { static_cast<Counter*>(counter)->add(); });
+// ended: counted up when the object ends, which may be after the test.
+ndk::SpAIBinder makeCounted(const std::shared_ptr<Counter>& ended) {
+    const std::shared_ptr<void> token(nullptr, [ended](void*) { ended->add(); });
     return makePeerObject([token](transaction_code_t, const AParcel*, AParcel*) {
         return binder_status_t{STATUS_UNKNOWN_TRANSACTION};
     });
@@ -24,8 +24,8 @@ class ObjectsTest : public PeerTest {
     void keep(const ndk::SpAIBinder& object) { EXPECT_EQ(call(kKeep, args(object)), STATUS_OK); }
     void dropKept() { EXPECT_EQ(call(kDropKept), STATUS_OK); }
 
-    Counter mEnded;
-    ndk::SpAIBinder mObject = makeCounted(&mEnded);
+    const std::shared_ptr<Counter> mEnded = std::make_shared<Counter>();
+    ndk::SpAIBinder mObject = makeCounted(mEnded);
 };
 
 TEST_F(ObjectsTest, ObjectLivesUntilThePeerLetsGo) {
@@ -34,18 +34,18 @@ TEST_F(ObjectsTest, ObjectLivesUntilThePeerLetsGo) {
     mObject = nullptr;
     mObject = askObject(kGetKept);
     EXPECT_EQ(mObject.get(), own);  // itself, and no proxy
-    EXPECT_EQ(mEnded.value(), 0);
+    EXPECT_EQ(mEnded->value(), 0);
     mObject = nullptr;
     dropKept();
-    EXPECT_TRUE(mEnded.waitFor(1));
+    EXPECT_TRUE(mEnded->waitFor(1));
 }
 
 TEST_F(ObjectsTest, ObjectLivesUntilThePeerDies) {
     keep(mObject);
     mObject = nullptr;
-    EXPECT_EQ(mEnded.value(), 0);
+    EXPECT_EQ(mEnded->value(), 0);
     mPeer.kill();
-    EXPECT_TRUE(mEnded.waitFor(1));
+    EXPECT_TRUE(mEnded->waitFor(1));
 }
 
 TEST_F(ObjectsTest, ObjectKeptTwiceNeedsLettingGoTwice) {
@@ -57,9 +57,9 @@ TEST_F(ObjectsTest, ObjectKeptTwiceNeedsLettingGoTwice) {
     dropKept();
     // The first release has been handled once a later call over the same connection is answered.
     EXPECT_EQ(ask(kHolding), 0);
-    EXPECT_EQ(mEnded.value(), 0);
+    EXPECT_EQ(mEnded->value(), 0);
     ASSERT_EQ(callPeer(other, kDropKept), STATUS_OK);
-    EXPECT_TRUE(mEnded.waitFor(1));
+    EXPECT_TRUE(mEnded->waitFor(1));
 }
 
 TEST_F(ObjectsTest, PeersObjectIsOneProxyWhileItIsHeld) {
@@ -103,9 +103,9 @@ TEST_F(ObjectsTest, OwnObjectSentAndReleasedByManyThreadsEndsOnce) {
     Threads(4, [this](int) {
         for (int i = 0; i < 500; ++i) EXPECT_EQ(ask(kIsOwnObject, args(mObject)), 0);
     }).join();
-    EXPECT_EQ(mEnded.value(), 0);
+    EXPECT_EQ(mEnded->value(), 0);
     mObject = nullptr;
-    EXPECT_TRUE(mEnded.waitFor(1));
+    EXPECT_TRUE(mEnded->waitFor(1));
 }
 
 TEST_F(ObjectsTest, ThirdProcessesObjectIsNotPassedOn) {

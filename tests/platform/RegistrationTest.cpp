@@ -102,6 +102,12 @@ class RegistrationTest : public testing::Test {
         EXPECT_EQ(link(service, &mFirst), STATUS_OK);
     }
 
+    void linkAndUnlink(Cookie* cookie, binder_status_t status) {
+        const ndk::SpAIBinder service = mConnection.service();
+        EXPECT_EQ(link(service, &mFirst), STATUS_OK);
+        EXPECT_EQ(unlink(service, cookie), status);
+    }
+
     // A new client links, then the thread that has let go does `late`, and the service dies.
     // Returns what the recipients were called for.
     Log afterTheNewLink(const std::function<void()>& late) {
@@ -206,20 +212,12 @@ TEST_F(RegistrationTest, LinkMadeByTheSameThreadIsHeard) {
 }
 
 TEST_F(RegistrationTest, UnlinkingTheLastEndsItAtOnce) {
-    mThread.does([this] {
-        const ndk::SpAIBinder service = mConnection.service();
-        EXPECT_EQ(link(service, &mFirst), STATUS_OK);
-        EXPECT_EQ(unlink(service, &mFirst), STATUS_OK);
-    });
+    mThread.does([this] { linkAndUnlink(&mFirst, STATUS_OK); });
     EXPECT_EQ(afterTheNewLink([this] { mThread.end(); }), kHeard);
 }
 
 TEST_F(RegistrationTest, UnlinkingWithAnotherCookieEndsNothing) {
-    mThread.does([this] {
-        const ndk::SpAIBinder service = mConnection.service();
-        EXPECT_EQ(link(service, &mFirst), STATUS_OK);
-        EXPECT_EQ(unlink(service, &mSecond), STATUS_NAME_NOT_FOUND);
-    });
+    mThread.does([this] { linkAndUnlink(&mSecond, STATUS_NAME_NOT_FOUND); });
     EXPECT_EQ(afterTheNewLink([this] { mThread.end(); }), Log{"first unlinked"});
 }
 

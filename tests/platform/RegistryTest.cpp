@@ -50,6 +50,16 @@ class RegistryTest : public testing::Test {
     }
     static void useDirectory(const std::string& path) { setenv("LUM_BINDER_DIR", path.c_str(), 1); }
 
+    // Nothing is served or found there; `said` says why.
+    void expectDirectoryRefused(const std::string& path, binder_exception_t refusal,
+                                const std::string& said) {
+        useDirectory(path);
+        const LogCapture log;
+        EXPECT_EQ(serve(), refusal);
+        EXPECT_EQ(log.lines(), std::vector<LogLine>{logE("binder: the socket directory" + said)});
+        EXPECT_EQ(find(kName).get(), nullptr);
+    }
+
     const TestDirectory mDirectory;
     const ndk::SpAIBinder mObject = makePeerObject(
         [](transaction_code_t, const AParcel*, AParcel*) { return binder_status_t{STATUS_OK}; });
@@ -130,15 +140,8 @@ TEST_F(RegistryTest, DirectoryTooLongForItsSocketsIsRefused) {
     useDirectory(longest);
     EXPECT_EQ(serve(), EX_NONE);
     EXPECT_EQ(find(kName), mObject);
-
-    useDirectory(longest + "x");
-    const LogCapture log;
-    EXPECT_EQ(serve(), EX_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(log.lines(), std::vector<LogLine>{logE(
-                               "binder: the socket directory's path may have 64 bytes at most, not "
-                               "65: " +
-                               longest + "x")});
-    EXPECT_EQ(find(kName).get(), nullptr);
+    expectDirectoryRefused(longest + "x", EX_ILLEGAL_ARGUMENT,
+                           "'s path may have 64 bytes at most, not 65: " + longest + "x");
 }
 
 TEST_F(RegistryTest, DirectoryIsMadeForItsUserAlone) {
@@ -159,24 +162,20 @@ TEST_F(RegistryTest, DirectoryOfTheRunningSessionIsUsedWithoutOne) {
 }
 
 TEST_F(RegistryTest, DirectoryOpenToOthersIsRefused) {
-    ASSERT_EQ(chmod(mDirectory.path().c_str(), 0710), 0);
-    LogCapture log;
-    EXPECT_EQ(serve(), EX_SECURITY);
-    EXPECT_EQ(find(kName).get(), nullptr);
-    EXPECT_EQ(log.count(logE("binder: the socket directory " + mDirectory.path() +
-                             " is open to others (mode 710)")),
-              2U);
+    const std::string& path = mDirectory.path();
+    ASSERT_EQ(chmod(path.c_str(), 0710), 0);
+    expectDirectoryRefused(path, EX_SECURITY, " " + path + " is open to others (mode 710)");
 }
 
 TEST_F(RegistryTest, DirectoryOfAnotherUserIsRefused) {
+    const std::string& path = mDirectory.path();
     const uid_t other = geteuid() + 1;
-    if (chown(mDirectory.path().c_str(), other, static_cast<gid_t>(-1)) != 0) {
+    if (chown(path.c_str(), other, static_cast<gid_t>(-1)) != 0) {
         GTEST_SKIP() << "only root can give a directory away";
     }
-    LogCapture log;
-    EXPECT_EQ(serve(), EX_SECURITY);
-    EXPECT_TRUE(log.has(logE(format("binder: the socket directory %s belongs to user %u, not to %u",
-                                    mDirectory.path().c_str(), other, geteuid()))));
+    expectDirectoryRefused(path, EX_SECURITY,
+                           " " + path + " belongs to user " + std::to_string(other) + ", not to " +
+                               std::to_string(geteuid()));
 }
 
 TEST_F(RegistryTest, DirectoryThatIsNoneIsRefused) {
@@ -186,10 +185,7 @@ TEST_F(RegistryTest, DirectoryThatIsNoneIsRefused) {
     const std::string link = mDirectory.path() + "/link";
     ASSERT_EQ(symlink(mDirectory.path().c_str(), link.c_str()), 0);
     for (const std::string& path : {file, link}) {
-        useDirectory(path);
-        const LogCapture log;
-        EXPECT_EQ(serve(), EX_SECURITY);
-        EXPECT_TRUE(log.has(logE("binder: the socket directory " + path + " is not a directory")));
+        expectDirectoryRefused(path, EX_SECURITY, " " + path + " is not a directory");
     }
 }
 
