@@ -232,53 +232,47 @@ TEST_F(RawPeerTest, MoreOnewayCallsThanAllowedEndTheConnection) {
     expectServed(other);
 }
 
-// Calls that do not come to an end, so many over each of so many connections.
-struct HangingCalls {
-    size_t connections;
-    size_t calls;
+class HangingCallsTest : public RawPeerTest {
+  protected:
+    // Calls that do not come to an end, so many over each of so many connections, keep a share of
+    // the threads and leave the rest to others.
+    void expectShare(size_t connections, size_t calls) {
+        const PeerProcess other("lum.test.peer");
+        const ndk::SpAIBinder peer(AServiceManager_checkService("lum.test.peer"));
+        ASSERT_EQ(callPeer(peer, kKeep, args(mObject)), STATUS_OK);
+
+        std::vector<UniqueFd> hanging;
+        for (size_t i = 0; i < connections; ++i) {
+            hanging.push_back(connectPolitely());
+            for (uint64_t id = 1; id <= calls; ++id) {
+                ASSERT_TRUE(sendAll(hanging.back(), call(0, kHold, id, tokenOf(kPeerDescriptor))));
+            }
+        }
+        ASSERT_TRUE(mCalls->held.waitFor(8));  // of 16 threads
+        // The other process's blocking calls come to the pool as well: it makes them of itself.
+        for (int i = 1; i <= 20; ++i) {
+            ASSERT_EQ(callOneway(peer, kOnewayAddToKept, args(i)), STATUS_OK);
+            ASSERT_TRUE(mCalls->added.waitFor(i));
+        }
+        EXPECT_EQ(mCalls->held.value(), 8);
+
+        // Nothing of what has waited is lost.
+        mCalls->letGo.add();
+        for (const UniqueFd& fd : hanging) {
+            const size_t size = calls * kReplySize;
+            EXPECT_EQ(receive(fd, size).size(), size);
+        }
+        EXPECT_EQ(mCalls->held.value(), static_cast<int>(connections * calls));
+    }
 };
 
-void PrintTo(const HangingCalls& hanging, std::ostream* out) {
-    *out << hanging.calls << " over each of " << hanging.connections;
+TEST_F(HangingCallsTest, OverManyConnectionsKeepAShareOfTheThreads) {
+    expectShare(16, 1);
 }
 
-class HangingCallsTest : public RawPeerTest, public testing::WithParamInterface<HangingCalls> {};
-
-TEST_P(HangingCallsTest, KeepAShareOfTheThreadsAndLeaveTheRestToOthers) {
-    const PeerProcess other("lum.test.peer");
-    const ndk::SpAIBinder peer(AServiceManager_checkService("lum.test.peer"));
-    ASSERT_EQ(callPeer(peer, kKeep, args(mObject)), STATUS_OK);
-
-    std::vector<UniqueFd> hanging;
-    for (size_t i = 0; i < GetParam().connections; ++i) {
-        hanging.push_back(connectPolitely());
-        for (uint64_t id = 1; id <= GetParam().calls; ++id) {
-            ASSERT_TRUE(sendAll(hanging.back(), call(0, kHold, id, tokenOf(kPeerDescriptor))));
-        }
-    }
-    ASSERT_TRUE(mCalls->held.waitFor(8));  // of 16 threads
-    // The other process's blocking calls come to the pool as well: it makes them of itself.
-    for (int i = 1; i <= 20; ++i) {
-        ASSERT_EQ(callOneway(peer, kOnewayAddToKept, args(i)), STATUS_OK);
-        ASSERT_TRUE(mCalls->added.waitFor(i));
-    }
-    EXPECT_EQ(mCalls->held.value(), 8);
-
-    // Nothing of what has waited is lost.
-    mCalls->letGo.add();
-    for (const UniqueFd& fd : hanging) {
-        const size_t size = GetParam().calls * kReplySize;
-        EXPECT_EQ(receive(fd, size).size(), size);
-    }
-    EXPECT_EQ(mCalls->held.value(), static_cast<int>(GetParam().connections * GetParam().calls));
+TEST_F(HangingCallsTest, OverOneConnectionKeepAShareOfTheThreads) {
+    expectShare(1, 40);
 }
-
-INSTANTIATE_TEST_SUITE_P(Many, HangingCallsTest,
-                         testing::Values(HangingCalls{16, 1}, HangingCalls{1, 40}),
-                         [](const testing::TestParamInfo<HangingCalls>& test) {
-                             return std::to_string(test.param.connections) + "Times" +
-                                    std::to_string(test.param.calls);
-                         });
 
 // What one process may have kept for it, over all its connections: 64 MiB, and a connection counts
 // 256 KiB of that.
