@@ -22,13 +22,17 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
+Bytes joined(Bytes first, const Bytes& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
 Bytes frameOf(FrameKind kind, const Bytes& body) {
     Bytes frame(kFrameHeader);
     const auto size = static_cast<uint32_t>(body.size());
     memcpy(frame.data(), &size, sizeof size);
     memcpy(frame.data() + sizeof size, &kind, sizeof kind);
-    frame.insert(frame.end(), body.begin(), body.end());
-    return frame;
+    return joined(frame, body);
 }
 
 Bytes counted(size_t size) {
@@ -69,10 +73,7 @@ TEST_F(FrameReaderTest, FramesAreTheSameWhereverTheyAreCut) {
                                        {FrameKind::kDone, {4}},
                                        {FrameKind::kReply, {5, 6, 7, 8, 9}}};
     Bytes bytes;
-    for (const auto& [kind, body] : frames) {
-        const Bytes frame = frameOf(kind, body);
-        bytes.insert(bytes.end(), frame.begin(), frame.end());
-    }
+    for (const auto& [kind, body] : frames) bytes = joined(bytes, frameOf(kind, body));
     for (size_t first = 0; first <= bytes.size(); ++first) {
         for (size_t second = first; second <= bytes.size(); ++second) {
             mTaken.clear();
@@ -96,8 +97,7 @@ TEST_F(FrameReaderTest, FrameIsTakenAsSoonAsItIsWhole) {
 
 TEST_F(FrameReaderTest, KeepsTheUnfinishedFrameAndNoMore) {
     const Bytes frame = frameOf(FrameKind::kCall, counted(100000));
-    Bytes bytes = frame;
-    bytes.insert(bytes.end(), frame.begin(), frame.begin() + 50000);
+    const Bytes bytes = joined(frame, {frame.begin(), frame.begin() + 50000});
     feed(bytes.data(), bytes.size());
     EXPECT_EQ(mTaken.size(), 1U);
     EXPECT_FALSE(mReader.empty());
@@ -121,9 +121,7 @@ TEST_F(FrameReaderTest, FrameTooLongIsNotWaitedFor) {
 }
 
 TEST_F(FrameReaderTest, WrongFrameIsTheLast) {
-    Bytes bytes = frameOf(FrameKind::kCall, {1});
-    const Bytes next = frameOf(FrameKind::kCall, {2});
-    bytes.insert(bytes.end(), next.begin(), next.end());
+    const Bytes bytes = joined(frameOf(FrameKind::kCall, {1}), frameOf(FrameKind::kCall, {2}));
     mAcceptable = false;
     EXPECT_EQ(faultOf(bytes.data(), bytes.size()), "wrong");
     EXPECT_EQ(mTaken.size(), 1U);
@@ -145,8 +143,9 @@ class OutBufferTest : public testing::Test {
         mAppended.insert(mAppended.end(), bytes.begin(), bytes.end());
     }
 
-    // Reads what has been written so far.
-    void read() {
+    // Writes what the socket takes, and reads it.
+    void writeAndRead() {
+        EXPECT_EQ(mBuffer.writeTo(mNear.get()), 0);
         Bytes part(size_t{1} << 20U);
         ssize_t length = 0;
         while ((length = recv(mFar.get(), part.data(), part.size(), MSG_DONTWAIT)) > 0) {
@@ -167,15 +166,13 @@ TEST_F(OutBufferTest, EverythingIsWrittenInOrderHoweverSlowTheReader) {
     append({1, 2, 3});
     EXPECT_EQ(mBuffer.size(), mAppended.size());
     while (!mBuffer.empty()) {
-        EXPECT_EQ(mBuffer.writeTo(mNear.get()), 0);
-        read();
+        writeAndRead();
         EXPECT_EQ(mBuffer.size(), mAppended.size() - mRead.size());
     }
     EXPECT_EQ(mRead, mAppended);
     // And again from the start.
     append({4, 5});
-    EXPECT_EQ(mBuffer.writeTo(mNear.get()), 0);
-    read();
+    writeAndRead();
     EXPECT_EQ(mRead, mAppended);
 }
 
@@ -210,8 +207,7 @@ TEST_F(OutBufferTest, FrameThatCannotBeAppendedLeavesNothing) {
                  std::bad_alloc);
     append({3});
     EXPECT_EQ(mBuffer.size(), 3U);
-    EXPECT_EQ(mBuffer.writeTo(mNear.get()), 0);
-    read();
+    writeAndRead();
     EXPECT_EQ(mRead, (Bytes{1, 2, 3}));
 }
 
