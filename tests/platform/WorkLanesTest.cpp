@@ -62,6 +62,7 @@ class WorkLanesTest : public testing::Test {
 TEST_F(WorkLanesTest, FirstLaneGetsHalfAndEachFurtherOneHalfOfTheRest) {
     mLanes.setThreads(16);
     std::vector<int> turns;
+    turns.reserve(6);
     for (int i = 0; i < 6; ++i) turns.push_back(enterMany(makeLane(), 40));
     EXPECT_EQ(turns, (std::vector<int>{8, 4, 2, 1, 1, 0}));
 }
