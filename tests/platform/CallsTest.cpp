@@ -161,8 +161,9 @@ TEST_F(CallsTest, NestingGoesDeeperThanAChainIsLong) {
     int32_t calls = 0;
     ndk::SpAIBinder object;
     object = makeAdder([&] {
-        if (++calls == kDepth) return;
-        EXPECT_EQ(callBack(object, calls), calls + 1);
+        const int32_t call = ++calls;
+        if (call == kDepth) return;
+        EXPECT_EQ(callBack(object, call), call + 1);
     });
     EXPECT_EQ(callBack(object, 0), 1);
     EXPECT_EQ(calls, kDepth);
