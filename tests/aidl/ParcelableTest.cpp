@@ -129,7 +129,10 @@ TEST(Parcelable, NotThere) {
     const ::ndk::ScopedAParcel parcel = parcelOf(fromHex(std::string("00000000") + kCell));
     DubiousCellInfo read;
     EXPECT_EQ(STATUS_UNEXPECTED_NULL, ::ndk::AParcel_readData(parcel.get(), &read));
-    // A field, the first and the last one.
+    // An element, and a field: the first and the last one.
+    Nr5gNflEntryType entry;
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL,
+              readBytes(std::string("18000000") + kEntryHead + "01000000 00000000", &entry));
     EXPECT_EQ(STATUS_UNEXPECTED_NULL, readBytes("0c000000 00000000 00000000", &read));
     std::string text = kCell;
     text.replace(text.size() - 26, 8, "00000000");
@@ -188,9 +191,6 @@ TEST(Parcelable, LongerBodyIsSkippedAndShorterOneLeavesDefaults) {
         {"04000000", {}},
         {"08000000 02000000", {2}},
         {"0c000000 02000000 01000000", {2, true}},
-        {"10000000 02000000 01000000 03000000", {2, true, 3}},
-        {"14000000 02000000 01000000 03000000 04000000", {2, true, 3, 4}},
-        {"18000000 02000000 01000000 03000000 04000000 05000000", {2, true, 3, 4, 5}},
         {"1c000000 02000000 01000000 03000000 04000000 05000000 06000000", {2, true, 3, 4, 5, 6}},
         {"28000000 02000000 01000000 03000000 04000000 05000000 06000000 07000000 aaaaaaaa bbbbbbbb",
          {2, true, 3, 4, 5, 6, 7}},
@@ -206,16 +206,6 @@ TEST(Parcelable, LongerBodyIsSkippedAndShorterOneLeavesDefaults) {
     }
 }
 
-TEST(Parcelable, ShorterBodyOfStructures) {
-    DubiousCellInfo read;
-    EXPECT_EQ(STATUS_OK, readBytes("04000000", &read));
-    EXPECT_EQ(DubiousCellInfo(), read);
-    EXPECT_EQ(STATUS_OK, readBytes("18000000 01000000 10000000 06010000 01000000 00000000", &read));
-    DubiousCellInfo expected;
-    expected.plmn = kPlmn;
-    EXPECT_EQ(expected, read);
-}
-
 TEST(Parcelable, BodyThatEndsInsideAField) {
     for (const char* size : {"05000000", "06000000", "07000000"}) {
         DataRecommendation read;
@@ -226,39 +216,6 @@ TEST(Parcelable, BodyThatEndsInsideAField) {
     DubiousCellInfo read;
     EXPECT_EQ(STATUS_NOT_ENOUGH_DATA,
               readBytes("14000000 01000000 05000000 06010000 01000000", &read));
-}
-
-TEST(Parcelable, HostileArrayLengths) {
-    const struct {
-        const char* length;
-        binder_status_t status;
-    } cases[] = {
-        {"ffffffff", STATUS_NO_MEMORY},        // no array at all: there is no space for that
-        {"feffffff", STATUS_BAD_VALUE},        // -2
-        {"00000080", STATUS_BAD_VALUE},        // -2^31
-        {"ffffff7f", STATUS_NOT_ENOUGH_DATA},  // 2^31 - 1
-        {"00000040", STATUS_NOT_ENOUGH_DATA},  // 2^30
-        {"02000000", STATUS_NOT_ENOUGH_DATA},  // one too many
-    };
-    for (const auto& one : cases) {
-        Nr5gNflEntryType read;
-        EXPECT_EQ(one.status, readBytes(std::string("28000000") + kEntryHead + one.length +
-                                            "01000000 10000000 06010000 01000000 00000000",
-                                        &read))
-            << one.length;
-    }
-}
-
-TEST(Parcelable, BrokenElements) {
-    const std::string head = std::string("28000000") + kEntryHead + "01000000";
-    Nr5gNflEntryType read;
-    EXPECT_EQ(STATUS_UNEXPECTED_NULL,
-              readBytes(head + "00000000 10000000 06010000 01000000 00000000", &read));
-    EXPECT_EQ(STATUS_BAD_VALUE,
-              readBytes(head + "01000000 03000000 06010000 01000000 00000000", &read));
-    // One that says it is longer than what is left of its array's structure, and of the parcel.
-    EXPECT_EQ(STATUS_OK, readBytes(head + "01000000 14000000 06010000 01000000 00000000", &read));
-    EXPECT_EQ(std::vector<PlmnId>{kPlmn}, read.plmns);
 }
 
 TEST(Union, HoldsItsFirstMemberToBeginWith) {
@@ -277,11 +234,6 @@ TEST(Union, UnknownTag) {
         Scs read = Scs::make<Scs::spacing>(15);
         EXPECT_EQ(STATUS_BAD_VALUE, readBytes(std::string(tag) + "01000000", &read)) << tag;
         EXPECT_EQ(Scs::make<Scs::spacing>(15), read);
-
-        std::string text = kCell;
-        text.replace(text.size() - 17, 8, tag);
-        DubiousCellInfo whole;
-        EXPECT_EQ(STATUS_BAD_VALUE, readBytes(text, &whole)) << tag;
     }
 }
 
@@ -289,9 +241,11 @@ TEST(Text, Structures) {
     EXPECT_EQ(
         "DubiousCellInfo{plmn: PlmnId{mcc: 262, mnc: 1, threeDigitMnc: false}, cellId: 81985529216486895, trackingAreaCode: 1, arfcn: 2, physicalCellId: 3, cause: 4, scs: Nr5gScsParams{spacing: 30}}",
         cell().toString());
-    Nr5gNflEntryType entry;
     EXPECT_EQ("Nr5gNflEntryType{arfcn: 0, band: 0, subcarrierSpacing: 0, plmns: []}",
-              entry.toString());
+              Nr5gNflEntryType().toString());
+    EXPECT_EQ(
+        "Nr5gNflEntryType{arfcn: 0, band: 0, subcarrierSpacing: 0, plmns: [PlmnId{mcc: 1, mnc: 2, threeDigitMnc: true}, PlmnId{mcc: 0, mnc: 0, threeDigitMnc: false}]}",
+        (Nr5gNflEntryType{0, 0, 0, {{1, 2, true}, {}}}).toString());
     EXPECT_EQ("Nr5gScsParams{unknown: true}", Scs::make<Scs::unknown>(true).toString());
 }
 

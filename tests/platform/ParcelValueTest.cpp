@@ -52,14 +52,9 @@ Value data(const char* name, T value, const char* bytes) {
             }};
 }
 
-// A text, which the C functions carry.
+// A text, which descriptors and messages are.
 Value text(const char* name, const std::string& value, const char* bytes) {
-    return {name,
-            [=](AParcel* parcel) {
-                return AParcel_writeString(parcel, value.data(),
-                                           static_cast<int32_t>(value.size()));
-            },
-            bytes,
+    return {name, [=](AParcel* parcel) { return parcel->writeString(value); }, bytes,
             [=](const AParcel* parcel, bool* same) {
                 std::string got;
                 const binder_status_t status = parcel->readString(&got);

@@ -39,7 +39,6 @@ enum PeerCode : transaction_code_t {
     kBig,              // a number and a byte array; out: a byte array of that many bytes
     kRelay,            // a text "name/name/...": calls kRelay of the first name with the rest;
                        // out: how many names that were
-    kNoteToKept,       // a number: that many one-way kNote calls, 0, 1, 2..., to the kept object
     kOnewayAddToKept,  // a number: from a one-way call, kAdd of it and 1 on the kept object, and
                        // the result sent to it by a one-way kNote
     kPassOn,           // a name and an object: hands it to that service's kKeep; out: the status
@@ -111,7 +110,7 @@ inline void put(AParcel* in, int32_t value) {
     AParcel_writeInt32(in, value);
 }
 inline void put(AParcel* in, const std::string& text) {
-    AParcel_writeString(in, text.data(), static_cast<int32_t>(text.size()));
+    ndk::AParcel_writeVector(in, std::vector<uint8_t>(text.begin(), text.end()));
 }
 inline void put(AParcel* in, const ndk::SpAIBinder& binder) {
     AParcel_writeStrongBinder(in, binder.get());
@@ -130,12 +129,9 @@ inline void get(const AParcel* out, std::vector<int8_t>* bytes) {
     ndk::AParcel_readVector(out, bytes);
 }
 inline void get(const AParcel* out, std::string* text) {
-    AParcel_readString(out, text, [](void* into, int32_t size, char** buffer) {
-        static_cast<std::string*>(into)->resize(static_cast<size_t>(size));
-        *buffer = static_cast<std::string*>(into)->data();
-        return true;
-    });
-    if (!text->empty()) text->pop_back();  // the zero
+    std::vector<uint8_t> bytes;
+    ndk::AParcel_readVector(out, &bytes);
+    text->assign(bytes.begin(), bytes.end());
 }
 
 // Writes these values, which are of the kinds above.

@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-PeerProcess::PeerProcess(const std::string& name, const std::string& option) {
+PeerProcess::PeerProcess(std::string name) {
     std::array<int, 2> input;
     std::array<int, 2> output;
     if (pipe2(input.data(), O_CLOEXEC) != 0 || pipe2(output.data(), O_CLOEXEC) != 0) {
@@ -22,10 +22,7 @@ PeerProcess::PeerProcess(const std::string& name, const std::string& option) {
     posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
     std::string program = LUM_PEER_PROGRAM;
-    std::string serviceName = name;
-    std::string extra = option;
-    const std::array<char*, 4> arguments = {program.data(), serviceName.data(),
-                                            option.empty() ? nullptr : extra.data(), nullptr};
+    const std::array<char*, 3> arguments = {program.data(), name.data(), nullptr};
     const int error =
         posix_spawn(&mPid, program.c_str(), &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);

@@ -8,9 +8,8 @@
 // A process of the program platform_peer, killed when this ends.
 class PeerProcess {
   public:
-    // Starts it and waits for what it says. name: of the service it is to serve; option: see
-    // peer_main.cpp.
-    explicit PeerProcess(const std::string& name, const std::string& option = "");
+    // Starts it and waits for what it says. name: of the service it is to serve.
+    explicit PeerProcess(std::string name);
     ~PeerProcess();
     PeerProcess(const PeerProcess&) = delete;
     PeerProcess& operator=(const PeerProcess&) = delete;

@@ -24,11 +24,19 @@ namespace {
 
 using Log = std::vector<std::string>;
 
-// All that has been posted so far is done then: the pool has one thread here.
+// All that has been posted so far is done then: every thread of the pool comes to be here.
 void waitForPool() {
+    constexpr int kThreads = 16;
+    Counter here;
     Counter done;
-    post([&] { done.add(); });
-    EXPECT_TRUE(done.waitFor(1));
+    for (int i = 0; i < kThreads; ++i) {
+        post([&] {
+            here.add();
+            here.waitFor(kThreads);
+            done.add();
+        });
+    }
+    EXPECT_TRUE(done.waitFor(kThreads));
 }
 
 // A thread that does what it is given, and sleeps otherwise.
@@ -69,10 +77,7 @@ class Sleeper {
 
 class RegistrationTest : public testing::Test {
   protected:
-    RegistrationTest() {
-        ABinderProcess_setThreadPoolMaxThreadCount(0);
-        ABinderProcess_startThreadPool();
-    }
+    RegistrationTest() { ABinderProcess_startThreadPool(); }
 
     binder_status_t link(const ndk::SpAIBinder& service, Cookie* cookie) {
         return AIBinder_linkToDeath(service.get(), mRecipient.get(), cookie);

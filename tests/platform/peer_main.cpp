@@ -7,7 +7,6 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdio>
-#include <cstring>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -85,7 +84,6 @@ class Peer {
             case kBig:
                 return reply(out, std::vector<int8_t>(static_cast<size_t>(next<int32_t>(in)), 7));
             case kRelay: return relay(in, out);
-            case kNoteToKept: return noteToKept(in);
             case kOnewayAddToKept: return onewayAddToKept(in);
             case kPassOn: return passOn(in, out);
             case kReturn: return next<int32_t>(in);
@@ -156,15 +154,6 @@ class Peer {
         return status == STATUS_OK ? reply(out, steps + 1) : status;
     }
 
-    binder_status_t noteToKept(const AParcel* in) {
-        const auto count = next<int32_t>(in);
-        for (int32_t i = 0; i < count; ++i) {
-            const binder_status_t status = callOneway(kept(), kNote, args(i));
-            if (status != STATUS_OK) return status;
-        }
-        return STATUS_OK;
-    }
-
     binder_status_t onewayAddToKept(const AParcel* in) {
         int32_t sum = -1;
         callPeer(kept(), kAdd, args(next<int32_t>(in), 1), into(&sum));
@@ -190,15 +179,14 @@ class Peer {
 
 }  // namespace
 
-// Arguments: the name to serve; "nopool" if no thread pool is to be started.
+// Argument: the name to serve.
 int main(int argc, char** argv) {
     if (argc < 2) return 2;
-    const bool pool = argc < 3 || strcmp(argv[2], "nopool") != 0;
     auto* const peer = new Peer;
     peer->self = makePeerObject([peer](transaction_code_t code, const AParcel* in, AParcel* out) {
         return peer->handle(code, in, out);
     });
-    if (pool) ABinderProcess_startThreadPool();
+    ABinderProcess_startThreadPool();
     if (AServiceManager_addService(peer->self.get(), argv[1]) != EX_NONE) {
         puts("refused");
         fflush(stdout);

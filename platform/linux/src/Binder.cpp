@@ -97,15 +97,6 @@ AIBinder_Class* AIBinder_Class_define(const char* interfaceDescriptor,
         nullptr);
 }
 
-void AIBinder_Class_setOnDump(AIBinder_Class* clazz, AIBinder_onDump onDump) {
-    clazz->onDump = onDump;
-}
-
-void AIBinder_Class_setHandleShellCommand(AIBinder_Class* clazz,
-                                          AIBinder_handleShellCommand handler) {
-    clazz->handleShellCommand = handler;
-}
-
 void AIBinder_Class_setTransactionCodeToFunctionNameMap(AIBinder_Class* clazz, const char** map,
                                                         size_t length) {
     clazz->functionNames = map;
@@ -159,14 +150,6 @@ binder_status_t AIBinder_ping(AIBinder* binder) {
             return transact(*binder, kPingTransaction, nothing, 0, &reply);
         },
         STATUS_NO_MEMORY);
-}
-
-binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint32_t numArgs) {
-    if (binder == nullptr) return STATUS_UNEXPECTED_NULL;
-    LocalBinder* const local = binder->asLocal();
-    // The dump of another process would take a descriptor to it, which no parcel here carries.
-    if (local == nullptr) return STATUS_INVALID_OPERATION;
-    return local->dump(fd, args, numArgs);
 }
 
 void AIBinder_incStrong(AIBinder* binder) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <android/binder_ibinder.h>
-#include <android/binder_shell.h>
 
 #include <atomic>
 #include <cstdint>
@@ -18,8 +17,6 @@ struct AIBinder_Class {
     AIBinder_Class_onCreate onCreate = nullptr;
     AIBinder_Class_onDestroy onDestroy = nullptr;
     AIBinder_Class_onTransact onTransact = nullptr;
-    AIBinder_onDump onDump = nullptr;
-    AIBinder_handleShellCommand handleShellCommand = nullptr;
     const char* const* functionNames = nullptr;
     size_t functionCount = 0;
 };

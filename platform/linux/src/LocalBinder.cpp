@@ -27,17 +27,9 @@ binder_status_t LocalBinder::transact(transaction_code_t code, const AParcel& in
     }
     switch (code) {
         case kPingTransaction: return STATUS_OK;
-        case kInterfaceTransaction:
-            return AParcel_writeString(out, mClazz.descriptor.c_str(),
-                                       static_cast<int32_t>(mClazz.descriptor.size()));
+        case kInterfaceTransaction: return out->writeString(mClazz.descriptor);
         default: return STATUS_UNKNOWN_TRANSACTION;
     }
-}
-
-binder_status_t LocalBinder::dump(int fd, const char** args, uint32_t numArgs) {
-    if (mClazz.onDump == nullptr) return STATUS_OK;
-    return callOut(
-        "onDump", [&] { return mClazz.onDump(this, fd, args, numArgs); }, STATUS_UNKNOWN_ERROR);
 }
 
 void LocalBinder::postOneway(std::unique_ptr<Work> call) {

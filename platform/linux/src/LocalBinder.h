@@ -27,8 +27,6 @@ class LocalBinder final : public AIBinder {
     // methods that means nothing to objects.
     binder_status_t transact(transaction_code_t code, const AParcel& in, AParcel* out);
 
-    binder_status_t dump(int fd, const char** args, uint32_t numArgs);
-
     // Queues a one-way call for the thread pool, which gets the calls of one object in order and
     // one at a time. The work must call postNextOneway() at its end.
     void postOneway(std::unique_ptr<Work> call);

@@ -8,16 +8,10 @@
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
               "values are written as they lie in memory");
 
-void AParcel::clear() {
-    mBytes.clear();
+void AParcel::assign(const uint8_t* bytes, size_t size) {
+    mBytes = std::vector<uint8_t>(bytes, bytes + size);
     mObjects.clear();
     mPosition = 0;
-}
-
-void AParcel::assign(const uint8_t* bytes, size_t size) {
-    std::vector<uint8_t> copy(bytes, bytes + size);
-    clear();
-    mBytes = std::move(copy);
 }
 
 std::vector<AParcel::Object>::const_iterator AParcel::firstObjectFrom(size_t offset) const {
@@ -34,11 +28,6 @@ AParcel* AParcel_create() {
     return new (std::nothrow) AParcel();
 }
 
-binder_status_t AParcel_reset(AParcel* parcel) {
-    parcel->clear();
-    return STATUS_OK;
-}
-
 binder_status_t AParcel_setDataPosition(const AParcel* parcel, int32_t position) {
     if (position < 0) return STATUS_BAD_VALUE;
     parcel->setPosition(static_cast<size_t>(position));
@@ -51,14 +40,6 @@ int32_t AParcel_getDataPosition(const AParcel* parcel) {
 
 int32_t AParcel_getDataSize(const AParcel* parcel) {
     return static_cast<int32_t>(parcel->bytes().size());
-}
-
-binder_status_t AParcel_appendFrom(const AParcel* from, AParcel* to, int32_t start, int32_t size) {
-    if (from == to || start < 0 || size < 0 || start % 4 != 0 ||
-        static_cast<uint64_t>(start) + static_cast<uint64_t>(size) > from->bytes().size()) {
-        return STATUS_BAD_VALUE;
-    }
-    return to->append(*from, static_cast<size_t>(start), static_cast<size_t>(size));
 }
 
 binder_status_t AParcel_marshal(const AParcel* parcel, uint8_t* buffer, size_t start, size_t len) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -46,14 +47,15 @@ struct AParcel {
     // Reads it, and returns whether it is the token of this interface.
     bool checkInterfaceToken(const std::string& descriptor) const noexcept;
 
-    // Reads a text; a null one is empty.
+    // Writes a text. One that is not UTF-8 is refused with STATUS_BAD_VALUE.
+    binder_status_t writeString(std::string_view text) noexcept;
+    // Reads a text; a null one is empty. One that is not UTF-16 is refused with STATUS_BAD_VALUE.
     binder_status_t readString(std::string* text) const noexcept;
 
     // The rest is what the AParcel_ functions are made of.
 
     size_t position() const { return mPosition; }
     void setPosition(size_t position) const { mPosition = position; }
-    void clear();
 
     // Replaces everything by these bytes. May throw std::bad_alloc, with nothing changed.
     void assign(const uint8_t* bytes, size_t size);
@@ -71,7 +73,6 @@ struct AParcel {
         return write(&value, sizeof value);
     }
     binder_status_t writeBinder(AIBinder* binder) noexcept;
-    binder_status_t append(const AParcel& from, size_t start, size_t size) noexcept;
 
     // Whether the rest holds that many bytes, and what aligns the next value.
     bool holds(uint64_t size) const;
@@ -94,7 +95,6 @@ struct AParcel {
 
   private:
     std::vector<Object>::const_iterator firstObjectFrom(size_t offset) const;
-    bool reserveObjects(size_t more) noexcept;
 
     const AIBinder* mTarget = nullptr;
     std::vector<uint8_t> mBytes;

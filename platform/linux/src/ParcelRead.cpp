@@ -9,10 +9,6 @@
 
 namespace {
 
-// Announce blocks before a reply that only managed code looks at.
-constexpr int32_t kNotedOperationsHeader = -127;
-constexpr int32_t kReplyHeader = -128;
-
 template <typename T>
 binder_status_t readArray(const AParcel* parcel, void* arrayData,
                           bool (*allocator)(void*, int32_t, T**)) {
@@ -73,19 +69,6 @@ binder_status_t readException(const AParcel* parcel, binder_exception_t exceptio
     return STATUS_OK;
 }
 
-// For AParcel_readString. The length counts the zero behind the text, where std::string keeps its
-// own.
-bool allocateString(void* stringData, int32_t length, char** buffer) {
-    auto* const string = static_cast<std::string*>(stringData);
-    try {
-        string->resize(static_cast<size_t>(std::max(length, 1) - 1));
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    *buffer = string->data();
-    return true;
-}
-
 }  // namespace
 
 bool AParcel::checkInterfaceToken(const std::string& descriptor) const noexcept {
@@ -98,7 +81,19 @@ bool AParcel::checkInterfaceToken(const std::string& descriptor) const noexcept 
 }
 
 binder_status_t AParcel::readString(std::string* text) const noexcept {
-    return AParcel_readString(this, text, allocateString);
+    const uint8_t* units = nullptr;
+    int32_t count = 0;
+    const binder_status_t status = readUtf16(&units, &count);
+    if (status != STATUS_OK) return status;
+    const int64_t size = count <= 0 ? 0 : utf8Length(units, static_cast<size_t>(count));
+    if (size < 0) return STATUS_BAD_VALUE;
+    try {
+        text->resize(static_cast<size_t>(size));
+    } catch (const std::bad_alloc&) {
+        return STATUS_NO_MEMORY;
+    }
+    if (size > 0) utf16ToUtf8(units, static_cast<size_t>(count), text->data());
+    return STATUS_OK;
 }
 
 bool AParcel::holds(uint64_t size) const {
@@ -168,37 +163,10 @@ binder_status_t AParcel_readStrongBinder(const AParcel* parcel, AIBinder** binde
 
 binder_status_t AParcel_readStatusHeader(const AParcel* parcel, AStatus** status) {
     binder_exception_t exception = EX_NONE;
-    binder_status_t result = parcel->readValue(&exception);
-    if (result == STATUS_OK && exception == kNotedOperationsHeader) {
-        result = skipBlock(parcel);
-        if (result == STATUS_OK) result = parcel->readValue(&exception);
-    }
-    if (result == STATUS_OK && exception == kReplyHeader) {
-        // Comes with successes only.
-        result = skipBlock(parcel);
-        exception = EX_NONE;
-    }
+    const binder_status_t result = parcel->readValue(&exception);
     if (result != STATUS_OK) return result;
     if (exception != EX_NONE) return readException(parcel, exception, status);
     *status = AStatus_newOk();
-    return STATUS_OK;
-}
-
-binder_status_t AParcel_readString(const AParcel* parcel, void* stringData,
-                                   AParcel_stringAllocator allocator) {
-    const uint8_t* units = nullptr;
-    int32_t count = 0;
-    const binder_status_t status = parcel->readUtf16(&units, &count);
-    if (status != STATUS_OK) return status;
-    char* buffer = nullptr;
-    if (count == -1) return allocator(stringData, -1, &buffer) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
-    const int64_t size = utf8Length(units, static_cast<size_t>(count));
-    if (size < 0 || size >= INT32_MAX) return STATUS_BAD_VALUE;
-    if (!allocator(stringData, static_cast<int32_t>(size + 1), &buffer) || buffer == nullptr) {
-        return STATUS_NO_MEMORY;
-    }
-    utf16ToUtf8(units, static_cast<size_t>(count), buffer);
-    buffer[size] = '\0';
     return STATUS_OK;
 }
 

@@ -47,7 +47,21 @@ binder_status_t writeElements(AParcel* parcel, int32_t length, WriteElement writ
 binder_status_t AParcel::writeInterfaceToken(const std::string& descriptor) noexcept {
     const binder_status_t status = writeValue(CallHeader());
     if (status != STATUS_OK) return status;
-    return AParcel_writeString(this, descriptor.data(), static_cast<int32_t>(descriptor.size()));
+    return writeString(descriptor);
+}
+
+binder_status_t AParcel::writeString(std::string_view text) noexcept {
+    const int64_t count = utf16Length(text.data(), text.size());
+    if (count < 0 || count > INT32_MAX) return STATUS_BAD_VALUE;
+    binder_status_t status = writeValue(static_cast<int32_t>(count));
+    if (status != STATUS_OK) return status;
+    const uint64_t size = static_cast<uint64_t>(count) * sizeof(char16_t);
+    uint8_t* units = nullptr;
+    status = extend(size + sizeof(char16_t), &units);
+    if (status != STATUS_OK) return status;
+    utf8ToUtf16(text.data(), text.size(), units);
+    memset(units + size, 0, sizeof(char16_t));
+    return STATUS_OK;
 }
 
 binder_status_t AParcel::extend(uint64_t size, uint8_t** bytes) noexcept {
@@ -80,40 +94,17 @@ binder_status_t AParcel::write(const void* bytes, uint64_t size) noexcept {
 }
 
 binder_status_t AParcel::writeBinder(AIBinder* binder) noexcept {
-    if (!reserveObjects(1)) return STATUS_NO_MEMORY;
+    try {
+        if (mObjects.size() == mObjects.capacity()) mObjects.reserve(2 * mObjects.size() + 1);
+    } catch (const std::bad_alloc&) {
+        return STATUS_NO_MEMORY;
+    }
     const size_t offset = mPosition;
     const binder_status_t status = writeValue(makeEntry(binder));
     if (status == STATUS_OK && binder != nullptr) {
         mObjects.insert(firstObjectFrom(offset), Object{offset, refTo(binder)});
     }
     return status;
-}
-
-binder_status_t AParcel::append(const AParcel& from, size_t start, size_t size) noexcept {
-    const auto first = from.firstObjectFrom(start);
-    const auto last = std::find_if(first, from.mObjects.end(), [&](const Object& object) {
-        return object.offset + sizeof(ObjectEntry) > start + size;
-    });
-    if (!reserveObjects(static_cast<size_t>(last - first))) return STATUS_NO_MEMORY;
-    const size_t to = mPosition;
-    const binder_status_t status = write(from.mBytes.data() + start, size);
-    if (status != STATUS_OK) return status;
-    for (auto object = first; object != last; ++object) {
-        const size_t offset = to + object->offset - start;
-        mObjects.insert(firstObjectFrom(offset), Object{offset, refTo(object->binder.get())});
-    }
-    return STATUS_OK;
-}
-
-bool AParcel::reserveObjects(size_t more) noexcept {
-    const size_t needed = mObjects.size() + more;
-    if (needed <= mObjects.capacity()) return true;
-    try {
-        mObjects.reserve(std::max(needed, 2 * mObjects.size()));
-        return true;
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
 }
 
 binder_status_t AParcel_writeStrongBinder(AParcel* parcel, AIBinder* binder) {
@@ -125,8 +116,7 @@ binder_status_t AParcel_writeStatusHeader(AParcel* parcel, const AStatus* status
     if (exception == EX_TRANSACTION_FAILED) return AStatus_getStatus(status);
     binder_status_t result = parcel->writeValue(exception);
     if (result != STATUS_OK || exception == EX_NONE) return result;
-    const char* const message = AStatus_getMessage(status);
-    result = AParcel_writeString(parcel, message, static_cast<int32_t>(strlen(message)));
+    result = parcel->writeString(AStatus_getMessage(status));
     // Nothing about where it happened.
     if (result == STATUS_OK) result = parcel->writeValue(int32_t{0});
     if (result != STATUS_OK) return result;
@@ -135,23 +125,6 @@ binder_status_t AParcel_writeStatusHeader(AParcel* parcel, const AStatus* status
     }
     // No structure.
     return exception == EX_PARCELABLE ? parcel->writeValue(int32_t{0}) : STATUS_OK;
-}
-
-binder_status_t AParcel_writeString(AParcel* parcel, const char* string, int32_t length) {
-    if (string == nullptr && length == -1) return parcel->writeValue(length);
-    if (string == nullptr || length < 0) return STATUS_BAD_VALUE;
-    const auto size = static_cast<size_t>(length);
-    const int64_t units = utf16Length(string, size);
-    if (units < 0) return STATUS_BAD_VALUE;
-    binder_status_t status = parcel->writeValue(static_cast<int32_t>(units));
-    if (status != STATUS_OK) return status;
-    const uint64_t textSize = static_cast<uint64_t>(units) * sizeof(char16_t);
-    uint8_t* text = nullptr;
-    status = parcel->extend(textSize + sizeof(char16_t), &text);
-    if (status != STATUS_OK) return status;
-    utf8ToUtf16(string, size, text);
-    memset(text + textSize, 0, sizeof(char16_t));
-    return STATUS_OK;
 }
 
 binder_status_t AParcel_writeInt32(AParcel* parcel, int32_t value) {

@@ -8,16 +8,3 @@ void ABinderProcess_startThreadPool() {
     ThreadPool::instance().start();
     nameBinderThread();
 }
-
-bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t numThreads) {
-    ThreadPool::instance().setMaxExtraThreads(numThreads);
-    return true;
-}
-
-bool ABinderProcess_isThreadPoolStarted() {
-    return ThreadPool::instance().started();
-}
-
-void ABinderProcess_joinThreadPool() {
-    ThreadPool::instance().join();
-}

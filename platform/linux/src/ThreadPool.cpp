@@ -20,6 +20,7 @@ using lum::utils::MutexLock;
 
 namespace {
 
+constexpr uint32_t kMaxThreads = 16;
 constexpr long kRetryNs = 100'000'000;
 
 NoDestroy<ThreadPool> gPool;
@@ -76,40 +77,17 @@ void ThreadPool::dispatchWaiting() {
     while (std::unique_ptr<Work> work = mLanes.next()) dispatch(std::move(work));
 }
 
-void ThreadPool::countThreads() {
-    mLanes.setThreads(mJoined + (mStarted ? 1 + size_t{mMaxExtra} : 0));
-    dispatchWaiting();
-}
-
 void ThreadPool::start() {
     const MutexLock lock(mLock);
     if (mStarted) return;
     mStarted = true;
     addThread();
-    countThreads();
-}
-
-bool ThreadPool::started() const {
-    const MutexLock lock(mLock);
-    return mStarted;
-}
-
-void ThreadPool::setMaxExtraThreads(uint32_t count) {
-    const MutexLock lock(mLock);
-    mMaxExtra = count;
-    countThreads();
-}
-
-void ThreadPool::join() {
-    const MutexLock lock(mLock);
-    ++mFree;
-    ++mJoined;
-    countThreads();
-    for (;;) serveOne();
+    mLanes.setThreads(kMaxThreads);
+    dispatchWaiting();
 }
 
 bool ThreadPool::wantsThread() const {
-    return mStarted && mQueued > mFree && mThreads < 1 + mMaxExtra;
+    return mStarted && mQueued > mFree && mThreads < kMaxThreads;
 }
 
 void ThreadPool::addThread() {

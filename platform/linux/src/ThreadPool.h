@@ -16,17 +16,12 @@ class ThreadPool {
     static ThreadPool& instance();
 
     // Queues work. It runs when its lane has its turn and a thread is free, on a new one if none is
-    // and more are allowed; none is before start() or join(). Threads that are no longer needed
+    // and more are allowed; none is before start(). Threads that are no longer needed
     // end, all but one.
     void post(std::unique_ptr<Work> work);
 
-    // Makes the first thread and allows more. Later calls do nothing.
+    // Makes the first thread and allows 15 more. Later calls do nothing.
     void start();
-    bool started() const;
-    // count: how many threads may be added beyond the first.
-    void setMaxExtraThreads(uint32_t count);
-    // Makes the calling thread one of the pool; never returns.
-    [[noreturn]] void join();
 
   private:
     class RetryTimer;
@@ -41,8 +36,6 @@ class ThreadPool {
     void dispatch(std::unique_ptr<Work> work) LUM_REQUIRES(mLock);
     // Has everything carried out that has waited and whose turn it is now.
     void dispatchWaiting() LUM_REQUIRES(mLock);
-    // The number of threads that there are, or may be, has changed.
-    void countThreads() LUM_REQUIRES(mLock);
     // Makes one more thread. One that is refused is tried again later if it is still wanted.
     void addThread() LUM_REQUIRES(mLock);
     void retryLater() LUM_REQUIRES(mLock);
@@ -50,7 +43,7 @@ class ThreadPool {
     // Tries again. Returns whether no thread is wanted any more.
     bool retry();
 
-    mutable lum::utils::Mutex mLock;
+    lum::utils::Mutex mLock;
     lum::utils::Condition mPosted;
     WorkLanes mLanes LUM_GUARDED_BY(mLock);
     WorkQueue mQueue LUM_GUARDED_BY(mLock);  // what has its turn
@@ -59,9 +52,7 @@ class ThreadPool {
     // threads than it needs.
     uint32_t mFree LUM_GUARDED_BY(mLock) = 0;
     uint32_t mStarting LUM_GUARDED_BY(mLock) = 0;  // not known yet whether they will start
-    uint32_t mThreads LUM_GUARDED_BY(mLock) = 0;   // made here, not joined
-    uint32_t mJoined LUM_GUARDED_BY(mLock) = 0;
-    uint32_t mMaxExtra LUM_GUARDED_BY(mLock) = 15;
+    uint32_t mThreads LUM_GUARDED_BY(mLock) = 0;
     bool mStarted LUM_GUARDED_BY(mLock) = false;
     // A thread was refused, and a timer runs to try again.
     bool mRetrying LUM_GUARDED_BY(mLock) = false;

@@ -12,13 +12,6 @@
 #include <mutex>
 #include <utility>
 
-#if defined(__has_include)
-#if __has_include(<android/binder_shell.h>)
-#include <android/binder_shell.h>
-#define HAS_BINDER_SHELL_COMMAND
-#endif
-#endif
-
 namespace ndk {
 
 // An object that is always owned by shared pointers and can hand out further ones to itself. Made
@@ -73,16 +66,15 @@ class ICInterface : public SharedRefBase {
     // Returns whether the implementation is in another process.
     virtual bool isRemote() = 0;
 
-    // Writes a description to fd, which belongs to the caller. args: numArgs texts.
-    // Returns STATUS_OK or an error.
+    // Writes a description to fd, which belongs to the caller. args: numArgs texts. Nothing on
+    // Linux asks for it, nor for a shell command: they keep their places in the table. Returns
+    // STATUS_OK or an error.
     virtual inline binder_status_t dump(int fd, const char** args, uint32_t numArgs);
 
-#ifdef HAS_BINDER_SHELL_COMMAND
     // Carries out a shell command. in, out, err: belong to the caller; argv: argc texts.
     // Returns STATUS_OK or an error.
     virtual inline binder_status_t handleShellCommand(int in, int out, int err, const char** argv,
                                                       uint32_t argc);
-#endif
 
     // Returns the interface that a local object of a class made by defineClass was made from; null
     // for a proxy. binder: not null.
@@ -120,18 +112,6 @@ class ICInterface : public SharedRefBase {
         }
 
         static void onDestroy(void* userData) { delete static_cast<Data*>(userData); }
-
-        static binder_status_t onDump(AIBinder* binder, int fd, const char** args,
-                                      uint32_t numArgs) {
-            return getInterface(binder)->dump(fd, args, numArgs);
-        }
-
-#ifdef HAS_BINDER_SHELL_COMMAND
-        static binder_status_t onShellCommand(AIBinder* binder, int in, int out, int err,
-                                              const char** argv, uint32_t argc) {
-            return getInterface(binder)->handleShellCommand(in, out, err, argv, argc);
-        }
-#endif
     };
 };
 
@@ -167,11 +147,6 @@ class BpCInterface : public INTERFACE {
     // Returns whether the implementation is in another process.
     bool isRemote() override { return AIBinder_isRemote(mBinder.get()); }
 
-    // Has the implementation describe itself.
-    binder_status_t dump(int fd, const char** args, uint32_t numArgs) override {
-        return AIBinder_dump(mBinder.get(), fd, args, numArgs);
-    }
-
   private:
     SpAIBinder mBinder;
 };
@@ -180,12 +155,10 @@ binder_status_t ICInterface::dump(int /*fd*/, const char** /*args*/, uint32_t /*
     return STATUS_OK;
 }
 
-#ifdef HAS_BINDER_SHELL_COMMAND
 binder_status_t ICInterface::handleShellCommand(int /*in*/, int /*out*/, int /*err*/,
                                                 const char** /*argv*/, uint32_t /*argc*/) {
     return STATUS_OK;
 }
-#endif
 
 std::shared_ptr<ICInterface> ICInterface::asInterface(AIBinder* binder) {
     return Data::getInterface(binder);
@@ -193,14 +166,7 @@ std::shared_ptr<ICInterface> ICInterface::asInterface(AIBinder* binder) {
 
 AIBinder_Class* ICInterface::defineClass(const char* interfaceDescriptor,
                                          AIBinder_Class_onTransact onTransact) {
-    AIBinder_Class* clazz =
-        AIBinder_Class_define(interfaceDescriptor, Data::onCreate, Data::onDestroy, onTransact);
-    if (clazz == nullptr) return nullptr;
-    AIBinder_Class_setOnDump(clazz, Data::onDump);
-#ifdef HAS_BINDER_SHELL_COMMAND
-    AIBinder_Class_setHandleShellCommand(clazz, Data::onShellCommand);
-#endif
-    return clazz;
+    return AIBinder_Class_define(interfaceDescriptor, Data::onCreate, Data::onDestroy, onTransact);
 }
 
 #if !defined(__ANDROID_API__) || __ANDROID_API__ >= 36

@@ -4,8 +4,8 @@
 // Parcels: the bytes and objects that a call carries. Valid C and C++.
 //
 // A part of the platform's functions: those for what the interface compiler of this tree can
-// generate (bool, byte, int, long, enumerations, structures, interfaces, and arrays), texts, and
-// whole parcels.
+// generate (bool, byte, int, long, enumerations, structures, interfaces, and arrays), and for whole
+// parcels.
 //
 // Values lie one after the other, little-endian, each filled up to a multiple of four bytes. A
 // parcel has one position, at which the next read or write happens and which moves behind what was
@@ -39,10 +39,6 @@ void AParcel_delete(AParcel* parcel);
 // Returns a new, empty parcel, owned by the caller; null when there is no memory.
 AParcel* AParcel_create(void);
 
-// Empties a parcel and gives up its references to objects.
-// Returns STATUS_OK.
-binder_status_t AParcel_reset(AParcel* parcel);
-
 // Moves the position. Behind the end nothing can be read or written; nothing can be written at a
 // position that is not a multiple of 4.
 // position: in bytes from the start, 0 or more; STATUS_BAD_VALUE otherwise.
@@ -54,11 +50,6 @@ int32_t AParcel_getDataPosition(const AParcel* parcel);
 // Returns the size in bytes.
 int32_t AParcel_getDataSize(const AParcel* parcel);
 
-// Copies bytes, and the objects that lie whole among them, to the position of another parcel.
-// from, to: not null, not the same; start: first byte, a multiple of 4; size: how many bytes.
-// Returns STATUS_OK; STATUS_BAD_VALUE if that range does not lie in from; STATUS_NO_MEMORY.
-binder_status_t AParcel_appendFrom(const AParcel* from, AParcel* to, int32_t start, int32_t size);
-
 // Copies bytes out. A parcel that holds objects is refused with STATUS_INVALID_OPERATION.
 // buffer: not null, len bytes; start: first byte; len: how many.
 binder_status_t AParcel_marshal(const AParcel* parcel, uint8_t* buffer, size_t start, size_t len);
@@ -66,12 +57,6 @@ binder_status_t AParcel_marshal(const AParcel* parcel, uint8_t* buffer, size_t s
 // Replaces what the parcel holds by bytes made by AParcel_marshal; the position is then 0.
 // buffer: not null, len bytes.
 binder_status_t AParcel_unmarshal(AParcel* parcel, const uint8_t* buffer, size_t len);
-
-// Allocates memory for a text that is being read.
-// stringData: what the reading function was given; length: bytes including the zero at the end, or
-// -1 for a null text; buffer: set to length bytes, which the callee owns; null if length is -1.
-// Returns false to refuse, as a null text that cannot be held.
-typedef bool (*AParcel_stringAllocator)(void* stringData, int32_t length, char** buffer);
 
 // Allocates memory for an array that is being read.
 // arrayData: what the reading function was given; length: number of elements, or -1 for a null
@@ -113,18 +98,6 @@ binder_status_t AParcel_writeStatusHeader(AParcel* parcel, const AStatus* status
 // Reads what a reply begins with.
 // status: set to a new status, owned by the caller, only if STATUS_OK is returned.
 binder_status_t AParcel_readStatusHeader(const AParcel* parcel, AStatus** status);
-
-// Writes a text.
-// string: UTF-8, or null; length: bytes, without a zero at the end; -1 if and only if string is
-// null. Text that is not UTF-8 is refused with STATUS_BAD_VALUE.
-binder_status_t AParcel_writeString(AParcel* parcel, const char* string, int32_t length);
-
-// Reads a text, as UTF-8 with a zero at its end.
-// stringData: handed to allocator; allocator: not null, called once; if it refuses a null text the
-// result is STATUS_UNEXPECTED_NULL.
-// Text that is not UTF-16 is refused with STATUS_BAD_VALUE.
-binder_status_t AParcel_readString(const AParcel* parcel, void* stringData,
-                                   AParcel_stringAllocator allocator);
 
 // Write one value. The types below 32 bits take four bytes.
 binder_status_t AParcel_writeInt32(AParcel* parcel, int32_t value);

@@ -4,9 +4,6 @@
 // Text for people from whatever an interface can carry, for logs. Generated code finds <sstream> by
 // this header.
 
-#include <android/binder_interface_utils.h>
-
-#include <memory>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -21,11 +18,9 @@ template <typename T>
 struct HasToStringMethod<T, std::void_t<decltype(std::declval<const T&>().toString())>>
     : std::true_type {};
 
-// Declared ahead, for arrays and interfaces within structures.
+// Declared ahead, for arrays within structures.
 template <typename T>
 std::string ToString(const std::vector<T>& values);
-template <typename T>
-std::string ToString(const std::shared_ptr<T>& interface);
 
 // Numbers in decimal, bool as true or false, enumerators by their name (their number if they have
 // none), structures as they write themselves.
@@ -53,12 +48,6 @@ std::string ToString(const std::vector<T>& values) {
         result += (i == 0 ? "" : ", ") + ToString(value);
     }
     return result + "]";
-}
-
-template <typename T>
-std::string ToString(const std::shared_ptr<T>& interface) {
-    static_assert(std::is_base_of_v<::ndk::ICInterface, T>, "an interface is needed");
-    return interface == nullptr ? "(null)" : "(interface)";
 }
 
 }  // namespace internal
