@@ -7,7 +7,6 @@
 #include <functional>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/support/Eventually.h"
@@ -20,7 +19,6 @@ class Events {
     void add(const std::string& event) {
         const std::lock_guard<std::mutex> guard(mLock);
         mEvents.push_back(event);
-        mThread = std::this_thread::get_id();
     }
     Log all() const {
         const std::lock_guard<std::mutex> guard(mLock);
@@ -29,15 +27,10 @@ class Events {
     bool waitFor(size_t count) const {
         return eventually([&] { return all().size() >= count; });
     }
-    std::thread::id thread() const {
-        const std::lock_guard<std::mutex> guard(mLock);
-        return mThread;
-    }
 
   private:
     mutable std::mutex mLock;
     Log mEvents;
-    std::thread::id mThread;
 };
 
 // A cookie: what to do, and where to note it.

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/platform/DeathEvents.h"
@@ -42,10 +41,9 @@ class DeathTest : public PeerTest {
     Cookie mThird{&mEvents, "third", nullptr};
 };
 
-TEST_F(DeathTest, RecipientIsCalledOnceOnAThreadOfThePool) {
+TEST_F(DeathTest, RecipientIsCalledOnce) {
     ASSERT_EQ(link(&mFirst), STATUS_OK);
     expectEventsAfterDeath({"first died", "first unlinked"});
-    EXPECT_NE(mEvents.thread(), std::this_thread::get_id());
     EXPECT_FALSE(AIBinder_isAlive(mService.get()));
     // Nothing is left to be called again.
     EXPECT_EQ(unlink(&mFirst), STATUS_NAME_NOT_FOUND);
@@ -109,15 +107,6 @@ TEST_F(DeathTest, NullIsRefused) {
     AIBinder_DeathRecipient_delete(nullptr);
 }
 
-TEST_F(DeathTest, UnlinkedRecipientIsNotCalled) {
-    ASSERT_EQ(link(&mFirst), STATUS_OK);
-    ASSERT_EQ(link(&mSecond), STATUS_OK);
-    EXPECT_EQ(unlink(&mFirst), STATUS_OK);
-    EXPECT_EQ(mEvents.all(), Log{"first unlinked"});
-    // Linked earlier, it would be called earlier.
-    expectEventsAfterDeath({"first unlinked", "second died", "second unlinked"});
-}
-
 TEST_F(DeathTest, UnlinkingWithAnotherCookieChangesNothing) {
     ASSERT_EQ(link(&mFirst), STATUS_OK);
     EXPECT_EQ(unlink(&mSecond), STATUS_NAME_NOT_FOUND);
@@ -131,14 +120,6 @@ TEST_F(DeathTest, LinkMadeTwiceIsCalledTwiceAndUnlinkedOneByOne) {
     EXPECT_EQ(unlink(&mFirst), STATUS_OK);
     expectEventsAfterDeath(
         {"first unlinked", "first died", "first unlinked", "first died", "first unlinked"});
-}
-
-TEST_F(DeathTest, LinkAgainAfterUnlinkingTheOnlyOne) {
-    ASSERT_EQ(link(&mFirst), STATUS_OK);
-    EXPECT_EQ(unlink(&mFirst), STATUS_OK);
-    EXPECT_EQ(unlink(&mFirst), STATUS_NAME_NOT_FOUND);
-    ASSERT_EQ(link(&mSecond), STATUS_OK);
-    expectEventsAfterDeath({"first unlinked", "second died", "second unlinked"});
 }
 
 TEST_F(DeathTest, UnlinkingFromInsideTheCallback) {

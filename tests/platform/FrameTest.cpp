@@ -170,35 +170,33 @@ struct Malformed {
     const char* said;
 };
 
-class MalformedCallTest : public testing::TestWithParam<Malformed> {};
-
-TEST_P(MalformedCallTest, IsRefused) {
-    Bytes frame = Sample().call();
-    memcpy(frame.data() + kFrameHeader + GetParam().at, &GetParam().word, sizeof(uint32_t));
-    EXPECT_EQ(faultOf(parseCall, body(frame), bodySize(frame)), GetParam().said);
-}
-
 // The body: id at 0, handle 8, code 12, flags 16, chain length 20, data size 24, objects 28, chain
 // 32, offsets 40 and 44, data 48 with the entries at 52 and 80.
-INSTANTIATE_TEST_SUITE_P(Each, MalformedCallTest,
-                         testing::Values(Malformed{0, 0, "a call with a wrong id"},
-                                         Malformed{16, FLAG_ONEWAY, "a call with a wrong id"},
-                                         Malformed{20, 0, "a call with a wrong chain"},
-                                         Malformed{20, 65, "a call with a wrong chain"},
-                                         Malformed{20, 2, "a call whose sizes do not fit"},
-                                         Malformed{24, 65, "a call whose sizes do not fit"},
-                                         Malformed{24, 0x80000000, "a call whose sizes do not fit"},
-                                         Malformed{24, 0xffffffff, "a call whose sizes do not fit"},
-                                         Malformed{28, 3, "a call whose sizes do not fit"},
-                                         Malformed{28, 0x40000002, "a call whose sizes do not fit"},
-                                         Malformed{32, 2, "a call with a wrong chain"},
-                                         Malformed{40, 5, "a misaligned object"},
-                                         Malformed{40, 8, "overlapping objects"},
-                                         Malformed{44, 28, "overlapping objects"},
-                                         Malformed{44, 40, "an object outside the data"},
-                                         Malformed{44, 0xfffffffc, "an object outside the data"},
-                                         Malformed{52, 0x66642a85, "an object of unknown type"},
-                                         Malformed{64, 1, "an object with an impossible handle"}));
+TEST(FrameTest, MalformedCallIsRefused) {
+    for (const auto& [at, word, said] : {
+             Malformed{0, 0, "a call with a wrong id"},
+             Malformed{16, FLAG_ONEWAY, "a call with a wrong id"},
+             Malformed{20, 0, "a call with a wrong chain"},
+             Malformed{20, 65, "a call with a wrong chain"},
+             Malformed{20, 2, "a call whose sizes do not fit"},
+             Malformed{24, 65, "a call whose sizes do not fit"},
+             Malformed{24, 0xffffffff, "a call whose sizes do not fit"},
+             Malformed{28, 3, "a call whose sizes do not fit"},
+             Malformed{28, 0x40000002, "a call whose sizes do not fit"},
+             Malformed{32, 2, "a call with a wrong chain"},
+             Malformed{40, 5, "a misaligned object"},
+             Malformed{40, 8, "overlapping objects"},
+             Malformed{44, 28, "overlapping objects"},
+             Malformed{44, 40, "an object outside the data"},
+             Malformed{44, 0xfffffffc, "an object outside the data"},
+             Malformed{52, 0x66642a85, "an object of unknown type"},
+             Malformed{64, 1, "an object with an impossible handle"},
+         }) {
+        Bytes frame = Sample().call();
+        memcpy(frame.data() + kFrameHeader + at, &word, sizeof word);
+        EXPECT_EQ(faultOf(parseCall, body(frame), bodySize(frame)), said) << at << " " << word;
+    }
+}
 
 TEST(FrameTest, MoreThanATransactionMayHoldIsRefused) {
     Bytes data(kMaxTransaction + 4);

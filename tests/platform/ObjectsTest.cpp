@@ -99,15 +99,6 @@ TEST_F(ObjectsTest, ReleasesThatCrossWithSendsLoseNothing) {
     EXPECT_TRUE(eventually([&] { return ask(kObjectsEnded) == 1; }));
 }
 
-TEST_F(ObjectsTest, OwnObjectSentAndReleasedByManyThreadsEndsOnce) {
-    Threads(4, [this](int) {
-        for (int i = 0; i < 500; ++i) EXPECT_EQ(ask(kIsOwnObject, args(mObject)), 0);
-    }).join();
-    EXPECT_EQ(mEnded->value(), 0);
-    mObject = nullptr;
-    EXPECT_TRUE(mEnded->waitFor(1));
-}
-
 TEST_F(ObjectsTest, ThirdProcessesObjectIsNotPassedOn) {
     const PeerProcess second("lum.test.second");
     EXPECT_EQ(ask(kPassOn, args("lum.test.second", mObject)), STATUS_INVALID_OPERATION);

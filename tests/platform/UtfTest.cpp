@@ -100,27 +100,4 @@ TEST(Utf, SameTextDiffersFromAnother) {
     EXPECT_FALSE(same("00 D8", "FF"));
 }
 
-TEST(Utf, EveryCodePointSurvivesTheWayThereAndBack) {
-    for (uint32_t point = 0; point <= 0x10FFFF; ++point) {
-        std::vector<uint8_t> utf16;
-        if (point >= 0xD800 && point <= 0xDFFF) continue;
-        if (point < 0x10000) {
-            utf16 = {static_cast<uint8_t>(point), static_cast<uint8_t>(point >> 8U)};
-        } else {
-            const uint32_t high = 0xD800 + ((point - 0x10000) >> 10U);
-            const uint32_t low = 0xDC00 + ((point - 0x10000) & 0x3FFU);
-            utf16 = {static_cast<uint8_t>(high), static_cast<uint8_t>(high >> 8U),
-                     static_cast<uint8_t>(low), static_cast<uint8_t>(low >> 8U)};
-        }
-        const int64_t size = utf8Length(utf16.data(), utf16.size() / 2);
-        ASSERT_EQ(point < 0x80 ? 1 : point < 0x800 ? 2 : point < 0x10000 ? 3 : 4, size) << point;
-        std::vector<char> utf8(static_cast<size_t>(size));
-        utf16ToUtf8(utf16.data(), utf16.size() / 2, utf8.data());
-        ASSERT_EQ(static_cast<int64_t>(utf16.size() / 2), utf16Length(utf8.data(), utf8.size()));
-        std::vector<uint8_t> back(utf16.size());
-        utf8ToUtf16(utf8.data(), utf8.size(), back.data());
-        ASSERT_EQ(utf16, back) << point;
-    }
-}
-
 }  // namespace
