@@ -22,9 +22,9 @@ sys.path.insert(0, str(COMPILER.parent))
 import aidlc  # noqa: E402
 
 HEAD = "package p.q;\n"
-ENUM = HEAD + '@Backing(type="int") enum E { A }\n'
-PARCELABLE = HEAD + "parcelable P { int x; }\n"
-INTERFACE = HEAD + "interface I { void f(); }\n"
+ENUM = '@Backing(type="int") enum E { A }\n'
+PARCELABLE = "parcelable P { int x; }\n"
+INTERFACE = "interface I { void f(); }\n"
 
 
 class Workspace(unittest.TestCase):
@@ -48,8 +48,10 @@ class Workspace(unittest.TestCase):
         self.package.mkdir(parents=True)
 
     def write(self, **files):
+        """Writes files of the package, which those name that are to be of another one."""
         for name, text in files.items():
-            (self.package / f"{name}.aidl").write_text(text, encoding="utf-8")
+            head = "" if text.startswith("package") else HEAD
+            (self.package / f"{name}.aidl").write_text(head + text, encoding="utf-8")
 
     def compile(self, *names, out="out", include=("in",)):
         """Returns the exit status and the lines of standard error, paths cut to file names."""
@@ -88,50 +90,48 @@ class Workspace(unittest.TestCase):
 
 class SyntaxErrors(Workspace):
     REFUSED = [
-        (HEAD + "interface I {\n    void f(int);\n}\n",
+        ("interface I {\n    void f(int);\n}",
          "3:15: unexpected ')', '.' or '[]' or a name should stand here"),
-        (HEAD + "interface I { void f(); # }\n", "2:25: unexpected character '#'"),
-        (HEAD + "/* no end\ninterface I { void f(); }\n", "2:1: this comment has no end"),
-        ("interface I { void f(); }\n", "1:1: unexpected 'interface', 'package' should stand here"),
-        (HEAD + "interface I { void f(); }\ninterface J { void f(); }\n",
-         "3:1: unexpected 'interface', the end of the file should stand here"),
-        (HEAD + "parcelable P { int[][] x; }\n", "2:21: unexpected '[]', a name should stand here"),
-        (HEAD + '@Backing(type="int") enum E { A = 010 }\n',
+        ("interface I { void f(); # }", "2:25: unexpected character '#'"),
+        ("/* no end\ninterface I { void f(); }", "2:1: this comment has no end"),
+        ('@Backing(type="int") enum E { A = 010 }',
          "2:36: unexpected '10', ',' or '}' should stand here"),
-        ("", "1:1: unexpected end of the file, 'package' should stand here", {"name": "I"}),
-        ("\ufeff" + INTERFACE, "1:1: unexpected character '\\ufeff'"),
-        (HEAD + "interface I { void f(); \0 }\n", "2:25: unexpected character '\\x00'"),
-        (HEAD + f"interface I {{ void f(); }} {'x' * 5000}\n",
+        ("interface I { void f(); \0 }", "2:25: unexpected character '\\x00'"),
+        (f"interface I {{ void f(); }} {'x' * 5000}",
          f"2:27: unexpected '{'x' * 57}...', the end of the file should stand here"),
-        (HEAD + "// one\r\n/* two\r\n*/ interface I {\r\n  void f()\r\n}\r\n",
+        ("// one\r\n/* two\r\n*/ interface I {\r\n  void f()\r\n}\r",
          "6:1: unexpected '}', ';' or '=' should stand here"),
-        (HEAD + "/* two\n lines */ // and one\ninterface I { void f() }\n",
-         "4:24: unexpected '}', ';' or '=' should stand here"),
     ]
 
+    def test_no_package(self):
+        for text, said in (("interface I {}", "'interface', 'package' should stand here"),
+                           ("", "end of the file, 'package' should stand here"),
+                           ("\ufeff" + HEAD, "character '\\ufeff'")):
+            (self.package / "I.aidl").write_text(text, encoding="utf-8")
+            self.fails(f"I.aidl:1:1: unexpected {said}", "I")
+
     def test_end_of_file(self):
-        self.write(I=HEAD + "interface I {")
+        self.write(I="interface I {")
         status, errors = self.compile("I")
         self.assertEqual(1, status)
         self.assertRegex(errors[0], r"^I.aidl:2:13: unexpected end of the file, .* should stand here$")
 
     def test_deep_nesting(self):
         for text in ("parcelable P {" * 5000, "parcelable P {" * 5000 + "}" * 5000):
-            self.refused(HEAD + text, "2:15: unexpected 'parcelable', '@' or 'union' or '}' or a name "
+            self.refused(text, "2:15: unexpected 'parcelable', '@' or 'union' or '}' or a name "
                          "should stand here")
-        self.refused(HEAD + "parcelable P { union U {" + "union U {" * 5000 + "}" * 5000,
+        self.refused("parcelable P { union U {" + "union U {" * 5000 + "}" * 5000,
                      "2:25: unexpected 'union', '@' or '}' or a name should stand here")
-        self.refused(HEAD + "parcelable P { int" + "[" * 5000 + "]" * 5000 + " x; }\n",
+        self.refused("parcelable P { int" + "[" * 5000 + "]" * 5000 + " x; }\n",
                      "2:19: unexpected character '['")
-        self.accepted(HEAD + "/* " * 5000 + "*/ interface I { void f(); }\n", "I")
+        self.accepted("/* " * 5000 + "*/ interface I { void f(); }\n", "I")
 
 
 class Files(Workspace):
     REFUSED = [
-        (HEAD + "interface I { void f(); }\n", "2:11: I should be defined in p/q/I.aidl",
-         {"name": "J"}),
-        ("package p.r;\ninterface I { void f(); }\n", "2:11: I should be defined in p/r/I.aidl"),
-        (HEAD + "import p.q.X;\ninterface I { void f(); }\n",
+        ("interface I { void f(); }", "2:11: I should be defined in p/q/I.aidl", {"name": "J"}),
+        ("package p.r;\ninterface I { void f(); }", "2:11: I should be defined in p/r/I.aidl"),
+        ("import p.q.X;\ninterface I { void f(); }",
          "2:8: cannot find p.q.X in the directories given with -I"),
     ]
 
@@ -142,21 +142,17 @@ class Files(Workspace):
         (self.package / "I.aidl").write_bytes(b"package p.q; // \xff\n")
         self.fails("I.aidl:1:1: is not UTF-8 text", "I")
 
-    def test_directory(self):
-        (self.package / "I.aidl").mkdir()
-        self.fails("I.aidl:1:1: cannot be read: Is a directory", "I")
-
     def test_links_in_a_circle(self):
         (self.package / "I.aidl").symlink_to("J.aidl")
         (self.package / "J.aidl").symlink_to("I.aidl")
         self.fails("I.aidl:1:1: cannot be read: Too many levels of symbolic links", "I")
-        self.write(K=HEAD + "import p.q.J;\ninterface K { void f(); }\n")
+        self.write(K="import p.q.J;\ninterface K { void f(); }\n")
         self.fails("K.aidl:2:8: cannot find p.q.J in the directories given with -I", "K")
 
     def test_long_name(self):
         name = "I" * 300
         self.fails(f"{name}.aidl:1:1: cannot be read: File name too long", name)
-        self.refused(HEAD + f"import p.q.{name};\ninterface I {{ void f(); }}\n",
+        self.refused(f"import p.q.{name};\ninterface I {{ void f(); }}\n",
                      f"2:8: cannot find p.q.{name} in the directories given with -I")
 
     def test_link_under_another_name(self):
@@ -170,14 +166,14 @@ class Files(Workspace):
         self.assertEqual((0, []), self.compile("I"))
 
     def test_import_of_a_file_that_defines_another_name(self):
-        self.write(P=PARCELABLE, I=HEAD + "import q.P;\ninterface I { void f(); }\n")
+        self.write(P=PARCELABLE, I="import q.P;\ninterface I { void f(); }\n")
         self.fails("I.aidl:2:8: P.aidl defines p.q.P, not q.P", "I", include=["in/p"])
 
     def test_import_that_two_directories_have(self):
         other = self.root / "other" / "p" / "q"
         other.mkdir(parents=True)
         (other / "P.aidl").write_text(PARCELABLE)
-        self.write(P=PARCELABLE, I=HEAD + "import p.q.P;\ninterface I { void f(in P x); }\n")
+        self.write(P=PARCELABLE, I="import p.q.P;\ninterface I { void f(in P x); }\n")
         self.fails(f"I.aidl:2:8: p.q.P is defined in P.aidl and {other}/P.aidl", "I",
                    include=["in", "other"])
         self.assertEqual((0, []), self.compile("I", include=["in", "in", "nowhere"]))
@@ -186,72 +182,60 @@ class Files(Workspace):
         """Every file imports all before it: there are 2^40 ways through them."""
         for number in range(40):
             imports = "".join(f"import p.q.P{one};\n" for one in range(number))
-            self.write(**{f"P{number}": f"{HEAD}{imports}parcelable P{number} {{ int x; }}\n"})
+            self.write(**{f"P{number}": f"{imports}parcelable P{number} {{ int x; }}\n"})
         self.assertEqual((0, []), self.compile("P39"))
 
     def test_long_chain_of_imports(self):
         for number in range(1500):
-            self.write(**{f"P{number}": f"{HEAD}import p.q.P{number + 1};\n"
+            self.write(**{f"P{number}": f"import p.q.P{number + 1};\n"
                                         f"parcelable P{number} {{ int x; }}\n"})
-        self.write(P1500=HEAD + "parcelable P1500 { int x; }\n")
+        self.write(P1500="parcelable P1500 { int x; }\n")
         self.assertEqual((0, []), self.compile("P0"))
 
     def test_every_file_is_checked_and_a_shared_fault_is_reported_once(self):
-        self.write(I=HEAD + "import p.q.P;\ninterface I { void f(); }\n",
-                   J=HEAD + "interface J { int f(); }\n", P=HEAD + "parcelable P { int }\n")
+        self.write(E=ENUM, I="import p.q.P;\ninterface I { void f(); }\n",
+                   J="interface J { int f(); }\n", P="parcelable P { int }\n")
         self.assertEqual(
             (1, ["P.aidl:2:20: unexpected '}', '.' or '[]' or a name should stand here",
                  "J.aidl:2:15: results other than void are not understood"]),
-            self.compile("I", "J", "P"))
-        self.assertEqual({}, self.output())
-
-    def test_nothing_is_written_when_a_later_file_is_wrong(self):
-        self.write(E=ENUM, I=HEAD + "interface I { int f(); }\n")
-        self.assertEqual(1, self.compile("E", "I")[0])
+            self.compile("E", "I", "J", "P"))
         self.assertEqual({}, self.output())
 
 
 class Names(Workspace):
     REFUSED = [
-        (HEAD + "interface I { void f(in X x); }\n",
-         "2:25: there is no type X here: is an import missing?"),
-        (HEAD + "interface I { void f(in P x); }\n",
+        ("interface I { void f(in X x); }", "2:25: there is no type X here: is an import missing?"),
+        ("interface I { void f(in P x); }",
          "2:25: there is no type P here: is an import missing?", {"P": PARCELABLE}),
-        (HEAD + "interface I { void f(in p.q.P x); }\n",
+        ("interface I { void f(in p.q.P x); }",
          "2:25: there is no type p.q.P here: is an import missing?", {"P": PARCELABLE}),
-        (HEAD + "import p.q.P;\nimport p.q.P;\ninterface I { void f(); }\n",
+        ("import p.q.P;\nimport p.q.P;\ninterface I { void f(); }",
          "3:8: line 2 imports p.q.P already", {"P": PARCELABLE}),
-        (HEAD + "interface I {\n  void f();\n  void f(int x);\n}\n",
-         "4:8: line 3 has a method f already"),
-        (HEAD + "interface I { void f(int x, long x); }\n",
-         "2:34: line 2 has an argument x already"),
-        (HEAD + "parcelable P {\n  int x;\n  long x;\n}\n", "4:8: line 3 has a member x already"),
-        (HEAD + '@Backing(type="int") enum E { A, A }\n',
-         "2:34: line 2 has an enumerator A already"),
-        (HEAD + "parcelable P { union P { int a; } int x; }\n",
+        ("interface I {\n  void f();\n  void f(int x);\n}", "4:8: line 3 has a method f already"),
+        ("interface I { void f(int x, long x); }", "2:34: line 2 has an argument x already"),
+        ("parcelable P {\n  int x;\n  long x;\n}", "4:8: line 3 has a member x already"),
+        ('@Backing(type="int") enum E { A, A }', "2:34: line 2 has an enumerator A already"),
+        ("parcelable P { union P { int a; } int x; }",
          "2:22: there is a type P in this file already"),
-        (HEAD + "interface I { void delete(int class); }\n",
+        ("interface I { void delete(int class); }",
          "2:20: delete is a reserved word of C++", "2:31: class is a reserved word of C++"),
-        (HEAD + "parcelable P { int requires; }\n", "2:20: requires is a reserved word of C++"),
-        ("package p.new;\ninterface I { void f(); }\n",
-         "2:11: I should be defined in p/new/I.aidl"),
-        (HEAD + "parcelable P { int _x; }\n",
-         "2:20: _x begins with an underscore, as only made names do"),
-        (HEAD + "parcelable long { int x; }\n", "2:12: long is a word of the language",
-         {"name": "long"}),
-        (HEAD + "parcelable String { int x; }\n",
+        ("parcelable P { int requires; }", "2:20: requires is a reserved word of C++"),
+        ("package p.new;\ninterface I { void f(); }", "2:11: I should be defined in p/new/I.aidl"),
+        ("parcelable P { int _x; }", "2:20: _x begins with an underscore, as only made names do"),
+        ("parcelable long { int x; }", "2:12: long is a word of the language", {"name": "long"}),
+        ("parcelable String { int x; }",
          "2:12: the generated code uses the name String itself", {"name": "String"}),
     ]
 
     def test_types_of_the_language_that_are_not_understood(self):
         for word in ("String", "IBinder", "float", "double", "char", "List"):
             with self.subTest(word):
-                self.refused(HEAD + f"interface I {{ void f({word} x); }}\n",
+                self.refused(f"interface I {{ void f({word} x); }}\n",
                              f"2:22: the type {word} is not understood")
 
     def test_imported_from_two_packages(self):
         (self.root / "in" / "p" / "P.aidl").write_text("package p;\nparcelable P { int x; }\n")
-        self.refused(HEAD + "import p.q.P;\nimport p.P;\ninterface I { void f(); }\n",
+        self.refused("import p.q.P;\nimport p.P;\ninterface I { void f(); }\n",
                      "3:8: there is a type P in this file already", P=PARCELABLE)
 
     def test_words_of_the_language(self):
@@ -259,14 +243,14 @@ class Names(Workspace):
                      "import", "package"):
             with self.subTest(word):
                 message = f"unexpected '{word}', '.' or '[]' or a name should stand here"
-                self.refused(HEAD + f"parcelable P {{ int {word}; }}\n", f"2:20: {message}")
-                self.refused(HEAD + f"interface I {{ void {word}(); }}\n", f"2:20: {message}")
-                self.refused(HEAD + f"interface I {{ void f(int {word}); }}\n", f"2:26: {message}")
+                self.refused(f"parcelable P {{ int {word}; }}\n", f"2:20: {message}")
+                self.refused(f"interface I {{ void {word}(); }}\n", f"2:20: {message}")
+                self.refused(f"interface I {{ void f(int {word}); }}\n", f"2:26: {message}")
         for word in ("boolean", "byte", "int", "long"):
             with self.subTest(word):
-                self.refused(HEAD + f"parcelable P {{ int {word}; }}\n",
+                self.refused(f"parcelable P {{ int {word}; }}\n",
                              f"2:20: {word} is a word of the language")
-                self.refused(HEAD + f"interface I {{ void f(int {word}); }}\n",
+                self.refused(f"interface I {{ void f(int {word}); }}\n",
                              f"2:26: {word} is a word of the language")
 
     def test_package_that_is_no_namespace(self):
@@ -279,16 +263,16 @@ class Names(Workspace):
                            f"../{word}/P")
 
     def test_names_of_the_made_class(self):
-        self.refused(HEAD + "interface I { void asBinder(); }\n",
+        self.refused("interface I { void asBinder(); }\n",
                      "2:20: the generated code uses the name asBinder itself")
-        self.refused(HEAD + "parcelable P { int toString; union U { int getTag; } }\n",
+        self.refused("parcelable P { int toString; union U { int getTag; } }\n",
                      "2:44: the generated code uses the name getTag itself",
                      "2:20: the generated code uses the name toString itself")
         for name in ("I", "BnI", "BpI", "IDefault", "IDelegator"):
             with self.subTest(name):
-                self.refused(HEAD + f"interface I {{ void {name}(); }}\n",
+                self.refused(f"interface I {{ void {name}(); }}\n",
                              f"2:20: the generated code uses the name {name} itself")
-        self.refused(HEAD + "parcelable P { int P; union U { int U; } }\n",
+        self.refused("parcelable P { int P; union U { int U; } }\n",
                      "2:37: the generated code uses the name U itself",
                      "2:20: the generated code uses the name P itself")
 
@@ -296,91 +280,87 @@ class Names(Workspace):
         for name in ("AParcel", "AIBinder_new", "STATUS_OK", "TRANSACTION_f", "int32_t", "std"):
             with self.subTest(name):
                 message = f"the generated code uses the name {name} itself"
-                self.refused(HEAD + f"interface I {{ void {name}(); }}\n", f"2:20: {message}")
-                self.refused(HEAD + f"parcelable P {{ int {name}; }}\n", f"2:20: {message}")
-                self.refused(HEAD + f"parcelable {name} {{ int x; }}\n", f"2:12: {message}",
+                self.refused(f"interface I {{ void {name}(); }}\n", f"2:20: {message}")
+                self.refused(f"parcelable P {{ int {name}; }}\n", f"2:20: {message}")
+                self.refused(f"parcelable {name} {{ int x; }}\n", f"2:12: {message}",
                              name=name)
         # What has a name of its own in the generated code hides nothing.
-        self.accepted(HEAD + '@Backing(type="int") enum E { STATUS_OK, AParcel }\n', "E")
-        self.accepted(HEAD + "interface I { void f(int AParcel); }\n", "I")
+        self.accepted('@Backing(type="int") enum E { STATUS_OK, AParcel }\n', "E")
+        self.accepted("interface I { void f(int AParcel); }\n", "I")
 
 
 class Interfaces(Workspace):
     REFUSED = [
-        (HEAD + "import p.q.P;\ninterface I { void f(byte[] a, P b); }\n",
+        ("import p.q.P;\ninterface I { void f(byte[] a, P b); }",
          "3:22: byte[] can be in or out: say in before it",
          "3:32: P can be in or out: say in before it", {"P": PARCELABLE}),
-        (HEAD + "interface I { void f(out byte[] a, inout int[] b); }\n",
+        ("interface I { void f(out byte[] a, inout int[] b); }",
          "2:22: the direction out is not understood",
          "2:36: the direction inout is not understood"),
-        (HEAD + "oneway interface I { void f(out byte[] a); }\n",
+        ("oneway interface I { void f(out byte[] a); }",
          "2:29: a one-way method gives nothing back: its arguments can only be in"),
-        (HEAD + "interface I { void f(out int a); }\n", "2:22: int can only be in"),
-        (HEAD + "interface I { int f(); }\n", "2:15: results other than void are not understood"),
-        (HEAD + "oneway interface I {\n  void f();\n  int g();\n}\n",
+        ("interface I { void f(out int a); }", "2:22: int can only be in"),
+        ("interface I { int f(); }", "2:15: results other than void are not understood"),
+        ("oneway interface I {\n  void f();\n  int g();\n}",
          "4:3: a one-way method returns nothing: its result must be void"),
-        (HEAD + "interface I { void[] f(); }\n",
-         "2:15: results other than void are not understood"),
-        (HEAD + "interface I { void f(void x); }\n", "2:22: only a method's result can be void"),
-        (HEAD + "interface I { oneway void f(); }\n",
+        ("interface I { void[] f(); }", "2:15: results other than void are not understood"),
+        ("interface I { void f(void x); }", "2:22: only a method's result can be void"),
+        ("interface I { oneway void f(); }",
          "2:27: one-way methods are understood only in a one-way interface"),
-        (HEAD + "interface I { void f() = 7; }\n",
+        ("interface I { void f() = 7; }",
          "2:26: method numbers cannot be chosen: they count from 1"),
-        (HEAD + "interface I {}\n", "2:11: I needs at least one method"),
-        (HEAD + "@VintfStability interface I { @nullable void f(); }\n",
+        ("interface I {}", "2:11: I needs at least one method"),
+        ("@VintfStability interface I { @nullable void f(); }",
          "2:2: @VintfStability is not understood here", "2:32: @nullable is not understood here"),
-        (HEAD + "interface I { void f(@nullable I x); }\n",
+        ("interface I { void f(@nullable I x); }",
          "2:23: @nullable is not understood on an argument"),
-        (HEAD + "interface I { void f(in I[] x); }\n",
-         "2:25: arrays of interfaces are not understood"),
-        (HEAD + "import p.q.J;\ninterface I { void f(J x); }\n",
+        ("interface I { void f(in I[] x); }", "2:25: arrays of interfaces are not understood"),
+        ("import p.q.J;\ninterface I { void f(J x); }",
          "3:11: types import one another: I -> J -> I",
-         {"J": HEAD + "import p.q.I;\ninterface J { void f(I x); }\n"}),
+         {"J": "import p.q.I;\ninterface J { void f(I x); }\n"}),
     ]
 
 
 class Enumerations(Workspace):
     REFUSED = [
-        (HEAD + "enum E { A }\n", '2:6: E needs a @Backing(type="...")'),
-        (HEAD + '@Backing(type="int") @Backing(type="int") enum E { A }\n',
+        ("enum E { A }", '2:6: E needs a @Backing(type="...")'),
+        ('@Backing(type="int") @Backing(type="int") enum E { A }',
          "2:23: there is a @Backing already"),
-        (HEAD + '@Deprecated @Backing(type="int") enum E { A }\n',
+        ('@Deprecated @Backing(type="int") enum E { A }',
          "2:2: @Deprecated is not understood here"),
-        (HEAD + '@Backing(type="int") enum E {}\n', "2:27: E needs at least one enumerator"),
-        (HEAD + '@Backing(type="byte") enum E { A = 127, B, C = -129 }\n',
+        ('@Backing(type="int") enum E {}', "2:27: E needs at least one enumerator"),
+        ('@Backing(type="byte") enum E { A = 127, B, C = -129 }',
          "2:41: 128 does not fit the backing type byte",
          "2:44: -129 does not fit the backing type byte"),
-        (HEAD + '@Backing(type="int") enum E { A = 2147483648, B }\n',
+        ('@Backing(type="int") enum E { A = 2147483648, B }',
          "2:31: 2147483648 does not fit the backing type int"),
-        (HEAD + '@Backing(type="int") enum E { A = 0x100000000 }\n',
+        ('@Backing(type="int") enum E { A = 0x100000000 }',
          "2:31: 0x100000000 does not fit the backing type int"),
-        (HEAD + '@Backing(type="byte") enum E { A = 0xff }\n',
+        ('@Backing(type="byte") enum E { A = 0xff }',
          "2:32: 0xff does not fit the backing type byte"),
-        (HEAD + '@Backing(type="int", type="long") enum E { A }\n',
-         "2:2: @Backing has an argument twice"),
-        (HEAD + '@Backing(type="int") enum E { A = 1, B = 0, C }\n',
-         "2:45: 1 is the value of A already"),
-    ] + [(f"{HEAD}@Backing{argument} enum E {{ A }}\n",
+        ('@Backing(type="int", type="long") enum E { A }', "2:2: @Backing has an argument twice"),
+        ('@Backing(type="int") enum E { A = 1, B = 0, C }', "2:45: 1 is the value of A already"),
+    ] + [(f"@Backing{argument} enum E {{ A }}\n",
           '2:2: @Backing should have type="byte" or "int" or "long"')
          for argument in ('(type="short")', '(kind="int")', "")]
 
     def test_number_of_many_digits(self):
         for digits in ("9" * 5000, "-" + "9" * 5000, "0x" + "f" * 5000):
-            self.refused(HEAD + f'@Backing(type="long") enum E {{ A = {digits}, B }}\n',
+            self.refused(f'@Backing(type="long") enum E {{ A = {digits}, B }}\n',
                          f"2:32: {digits[:57]}... does not fit the backing type long")
-        made = self.accepted(HEAD + f'@Backing(type="int") enum E {{ A = 0x{"0" * 5000}7 }}\n', "E")
+        made = self.accepted(f'@Backing(type="int") enum E {{ A = 0x{"0" * 5000}7 }}\n', "E")
         self.assertIn("    A = 7,\n", made["include/aidl/p/q/E.h"])
 
     def test_values(self):
         made = self.accepted(
-            HEAD + '@Backing(type="long") enum E { A, B = 0x10, C, D = -9223372036854775808, }\n', "E")
+            '@Backing(type="long") enum E { A, B = 0x10, C, D = -9223372036854775808, }\n', "E")
         header = made["include/aidl/p/q/E.h"]
         self.assertIn("enum class E : int64_t {\n    A = 0LL,\n    B = 16LL,\n    C = 17LL,\n"
                       "    D = INT64_MIN,\n};\n", header)
 
     def test_hexadecimal_numbers_are_bits_of_an_int_or_a_long(self):
         made = self.accepted(
-            HEAD + '@Backing(type="long") enum E { A = 0x7fffffff, B = 0x80000000, C = 0xFFFFFFFF, '
+            '@Backing(type="long") enum E { A = 0x7fffffff, B = 0x80000000, C = 0xFFFFFFFF, '
             "D = 0x100000000, F = 0xffffffffffffffFE }\n", "E")
         self.assertIn("    A = 2147483647LL,\n    B = -2147483648LL,\n    C = -1LL,\n"
                       "    D = 4294967296LL,\n    F = -2LL,\n", made["include/aidl/p/q/E.h"])
@@ -388,26 +368,25 @@ class Enumerations(Workspace):
 
 class Parcelables(Workspace):
     REFUSED = [
-        (HEAD + "parcelable P { int x = 1; }\n", "2:24: default values are not understood"),
-        (HEAD + "parcelable P { @nullable int[] x; }\n", "2:17: @nullable is not understood here"),
-        (HEAD + "parcelable P { void x; }\n", "2:16: only a method's result can be void"),
-        (HEAD + "import p.q.I;\nparcelable P { I x; }\n",
+        ("parcelable P { int x = 1; }", "2:24: default values are not understood"),
+        ("parcelable P { @nullable int[] x; }", "2:17: @nullable is not understood here"),
+        ("parcelable P { void x; }", "2:16: only a method's result can be void"),
+        ("import p.q.I;\nparcelable P { I x; }",
          "3:16: a field cannot be an interface here", {"I": INTERFACE, "name": "P"}),
-        (HEAD + "parcelable P { P x; }\n", "2:16: P would contain itself"),
-        (HEAD + "parcelable P { P[] x; }\n", "2:16: P would contain itself"),
-        (HEAD + "parcelable P { union U { U a; P b; } U x; }\n", "2:26: U would contain itself",
+        ("parcelable P { P x; }", "2:16: P would contain itself"),
+        ("parcelable P { P[] x; }", "2:16: P would contain itself"),
+        ("parcelable P { union U { U a; P b; } U x; }", "2:26: U would contain itself",
          "2:31: P would contain itself"),
-        (HEAD + "import p.q.Q;\nparcelable P { Q x; }\n",
-         "3:12: types import one another: P -> Q -> R -> P",
-         {"Q": HEAD + "import p.q.R;\nparcelable Q { R x; }\n", "R": HEAD + "import p.q.P;\nparcelable R { P x; }\n"}),
-        (HEAD + "parcelable P { parcelable Q { int x; } int y; }\n",
+        ("import p.q.Q;\nparcelable P { Q x; }", "3:12: types import one another: P -> Q -> R -> P",
+         {"Q": "import p.q.R;\nparcelable Q { R x; }", "R": "import p.q.P;\nparcelable R { P x; }\n"}),
+        ("parcelable P { parcelable Q { int x; } int y; }",
          "2:16: unexpected 'parcelable', '@' or 'union' or '}' or a name should stand here"),
-        (HEAD + "parcelable P { union U {} int x; }\n", "2:22: U needs at least one member"),
-        (HEAD + "union P { int a; }\n", "2:7: a union is understood only inside a parcelable"),
+        ("parcelable P { union U {} int x; }", "2:22: U needs at least one member"),
+        ("union P { int a; }", "2:7: a union is understood only inside a parcelable"),
     ]
 
     def test_fields_may_have_names_that_the_functions_use_inside(self):
-        made = self.accepted(HEAD + "parcelable P { int size; int status; int parcel; int start; }\n",
+        made = self.accepted("parcelable P { int size; int status; int parcel; int start; }\n",
                              "P")
         self.assertIn("AParcel_readData(parcel, &this->status)", made["src/p/q/P.cpp"])
 
@@ -440,8 +419,8 @@ class Mutations(Workspace):
 
 class Output(Workspace):
     def test_files(self):
-        self.write(E=ENUM, P=PARCELABLE, IThing=HEAD + "interface IThing { void f(); }\n",
-                   Ice=HEAD + "interface Ice { void f(); }\n")
+        self.write(E=ENUM, P=PARCELABLE, IThing="interface IThing { void f(); }\n",
+                   Ice="interface Ice { void f(); }\n")
         self.assertEqual((0, []), self.compile("E", "P", "IThing", "Ice"))
         names = ("E.h", "BpE.h", "BnE.h", "P.h", "BpP.h", "BnP.h", "IThing.h", "BpThing.h",
                  "BnThing.h", "Ice.h", "BpIce.h", "BnIce.h")
@@ -450,9 +429,9 @@ class Output(Workspace):
                          set(self.output()))
 
     def test_argument_and_field_types(self):
-        self.write(E=ENUM, P=PARCELABLE, J=HEAD + "interface J { void f(); }\n")
+        self.write(E=ENUM, P=PARCELABLE, J="interface J { void f(); }\n")
         made = self.accepted(
-            HEAD + "import p.q.E;\nimport p.q.J;\nimport p.q.P;\ninterface I { void f(boolean a, "
+            "import p.q.E;\nimport p.q.J;\nimport p.q.P;\ninterface I { void f(boolean a, "
             "byte b, int c, in long d, E e, in P g, J h, in byte[] i, in boolean [ ] k, in P[] l); }\n",
             "I")
         self.assertIn(
@@ -467,8 +446,8 @@ class Output(Workspace):
         self.assertEqual((0, []), self.compile("I", "I"))
 
     def test_same_output_twice(self):
-        self.write(IThing=HEAD + "interface IThing { void f(); }\n",
-                   Thing=HEAD + "parcelable Thing { int x; }\n")
+        self.write(IThing="interface IThing { void f(); }\n",
+                   Thing="parcelable Thing { int x; }\n")
         self.fails(f"Thing.aidl:2:12: {self.root}/out/include/aidl/p/q/BpThing.h is made from "
                    "IThing.aidl already", "IThing", "Thing")
 
@@ -487,7 +466,7 @@ class Output(Workspace):
         self.fails(f"{source}:1:1: cannot be written: Is a directory", "E", "I")
 
     def test_one_way_word_may_be_repeated(self):
-        made = self.accepted(HEAD + "oneway interface I { oneway void f(); }\n", "I")
+        made = self.accepted("oneway interface I { oneway void f(); }\n", "I")
         self.assertIn("FLAG_ONEWAY", made["src/p/q/I.cpp"])
 
     def test_same_input_same_output(self):
@@ -505,7 +484,7 @@ class Output(Workspace):
         self.assertEqual(1, len(digests))
 
     def test_program_reports_faults(self):
-        self.write(I=HEAD + "interface I { int f(); }\n")
+        self.write(I="interface I { int f(); }\n")
         ran = subprocess.run(
             ["/usr/bin/python3", COMPILER, "--lang=ndk", "--structured", "-I", self.root / "in",
              "-o", self.root / "out", "-h", self.root / "out", self.package / "I.aidl"],
