@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/src/Parcel.h"
 #include "tests/support/Hex.h"
 
 using namespace aidl::vendor::orn::data::lumservice;
@@ -27,15 +28,7 @@ using Scs = DubiousCellInfo::Nr5gScsParams;
 namespace {
 
 ::ndk::ScopedAParcel parcelOf(const std::vector<uint8_t>& bytes) {
-    ::ndk::ScopedAParcel parcel(AParcel_create());
-    EXPECT_EQ(STATUS_OK, AParcel_unmarshal(parcel.get(), bytes.data(), bytes.size()));
-    return parcel;
-}
-
-std::string bytesOf(const AParcel* parcel) {
-    std::vector<uint8_t> bytes(static_cast<size_t>(AParcel_getDataSize(parcel)));
-    EXPECT_EQ(STATUS_OK, AParcel_marshal(parcel, bytes.data(), 0, bytes.size()));
-    return toHex(bytes);
+    return ::ndk::ScopedAParcel(new AParcel(bytes, {}));
 }
 
 template <typename T>
@@ -43,7 +36,7 @@ std::string written(const T& value) {
     const ::ndk::ScopedAParcel parcel(AParcel_create());
     EXPECT_EQ(STATUS_OK, value.writeToParcel(parcel.get()));
     EXPECT_EQ(AParcel_getDataSize(parcel.get()), AParcel_getDataPosition(parcel.get()));
-    return bytesOf(parcel.get());
+    return toHex(parcel.get()->bytes());
 }
 
 // Reads a structure from these bytes alone. `value` keeps what was not read.
@@ -118,7 +111,7 @@ TEST(Parcelable, AsAnArgumentComesAWordThatItIsThere) {
     const ::ndk::ScopedAParcel parcel(AParcel_create());
     EXPECT_EQ(STATUS_OK, ::ndk::AParcel_writeData(parcel.get(), cell()));
     // The 64-bit value now lies at 28, not a multiple of 8.
-    EXPECT_EQ(toHex(fromHex(std::string("01000000") + kCell)), bytesOf(parcel.get()));
+    EXPECT_EQ(toHex(fromHex(std::string("01000000") + kCell)), toHex(parcel.get()->bytes()));
     EXPECT_EQ(STATUS_OK, AParcel_setDataPosition(parcel.get(), 0));
     DubiousCellInfo read;
     EXPECT_EQ(STATUS_OK, ::ndk::AParcel_readData(parcel.get(), &read));

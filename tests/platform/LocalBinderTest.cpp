@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <stdexcept>
-#include <string>
 
 #include "tests/platform/CountedObject.h"
 #include "tests/platform/PeerInterface.h"

@@ -22,7 +22,6 @@ class ObjectsTest : public PeerTest {
     ObjectsTest() { ABinderProcess_startThreadPool(); }
 
     void keep(const ndk::SpAIBinder& object) { EXPECT_EQ(call(kKeep, args(object)), STATUS_OK); }
-    void dropKept() { EXPECT_EQ(call(kDropKept), STATUS_OK); }
 
     const std::shared_ptr<Counter> mEnded = std::make_shared<Counter>();
     ndk::SpAIBinder mObject = makeCounted(mEnded);
@@ -36,7 +35,7 @@ TEST_F(ObjectsTest, ObjectLivesUntilThePeerLetsGo) {
     EXPECT_EQ(mObject.get(), own);  // itself, and no proxy
     EXPECT_EQ(mEnded->value(), 0);
     mObject = nullptr;
-    dropKept();
+    keep(nullptr);
     EXPECT_TRUE(mEnded->waitFor(1));
 }
 
@@ -54,11 +53,11 @@ TEST_F(ObjectsTest, ObjectKeptTwiceNeedsLettingGoTwice) {
     keep(mObject);
     ASSERT_EQ(callPeer(other, kKeep, args(mObject)), STATUS_OK);
     mObject = nullptr;
-    dropKept();
+    keep(nullptr);
     // The first release has been handled once a later call over the same connection is answered.
     EXPECT_EQ(ask(kHolding), 0);
     EXPECT_EQ(mEnded->value(), 0);
-    ASSERT_EQ(callPeer(other, kDropKept), STATUS_OK);
+    ASSERT_EQ(callPeer(other, kKeep, args(ndk::SpAIBinder())), STATUS_OK);
     EXPECT_TRUE(mEnded->waitFor(1));
 }
 
@@ -95,7 +94,7 @@ TEST_F(ObjectsTest, ReleasesThatCrossWithSendsLoseNothing) {
         }
     }).join();
     EXPECT_EQ(ask(kObjectsEnded), 0);
-    dropKept();
+    keep(nullptr);
     EXPECT_TRUE(eventually([&] { return ask(kObjectsEnded) == 1; }));
 }
 
@@ -109,7 +108,7 @@ TEST_F(ObjectsTest, ThirdProcessesObjectIsNotPassedOn) {
     const ndk::SpAIBinder other = find("lum.test.second");
     EXPECT_EQ(callPeer(other, kKeep, args(mObject, mService)), STATUS_INVALID_OPERATION);
     EXPECT_EQ(log.count(logE("binder: an object of a third process cannot be passed on")), 1U);
-    EXPECT_EQ(callPeer(other, kDropKept), STATUS_OK);
+    EXPECT_EQ(callPeer(other, kKeep, args(ndk::SpAIBinder())), STATUS_OK);
     EXPECT_TRUE(eventually([&] { return AIBinder_debugGetRefCount(mObject.get()) == 1; }));
 }
 

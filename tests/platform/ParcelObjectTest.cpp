@@ -185,11 +185,4 @@ TEST_F(ParcelObject, WritingAnotherInItsPlaceReplacesIt) {
     EXPECT_EQ(mBinder, readAt(parcel, 28).second);
 }
 
-TEST_F(ParcelObject, ParcelWithObjectsIsNotMarshalled) {
-    AParcel parcel;
-    ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&parcel, mBinder.get()));
-    uint8_t bytes[28] = {};
-    EXPECT_EQ(STATUS_INVALID_OPERATION, AParcel_marshal(&parcel, bytes, 0, sizeof bytes));
-}
-
 }  // namespace

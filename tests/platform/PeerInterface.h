@@ -24,8 +24,7 @@ enum PeerCode : transaction_code_t {
     kNote,             // a number, kept in a list; meant for one-way calls
     kNoted,            // out: how many are kept, and 1 if they are 0, 1, 2... in order
     kCallBack,         // an object and a number: the object's kAdd of number and 1; out: its sum
-    kKeep,             // an object, kept in place of the one before
-    kDropKept,         // lets go of it
+    kKeep,             // an object, or null, kept in place of the one before
     kGetKept,          // out: the kept object
     kMakeObject,       // out: a new object of the peer, with an interface of its own
     kObjectsEnded,     // out: how many of those have ended

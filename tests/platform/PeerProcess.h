@@ -1,33 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <string>
 
+#include "tests/support/ChildProcess.h"
+
 // A process of the program platform_peer, killed when this ends.
 class PeerProcess {
   public:
-    // Starts it and waits for what it says. name: of the service it is to serve.
-    explicit PeerProcess(std::string name);
-    ~PeerProcess();
-    PeerProcess(const PeerProcess&) = delete;
-    PeerProcess& operator=(const PeerProcess&) = delete;
+    // Starts it, and waits until it serves. name: of its service.
+    explicit PeerProcess(const std::string& name) : mChild({LUM_PEER_PROGRAM, name}) {
+        EXPECT_TRUE(mChild.waitForLine("ready"));
+    }
 
-    // What it said first: "ready", "refused", or nothing if it ended.
-    const std::string& said() const { return mSaid; }
-    pid_t pid() const { return mPid; }
-
-    // Kills it, unless it is dead, and waits until it is. Returns its status as waitpid() has it.
-    int kill();
-    // Ends its input, upon which it exits, and waits. Returns its status.
-    int finish();
+    pid_t pid() const { return mChild.pid(); }
+    // Kills it, unless it is dead, and waits until it is.
+    void kill() { mChild.kill(); }
+    // Ends its input, upon which it exits, and waits. Returns its exit status.
+    int finish() {
+        mChild.closeInput();
+        return mChild.wait();
+    }
 
   private:
-    int reap();
-
-    pid_t mPid = -1;
-    int mInput = -1;
-    int mStatus = 0;
-    std::string mSaid;
+    ChildProcess mChild;
 };

@@ -22,8 +22,6 @@
 
 namespace {
 
-using Log = std::vector<std::string>;
-
 // All that has been posted so far is done then: every thread of the pool comes to be here.
 void waitForPool() {
     constexpr int kThreads = 16;
@@ -122,6 +120,13 @@ class RegistrationTest : public testing::Test {
         return afterDeathOf(mConnection);
     }
 
+    // A thread that lets go and then does that takes the registration away, whoever has linked
+    // meanwhile.
+    void expectEnded(const std::function<void()>& late) {
+        mThread.does([this] { linkAndLetGo(); });
+        EXPECT_EQ(afterTheNewLink([&] { mThread.does(late); }), Log{"first unlinked"});
+    }
+
     const TestDirectory mDirectory;
     Events mEvents;
     Cookie mFirst{&mEvents, "first", nullptr};
@@ -131,7 +136,6 @@ class RegistrationTest : public testing::Test {
     Connection mOther;
     Sleeper mThread;
 
-    const Log kUnheard{"first unlinked", "second unlinked"};
     const Log kHeard{"first unlinked", "second died", "second unlinked"};
 };
 
@@ -143,26 +147,17 @@ TEST_F(RegistrationTest, ThreadThatSleepsLeavesItAsItIs) {
 }
 
 TEST_F(RegistrationTest, NextCallOfTheThreadEndsTheNewLinksToo) {
-    mThread.does([this] { linkAndLetGo(); });
-    EXPECT_EQ(afterTheNewLink([this] { mThread.does([this] { callOther(); }); }),
-              Log{"first unlinked"});
+    expectEnded([this] { callOther(); });
 }
 
 TEST_F(RegistrationTest, NextLookupOfTheThreadEndsTheNewLinksToo) {
-    mThread.does([this] { linkAndLetGo(); });
-    EXPECT_EQ(afterTheNewLink([this] {
-                  mThread.does([] { AServiceManager_checkService("lum.test.nobody"); });
-              }),
-              Log{"first unlinked"});
+    expectEnded([] { AServiceManager_checkService("lum.test.nobody"); });
 }
 
 TEST_F(RegistrationTest, NextLinkOfTheThreadEndsTheNewLinksToo) {
-    mThread.does([this] { linkAndLetGo(); });
     Cookie third{&mEvents, "third", nullptr};
     const ndk::SpAIBinder other = mOther.service();
-    EXPECT_EQ(
-        afterTheNewLink([&] { mThread.does([&] { EXPECT_EQ(link(other, &third), STATUS_OK); }); }),
-        Log{"first unlinked"});
+    expectEnded([&] { EXPECT_EQ(link(other, &third), STATUS_OK); });
     EXPECT_EQ(unlink(other, &third), STATUS_OK);
 }
 
@@ -194,7 +189,7 @@ TEST_F(RegistrationTest, WhoIsLeftUnheardIsStillLinked) {
     mThread.end();
     EXPECT_EQ(afterDeathOf(mConnection), Log{"first unlinked"});
     EXPECT_EQ(unlink(service, &mSecond), STATUS_OK);
-    EXPECT_EQ(mEvents.all(), kUnheard);
+    EXPECT_EQ(mEvents.all(), (Log{"first unlinked", "second unlinked"}));
 }
 
 TEST_F(RegistrationTest, LinkMadeAfterTheLateEndIsHeard) {

@@ -11,7 +11,6 @@
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <thread>

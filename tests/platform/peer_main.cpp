@@ -53,7 +53,6 @@ class Peer {
             case kNoted: return noted(out);
             case kCallBack: return callBack(in, out);
             case kKeep: keep(next<ndk::SpAIBinder>(in)); return STATUS_OK;
-            case kDropKept: keep(nullptr); return STATUS_OK;
             case kGetKept: return reply(out, kept());
             case kMakeObject:
                 return reply(out, ndk::SpAIBinder(AIBinder_new(tokenClass(), nullptr)));
@@ -187,11 +186,7 @@ int main(int argc, char** argv) {
         return peer->handle(code, in, out);
     });
     ABinderProcess_startThreadPool();
-    if (AServiceManager_addService(peer->self.get(), argv[1]) != EX_NONE) {
-        puts("refused");
-        fflush(stdout);
-        return 1;
-    }
+    if (AServiceManager_addService(peer->self.get(), argv[1]) != EX_NONE) return 1;
     puts("ready");
     fflush(stdout);
     char byte;

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <new>
-#include <utility>
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
               "values are written as they lie in memory");
@@ -40,14 +39,6 @@ int32_t AParcel_getDataPosition(const AParcel* parcel) {
 
 int32_t AParcel_getDataSize(const AParcel* parcel) {
     return static_cast<int32_t>(parcel->bytes().size());
-}
-
-binder_status_t AParcel_marshal(const AParcel* parcel, uint8_t* buffer, size_t start, size_t len) {
-    if (!parcel->objects().empty()) return STATUS_INVALID_OPERATION;
-    const std::vector<uint8_t>& bytes = parcel->bytes();
-    if (start > bytes.size() || len > bytes.size() - start) return STATUS_BAD_VALUE;
-    std::copy_n(bytes.begin() + static_cast<ptrdiff_t>(start), len, buffer);
-    return STATUS_OK;
 }
 
 binder_status_t AParcel_unmarshal(AParcel* parcel, const uint8_t* buffer, size_t len) {

@@ -19,22 +19,19 @@ ObjectEntry makeEntry(const AIBinder* binder) {
     return {BINDER_TYPE_BINDER, kDefaultPriority | FLAT_BINDER_FLAG_ACCEPTS_FDS, 0, 0, stability};
 }
 
-// Arrays whose elements lie in the parcel as they do in memory. Null arrays are the ones of length
-// -1.
+// Arrays whose elements lie in the parcel as they do in memory.
 template <typename T>
 binder_status_t writeArray(AParcel* parcel, const T* arrayData, int32_t length) {
-    if (length < -1 || (length == -1) != (arrayData == nullptr && length != 0)) {
-        return STATUS_BAD_VALUE;
-    }
+    if (length < 0 || (arrayData == nullptr && length != 0)) return STATUS_BAD_VALUE;
     const binder_status_t status = parcel->writeValue(length);
-    if (status != STATUS_OK || length <= 0) return status;
+    if (status != STATUS_OK) return status;
     return parcel->write(arrayData, static_cast<uint64_t>(length) * sizeof(T));
 }
 
 // Arrays whose elements are written one by one.
 template <typename WriteElement>
 binder_status_t writeElements(AParcel* parcel, int32_t length, WriteElement writeElement) {
-    if (length < -1) return STATUS_BAD_VALUE;
+    if (length < 0) return STATUS_BAD_VALUE;
     binder_status_t status = parcel->writeValue(length);
     for (int32_t i = 0; i < length && status == STATUS_OK; ++i) {
         status = writeElement(static_cast<size_t>(i));

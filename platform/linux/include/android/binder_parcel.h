@@ -50,11 +50,7 @@ int32_t AParcel_getDataPosition(const AParcel* parcel);
 // Returns the size in bytes.
 int32_t AParcel_getDataSize(const AParcel* parcel);
 
-// Copies bytes out. A parcel that holds objects is refused with STATUS_INVALID_OPERATION.
-// buffer: not null, len bytes; start: first byte; len: how many.
-binder_status_t AParcel_marshal(const AParcel* parcel, uint8_t* buffer, size_t start, size_t len);
-
-// Replaces what the parcel holds by bytes made by AParcel_marshal; the position is then 0.
+// Replaces what the parcel holds by these bytes; the position is then 0.
 // buffer: not null, len bytes.
 binder_status_t AParcel_unmarshal(AParcel* parcel, const uint8_t* buffer, size_t len);
 
@@ -113,9 +109,9 @@ binder_status_t AParcel_readByte(const AParcel* parcel, int8_t* value);
 
 // Write an array: its length, then its elements. Bytes lie one beside the other; bool takes four
 // bytes each.
-// arrayData: the elements; null if length is -1, which writes a null array, and allowed to be null
-// if length is 0. For bool and structures it is handed to the function and may be anything.
-// length: number of elements, or -1. elementWriter: must write at least four bytes for each.
+// arrayData: the elements; may be null if length is 0. For bool and structures it is handed to the
+// function and may be anything. length: number of elements. elementWriter: must write at least four
+// bytes for each.
 binder_status_t AParcel_writeInt32Array(AParcel* parcel, const int32_t* arrayData, int32_t length);
 binder_status_t AParcel_writeInt64Array(AParcel* parcel, const int64_t* arrayData, int32_t length);
 binder_status_t AParcel_writeByteArray(AParcel* parcel, const int8_t* arrayData, int32_t length);
