@@ -294,7 +294,7 @@ class Interfaces(Workspace):
         ("import p.q.P;\ninterface I { void f(byte[] a, P b); }",
          "3:22: byte[] can be in or out: say in before it",
          "3:32: P can be in or out: say in before it", {"P": PARCELABLE}),
-        ("interface I { void f(out byte[] a, inout int[] b); }",
+        ("interface I { void f(out byte[] a, inout byte[] b); }",
          "2:22: the direction out is not understood",
          "2:36: the direction inout is not understood"),
         ("oneway interface I { void f(out byte[] a); }",
@@ -314,7 +314,9 @@ class Interfaces(Workspace):
          "2:2: @VintfStability is not understood here", "2:32: @nullable is not understood here"),
         ("interface I { void f(@nullable I x); }",
          "2:23: @nullable is not understood on an argument"),
-        ("interface I { void f(in I[] x); }", "2:25: arrays of interfaces are not understood"),
+        ("interface I { void f(in I[] x, in int[] y, byte z); }",
+         "2:25: arrays of I are not understood", "2:35: arrays of int are not understood",
+         "2:44: a byte is understood only in an array"),
         ("import p.q.J;\ninterface I { void f(J x); }",
          "3:11: types import one another: I -> J -> I",
          {"J": "import p.q.I;\ninterface J { void f(I x); }\n"}),
@@ -323,53 +325,41 @@ class Interfaces(Workspace):
 
 class Enumerations(Workspace):
     REFUSED = [
-        ("enum E { A }", '2:6: E needs a @Backing(type="...")'),
+        ("enum E { A }", '2:6: E needs a @Backing(type="int")'),
         ('@Backing(type="int") @Backing(type="int") enum E { A }',
          "2:23: there is a @Backing already"),
         ('@Deprecated @Backing(type="int") enum E { A }',
          "2:2: @Deprecated is not understood here"),
         ('@Backing(type="int") enum E {}', "2:27: E needs at least one enumerator"),
-        ('@Backing(type="byte") enum E { A = 127, B, C = -129 }',
-         "2:41: 128 does not fit the backing type byte",
-         "2:44: -129 does not fit the backing type byte"),
-        ('@Backing(type="int") enum E { A = 2147483648, B }',
-         "2:31: 2147483648 does not fit the backing type int"),
+        ('@Backing(type="int") enum E { A = 2147483647, B, C = -2147483649 }',
+         "2:47: 2147483648 does not fit the backing type int",
+         "2:50: -2147483649 does not fit the backing type int"),
         ('@Backing(type="int") enum E { A = 0x100000000 }',
          "2:31: 0x100000000 does not fit the backing type int"),
-        ('@Backing(type="byte") enum E { A = 0xff }',
-         "2:32: 0xff does not fit the backing type byte"),
         ('@Backing(type="int", type="long") enum E { A }', "2:2: @Backing has an argument twice"),
         ('@Backing(type="int") enum E { A = 1, B = 0, C }', "2:45: 1 is the value of A already"),
-    ] + [(f"@Backing{argument} enum E {{ A }}\n",
-          '2:2: @Backing should have type="byte" or "int" or "long"')
-         for argument in ('(type="short")', '(kind="int")', "")]
+    ] + [(f"@Backing{argument} enum E {{ A }}\n", '2:2: @Backing should have type="int"')
+         for argument in ('(type="byte")', '(kind="int")', "")]
 
     def test_number_of_many_digits(self):
         for digits in ("9" * 5000, "-" + "9" * 5000, "0x" + "f" * 5000):
-            self.refused(f'@Backing(type="long") enum E {{ A = {digits}, B }}\n',
-                         f"2:32: {digits[:57]}... does not fit the backing type long")
+            self.refused(f'@Backing(type="int") enum E {{ A = {digits}, B }}\n',
+                         f"2:31: {digits[:57]}... does not fit the backing type int")
         made = self.accepted(f'@Backing(type="int") enum E {{ A = 0x{"0" * 5000}7 }}\n', "E")
         self.assertIn("    A = 7,\n", made["include/aidl/p/q/E.h"])
 
     def test_values(self):
-        made = self.accepted(
-            '@Backing(type="long") enum E { A, B = 0x10, C, D = -9223372036854775808, }\n', "E")
-        header = made["include/aidl/p/q/E.h"]
-        self.assertIn("enum class E : int64_t {\n    A = 0LL,\n    B = 16LL,\n    C = 17LL,\n"
-                      "    D = INT64_MIN,\n};\n", header)
-
-    def test_hexadecimal_numbers_are_bits_of_an_int_or_a_long(self):
-        made = self.accepted(
-            '@Backing(type="long") enum E { A = 0x7fffffff, B = 0x80000000, C = 0xFFFFFFFF, '
-            "D = 0x100000000, F = 0xffffffffffffffFE }\n", "E")
-        self.assertIn("    A = 2147483647LL,\n    B = -2147483648LL,\n    C = -1LL,\n"
-                      "    D = 4294967296LL,\n    F = -2LL,\n", made["include/aidl/p/q/E.h"])
+        made = self.accepted('@Backing(type="int") enum E { A, B = 0x10, C, D = 0x7fffffff, '
+                             "F = 0x80000000, G = -2147483647, H = 0xFFFFFFFF, }\n", "E")
+        self.assertIn("enum class E : int32_t {\n    A = 0,\n    B = 16,\n    C = 17,\n"
+                      "    D = 2147483647,\n    F = -2147483648,\n    G = -2147483647,\n"
+                      "    H = -1,\n};\n", made["include/aidl/p/q/E.h"])
 
 
 class Parcelables(Workspace):
     REFUSED = [
         ("parcelable P { int x = 1; }", "2:24: default values are not understood"),
-        ("parcelable P { @nullable int[] x; }", "2:17: @nullable is not understood here"),
+        ("parcelable P { @nullable byte[] x; }", "2:17: @nullable is not understood here"),
         ("parcelable P { void x; }", "2:16: only a method's result can be void"),
         ("import p.q.I;\nparcelable P { I x; }",
          "3:16: a field cannot be an interface here", {"I": INTERFACE, "name": "P"}),
@@ -432,13 +422,13 @@ class Output(Workspace):
         self.write(E=ENUM, P=PARCELABLE, J="interface J { void f(); }\n")
         made = self.accepted(
             "import p.q.E;\nimport p.q.J;\nimport p.q.P;\ninterface I { void f(boolean a, "
-            "byte b, int c, in long d, E e, in P g, J h, in byte[] i, in boolean [ ] k, in P[] l); }\n",
+            "int c, in long d, E e, in P g, J h, in byte [ ] i, in P[] l); }\n",
             "I")
         self.assertIn(
-            "virtual ::ndk::ScopedAStatus f(bool in_a, int8_t in_b, int32_t in_c, int64_t in_d, "
+            "virtual ::ndk::ScopedAStatus f(bool in_a, int32_t in_c, int64_t in_d, "
             "::aidl::p::q::E in_e, const ::aidl::p::q::P& in_g, "
             "const std::shared_ptr<::aidl::p::q::J>& in_h, const std::vector<uint8_t>& in_i, "
-            "const std::vector<bool>& in_k, const std::vector<::aidl::p::q::P>& in_l) = 0;\n",
+            "const std::vector<::aidl::p::q::P>& in_l) = 0;\n",
             made["include/aidl/p/q/I.h"])
 
     def test_same_input_twice(self):

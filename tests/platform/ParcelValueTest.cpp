@@ -74,8 +74,6 @@ Value status(const char* name, const std::function<ScopedAStatus()>& make, const
 }
 
 enum class Colour : int32_t { RED = 1, BLUE = -2 };
-enum class Small : int8_t { LOW = -1, HIGH = 5 };
-enum class Large : int64_t { HUGE_ONE = 0x100000002 };
 
 struct Pair {
     int32_t first = 0;
@@ -100,27 +98,17 @@ std::vector<Value> values() {
                         "FE FF FF FF FF FF FF FF"),
         scalar<bool>("True", AParcel_writeBool, AParcel_readBool, true, "01 00 00 00"),
         scalar<bool>("False", AParcel_writeBool, AParcel_readBool, false, "00 00 00 00"),
-        scalar<int8_t>("Byte", AParcel_writeByte, AParcel_readByte, -2, "FE FF FF FF"),
         data<Colour>("Enumerator", Colour::BLUE, "FE FF FF FF"),
-        data<Small>("SmallEnumerator", Small::LOW, "FF FF FF FF"),
-        data<Large>("LargeEnumerator", Large::HUGE_ONE, "02 00 00 00 01 00 00 00"),
 
         text("StringEmpty", "", "00 00 00 00 00 00 00 00"),
         text("StringOdd", "a", "01 00 00 00 61 00 00 00"),
         text("StringEven", "ab", "02 00 00 00 61 00 62 00 00 00 00 00"),
         text("StringWide", "\xC3\xA4\xF0\x9F\x98\x80", "03 00 00 00 E4 00 3D D8 00 DE 00 00"),
 
-        data<std::vector<int32_t>>("Int32Array", {1, -2}, "02 00 00 00 01 00 00 00 FE FF FF FF"),
-        data<std::vector<int64_t>>("Int64Array", {-2}, "01 00 00 00 FE FF FF FF FF FF FF FF"),
-        data<std::vector<bool>>("BoolArray", {true, false}, "02 00 00 00 01 00 00 00 00 00 00 00"),
         data<std::vector<int8_t>>("ByteArray", {1, -2, 3, 4, 5},
                                   "05 00 00 00 01 FE 03 04 05 00 00 00"),
         data<std::vector<uint8_t>>("ByteArray3", {1, 2, 3}, "03 00 00 00 01 02 03 00"),
         data<std::vector<uint8_t>>("ByteArray4", {1, 2, 3, 4}, "04 00 00 00 01 02 03 04"),
-        data<std::vector<Colour>>("EnumeratorArray", {Colour::RED, Colour::BLUE},
-                                  "02 00 00 00 01 00 00 00 FE FF FF FF"),
-        data<std::vector<Small>>("SmallEnumeratorArray", {Small::LOW, Small::HIGH},
-                                 "02 00 00 00 FF 05 00 00"),
         data<std::vector<uint8_t>>("ByteArrayEmpty", {}, "00 00 00 00"),
 
         data<Pair>("Structure", {-2, true}, "01 00 00 00 FE FF FF FF 01 00 00 00"),

@@ -9,33 +9,6 @@
 
 namespace {
 
-template <typename T>
-binder_status_t readArray(const AParcel* parcel, void* arrayData,
-                          bool (*allocator)(void*, int32_t, T**)) {
-    int32_t length = 0;
-    const binder_status_t status = parcel->readLength(sizeof(T), &length);
-    if (status != STATUS_OK) return status;
-    T* buffer = nullptr;
-    if (!allocator(arrayData, length, &buffer)) return STATUS_NO_MEMORY;
-    if (length <= 0) return STATUS_OK;
-    if (buffer == nullptr) return STATUS_NO_MEMORY;
-    return parcel->read(buffer, static_cast<uint64_t>(length) * sizeof(T));
-}
-
-// Arrays whose elements are read one by one, each of at least four bytes.
-template <typename ReadElement>
-binder_status_t readElements(const AParcel* parcel, void* arrayData,
-                             bool (*allocator)(void*, int32_t), ReadElement readElement) {
-    int32_t length = 0;
-    binder_status_t status = parcel->readLength(sizeof(int32_t), &length);
-    if (status != STATUS_OK) return status;
-    if (!allocator(arrayData, length)) return STATUS_NO_MEMORY;
-    for (int32_t i = 0; i < length && status == STATUS_OK; ++i) {
-        status = readElement(static_cast<size_t>(i));
-    }
-    return status;
-}
-
 // Moves behind a block that begins with its own size in bytes, the size included. A size of 0
 // stands for an empty block.
 binder_status_t skipBlock(const AParcel* parcel) {
@@ -185,42 +158,27 @@ binder_status_t AParcel_readBool(const AParcel* parcel, bool* value) {
     return status;
 }
 
-binder_status_t AParcel_readByte(const AParcel* parcel, int8_t* value) {
-    int32_t word = 0;
-    const binder_status_t status = parcel->readValue(&word);
-    if (status == STATUS_OK) *value = static_cast<int8_t>(word);
-    return status;
-}
-
-binder_status_t AParcel_readInt32Array(const AParcel* parcel, void* arrayData,
-                                       AParcel_int32ArrayAllocator allocator) {
-    return readArray(parcel, arrayData, allocator);
-}
-
-binder_status_t AParcel_readInt64Array(const AParcel* parcel, void* arrayData,
-                                       AParcel_int64ArrayAllocator allocator) {
-    return readArray(parcel, arrayData, allocator);
-}
-
 binder_status_t AParcel_readByteArray(const AParcel* parcel, void* arrayData,
                                       AParcel_byteArrayAllocator allocator) {
-    return readArray(parcel, arrayData, allocator);
-}
-
-binder_status_t AParcel_readBoolArray(const AParcel* parcel, void* arrayData,
-                                      AParcel_boolArrayAllocator allocator,
-                                      AParcel_boolArraySetter setter) {
-    return readElements(parcel, arrayData, allocator, [&](size_t index) {
-        bool value = false;
-        const binder_status_t status = AParcel_readBool(parcel, &value);
-        setter(arrayData, index, value);
-        return status;
-    });
+    int32_t length = 0;
+    const binder_status_t status = parcel->readLength(1, &length);
+    if (status != STATUS_OK) return status;
+    int8_t* buffer = nullptr;
+    if (!allocator(arrayData, length, &buffer)) return STATUS_NO_MEMORY;
+    if (length <= 0) return STATUS_OK;
+    if (buffer == nullptr) return STATUS_NO_MEMORY;
+    return parcel->read(buffer, static_cast<uint64_t>(length));
 }
 
 binder_status_t AParcel_readParcelableArray(const AParcel* parcel, void* arrayData,
                                             AParcel_parcelableArrayAllocator allocator,
                                             AParcel_readParcelableElement elementReader) {
-    return readElements(parcel, arrayData, allocator,
-                        [&](size_t index) { return elementReader(parcel, arrayData, index); });
+    int32_t length = 0;
+    binder_status_t status = parcel->readLength(sizeof(int32_t), &length);
+    if (status != STATUS_OK) return status;
+    if (!allocator(arrayData, length)) return STATUS_NO_MEMORY;
+    for (int32_t i = 0; i < length && status == STATUS_OK; ++i) {
+        status = elementReader(parcel, arrayData, static_cast<size_t>(i));
+    }
+    return status;
 }

@@ -19,26 +19,6 @@ ObjectEntry makeEntry(const AIBinder* binder) {
     return {BINDER_TYPE_BINDER, kDefaultPriority | FLAT_BINDER_FLAG_ACCEPTS_FDS, 0, 0, stability};
 }
 
-// Arrays whose elements lie in the parcel as they do in memory.
-template <typename T>
-binder_status_t writeArray(AParcel* parcel, const T* arrayData, int32_t length) {
-    if (length < 0 || (arrayData == nullptr && length != 0)) return STATUS_BAD_VALUE;
-    const binder_status_t status = parcel->writeValue(length);
-    if (status != STATUS_OK) return status;
-    return parcel->write(arrayData, static_cast<uint64_t>(length) * sizeof(T));
-}
-
-// Arrays whose elements are written one by one.
-template <typename WriteElement>
-binder_status_t writeElements(AParcel* parcel, int32_t length, WriteElement writeElement) {
-    if (length < 0) return STATUS_BAD_VALUE;
-    binder_status_t status = parcel->writeValue(length);
-    for (int32_t i = 0; i < length && status == STATUS_OK; ++i) {
-        status = writeElement(static_cast<size_t>(i));
-    }
-    return status;
-}
-
 }  // namespace
 
 binder_status_t AParcel::writeInterfaceToken(const std::string& descriptor) noexcept {
@@ -136,31 +116,18 @@ binder_status_t AParcel_writeBool(AParcel* parcel, bool value) {
     return parcel->writeValue(int32_t{value});
 }
 
-binder_status_t AParcel_writeByte(AParcel* parcel, int8_t value) {
-    return parcel->writeValue(int32_t{value});
-}
-
-binder_status_t AParcel_writeInt32Array(AParcel* parcel, const int32_t* arrayData, int32_t length) {
-    return writeArray(parcel, arrayData, length);
-}
-
-binder_status_t AParcel_writeInt64Array(AParcel* parcel, const int64_t* arrayData, int32_t length) {
-    return writeArray(parcel, arrayData, length);
-}
-
 binder_status_t AParcel_writeByteArray(AParcel* parcel, const int8_t* arrayData, int32_t length) {
-    return writeArray(parcel, arrayData, length);
-}
-
-binder_status_t AParcel_writeBoolArray(AParcel* parcel, const void* arrayData, int32_t length,
-                                       AParcel_boolArrayGetter getter) {
-    return writeElements(parcel, length, [&](size_t index) {
-        return AParcel_writeBool(parcel, getter(arrayData, index));
-    });
+    if (length < 0 || (arrayData == nullptr && length != 0)) return STATUS_BAD_VALUE;
+    const binder_status_t status = parcel->writeValue(length);
+    return status == STATUS_OK ? parcel->write(arrayData, static_cast<uint64_t>(length)) : status;
 }
 
 binder_status_t AParcel_writeParcelableArray(AParcel* parcel, const void* arrayData, int32_t length,
                                              AParcel_writeParcelableElement elementWriter) {
-    return writeElements(parcel, length,
-                         [&](size_t index) { return elementWriter(parcel, arrayData, index); });
+    if (length < 0) return STATUS_BAD_VALUE;
+    binder_status_t status = parcel->writeValue(length);
+    for (int32_t i = 0; i < length && status == STATUS_OK; ++i) {
+        status = elementWriter(parcel, arrayData, static_cast<size_t>(i));
+    }
+    return status;
 }

@@ -176,8 +176,11 @@ class _Checker:
             self._refuse(name, f"the type {name} is not understood")
         else:
             self._refuse(name, f"there is no type {name} here: is an import missing?")
-        if type_.array and isinstance(type_.meaning, syntax.Interface):
-            self._refuse(name, "arrays of interfaces are not understood")
+        if type_.meaning == "byte" and not type_.array:
+            self._refuse(name, "a byte is understood only in an array")
+        elif (type_.array and type_.meaning != "byte"
+              and isinstance(type_.meaning, (str, syntax.Enum, syntax.Interface))):
+            self._refuse(name, f"arrays of {name} are not understood")
             type_.meaning = None
 
     # Declarations
@@ -243,11 +246,10 @@ class _Checker:
             self._refuse(parameter.direction, what)
 
     def _enum(self, enum):
-        enum.backing = self._backing(enum)
+        self._backing(enum)
         self._distinct([one.name for one in enum.enumerators], "an enumerator")
         if not enum.enumerators:
             self._refuse(enum.name, f"{enum.name} needs at least one enumerator")
-        bits = types.BACKING[enum.backing]
         next_value = 0
         owners = {}
         for one in enum.enumerators:
@@ -256,9 +258,9 @@ class _Checker:
             elif next_value is None:
                 continue  # the one before has no value to count from
             one.value = next_value
-            if one.value is None or not -2 ** (bits - 1) <= one.value < 2 ** (bits - 1):
+            if one.value is None or not -2 ** 31 <= one.value < 2 ** 31:
                 written = one.value if one.literal is None else shown(one.literal.text)
-                self._refuse(one.name, f"{written} does not fit the backing type {enum.backing}")
+                self._refuse(one.name, f"{written} does not fit the backing type int")
                 next_value = None
                 continue
             if one.value in owners:
@@ -267,22 +269,18 @@ class _Checker:
             next_value = one.value + 1
 
     def _backing(self, enum):
-        backing = None
+        backed = False
         for annotation in enum.annotations:
             if annotation.name.text != "Backing":
                 self._refuse(annotation.name, f"@{annotation.name} is not understood here")
-            elif backing is not None:
+            elif backed:
                 self._refuse(annotation.name, "there is a @Backing already")
-            elif (annotation.arguments.keys() != {"type"}
-                  or annotation.arguments["type"] not in types.BACKING):
-                wanted = " or ".join(f'"{name}"' for name in types.BACKING)
-                self._refuse(annotation.name, f"@Backing should have type={wanted}")
-                backing = "int"
             else:
-                backing = annotation.arguments["type"]
-        if backing is None:
-            self._refuse(enum.name, f'{enum.name} needs a @Backing(type="...")')
-        return backing or "int"
+                backed = True
+                if annotation.arguments != {"type": "int"}:
+                    self._refuse(annotation.name, '@Backing should have type="int"')
+        if not backed:
+            self._refuse(enum.name, f'{enum.name} needs a @Backing(type="int")')
 
     def _parcelable(self, parcelable, known):
         inner = dict(known)
@@ -338,9 +336,6 @@ def _number(literal):
     digits = literal.lstrip("+-")
     if digits[:2].lower() != "0x":
         return sign * int(digits) if len(digits) < 20 else None
-    # What is written in hexadecimal is the bits of an int or, if it needs more, of a long.
+    # What is written in hexadecimal is the bits of an int.
     bits = int(digits, 16)
-    for size in 32, 64:
-        if bits < 2 ** size:
-            return sign * (bits if bits < 2 ** (size - 1) else bits - 2 ** size)
-    return None
+    return sign * (bits if bits < 2 ** 31 else bits - 2 ** 32) if bits < 2 ** 32 else None

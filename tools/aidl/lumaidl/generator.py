@@ -55,9 +55,7 @@ def _includes(declaration):
 def _cpp(type_):
     """The C++ type of a value."""
     meaning = type_.meaning
-    if meaning == "byte" and type_.array:
-        element = types.BYTE_ARRAY_ELEMENT
-    elif isinstance(meaning, str):
+    if isinstance(meaning, str):
         element = types.BUILT_IN[meaning]
     else:
         element = "::".join(("", "aidl") + meaning.full_name)
@@ -98,17 +96,5 @@ def _names(method):
     return ", ".join(f"in_{one.name}" for one in method.parameters)
 
 
-def _backing(enum):
-    return types.BUILT_IN[enum.backing]
-
-
-def _literal(enum, value):
-    # The smallest 64-bit number cannot be written as one.
-    if value == -2 ** 63:
-        return "INT64_MIN"
-    return f"{value}LL" if enum.backing == "long" else str(value)
-
-
 _TEMPLATES.filters.update(cpp=_cpp, initial=_initial, parameters=_parameters,
-                          anonymous=_anonymous, names=_names, backing=_backing)
-_TEMPLATES.globals.update(literal=_literal)
+                          anonymous=_anonymous, names=_names)

@@ -80,7 +80,6 @@ class Interface(Declaration):
 @dataclasses.dataclass
 class Enum(Declaration):
     enumerators: list = dataclasses.field(default_factory=list)
-    backing: str = ""  # set by the checker: a key of types.BACKING
 
 
 @dataclasses.dataclass

@@ -3,16 +3,12 @@
 
 import re
 
-# A scalar byte is signed, the element of a byte array is not.
-BUILT_IN = {"boolean": "bool", "byte": "int8_t", "int": "int32_t", "long": "int64_t"}
-BYTE_ARRAY_ELEMENT = "uint8_t"
+# A byte stands in arrays only.
+BUILT_IN = {"boolean": "bool", "byte": "uint8_t", "int": "int32_t", "long": "int64_t"}
 
 # Words of the language for types that exist on the platform and that this compiler lacks.
 UNSUPPORTED = {"char", "double", "float", "CharSequence", "FileDescriptor", "IBinder", "List", "Map",
                "ParcelFileDescriptor", "ParcelableHolder", "String"}
-
-# Bits of each type that may stand behind an enumeration.
-BACKING = {"byte": 8, "int": 32, "long": 64}
 
 # Words that a C++ compiler would not take as the name of a declaration, those of C++20 included.
 RESERVED = set("""

@@ -4,8 +4,8 @@
 // Parcels: the bytes and objects that a call carries. Valid C and C++.
 //
 // A part of the platform's functions: those for what the interface compiler of this tree can
-// generate (bool, byte, int, long, enumerations, structures, interfaces, and arrays), and for whole
-// parcels.
+// generate (bool, int, long, enumerations, structures, interfaces, and arrays of bytes and of
+// structures), and for whole parcels.
 //
 // Values lie one after the other, little-endian, each filled up to a multiple of four bytes. A
 // parcel has one position, at which the next read or write happens and which moves behind what was
@@ -57,18 +57,10 @@ binder_status_t AParcel_unmarshal(AParcel* parcel, const uint8_t* buffer, size_t
 // Allocates memory for an array that is being read.
 // arrayData: what the reading function was given; length: number of elements, or -1 for a null
 // array; outBuffer: set to memory for length elements, which the callee owns (ignored if length is
-// below 1). The elements of an array of bool or of structures are set one by one, and need not lie
-// in memory in one piece.
+// below 1). Structures are read one by one, and need not lie in memory in one piece.
 // Return false to refuse.
-typedef bool (*AParcel_int32ArrayAllocator)(void* arrayData, int32_t length, int32_t** outBuffer);
-typedef bool (*AParcel_int64ArrayAllocator)(void* arrayData, int32_t length, int64_t** outBuffer);
 typedef bool (*AParcel_byteArrayAllocator)(void* arrayData, int32_t length, int8_t** outBuffer);
-typedef bool (*AParcel_boolArrayAllocator)(void* arrayData, int32_t length);
 typedef bool (*AParcel_parcelableArrayAllocator)(void* arrayData, int32_t length);
-
-// Set and return one element.
-typedef void (*AParcel_boolArraySetter)(void* arrayData, size_t index, bool value);
-typedef bool (*AParcel_boolArrayGetter)(const void* arrayData, size_t index);
 
 // Write and read one structure. Return STATUS_OK, or an error that ends the writing or reading.
 typedef binder_status_t (*AParcel_writeParcelableElement)(AParcel* parcel, const void* arrayData,
@@ -95,43 +87,29 @@ binder_status_t AParcel_writeStatusHeader(AParcel* parcel, const AStatus* status
 // status: set to a new status, owned by the caller, only if STATUS_OK is returned.
 binder_status_t AParcel_readStatusHeader(const AParcel* parcel, AStatus** status);
 
-// Write one value. The types below 32 bits take four bytes.
+// Write one value. A bool takes four bytes.
 binder_status_t AParcel_writeInt32(AParcel* parcel, int32_t value);
 binder_status_t AParcel_writeInt64(AParcel* parcel, int64_t value);
 binder_status_t AParcel_writeBool(AParcel* parcel, bool value);
-binder_status_t AParcel_writeByte(AParcel* parcel, int8_t value);
 
 // Read one value. value: not null, set only if STATUS_OK is returned.
 binder_status_t AParcel_readInt32(const AParcel* parcel, int32_t* value);
 binder_status_t AParcel_readInt64(const AParcel* parcel, int64_t* value);
 binder_status_t AParcel_readBool(const AParcel* parcel, bool* value);
-binder_status_t AParcel_readByte(const AParcel* parcel, int8_t* value);
 
-// Write an array: its length, then its elements. Bytes lie one beside the other; bool takes four
-// bytes each.
-// arrayData: the elements; may be null if length is 0. For bool and structures it is handed to the
-// function and may be anything. length: number of elements. elementWriter: must write at least four
+// Write an array: its length, then its elements. Bytes lie one beside the other.
+// arrayData: the bytes; may be null if length is 0. For structures it is handed to the function and
+// may be anything. length: number of elements. elementWriter: must write at least four
 // bytes for each.
-binder_status_t AParcel_writeInt32Array(AParcel* parcel, const int32_t* arrayData, int32_t length);
-binder_status_t AParcel_writeInt64Array(AParcel* parcel, const int64_t* arrayData, int32_t length);
 binder_status_t AParcel_writeByteArray(AParcel* parcel, const int8_t* arrayData, int32_t length);
-binder_status_t AParcel_writeBoolArray(AParcel* parcel, const void* arrayData, int32_t length,
-                                       AParcel_boolArrayGetter getter);
 binder_status_t AParcel_writeParcelableArray(AParcel* parcel, const void* arrayData, int32_t length,
                                              AParcel_writeParcelableElement elementWriter);
 
 // Read an array. A length that needs more than the rest of the parcel, at four bytes for each
 // structure, is refused with STATUS_NOT_ENOUGH_DATA before anything is allocated.
 // arrayData: handed to the functions; allocator: not null, called once, before the others.
-binder_status_t AParcel_readInt32Array(const AParcel* parcel, void* arrayData,
-                                       AParcel_int32ArrayAllocator allocator);
-binder_status_t AParcel_readInt64Array(const AParcel* parcel, void* arrayData,
-                                       AParcel_int64ArrayAllocator allocator);
 binder_status_t AParcel_readByteArray(const AParcel* parcel, void* arrayData,
                                       AParcel_byteArrayAllocator allocator);
-binder_status_t AParcel_readBoolArray(const AParcel* parcel, void* arrayData,
-                                      AParcel_boolArrayAllocator allocator,
-                                      AParcel_boolArraySetter setter);
 binder_status_t AParcel_readParcelableArray(const AParcel* parcel, void* arrayData,
                                             AParcel_parcelableArrayAllocator allocator,
                                             AParcel_readParcelableElement elementReader);

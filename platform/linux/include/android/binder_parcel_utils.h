@@ -2,7 +2,7 @@
 #pragma once
 
 // Writing and reading C++ types: numbers, bool, enumerations, structures, interfaces, and vectors
-// of these. A structure is any class with
+// of bytes and of structures. A structure is any class with
 //     binder_status_t writeToParcel(AParcel*) const;
 //     binder_status_t readFromParcel(const AParcel*);
 // All functions return what the C functions return; STATUS_UNEXPECTED_NULL where a null structure
@@ -33,17 +33,11 @@ struct IsVector : std::false_type {};
 template <typename T>
 struct IsVector<std::vector<T>> : std::true_type {};
 
-// What a value is written as: an enumerator as its number.
-template <typename T, bool = std::is_enum_v<T>>
-struct Stored {
-    using Type = T;
-};
+// Whether the elements of an array are bytes.
 template <typename T>
-struct Stored<T, true> {
-    using Type = std::underlying_type_t<T>;
-};
+constexpr bool isByte = std::is_same_v<T, uint8_t> || std::is_same_v<T, int8_t>;
 
-// Allocators of a std::vector<T>. The second is for elements that lie in memory as Raw does.
+// Allocators of a std::vector<T>. The second is for bytes.
 template <typename T>
 bool allocateElements(void* vectorData, int32_t length) {
     if (length < 0) return false;
@@ -54,18 +48,11 @@ bool allocateElements(void* vectorData, int32_t length) {
         return false;
     }
 }
-template <typename T, typename Raw>
-bool allocateVector(void* vectorData, int32_t length, Raw** outBuffer) {
+template <typename T>
+bool allocateBytes(void* vectorData, int32_t length, int8_t** outBuffer) {
     if (!allocateElements<T>(vectorData, length)) return false;
-    *outBuffer = reinterpret_cast<Raw*>(static_cast<std::vector<T>*>(vectorData)->data());
+    *outBuffer = reinterpret_cast<int8_t*>(static_cast<std::vector<T>*>(vectorData)->data());
     return true;
-}
-
-inline bool getBool(const void* vectorData, std::size_t index) {
-    return (*static_cast<const std::vector<bool>*>(vectorData))[index];
-}
-inline void setBool(void* vectorData, std::size_t index, bool value) {
-    (*static_cast<std::vector<bool>*>(vectorData))[index] = value;
 }
 
 }  // namespace impl
@@ -101,19 +88,9 @@ binder_status_t readElement(const AParcel* parcel, void* vectorData, std::size_t
 // Writes a vector: its length, then its elements.
 template <typename T>
 binder_status_t AParcel_writeVector(AParcel* parcel, const std::vector<T>& vector) {
-    using Stored = typename impl::Stored<T>::Type;
     if (vector.size() > INT32_MAX) return STATUS_BAD_VALUE;
     const auto length = static_cast<int32_t>(vector.size());
-    if constexpr (std::is_same_v<Stored, bool>) {
-        return AParcel_writeBoolArray(parcel, &vector, length, impl::getBool);
-    } else if constexpr (std::is_same_v<Stored, int32_t>) {
-        return AParcel_writeInt32Array(parcel, reinterpret_cast<const int32_t*>(vector.data()),
-                                       length);
-    } else if constexpr (std::is_same_v<Stored, int64_t>) {
-        return AParcel_writeInt64Array(parcel, reinterpret_cast<const int64_t*>(vector.data()),
-                                       length);
-    } else if constexpr (std::is_arithmetic_v<Stored>) {
-        static_assert(sizeof(Stored) == 1, "no array of this type");
+    if constexpr (impl::isByte<T>) {
         return AParcel_writeByteArray(parcel, reinterpret_cast<const int8_t*>(vector.data()),
                                       length);
     } else {
@@ -124,16 +101,8 @@ binder_status_t AParcel_writeVector(AParcel* parcel, const std::vector<T>& vecto
 // Reads a vector. A null array is refused.
 template <typename T>
 binder_status_t AParcel_readVector(const AParcel* parcel, std::vector<T>* vector) {
-    using Stored = typename impl::Stored<T>::Type;
-    if constexpr (std::is_same_v<Stored, bool>) {
-        return AParcel_readBoolArray(parcel, vector, impl::allocateElements<bool>, impl::setBool);
-    } else if constexpr (std::is_same_v<Stored, int32_t>) {
-        return AParcel_readInt32Array(parcel, vector, impl::allocateVector<T, int32_t>);
-    } else if constexpr (std::is_same_v<Stored, int64_t>) {
-        return AParcel_readInt64Array(parcel, vector, impl::allocateVector<T, int64_t>);
-    } else if constexpr (std::is_arithmetic_v<Stored>) {
-        static_assert(sizeof(Stored) == 1, "no array of this type");
-        return AParcel_readByteArray(parcel, vector, impl::allocateVector<T, int8_t>);
+    if constexpr (impl::isByte<T>) {
+        return AParcel_readByteArray(parcel, vector, impl::allocateBytes<T>);
     } else {
         return AParcel_readParcelableArray(parcel, vector, impl::allocateElements<T>,
                                            impl::readElement<T>);
@@ -151,9 +120,6 @@ binder_status_t AParcel_writeData(AParcel* parcel, const T& value) {
         return AParcel_writeInt32(parcel, value);
     } else if constexpr (std::is_same_v<T, int64_t>) {
         return AParcel_writeInt64(parcel, value);
-    } else if constexpr (std::is_arithmetic_v<T>) {
-        static_assert(std::is_same_v<T, int8_t>, "no value of this type");
-        return AParcel_writeByte(parcel, value);
     } else if constexpr (impl::IsVector<T>::value) {
         return AParcel_writeVector(parcel, value);
     } else if constexpr (impl::IsInterface<T>::value) {
@@ -178,9 +144,6 @@ binder_status_t AParcel_readData(const AParcel* parcel, T* value) {
         return AParcel_readInt32(parcel, value);
     } else if constexpr (std::is_same_v<T, int64_t>) {
         return AParcel_readInt64(parcel, value);
-    } else if constexpr (std::is_arithmetic_v<T>) {
-        static_assert(std::is_same_v<T, int8_t>, "no value of this type");
-        return AParcel_readByte(parcel, value);
     } else if constexpr (impl::IsVector<T>::value) {
         return AParcel_readVector(parcel, value);
     } else if constexpr (impl::IsInterface<T>::value) {

@@ -43,9 +43,7 @@ template <typename T>
 std::string ToString(const std::vector<T>& values) {
     std::string result = "[";
     for (std::size_t i = 0; i < values.size(); ++i) {
-        // A copy of the element's own type: the elements of an array of bool are not of type bool.
-        const T& value = values[i];
-        result += (i == 0 ? "" : ", ") + ToString(value);
+        result += (i == 0 ? "" : ", ") + ToString(values[i]);
     }
     return result + "]";
 }
