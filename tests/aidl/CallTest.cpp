@@ -368,12 +368,8 @@ TEST(DppdCalls, EveryMethod) {
     const auto served = SharedRefBase::make<DppdCallback>();
     const ::ndk::SpAIBinder binder = served->asBinder();
     const auto proxy = SharedRefBase::make<BpLumDppdServiceCallback>(binder);
-    DataRecommendation recommendation;
-    recommendation.subscription = 1;
-    recommendation.action = 2;
-    SubModeInfo info;
-    info.subscription = 3;
-    info.mode = 4;
+    const DataRecommendation recommendation{1, 2};
+    const SubModeInfo info{3, 4};
     const std::string recommendationText = "DataRecommendation{subscription: 1, action: 2}";
     const std::string infoText = "SubModeInfo{subscription: 3, mode: 4}";
     // Structures: a word that they are there, their size, their fields.

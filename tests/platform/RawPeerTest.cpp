@@ -8,7 +8,6 @@
 #include <cstring>
 #include <functional>
 #include <memory>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -123,19 +122,6 @@ class RawPeerTest : public testing::Test {
         });
 };
 
-TEST_F(RawPeerTest, DescriptorIsGivenOnRequest) {
-    // 14 characters, then their UTF-16 units, a zero, and two bytes to the next multiple of four.
-    Bytes data = {14, 0, 0, 0};
-    for (const char c : std::string(kPeerDescriptor)) {
-        data.push_back(static_cast<uint8_t>(c));
-        data.push_back(0);
-    }
-    data.insert(data.end(), {0, 0, 0, 0});
-    Bytes expected;
-    appendReply(&expected, 9, STATUS_OK, payloadOf(data, {}, {}));
-    expectAnswer(connectPolitely(), call(0, 0x5f4e5446, 9), expected);
-}
-
 TEST_F(RawPeerTest, FrameMayComeByteByByte) {
     const UniqueFd fd = connectRaw();
     for (const uint8_t byte : joined(hello(), call(0, kPingCode, 5))) {
@@ -178,24 +164,6 @@ TEST_F(RawPeerTest, CallerThatLeavesBreaksNothing) {
         for (uint64_t id = 1; id < 20; ++id) ASSERT_TRUE(sendAll(fd, call(0, kPingCode, id)));
     }
     expectServed(other);
-}
-
-TEST_F(RawPeerTest, PeerThatReadsLateGetsEverything) {
-    const UniqueFd fd = connectPolitely();
-    const UniqueFd other = connectPolitely();
-    constexpr uint64_t kCalls = 20000;
-    for (uint64_t id = 1; id <= kCalls; ++id) ASSERT_TRUE(sendAll(fd, call(0, kPingCode, id)));
-    expectServed(other);
-    // Blocking calls run side by side, so that their replies come in any order.
-    const Bytes replies = receive(fd, kCalls * kReplySize);
-    ASSERT_EQ(replies.size(), kCalls * kReplySize);
-    std::set<uint64_t> answered;
-    for (size_t at = 0; at < replies.size(); at += kReplySize) {
-        const ReplyFrame frame = parseReply(replies.data() + at + kFrameHeader, kReplyHead);
-        answered.insert(frame.id);
-    }
-    EXPECT_EQ(answered.size(), kCalls);
-    EXPECT_EQ(*answered.rbegin(), kCalls);
 }
 
 TEST_F(RawPeerTest, MoreOnewayCallsThanAllowedEndTheConnection) {
