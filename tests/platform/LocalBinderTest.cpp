@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Objects within one process, where no link is involved.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <stdexcept>
 
@@ -24,26 +23,6 @@ TEST(LocalBinderTest, NullIsTakenWhereItMayBe) {
     LogCapture log;
     EXPECT_EQ(AIBinder_new(nullptr, nullptr), nullptr);
     EXPECT_TRUE(log.has(logE("binder: AIBinder_new without a class")));
-}
-
-TEST(LocalBinderTest, CallRunsOnTheCallersThreadAndReachesTheFunction) {
-    pid_t pid = 0;
-    const ndk::SpAIBinder object =
-        makePeerObject([&](transaction_code_t code, const AParcel* in, AParcel* out) {
-            pid = AIBinder_getCallingPid();
-            int32_t number = 0;
-            AParcel_readInt32(in, &number);
-            return AParcel_writeInt32(out, number + static_cast<int32_t>(code));
-        });
-    int32_t answer = 0;
-    EXPECT_EQ(AIBinder_ping(object.get()), STATUS_OK);
-    EXPECT_EQ(callPeer(object, 7, args(5), into(&answer)), STATUS_OK);
-    EXPECT_EQ(answer, 12);
-    EXPECT_EQ(pid, getpid());
-    // One-way, too, it has been carried out on return.
-    pid = 0;
-    EXPECT_EQ(callOneway(object, 7, args(5)), STATUS_OK);
-    EXPECT_EQ(pid, getpid());
 }
 
 TEST(LocalBinderTest, StatusNobodyKnowsBecomesAnUnknownError) {

@@ -21,7 +21,6 @@
 #include "tests/platform/FunctionWork.h"
 #include "tests/platform/PeerTest.h"
 #include "tests/support/Eventually.h"
-#include "tests/support/Fault.h"
 #include "tests/support/LogCapture.h"
 #include "tools/emulator/ProcessStats.h"
 
@@ -169,18 +168,6 @@ TEST_F(ThreadPoolTest, ThreadsBlockWhatAProgramHandlesAndNoFault) {
     sigset_t own;
     pthread_sigmask(SIG_SETMASK, nullptr, &own);
     EXPECT_EQ(sigismember(&own, SIGTERM), 0);
-}
-
-TEST_F(ThreadPoolTest, FaultInACallReachesTheProcesssHandler) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            exitAtFault();
-            mPool.start();
-            post(causeFault);
-            Counter().waitFor(1);
-        },
-        testing::ExitedWithCode(kFaultExit), "");
 }
 
 std::string nameOfThisThread() {
