@@ -12,6 +12,7 @@
 
 #include "api/Sdf.h"
 #include "tests/api/FakeTransport.h"
+#include "tests/api/RequestTable.h"
 
 using Calls = std::vector<std::string>;
 using Ids = std::vector<unsigned int>;
@@ -21,15 +22,14 @@ using Texts = std::vector<std::string>;
 // then do what the test wants done inside them.
 namespace app {
 
-extern const SdfStatusV2Cb onV2, onOtherV2;                          // "v2(-7)"
-extern const SdfLegacyStatusCb onLegacy, onOtherLegacy;              // "legacy(5)"
-extern const SdfEffectiveLevelsCb onLevels, onOtherLevels;           // "levels(7,1,6)"
-extern const SdfFilterStatusCb onFilterStatus, onOtherFilterStatus;  // "filterStatus(7,1)"
-extern const SdfFilterStatusCb onAdded, onOtherAdded;                // "added(7,1)"
-extern const SdfGetFiltersCb onFilter, onOtherFilter;                // "filter(7,1,6,3,2,300)"
-extern const SdfPriorityQueueReportCb onReports, onOtherReports;     // "reports(1,2,3)"
-extern const SdfPriorityQueueReportCb onReport, onOtherReport;       // "report(1,2,3)"
-extern const SdfAutoFilterInfoCb onAuto, onOtherAuto;                // "auto(7)"
+extern const SdfStatusV2Cb onV2, onOtherV2;              // "v2(-7)"
+extern const SdfLegacyStatusCb onLegacy, onOtherLegacy;  // "legacy(5)"
+// The others to those of RequestTable.h.
+extern const SdfEffectiveLevelsCb onOtherLevels;
+extern const SdfFilterStatusCb onOtherFilterStatus, onOtherAdded;
+extern const SdfGetFiltersCb onOtherFilter;
+extern const SdfPriorityQueueReportCb onOtherReports, onOtherReport;
+extern const SdfAutoFilterInfoCb onOtherAuto;
 
 // The description that onAuto() or onOtherAuto() was last given, see bytesOf().
 std::string autoInfo();

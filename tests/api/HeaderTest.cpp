@@ -9,15 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/api/ClientFixture.h"
-#include "tests/api/ScriptedRand.h"
-
 namespace {
 
-class HeaderTest : public ClientTest {};
-
 // The constants of each enumeration, in the order of their values from the first one on.
-TEST_F(HeaderTest, Constants) {
+TEST(HeaderTest, Constants) {
     const struct {
         int first;
         std::vector<int> constants;
@@ -66,7 +61,7 @@ TEST_F(HeaderTest, Constants) {
 }
 
 // Every value around the valid ones, and those at the ends of the type, in both languages.
-TEST_F(HeaderTest, Texts) {
+TEST(HeaderTest, Texts) {
     std::vector<std::string> types = {"unspecified", "highest priority"};
     for (int n = 2; n <= 31; ++n) types.push_back("priority " + std::to_string(n));
     types.emplace_back("best effort");
@@ -103,48 +98,6 @@ TEST_F(HeaderTest, Texts) {
     EXPECT_STREQ(sdfStatusV2Text(INT64_MAX), "success");
     EXPECT_STREQ(sdfStatusV2Text(INT64_MIN), "unknown");
     EXPECT_STREQ(sdfStatusV2Text(-(1LL << 32)), "unknown");
-}
-
-TEST_F(HeaderTest, EveryFunctionFromC) {
-    constexpr int kFirstRequest = 4;
-    constexpr unsigned int kFilter = 5;
-    const auto expectRequests = [](long long result) {
-        for (int which = kFirstRequest; which < SDF_FUNCTIONS_SIZE; ++which) {
-            EXPECT_EQ(callFromC(which, kFilter), result) << which;
-        }
-    };
-    expectRequests(-5);
-    EXPECT_EQ(callFromC(1, 0), -5);
-    EXPECT_EQ(callFromC(3, 0), 0);
-    EXPECT_EQ(callFromC(0, 0), 0);
-    EXPECT_EQ(callFromC(2, 0), 1);
-    client().mFilterIds = {kFilter};
-    expectRequests(-8);
-    receive(service::statusInd("06"));
-    for (int which = kFirstRequest; which < SDF_FUNCTIONS_SIZE; ++which) {
-        client().mFilterIds = {kFilter};
-        const long long result = callFromC(which, kFilter);
-        const bool drawsId = which == 4 || which == 18 || which == 19;
-        EXPECT_TRUE(drawsId ? result > 0 : result == 0) << which << " " << result;
-    }
-    // Two enable requests, and one event for each request but the one that posts none.
-    EXPECT_EQ(sdk().transport->take().size(), 2U + (SDF_FUNCTIONS_SIZE - kFirstRequest) - 1U);
-    EXPECT_EQ(callFromC(3, 0), 1);
-    EXPECT_EQ(callFromC(0, 0), 0);
-    EXPECT_EQ(callFromC(1, 0), 0);
-    EXPECT_EQ(callFromC(1, 0), -5);
-}
-
-// What a C program passes by value arrives whole.
-TEST_F(HeaderTest, DescriptionFromC) {
-    startUp();
-    scriptRand({7});
-    EXPECT_EQ(callFromC(19, 0), 7);
-    // 127.0.0.1 twice, second level 6, delivery in order, application type "unspecified", 255.
-    EXPECT_EQ(sdk().transport->takeText(),
-              std::vector<std::string>{"5: 08 04 10 07 1A 22 32 20 0A 09 31 32 37 2E 30 2E 30 2E 31"
-                                       " 12 09 31 32 37 2E 30 2E 30 2E 31 40 05 50 02 60 01 90 01"
-                                       " FF 01"});
 }
 
 }  // namespace

@@ -21,12 +21,6 @@ static inline const char* textOf(int which, int value) {
 extern "C" {
 #endif
 
-// Calls one of the exported functions from C, with valid arguments, in the order of the header:
-// 0 createSdfClient, 1 destroySdfClient, 2 lum_sdf_enable, 3 lum_sdf_disable, 4 sdfSetLatencyLvl to
-// 22 sdfDeleteAllFilter. Those that take a filter's id are given `filter`.
-#define SDF_FUNCTIONS_SIZE 23
-long long callFromC(int which, unsigned int filter);
-
 // textOf() as C.
 const char* textFromC(int which, int value);
 

@@ -71,13 +71,15 @@ TEST(RuleParserTest, RuleIsUnderstood) {
 }
 
 TEST(RuleParserTest, KindsAreThoseOfTheRequestsInAnyLetters) {
-    std::istringstream kinds(
-        "any register disable enable set_latency_level prioritize_dds reg_filter_status add_filter "
-        "get_filters update_latency_level update_ood update_pdcp_timer delete_filter "
-        "delete_all_filter update_dds_ood update_dds_pdcp_timer en_high_perf_gaming "
-        "prioritize_data reg_priority_queue_reports get_priority_queue_report "
-        "reg_auto_filter_info_ind update_target_dscp");
-    for (std::string kind; kinds >> kind;) {
+    using namespace SdfProto;
+    for (int event = ServiceEventId_MIN; event <= ServiceEventId_MAX; ++event) {
+        ServiceMsg request;
+        request.set_event_id(static_cast<ServiceEventId>(event));
+        request.mutable_data()->mutable_enable_msg()->set_enable(true);
+        EXPECT_EQ(parse("on " + ServiceEventId_Name(request.event_id()) + ": refuse").kind,
+                  kindOf(request));
+    }
+    for (const std::string kind : {"any", "register", "disable"}) {
         EXPECT_EQ(parse("on " + kind + ": refuse").kind, kind);
     }
     EXPECT_EQ(parse("on ADD_Filter: refuse").kind, "add_filter");

@@ -5,7 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <regex>
+#include <sstream>
 
 #include "tests/sdfctl/Sdfctl.h"
 #include "tests/support/EmulatorProcess.h"
@@ -34,8 +38,77 @@ class CommandsTest : public testing::Test {
     }
 
     const TestDirectory mDirectory;
-    EmulatorProcess mEmulator;
+    const std::string mRecord = mDirectory.path() + "/record";
+    EmulatorProcess mEmulator{{"--record", mRecord}};
 };
+
+// "prioritizedds" for sdfPrioritizeDds and PRIORITIZE_DDS. Functions say Lvl, events LEVEL.
+std::string plain(const std::string& name) {
+    std::string letters = std::regex_replace(name, std::regex("^sdf|_"), "");
+    letters = std::regex_replace(letters, std::regex("Lvl"), "Level");
+    for (char& letter : letters) letter = static_cast<char>(tolower(letter));
+    return letters;
+}
+
+// The functions of the requests, by command, as the help lists them.
+std::vector<std::pair<std::string, std::string>> requests() {
+    const std::regex row("  ([a-z-]+) +(sdf\\w+)\\(\\).*");
+    std::vector<std::pair<std::string, std::string>> found;
+    std::smatch parts;
+    for (const std::string& line : runSdfctl("help").lines) {
+        if (std::regex_match(line, parts, row)) found.emplace_back(parts[1], parts[2]);
+    }
+    return found;
+}
+
+// The command with an argument for each that its help says is required.
+std::string withArguments(const std::string& command) {
+    const std::map<std::string, std::string> words = {
+        {"FILTER", "last"}, {"SWITCH", "on"}, {"SLOT", "first"}};
+    std::string line = command;
+    std::istringstream usage(runSdfctl("help " + command).lines.at(1));
+    for (std::string word; usage >> word;) {
+        if (word == "Usage:" || word == command || word == "[OPTIONS]") continue;
+        const auto known = words.find(word);
+        line += " " + (known == words.end() ? "1" : known->second);
+    }
+    return line;
+}
+
+// A new request's command is tested here once it is in the program's table.
+TEST_F(CommandsTest, EachRequestCallsTheFunctionThatItsHelpNames) {
+    Lines script;
+    Lines functions;
+    Lines events;
+    const auto issue = [&](const std::string& line, const std::string& function) {
+        script.push_back(line);
+        functions.push_back(function);
+        if (function != "sdfRegAutoFilterInfo") events.push_back(plain(function));
+    };
+    int port = 1;
+    const auto add = [&port] {
+        return "add-filter --dest 192.0.2.2 --src 192.0.2.1:" + std::to_string(port++);
+    };
+    for (const auto& [command, function] : requests()) {
+        issue(add(), "sdfAddFilter");
+        issue(command == "add-filter" ? add() : withArguments(command), function);
+    }
+    EXPECT_GE(functions.size(), 36U);
+    Lines called;
+    for (const std::string& line : runSdfctl("", script).lines) {
+        if (line.rfind("sdf", 0) == 0) called.push_back(line.substr(0, line.find('(')));
+    }
+    EXPECT_EQ(called, functions);
+    EXPECT_TRUE(mEmulator.waitForClients(0));
+    Lines received;
+    std::ifstream record(mRecord);
+    for (std::string line; std::getline(record, line);) {
+        const auto message = nlohmann::json::parse(line);
+        if (message["direction"] != "received" || message["event"] == "ENABLE") continue;
+        received.push_back(plain(message["event"]));
+    }
+    EXPECT_EQ(received, events);
+}
 
 TEST_F(CommandsTest, Lifecycle) {
     const std::string created = "createSdfClient() = 0 (success)";
