@@ -160,14 +160,14 @@ TEST_F(LinkRequestsTest, GamingMakesAnAutomaticFilter) {
 }
 
 TEST_F(LinkRequestsTest, EveryKindHasItsHandler) {
-    for (int event = 0; event <= 18; ++event) {
-        const RequestHandler* const handler =
-            findHandler(static_cast<SdfProto::ServiceEventId>(event));
+    using namespace SdfProto;
+    for (int event = ServiceEventId_MIN; event <= ServiceEventId_MAX; ++event) {
+        const RequestHandler* const handler = findHandler(static_cast<ServiceEventId>(event));
         ASSERT_NE(handler, nullptr) << event;
         EXPECT_EQ(handler->event, event);
     }
-    EXPECT_EQ(findHandler(static_cast<SdfProto::ServiceEventId>(19)), nullptr);
-    EXPECT_EQ(findHandler(static_cast<SdfProto::ServiceEventId>(-1)), nullptr);
+    EXPECT_EQ(findHandler(static_cast<ServiceEventId>(ServiceEventId_MAX + 1)), nullptr);
+    EXPECT_EQ(findHandler(static_cast<ServiceEventId>(-1)), nullptr);
 }
 
 }  // namespace
