@@ -154,23 +154,6 @@ TEST_F(SdkClientBaseTest, StartsIdle) {
     EXPECT_EQ(SdkClientBase::mTransactionId32, 1U);
 }
 
-TEST_F(SdkClientBaseTest, QueueIsNamedAfterTheClass) {
-    const LogCapture log;
-    const FakeTransport named(&timer, &eventManager);
-    EXPECT_NE(log.lines().back().text.find("name[SdkClientBase]"), std::string::npos);
-}
-
-TEST_F(SdkClientBaseTest, FirstEventIsHandledFirst) {
-    start();
-    post(kSdf, {2});
-    end();
-    EXPECT_EQ(transport->allSent(), (Sent{{5, {1}}, {5, {2}}, {5, {0xEE}}}));
-    EXPECT_EQ(transport->connects, 1);
-    EXPECT_EQ(listener.statuses(), std::vector<Status>{SdkClientBase::SDK_SERVICE_UP});
-    EXPECT_FALSE(transport->isActive(kSdf));
-    EXPECT_TRUE(transport->leave(kSdf));  // and leaving afterwards finds nothing to wait for
-}
-
 TEST_F(SdkClientBaseTest, ThreadOwnsTheGateAndTheObjectWhenStartReturns) {
     for (int round = 0; round < 200; ++round) {
         transport = std::make_shared<FakeTransport>(&timer, &eventManager);
@@ -189,28 +172,6 @@ TEST_F(SdkClientBaseTest, NoFirstEventIsFine) {
     EXPECT_EQ(transport->connects, 0);  // a release event never connects
     EXPECT_TRUE(transport->allSent().empty());
     EXPECT_EQ(transport->cleanups, std::vector<int>{5});
-}
-
-TEST_F(SdkClientBaseTest, UnreachableServiceIsNotReported) {
-    transport->reachable = false;
-    start();
-    post(kSdf, {2});
-    end();
-    EXPECT_EQ(transport->connects, 2);  // each request tries anew
-    EXPECT_TRUE(transport->allSent().empty());
-    EXPECT_TRUE(listener.calls().empty());
-}
-
-TEST_F(SdkClientBaseTest, RefusedRequestIsReportedOnce) {
-    transport->connected = true;
-    transport->accepting = false;
-    start();
-    ASSERT_TRUE(listener.waitForCalls(1));
-    transport->accepting = true;
-    end();
-    EXPECT_EQ(listener.statuses(), std::vector<Status>{SdkClientBase::SDK_SEND_FAILED});
-    EXPECT_TRUE(listener.calls()[0].bytes.empty());
-    EXPECT_NE(listener.calls()[0].thread, std::this_thread::get_id());
 }
 
 TEST_F(SdkClientBaseTest, ReleaseOfOneOfTwoTypesLeavesTheThreadRunning) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <limits>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
@@ -257,6 +258,34 @@ TEST_F(LumTimerTest, EqualDeadlinesRunInTheSameCall) {
     timer.processEvents();
     EXPECT_EQ(first.calls, 1);
     EXPECT_EQ(second.calls, 1);
+}
+
+TEST_F(LumTimerTest, ManyRunInTheOrderOfTheirDeadlinesWhateverIsRemoved) {
+    constexpr int kCount = 40;
+    std::vector<Call> calls(kCount);
+    std::vector<int> ids;
+    std::set<int> queued;  // by their delays
+    std::vector<int> order;
+    const auto delayOf = [](int i) { return i * 17 % kCount + 1; };  // 1 to 40, mixed
+    for (int i = 0; i < kCount; ++i) {
+        calls[static_cast<size_t>(i)].action = [&order, delay = delayOf(i)] {
+            order.push_back(delay);
+            return -1;
+        };
+        ids.push_back(add(delayOf(i), calls[static_cast<size_t>(i)]));
+        queued.insert(delayOf(i));
+        EXPECT_EQ(timer.timeUntilNextEvent(), *queued.begin());
+    }
+    for (int i = 0; i < kCount; i += 3) {
+        timer.removeTimedCallback(ids[static_cast<size_t>(i)]);
+        queued.erase(delayOf(i));
+        EXPECT_EQ(timer.timeUntilNextEvent(), *queued.begin());
+    }
+    for (int half = 0; half < 2; ++half) {
+        advance(kCount / 2);
+        timer.processEvents();
+    }
+    EXPECT_EQ(order, std::vector<int>(queued.begin(), queued.end()));
 }
 
 TEST_F(LumTimerTest, CallbackRemovingItselfGoesByItsReturnValue) {
