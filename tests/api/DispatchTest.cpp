@@ -162,21 +162,10 @@ TEST_F(DispatchTest, EveryEventWithEveryBody) {
 // A message that ends early is dispatched as far as it was read: a body or an entry is there as
 // soon as its tag is, a number when its last byte is.
 TEST_F(DispatchTest, CutAtEveryByte) {
-    const auto listed = [](const std::string& id, const std::string& state) {
-        return Texts{"filter(" + id + "," + state + ",1,1,1,0)",
-                     "log 3: GET_FILTER_CB cb sent, filter " + id, "changed getFilters"};
-    };
-    const auto reported = [](const std::string& figures) {
-        return Texts{"reports(" + figures + ")", "report(" + figures + ")", "changed getReport"};
-    };
     const struct {
         std::string whole;
         std::map<size_t, Texts> effects;  // by the length from which on it does that
     } rows[] = {
-        {"10 05 1A 04 0A 02 08 06",
-         {{0, {}},
-          {5, {"legacy(-1)", "v2(-1)"}},
-          {8, {"legacy(5)", "v2(-7)", "changed serviceUp"}}}},
         {"08 01 10 07 1A 06 12 04 08 05 10 02",
          {{0, {}},
           {7, {"levels(7,1,1)", "changed usedIds latencyCbs"}},
@@ -193,19 +182,6 @@ TEST_F(DispatchTest, CutAtEveryByte) {
          {{0, {}},
           {10, {"added(8,0)", "changed usedIds filterIds filterCbs"}},
           {12, {"added(8,4)", "changed usedIds filterCbs"}}}},
-        {"08 04 1A 08 2A 06 12 04 08 05 10 01",
-         {{0, {}},
-          {5, {"changed getFilters"}},
-          {7, listed("0", "0")},
-          {10, listed("5", "0")},
-          {12, listed("5", "1")}}},
-        {"08 05 1A 08 32 06 12 04 08 05 10 06",
-         {{0, {}},
-          {5, {"changed getReport"}},
-          {7, reported("0,0,0")},
-          {10, reported("5,0,0")},
-          {12, reported("5,6,0")}}},
-        {"08 06 1A 06 3A 04 08 05 18 01", {{0, {}}, {5, {"auto(0)"}}, {8, {"auto(5)"}}}},
     };
     for (const auto& row : rows) {
         std::vector<uint8_t> bytes = fromHex(row.whole);

@@ -415,35 +415,4 @@ TEST_F(EveryCallTest, Destroys) {
     });
 }
 
-// Every pair of calls of which one creates or destroys; the client can be used afterwards.
-TEST_F(EveryCallTest, Pairs) {
-    using Action = std::function<void()>;
-    const std::vector<Action> lifecycle = {
-        [] { createSdfClient(app::onOtherV2); },
-        [] { lum_sdf_enable(app::onOtherLegacy); },
-        [] { destroySdfClient(); },
-        [] { lum_sdf_disable(); },
-    };
-    std::vector<std::pair<Action, Action>> pairs;
-    for (const Action& action : lifecycle) {
-        for (const Action& other : lifecycle) pairs.emplace_back(action, other);
-        for (const Request& request : everyRequest()) {
-            pairs.emplace_back(action, request.call);
-            pairs.emplace_back(request.call, action);
-        }
-    }
-    forEachCallback([&](const Delivery& delivery, const std::string& callback) {
-        for (const auto& pair : pairs) {
-            run(delivery, callback, [&pair] {
-                pair.first();
-                pair.second();
-            });
-            EXPECT_EQ(createSdfClient(app::onV2), 0);
-            receive(service::statusInd("06"));
-            EXPECT_EQ(app::takeCalls().back(), "v2(-7)");
-            EXPECT_GT(setLatency(), 0);
-        }
-    });
-}
-
 }  // namespace

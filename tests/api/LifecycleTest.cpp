@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <memory>
 
 #include "tests/api/ClientFixture.h"
@@ -245,16 +244,6 @@ TEST_F(LifecycleTest, CreateWhileADestroyWaits) {
     EXPECT_EQ(client().mSdkClient, sdk().transport);
     sdk().duringDestroy = nullptr;
     EXPECT_EQ(destroySdfClient(), 0);
-}
-
-TEST_F(LifecycleTest, ExitWithoutDestroy) {
-    EXPECT_EXIT(
-        {
-            startUp();
-            setLatency();
-            exit(0);
-        },
-        ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

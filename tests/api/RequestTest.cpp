@@ -292,25 +292,6 @@ TEST_F(RequestTest, EachHasItsOwnIdAndCallback) {
     EXPECT_EQ(sdfDeleteFilter(6), -2);
 }
 
-// The ids of a process are the C library's numbers from its default seed.
-void exitWithFirstIds() {
-    FakeSdkClient::reset();
-    bool right = createSdfClient(app::onV2) == 0;
-    Sdf::mInstance->mServiceUp = true;
-    right = right && sdfAddFilter(makeFlow(), app::onAdded) == 1804289383;
-    right = right && setLatency() == 846930886;
-    right = right && sdfAddFilterV2(makeFlow(), 1, app::onAdded) == 1681692777;
-    right = right && destroySdfClient() == 0 && lum_sdf_enable(app::onLegacy) == 1;
-    Sdf::mInstance->mServiceUp = true;
-    right = right && sdfAddFilter(makeFlow(), app::onAdded) == 1714636915;
-    exit(right ? 0 : 1);
-}
-
-TEST(Ids, OfAFreshProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process of its own, not a fork of this one
-    EXPECT_EXIT(exitWithFirstIds(), ::testing::ExitedWithCode(0), "");
-}
-
 // An id that was released may come again.
 TEST(Ids, SkipZeroPendingAndFilterIds) {
     Sdf client;
