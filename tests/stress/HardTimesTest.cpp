@@ -81,26 +81,6 @@ TEST(HardTimesTest, ExitHandlersMayUseTheLibraryWhenItEndsTheProcess) {
     EXPECT_EQ(outcome.lines, (Lines{"log: Cannot create epoll instance", "destroy at exit: -5"}));
 }
 
-TEST(HardTimesTest, NoThreadForTheLoopIsNoTransportAndTheNextCreateStartsFromNothing) {
-    const TestDirectory directory;
-    const EmulatorProcess emulator;
-    const Outcome outcome = run({kStarved, "sdk-thread"});
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.lines,
-              (Lines{"log: SdkClient: no SDK thread (Resource temporarily unavailable); the "
-                     "transport is not started",
-                     "no transport", "up after 0 failed attempts"}));
-}
-
-TEST(HardTimesTest, NoThreadsForBinderAreFailedAttemptsUntilThereAreSome) {
-    const TestDirectory directory;
-    const EmulatorProcess emulator;
-    const Outcome outcome = run({kStarved, "binder-threads"});
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_TRUE(outcome.has("up after 3 failed attempts"));
-    EXPECT_TRUE(outcome.hasLogged("thread"));
-}
-
 TEST(HardTimesTest, CarelessProcessEndsAsItWantsTo) {
     for (const char* mode : {"return", "exit-in-callback", "exit-connecting"}) {
         SCOPED_TRACE(mode);

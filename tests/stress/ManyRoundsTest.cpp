@@ -93,17 +93,4 @@ TEST_F(ManyRoundsTest, DeathsOfTheServiceAreEachReportedOnceAndRecoveredFrom) {
 
 #endif
 
-TEST_F(ManyRoundsTest, WithoutAnyServiceNothingIsCalledAndDestroyComesBack) {
-    const TestDirectory directory;
-    ASSERT_EQ(createSdfClient(onStatus), 0);
-    ASSERT_EQ(createSdfClient(onStatus), 0);
-    ASSERT_EQ(lum_sdf_enable(onLegacyStatus), 1);
-    EXPECT_EQ(
-        sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false, onLevels),
-        SDF_V2_SERVICE_DOWN);
-    EXPECT_EQ(destroySdfClient(), 0);
-    EXPECT_TRUE(clientTexts().empty());
-    EXPECT_EQ(destroySdfClient(), SDF_V2_INVALID_OPERATION);
-}
-
 }  // namespace

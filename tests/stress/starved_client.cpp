@@ -3,9 +3,6 @@
 //
 // usage: starved_client descriptors COUNT   only COUNT more descriptors can be opened
 //        starved_client atexit              as descriptors 0, with an exit handler that destroys
-//        starved_client sdk-thread          no thread can be made while the client is created
-//        starved_client binder-threads      no thread can be made from the first connection attempt
-//                                           on, until three attempts have failed
 //
 // Prints what happened, and exits with 0 unless the library did what it must not. Waiting for the
 // service does not take its time: usleep() returns at once.
@@ -18,15 +15,11 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
-#include <optional>
 #include <string>
 
 #include "tests/stress/ClientEvents.h"
 #include "tests/support/DescriptorLimit.h"
-#include "tests/support/ThreadRefusal.h"
-#include "utils/NoDestroy.h"
 
 namespace {
 
@@ -36,9 +29,6 @@ std::mutex gLock;
 std::condition_variable gChanged;
 int gFailedAttempts = 0;
 bool gAnswered = false;
-bool gRefuseBinderThreads = false;
-// Written by the SDK thread alone.
-NoDestroy<std::optional<ThreadRefusal>> gRefusal;
 
 // Until the service is up or the library has given up looking for it.
 bool waitForOutcome() {
@@ -80,7 +70,7 @@ extern "C" {
 
 __attribute__((visibility("default"))) int usleep(useconds_t /*microseconds*/) {
     const std::lock_guard<std::mutex> guard(gLock);
-    if (++gFailedAttempts == 3) gRefusal.value.reset();
+    ++gFailedAttempts;
     gChanged.notify_all();
     return 0;
 }
@@ -88,10 +78,6 @@ __attribute__((visibility("default"))) int usleep(useconds_t /*microseconds*/) {
 // Warnings and errors go to standard output, for the test to read.
 __attribute__((visibility("default"))) int __android_log_print(int priority, const char* /*tag*/,
                                                                const char* format, ...) {
-    if (gRefuseBinderThreads && strcmp(format, "LumEventHandler cb start") == 0) {
-        gRefusal.value.emplace();
-        gRefuseBinderThreads = false;
-    }
     if (priority < ANDROID_LOG_WARN) return 0;
     va_list arguments;
     va_start(arguments, format);
@@ -116,17 +102,6 @@ int main(int argc, char** argv) {
         const DescriptorLimit limit(0);
         return run();
     }
-    if (mode == "sdk-thread") {
-        std::optional<ThreadRefusal> refusal(std::in_place);
-        if (const int status = run()) return status;
-        refusal.reset();
-        return run();
-    }
-    if (mode == "binder-threads") {
-        gRefuseBinderThreads = true;
-        return run();
-    }
-    fprintf(stderr,
-            "usage: starved_client descriptors COUNT | atexit | sdk-thread | binder-threads\n");
+    fprintf(stderr, "usage: starved_client descriptors COUNT | atexit\n");
     return 2;
 }
