@@ -28,22 +28,6 @@ struct Pipe {
     }
 };
 
-std::string nameOf(const std::string& variable) {
-    return variable.substr(0, variable.find('='));
-}
-
-// This process's environment with some variables set.
-std::vector<std::string> environmentWith(const std::vector<std::string>& more) {
-    std::vector<std::string> all = more;
-    for (char** inherited = environ; *inherited != nullptr; ++inherited) {
-        const bool replaced = std::any_of(more.begin(), more.end(), [&](const std::string& own) {
-            return nameOf(own) == nameOf(*inherited);
-        });
-        if (!replaced) all.emplace_back(*inherited);
-    }
-    return all;
-}
-
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
     pointers.reserve(texts.size() + 1);
@@ -64,10 +48,12 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command,
     posix_spawn_file_actions_adddup2(&actions, input.read, STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output.write, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, errors.write, STDERR_FILENO);
-    std::vector<std::string> arguments = command;
-    std::vector<std::string> variables = environmentWith(environment);
-    const int error = posix_spawn(&mPid, command[0].c_str(), &actions, nullptr,
-                                  pointersTo(arguments).data(), pointersTo(variables).data());
+    std::vector<std::string> words;
+    if (!environment.empty()) words = {"/usr/bin/env"};
+    words.insert(words.end(), environment.begin(), environment.end());
+    words.insert(words.end(), command.begin(), command.end());
+    const int error =
+        posix_spawn(&mPid, words[0].c_str(), &actions, nullptr, pointersTo(words).data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(input.read);
     close(output.write);
