@@ -210,8 +210,6 @@ TEST_F(RequestTest, Bytes) {
          "5: 08 01 10 E7 8A AD DC 06 1A 06 1A 04 18 05 20 01"},
         {1, [] { return setLevels(kFirst, 6, 1, false); },
          "5: 08 01 10 01 1A 06 1A 04 08 01 10 05"},
-        {200, [] { return setLevels(kSecond, 2, 3, true); },
-         "5: 08 01 10 C8 01 1A 0A 1A 08 08 02 10 01 18 02 20 01"},
         {127, [] { return setLevels(kAnySlot, 1, 1, false); }, "5: 08 01 10 7F 1A 02 1A 00"},
         {INT32_MAX, [] { return setLevels(kSecond, 4, 5, false); },
          "5: 08 01 10 FF FF FF FF 07 1A 08 1A 06 08 02 10 03 18 04"},
@@ -219,8 +217,6 @@ TEST_F(RequestTest, Bytes) {
          "5: 08 06 1A 05 3A 03 08 AC 02"},
         {0, [] { return sdfUpdateLatencyLvl(kFilterId, kL1, SDF_LATENCY_LVL_6); },
          "5: 08 06 1A 07 3A 05 08 AC 02 18 05"},
-        {0, [] { return sdfUpdateLatencyLvl(4, SDF_LATENCY_LVL_3, SDF_LATENCY_LVL_2); },
-         "5: 08 06 1A 08 3A 06 08 04 10 02 18 01"},
         {0, [] { return sdfUpdateOod(kFilterId, SDF_OOD_UNSPECIFIED_LVL); },
          "5: 08 07 1A 05 42 03 08 AC 02"},
         {0, [] { return sdfUpdateOod(kFilterId, SDF_OOD_ENABLED_LVL); },
@@ -238,7 +234,6 @@ TEST_F(RequestTest, Bytes) {
          "5: 08 0C 1A 08 62 06 08 FF FF FF FF 0F"},
         {0, [] { return sdfEnHighPerfGaming(false); }, "5: 08 0D 1A 02 6A 00"},
         {0, [] { return sdfPrioritizeData(kAnySlot, false); }, "5: 08 0E 1A 02 72 00"},
-        {0, [] { return sdfPrioritizeData(kAnySlot, true); }, "5: 08 0E 1A 04 72 02 10 01"},
         {0, [] { return sdfPrioritizeData(kFirst, false); }, "5: 08 0E 1A 04 72 02 08 01"},
         {0, [] { return sdfPrioritizeDds(false); }, "5: 08 02 1A 02 22 00"},
         {0, [] { return sdfRegPriorityQueueReports(false, 0, app::onReports); },
@@ -247,7 +242,6 @@ TEST_F(RequestTest, Bytes) {
          "5: 08 0F 1A 04 7A 02 08 01"},
         {0, [] { return sdfRegPriorityQueueReports(false, UINT32_MAX, app::onReports); },
          "5: 08 0F 1A 08 7A 06 10 FF FF FF FF 0F"},
-        {0, [] { return sdfDeleteFilter(4); }, "5: 08 09 1A 04 52 02 08 04"},
     };
     for (const auto& row : rows) {
         scriptRand({row.id});

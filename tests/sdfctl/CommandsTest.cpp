@@ -175,11 +175,9 @@ TEST_F(CommandsTest, SetLatency) {
 
 TEST_F(CommandsTest, RequestsWithoutAnAnswer) {
     check({
-        {"update-dds-ood disabled", 0, withClient({"sdfUpdateDdsOod(ood=disabled) = 0 (success)"})},
         {"update-dds-ood 4", 1, withClient({"sdfUpdateDdsOod(ood=4) = -2 (invalid argument)"})},
         {"update-dds-pdcp-timer 4294967295", 0,
          withClient({"sdfUpdateDdsPdcpTimer(pdcp_timer=4294967295) = 0 (success)"})},
-        {"high-perf-gaming off", 0, withClient({"sdfEnHighPerfGaming(enable=off) = 0 (success)"})},
         {"prioritize-data second on", 0,
          withClient({"sdfPrioritizeData(slot=second, enable=on) = 0 (success)"})},
         {"prioritize-data -2 off", 1,

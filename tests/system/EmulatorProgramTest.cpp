@@ -96,14 +96,6 @@ TEST_F(EmulatorProgramTest, ReadyDescriptorGetsTheLineAndIsClosed) {
     EXPECT_EQ(emulator.wait(), 0);
 }
 
-TEST_F(EmulatorProgramTest, EndsWithItsInputWhenAsked) {
-    ChildProcess emulator({mProgram, "--until-eof"});
-    ASSERT_TRUE(emulator.waitForLine(readyLine(emulator.pid())));
-    emulator.writeLine("what is read before the end does not matter");
-    emulator.closeInput();
-    EXPECT_EQ(emulator.wait(), 0);
-}
-
 TEST_F(EmulatorProgramTest, WhatKeepsItFromServingIsReported) {
     {
         EmulatorProcess first;

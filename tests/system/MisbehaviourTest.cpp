@@ -81,16 +81,6 @@ TEST_F(MisbehaviourTest, RefusedRegistrationLeavesTheClientWaitingUntilMadeAnew)
     recover();
 }
 
-TEST_F(MisbehaviourTest, LateAnswersReachTheirCallbacksInWhateverOrder) {
-    serveBy({"on set_latency_level nth 1: late 200", "on set_latency_level nth 2: late 100"});
-    connect();
-    const long long first = askLevels();
-    const long long second = askLevels();
-    EXPECT_TRUE(waitForText(levels(first)));
-    EXPECT_TRUE(waitForText(levels(second)));
-    EXPECT_EQ(clientTexts().size(), 2U);
-}
-
 // What is reported of the answer to a request for levels, beside the next one's right answer.
 TEST_F(MisbehaviourTest, AnswerThatIsNotAsItShouldBe) {
     const struct {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The library and the service: what the emulator's options do, and what a loss of the service means.
-// The demo shows what comes of each request, tests/sdfctl/CommandsTest.cpp that each arrives.
+// The library and the service: what the emulator's options do, and what a loss of the service
+// means. The demo shows what comes of each request, tests/sdfctl/CommandsTest.cpp that each
+// arrives.
 
 #include <gtest/gtest.h>
 #include <lum_sdf_sdk.h>
