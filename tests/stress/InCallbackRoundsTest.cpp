@@ -5,6 +5,7 @@
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TestDirectory.h"
+#include "tools/emulator/ProcessStats.h"
 
 // An application that does everything from inside its callbacks, against a real service. Also run
 // without LUM_SDF_GUARDED under the thread sanitizer: this is the way of use that needs no lock.
@@ -80,6 +81,7 @@ TEST(GuardedInCallbackRoundsTest, RecoveryFromInsideEachCallbackThatReportsALoss
     ASSERT_EQ(createSdfClient(onStatus), 0);
     int answered = 0;
     int askedAgain = 0;
+    size_t descriptors = 0;
     for (int round = 0; round < 20; ++round) {
         // After a slow start, or two kills of which the library heard as one, it may have looked
         // for the service in vain, which is reported to nobody: it is asked again, then.
@@ -88,8 +90,10 @@ TEST(GuardedInCallbackRoundsTest, RecoveryFromInsideEachCallbackThatReportsALoss
             EXPECT_EQ(createSdfClient(onStatus), 0);
         }
         answered = answers.value();
+        if (round == 5) descriptors = openDescriptors();
         emulator.restart();
     }
+    EXPECT_TRUE(eventually([&] { return openDescriptors() <= descriptors; }));
     ASSERT_EQ(destroySdfClient(), 0);
     EXPECT_GT(losses.value(), 0);
 }

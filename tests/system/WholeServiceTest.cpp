@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The library and the service: what the emulator's options do, and what a loss of the service
-// means. The demo shows what comes of each request, tests/sdfctl/CommandsTest.cpp that each
-// arrives.
+// What the emulator's options do, seen through the library. The demo shows what comes of each
+// request and of a loss of the service, tests/sdfctl/CommandsTest.cpp that each request arrives.
 
 #include <gtest/gtest.h>
 #include <lum_sdf_sdk.h>
@@ -65,27 +64,6 @@ TEST_F(WholeServiceTest, FilterBecomesActiveAndEndsWithoutActivity) {
                                       filter(id, SDF_FILTER_INACTIVITY_TIMEOUT)}));
     EXPECT_EQ(sdfDeleteFilter(static_cast<unsigned int>(id)), SDF_V2_INVALID_ARG);
     EXPECT_EQ(mEmulator->stats().filters, 0U);
-}
-
-// The loss is reported first, and the requests of before are gone with the service.
-TEST_F(WholeServiceTest, FiltersAreGoneWithAServiceThatWasKilled) {
-    serve();
-    connect();
-    const unsigned int id = add(5000);
-    mEmulator->kill();
-    ASSERT_TRUE(waitForStatus(SDF_V2_SERVICE_DOWN));
-    EXPECT_EQ(sdfDeleteFilter(id), SDF_V2_SERVICE_DOWN);
-    mEmulator->restart();
-    forgetClientEvents();
-    ASSERT_EQ(createSdfClient(onStatus), 0);
-    ASSERT_TRUE(waitForStatus(SDF_V2_SERVICE_UP));
-    reportedSoFar();
-    // The library knows the filter still, the service does not.
-    ASSERT_EQ(sdfUpdateOod(id, SDF_OOD_DISABLED_LVL), 0);
-    EXPECT_EQ(reportedSoFar(), Lines{});
-    EXPECT_TRUE(mEmulator->process().waitForLine(
-        "notice: a request changes nothing, pid=" + std::to_string(getpid()) +
-        ": UPDATE_OOD: there is no filter " + std::to_string(id)));
 }
 
 }  // namespace

@@ -223,21 +223,6 @@ TEST_F(SdkClientTest, SixAttemptsWithDoublingSleepsThenTheRequestIsDropped) {
     EXPECT_FALSE(client->sendBlobToService(kSdf, {4}));
 }
 
-TEST_F(SdkClientTest, ServiceFoundAtTheThirdAttempt) {
-    binder.serve(nullptr);
-    int sleeps = 0;
-    binder.onSleep([&] {
-        if (++sleeps != 1) return;
-        binder.serve(service);
-        binder.refuseLinks(1);  // found dead at the second
-    });
-    getConnected();
-    release();
-    EXPECT_EQ(binder.seen().sleeps, (std::vector<unsigned>{50000, 100000}));
-    EXPECT_EQ(binder.seen().lookups.size(), 3U);
-    EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {0xEE}}));
-}
-
 TEST_F(SdkClientTest, RefusedRegistrationIsSilentAndRequestsAreStillSent) {
     const LogCapture log;
     service->mRefuseCallback = true;
