@@ -4,73 +4,22 @@
 
 #include <atomic>
 #include <chrono>
-#include <set>
 #include <thread>
 #include <vector>
 
 #include "tests/api/ClientFixture.h"
-#include "tests/support/Hex.h"
 
 namespace {
 
-class GuardedTest : public ClientTest {};
-
-std::atomic<int> gLevels{0};
-
-void countLevels(long long, SdfLatencyLvl, SdfLatencyLvl) {
-    ++gLevels;
-}
-
-std::vector<uint8_t> levelsFor(long long id) {
-    std::string varint;
-    auto rest = static_cast<uint64_t>(id);
-    for (; rest >= 0x80; rest >>= 7) {
-        varint += toHex(std::vector<uint64_t>{(rest & 0x7F) | 0x80}) + " ";
-    }
-    return fromHex(service::effectiveLevels(varint + toHex(std::vector<uint64_t>{rest})));
-}
-
-TEST_F(GuardedTest, RequestsWhileRepliesAreDispatched) {
-    constexpr int kThreads = 4;
-    constexpr int kRequests = 300;
-    startUp();
-    const SdkClientBase::Listener listener = sdk().listener;
-    std::vector<std::vector<long long>> ids(kThreads);
-    std::vector<std::thread> threads;
-    threads.reserve(kThreads);
-    for (auto& mine : ids) {
-        threads.emplace_back([&mine, &listener] {
-            for (int i = 0; i < kRequests; ++i) {
-                mine.push_back(sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1,
-                                                SDF_LATENCY_LVL_1, false, countLevels));
-                if (i % 2 == 0) listener(SdkClientBase::SDK_BLOB_RECEIVED, levelsFor(mine.back()));
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    std::set<long long> all;
-    for (const auto& mine : ids) all.insert(mine.begin(), mine.end());
-    EXPECT_EQ(all.size(), static_cast<size_t>(kThreads * kRequests));
-    EXPECT_GT(*all.begin(), 0);
-    EXPECT_EQ(gLevels, kThreads * kRequests / 2);
-    EXPECT_EQ(client().mUsedIds.size(), static_cast<size_t>(kThreads * kRequests / 2));
-    EXPECT_EQ(client().mLatencyCbs.size(), static_cast<size_t>(kThreads * kRequests / 2));
-    EXPECT_EQ(sdk().transport->take().size(), static_cast<size_t>(kThreads * kRequests));
-}
-
 // Another thread tells the client that filter 8 is added, while `post` of a deletion runs.
-class GuardedDeletionTest : public GuardedTest {
+class GuardedDeletionTest : public ClientTest {
   protected:
-    void SetUp() override {
-        GuardedTest::SetUp();
-        startUpWithAll();
-    }
+    void SetUp() override { startUpWithAll(); }
 
     void TearDown() override {
         ASSERT_TRUE(mConfirmation.joinable());
         mConfirmation.join();
         EXPECT_EQ(client().mFilterIds, mLeft);
-        GuardedTest::TearDown();
     }
 
     void confirm() {

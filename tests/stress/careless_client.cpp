@@ -4,15 +4,20 @@
 // usage: careless_client return             main returns with the client up and requests under way
 //        careless_client exit-in-callback   exit() is called from inside a callback
 //        careless_client exit-connecting    main returns while the library looks for the service
+//        careless_client no-descriptors     the library ends the process for want of descriptors,
+//        and
+//                                           an exit handler calls it
 
 #include <lum_sdf_sdk.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
 
 #include "tests/stress/ClientEvents.h"
+#include "tests/support/DescriptorLimit.h"
 
 int main(int argc, char** argv) {
     const std::string mode = argc > 1 ? argv[1] : "";
@@ -32,5 +37,10 @@ int main(int argc, char** argv) {
         return 1;
     }
     if (mode == "exit-connecting") return createSdfClient(onStatus) == 0 ? 0 : 1;
+    if (mode == "no-descriptors") {
+        atexit([] { printf("destroy at exit: %lld\n", destroySdfClient()); });
+        const DescriptorLimit limit(0);
+        return createSdfClient(onStatus) == 0 ? 0 : 1;
+    }
     return 2;
 }
