@@ -5,7 +5,6 @@
 #include <set>
 #include <thread>
 
-#include "tests/support/Fault.h"
 #include "utils/SignalMask.h"
 
 namespace {
@@ -48,17 +47,6 @@ TEST(SignalMaskTest, StartingThreadHasItsOwnMaskBack) {
     { const SignalMask mask; }
     EXPECT_EQ(blockedHere(), Signals{SIGUSR2});
     EXPECT_EQ(blockedOnANewThread(), Signals{SIGUSR2});
-}
-
-TEST(SignalMaskTest, FaultOnANewThreadReachesTheProcesssHandler) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            exitAtFault();
-            const SignalMask mask;
-            std::thread(causeFault).join();
-        },
-        testing::ExitedWithCode(kFaultExit), "");
 }
 
 }  // namespace
