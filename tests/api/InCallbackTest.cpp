@@ -35,21 +35,6 @@ TEST_F(InCallbackTest, FirstStatusCallbackReplacesItselfAndTheSecond) {
     EXPECT_EQ(app::takeCalls(), (Calls{"otherLegacy(5)", "otherV2(-7)"}));
 }
 
-TEST_F(InCallbackTest, LevelsCallbackRequestsAgainVeryOften) {
-    scriptRand({7, 8});  // 7 is still taken
-    app::inside("levels", [] {
-        EXPECT_EQ(setLatency(app::onOtherLevels), 8);
-        for (int i = 1; i < 1000; ++i) EXPECT_GT(setLatency(), 0);
-    });
-    receive(service::effectiveLevels("07"));
-    EXPECT_EQ(client().mUsedIds.size(), 1000U);
-    EXPECT_EQ(client().mUsedIds[0], 8U);
-    EXPECT_EQ(client().mLatencyCbs.size(), 1000U);
-    EXPECT_EQ(client().mLatencyCbs.count(7), 0U);
-    receive(service::effectiveLevels("08"));
-    EXPECT_EQ(app::takeCalls(), (Calls{"levels(7,6,3)", "otherLevels(8,6,3)"}));
-}
-
 // The dispatcher itself keeps the object alive, whatever its caller holds: otherwise the new client
 // may come to lie where the earlier one lay, and pass for it.
 TEST_F(InCallbackTest, DispatcherKeepsTheObject) {
@@ -236,17 +221,6 @@ TEST_F(FilterInCallbackTest, AddCallbackDeletesAll) {
     receive(message(3, field("0A", "08 08 10 01")));
     EXPECT_EQ(client().mFilterIds, Ids{8});
     EXPECT_EQ(sdfDeleteFilter(8), 0);
-}
-
-TEST_F(FilterInCallbackTest, AddCallbackAddsAgain) {
-    scriptRand({8, 9});  // 8 is still taken
-    app::inside("added", [] { EXPECT_EQ(sdfAddFilter(makeFlow(), app::onOtherAdded), 9); });
-    receive(message(3, field("0A", "08 08 10 04")));
-    EXPECT_EQ(client().mUsedIds, (Ids{7, 9}));
-    EXPECT_EQ(client().mFilterIds, Ids{kFilterId});
-    receive(message(3, field("0A", "08 09 10 01")));
-    EXPECT_EQ(app::takeCalls(), (Calls{"added(8,4)", "otherAdded(9,1)"}));
-    EXPECT_EQ(client().mFilterIds, (Ids{kFilterId, 9}));
 }
 
 // ---- Every call from inside every callback

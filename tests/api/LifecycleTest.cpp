@@ -69,18 +69,6 @@ TEST_F(LifecycleTest, CreateAndAgain) {
     EXPECT_EQ(effectOf(service::statusInd("06")), (Texts{"legacy(5)", "otherV2(-7)"}));
 }
 
-TEST_F(LifecycleTest, EnableAndAgain) {
-    EXPECT_EQ(lum_sdf_enable(app::onLegacy), 1);
-    EXPECT_EQ(client().mStatusCbV2, nullptr);
-    EXPECT_EQ(posted(), Texts{kEnable});
-    EXPECT_EQ(effectOf(service::statusInd("06")), (Texts{"legacy(5)", "changed serviceUp"}));
-    const ClientState before;
-    EXPECT_EQ(lum_sdf_enable(app::onOtherLegacy), 1);
-    EXPECT_EQ(ClientState().differences(before), "legacy");
-    EXPECT_EQ(posted(), Texts{kEnable});
-    EXPECT_EQ(effectOf(service::statusInd("06")), Texts{"otherLegacy(5)"});
-}
-
 TEST_F(LifecycleTest, StatusThatComesBeforeCreateReturns) {
     app::inside("v2", [] { EXPECT_GT(setLatency(), 0); });
     sdk().duringGet = [] { receive(service::statusInd("06")); };

@@ -93,18 +93,6 @@ TEST_F(EventManagerTest, AddingTwiceLeavesTheFirstHandlerInPlace) {
     EXPECT_EQ(first.calls, 2) << "still readable in the second pass";
 }
 
-TEST_F(EventManagerTest, Dispatch) {
-    Watched watched[] = {Watched(*manager), Watched(*manager)};
-    const int first = watched[0].fd();
-    const int second = watched[1].fd();
-    EXPECT_EQ(
-        logOfPass({{EPOLLIN, first}, {EPOLLIN | EPOLLPRI, second}}),
-        (Lines{pending(2), handling(0, 1, first), calling(first, Watched::run, &watched[0]),
-               pending(1), handling(1, 3, second), calling(second, Watched::run, &watched[1])}));
-    EXPECT_EQ(watched[0].calls, 1);
-    EXPECT_EQ(watched[1].calls, 1);
-}
-
 TEST_F(EventManagerTest, EventsThatAreOnlyLogged) {
     const Watched watched(*manager);
     const Watched withoutCallback;

@@ -115,14 +115,6 @@ TEST_F(LumEventHandlerTest, Construction) {
     EXPECT_EQ(&handler->manager(), manager.get());
 }
 
-TEST_F(LumEventHandlerTest, PostLogsAndRaisesTheCounterByOne) {
-    makeHandler();
-    EXPECT_EQ(logOf([this] { handler->postEvent(event); }), postLines(event));
-    uint64_t count = 0;
-    ASSERT_EQ(read(fd, &count, sizeof count), 8);
-    EXPECT_EQ(read(fd, &count, sizeof count), -1);
-}
-
 TEST_F(LumEventHandlerTest, ThreeValuesAreHandledInOrderInOneWakeUp) {
     makeHandler();
     const Value events[] = {event, std::make_shared<int>(2), std::make_shared<int>(3)};
