@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/stress/ClientEvents.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/Eventually.h"
@@ -90,7 +92,7 @@ TEST(GuardedInCallbackRoundsTest, RecoveryFromInsideEachCallbackThatReportsALoss
             EXPECT_EQ(createSdfClient(onStatus), 0);
         }
         answered = answers.value();
-        if (round == 5) descriptors = openDescriptors();
+        if (round < 10) descriptors = std::max(descriptors, openDescriptors());
         emulator.restart();
     }
     EXPECT_TRUE(eventually([&] { return openDescriptors() <= descriptors; }));
