@@ -180,6 +180,7 @@ TEST(FrameTest, MalformedCallIsRefused) {
              Malformed{20, 65, "a call with a wrong chain"},
              Malformed{20, 2, "a call whose sizes do not fit"},
              Malformed{24, 65, "a call whose sizes do not fit"},
+             Malformed{24, 0x80000000, "a call whose sizes do not fit"},
              Malformed{24, 0xffffffff, "a call whose sizes do not fit"},
              Malformed{28, 3, "a call whose sizes do not fit"},
              Malformed{28, 0x40000002, "a call whose sizes do not fit"},
@@ -189,7 +190,7 @@ TEST(FrameTest, MalformedCallIsRefused) {
              Malformed{44, 28, "overlapping objects"},
              Malformed{44, 40, "an object outside the data"},
              Malformed{44, 0xfffffffc, "an object outside the data"},
-             Malformed{52, 0x66642a85, "an object of unknown type"},
+             Malformed{52, 0x70742a85, "an object of unknown type"},
              Malformed{64, 1, "an object with an impossible handle"},
          }) {
         Bytes frame = Sample().call();

@@ -133,7 +133,7 @@ TEST_F(RawPeerTest, FrameMayComeByteByByte) {
 TEST_F(RawPeerTest, CallThatCannotBeMadeIsAnsweredWithItsStatus) {
     const UniqueFd fd = connectPolitely();
     expectAnswer(fd, call(0, kNote, 5), reply(5, STATUS_BAD_TYPE));  // without a token
-    expectAnswer(fd, call(0, 0x5f444d50, 6), reply(6, STATUS_UNKNOWN_TRANSACTION));  // no method
+    expectAnswer(fd, call(0, 0x5f434d44, 6), reply(6, STATUS_UNKNOWN_TRANSACTION));  // no method
     expectServed(fd, 7);
 }
 

@@ -176,11 +176,20 @@ class Peer {
     int32_t mPid = -1;
 };
 
+// Says who writes it, and the arguments.
+binder_status_t dump(AIBinder*, int fd, const char** args, uint32_t numArgs) {
+    std::string text = "dump of " + std::to_string(getpid()) + ":";
+    for (uint32_t i = 0; i < numArgs; ++i) text += " [" + std::string(args[i]) + "]";
+    text += "\n";
+    return write(fd, text.data(), text.size()) < 0 ? STATUS_UNKNOWN_ERROR : STATUS_OK;
+}
+
 }  // namespace
 
 // Argument: the name to serve.
 int main(int argc, char** argv) {
     if (argc < 2) return 2;
+    AIBinder_Class_setOnDump(peerClass(), dump);
     auto* const peer = new Peer;
     peer->self = makePeerObject([peer](transaction_code_t code, const AParcel* in, AParcel* out) {
         return peer->handle(code, in, out);

@@ -4,6 +4,8 @@
 #include <android/binder_parcel.h>
 #include <android/binder_stability.h>
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -75,6 +77,17 @@ binder_status_t transact(AIBinder& binder, transaction_code_t code, const AParce
     return STATUS_OK;
 }
 
+binder_status_t writeDump(AParcel* in, int fd, const char** args, uint32_t numArgs) {
+    binder_status_t status = in->writeDescriptor(fd);
+    if (status == STATUS_OK) status = in->writeValue(numArgs);
+    for (uint32_t i = 0; i < numArgs && status == STATUS_OK; ++i) {
+        const size_t length = strlen(args[i]);
+        if (length > INT32_MAX) return STATUS_BAD_VALUE;
+        status = AParcel_writeString(in, args[i], static_cast<int32_t>(length));
+    }
+    return status;
+}
+
 }  // namespace
 
 AIBinder_Class* AIBinder_Class_define(const char* interfaceDescriptor,
@@ -95,6 +108,10 @@ AIBinder_Class* AIBinder_Class_define(const char* interfaceDescriptor,
             return clazz.release();
         },
         nullptr);
+}
+
+void AIBinder_Class_setOnDump(AIBinder_Class* clazz, AIBinder_onDump onDump) {
+    clazz->onDump = onDump;
 }
 
 void AIBinder_Class_setTransactionCodeToFunctionNameMap(AIBinder_Class* clazz, const char** map,
@@ -148,6 +165,23 @@ binder_status_t AIBinder_ping(AIBinder* binder) {
             const AParcel nothing;
             std::unique_ptr<AParcel> reply;
             return transact(*binder, kPingTransaction, nothing, 0, &reply);
+        },
+        STATUS_NO_MEMORY);
+}
+
+binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint32_t numArgs) {
+    if (binder == nullptr || (args == nullptr && numArgs != 0)) return STATUS_UNEXPECTED_NULL;
+    if (std::find(args, args + numArgs, nullptr) != args + numArgs) return STATUS_UNEXPECTED_NULL;
+    if (fd < 0 || numArgs > INT32_MAX) return STATUS_BAD_VALUE;
+    LocalBinder* const local = binder->asLocal();
+    if (local != nullptr) return local->dump(fd, args, numArgs);
+    return withoutThrowing(
+        [&] {
+            AParcel in;
+            const binder_status_t status = writeDump(&in, fd, args, numArgs);
+            std::unique_ptr<AParcel> reply;
+            return status != STATUS_OK ? status
+                                       : transact(*binder, kDumpTransaction, in, 0, &reply);
         },
         STATUS_NO_MEMORY);
 }

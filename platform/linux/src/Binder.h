@@ -17,6 +17,7 @@ struct AIBinder_Class {
     AIBinder_Class_onCreate onCreate = nullptr;
     AIBinder_Class_onDestroy onDestroy = nullptr;
     AIBinder_Class_onTransact onTransact = nullptr;
+    AIBinder_onDump onDump = nullptr;
     const char* const* functionNames = nullptr;
     size_t functionCount = 0;
 };
@@ -80,3 +81,5 @@ inline BinderRef refTo(AIBinder* binder) {
 // The codes every object answers, besides those of its interface.
 constexpr transaction_code_t kPingTransaction = 0x5f504e47;       // "_PNG"
 constexpr transaction_code_t kInterfaceTransaction = 0x5f4e5446;  // "_NTF"
+// A descriptor to write to, and arguments: their number, and each as a text.
+constexpr transaction_code_t kDumpTransaction = 0x5f444d50;  // "_DMP"

@@ -51,25 +51,30 @@ class Writer {
 
 // Reads offsets and data, and checks that the objects lie inside the data, one behind the other.
 Payload parsePayload(Reader reader, uint32_t objectCount, uint32_t size) {
+    constexpr char kOutside[] = "an object outside the data";
     Payload payload;
     payload.offsets.reserve(objectCount);
+    payload.data = reader.at() + size_t{objectCount} * sizeof(uint32_t);
+    payload.size = size;
     uint64_t free = 0;
     for (uint32_t i = 0; i < objectCount; ++i) {
         const auto offset = reader.next<uint32_t>();
         require(offset % 4 == 0, "a misaligned object");
         require(offset >= free, "overlapping objects");
-        free = uint64_t{offset} + sizeof(ObjectEntry);
-        require(free <= size, "an object outside the data");
+        require(offset + uint64_t{kDescriptorEntrySize} <= size, kOutside);
+        free = offset + uint64_t{entrySize(Reader(payload.data + offset).next<uint32_t>())};
+        require(free <= size, kOutside);
         payload.offsets.push_back(offset);
     }
-    payload.data = reader.at();
-    payload.size = size;
     for (size_t i = 0; i < payload.offsets.size(); ++i) {
         const ObjectEntry entry = payload.object(i);
-        require(entry.type == kOwnedBySender || entry.type == kOwnedByReceiver,
+        require(entry.type == kOwnedBySender || entry.type == kOwnedByReceiver ||
+                    entry.type == kDescriptor,
                 "an object of unknown type");
         require(entry.handle <= UINT32_MAX, "an object with an impossible handle");
+        if (entry.type == kDescriptor) ++payload.descriptors;
     }
+    require(payload.descriptors <= kMaxDescriptors, "too many descriptors");
     return payload;
 }
 
@@ -87,15 +92,17 @@ void putPayload(Writer writer, const OutgoingPayload& payload) {
     uint8_t* const data = writer.at();
     writer.put(payload.data, payload.size);
     for (size_t i = 0; i < payload.offsets.size(); ++i) {
-        memcpy(data + payload.offsets[i], &payload.objects[i], sizeof(ObjectEntry));
+        const ObjectEntry& entry = payload.objects[i];
+        memcpy(data + payload.offsets[i], &entry, entrySize(entry.type));
     }
 }
 
 }  // namespace
 
 ObjectEntry Payload::object(size_t index) const {
-    ObjectEntry entry;
-    memcpy(&entry, data + offsets[index], sizeof entry);
+    const uint8_t* const at = data + offsets[index];
+    ObjectEntry entry{};
+    memcpy(&entry, at, entrySize(Reader(at).next<uint32_t>()));
     return entry;
 }
 

@@ -23,12 +23,15 @@
 //            offsets; the data. Neither objects nor data unless the status is 0.
 //   Release  uint64 count, uint32 handle: the sender has let go of an object that it received count
 //            times
-//   Done     uint32 bytes: that much of what one-way calls took, counted in whole frames, is free
-//            again
+//   Done     uint32 bytes: that much of what one-way calls took, counted in whole frames with
+//            kDescriptorCost for each descriptor, is free again
 //
 // An object lies in the data as the platform's flat object (ObjectEntry): its type says whose
 // number the handle is, the sender's for an object that the sender owns, the receiver's for one of
 // the receiver's own coming back. Number 0 is the object a service was registered with.
+//
+// Or it is a descriptor. Those of a frame, in the order of their entries, are sent as ancillary
+// data with the frame's first byte, all at once and none of another frame's.
 
 enum class FrameKind : uint32_t { kHello = 1, kCall = 2, kReply = 3, kRelease = 4, kDone = 5 };
 
@@ -39,6 +42,10 @@ constexpr uint32_t kHelloVersion = 1;
 constexpr size_t kMaxTransaction = size_t{1} << 20;
 // How many calls a chain names; what lies further out is left away by the sender.
 constexpr size_t kMaxChain = 64;
+// How many descriptors a frame may have, and what each counts among the bytes under way: as much as
+// a connection does on an account, of which a process may not have many either.
+constexpr size_t kMaxDescriptors = 16;
+constexpr size_t kDescriptorCost = size_t{256} * 1024;
 constexpr size_t kFrameHeader = 8;
 constexpr size_t kCallHead = 32;
 constexpr size_t kReplyHead = 24;
@@ -47,6 +54,7 @@ constexpr size_t kMaxBody = kCallHead + kMaxChain * sizeof(uint64_t) + kMaxTrans
 // The types of an object.
 constexpr uint32_t kOwnedBySender = BINDER_TYPE_BINDER;
 constexpr uint32_t kOwnedByReceiver = BINDER_TYPE_HANDLE;
+constexpr uint32_t kDescriptor = BINDER_TYPE_FD;
 
 // A received frame with its numbers checked against each other. Pointers go into the buffer it was
 // parsed from.
@@ -54,6 +62,7 @@ struct Payload {
     std::vector<uint32_t> offsets;
     const uint8_t* data = nullptr;
     uint32_t size = 0;
+    size_t descriptors = 0;  // how many of the objects are
 
     ObjectEntry object(size_t index) const;
 };

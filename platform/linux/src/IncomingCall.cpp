@@ -17,7 +17,7 @@ std::shared_ptr<WorkLane> laneFor(const CallFrame& frame, const LocalLink& link)
 }  // namespace
 
 IncomingCall::IncomingCall(std::shared_ptr<LocalLink> link, CallFrame&& frame, size_t size,
-                           BinderRef target, std::unique_ptr<AParcel> in)
+                           BinderRef target, std::unique_ptr<AParcel> in, bool complete)
     : Work(laneFor(frame, *link)),
       mLink(std::move(link)),
       mId(frame.id),
@@ -25,12 +25,13 @@ IncomingCall::IncomingCall(std::shared_ptr<LocalLink> link, CallFrame&& frame, s
       mChain(std::move(frame.chain)),
       mSize(size),
       mTarget(std::move(target)),
-      mIn(std::move(in)) {}
+      mIn(std::move(in)),
+      mComplete(complete) {}
 
 void IncomingCall::run() {
     AParcel out;
-    binder_status_t status = STATUS_OK;
-    {
+    binder_status_t status = STATUS_FAILED_TRANSACTION;
+    if (mComplete) {
         // Nobody answers for a one-way call: its caller may be gone, and another have its pid.
         const CallContext context{mLink->peerUid(), oneway() ? 0 : mLink->peerPid(), &mChain};
         const CallScope scope(context);

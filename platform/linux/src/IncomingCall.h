@@ -15,9 +15,10 @@
 // A call of a link's peer, on its way to one of our objects.
 class IncomingCall final : public Work {
   public:
-    // size: of its whole frame; target: a local object.
+    // size: what it counts under way; target: a local object; complete: false if the call fails
+    // since its descriptors are lost.
     IncomingCall(std::shared_ptr<LocalLink> link, CallFrame&& frame, size_t size, BinderRef target,
-                 std::unique_ptr<AParcel> in);
+                 std::unique_ptr<AParcel> in, bool complete);
 
     bool oneway() const { return mId == 0; }
     const std::vector<uint64_t>& chain() const { return mChain; }
@@ -33,4 +34,5 @@ class IncomingCall final : public Work {
     const size_t mSize;
     const BinderRef mTarget;
     std::unique_ptr<AParcel> mIn;
+    const bool mComplete;
 };

@@ -16,6 +16,8 @@ class LateCommand;
 //     pool, or to a thread that waits in the chain of calls, under a CallScope;
 //   - carries references: makes one RemoteBinder per object and peer for what it receives, and
 //     keeps a strong reference to each local object that a peer holds;
+//   - carries descriptors: hands the peer a duplicate of each that a parcel has, and makes parcels
+//     of those that it receives;
 //   - registers for deaths as the kernel's driver does, once for an object: posts a death
 //     notification (DeathRecipient.h) for the proxy of each registered object whose process dies.
 // A proxy holds its link. Every function may be called on any thread, with no lock of the link's

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <utility>
+#include <vector>
 
 #include "platform/linux/src/IoThread.h"
 #include "platform/linux/src/OutBuffer.h"
@@ -25,8 +26,8 @@ class LinkSocket {
 
     // Appends one frame, as OutBuffer::append() does.
     template <typename Append>
-    void append(Append&& append) {
-        mOut.append(append);
+    void append(Append&& append, std::vector<SharedFd> descriptors = {}) {
+        mOut.append(append, std::move(descriptors));
     }
     // Writes what can be written at once, and has the I/O thread call when more can be. Gives up if
     // the connection has failed.

@@ -3,8 +3,11 @@
 
 #include <android/binder_parcel.h>
 
+#include <algorithm>
 #include <atomic>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/linux/src/CallOut.h"
 #include "platform/linux/src/Parcel.h"
@@ -28,8 +31,31 @@ binder_status_t LocalBinder::transact(transaction_code_t code, const AParcel& in
     switch (code) {
         case kPingTransaction: return STATUS_OK;
         case kInterfaceTransaction: return out->writeString(mClazz.descriptor);
+        case kDumpTransaction: return withoutThrowing([&] { return dump(in); }, STATUS_NO_MEMORY);
         default: return STATUS_UNKNOWN_TRANSACTION;
     }
+}
+
+binder_status_t LocalBinder::dump(const AParcel& in) {
+    int fd = -1;
+    int32_t count = 0;
+    binder_status_t status = in.readDescriptor(&fd);
+    if (status == STATUS_OK) status = in.readLength(sizeof(int32_t), &count);
+    if (status != STATUS_OK) return status;
+    std::vector<std::string> texts(static_cast<size_t>(std::max(count, 0)));
+    std::vector<const char*> args;
+    for (std::string& text : texts) {
+        status = in.readString(&text);
+        if (status != STATUS_OK) return status;
+        args.push_back(text.c_str());
+    }
+    return knownStatus(dump(fd, args.data(), static_cast<uint32_t>(args.size())));
+}
+
+binder_status_t LocalBinder::dump(int fd, const char** args, uint32_t numArgs) {
+    if (mClazz.onDump == nullptr) return STATUS_OK;
+    return callOut(
+        "onDump", [&] { return mClazz.onDump(this, fd, args, numArgs); }, STATUS_UNKNOWN_ERROR);
 }
 
 void LocalBinder::postOneway(std::unique_ptr<Work> call) {

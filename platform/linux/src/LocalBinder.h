@@ -27,6 +27,9 @@ class LocalBinder final : public AIBinder {
     // methods that means nothing to objects.
     binder_status_t transact(transaction_code_t code, const AParcel& in, AParcel* out);
 
+    // As the class's onDump, which need not be there.
+    binder_status_t dump(int fd, const char** args, uint32_t numArgs);
+
     // Queues a one-way call for the thread pool, which gets the calls of one object in order and
     // one at a time. The work must call postNextOneway() at its end.
     void postOneway(std::unique_ptr<Work> call);
@@ -36,6 +39,7 @@ class LocalBinder final : public AIBinder {
     ~LocalBinder() override = default;
     void onLastStrong() override;
     bool isOfInterface(const std::string& descriptor) override;
+    binder_status_t dump(const AParcel& in);
 
     const uint64_t mNumber;
     const AIBinder_Class& mClazz;

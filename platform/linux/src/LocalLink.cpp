@@ -188,14 +188,18 @@ binder_status_t LocalLink::sendCall(const PendingCall* call, uint32_t handle,
     const bool oneway = call == nullptr;
     std::vector<uint64_t> chain;
     if (!oneway) chain = chainTo(call->id());
-    *size = callFrameSize(chain.size(), in.bytes().size(), in.objects().size());
+    *size = callFrameSize(chain.size(), in.bytes().size(), in.objects().size()) +
+            outgoing.descriptors().size() * kDescriptorCost;
     if (!mFlow.maySend(oneway, *size)) {
         LUM_LOGE("binder: process %d has too many calls to finish, another is refused", mPeer.pid);
         return STATUS_FAILED_TRANSACTION;
     }
-    mSocket.append([&](std::vector<uint8_t>* frame) {
-        appendCall(frame, oneway ? 0 : call->id(), handle, code, flags, chain, outgoing.payload());
-    });
+    mSocket.append(
+        [&](std::vector<uint8_t>* frame) {
+            appendCall(frame, oneway ? 0 : call->id(), handle, code, flags, chain,
+                       outgoing.payload());
+        },
+        outgoing.descriptors());
     outgoing.sent();
     mFlow.sent(oneway, *size);
     flush();
@@ -257,14 +261,18 @@ void LocalLink::sendReply(uint64_t id, binder_status_t status, const AParcel& ou
     const AParcel nothing;
     OutgoingParcel outgoing(status == STATUS_OK ? out : nothing, *this, mObjects);
     const binder_status_t prepared = outgoing.prepare();
-    mSocket.append([&](std::vector<uint8_t>* frame) {
-        if (prepared == STATUS_OK) {
-            appendReply(frame, id, status, outgoing.payload());
-        } else {
+    if (prepared == STATUS_OK) {
+        mSocket.append(
+            [&](std::vector<uint8_t>* frame) {
+                appendReply(frame, id, status, outgoing.payload());
+            },
+            outgoing.descriptors());
+        outgoing.sent();
+    } else {
+        mSocket.append([&](std::vector<uint8_t>* frame) {
             appendReply(frame, id, prepared, {nullptr, 0, {}, {}});
-        }
-    });
-    if (prepared == STATUS_OK) outgoing.sent();
+        });
+    }
     flush();
 }
 
@@ -279,28 +287,26 @@ void LocalLink::onReady(uint32_t events) {
 }
 
 // Returns false when the connection is over.
-bool LocalLink::receive() {
+bool LocalLink::receive() try {
     std::array<uint8_t, kReadSize> chunk;
-    const ssize_t received = recv(mInput, chunk.data(), chunk.size(), MSG_DONTWAIT);
+    const ssize_t received = mDescriptors.receive(mInput, chunk.data(), chunk.size());
     if (received < 0) return errno == EAGAIN || errno == EINTR;
     if (received == 0) {
         if (!mReader.empty())
             LUM_LOGE("binder: process %d left in the middle of a frame", mPeer.pid);
         return false;
     }
-    try {
-        mReader.feed(chunk.data(), static_cast<size_t>(received),
-                     [this](FrameKind kind, const uint8_t* body, size_t size) {
-                         onFrame(kind, body, size);
-                     });
-    } catch (const MalformedFrame& fault) {
-        LUM_LOGE("binder: process %d sent malformed data (%s), connection ended", mPeer.pid,
-                 fault.what());
-        return false;
-    }
+    mReader.feed(
+        chunk.data(), static_cast<size_t>(received),
+        [this](FrameKind kind, const uint8_t* body, size_t size) { onFrame(kind, body, size); });
+    mDescriptors.check(!mReader.empty());
     const MutexLock lock(mLock);
-    mPartBytesIn = mReader.capacity();
+    mPartBytesIn = mReader.capacity() + mDescriptors.size() * kDescriptorCost;
     return mSocket.broken() || settle();
+} catch (const MalformedFrame& fault) {
+    LUM_LOGE("binder: process %d sent malformed data (%s), connection ended", mPeer.pid,
+             fault.what());
+    return false;
 }
 
 void LocalLink::onFrame(FrameKind kind, const uint8_t* body, size_t size) {
@@ -324,15 +330,17 @@ void LocalLink::onFrame(FrameKind kind, const uint8_t* body, size_t size) {
 }
 
 void LocalLink::onCall(CallFrame&& frame, size_t size) {
+    size += frame.payload.descriptors * kDescriptorCost;
     BinderRef target;
     {
         const MutexLock lock(mLock);
         target = refTo(&mObjects.exported(frame.handle, "a call of an object it does not hold"));
         mFlow.receive(frame.oneway(), size);
     }
-    std::unique_ptr<AParcel> in = importParcel(frame.payload);
+    bool complete = false;
+    std::unique_ptr<AParcel> in = importParcel(frame.payload, &complete);
     auto call = std::make_unique<IncomingCall>(shared_from_this(), std::move(frame), size,
-                                               std::move(target), std::move(in));
+                                               std::move(target), std::move(in), complete);
     if (call->oneway()) {
         LocalBinder& object = call->target();
         object.postOneway(std::move(call));
@@ -345,7 +353,14 @@ void LocalLink::onCall(CallFrame&& frame, size_t size) {
     }
 }
 
-std::unique_ptr<AParcel> LocalLink::importParcel(const Payload& payload) {
+std::unique_ptr<AParcel> LocalLink::importParcel(const Payload& payload, bool* complete) {
+    std::vector<SharedFd> descriptors;
+    *complete = mDescriptors.take(payload.descriptors, &descriptors);
+    if (!*complete) {
+        LUM_LOGE("binder: no descriptors left for what process %d sent, the call fails", mPeer.pid);
+        descriptors.resize(payload.descriptors);
+    }
+    auto descriptor = descriptors.begin();
     std::vector<uint8_t> bytes(payload.data, payload.data + payload.size);
     std::vector<AParcel::Object> objects;
     objects.reserve(payload.offsets.size());
@@ -355,7 +370,12 @@ std::unique_ptr<AParcel> LocalLink::importParcel(const Payload& payload) {
     for (size_t i = 0; i < payload.offsets.size(); ++i) mObjects.check(payload.object(i));
     for (size_t i = 0; i < payload.offsets.size(); ++i) {
         const uint32_t offset = payload.offsets[i];
-        objects.push_back({offset, mObjects.receive(payload.object(i), shared_from_this())});
+        const ObjectEntry entry = payload.object(i);
+        if (entry.type == kDescriptor) {
+            objects.push_back({offset, nullptr, std::move(*descriptor++)});
+        } else {
+            objects.push_back({offset, mObjects.receive(entry, shared_from_this())});
+        }
         // What the entry says besides its stability is of use on the wire only.
         memset(bytes.data() + offset, 0, offsetof(ObjectEntry, stability));
     }
@@ -363,8 +383,9 @@ std::unique_ptr<AParcel> LocalLink::importParcel(const Payload& payload) {
 }
 
 void LocalLink::onReply(const ReplyFrame& frame) {
-    std::unique_ptr<AParcel> reply = importParcel(frame.payload);
-    const binder_status_t status = knownStatus(frame.status);
+    bool complete = false;
+    std::unique_ptr<AParcel> reply = importParcel(frame.payload, &complete);
+    const binder_status_t status = complete ? knownStatus(frame.status) : STATUS_FAILED_TRANSACTION;
     if (PendingCalls::instance().finish(this, frame.id, status, &reply)) return;
     discard(std::move(reply));
     throw MalformedFrame("a reply to no call");
@@ -381,6 +402,7 @@ void LocalLink::onRelease(const ReleaseFrame& frame) {
 
 void LocalLink::end() noexcept {
     mEnded = true;
+    mDescriptors.clear();
     std::map<uint32_t, ObjectTable::Export> exports;
     {
         const MutexLock lock(mLock);

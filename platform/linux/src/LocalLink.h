@@ -15,6 +15,7 @@
 #include "platform/linux/src/LinkSocket.h"
 #include "platform/linux/src/ObjectTable.h"
 #include "platform/linux/src/PeerAccount.h"
+#include "platform/linux/src/ReceivedDescriptors.h"
 #include "utils/Mutex.h"
 
 class PendingCall;
@@ -52,7 +53,8 @@ class LocalLink final : public Link,
 
     void onReady(uint32_t events) override;
 
-    // An incoming call is carried out; `size`: of its whole frame. Acknowledges a one-way call.
+    // An incoming call is carried out; `size`: what it counted under way. Acknowledges a one-way
+    // call.
     void acknowledge(size_t size) noexcept;
     // Answers a blocking one. out: the reply, if status is STATUS_OK.
     void reply(uint64_t id, size_t size, binder_status_t status, const AParcel& out) noexcept;
@@ -83,7 +85,8 @@ class LocalLink final : public Link,
     void onCall(CallFrame&& frame, size_t size);
     void onReply(const ReplyFrame& frame);
     void onRelease(const ReleaseFrame& frame);
-    std::unique_ptr<AParcel> importParcel(const Payload& payload);
+    // complete: set to false if the descriptors are lost for want of free ones.
+    std::unique_ptr<AParcel> importParcel(const Payload& payload, bool* complete);
     void end() noexcept;
 
     const ucred mPeer;
@@ -99,6 +102,7 @@ class LocalLink final : public Link,
     // Used by the I/O thread alone.
     const int mInput;  // the socket
     FrameReader mReader;
+    ReceivedDescriptors mDescriptors;
     bool mGreeted = false;
     bool mEnded = false;
 };

@@ -18,3 +18,11 @@ struct ObjectEntry {
 static_assert(offsetof(ObjectEntry, stability) == sizeof(flat_binder_object) &&
                   sizeof(ObjectEntry) == 28,
               "as it lies in parcels");
+
+// A descriptor belongs to no partition: its entry is the flat object alone.
+constexpr size_t kDescriptorEntrySize = sizeof(flat_binder_object);
+
+// type: of the entry.
+constexpr size_t entrySize(uint32_t type) {
+    return type == BINDER_TYPE_FD ? kDescriptorEntrySize : sizeof(ObjectEntry);
+}

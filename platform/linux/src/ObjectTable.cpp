@@ -59,7 +59,7 @@ void ObjectTable::check(const ObjectEntry& entry) const {
     const auto handle = static_cast<uint32_t>(entry.handle);
     if (entry.type == kOwnedByReceiver) {
         exported(handle, "an object it does not hold");
-    } else {
+    } else if (entry.type == kOwnedBySender) {
         require(handle != 0 || !mAccepted, "an object with a service's handle");
     }
 }

@@ -24,14 +24,22 @@ binder_status_t OutgoingParcel::prepare() {
         const binder_status_t status = prepareObject(object);
         if (status != STATUS_OK) return status;
     }
+    if (mDescriptors.size() > kMaxDescriptors) {
+        LUM_LOGE("binder: a transaction with %zu descriptors has too many", mDescriptors.size());
+        return STATUS_FAILED_TRANSACTION;
+    }
     return STATUS_OK;
 }
 
 binder_status_t OutgoingParcel::prepareObject(const AParcel::Object& object) {
     ObjectEntry entry{};
-    memcpy(&entry, mParcel.bytes().data() + object.offset, sizeof entry);
+    memcpy(&entry, mParcel.bytes().data() + object.offset, object.end() - object.offset);
     entry.cookie = 0;
-    if (const RemoteBinder* const remote = object.binder->asRemote(); remote == nullptr) {
+    if (object.descriptor != nullptr) {
+        mDescriptors.push_back(object.descriptor);
+        entry.type = kDescriptor;
+        entry.handle = 0;
+    } else if (const RemoteBinder* const remote = object.binder->asRemote(); remote == nullptr) {
         const uint32_t id = mObjects.send(object.binder.get());
         entry.type = kOwnedBySender;
         entry.handle = id;

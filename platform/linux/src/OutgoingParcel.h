@@ -26,6 +26,8 @@ class OutgoingParcel {
         return {mParcel.bytes().data(), mParcel.bytes().size(), mOffsets, mEntries};
     }
 
+    const std::vector<SharedFd>& descriptors() const { return mDescriptors; }
+
     // It is sent: nothing is taken back.
     void sent() { mSent.clear(); }
 
@@ -37,5 +39,6 @@ class OutgoingParcel {
     ObjectTable& mObjects;
     std::vector<uint32_t> mOffsets;
     std::vector<ObjectEntry> mEntries;
+    std::vector<SharedFd> mDescriptors;
     std::vector<uint32_t> mSent;
 };

@@ -19,6 +19,11 @@ std::vector<AParcel::Object>::const_iterator AParcel::firstObjectFrom(size_t off
         [](const Object& object, size_t wanted) { return object.offset < wanted; });
 }
 
+const AParcel::Object* AParcel::objectAt(size_t offset) const {
+    const auto object = firstObjectFrom(offset);
+    return object == mObjects.end() || object->offset != offset ? nullptr : &*object;
+}
+
 void AParcel_delete(AParcel* parcel) {
     delete parcel;
 }

@@ -12,18 +12,25 @@
 
 #include "platform/linux/src/Binder.h"
 #include "platform/linux/src/ObjectEntry.h"
+#include "platform/linux/src/UniqueFd.h"
 
 // The bytes and objects of a call. Belongs to one thread at a time.
 //
-// An object lies in the bytes as an ObjectEntry. Which places are objects, and which objects they
-// are, is known from the list beside the bytes alone; whatever the entry itself says about that is
-// empty here and is filled in by a link that needs it on the way out. A null reference has an
-// entry, but no place in the list.
+// An object, which is a reference to a binder object or a descriptor, lies in the bytes as an
+// ObjectEntry. Which places are objects, and which objects they are, is known from the list beside
+// the bytes alone; whatever the entry itself says about that is empty here and is filled in by a
+// link that needs it on the way out. A null reference has an entry, but no place in the list.
 struct AParcel {
   public:
     struct Object {
         size_t offset;  // of the entry, in bytes
         BinderRef binder;
+        SharedFd descriptor{};  // null unless binder is
+
+        // Behind the entry.
+        size_t end() const {
+            return offset + (binder == nullptr ? kDescriptorEntrySize : sizeof(ObjectEntry));
+        }
     };
 
     // An empty parcel.
@@ -73,6 +80,9 @@ struct AParcel {
         return write(&value, sizeof value);
     }
     binder_status_t writeBinder(AIBinder* binder) noexcept;
+    // Writes a duplicate of the descriptor, which is closed with the parcel. Returns
+    // STATUS_BAD_VALUE if it is not open, STATUS_NO_MEMORY also for want of a descriptor.
+    binder_status_t writeDescriptor(int fd) noexcept;
 
     // Whether the rest holds that many bytes, and what aligns the next value.
     bool holds(uint64_t size) const;
@@ -85,6 +95,8 @@ struct AParcel {
         return read(value, sizeof *value);
     }
     binder_status_t readBinder(AIBinder** binder) const;
+    // fd: stays the parcel's. Returns STATUS_BAD_TYPE when no descriptor was put there.
+    binder_status_t readDescriptor(int* fd) const;
 
     // Reads the length of an array whose elements take elementSize bytes each. length: set to -1
     // for a null array, otherwise to a number of elements that the rest of the parcel holds.
@@ -95,6 +107,9 @@ struct AParcel {
 
   private:
     std::vector<Object>::const_iterator firstObjectFrom(size_t offset) const;
+    // The object whose entry begins there, null if there is none.
+    const Object* objectAt(size_t offset) const;
+    bool reserveObjects(size_t more) noexcept;
 
     const AIBinder* mTarget = nullptr;
     std::vector<uint8_t> mBytes;

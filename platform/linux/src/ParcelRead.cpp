@@ -93,17 +93,25 @@ binder_status_t AParcel::readBinder(AIBinder** binder) const {
     ObjectEntry entry{};
     const binder_status_t status = readValue(&entry);
     if (status != STATUS_OK) return status;
-    const auto object = firstObjectFrom(offset);
-    const bool known = object != mObjects.end() && object->offset == offset;
-    if (known && entry.stability == binderStability(object->binder.get())) {
+    const Object* const object = objectAt(offset);
+    if (object != nullptr && object->binder != nullptr &&
+        entry.stability == binderStability(object->binder.get())) {
         *binder = refTo(object->binder.get()).release();
         return STATUS_OK;
     }
-    if (known || entry.type != BINDER_TYPE_BINDER || entry.handle != 0 || entry.cookie != 0 ||
-        entry.stability != kNoStability) {
+    if (object != nullptr || entry.type != BINDER_TYPE_BINDER || entry.handle != 0 ||
+        entry.cookie != 0 || entry.stability != kNoStability) {
         return STATUS_BAD_TYPE;
     }
     *binder = nullptr;
+    return STATUS_OK;
+}
+
+binder_status_t AParcel::readDescriptor(int* fd) const {
+    const Object* const object = objectAt(mPosition);
+    if (take(kDescriptorEntrySize) == nullptr) return STATUS_NOT_ENOUGH_DATA;
+    if (object == nullptr || object->descriptor == nullptr) return STATUS_BAD_TYPE;
+    *fd = object->descriptor->get();
     return STATUS_OK;
 }
 

@@ -1,7 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <memory>
 #include <new>
+#include <utility>
 
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/ParcelFormat.h"
@@ -53,10 +59,10 @@ binder_status_t AParcel::extend(uint64_t size, uint8_t** bytes) noexcept {
             return STATUS_NO_MEMORY;
         }
     }
-    // An object that begins before may still reach into what is written.
-    const size_t reach = sizeof(ObjectEntry) - 1;
-    mObjects.erase(firstObjectFrom(mPosition - std::min(mPosition, reach)),
-                   firstObjectFrom(newPosition));
+    auto first = firstObjectFrom(mPosition);
+    // The one before may still reach into what is written.
+    if (first != mObjects.begin() && std::prev(first)->end() > mPosition) --first;
+    mObjects.erase(first, firstObjectFrom(newPosition));
     *bytes = mBytes.data() + mPosition;
     memset(*bytes + size, 0, newPosition - mPosition - static_cast<size_t>(size));
     mPosition = newPosition;
@@ -71,17 +77,40 @@ binder_status_t AParcel::write(const void* bytes, uint64_t size) noexcept {
 }
 
 binder_status_t AParcel::writeBinder(AIBinder* binder) noexcept {
-    try {
-        if (mObjects.size() == mObjects.capacity()) mObjects.reserve(2 * mObjects.size() + 1);
-    } catch (const std::bad_alloc&) {
-        return STATUS_NO_MEMORY;
-    }
+    if (!reserveObjects(1)) return STATUS_NO_MEMORY;
     const size_t offset = mPosition;
     const binder_status_t status = writeValue(makeEntry(binder));
     if (status == STATUS_OK && binder != nullptr) {
         mObjects.insert(firstObjectFrom(offset), Object{offset, refTo(binder)});
     }
     return status;
+}
+
+binder_status_t AParcel::writeDescriptor(int fd) noexcept try {
+    if (!reserveObjects(1)) return STATUS_NO_MEMORY;
+    const auto duplicate = std::make_shared<UniqueFd>();
+    duplicate->reset(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    if (!duplicate->valid()) return errno == EBADF ? STATUS_BAD_VALUE : STATUS_NO_MEMORY;
+    const size_t offset = mPosition;
+    const ObjectEntry entry{BINDER_TYPE_FD, 0x7f | FLAT_BINDER_FLAG_ACCEPTS_FDS, 0, 0};
+    const binder_status_t status = write(&entry, kDescriptorEntrySize);
+    if (status == STATUS_OK) {
+        mObjects.insert(firstObjectFrom(offset), Object{offset, nullptr, duplicate});
+    }
+    return status;
+} catch (const std::bad_alloc&) {
+    return STATUS_NO_MEMORY;
+}
+
+bool AParcel::reserveObjects(size_t more) noexcept {
+    const size_t needed = mObjects.size() + more;
+    if (needed <= mObjects.capacity()) return true;
+    try {
+        mObjects.reserve(std::max(needed, 2 * mObjects.size()));
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 binder_status_t AParcel_writeStrongBinder(AParcel* parcel, AIBinder* binder) {

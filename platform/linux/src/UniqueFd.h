@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <memory>
 #include <utility>
 
 // Owns a descriptor and closes it.
@@ -27,3 +28,6 @@ class UniqueFd {
   private:
     int mFd = -1;
 };
+
+// One that several hold: it is closed with the last.
+using SharedFd = std::shared_ptr<const UniqueFd>;

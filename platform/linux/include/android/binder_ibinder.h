@@ -67,6 +67,11 @@ typedef void (*AIBinder_Class_onDestroy)(void* userData);
 typedef binder_status_t (*AIBinder_Class_onTransact)(AIBinder* binder, transaction_code_t code,
                                                      const AParcel* in, AParcel* out);
 
+// Writes a description of a local object to fd, which belongs to the caller.
+// args: numArgs texts. Returns STATUS_OK or an error.
+typedef binder_status_t (*AIBinder_onDump)(AIBinder* binder, int fd, const char** args,
+                                           uint32_t numArgs);
+
 // Defines an interface.
 // interfaceDescriptor: its name, not null, copied; the functions: not null.
 // Returns the class, which is never ended; null when there is no memory.
@@ -74,6 +79,10 @@ AIBinder_Class* AIBinder_Class_define(const char* interfaceDescriptor,
                                       AIBinder_Class_onCreate onCreate,
                                       AIBinder_Class_onDestroy onDestroy,
                                       AIBinder_Class_onTransact onTransact);
+
+// Sets the function behind AIBinder_dump. To be called before the first object of the class is
+// made. clazz, onDump: not null.
+void AIBinder_Class_setOnDump(AIBinder_Class* clazz, AIBinder_onDump onDump);
 
 #if !defined(__ANDROID_API__) || __ANDROID_API__ >= 36
 // Names the methods, for tracing. To be called before the first object of the class is made, once.
@@ -107,6 +116,15 @@ bool AIBinder_isAlive(const AIBinder* binder);
 // Calls the object to see whether its process answers. binder: not null.
 // Returns STATUS_OK, STATUS_DEAD_OBJECT or another error.
 binder_status_t AIBinder_ping(AIBinder* binder);
+
+// Has an object write a description of itself, and waits for that. A remote one writes to a
+// duplicate of fd: give it a pipe and read on another thread, since it may write more than a pipe
+// holds.
+// binder: not null; fd: belongs to the caller; args: numArgs texts, each UTF-8 and not null; null
+// if there are none.
+// Returns STATUS_OK; STATUS_BAD_VALUE if fd is not open; STATUS_FAILED_TRANSACTION if the object's
+// process has no descriptor left for it; or as AIBinder_transact.
+binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint32_t numArgs);
 
 // Has the recipient's function called, once, with cookie when the object's process dies. The call
 // comes on a binder thread, so the thread pool must be started. Neither object nor recipient is

@@ -66,13 +66,12 @@ class ICInterface : public SharedRefBase {
     // Returns whether the implementation is in another process.
     virtual bool isRemote() = 0;
 
-    // Writes a description to fd, which belongs to the caller. args: numArgs texts. Nothing on
-    // Linux asks for it, nor for a shell command: they keep their places in the table. Returns
-    // STATUS_OK or an error.
+    // Writes a description to fd, which belongs to the caller. args: numArgs texts.
+    // Returns STATUS_OK or an error.
     virtual inline binder_status_t dump(int fd, const char** args, uint32_t numArgs);
 
-    // Carries out a shell command. in, out, err: belong to the caller; argv: argc texts.
-    // Returns STATUS_OK or an error.
+    // Carries out a shell command. Nothing on Linux asks for it: it keeps its place in the table.
+    // in, out, err: belong to the caller; argv: argc texts. Returns STATUS_OK or an error.
     virtual inline binder_status_t handleShellCommand(int in, int out, int err, const char** argv,
                                                       uint32_t argc);
 
@@ -112,6 +111,11 @@ class ICInterface : public SharedRefBase {
         }
 
         static void onDestroy(void* userData) { delete static_cast<Data*>(userData); }
+
+        static binder_status_t onDump(AIBinder* binder, int fd, const char** args,
+                                      uint32_t numArgs) {
+            return getInterface(binder)->dump(fd, args, numArgs);
+        }
     };
 };
 
@@ -147,6 +151,11 @@ class BpCInterface : public INTERFACE {
     // Returns whether the implementation is in another process.
     bool isRemote() override { return AIBinder_isRemote(mBinder.get()); }
 
+    // Has the implementation describe itself.
+    binder_status_t dump(int fd, const char** args, uint32_t numArgs) override {
+        return AIBinder_dump(mBinder.get(), fd, args, numArgs);
+    }
+
   private:
     SpAIBinder mBinder;
 };
@@ -166,7 +175,10 @@ std::shared_ptr<ICInterface> ICInterface::asInterface(AIBinder* binder) {
 
 AIBinder_Class* ICInterface::defineClass(const char* interfaceDescriptor,
                                          AIBinder_Class_onTransact onTransact) {
-    return AIBinder_Class_define(interfaceDescriptor, Data::onCreate, Data::onDestroy, onTransact);
+    AIBinder_Class* clazz =
+        AIBinder_Class_define(interfaceDescriptor, Data::onCreate, Data::onDestroy, onTransact);
+    if (clazz != nullptr) AIBinder_Class_setOnDump(clazz, Data::onDump);
+    return clazz;
 }
 
 #if !defined(__ANDROID_API__) || __ANDROID_API__ >= 36
