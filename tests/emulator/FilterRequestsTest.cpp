@@ -232,7 +232,7 @@ TEST_F(FilterRequestsTest, UnknownValuesChangeNothing) {
     EXPECT_EQ(ask("08 07 1A 06 42 04 08 07 10 03"), Lines{});     // OOD 3
     EXPECT_EQ(ask("08 12 1A 07 82 01 04 08 07 10 40"), Lines{});  // DSCP 64
     EXPECT_EQ(ask(kGetFilters), before);
-    EXPECT_EQ(feature().filters().all().front().targetDscp, 0U);
+    EXPECT_EQ(feature().filters().all().front().targetDscp, std::nullopt);
     EXPECT_EQ(mNotices,
               (Lines{"UPDATE_LATENCY_LEVEL: a level is unknown",
                      "UPDATE_LATENCY_LEVEL: a level is unknown", "UPDATE_OOD: ood is unknown",

@@ -24,18 +24,25 @@ TEST_F(LinkRequestsTest, SettingsAreKept) {
     EXPECT_EQ(ask("08 0E 1A 04 72 02 10 01"), Lines{});        // no particular slot
     EXPECT_EQ(ask("08 0B 1A 04 5A 02 08 02"), Lines{});        // UPDATE_DDS_OOD, disabled
     EXPECT_EQ(ask("08 0C 1A 05 62 03 08 AC 02"), Lines{});     // UPDATE_DDS_PDCP_TIMER 300
-    EXPECT_EQ(feature().describe(),
-              Lines{"filters=0 filter_status=off reports=0ms gaming=off prioritize_dds=on "
-                    "dds_ood=SDF_OOD_DISABLED dds_pdcp_timer=300 prioritized=SLOT_ID_UNSPECIFIED "
-                    "prioritized=SLOT_ID_SECOND levels=SLOT_ID_FIRST:L2,L4"});
+    EXPECT_EQ(feature().describe().dump(),
+              R"({"filter_status":false,"auto_filter_info":false,"report_value":null,)"
+              R"("report_interval_ms":null,"high_perf_gaming":false,"auto_filter_id":null,)"
+              R"("prioritize_dds":true,"dds_ood":"SDF_OOD_DISABLED","dds_pdcp_timer":300,)"
+              R"("prioritized_slots":["SLOT_ID_UNSPECIFIED","SLOT_ID_SECOND"],)"
+              R"("levels":[{"slot_id":"SLOT_ID_FIRST","first_level":"L2","second_level":"L4",)"
+              R"("level_flag":false}],"filters":[]})");
     ask("08 02 1A 02 22 00");
     ask("08 0E 1A 04 72 02 08 02");
     ask("08 0B 1A 02 5A 00");
     ask("08 0C 1A 02 62 00");
-    EXPECT_EQ(feature().describe(),
-              Lines{"filters=0 filter_status=off reports=0ms gaming=off prioritize_dds=off "
-                    "dds_ood=SDF_OOD_UNSPECIFIED dds_pdcp_timer=0 "
-                    "prioritized=SLOT_ID_UNSPECIFIED levels=SLOT_ID_FIRST:L2,L4"});
+    ask("08 01 1A 0A 1A 08 08 01 10 05 18 63 20 01");  // levels L6 and 99, with the flag
+    const auto state = feature().describe();
+    EXPECT_EQ(state["prioritize_dds"], false);
+    EXPECT_EQ(state["dds_ood"], "SDF_OOD_UNSPECIFIED");
+    EXPECT_EQ(state["dds_pdcp_timer"], 0);
+    EXPECT_EQ(state["prioritized_slots"].dump(), R"(["SLOT_ID_UNSPECIFIED"])");
+    EXPECT_EQ(state["levels"].dump(), R"([{"slot_id":"SLOT_ID_FIRST","first_level":"L6",)"
+                                      R"("second_level":"99","level_flag":true}])");
     EXPECT_EQ(mNotices, Lines{});
 }
 
@@ -45,8 +52,10 @@ TEST_F(LinkRequestsTest, WhatMakesNoSenseIsNoticedAndNotKept) {
     ask("08 01 1A 04 1A 02 08 04");        // levels for slot 4
     EXPECT_EQ(mNotices,
               (Lines{"PRIORITIZE_DATA: slot_id is unknown", "UPDATE_DDS_OOD: ood is unknown"}));
-    EXPECT_EQ(feature().describe(), Lines{"filters=0 filter_status=off reports=0ms gaming=off "
-                                          "prioritize_dds=off"});
+    const auto state = feature().describe();
+    EXPECT_EQ(state["prioritized_slots"].size() + state["levels"].size(), 0U);
+    EXPECT_EQ(state["dds_ood"], nullptr);
+    EXPECT_EQ(state["dds_pdcp_timer"], nullptr);
 }
 
 // priority_queue_report_cb { entries { entry_key: 32 first_value: 2^32 + 1000 second_value: 1200
@@ -108,10 +117,27 @@ TEST_F(LinkRequestsTest, ReportsComeAtTheirInterval) {
     EXPECT_EQ(pass(19), Lines{});
     EXPECT_EQ(pass(1), Lines{std::string("08 05 ") + kFirstReport});
     EXPECT_EQ(pass(100).size(), 5U);
-    EXPECT_EQ(feature().reports().interval(), std::chrono::milliseconds(20));
+    EXPECT_EQ(feature().reports().registration()->interval, std::chrono::milliseconds(20));
     EXPECT_EQ(ask("08 0F 1A 02 7A 00"), Lines{});
     EXPECT_EQ(pass(100), Lines{});
-    EXPECT_EQ(feature().reports().interval(), std::chrono::milliseconds(0));
+    EXPECT_FALSE(feature().reports().registration());
+}
+
+TEST_F(LinkRequestsTest, ReportsAreShownAsAskedForAndAsMade) {
+    const struct {
+        const char* request;
+        int value;
+        int interval;
+    } rows[] = {
+        {"08 0F 1A 06 7A 04 08 01 10 14", 20, 20},
+        {"08 0F 1A 04 7A 02 08 01", 0, 1000},
+        {"08 0F 1A 06 7A 04 08 01 10 01", 1, 10},
+    };
+    for (const auto& row : rows) {
+        ask(row.request);
+        EXPECT_EQ(feature().describe()["report_value"], row.value);
+        EXPECT_EQ(feature().describe()["report_interval_ms"], row.interval);
+    }
 }
 
 TEST_F(LinkRequestsTest, SecondRegistrationTakesThePlaceOfTheFirst) {
@@ -147,8 +173,9 @@ TEST_F(LinkRequestsTest, GamingMakesAnAutomaticFilter) {
     EXPECT_EQ(ask("08 11"), Lines{std::string("08 06 1A 54 3A 52 ") + kAutoFilterBegin + " 18 01"});
     // It is not one of the client's own.
     EXPECT_EQ(ask("08 05"), Lines{"08 04 1A 02 2A 00"});
-    EXPECT_EQ(feature().describe(),
-              Lines{"filters=0 filter_status=off reports=0ms gaming=on prioritize_dds=off"});
+    EXPECT_EQ(feature().describe()["high_perf_gaming"], true);
+    EXPECT_EQ(feature().describe()["auto_filter_id"], 0x80000001);
+    EXPECT_EQ(feature().describe()["auto_filter_info"], true);
     EXPECT_EQ(ask("08 0D 1A 02 6A 00"),
               Lines{std::string("08 06 1A 54 3A 52 ") + kAutoFilterBegin + " 18 03"});
     EXPECT_EQ(ask("08 0D 1A 02 6A 00"), Lines{});

@@ -28,13 +28,11 @@ TEST_F(WholeServiceTest, StateIsPrintedWhenAskedFor) {
         return mEmulator->process().waitForLine(line);
     };
     EXPECT_TRUE(printed("state: clients=1"));
-    EXPECT_TRUE(printed("client pid=" + std::to_string(getpid()) +
-                        " type=5 filters=1 filter_status=on reports=0ms gaming=off "
-                        "prioritize_dds=off levels=SLOT_ID_FIRST:L2,L4"));
-    EXPECT_TRUE(printed("  filter " + std::to_string(id) +
-                        " FILTER_ACTIVE 10.0.0.1#5000 > 10.0.0.2#80 PROTOCOL_UDP L2 L4 "
-                        "SDF_OOD_ENABLED APP_TYPE_TRAFFIC_PRIO_HIGHEST pdcp_timer=50 "
-                        "target_dscp=46"));
+    EXPECT_TRUE(
+        printed("    - slot_id=SLOT_ID_FIRST first_level=L2 second_level=L4 level_flag=off"));
+    EXPECT_TRUE(printed("    - filter_id=" + std::to_string(id) +
+                        " status=FILTER_ACTIVE src_ip=10.0.0.1 dest_ip=10.0.0.2 src_port=5000"));
+    EXPECT_TRUE(printed("      filter_arg19=0 filter_arg20=0 target_dscp=46"));
 }
 
 TEST_F(WholeServiceTest, FilterLimitAndMissingPermissionAreReported) {

@@ -3,7 +3,14 @@
 
 #include <android/binder_ibinder.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <string>
 #include <utility>
+
+#include "tools/emulator/LineWriter.h"
+#include "tools/emulator/StateText.h"
 
 struct BinderService::Work {
     Work(ServiceLogic::Config config, ClientTable& clients, std::shared_ptr<MessageLog> log)
@@ -30,6 +37,8 @@ struct BinderService::Work {
 
 namespace {
 
+constexpr char kJson[] = "--json";
+
 Caller caller() {
     return {AIBinder_getCallingPid(), AIBinder_getCallingUid()};
 }
@@ -55,6 +64,25 @@ ndk::ScopedAStatus BinderService::sendBlob(LumSdkType type, const std::vector<ui
     const Caller who = caller();
     return mWork->call(
         [&](ServiceLogic& logic) { return logic.take(who, static_cast<int32_t>(type), blob); });
+}
+
+binder_status_t BinderService::dump(int fd, const char** args, uint32_t numArgs) try {
+    const std::vector<std::string> words(args, args + numArgs);
+    const auto wrong = std::find_if(words.begin(), words.end(),
+                                    [](const std::string& word) { return word != kJson; });
+    std::string text;
+    if (wrong != words.end()) {
+        text = "unknown argument: " + *wrong + "\nusage: [" + kJson + "]";
+    } else {
+        nlohmann::ordered_json state;
+        if (!mWork->thread.run([&] { state = mWork->logic.describe(); })) return STATUS_DEAD_OBJECT;
+        text = words.empty() ? asText(state) : state.dump();
+    }
+    // On this thread, a pool thread, so that nobody else waits for the reader.
+    if (LineWriter(fd, false).write(text)) return STATUS_OK;
+    return errno == EAGAIN ? STATUS_TIMED_OUT : STATUS_UNKNOWN_ERROR;
+} catch (const std::bad_alloc&) {
+    return STATUS_NO_MEMORY;
 }
 
 void BinderService::inspect(std::function<void(const ServiceLogic&)> look) {

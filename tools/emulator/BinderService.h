@@ -33,6 +33,11 @@ class BinderService : public aidl::vendor::orn::data::lumservice::BnLumService {
     // EX_ILLEGAL_ARGUMENT. Requests of kinds it does not know are accepted and not answered.
     ndk::ScopedAStatus sendBlob(LumSdkType type, const std::vector<uint8_t>& blob) override;
 
+    // Writes what is kept to fd, as asText() makes it, or with the argument --json as one object on
+    // one line. Says so when there are other arguments, and writes nothing else.
+    // Returns STATUS_OK; STATUS_TIMED_OUT if the reader stops reading; or another error.
+    binder_status_t dump(int fd, const char** args, uint32_t numArgs) override;
+
     // Has somebody look at what is kept, on the thread that does the work, when it gets to that.
     // look: must not throw; is dropped once the work has ended. Any thread.
     void inspect(std::function<void(const ServiceLogic&)> look);

@@ -76,9 +76,11 @@ ClientTable::Leaver ClientTable::leave(pid_t pid, int32_t type) {
     return {std::move(client), goes};
 }
 
-size_t ClientTable::size() const {
+std::vector<ClientTable::ClientPtr> ClientTable::all() const {
     const lum::utils::MutexLock guard(mLock);
-    return mEntries.size();
+    std::vector<ClientPtr> clients;
+    for (const Entry& entry : mEntries) clients.push_back(entry.client);
+    return clients;
 }
 
 void ClientTable::onBinderDied(void* cookie) {

@@ -64,7 +64,8 @@ class ClientTable {
     // whether that goes with it.
     Leaver leave(pid_t pid, int32_t type);
 
-    size_t size() const;
+    // In order of registration.
+    std::vector<ClientPtr> all() const;
 
   private:
     struct Entry {

@@ -41,8 +41,7 @@ Signals:
                      stats: clients=N descriptors=N threads=N heap_blocks=N filters=N
                    where heap_blocks is the exact number of blocks that operator new has handed
                    out and not got back
-  SIGUSR2          prints what is kept for each client, one line each and one for each filter, and
-                   at the end
+  SIGUSR2          prints what is kept for each client, as "sdfctl dump" does, and at the end
                      state: clients=N
 
 Environment:

@@ -5,11 +5,8 @@
 
 namespace {
 
+using Json = nlohmann::ordered_json;
 using SdfProto::ClientMsg;
-
-const char* onOff(bool on) {
-    return on ? "on" : "off";
-}
 
 // The flow of a game, between addresses that are set aside for examples. No field is 0.
 SdfProto::AddFilter gamingFlow() {
@@ -47,32 +44,67 @@ ClientMsg autoFilterInfo(uint32_t id, SdfProto::FilterStatus status) {
     return message;
 }
 
-std::string describeLink(const LinkSettings& link) {
-    std::string text = std::string(" prioritize_dds=") + onOff(link.prioritizeDds);
-    if (link.ddsOod) text += " dds_ood=" + SdfProto::SdfOod_Name(*link.ddsOod);
-    if (link.ddsPdcpTimer) text += " dds_pdcp_timer=" + std::to_string(*link.ddsPdcpTimer);
-    for (const SdfProto::SlotId slot : link.prioritizedSlots) {
-        text += " prioritized=" + SdfProto::SlotId_Name(slot);
-    }
-    for (const auto& [slot, levels] : link.levels) {
-        text += " levels=" + SdfProto::SlotId_Name(slot) + ":" +
-                SdfProto::Level_Name(levels.first_level()) + "," +
-                SdfProto::Level_Name(levels.second_level());
-    }
-    return text;
+// The name in the protocol, or the number in its place.
+std::string levelName(SdfProto::Level level) {
+    return SdfProto::Level_IsValid(level) ? SdfProto::Level_Name(level) : std::to_string(level);
 }
 
-std::string describeFilter(const Filter& filter) {
-    const SdfProto::AddFilter& what = filter.description;
-    return "  filter " + std::to_string(filter.id) + " " +
-           SdfProto::FilterStatus_Name(filter.status) + " " + what.src_ip() + "#" +
-           std::to_string(what.src_port()) + " > " + what.dest_ip() + "#" +
-           std::to_string(what.dest_port()) + " " + SdfProto::Protocol_Name(what.protocol()) + " " +
-           SdfProto::Level_Name(what.first_level()) + " " +
-           SdfProto::Level_Name(what.second_level()) + " " + SdfProto::SdfOod_Name(what.ood()) +
-           " " + SdfProto::AppType_Name(what.app_type()) +
-           " pdcp_timer=" + std::to_string(what.pdcp_timer()) +
-           " target_dscp=" + std::to_string(filter.targetDscp);
+Json orNull(const std::optional<uint32_t>& value) {
+    return value ? Json(*value) : Json();
+}
+
+Json describeLevels(const LinkSettings& link) {
+    Json all = Json::array();
+    for (const auto& [slot, levels] : link.levels) {
+        all.push_back({
+            {"slot_id", SdfProto::SlotId_Name(slot)},
+            {"first_level", levelName(levels.first_level())},
+            {"second_level", levelName(levels.second_level())},
+            {"level_flag", levels.level_flag()},
+        });
+    }
+    return all;
+}
+
+Json describeSlots(const std::set<SdfProto::SlotId>& slots) {
+    Json all = Json::array();
+    for (const SdfProto::SlotId slot : slots) all.push_back(SdfProto::SlotId_Name(slot));
+    return all;
+}
+
+Json describeFlow(const SdfProto::AddFilter& flow) {
+    return {
+        {"src_ip", flow.src_ip()},
+        {"dest_ip", flow.dest_ip()},
+        {"src_port", flow.src_port()},
+        {"dest_port", flow.dest_port()},
+        {"protocol", SdfProto::Protocol_Name(flow.protocol())},
+        {"filter_arg6", flow.filter_arg6()},
+        {"first_level", levelName(flow.first_level())},
+        {"second_level", levelName(flow.second_level())},
+        {"pdcp_timer", flow.pdcp_timer()},
+        {"ood", SdfProto::SdfOod_Name(flow.ood())},
+        {"filter_arg11", flow.filter_arg11()},
+        {"app_type", SdfProto::AppType_Name(flow.app_type())},
+        {"filter_arg13", flow.filter_arg13()},
+        {"src_port_range", flow.src_port_range()},
+        {"dest_port_range", flow.dest_port_range()},
+        {"filter_arg16", flow.filter_arg16()},
+        {"filter_arg17", flow.filter_arg17()},
+        {"filter_arg18", flow.has_filter_arg18() ? Json(flow.filter_arg18()) : Json()},
+        {"filter_arg19", flow.filter_arg19()},
+        {"filter_arg20", flow.filter_arg20()},
+    };
+}
+
+Json describeFilter(const Filter& filter) {
+    Json described{
+        {"filter_id", filter.id},
+        {"status", SdfProto::FilterStatus_Name(filter.status)},
+    };
+    described.update(describeFlow(filter.description));
+    described["target_dscp"] = orNull(filter.targetDscp);
+    return described;
 }
 
 }  // namespace
@@ -107,17 +139,32 @@ std::vector<ClientMsg> FeatureState::setGaming(bool on) {
     return {autoFilterInfo(ended, SdfProto::FILTER_DELETED)};
 }
 
+std::vector<ClientMsg> FeatureState::registerAutoFilterInfo() {
+    mWantsAutoFilterInfo = true;
+    return autoFilters();
+}
+
 std::vector<ClientMsg> FeatureState::autoFilters() const {
     if (!mAutoFilter) return {};
     return {autoFilterInfo(*mAutoFilter, SdfProto::FILTER_ACTIVE)};
 }
 
-std::vector<std::string> FeatureState::describe() const {
-    std::vector<std::string> lines{"filters=" + std::to_string(mFilters.all().size()) +
-                                   " filter_status=" + onOff(mWantsFilterStatus) +
-                                   " reports=" + std::to_string(mReports.interval().count()) +
-                                   "ms" + " gaming=" + onOff(mAutoFilter.has_value()) +
-                                   describeLink(mLink)};
-    for (const Filter& filter : mFilters.all()) lines.push_back(describeFilter(filter));
-    return lines;
+Json FeatureState::describe() const {
+    const auto& reports = mReports.registration();
+    Json described{
+        {"filter_status", mWantsFilterStatus},
+        {"auto_filter_info", mWantsAutoFilterInfo},
+        {"report_value", reports ? Json(reports->milliseconds) : Json()},
+        {"report_interval_ms", reports ? Json(reports->interval.count()) : Json()},
+        {"high_perf_gaming", mAutoFilter.has_value()},
+        {"auto_filter_id", orNull(mAutoFilter)},
+        {"prioritize_dds", mLink.prioritizeDds},
+        {"dds_ood", mLink.ddsOod ? Json(SdfProto::SdfOod_Name(*mLink.ddsOod)) : Json()},
+        {"dds_pdcp_timer", orNull(mLink.ddsPdcpTimer)},
+        {"prioritized_slots", describeSlots(mLink.prioritizedSlots)},
+        {"levels", describeLevels(mLink)},
+    };
+    Json& filters = described["filters"] = Json::array();
+    for (const Filter& filter : mFilters.all()) filters.push_back(describeFilter(filter));
+    return described;
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <string>
@@ -61,18 +62,21 @@ class FeatureState {
     // High-performance gaming: while it is on, there is an automatic filter. Returns what the
     // client is to be notified of that.
     std::vector<SdfProto::ClientMsg> setGaming(bool on);
-    // Returns the message with the automatic filters there are.
-    std::vector<SdfProto::ClientMsg> autoFilters() const;
+    // The client registers for automatic filters. Returns the message with those there are.
+    std::vector<SdfProto::ClientMsg> registerAutoFilterInfo();
 
-    // What is kept, on one line, and one more for each filter, for the user.
-    std::vector<std::string> describe() const;
+    // All that is kept, for the user.
+    nlohmann::ordered_json describe() const;
 
   private:
+    std::vector<SdfProto::ClientMsg> autoFilters() const;
+
     const Surroundings mSurroundings;
     Filters mFilters;
     QueueReports mReports;
     LinkSettings mLink;
     bool mWantsFilterStatus = false;
+    bool mWantsAutoFilterInfo = false;
     std::optional<uint32_t> mAutoFilter;
     uint32_t mNextAutoFilter = kFirstAutoFilter;
 };

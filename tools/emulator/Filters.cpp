@@ -34,7 +34,7 @@ SdfProto::FilterData Filters::add(uint64_t id, const SdfProto::AddFilter& descri
     if (rejected.status() != SdfProto::FILTER_ACTIVE) return rejected;
 
     const auto number = static_cast<uint32_t>(id);
-    mFilters.push_back({number, description, asked, SdfProto::FILTER_ACTIVE, 0, {}, {}});
+    mFilters.push_back({number, description, asked, SdfProto::FILTER_ACTIVE, {}, {}, {}});
     Filter& added = mFilters.back();
     mById.emplace(number, std::prev(mFilters.end()));
     mByDescription.emplace(added.asked, number);

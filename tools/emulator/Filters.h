@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -30,7 +31,7 @@ struct Filter {
     SdfProto::AddFilter description;  // with what updates have changed since
     std::string asked;                // the description that it was added with, encoded
     SdfProto::FilterStatus status;
-    uint32_t targetDscp;  // 0 until an update sets it
+    std::optional<uint32_t> targetDscp;  // none until an update sets it
     Timeline::Ticket activation;
     Timeline::Ticket timeout;
 };

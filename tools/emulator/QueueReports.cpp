@@ -50,17 +50,18 @@ SdfProto::ClientMsg QueueReports::make() {
 void QueueReports::start(uint32_t milliseconds) {
     stop();
     const std::chrono::milliseconds wanted(milliseconds);
-    mInterval = milliseconds == 0 ? kUsualInterval : std::max(wanted, kShortestInterval);
+    mRegistration = {milliseconds,
+                     milliseconds == 0 ? kUsualInterval : std::max(wanted, kShortestInterval)};
     plan();
 }
 
 void QueueReports::stop() {
     mTimeline.cancel(mNext);
-    mInterval = std::chrono::milliseconds(0);
+    mRegistration.reset();
 }
 
 void QueueReports::plan() {
-    mNext = mTimeline.after(mInterval, [this] {
+    mNext = mTimeline.after(mRegistration->interval, [this] {
         plan();
         mSend(make());
     });

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 
 #include "proto/SdfProto.pb.h"
 #include "tools/emulator/Filters.h"
@@ -38,8 +39,12 @@ class QueueReports {
     void start(uint32_t milliseconds);
     void stop();
 
-    // 0 while stopped.
-    std::chrono::milliseconds interval() const { return mInterval; }
+    // What was asked for, and what became of it; none while stopped.
+    struct Registration {
+        uint32_t milliseconds;
+        std::chrono::milliseconds interval;
+    };
+    const std::optional<Registration>& registration() const { return mRegistration; }
 
   private:
     void plan();
@@ -48,6 +53,6 @@ class QueueReports {
     Timeline& mTimeline;
     const std::function<void(const SdfProto::ClientMsg&)> mSend;
     std::map<uint32_t, uint64_t> mPackets;  // by class, also of those that are empty now
-    std::chrono::milliseconds mInterval{0};
+    std::optional<Registration> mRegistration;
     Timeline::Ticket mNext;
 };

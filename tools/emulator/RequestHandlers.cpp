@@ -83,7 +83,7 @@ Answers enHighPerfGaming(FeatureState& feature, const ServiceMsg& request) {
 }
 
 Answers regAutoFilterInfo(FeatureState& feature, const ServiceMsg& /*request*/) {
-    return feature.autoFilters();
+    return feature.registerAutoFilterInfo();
 }
 
 Answers regFilterStatus(FeatureState& feature, const ServiceMsg& request) {

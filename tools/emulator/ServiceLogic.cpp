@@ -1,17 +1,35 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/emulator/ServiceLogic.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <chrono>
+#include <fstream>
+#include <functional>
 #include <utility>
 
 #include "tools/emulator/RuleWords.h"
 
 namespace {
 
+using Json = nlohmann::ordered_json;
 using aidl::vendor::orn::data::lumservice::LumSdkType;
 
 std::string withPid(const std::string& what, pid_t pid) {
     return what + " pid=" + std::to_string(pid);
+}
+
+// The name that a process was started under, without its directories; null if it is not known. It
+// may be any bytes: what is no plain character is shown as a question mark.
+Json nameOfProcess(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline");
+    std::string name;
+    if (!std::getline(file, name, '\0')) return nullptr;
+    name.erase(0, name.rfind('/') + 1);
+    const auto isPlain = [](char c) { return c >= ' ' && c <= '~'; };
+    std::replace_if(name.begin(), name.end(), std::not_fn(isPlain), '?');
+    return name;
 }
 
 std::string nameOf(SdfProto::ServiceEventId event) {
@@ -112,17 +130,24 @@ size_t ServiceLogic::filters() const {
     return count;
 }
 
-std::vector<std::string> ServiceLogic::describe() const {
-    std::vector<std::string> lines;
-    for (const auto& [key, place] : mPlaces) {
-        std::string who =
-            withPid("client", place.client->pid) + " type=" + std::to_string(key.second) + " ";
-        for (const std::string& line : place.state->describe()) {
-            lines.push_back(who + line);
-            who.clear();
+Json ServiceLogic::describe() const {
+    Json clients = Json::array();
+    for (const ClientTable::ClientPtr& client : mClients.all()) {
+        Json features = Json::array();
+        for (auto place = mPlaces.lower_bound({client.get(), INT32_MIN});
+             place != mPlaces.end() && place->first.first == client.get(); ++place) {
+            Json feature{{"type", place->first.second}};
+            feature.update(place->second.state->describe());
+            features.push_back(std::move(feature));
         }
+        clients.push_back({
+            {"pid", client->pid},
+            {"uid", client->uid},
+            {"name", nameOfProcess(client->pid)},
+            {"features", std::move(features)},
+        });
     }
-    return lines;
+    return {{"pid", getpid()}, {"clients", std::move(clients)}};
 }
 
 ndk::ScopedAStatus ServiceLogic::carryOut(const Caller& caller, int32_t type,

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 #include <vector>
@@ -57,8 +58,9 @@ class ServiceLogic {
 
     // How many filters are kept for all clients.
     size_t filters() const;
-    // What is kept for each client, for the user.
-    std::vector<std::string> describe() const;
+    // The clients, in order of registration, with all that is kept for each; docs/emulator.md says
+    // how. To be shown as it is, or as asText() makes it.
+    nlohmann::ordered_json describe() const;
 
   private:
     // A feature of a client. The place keeps the client alive, so that no other has its address.

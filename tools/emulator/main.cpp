@@ -16,6 +16,7 @@
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -27,6 +28,7 @@
 #include "tools/emulator/LineWriter.h"
 #include "tools/emulator/MessageLog.h"
 #include "tools/emulator/ProcessStats.h"
+#include "tools/emulator/StateText.h"
 
 namespace {
 
@@ -103,16 +105,18 @@ void sayStats(MessageLog& log, const ClientTable& clients, const ServiceLogic& w
     const size_t filters = work.filters();
     const int64_t blocks = heapBlocks();  // before the line makes more
     const size_t descriptors = openDescriptors();
-    log.say("stats: clients=" + std::to_string(clients.size()) + " descriptors=" +
+    log.say("stats: clients=" + std::to_string(clients.all().size()) + " descriptors=" +
             std::to_string(descriptors) + " threads=" + std::to_string(runningThreads()) +
             " heap_blocks=" + std::to_string(blocks) + " filters=" + std::to_string(filters));
 } catch (const std::system_error& error) {
     log.notice(std::string("no stats: ") + error.what());
 }
 
-void sayState(MessageLog& log, const ClientTable& clients, const ServiceLogic& work) {
-    for (const std::string& line : work.describe()) log.say(line);
-    log.say("state: clients=" + std::to_string(clients.size()));
+void sayState(MessageLog& log, const ServiceLogic& work) {
+    const nlohmann::ordered_json state = work.describe();
+    std::istringstream text(asText(state));
+    for (std::string line; std::getline(text, line);) log.say(line);
+    log.say("state: clients=" + std::to_string(state["clients"].size()));
 }
 
 // Reads on until there is nothing more to come. Returns false when the input has ended.
@@ -135,7 +139,7 @@ void waitForEnd(int signals, bool untilEof, MessageLog& log, const ClientTable& 
         if (got.ssi_signo == SIGUSR1) {
             service.inspect([&](const ServiceLogic& work) { sayStats(log, clients, work); });
         } else if (got.ssi_signo == SIGUSR2) {
-            service.inspect([&](const ServiceLogic& work) { sayState(log, clients, work); });
+            service.inspect([&](const ServiceLogic& work) { sayState(log, work); });
         } else {
             return;
         }
