@@ -35,6 +35,7 @@ TEST_F(ErrorsTest, WrongCommandsAndOptionsDoNothing) {
          "sdfctl: \"f\\xC2\\x80\\xC2\\x9B31m\\xC2\\x9F\u00A0\" is not a command (\"help\" lists them)"},
         {"f\xC2", "sdfctl: \"f\xC2\" is not a command (\"help\" lists them)"},
         {"doctor now", "sdfctl: doctor: The following argument was not expected: now"},
+        {"dump now", "sdfctl: dump: The following argument was not expected: now"},
         {"--json foo", "sdfctl: \"foo\" is not a command (\"help\" lists them)"},
         {"--timeout x create", "sdfctl: --timeout: \"x\" is not a number of seconds"},
         {"--timeout -1 create", "sdfctl: --timeout: \"-1\" is not a number of seconds"},

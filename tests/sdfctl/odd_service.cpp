@@ -3,7 +3,8 @@
 // sdfctl_odd_service WAY: has the data service's name, and is not what it should be.
 //
 //   other     an object of another interface
-//   fails     an object of the right interface that fails every call
+//   fails     an object of the right interface that fails every call, and its dump halfway
+//   dies      the same, but it dies of its dump
 //   hangs N   a service that does not return from the Nth message
 //
 // Writes a line when clients can find it, and ends with its standard input.
@@ -59,13 +60,22 @@ class HangingService : public BnLumService {
 };
 
 // An object that answers no call but those which the runtime itself answers.
-ndk::SpAIBinder deafObject(const char* descriptor) {
+ndk::SpAIBinder deafObject(const char* descriptor, AIBinder_onDump onDump = nullptr) {
     AIBinder_Class* const clazz = AIBinder_Class_define(
         descriptor, [](void* data) { return data; }, [](void*) {},
         [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
             return STATUS_UNKNOWN_ERROR;
         });
+    AIBinder_Class_setOnDump(clazz, onDump);
     return ndk::SpAIBinder(AIBinder_new(clazz, nullptr));
+}
+
+binder_status_t dumpHalf(AIBinder*, int fd, const char**, uint32_t) {
+    return write(fd, "half\n", 5) == 5 ? STATUS_INVALID_OPERATION : STATUS_OK;
+}
+
+binder_status_t dieOfDump(AIBinder*, int, const char**, uint32_t) {
+    _exit(1);
 }
 
 }  // namespace
@@ -74,7 +84,8 @@ int main(int argc, char** argv) {
     const std::string way = argc > 1 ? argv[1] : "";
     ndk::SpAIBinder object;
     if (way == "other") object = deafObject("test.IOther");
-    if (way == "fails") object = deafObject(ILumService::descriptor);
+    if (way == "fails") object = deafObject(ILumService::descriptor, dumpHalf);
+    if (way == "dies") object = deafObject(ILumService::descriptor, dieOfDump);
     if (way == "hangs" && argc > 2) {
         object = ndk::SharedRefBase::make<HangingService>(std::atoi(argv[2]))->asBinder();
     }

@@ -104,10 +104,9 @@ void Printer::help(std::string text) const {
     }
 }
 
-void Printer::write(const std::string& line) const {
+void Printer::copy(const std::string& text) const {
     if (mBeforeLine) mBeforeLine();
-    const std::string whole = line + "\n";
-    if (fwrite(whole.data(), 1, whole.size(), stdout) != whole.size() || fflush(stdout) != 0) {
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0) {
         throw std::system_error(errno, std::generic_category(), "standard output");
     }
 }

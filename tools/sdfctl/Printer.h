@@ -24,6 +24,8 @@ class Printer {
     void print(const Event& event) const;
     // text: for people, may have several lines; object: the same for programs.
     void print(const std::string& text, const Fields& object) const;
+    // Writes text that is in the form asked for already, as it is.
+    void copy(const std::string& text) const;
     // Text for people, on standard error when standard output is for programs. Newlines at its end
     // are left out.
     void help(std::string text) const;
@@ -32,7 +34,7 @@ class Printer {
     void onLine(std::function<void()> beforeLine) { mBeforeLine = std::move(beforeLine); }
 
   private:
-    void write(const std::string& line) const;
+    void write(const std::string& line) const { copy(line + "\n"); }
 
     const bool mJson;
     std::function<void()> mBeforeLine;

@@ -265,9 +265,10 @@ bool Session::waitUntil(std::optional<Time> end, const std::function<bool()>& do
     }
 }
 
-bool Session::inputReady(int fd, int other) {
+bool Session::inputReady(int fd, int other, std::optional<Time> end) {
     if (askIfDue()) return false;
-    const Waiter::Woken woken = mWaiter.wait(mAskAt, fd, other);
+    if (mAskAt && (!end || *mAskAt < *end)) end = mAskAt;
+    const Waiter::Woken woken = mWaiter.wait(end, fd, other);
     drain();
     return woken == Waiter::Woken::kInput;
 }

@@ -79,8 +79,8 @@ class Session {
     void pause(double seconds);
 
     // Waits until one of the descriptors can be read, which it returns true for, or events have
-    // come, which it prints. other: may be -1.
-    bool inputReady(int fd, int other = -1);
+    // come, which it prints, or the time has come. other: may be -1; end: none means without limit.
+    bool inputReady(int fd, int other = -1, std::optional<Time> end = std::nullopt);
     // Prints the events that have come.
     void drain();
 

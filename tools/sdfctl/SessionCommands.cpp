@@ -6,8 +6,10 @@
 
 #include "tools/sdfctl/Callbacks.h"
 #include "tools/sdfctl/ChildDoctor.h"
+#include "tools/sdfctl/CommandLine.h"
 #include "tools/sdfctl/Commands.h"
 #include "tools/sdfctl/Doctor.h"
+#include "tools/sdfctl/Dump.h"
 
 namespace {
 
@@ -121,18 +123,32 @@ Action help(Arguments& arguments) {
     };
 }
 
-Action doctor(Arguments& arguments) {
+// A command with options of the run as its own. declare: declares them; run: with what they are.
+Action withOptions(Arguments& arguments, void (*declare)(Arguments&, bool& json, double& timeout),
+                   void (*run)(Session&, double timeout, bool json)) {
     struct Values {
         bool json = false;
         double timeout = -1;  // that of the run
     };
     const auto values = std::make_shared<Values>();
-    declareDoctor(arguments, values->json, values->timeout);
-    return [values](Session& session) {
+    declare(arguments, values->json, values->timeout);
+    return [values, run](Session& session) {
         const Settings& settings = session.settings();
         const double timeout = values->timeout >= 0 ? values->timeout : settings.timeout;
-        runChildDoctor(session, timeout, values->json || settings.json);
+        run(session, timeout, values->json || settings.json);
     };
+}
+
+Action doctor(Arguments& arguments) {
+    return withOptions(arguments, declareDoctor, runChildDoctor);
+}
+
+Action dump(Arguments& arguments) {
+    const auto declare = [](Arguments& declared, bool& json, double& timeout) {
+        declared.flag("--json", json, "Print one JSON object");
+        declareTimeout(declared, timeout);
+    };
+    return withOptions(arguments, declare, runDump);
 }
 
 Action quit(Arguments&) {
@@ -156,6 +172,7 @@ std::vector<Command> sessionCommands() {
         {"sleep", "Wait for milliseconds, printing what comes", sleepFor},
         {"status", "Say what is known of client, service and filters", status},
         {"doctor", "Say what keeps the service from working", doctor},
+        {"dump", "Print what the service keeps for its clients", dump},
         {"help", "List the commands, or explain one", help},
         {"?", "The same as help", help},
         {"quit", "End, as at the end of the input", quit},
