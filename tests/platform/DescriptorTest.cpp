@@ -250,10 +250,10 @@ bool sendWith(const UniqueFd& socket, Bytes bytes, const std::vector<int>& fds) 
 }
 
 // Receives what is there, with the descriptors beside it.
-std::pair<Bytes, std::vector<UniqueFd>> receiveWith(const UniqueFd& socket) {
+std::pair<Bytes, std::vector<UniqueFd>> receiveWith(const UniqueFd& socket, size_t most = 4096) {
     pollfd ready{socket.get(), POLLIN, 0};
     EXPECT_EQ(poll(&ready, 1, kLimitMs), 1);
-    Bytes bytes(4096);
+    Bytes bytes(most);
     iovec part{bytes.data(), bytes.size()};
     alignas(cmsghdr) char control[256];
     msghdr message{};
@@ -627,6 +627,17 @@ TEST_F(DescriptorLink, CallWithTooManyIsRefused) {
     EXPECT_TRUE(mPipe.closed());
 }
 
+// One counts half of what one-way calls may have under way.
+TEST_F(DescriptorLink, OnewayCallsWithTooManyAreRefused) {
+    AParcel in;
+    ASSERT_EQ(in.writeDescriptor(mPipe.in.get()), STATUS_OK);
+    std::unique_ptr<AParcel> out;
+    EXPECT_EQ(mConnection.link->transact(0, 1, in, FLAG_ONEWAY, &out), STATUS_OK);
+    const LogCapture log;
+    EXPECT_EQ(mConnection.link->transact(0, 1, in, FLAG_ONEWAY, &out), STATUS_FAILED_TRANSACTION);
+    EXPECT_EQ(log.lines().size(), 1U);
+}
+
 // A peer does not read; what cannot be written yet keeps its descriptor, and loses it with the
 // connection.
 TEST_F(DescriptorLink, QueuedOneIsKeptAndClosedWithTheConnection) {
@@ -687,8 +698,11 @@ TEST(DescriptorBuffer, GoesOutWithItsFramesFirstByteAndIsThenClosed) {
     add({5});
     EXPECT_EQ(buffer.writeTo(near.get()), 0);
     EXPECT_TRUE(buffer.empty());
+    const auto [before, none] = receiveWith(far, 2);
+    EXPECT_EQ(before, (Bytes{1, 2}));
+    EXPECT_TRUE(none.empty());
     auto [bytes, fds] = receiveWith(far);
-    EXPECT_EQ(bytes, (Bytes{1, 2, 3, 4, 5}));
+    EXPECT_EQ(bytes, (Bytes{3, 4, 5}));
     EXPECT_EQ(fds.size(), 1U);
     fds.clear();
     EXPECT_TRUE(pipe.closed());
