@@ -81,9 +81,7 @@ binder_status_t writeDump(AParcel* in, int fd, const char** args, uint32_t numAr
     binder_status_t status = in->writeDescriptor(fd);
     if (status == STATUS_OK) status = in->writeValue(numArgs);
     for (uint32_t i = 0; i < numArgs && status == STATUS_OK; ++i) {
-        const size_t length = strlen(args[i]);
-        if (length > INT32_MAX) return STATUS_BAD_VALUE;
-        status = AParcel_writeString(in, args[i], static_cast<int32_t>(length));
+        status = in->writeString(args[i]);
     }
     return status;
 }
