@@ -189,11 +189,11 @@ void addMany(const EmulatorClient& client) {
     ASSERT_TRUE(client.send(kEnable).isOk());
     // add_filter { src_ip: "::1" dest_ip: "::2" src_port }, the port being the id.
     for (uint8_t id = 1; id <= 64; ++id) {
-        const std::string number = toHex(std::vector<uint8_t>{id});
-        ASSERT_TRUE(client
-                        .send("08 04 10 " + number +
-                              " 1A 0E 32 0C 0A 03 3A 3A 31 12 03 3A 3A 32 18 " + number)
-                        .isOk());
+        std::vector<uint8_t> request =
+            fromHex("08 04 10 00 1A 0E 32 0C 0A 03 3A 3A 31 12 03 3A 3A 32 18 00");
+        request[3] = id;
+        request.back() = id;
+        ASSERT_TRUE(client.send(toHex(request)).isOk());
     }
 }
 
