@@ -1,0 +1,291 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "session/Session.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "session/Connector.h"
+
+namespace {
+
+// An attempt of the library takes up to 3.15 seconds; then the service has to answer.
+constexpr Milliseconds kAttempt{4000};
+
+void watch(int epoll, int fd) {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    if (epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &event) != 0) {
+        throw std::system_error(errno, std::generic_category(), "epoll_ctl");
+    }
+}
+
+}  // namespace
+
+Descriptor::Descriptor(int fd) : mFd(fd) {
+    if (fd < 0) throw std::system_error(errno, std::generic_category(), "descriptor");
+}
+
+Descriptor::~Descriptor() {
+    close(mFd);
+}
+
+SdfSession::SdfSession(SdfSessionStateCb cb, void* user)
+    : mCb(cb),
+      mUser(user),
+      mEvents(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      mTimer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
+      mEpoll(epoll_create1(EPOLL_CLOEXEC)),
+      mLists(*this,
+             {[](const Lane& lane, unsigned int turn) { return sdfGetFilters(lane.list[turn]); },
+              [this](SdfSessionFiltersCb answer, void* asker, const ListEntry& entry) {
+                  answer(this, 1, mFilters.find(entry.id), entry.id, entry.status, entry.first,
+                         entry.second, entry.ood, entry.pdcpTimer, asker);
+              },
+              [this](SdfSessionFiltersCb answer, void* asker, int result) {
+                  answer(this, result, nullptr, 0, {}, {}, {}, {}, 0, asker);
+              }}),
+      mReports(*this,
+               {[](const Lane& lane, unsigned int turn) {
+                    return sdfGetPriorityQueueReport(lane.oneReport[turn]);
+                },
+                [this](SdfSessionQueueReportCb answer, void* asker, const ReportEntry& entry) {
+                    answer(this, 1, entry.key, entry.first, entry.second, asker);
+                },
+                [this](SdfSessionQueueReportCb answer, void* asker, int result) {
+                    answer(this, result, 0, 0, 0, asker);
+                }}) {
+    watch(mEpoll.get(), mEvents.get());
+    watch(mEpoll.get(), mTimer.get());
+}
+
+void SdfSession::begin() {
+    Inbox::instance().attach(mEvents.get());
+    Connector::instance().connect();
+    wake();
+}
+
+void SdfSession::close() {
+    mClosed = true;
+    mLane = nullptr;
+    Inbox::instance().detach();
+    if (mDepth == 0) delete this;
+}
+
+int SdfSession::dispatch() {
+    // Also when a callback throws: what is still due then makes the descriptor readable again.
+    class Round {
+      public:
+        explicit Round(SdfSession& session) : mSession(session) { ++session.mDepth; }
+        ~Round() {
+            if (--mSession.mDepth == 0 && mSession.mClosed) {
+                delete &mSession;
+            } else if (!mSession.mClosed) {
+                mSession.wake();
+            }
+        }
+        Round(const Round&) = delete;
+        Round& operator=(const Round&) = delete;
+
+      private:
+        SdfSession& mSession;
+    };
+
+    if (mClosed) return SDF_SESSION_CLOSED;
+    const Round round(*this);
+    eventfd_t events = 0;
+    (void)eventfd_read(mEvents.get(), &events);
+    mAwake = false;
+    bool looked = false;
+    while (!mClosed) {
+        // Each state is reported before there can be another one.
+        if (report()) continue;
+        if (!looked) {
+            takeEvents();
+            onTime();
+            looked = true;
+        } else if (!nextEvent()) {
+            break;
+        }
+    }
+    return mClosed ? SDF_SESSION_CLOSED : 0;
+}
+
+int SdfSession::run() {
+    pollfd waited{mEpoll.get(), POLLIN, 0};
+    while (!mStopped.exchange(false)) {
+        (void)poll(&waited, 1, -1);
+        if (dispatch() != 0) return SDF_SESSION_CLOSED;
+    }
+    return 0;
+}
+
+void SdfSession::stop() {
+    mStopped = true;
+    (void)eventfd_write(mEvents.get(), 1);
+}
+
+void SdfSession::lose(int reason) {
+    if (mPhase == Phase::kPausing) return;
+    mPhase = Phase::kPausing;
+    mNextStep.set(Clock::now() + mPause);
+    mPause = std::min(2 * mPause, mLongestPause);
+    mLane = nullptr;
+    // A service that was only slow may yet come up.
+    if (reason != SDF_SESSION_NO_SERVICE) {
+        Inbox::instance().accept(Inbox::kNoLane);
+        mNext = mBatch.size();
+    }
+    setState(SDF_SESSION_DOWN, reason);
+    mFilters.lost();
+    mSettings.lost();
+    mLists.lost();
+    mReports.lost();
+}
+
+void SdfSession::setPauses(Milliseconds first, Milliseconds longest) {
+    mFirstPause = first;
+    mLongestPause = longest;
+    mPause = first;
+}
+
+void SdfSession::wake() {
+    armTimer();
+    if (mAwake || mDepth > 0 || !isBusy()) return;
+    mAwake = true;
+    (void)eventfd_write(mEvents.get(), 1);
+}
+
+bool SdfSession::report() {
+    // A filter's end after the session's, and its state before the session is up.
+    if (mStateDue && mState != SDF_SESSION_UP) {
+        reportState();
+        return true;
+    }
+    const auto isOver = [this] { return mClosed; };
+    if (mFilters.report() || mSettings.report() || mLists.report(isOver) ||
+        mReports.report(isOver)) {
+        return true;
+    }
+    if (mPhase == Phase::kSyncing && mFilters.isSettled()) {
+        mPhase = Phase::kUp;
+        mPause = mFirstPause;
+        setState(SDF_SESSION_UP, 0);
+    }
+    if (!mStateDue) return false;
+    reportState();
+    return true;
+}
+
+void SdfSession::reportState() {
+    mStateDue = false;
+    mReported = mState;
+    if (mCb != nullptr) mCb(this, mState, mReason, mUser);
+}
+
+bool SdfSession::isBusy() const {
+    return mNext < mBatch.size() || mStateDue || mFilters.hasReports() || mSettings.hasReports() ||
+           mLists.hasReports() || mReports.hasReports();
+}
+
+void SdfSession::takeEvents() {
+    if (mNext < mBatch.size()) return;
+    mBatch.clear();
+    mNext = 0;
+    if (!Inbox::instance().take(mBatch)) lose(SDF_SESSION_NO_RESOURCES);
+}
+
+bool SdfSession::nextEvent() {
+    if (mNext == mBatch.size()) return false;
+    const Event event = std::move(mBatch[mNext++]);
+    std::visit([this](const auto& one) { handle(one); }, event);
+    return true;
+}
+
+void SdfSession::onTime() {
+    uint64_t ignored = 0;
+    if (read(mTimer.get(), &ignored, sizeof ignored) > 0) mArmed = Time::max();
+    const Time now = Clock::now();
+    if (mNextStep.take(now)) {
+        if (mPhase == Phase::kPausing) {
+            connect();
+        } else {
+            lose(SDF_SESSION_NO_SERVICE);
+        }
+    }
+    mFilters.onTime(now);
+    mSettings.onTime(now);
+    mLists.onTime(now);
+    mReports.onTime(now);
+}
+
+void SdfSession::connect() {
+    mPhase = Phase::kConnecting;
+    Inbox::instance().accept(Inbox::kNoLane);
+    mNext = mBatch.size();
+    setState(SDF_SESSION_CONNECTING, 0);
+    Connector::instance().connect();
+}
+
+void SdfSession::bringUp() {
+    mPhase = Phase::kSyncing;
+    mNextStep.clear();
+    mLane = &Lane::at(Connector::instance().lane());
+    if (!sent(sdfRegFilterStatus(mLane->filter)) || !mSettings.request()) return;
+    mFilters.request();
+    if (!isOnline()) return;
+    mLists.request();
+    mReports.request();
+}
+
+void SdfSession::setState(SdfSessionState state, int reason) {
+    mState = state;
+    mReason = reason;
+    mStateDue = true;
+}
+
+void SdfSession::armTimer() {
+    Due due = mNextStep;
+    due.orAt(mFilters.due());
+    due.orAt(mSettings.due());
+    due.orAt(mLists.due());
+    due.orAt(mReports.due());
+    const Time when = due.when().value_or(Time::max());
+    // One that comes too early does no harm; most answers come long before it.
+    if (when == mArmed || (when > mArmed && due.when())) return;
+    mArmed = when;
+    itimerspec timer{};
+    if (due.when()) {
+        const auto left =
+            std::max<std::chrono::nanoseconds>(when.time_since_epoch(), Milliseconds(1));
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+        timer.it_value.tv_sec = static_cast<time_t>(seconds.count());
+        timer.it_value.tv_nsec = static_cast<long>((left - seconds).count());
+    }
+    (void)timerfd_settime(mTimer.get(), TFD_TIMER_ABSTIME, &timer, nullptr);
+}
+
+void SdfSession::handle(const StatusEvent& event) {
+    const bool up = event.status == SDF_V2_SERVICE_UP;
+    if (up && (mPhase == Phase::kPausing || mPhase == Phase::kConnecting)) {
+        bringUp();
+    } else if (!up) {
+        lose(event.status);
+    }
+}
+
+void SdfSession::handle(const ClientMadeEvent& event) {
+    if (event.result != SDF_V2_SUCCESS) {
+        lose(static_cast<int>(event.result));
+    } else if (mPhase == Phase::kConnecting) {
+        mNextStep.set(Clock::now() + kAttempt);
+    }
+}
