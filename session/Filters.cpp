@@ -137,6 +137,10 @@ bool Filters::report() {
     if (mFirstDue == nullptr) mLastDue = nullptr;
     filter->due = false;
     const SdfFilterState state = filter->state;
+    const SdfFilterStatus why = filter->why;
+    if (state == SDF_FILTER_STATE_REQUESTED && why == SDF_FILTER_ERROR_INVALID_ARGS) {
+        setState(*filter, SDF_FILTER_STATE_REJECTED, why);
+    }
     if (state == SDF_FILTER_STATE_EXPIRED) {
         if (filter->reported == state) {
             renew(*filter);
@@ -146,7 +150,7 @@ bool Filters::report() {
     }
     filter->reported = state;
     freeIfDone(*filter);
-    if (filter->cb != nullptr) filter->cb(filter.get(), state, filter->why, filter->user);
+    if (filter->cb != nullptr) filter->cb(filter.get(), state, why, filter->user);
     return true;
 }
 
@@ -225,12 +229,15 @@ void Filters::sendWaiting() {
 }
 
 void Filters::sendAdd(SdfFilter& filter) {
+    filter.why = SDF_FILTER_PENDING;
     filter.changes = filter.dscp ? SdfFilter::kDscp : 0;
     const SdfFilterStatusCb cb = mLink.lane().added;
     const long long id = filter.extra ? sdfAddFilterV2(filter.info, *filter.extra, cb)
                                       : sdfAddFilter(filter.info, cb);
     if (id == SDF_V2_INVALID_ARG) {
-        setState(filter, SDF_FILTER_STATE_REJECTED, SDF_FILTER_ERROR_INVALID_ARGS);
+        filter.why =
+            SDF_FILTER_ERROR_INVALID_ARGS;  // to be rejected when it was reported as requested
+        makeDue(filter);
         return;
     }
     if (!mLink.sent(id)) return;

@@ -1,0 +1,427 @@
+// SPDX-License-Identifier: Apache-2.0
+// The life of a session: its connection, its loss, its end, and its loop.
+
+#include <fcntl.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <thread>
+
+#include "tests/session/SessionFixture.h"
+#include "tests/support/DescriptorLimit.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/ThreadRefusal.h"
+
+namespace {
+
+class LifeTest : public SessionTest {
+  protected:
+    // Everything that a session can want, with names for its callbacks.
+    void wantEverything() {
+        static char levels[] = "levels";
+        ASSERT_EQ(sdfSessionSetDdsPdcpTimer(mSession, 70), 0);
+        ASSERT_EQ(sdfSessionSetDdsOod(mSession, SDF_OOD_DISABLED_LVL), 0);
+        ASSERT_EQ(sdfSessionSetDdsPriority(mSession, true), 0);
+        for (const SdfSlotID slot :
+             {SDF_SLOT_ID_SECOND, SDF_SLOT_ID_UNSPECIFIED, SDF_SLOT_ID_FIRST}) {
+            ASSERT_EQ(sdfSessionSetDataPriority(mSession, slot, true), 0);
+            ASSERT_EQ(sdfSessionSetLevels(mSession, slot, SDF_LATENCY_LVL_3, SDF_LATENCY_LVL_4,
+                                          true, onLevels, levels),
+                      0);
+        }
+        ASSERT_EQ(sdfSessionSetGaming(mSession, true), 0);
+        ASSERT_EQ(sdfSessionSetQueueReports(mSession, 500, onReport, nullptr), 0);
+        ASSERT_EQ(sdfSessionSetAutoFilters(mSession, onAutoFilter, nullptr), 0);
+        add("one", 1);
+        add("two", 2);
+    }
+    // In the order in which it is sent.
+    const Lines mEverything{
+        "RegFilterStatus",        "RegAutoFilterInfo",     "RegPriorityQueueReports 1 500",
+        "SetLatencyLvl -1 3 4 1", "SetLatencyLvl 0 3 4 1", "SetLatencyLvl 1 3 4 1",
+        "EnHighPerfGaming 1",     "PrioritizeData -1 1",   "PrioritizeData 0 1",
+        "PrioritizeData 1 1",     "PrioritizeDds 1",       "UpdateDdsOod 3",
+        "UpdateDdsPdcpTimer 70",  "AddFilter 1 1 2 2 50",  "AddFilter 2 1 2 2 50"};
+
+    // Lets the session make its next client, after a loss.
+    void waitForNextClient() {
+        const size_t next = mSdk.clients() + 1;
+        EXPECT_TRUE(dispatchUntil([&] { return mSdk.clients() == next; }));
+    }
+};
+
+TEST_F(LifeTest, SendsWhatWasWantedBeforeTheServiceWasUpInOneOrder) {
+    open();
+    wantEverything();
+    EXPECT_EQ(reported(), (Lines{"session connecting", "one requested", "two requested"}));
+    EXPECT_EQ(mSdk.take(), (Lines{"Create"}));
+    mSdk.up();
+    EXPECT_EQ(reported(), Lines{});  // not up before the filters are answered
+    EXPECT_EQ(mSdk.take(), mEverything);
+    mSdk.answer(4);
+    EXPECT_EQ(reported(), (Lines{"one active"}));
+    mSdk.answer(5, SDF_FILTER_ERROR_LIMIT_REACHED);
+    EXPECT_EQ(reported(), (Lines{"two rejected: filter limit reached", "session up"}));
+    EXPECT_EQ(mSdk.take(), Lines{});
+}
+
+TEST_F(LifeTest, SendsEverythingAgainToTheNextClient) {
+    open();
+    wantEverything();
+    mSdk.up();
+    reported();
+    mSdk.answer(4);
+    mSdk.answer(5);
+    EXPECT_EQ(reported(), (Lines{"one active", "two active", "session up"}));
+    mSdk.take();
+    mSdk.status(SDF_V2_SERVICE_DOWN);
+    EXPECT_EQ(reported(3), (Lines{"session down: service down", "one lost", "two lost"}));
+    waitForNextClient();
+    EXPECT_EQ(reported(), (Lines{"session connecting"}));
+    EXPECT_EQ(mSdk.take(), (Lines{"Destroy", "Create"}));
+    mSdk.up();
+    EXPECT_EQ(reported(), (Lines{"one requested", "two requested"}));
+    EXPECT_EQ(mSdk.take(), mEverything);
+    mSdk.answer(9);
+    mSdk.answer(10);
+    EXPECT_EQ(reported(), (Lines{"one active", "two active", "session up"}));
+}
+
+TEST_F(LifeTest, EachStatusButUpIsALoss) {
+    for (const int status : {-1, -2, -3, -4, -5, 0, -8}) {
+        open();
+        mSdk.up();
+        reported();
+        mSdk.status(status);
+        EXPECT_EQ(reported(), (Lines{std::string("session down: ") + sdfSessionText(status)}));
+        close();
+        mSdk.reset();
+    }
+}
+
+TEST_F(LifeTest, StatusesThatSayNothingNewAreIgnored) {
+    openUp();
+    mSdk.up();
+    EXPECT_EQ(reported(), Lines{});
+    EXPECT_EQ(mSdk.take(), Lines{});
+    mSdk.status(SDF_V2_SERVICE_DOWN);
+    mSdk.status(SDF_V2_INTERNAL_ERROR);
+    EXPECT_EQ(reported(), (Lines{"session down: service down"}));
+}
+
+TEST_F(LifeTest, FailedAttemptIsALossToo) {
+    open();
+    mSdk.status(SDF_V2_NOT_SUPPORTED);
+    EXPECT_EQ(reported(), (Lines{"session connecting", "session down: not supported"}));
+    waitForNextClient();
+    mSdk.up();
+    EXPECT_EQ(reported(2), (Lines{"session connecting", "session up"}));
+}
+
+TEST_F(LifeTest, RefusedRequestIsALoss) {
+    for (const std::string& request : mEverything) {
+        for (const int code : {SDF_V2_SERVICE_DOWN, SDF_V2_INTERNAL_ERROR}) {
+            open();
+            wantEverything();
+            mSdk.failNext(request, code);
+            reported();
+            mSdk.up();
+            EXPECT_EQ(reported(), (Lines{std::string("session down: ") + sdfSessionText(code)}));
+            waitForNextClient();
+            mSdk.take();
+            mSdk.up();
+            reported();
+            EXPECT_EQ(mSdk.take(), mEverything) << request;
+            close();
+            mSdk.reset();
+        }
+    }
+}
+
+TEST_F(LifeTest, WhatEarlierClientsBringIsDropped) {
+    openUp();
+    SdfFilter* const filter = addActive("one", 1, 1);
+    const SdfFilterStatusCb before = mSdk.filterCb;
+    mSdk.status(SDF_V2_SERVICE_DOWN);
+    EXPECT_EQ(reported(), (Lines{"session down: service down", "one lost"}));
+    mSdk.status(SDF_V2_SERVICE_UP, 1);
+    waitForNextClient();
+    mSdk.status(SDF_V2_SERVICE_UP, 1);
+    mSdk.status(SDF_V2_INTERNAL_ERROR, 1);
+    EXPECT_EQ(reported(), (Lines{"session connecting"}));
+    mSdk.up();
+    EXPECT_EQ(reported(), (Lines{"one requested"}));
+    before(2, SDF_FILTER_INACTIVITY_TIMEOUT);
+    mSdk.answer(2);
+    before(2, SDF_FILTER_INACTIVITY_TIMEOUT);
+    EXPECT_EQ(reported(), (Lines{"one active", "session up"}));
+    EXPECT_EQ(sdfFilterGetId(filter), 2U);
+}
+
+TEST_F(LifeTest, ServiceThatIsNotThereIsAskedForOncePerPause) {
+    open();
+    EXPECT_EQ(reported(4), (Lines{"session connecting", "session down: no service",
+                                  "session connecting", "session down: no service"}));
+    EXPECT_EQ(mSdk.take(), (Lines{"Create", "Destroy", "Create"}));
+}
+
+TEST_F(LifeTest, ServiceThatComesUpLateIsTaken) {
+    open();
+    ASSERT_EQ(sdfSessionSetPauses(mSession, 86400000, 86400000), 0);
+    EXPECT_EQ(reported(2), (Lines{"session connecting", "session down: no service"}));
+    mSdk.up();
+    EXPECT_EQ(reported(), (Lines{"session up"}));
+    EXPECT_EQ(mSdk.take(), (Lines{"Create", "RegFilterStatus"}));
+}
+
+TEST_F(LifeTest, NoAttemptWhileTheLastClientIsBeingDestroyed) {
+    openUp();
+    mSdk.hold(true);
+    mSdk.status(SDF_V2_SERVICE_DOWN);
+    EXPECT_EQ(reported(2), (Lines{"session down: service down", "session connecting"}));
+    pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
+    EXPECT_EQ(poll(&waited, 1, 100), 0);
+    EXPECT_EQ(mSdk.take(), (Lines{"Destroy"}));
+    mSdk.hold(false);
+    EXPECT_TRUE(dispatchUntil([this] { return mSdk.clients() == 2; }));
+    EXPECT_EQ(mSdk.take(), (Lines{"Create"}));
+}
+
+TEST_F(LifeTest, ClientThatCannotBeDestroyedIsTriedAgain) {
+    openUp();
+    mSdk.failNext("Destroy", SDF_V2_INTERNAL_ERROR);
+    mSdk.status(SDF_V2_SERVICE_DOWN);
+    reported();
+    waitForNextClient();
+    EXPECT_EQ(mSdk.take(), (Lines{"Destroy", "Destroy", "Create"}));
+}
+
+TEST_F(LifeTest, AttemptWithoutDescriptorsFails) {
+    openUp();
+    mSdk.status(SDF_V2_SERVICE_DOWN);
+    {
+        const DescriptorLimit limit(7);
+        EXPECT_EQ(reported(3), (Lines{"session down: service down", "session connecting",
+                                      "session down: internal error"}));
+    }
+    waitForNextClient();
+    mSdk.up();
+    EXPECT_TRUE(dispatchUntil([this] { return sdfSessionGetState(mSession) == SDF_SESSION_UP; }));
+}
+
+TEST_F(LifeTest, OneSessionAndNoClientBesideIt) {
+    EXPECT_EQ(sdfSessionOpen(onState, this, nullptr), SDF_SESSION_INVALID_ARG);
+    open();
+    SdfSession* other = mSession;
+    EXPECT_EQ(sdfSessionOpen(onState, this, &other), SDF_SESSION_EXISTS);
+    EXPECT_EQ(other, nullptr);
+    close();
+    createSdfClient([](int) {});
+    EXPECT_EQ(sdfSessionOpen(onState, this, &other), SDF_SESSION_CLIENT_EXISTS);
+    destroySdfClient();
+    open();
+}
+
+TEST_F(LifeTest, CloseWaitsAsLongAsItIsToAndTheNextOpenForTheRest) {
+    openUp();
+    mSdk.hold(true);
+    EXPECT_EQ(sdfSessionClose(std::exchange(mSession, nullptr), 1), SDF_SESSION_CLOSING);
+    SdfSession* session = nullptr;
+    EXPECT_EQ(sdfSessionOpen(onState, this, &session), SDF_SESSION_CLOSING);
+    mSdk.hold(false);
+    ASSERT_TRUE(eventually(
+        [&] { return sdfSessionOpen(onState, this, &mSession) != SDF_SESSION_CLOSING; }));
+    EXPECT_EQ(reported(1), (Lines{"session connecting"}));
+}
+
+TEST_F(LifeTest, CloseBeforeTheClientIsMade) {
+    mSdk.hold(true);
+    ASSERT_EQ(sdfSessionOpen(onState, this, &mSession), 0);
+    ASSERT_TRUE(eventually([this] { return mSdk.take() == Lines{"Create"}; }));
+    EXPECT_EQ(sdfSessionClose(std::exchange(mSession, nullptr), 0), SDF_SESSION_CLOSING);
+    mSdk.hold(false);
+    EXPECT_TRUE(eventually([this] { return mSdk.take() == Lines{"Destroy"}; }));
+    EXPECT_TRUE(eventually(
+        [&] { return sdfSessionOpen(onState, this, &mSession) != SDF_SESSION_CLOSING; }));
+}
+
+TEST_F(LifeTest, NothingIsReportedAfterClose) {
+    openUp();
+    addActive("one", 1, 1);
+    mSdk.status(SDF_V2_SERVICE_DOWN);
+    const SdfFilterStatusCb late = mSdk.filterCb;
+    close();
+    late(1, SDF_FILTER_ACTIVE);
+    mSdk.status(SDF_V2_SERVICE_UP);
+    EXPECT_EQ(sdfSessionClose(nullptr, 0), 0);
+}
+
+TEST_F(LifeTest, RefusedThreadOrDescriptorFailsOpen) {
+    SdfSession* session = nullptr;
+    {
+        const ThreadRefusal refusal;
+        EXPECT_EQ(sdfSessionOpen(onState, this, &session), SDF_SESSION_NO_RESOURCES);
+    }
+    for (int free = 0; free < 3; ++free) {
+        const DescriptorLimit limit(free);
+        EXPECT_EQ(sdfSessionOpen(onState, this, &session), SDF_SESSION_NO_RESOURCES);
+        EXPECT_EQ(session, nullptr);
+        // The thread of that session ends by itself.
+        EXPECT_TRUE(eventually([this] {
+            SdfSession* other = nullptr;
+            return sdfSessionOpen(onState, this, &other) == SDF_SESSION_NO_RESOURCES;
+        }));
+    }
+    ASSERT_TRUE(eventually([&] { return sdfSessionOpen(onState, this, &mSession) == 0; }));
+}
+
+TEST_F(LifeTest, ClosesFromInsideEachCallback) {
+    static char name[] = "one";
+    const struct {
+        const char* line;
+        std::function<void()> cause;
+    } cases[] = {
+        {"session down: service down", [this] { mSdk.status(SDF_V2_SERVICE_DOWN); }},
+        {"one active", [this] { mSdk.indicate(1, SDF_FILTER_ACTIVE); }},
+        {"one removed", [this] { sdfFilterRemove(add("one", 7)); }},
+        {"one first success 1 2",
+         [this] {
+             sdfSessionSetLevels(mSession, SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_2,
+                                 true, onLevels, name);
+             mSdk.levels(2, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_2);
+         }},
+        {"report 3 10 20",
+         [this] {
+             mSdk.report({3, 4});
+         }},
+        {"auto filter 9", [this] { mSdk.autoFilter(9); }},
+        {"one 1",
+         [this] {
+             sdfSessionAskFilters(mSession, 0, onFilters, name);
+             mSdk.list({1, 1});
+             sdfSessionDispatch(mSession);
+             mSdk.list({1});
+         }},
+        {"one no answer in time",
+         [this] { sdfSessionAskQueueReport(mSession, 1, onQueueReport, name); }},
+    };
+    for (const auto& one : cases) {
+        openUp();
+        sdfSessionSetQueueReports(mSession, 1, onReport, nullptr);
+        sdfSessionSetAutoFilters(mSession, onAutoFilter, nullptr);
+        add("one", 1);
+        mSdk.answer(1, SDF_FILTER_PENDING);
+        EXPECT_EQ(reported(2), (Lines{"one requested", "one pending"}));
+        int result = 1;
+        upon(one.line, [&] {
+            SdfSession* const session = std::exchange(mSession, nullptr);
+            EXPECT_EQ(sdfSessionClose(session, 30000), 0);
+            result = sdfSessionDispatch(session);
+            EXPECT_EQ(sdfSessionSetGaming(session, true), SDF_SESSION_CLOSED);
+        });
+        SdfSession* const session = mSession;
+        one.cause();
+        int outer = 0;
+        while (mSession != nullptr) {
+            pollfd waited{sdfSessionFd(session), POLLIN, 0};
+            poll(&waited, 1, 10);
+            outer = sdfSessionDispatch(session);
+        }
+        EXPECT_EQ(result, SDF_SESSION_CLOSED) << one.line;
+        EXPECT_EQ(outer, SDF_SESSION_CLOSED) << one.line;
+        mSdk.reset();
+    }
+}
+
+TEST_F(LifeTest, DispatchesFromInsideCallbacks) {
+    openUp();
+    const SdfFilter* const filters[] = {add("one", 1), add("two", 2), add("three", 3)};
+    (void)filters;
+    // Each callback has the next one called before it returns.
+    std::function<void()> next = [&] {
+        upon("two requested", [&] {
+            upon("three requested", [&] { sdfSessionDispatch(mSession); });
+            sdfSessionDispatch(mSession);
+        });
+        sdfSessionDispatch(mSession);
+    };
+    upon("one requested", next);
+    for (const unsigned int id : {1U, 2U, 3U}) mSdk.answer(id);
+    EXPECT_EQ(reported(), (Lines{"one requested", "two requested", "three requested", "one active",
+                                 "two active", "three active"}));
+}
+
+TEST_F(LifeTest, WhatACallbackThrowsLeavesDispatchAndTheRestComesWithTheNext) {
+    openUp();
+    add("one", 1);
+    add("two", 2);
+    mSdk.answer(1);
+    mSdk.answer(2);
+    upon("one requested", [] { throw std::runtime_error("one"); });
+    EXPECT_THROW(sdfSessionDispatch(mSession), std::runtime_error);
+    upon("one active", [] { throw std::runtime_error("two"); });
+    pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
+    EXPECT_EQ(poll(&waited, 1, 0), 1);
+    EXPECT_THROW(sdfSessionDispatch(mSession), std::runtime_error);
+    EXPECT_EQ(poll(&waited, 1, 0), 1);
+    EXPECT_EQ(reported(), (Lines{"one requested", "two requested", "one active", "two active"}));
+}
+
+TEST_F(LifeTest, RunsUntilItIsStopped) {
+    open();
+    mSdk.up();
+    upon("session up", [this] { sdfSessionStop(mSession); });
+    EXPECT_EQ(sdfSessionRun(mSession), 0);
+    std::thread other([this] { sdfSessionStop(mSession); });
+    EXPECT_EQ(sdfSessionRun(mSession), 0);
+    other.join();
+    mSdk.status(SDF_V2_SERVICE_DOWN);
+    upon("session down: service down",
+         [this] { sdfSessionClose(std::exchange(mSession, nullptr), 30000); });
+    EXPECT_EQ(sdfSessionRun(mSession), SDF_SESSION_CLOSED);
+}
+
+TEST_F(LifeTest, AtRestNothingWakesTheLoop) {
+    openUp();
+    ASSERT_EQ(sdfSessionSetAnswerDeadline(mSession, 20), 0);
+    add("one", 1);
+    mSdk.answer(1);
+    EXPECT_EQ(reported(2).size(), 2U);
+    pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
+    EXPECT_EQ(poll(&waited, 1, 200), 0);
+}
+
+TEST_F(LifeTest, FloodThatNobodyDispatchesIsALoss) {
+    openUp();
+    addActive("one", 1, 1);
+    for (int count = 0; count < 65537; ++count) mSdk.indicate(1, SDF_FILTER_ACTIVE);
+    EXPECT_EQ(reported(), (Lines{"session down: internal error", "one lost"}));
+}
+
+TEST_F(LifeTest, ReportsThatNobodyDispatchesAreDropped) {
+    openUp();
+    sdfSessionSetQueueReports(mSession, 1, onReport, nullptr);
+    sdfSessionSetAutoFilters(mSession, onAutoFilter, nullptr);
+    mSdk.report(std::vector<unsigned int>(5000, 3));
+    mSdk.autoFilter(9);
+    mSdk.status(SDF_V2_SERVICE_DOWN);
+    const Lines lines = reported();
+    ASSERT_EQ(lines.size(), 4097U);
+    EXPECT_TRUE(std::all_of(lines.begin(), lines.end() - 1,
+                            [](const std::string& line) { return line == "report 3 10 20"; }));
+    EXPECT_EQ(lines.back(), "session down: service down");
+}
+
+TEST_F(LifeTest, DescriptorStaysTheSameAndIsNotInherited) {
+    openUp();
+    const int fd = sdfSessionFd(mSession);
+    EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
+    mSdk.status(SDF_V2_SERVICE_DOWN);
+    reported();
+    waitForNextClient();
+    EXPECT_EQ(sdfSessionFd(mSession), fd);
+    EXPECT_EQ(sdfSessionFd(nullptr), -1);
+}
+
+}  // namespace
