@@ -64,16 +64,11 @@ int ask(SdfSession* session, unsigned int milliseconds, Callback cb, void* user,
 int sdfSessionOpen(SdfSessionStateCb cb, void* user, SdfSession** session) {
     if (session == nullptr) return SDF_SESSION_INVALID_ARG;
     *session = nullptr;
-    const int result = Connector::instance().open();
-    if (result != 0) return result;
     try {
-        *session = new SdfSession(cb, user);
+        return SdfSession::open(cb, user, session);
     } catch (const std::exception&) {
-        (void)Connector::instance().close(0);
         return SDF_SESSION_NO_RESOURCES;
     }
-    (*session)->begin();
-    return 0;
 }
 
 int sdfSessionClose(SdfSession* session, unsigned int wait_ms) {

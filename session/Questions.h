@@ -63,9 +63,9 @@ class Questions {
         bool wanted = false;
         for (Question& question : mQuestions) {
             if (question.turn != turn || question.done) continue;
-            wanted = true;
             try {
                 question.entries.push_back(event.entry);
+                wanted = true;
             } catch (const std::bad_alloc&) {
                 finish(question, SDF_SESSION_NO_RESOURCES);
             }

@@ -67,10 +67,18 @@ SdfSession::SdfSession(SdfSessionStateCb cb, void* user)
     watch(mEpoll.get(), mTimer.get());
 }
 
-void SdfSession::begin() {
-    Inbox::instance().attach(mEvents.get());
+int SdfSession::open(SdfSessionStateCb cb, void* user, SdfSession** session) {
+    auto* const made = new SdfSession(cb, user);
+    const int result = Connector::instance().open();
+    if (result != 0) {
+        delete made;
+        return result;
+    }
+    Inbox::instance().attach(made->mEvents.get());
     Connector::instance().connect();
-    wake();
+    made->wake();
+    *session = made;
+    return 0;
 }
 
 void SdfSession::close() {

@@ -36,13 +36,12 @@ class Descriptor {
 // that a filter or the session has, the application hears before the next one.
 struct SdfSession final : public Link {
   public:
-    // Throws std::bad_alloc and std::system_error.
-    SdfSession(SdfSessionStateCb cb, void* user);
     SdfSession(const SdfSession&) = delete;
     SdfSession& operator=(const SdfSession&) = delete;
 
-    // Begins to connect.
-    void begin();
+    // Makes the process's session, which begins to connect. Returns 0, or what Connector::open()
+    // does. Throws std::bad_alloc and std::system_error.
+    static int open(SdfSessionStateCb cb, void* user, SdfSession** session);
     // The object is freed when the last dispatch() under way returns, or at once.
     void close();
     bool isClosed() const { return mClosed; }
@@ -74,6 +73,7 @@ struct SdfSession final : public Link {
         kUp,
     };
 
+    SdfSession(SdfSessionStateCb cb, void* user);
     ~SdfSession() = default;
 
     // Reports one thing. Returns false when there is nothing to report.

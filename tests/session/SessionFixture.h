@@ -9,9 +9,7 @@
 #include <vector>
 
 #include "tests/session/FakeSdk.h"
-
-// A flow by its destination port.
-SdfAddFilterInfo flowTo(uint16_t port);
+#include "tests/session/FlowTo.h"
 
 // A session on the fake library, and what its callbacks have reported, as lines.
 class SessionTest : public testing::Test {

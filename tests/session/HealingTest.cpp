@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+// Whatever the service does, in the end it has what the session wants. --rounds=N: how often it is
+// killed, --seeds=N: with how many services that misbehave.
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/session/ServiceState.h"
+#include "tests/session/Wanted.h"
+#include "tests/support/EmulatorProcess.h"
+#include "tests/support/TestDirectory.h"
+
+namespace {
+
+unsigned int gRounds = 200;
+unsigned int gSeeds = 20;
+
+size_t entriesOf(const char* directory) {
+    size_t count = 0;
+    DIR* const entries = opendir(directory);
+    while (readdir(entries) != nullptr) ++count;
+    closedir(entries);
+    return count;
+}
+
+struct Resources {
+    size_t descriptors = entriesOf("/proc/self/fd");
+    size_t threads = entriesOf("/proc/self/task");
+    size_t heap = mallinfo2().uordblks;
+};
+
+// One that misbehaves a few times and then no more; or that dies.
+std::vector<std::string> randomRules(Wanted& wanted) {
+    constexpr const char* kKinds[] = {
+        "enable",           "add_filter",        "set_latency_level", "update_latency_level",
+        "update_ood",       "update_pdcp_timer", "update_target_dscp", "delete_filter",
+        "en_high_perf_gaming", "prioritize_data", "reg_filter_status", "register"};
+    constexpr const char* kActions[] = {
+        "refuse",     "never",      "late 20",          "twice",
+        "flood 20",   "wrong-id",   "mismatch",         "empty-body",
+        "no-body",    "truncate",   "garbage ff 00 80", "garbage random 100",
+        "unknown-event", "status SERVICE_DOWN", "status INTERNAL_ERROR", "status SERVICE_UP",
+        "status 77",  "die before", "die after"};
+    std::vector<std::string> options;
+    for (unsigned int count = 1 + wanted.pick(6); count > 0; --count) {
+        options.push_back("--rule");
+        options.push_back(std::string("on ") + kKinds[wanted.pick(std::size(kKinds))] + " nth " +
+                          std::to_string(1 + wanted.pick(8)) + ": " +
+                          kActions[wanted.pick(std::size(kActions))]);
+    }
+    return options;
+}
+
+TEST(HealingTest, ServiceThatIsKilledAgainAndAgain) {
+    const TestDirectory directory;
+    Wanted wanted(1);
+    wanted.open(1, 5, 10000);
+    wanted.wantEverything(32);
+    EmulatorProcess emulator;
+    Resources early;
+    for (unsigned int round = 0; round < gRounds; ++round) {
+        ASSERT_TRUE(wanted.dispatchUntilUp()) << round;
+        // Nothing that was wanted is missing when the application hears of it.
+        ASSERT_TRUE(wanted.dispatchUntilServed())
+            << round << "\n" << serviceState() << "\n" << wanted.expected();
+        for (unsigned int changes = wanted.pick(4); changes > 0; --changes) {
+            wanted.change();
+            wanted.dispatch(static_cast<int>(wanted.pick(3)));
+        }
+        wanted.dispatch(static_cast<int>(wanted.pick(21)));
+        // At any time of its coming up, too.
+        for (unsigned int again = wanted.pick(3); again > 0; --again) {
+            emulator.restart();
+            wanted.dispatch(static_cast<int>(wanted.pick(21)));
+            wanted.change();
+        }
+        emulator.restart();
+        ASSERT_EQ(wanted.lie(), "") << round;
+        if (round == 100) early = Resources();
+        if (round % 1000 == 999) printf("%u rounds\n", round + 1);
+    }
+    ASSERT_TRUE(wanted.dispatchUntilUp());
+    EXPECT_TRUE(wanted.dispatchUntilServed());
+    const Resources late;
+    EXPECT_LE(late.descriptors, early.descriptors);
+    EXPECT_LE(late.threads, early.threads);
+    EXPECT_LE(late.heap, early.heap + 64 * 1024);
+    printf("descriptors %zu, %zu; threads %zu, %zu; bytes of heap %zu, %zu; up %zu times\n",
+           early.descriptors, late.descriptors, early.threads, late.threads, early.heap, late.heap,
+           wanted.ups());
+    wanted.close();
+    EXPECT_EQ(wanted.lie(), "");
+}
+
+TEST(HealingTest, ServicesThatMisbehave) {
+    for (unsigned int seed = 1; seed <= gSeeds; ++seed) {
+        const TestDirectory directory;
+        Wanted wanted(seed);
+        const std::vector<std::string> rules = randomRules(wanted);
+        std::string all = "seed " + std::to_string(seed);
+        bool dies = false;
+        for (const std::string& word : rules) {
+            all += " " + word;
+            dies = dies || word.find("die") != std::string::npos;
+        }
+        SCOPED_TRACE(all);
+        auto emulator = std::make_unique<EmulatorProcess>(rules);
+        wanted.open(1, 20, 1000);
+        wanted.wantEverything(8);
+        for (int changes = 0; changes < 60; ++changes) {
+            wanted.change();
+            wanted.dispatch(static_cast<int>(wanted.pick(8)));
+        }
+        if (dies) {
+            // Perhaps it is alive, and to be killed.
+            emulator.reset();
+            emulator = std::make_unique<EmulatorProcess>();
+        }
+        ASSERT_TRUE(wanted.dispatchUntilServed()) << serviceState() << "\n" << wanted.expected();
+        wanted.close();
+        ASSERT_EQ(wanted.lie(), "");
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    for (int index = 1; index < argc; ++index) {
+        (void)sscanf(argv[index], "--rounds=%u", &gRounds);
+        (void)sscanf(argv[index], "--seeds=%u", &gSeeds);
+    }
+    return RUN_ALL_TESTS();
+}

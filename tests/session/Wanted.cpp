@@ -1,0 +1,286 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/session/Wanted.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "tests/session/FlowTo.h"
+#include "tests/session/ServiceState.h"
+#include "tests/support/Eventually.h"
+
+using nlohmann::json;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::array<const char*, 3> kSlots{"SLOT_ID_UNSPECIFIED", "SLOT_ID_FIRST",
+                                            "SLOT_ID_SECOND"};
+
+std::string levelName(SdfLatencyLvl level) {
+    return "L" + std::to_string(level);
+}
+
+const char* oodName(SdfOod ood) {
+    constexpr std::array<const char*, 3> kNames{"SDF_OOD_UNSPECIFIED", "SDF_OOD_ENABLED",
+                                                "SDF_OOD_DISABLED"};
+    return kNames.at(static_cast<size_t>(ood) - 1);
+}
+
+json orNull(const std::optional<unsigned int>& value) {
+    return value ? json(*value) : json();
+}
+
+bool mayFollow(std::optional<SdfSessionState> before, SdfSessionState state) {
+    if (!before) return state == SDF_SESSION_CONNECTING;
+    switch (*before) {
+        case SDF_SESSION_CONNECTING: return state != SDF_SESSION_CONNECTING;
+        case SDF_SESSION_UP: return state == SDF_SESSION_DOWN;
+        default: return state != SDF_SESSION_DOWN;
+    }
+}
+
+bool mayFollow(std::optional<SdfFilterState> before, SdfFilterState state) {
+    if (state == SDF_FILTER_STATE_REMOVED) return true;
+    if (!before) return state == SDF_FILTER_STATE_REQUESTED;
+    switch (*before) {
+        case SDF_FILTER_STATE_REQUESTED:
+            return state == SDF_FILTER_STATE_PENDING || state == SDF_FILTER_STATE_ACTIVE ||
+                   state == SDF_FILTER_STATE_REJECTED;
+        case SDF_FILTER_STATE_PENDING:
+        case SDF_FILTER_STATE_ACTIVE:
+            return state != *before && state != SDF_FILTER_STATE_REQUESTED;
+        default: return state == SDF_FILTER_STATE_REQUESTED;
+    }
+}
+
+}  // namespace
+
+Wanted::~Wanted() {
+    close();
+}
+
+void Wanted::open(unsigned int firstPause, unsigned int longestPause, unsigned int deadline) {
+    if (sdfSessionOpen(onState, this, &mSession) != 0) lied("open failed");
+    sdfSessionSetPauses(mSession, firstPause, longestPause);
+    sdfSessionSetAnswerDeadline(mSession, deadline);
+}
+
+void Wanted::close() {
+    if (sdfSessionClose(std::exchange(mSession, nullptr), 60000) != 0) lied("close took too long");
+}
+
+void Wanted::wantEverything(size_t filters) {
+    for (size_t count = 0; count < filters; ++count) addFlow();
+    for (unsigned int which = 0; which < 7; ++which) changeSetting(which);
+}
+
+void Wanted::change() {
+    const auto living = [](const Flow& flow) { return !flow.removed; };
+    const auto flows = std::count_if(mFlows.begin(), mFlows.end(), living);
+    const unsigned int what = pick(16);
+    if (what < 7) {
+        changeSetting(what);
+    } else if (what == 7 && flows < 40) {
+        addFlow();
+    } else if (what == 8 && flows > 20) {
+        removeFlow();
+    } else if (what == 9 && flows > 20) {
+        // An equal one right behind it.
+        removeFlow();
+        addFlow();
+    } else if (flows > 0) {
+        auto flow = std::find_if(mFlows.begin(), mFlows.end(), living);
+        for (unsigned int skip = pick(static_cast<unsigned int>(flows)); skip > 0; --skip) {
+            flow = std::find_if(std::next(flow), mFlows.end(), living);
+        }
+        changeFlow(*flow);
+    }
+}
+
+unsigned int Wanted::pick(unsigned int limit) {
+    return std::uniform_int_distribution<unsigned int>(0, limit - 1)(mRandom);
+}
+
+void Wanted::dispatch(int milliseconds) {
+    const auto end = Clock::now() + std::chrono::milliseconds(milliseconds);
+    do {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
+        if (poll(&waited, 1, static_cast<int>(std::max<long long>(left, 0))) > 0) {
+            sdfSessionDispatch(mSession);
+        }
+    } while (Clock::now() < end);
+    mFlows.remove_if([](const Flow& flow) { return flow.ended; });
+}
+
+bool Wanted::dispatchUntilUp() {
+    const auto end = Clock::now() + 2 * kLimit;
+    while (mState != SDF_SESSION_UP) {
+        if (Clock::now() > end) return false;
+        dispatch(10);
+    }
+    return true;
+}
+
+bool Wanted::dispatchUntilServed() {
+    const auto end = Clock::now() + 2 * kLimit;
+    while (serviceState() != expected()) {
+        if (Clock::now() > end) return false;
+        dispatch(1);
+    }
+    return true;
+}
+
+json Wanted::expected() const {
+    json filters = json::object();
+    for (const Flow& flow : mFlows) {
+        if (flow.removed) continue;
+        filters[std::to_string(flow.port)] = {{"first_level", levelName(flow.info.first_level)},
+                                              {"second_level", levelName(flow.info.second_level)},
+                                              {"ood", oodName(flow.info.ood)},
+                                              {"pdcp_timer", flow.info.pdcp_timer},
+                                              {"target_dscp", orNull(flow.dscp)}};
+    }
+    json levels = json::array();
+    json slots = json::array();
+    for (size_t index = 0; index < kSlots.size(); ++index) {
+        if (mDataPriority[index]) slots.push_back(kSlots[index]);
+        if (!mLevels[index]) continue;
+        levels.push_back({{"slot_id", kSlots[index]},
+                          {"first_level", levelName(mLevels[index]->first)},
+                          {"second_level", levelName(mLevels[index]->second)},
+                          {"level_flag", mLevels[index]->flag}});
+    }
+    return {{"filters", filters},
+            {"levels", levels},
+            {"prioritized_slots", slots},
+            {"high_perf_gaming", mGaming},
+            {"prioritize_dds", mDdsPriority},
+            {"dds_ood", oodName(mDdsOod)},
+            {"dds_pdcp_timer", orNull(mDdsPdcpTimer)},
+            {"report_value", orNull(mReports)}};
+}
+
+void Wanted::onState(SdfSession*, SdfSessionState state, int /*reason*/, void* wanted) {
+    auto& self = *static_cast<Wanted*>(wanted);
+    if (self.mSession == nullptr || !mayFollow(self.mState, state)) {
+        self.lied(std::string("session ") + sdfSessionStateText(state));
+    }
+    self.mState = state;
+    if (state == SDF_SESSION_UP) ++self.mUps;
+}
+
+void Wanted::onFilter(SdfFilter* filter, SdfFilterState state, SdfFilterStatus why, void* user) {
+    auto& flow = *static_cast<Flow*>(user);
+    const bool removal = state == SDF_FILTER_STATE_REMOVED;
+    if (flow.ended || filter != flow.filter || removal != flow.removed ||
+        !mayFollow(flow.state, state)) {
+        flow.wanted->lied("filter " + std::to_string(flow.port) + " " + sdfFilterStateText(state) +
+                          " (" + sdfFilterStatusText(why) + ") after " +
+                          (flow.state ? sdfFilterStateText(*flow.state) : "nothing"));
+    }
+    flow.state = state;
+    flow.ended = removal;
+}
+
+void Wanted::onLevels(SdfSession*, SdfSlotID, int, SdfLatencyLvl, SdfLatencyLvl, void* wanted) {
+    auto& self = *static_cast<Wanted*>(wanted);
+    if (self.mSession == nullptr) self.lied("levels after close");
+}
+
+void Wanted::onReport(SdfSession*, unsigned int, uint64_t, uint64_t, void* wanted) {
+    auto& self = *static_cast<Wanted*>(wanted);
+    if (self.mSession == nullptr) self.lied("report after close");
+}
+
+void Wanted::lied(const std::string& what) {
+    if (mLie.empty()) mLie = what;
+}
+
+void Wanted::addFlow() {
+    mFlows.push_back({this});
+    Flow& flow = mFlows.back();
+    flow.port = mPort++;
+    if (mPort == 60000) mPort = 1;
+    flow.info = flowTo(flow.port);
+    flow.info.first_level = level();
+    if (sdfFilterAdd(mSession, &flow.info, onFilter, &flow, &flow.filter) != 0) lied("add failed");
+    if (pick(2) == 0) changeFlow(flow);
+}
+
+void Wanted::changeFlow(Flow& flow) {
+    int result = 0;
+    switch (pick(4)) {
+        case 0:
+            flow.info.first_level = level();
+            flow.info.second_level = level();
+            result = sdfFilterSetLevels(flow.filter, flow.info.first_level, flow.info.second_level);
+            break;
+        case 1:
+            flow.info.ood = ood();
+            result = sdfFilterSetOod(flow.filter, flow.info.ood);
+            break;
+        case 2:
+            flow.info.pdcp_timer = pick(1000);
+            result = sdfFilterSetPdcpTimer(flow.filter, flow.info.pdcp_timer);
+            break;
+        default:
+            flow.dscp = pick(64);
+            result = sdfFilterSetDscp(flow.filter, *flow.dscp);
+            break;
+    }
+    if (result != 0) lied("change failed");
+}
+
+void Wanted::removeFlow() {
+    const auto flow = std::find_if(mFlows.begin(), mFlows.end(),
+                                   [](const Flow& one) { return !one.removed; });
+    flow->removed = true;
+    sdfFilterRemove(flow->filter);
+}
+
+void Wanted::changeSetting(unsigned int which) {
+    const size_t index = pick(3);
+    const auto slot = static_cast<SdfSlotID>(static_cast<int>(index) - 1);
+    const bool on = pick(4) != 0;
+    int result = 0;
+    switch (which) {
+        case 0:
+            mLevels.at(index) = {level(), level(), on};
+            result = sdfSessionSetLevels(mSession, slot, mLevels.at(index)->first,
+                                         mLevels.at(index)->second, on, onLevels, this);
+            break;
+        case 1:
+            mDataPriority.at(index) = on;
+            result = sdfSessionSetDataPriority(mSession, slot, on);
+            break;
+        case 2:
+            mGaming = on;
+            result = sdfSessionSetGaming(mSession, on);
+            break;
+        case 3:
+            mDdsPriority = on;
+            result = sdfSessionSetDdsPriority(mSession, on);
+            break;
+        case 4:
+            mDdsOod = ood();
+            result = sdfSessionSetDdsOod(mSession, mDdsOod);
+            break;
+        case 5:
+            mDdsPdcpTimer = pick(1000);
+            result = sdfSessionSetDdsPdcpTimer(mSession, *mDdsPdcpTimer);
+            break;
+        default:
+            mReports.reset();
+            if (on) mReports = 20 + pick(50);
+            result = sdfSessionSetQueueReports(mSession, mReports.value_or(0),
+                                               on ? onReport : nullptr, this);
+            break;
+    }
+    if (result != 0) lied("setting failed");
+}
