@@ -106,7 +106,7 @@ void Filters::onAdded(const AddedEvent& event) {
     const bool wanted = filter->state != SDF_FILTER_STATE_REMOVED;
     if (wanted) setState(*filter, stateOf(event.status), event.status);
     if (isAlive(event.status)) {
-        settle(*filter);
+        if (!wanted) settle(*filter);
         return;
     }
     if (!wanted) --mUnwanted;
@@ -150,6 +150,8 @@ bool Filters::report() {
     }
     filter->reported = state;
     freeIfDone(*filter);
+    // Not before the state is reported: sending may find that the service is lost.
+    if (filter->answered) settle(*filter);
     if (filter->cb != nullptr) filter->cb(filter.get(), state, why, filter->user);
     return true;
 }

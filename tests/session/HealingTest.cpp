@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -39,16 +40,37 @@ struct Resources {
 
 // One that misbehaves a few times and then no more; or that dies.
 std::vector<std::string> randomRules(Wanted& wanted) {
-    constexpr const char* kKinds[] = {
-        "enable",           "add_filter",        "set_latency_level", "update_latency_level",
-        "update_ood",       "update_pdcp_timer", "update_target_dscp", "delete_filter",
-        "en_high_perf_gaming", "prioritize_data", "reg_filter_status", "register"};
-    constexpr const char* kActions[] = {
-        "refuse",     "never",      "late 20",          "twice",
-        "flood 20",   "wrong-id",   "mismatch",         "empty-body",
-        "no-body",    "truncate",   "garbage ff 00 80", "garbage random 100",
-        "unknown-event", "status SERVICE_DOWN", "status INTERNAL_ERROR", "status SERVICE_UP",
-        "status 77",  "die before", "die after"};
+    constexpr const char* kKinds[] = {"enable",
+                                      "add_filter",
+                                      "set_latency_level",
+                                      "update_latency_level",
+                                      "update_ood",
+                                      "update_pdcp_timer",
+                                      "update_target_dscp",
+                                      "delete_filter",
+                                      "en_high_perf_gaming",
+                                      "prioritize_data",
+                                      "reg_filter_status",
+                                      "register"};
+    constexpr const char* kActions[] = {"refuse",
+                                        "never",
+                                        "late 20",
+                                        "twice",
+                                        "flood 20",
+                                        "wrong-id",
+                                        "mismatch",
+                                        "empty-body",
+                                        "no-body",
+                                        "truncate",
+                                        "garbage ff 00 80",
+                                        "garbage random 100",
+                                        "unknown-event",
+                                        "status SERVICE_DOWN",
+                                        "status INTERNAL_ERROR",
+                                        "status SERVICE_UP",
+                                        "status 77",
+                                        "die before",
+                                        "die after"};
     std::vector<std::string> options;
     for (unsigned int count = 1 + wanted.pick(6); count > 0; --count) {
         options.push_back("--rule");
@@ -69,8 +91,10 @@ TEST(HealingTest, ServiceThatIsKilledAgainAndAgain) {
     for (unsigned int round = 0; round < gRounds; ++round) {
         ASSERT_TRUE(wanted.dispatchUntilUp()) << round;
         // Nothing that was wanted is missing when the application hears of it.
-        ASSERT_TRUE(wanted.dispatchUntilServed())
-            << round << "\n" << serviceState() << "\n" << wanted.expected();
+        ASSERT_TRUE(wanted.dispatchUntilServed()) << round << "\n"
+                                                  << serviceState() << "\n"
+                                                  << wanted.expected();
+        if (round == std::min(100U, gRounds / 2)) early = Resources();
         for (unsigned int changes = wanted.pick(4); changes > 0; --changes) {
             wanted.change();
             wanted.dispatch(static_cast<int>(wanted.pick(3)));
@@ -84,7 +108,6 @@ TEST(HealingTest, ServiceThatIsKilledAgainAndAgain) {
         }
         emulator.restart();
         ASSERT_EQ(wanted.lie(), "") << round;
-        if (round == 100) early = Resources();
         if (round % 1000 == 999) printf("%u rounds\n", round + 1);
     }
     ASSERT_TRUE(wanted.dispatchUntilUp());

@@ -22,7 +22,8 @@ std::string dumpService() {
     std::string text;
     if (AIBinder_dump(service.get(), fd, &arg, 1) == STATUS_OK) {
         text.resize(static_cast<size_t>(lseek(fd, 0, SEEK_END)));
-        if (pread(fd, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) text.clear();
+        if (pread(fd, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
+            text.clear();
     }
     close(fd);
     return text;

@@ -108,8 +108,7 @@ unsigned int Wanted::pick(unsigned int limit) {
 void Wanted::dispatch(int milliseconds) {
     const auto end = Clock::now() + std::chrono::milliseconds(milliseconds);
     do {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
         pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
         if (poll(&waited, 1, static_cast<int>(std::max<long long>(left, 0))) > 0) {
             sdfSessionDispatch(mSession);
@@ -238,8 +237,8 @@ void Wanted::changeFlow(Flow& flow) {
 }
 
 void Wanted::removeFlow() {
-    const auto flow = std::find_if(mFlows.begin(), mFlows.end(),
-                                   [](const Flow& one) { return !one.removed; });
+    const auto flow =
+        std::find_if(mFlows.begin(), mFlows.end(), [](const Flow& one) { return !one.removed; });
     flow->removed = true;
     sdfFilterRemove(flow->filter);
 }

@@ -11,8 +11,9 @@
 #include <random>
 #include <string>
 
-// A session whose wishes change at random, a model of them, and a check that what it reports is true:
-// each state follows the one before as the header's diagrams say, and nothing comes after the last.
+// A session whose wishes change at random, a model of them, and a check that what it reports is
+// true: each state follows the one before as the header's diagrams say, and nothing comes after the
+// last.
 class Wanted {
   public:
     explicit Wanted(uint32_t seed) : mRandom(seed) {}
@@ -35,8 +36,8 @@ class Wanted {
     void dispatch(int milliseconds);
     // Dispatches until the session is up; false when a generous limit has passed.
     bool dispatchUntilUp();
-    // Dispatches until the service has what is wanted; false when a generous limit has passed, or when
-    // a filter was rejected.
+    // Dispatches until the service has what is wanted; false when a generous limit has passed, or
+    // when a filter was rejected.
     bool dispatchUntilServed();
 
     // What the service should have.
@@ -52,8 +53,8 @@ class Wanted {
         SdfFilter* filter = nullptr;
         uint16_t port = 0;
         SdfAddFilterInfo info{};
-        std::optional<unsigned int> dscp;
-        std::optional<SdfFilterState> state;
+        std::optional<unsigned int> dscp{};
+        std::optional<SdfFilterState> state{};
         bool removed = false;
         bool ended = false;
     };
