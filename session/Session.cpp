@@ -68,14 +68,17 @@ SdfSession::SdfSession(SdfSessionStateCb cb, void* user)
 }
 
 int SdfSession::open(SdfSessionStateCb cb, void* user, SdfSession** session) {
+    // All that needs memory comes first.
+    Connector& connector = Connector::instance();
+    Inbox& inbox = Inbox::instance();
     auto* const made = new SdfSession(cb, user);
-    const int result = Connector::instance().open();
+    const int result = connector.open();
     if (result != 0) {
         delete made;
         return result;
     }
-    Inbox::instance().attach(made->mEvents.get());
-    Connector::instance().connect();
+    inbox.attach(made->mEvents.get());
+    connector.connect();
     made->wake();
     *session = made;
     return 0;
