@@ -170,6 +170,8 @@ TEST_F(LifeTest, ServiceThatComesUpLateIsTaken) {
     open();
     ASSERT_EQ(sdfSessionSetPauses(mSession, 86400000, 86400000), 0);
     EXPECT_EQ(reported(2), (Lines{"session connecting", "session down: no service"}));
+    mSdk.status(SDF_V2_INTERNAL_ERROR);
+    EXPECT_EQ(reported(), Lines{});
     mSdk.up();
     EXPECT_EQ(reported(), (Lines{"session up"}));
     EXPECT_EQ(mSdk.take(), (Lines{"Create", "RegFilterStatus"}));

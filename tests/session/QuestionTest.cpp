@@ -109,10 +109,10 @@ TEST_F(QuestionTest, LossEndsWhatWasAskedOnly) {
     ask("b");
     reported();
     askReport("c");
+    ask("d");  // waits for the list that b is to get
     mSdk.status(SDF_V2_SERVICE_DOWN);
     EXPECT_EQ(reported(), (Lines{"session down: service down", "a service lost", "b service lost",
                                  "c service lost"}));
-    ask("d");
     EXPECT_TRUE(dispatchUntil([this] { return mSdk.clients() == 2; }));
     mSdk.take();
     mSdk.up();
