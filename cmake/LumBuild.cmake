@@ -66,9 +66,11 @@ add_library(lum_warnings INTERFACE)
 target_compile_options(lum_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Werror)
 
 # lum_tree: the same for those that include headers from the top of the tree ("utils/LumTimer.h"), and
-# the public one as its users do. Examples do not.
+# the public ones as their users do. Examples do not.
 add_library(lum_tree INTERFACE)
-target_include_directories(lum_tree INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/api/include)
+target_include_directories(
+  lum_tree INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/api/include
+                     ${PROJECT_SOURCE_DIR}/session/include)
 target_link_libraries(lum_tree INTERFACE lum_warnings)
 
 # lum_locks: Clang checks who holds which lock (utils/Mutex.h). Not in tests, which look at what is
