@@ -27,6 +27,9 @@ endif()
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${CMAKE_MATCH_2})
 
 set(CPACK_COMPONENTS_ALL runtime development tools)
+if(LUM_SESSION)
+  list(APPEND CPACK_COMPONENTS_ALL session)
+endif()
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME liblum-sdf-sdk${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
@@ -39,17 +42,29 @@ filters for flows, priorities, reports.
 This package has the library, and the binder runtime that it needs where the
 system has none.")
 
+set(CPACK_DEBIAN_SESSION_PACKAGE_NAME liblum-sdf-session${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_SESSION_PACKAGE_SECTION libs)
+set(CPACK_COMPONENT_SESSION_DEPENDS runtime)
+set(CPACK_DEBIAN_SESSION_DESCRIPTION
+    "sessions with a device's data service
+Lets an application say once how the device's data service is to treat its
+traffic, and keeps that with the service, also when the service is lost and
+comes back. Stands on liblum_sdf_sdk.")
+
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME liblum-sdf-sdk-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS lum-sdf-tools)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+if(LUM_SESSION)
+  list(APPEND CPACK_COMPONENT_DEVELOPMENT_DEPENDS session)
+endif()
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
     "client library of a device's data service (development files)
 Lets an application ask the device's data service to treat its traffic in
 particular ways (service data flows), through a C interface.
 
-This package has the header, what CMake and pkg-config have to know, the
-documentation and examples.")
+This package has the headers, also those of sessions, what CMake and
+pkg-config have to know, the documentation and examples.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME lum-sdf-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
@@ -61,9 +76,16 @@ is a stand-in for the data service, for machines that have none; it can be
 made to misbehave. lum_sdf_demo shows library and service at work together,
 lum_sdf_monitor what becomes of flows and queues.")
 
-configure_file(debian/shlibs.in shlibs @ONLY)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
-    ${CMAKE_CURRENT_BINARY_DIR}/shlibs ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers)
+# shlibs(COMPONENT LIBRARY): a component with a library for others to link.
+function(shlibs component library)
+  set(package ${CPACK_DEBIAN_${component}_PACKAGE_NAME})
+  configure_file(debian/shlibs.in ${package}/shlibs @ONLY)
+  set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA
+      ${CMAKE_CURRENT_BINARY_DIR}/${package}/shlibs ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers
+      PARENT_SCOPE)
+endfunction()
+shlibs(RUNTIME liblum_sdf_sdk)
+shlibs(SESSION liblum_sdf_session)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/debian/stage.cmake)
 # For that script.
 set(CPACK_LUM_OVERRIDES ${CMAKE_CURRENT_SOURCE_DIR}/debian/lintian-overrides)

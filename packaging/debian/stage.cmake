@@ -24,12 +24,14 @@ execute_process(COMMAND gzip -9n ${compressed} COMMAND_ERROR_IS_FATAL ANY)
 
 # The packages of the libraries that each component's programs and libraries need. On our own ones the
 # components depend as such: what has no package is passed over.
+set(programs_and_libraries ${CPACK_COMPONENTS_ALL})
+list(REMOVE_ITEM programs_and_libraries development)
 set(ours ${top}/runtime/usr/${CPACK_LUM_LIBDIR})
 file(GLOB directories ${ours} ${ours}/* ${top}/tools/usr/${CPACK_LUM_LIBDIR}/*)
 list(FILTER directories EXCLUDE REGEX "\\.so")
 list(TRANSFORM directories PREPEND -l)
 file(WRITE ${top}/debian/control "")  # it wants to be called where a package is being made
-foreach(component runtime tools)
+foreach(component IN LISTS programs_and_libraries)
   string(TOUPPER ${component} upper)
   file(GLOB_RECURSE programs ${top}/${component}/usr/bin/* ${top}/${component}/usr/*.so*)
   execute_process(

@@ -34,15 +34,25 @@ COMPONENTS = {
         f"{LIB}/lum-sdf-{MAJOR}/libbinder_ndk.so",
         f"{DOC}/LICENSE",
     },
+    "session": {
+        f"{LIB}/liblum_sdf_session.so.{VERSION}",
+        f"{LIB}/liblum_sdf_session.so.{MAJOR}",
+    },
     "development": {
         "include/lum_sdf_sdk.h",
+        "include/lum_sdf_session.h",
+        "include/lum_sdf_session.hpp",
         f"{LIB}/liblum_sdf_sdk.so",
+        f"{LIB}/liblum_sdf_session.so",
         f"{LIB}/cmake/LumSdfSdk/LumSdfSdkConfig.cmake",
         f"{LIB}/cmake/LumSdfSdk/LumSdfSdkConfigVersion.cmake",
         f"{LIB}/cmake/LumSdfSdk/LumSdfSdkTargets.cmake",
         f"{LIB}/cmake/LumSdfSdk/LumSdfSdkTargets-relwithdebinfo.cmake",
         f"{LIB}/pkgconfig/lum-sdf-sdk.pc",
+        f"{LIB}/pkgconfig/lum-sdf-session.pc",
         f"{DOC}/api/include/lum_sdf_sdk.h",
+        f"{DOC}/session/include/lum_sdf_session.h",
+        f"{DOC}/session/include/lum_sdf_session.hpp",
         *(f"{DOC}/docs/{page.name}" for page in TREE.glob("docs/*.md")),
         f"{DOC}/docs/valgrind.supp",
         *(f"{DOC}/examples/{name}" for name in (
@@ -157,15 +167,19 @@ class InstallTest(unittest.TestCase):
                 self.run_here("sh", "-eu", "-c", build)
                 self.assertEqual(self.run_here(program), printed)
 
-    def test_cxx_program_that_finds_the_cmake_package(self):
+    def test_programs_that_find_the_cmake_package(self):
         configure = ("cmake", "-S", CONSUMER, "-B", "build",
                      f"-DCMAKE_PREFIX_PATH={self.prefix}")
         with self.assertRaisesRegex(AssertionError, "compatible with requested version \"2.0\""):
             self.run_here(*configure, "-DWANTED_VERSION=2.0")
-        self.run_here(*configure, f"-DWANTED_VERSION={VERSION}")
+        with self.assertRaisesRegex(AssertionError, "LumSdfSdk was built without\\s+lum_sdf_other"):
+            self.run_here(*configure, "-DWANTED_VERSION=1.0", "-DWANTED_COMPONENT=lum_sdf_other")
+        self.run_here(*configure, f"-DWANTED_VERSION={VERSION}", "-DWANTED_COMPONENT=lum_sdf_session")
         self.run_here("cmake", "--build", "build")
         self.start_service()
-        self.assertEqual(self.run_here("build/consumer"), "3 4\n")
+        for program in ("consumer", "session_c", "session_cpp"):
+            with self.subTest(program=program):
+                self.assertEqual(self.run_here(f"build/{program}"), "3 4\n")
 
     def test_cmake_package_is_found_through_a_link(self):
         # As where /lib is a link to /usr/lib.
@@ -175,15 +189,19 @@ class InstallTest(unittest.TestCase):
         self.run_here("cmake", "-S", CONSUMER, "-B", "build", "-DWANTED_VERSION=1.0",
                       f"-DCMAKE_PREFIX_PATH={self.directory}/root")
 
-    def test_cxx_program_that_asks_pkg_config(self):
+    def test_programs_that_ask_pkg_config(self):
         self.environment["PKG_CONFIG_PATH"] = f"{self.prefix}/{LIB}/pkgconfig"
-        self.assertEqual(self.run_here("pkg-config", "--modversion", "lum-sdf-sdk").strip(), VERSION)
-        flags = self.run_here("pkg-config", "--cflags", "--libs", "lum-sdf-sdk").split()
-        libdir = self.run_here("pkg-config", "--variable=libdir", "lum-sdf-sdk").strip()
-        self.run_here(CXX, "-std=c++17", CONSUMER / "consumer.cpp", *flags, f"-Wl,-rpath,{libdir}",
-                      "-o", "consumer")
         self.start_service()
-        self.assertEqual(self.run_here("./consumer"), "3 4\n")
+        for package, compiler, source in (
+                ("lum-sdf-sdk", (CXX, "-std=c++17"), "consumer.cpp"),
+                ("lum-sdf-session", (CC, "-std=c11"), "session.c"),
+                ("lum-sdf-session", (CXX, "-std=c++17"), "session.cpp")):
+            with self.subTest(source=source):
+                self.assertEqual(self.run_here("pkg-config", "--modversion", package).strip(), VERSION)
+                flags = self.run_here("pkg-config", "--cflags", "--libs", package).split()
+                libdir = self.run_here("pkg-config", "--variable=libdir", package).strip()
+                self.run_here(*compiler, CONSUMER / source, *flags, f"-Wl,-rpath,{libdir}", "-o", "program")
+                self.assertEqual(self.run_here("./program"), "3 4\n")
 
     def test_valgrind_has_nothing_to_say(self):
         (program,) = pages.blocks(self.prefix / DOC / "docs/getting-started.md", "c")
@@ -209,6 +227,19 @@ class InstallTest(unittest.TestCase):
                       "-DCMAKE_INSTALL_PREFIX=/usr", "-DCMAKE_INSTALL_LIBDIR=lib/wanted")
         described = (self.directory / "build/packaging/lum-sdf-sdk.pc").read_text()
         self.assertIn("\nlibdir=${prefix}/lib/wanted\n", described)
+
+    def test_session_is_refused_where_the_library_is_not_guarded(self):
+        refused = "liblum_sdf_session\\s+needs\\s+a\\s+library\\s+built\\s+with\\s+LUM_SDF_GUARDED"
+        (self.directory / "CMakeLists.txt").write_text(
+            "cmake_minimum_required(VERSION 3.25)\nproject(outside C CXX)\n"
+            f"add_subdirectory({TREE} lum)\n")
+        for tree in (TREE, self.directory):
+            configure = ("cmake", "-S", tree, "-B", f"build-{tree.name}", "-DBUILD_TESTING=OFF",
+                         "-DLUM_SDF_GUARDED=OFF")
+            with self.subTest(tree=tree):
+                with self.assertRaisesRegex(AssertionError, refused):
+                    self.run_here(*configure, "-DLUM_SESSION=ON")
+                self.run_here(*configure, "-DLUM_SESSION=OFF")
 
     def test_versions_are_one(self):
         for program in PROGRAMS:

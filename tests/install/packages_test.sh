@@ -8,14 +8,16 @@ root=$1
 # As its user would, with apt looking for what they depend on.
 export DEBIAN_FRONTEND=noninteractive APT_CONFIG="$MMDEBSTRAP_APT_CONFIG"
 apt-get -o DPkg::Chroot-Directory="$root" install --yes "$root"/packages/*.deb
-chroot "$root" ldconfig -p | grep -F liblum_sdf_sdk.so.1
+for library in liblum_sdf_sdk liblum_sdf_session; do
+    chroot "$root" ldconfig -p | grep -F "$library.so.1"
+done
 
 chroot "$root" timeout 60 lum_sdf_demo
 chroot "$root" timeout 60 lum_sdf_monitor -t 1
 ls "$root/usr/share/bash-completion/completions/sdfctl" "$root/usr/share/doc/lum-sdf-tools/emulator.md"
 
-# The program of the first page for newcomers, compiled with this machine's compiler, as that takes
-# less time than to install one: Debian's, too.
+# The program of the first page for newcomers, and one with a session, compiled with this machine's
+# compiler, as that takes less time than to install one: Debian's, too.
 page=$root/usr/share/doc/liblum-sdf-sdk-dev/docs/getting-started.md
 block() { sed -n "/^\`\`\`$1\$/,/^\`\`\`\$/{/^\`\`\`/!p}" "$page"; }
 block c >"$root/hello.c"
@@ -24,6 +26,9 @@ pkgconfig=$(echo "$root"/usr/lib/*/pkgconfig)
 # shellcheck disable=SC2046 # a list of words
 cc -std=c11 "$root/hello.c" \
     $(PKG_CONFIG_LIBDIR=$pkgconfig pkg-config --cflags --libs lum-sdf-sdk) -o "$root/hello"
+# shellcheck disable=SC2046 # a list of words
+cc -std=c11 tests/install/consumer/session.c \
+    $(PKG_CONFIG_LIBDIR=$pkgconfig pkg-config --cflags --libs lum-sdf-session) -o "$root/session"
 
 chroot "$root" sh -eux <<'END'
 mkfifo ready
@@ -32,6 +37,7 @@ trap 'kill $!' EXIT
 read -r _ <ready
 timeout 60 ./hello >printed
 diff expected printed
+[ "$(timeout 60 ./session)" = "3 4" ]
 sdfctl set-latency first 1 3 >printed
 grep '^event levels: id=[0-9]* first=level-1 second=level-3$' printed
 END
@@ -39,5 +45,5 @@ END
 # They go without a trace, the tools and the development files with the library.
 apt-get -o DPkg::Chroot-Directory="$root" purge --yes liblum-sdf-sdk1
 left=$(find "$root/usr" "$root/etc" "$root/var/lib/dpkg/info" -iname '*lum*sdf*' -o -name 'sdfctl*')
-known=$(chroot "$root" ldconfig -p | grep -F liblum_sdf_sdk || true)
+known=$(chroot "$root" ldconfig -p | grep -F liblum_sdf || true)
 [ -z "$left$known" ]
