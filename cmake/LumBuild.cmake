@@ -107,9 +107,13 @@ endif()
 target_link_libraries(lum_liblog INTERFACE ${LIBLOG_LIBRARY})
 
 # lum_each_variant(FUNCTION): calls it with "", what to add to the names of the targets that have
-# LUM_SDF_GUARDED as it was asked for, and with "_unguarded" if LUM_ALSO_UNGUARDED asks for those.
+# LUM_SDF_GUARDED as it was asked for, and with "_guarded" and "_unguarded" if LUM_ALSO_GUARDED and
+# LUM_ALSO_UNGUARDED ask for those.
 function(lum_each_variant function)
   cmake_language(CALL ${function} "")
+  if(LUM_ALSO_GUARDED)
+    cmake_language(CALL ${function} _guarded)
+  endif()
   if(LUM_ALSO_UNGUARDED)
     cmake_language(CALL ${function} _unguarded)
   endif()

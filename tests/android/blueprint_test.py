@@ -54,7 +54,7 @@ class AndroidBp(unittest.TestCase):
         cls.named = [properties["name"] for kind, properties in modules if "name" in properties]
 
     def whole(self, name):
-        """A module's properties, with those of its defaults."""
+        """A module's properties, with those of its defaults that depend on no configuration."""
         whole = {}
         for part in [self.modules[default] for default in self.modules[name].get("defaults", [])] + [
                 self.modules[name]]:
@@ -69,8 +69,12 @@ class AndroidBp(unittest.TestCase):
             "lum_sdf_license": "license",
             "vendor.orn.data.lumservice": "aidl_interface",
             "lum_sdf_defaults": "cc_defaults",
+            "lum_sdf_config_defaults": "soong_config_module_type",
+            "lum_sdf_guarded_defaults": "lum_sdf_config_defaults",
+            "lum_sdf_session_defaults": "lum_sdf_config_defaults",
             "liblum_sdf_proto": "cc_library_static",
             "liblum_sdf_sdk": "cc_library_shared",
+            "liblum_sdf_session": "cc_library_shared",
             "lum_sdf_game": "cc_binary",
             "lum_sdf_monitor": "cc_binary"})
 
@@ -91,7 +95,7 @@ class AndroidBp(unittest.TestCase):
         known = PLATFORM_MODULES | set(self.modules)
         known |= {f"{name}-ndk" for name, kind in self.kinds.items() if kind == "aidl_interface"}
         for name, module in self.modules.items():
-            for key in ("defaults", "static_libs", "shared_libs"):
+            for key in ("defaults", "static_libs", "shared_libs", "export_shared_lib_headers"):
                 self.assertEqual(set(module.get(key, [])) - known, set(), f"{name}: {key}")
 
     def test_everything_built_is_vendor_software_of_32_bits(self):
@@ -101,22 +105,47 @@ class AndroidBp(unittest.TestCase):
                     self.assertIs(self.whole(name)["vendor"], True)
                     self.assertEqual(self.whole(name)["compile_multilib"], "32")
 
-    def test_library(self):
-        library = self.whole("liblum_sdf_sdk")
-        self.assertIn("-DLUM_SDF_GUARDED=0", library["cflags"])
+    def check_library(self, name, module, headers):
+        library = self.whole(name)
         self.assertIn("-fvisibility=hidden", library["cflags"])
         self.assertEqual(library["cppflags"], ["-fexceptions"])
-        cmake = (TREE / "api/CMakeLists.txt").read_text(encoding="utf-8")
+        self.assertEqual(library["ldflags"], ["-Wl,-z,nodelete"])
+        cmake = (TREE / module / "CMakeLists.txt").read_text(encoding="utf-8")
         script, = re.findall(r"set\(export_list \$\{CMAKE_CURRENT_SOURCE_DIR\}/(.*)\)", cmake)
-        self.assertEqual(library["version_script"], f"api/{script}")
+        self.assertEqual(library["version_script"], f"{module}/{script}")
         self.assertTrue((TREE / library["version_script"]).is_file())
+        # Nothing of the library's own is for others.
+        exported = {file.name for directory in library["export_include_dirs"]
+                    for file in (TREE / directory).iterdir()}
+        self.assertEqual(exported, headers)
+        return library
+
+    def test_library(self):
+        library = self.check_library("liblum_sdf_sdk", "api", {"lum_sdf_sdk.h"})
+        self.assertEqual(library["defaults"], ["lum_sdf_defaults", "lum_sdf_guarded_defaults"])
         self.assertEqual(sorted(library["static_libs"]), [
             "liblum_sdf_proto", "libprotobuf-cpp-lite", "vendor.orn.data.lumservice-ndk"])
         self.assertEqual(sorted(library["shared_libs"]), ["libbinder_ndk", "liblog"])
-        # Nothing of the library's own is for others.
-        exported = [file.name for directory in library["export_include_dirs"]
-                    for file in (TREE / directory).iterdir()]
-        self.assertEqual(exported, ["lum_sdf_sdk.h"])
+
+    def test_session(self):
+        library = self.check_library(
+            "liblum_sdf_session", "session", {"lum_sdf_session.h", "lum_sdf_session.hpp"})
+        self.assertEqual(library["defaults"], ["lum_sdf_defaults", "lum_sdf_session_defaults"])
+        self.assertNotIn("static_libs", library)
+        self.assertEqual(library["shared_libs"], ["liblum_sdf_sdk"])
+        self.assertEqual(library["export_shared_lib_headers"], ["liblum_sdf_sdk"])
+
+    def test_there_is_a_session_only_with_a_guarded_library(self):
+        self.assertEqual(self.modules["lum_sdf_config_defaults"], {
+            "name": "lum_sdf_config_defaults", "module_type": "cc_defaults",
+            "config_namespace": "lum_sdf", "bool_variables": ["guarded"],
+            "properties": ["cflags", "enabled"]})
+        for name, with_it, without in (
+                ("lum_sdf_guarded_defaults", {"cflags": ["-DLUM_SDF_GUARDED=1"]},
+                 {"cflags": ["-DLUM_SDF_GUARDED=0"]}),
+                ("lum_sdf_session_defaults", {"enabled": True}, {"enabled": False})):
+            self.assertEqual(self.modules[name], {"name": name, "soong_config_variables": {
+                "guarded": {**with_it, "conditions_default": without}}})
 
     def test_messages(self):
         self.assertEqual(self.modules["liblum_sdf_proto"]["srcs"], ["proto/SdfProto.proto"])

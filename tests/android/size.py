@@ -23,6 +23,7 @@ OWN_MOST = 100_000
 # makes has paths from its directory, everything else has whole ones, which may go through any.
 OWNERS = [
     ("api", r"^api/"),
+    ("session", r"^session/"),
     ("transport", r"^transport/"),
     ("utils", r"^utils/"),
     ("generated code", r"^aidl/"),
@@ -31,7 +32,7 @@ OWNERS = [
     ("compiler's helpers", r"/(libgcc|libc_nonshared|libclang_rt\.builtins[\w.-]*)\.a\("),
     ("start files", r"/(Scrt1|crti|crtn|crtbegin\w*|crtend\w*)\.o$"),
 ]
-OWN = ("api", "transport", "utils", "generated code")
+OWN = ("api", "session", "transport", "utils", "generated code")
 
 # The same for what comes from no object file, by section.
 MADE = [

@@ -144,6 +144,13 @@ TEST(CallbackTest, MayReplaceItselfWhileItRuns) {
 
 class CppTest : public testing::Test {
   protected:
+    ~CppTest() override {
+        mSession.reset();
+        // The last session's client may still be being destroyed.
+        EXPECT_TRUE(eventually(
+            [] { return codeOf([] { Session().close(kLimit); }) != SDF_SESSION_CLOSING; }));
+    }
+
     void serve(std::vector<std::string> options = {}) {
         mEmulator = std::make_unique<EmulatorProcess>(std::move(options));
     }
