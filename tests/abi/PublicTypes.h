@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <lum_sdf_sdk.h>
+#include <lum_sdf_session.h>
 #include <stddef.h>
 
 // The members of SdfAddFilterInfo, in order.
@@ -24,7 +24,7 @@
     X(filter_arg16)    \
     X(filter_arg17)
 
-// The types that the interface passes.
+// The types that the interfaces pass.
 #define ABI_TYPES(X)            \
     X(status_e)                 \
     X(enum SdfStatusV2)         \
@@ -42,6 +42,16 @@
     X(SdfPriorityQueueReportCb) \
     X(SdfAutoFilterInfoCb)      \
     X(SdfAddFilterInfo)         \
+    X(enum SdfSessionError)     \
+    X(SdfSessionState)          \
+    X(SdfFilterState)           \
+    X(SdfSessionStateCb)        \
+    X(SdfFilterStateCb)         \
+    X(SdfSessionLevelsCb)       \
+    X(SdfSessionReportCb)       \
+    X(SdfSessionAutoFilterCb)   \
+    X(SdfSessionFiltersCb)      \
+    X(SdfSessionQueueReportCb)  \
     X(bool)                     \
     X(int)                      \
     X(long long)                \
@@ -64,7 +74,7 @@ struct AbiType {
     {#MEMBER, offsetof(SdfAddFilterInfo, MEMBER), sizeof(((const SdfAddFilterInfo*)NULL)->MEMBER)},
 #define ABI_TYPE(TYPE) {#TYPE, sizeof(TYPE), alignof(TYPE)},
 #define ABI_MEMBER_COUNT 17
-#define ABI_TYPE_COUNT 21
+#define ABI_TYPE_COUNT 31
 
 #ifdef __cplusplus
 extern "C" {

@@ -88,6 +88,16 @@ const std::vector<AbiType> kTypes = {
     {"SdfPriorityQueueReportCb", kPointer, kPointer},
     {"SdfAutoFilterInfoCb", kPointer, kPointer},
     {"SdfAddFilterInfo", kDescription, kPointer},
+    {"enum SdfSessionError", 4, 4},
+    {"SdfSessionState", 4, 4},
+    {"SdfFilterState", 4, 4},
+    {"SdfSessionStateCb", kPointer, kPointer},
+    {"SdfFilterStateCb", kPointer, kPointer},
+    {"SdfSessionLevelsCb", kPointer, kPointer},
+    {"SdfSessionReportCb", kPointer, kPointer},
+    {"SdfSessionAutoFilterCb", kPointer, kPointer},
+    {"SdfSessionFiltersCb", kPointer, kPointer},
+    {"SdfSessionQueueReportCb", kPointer, kPointer},
     {"bool", 1, 1},
     {"int", 4, 4},
     {"long long", 8, 8},  // on ARM, too: in an even pair of registers, or aligned on the stack
@@ -138,6 +148,9 @@ TEST(PublicTypesTest, EnumerationsAreSigned) {
     EXPECT_TRUE(kIsInt32<SdfProtocol>);
     EXPECT_TRUE(kIsInt32<SdfFilterAppType>);
     EXPECT_TRUE(kIsInt32<SdfFilterStatus>);
+    EXPECT_TRUE(kIsInt32<SdfSessionError>);
+    EXPECT_TRUE(kIsInt32<SdfSessionState>);
+    EXPECT_TRUE(kIsInt32<SdfFilterState>);
 }
 
 template <typename Result, typename... Arguments>
