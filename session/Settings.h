@@ -58,7 +58,10 @@ class Settings {
         bool late = false;
     };
 
-    static size_t indexOf(SdfSlotID slot) { return static_cast<size_t>(slot + 1); }
+    static size_t indexOf(SdfSlotID slot) {
+        const int index = slot - SDF_SLOT_ID_UNSPECIFIED;
+        return static_cast<size_t>(index);
+    }
     static SdfSlotID slotAt(size_t index) {
         return static_cast<SdfSlotID>(static_cast<int>(index) - 1);
     }

@@ -414,7 +414,8 @@ class Session {
     }
 
     static LevelsCallback& levelsOf(detail::Core& core, SdfSlotID slot) {
-        return core.levels[static_cast<size_t>(slot - SDF_SLOT_ID_UNSPECIFIED)];
+        const int index = slot - SDF_SLOT_ID_UNSPECIFIED;
+        return core.levels[static_cast<size_t>(index)];
     }
 
     template <typename Entry, typename Ask, typename Answer>

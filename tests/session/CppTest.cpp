@@ -700,7 +700,7 @@ TEST_F(CppTest, SettingsAreThoseOfTheCInterface) {
     const auto recorded = [&] {
         EXPECT_TRUE(mEmulator->waitForClients(0));
         EXPECT_EQ(mEmulator->terminate(), 0);
-        const std::vector<std::string> requests = recordedRequests(record);
+        std::vector<std::string> requests = recordedRequests(record);
         EXPECT_EQ(unlink(record.c_str()), 0);
         return requests;
     };
