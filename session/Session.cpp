@@ -112,9 +112,12 @@ int SdfSession::dispatch() {
 
     if (mClosed) return SDF_SESSION_CLOSED;
     const Round round(*this);
-    eventfd_t events = 0;
-    (void)eventfd_read(mEvents.get(), &events);
-    mAwake = false;
+    if (mNext == mBatch.size()) {
+        // Otherwise it stays readable, for what has come meanwhile and is not taken this time.
+        eventfd_t events = 0;
+        (void)eventfd_read(mEvents.get(), &events);
+        mAwake = false;
+    }
     bool looked = false;
     while (!mClosed) {
         // Each state is reported before there can be another one.

@@ -657,6 +657,26 @@ TEST_F(CppTest, WhatACallbackThrowsLeavesDispatchAndNothingIsLost) {
     EXPECT_EQ(goodCalls, (std::vector<std::string>{"requested", "active", "list 0"}));
 }
 
+// Each report has two entries. While one is handed over, the next report comes, and dispatch() is
+// called: what has just come must not be left lying.
+TEST_F(CppTest, DispatchInsideACallbackLeavesNothingLying) {
+    serve();
+    connect();
+    const Filter filter = active(1);
+    const int fd = mSession->fd();
+    size_t entries = 0;
+    bool inside = false;
+    mSession->setQueueReports(10, [&](const QueueReportEntry& /*entry*/) {
+        ++entries;
+        if (std::exchange(inside, true)) return;
+        pollfd waited{fd, POLLIN, 0};
+        EXPECT_EQ(poll(&waited, 1, 30000), 1);
+        EXPECT_TRUE(mSession->dispatch());
+        inside = false;
+    });
+    EXPECT_TRUE(wait(*mSession, [&] { return entries >= 20; }));
+}
+
 TEST_F(CppTest, RunEndsByStopAndByWhatIsThrown) {
     serve();
     connect();
