@@ -22,7 +22,8 @@ COMPILERS = {
     "c": [sys.argv[2], "-std=c11"],
     "cpp": [sys.argv[3], "-std=c++17"],
 }
-FLAGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Werror", f"-I{TREE}/api/include"]
+FLAGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Werror",
+         f"-I{TREE}/api/include", f"-I{TREE}/session/include"]
 
 PAGES = sorted([TREE / "README.md", *TREE.glob("docs/*.md"), *TREE.glob("examples/*.md")])
 
