@@ -118,17 +118,16 @@ int SdfSession::dispatch() {
         (void)eventfd_read(mEvents.get(), &events);
         mAwake = false;
     }
-    bool looked = false;
+    bool taken = false;
+    bool timed = false;
     while (!mClosed) {
-        // Each state is reported before there can be another one.
+        // Each state is reported before there can be another one, and an answer that has come is
+        // not late.
         if (report()) continue;
-        if (!looked) {
-            takeEvents();
-            onTime();
-            looked = true;
-        } else if (!nextEvent()) {
-            break;
-        }
+        if (!std::exchange(taken, true)) takeEvents();
+        if (nextEvent()) continue;
+        if (std::exchange(timed, true)) break;
+        onTime();
     }
     return mClosed ? SDF_SESSION_CLOSED : 0;
 }
@@ -143,8 +142,10 @@ int SdfSession::run() {
 }
 
 void SdfSession::stop() {
+    const int before = errno;  // in a signal handler it is somebody's
     mStopped = true;
     (void)eventfd_write(mEvents.get(), 1);
+    errno = before;
 }
 
 void SdfSession::lose(int reason) {

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "tests/session/SessionFixture.h"
 
@@ -270,6 +271,15 @@ TEST_F(FilterTest, ServiceThatAnswersNoFilterInTimeCountsAsLost) {
     ASSERT_EQ(sdfSessionSetAnswerDeadline(mSession, 10), 0);
     add("one", 1);
     EXPECT_EQ(reported(2), (Lines{"one requested", "session down: no answer in time"}));
+}
+
+TEST_F(FilterTest, AnswerThatLiesReadyIsInTime) {
+    openUp();
+    ASSERT_EQ(sdfSessionSetAnswerDeadline(mSession, 1), 0);
+    add("one", 1);
+    mSdk.answer(1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(reported(), (Lines{"one requested", "one active"}));
 }
 
 TEST_F(FilterTest, ExpiredFilterIsRenewed) {
