@@ -219,7 +219,7 @@ class InstallTest(unittest.TestCase):
         for compiler, name in ((CC, "game.c"), (CXX, "monitor.cpp")):
             with self.subTest(name=name):
                 self.run_here("sh", "-euc", f"{compiler} {examples}/{name} "
-                              "$(pkg-config --cflags --libs lum-sdf-sdk)")
+                              "$(pkg-config --cflags --libs lum-sdf-session)")
 
     def test_libraries_go_where_a_package_builder_wants_them(self):
         # In the way of those who give no types to what they set.
