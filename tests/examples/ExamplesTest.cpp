@@ -175,6 +175,23 @@ TEST_F(ExamplesTest, MonitorEndsAfterItsTime) {
     }
 }
 
+#ifdef LUM_LIBUV_PROGRAM
+TEST_F(ExamplesTest, LoopOfLibuvComesBackWithTheService) {
+    EmulatorProcess emulator;
+    ChildProcess looping({LUM_LIBUV_PROGRAM});
+    ASSERT_TRUE(looping.waitForLine("latency: level 1, level 2"));
+    for (const size_t times : {2U, 3U}) {
+        emulator.restart();
+        EXPECT_TRUE(looping.waitForLine("service: up", times));
+        EXPECT_TRUE(looping.waitForLine("latency: level 1, level 2", times));
+    }
+    looping.signal(SIGINT);
+    EXPECT_EQ(looping.wait(), 0);
+    EXPECT_EQ(looping.errorLines(), Lines{});
+    EXPECT_TRUE(emulator.waitForClients(0));
+}
+#endif
+
 // What lies between the blanks of a text, nothing of an empty one.
 Lines split(const std::string& text) {
     Lines parts;

@@ -56,7 +56,7 @@ COMPONENTS = {
         *(f"{DOC}/docs/{page.name}" for page in TREE.glob("docs/*.md")),
         f"{DOC}/docs/valgrind.supp",
         *(f"{DOC}/examples/{name}" for name in (
-            "README.md", "game.c", "monitor.cpp", "demo/callbacks.c", "demo/callbacks.h",
+            "README.md", "game.c", "libuv.c", "monitor.cpp", "demo/callbacks.c", "demo/callbacks.h",
             "demo/demo.c", "demo/service.c", "demo/service.h", "demo/tell.c", "demo/tell.h")),
     },
     "tools": {
