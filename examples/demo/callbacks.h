@@ -4,11 +4,11 @@
 #include <lum_sdf_sdk.h>
 #include <stdbool.h>
 
-// The demo's callbacks. To tell its story in order, the demo goes on in its main thread, and a
-// callback that has been called waits there until the main thread waits for the next one. So what
-// the main thread asks for meanwhile is asked for while nothing else is being delivered, which is
-// right with every build of the library. An application has its callbacks ask for themselves, and
-// return soon; see game.c.
+// The callbacks of the bare interface. To tell its story in order, the demo goes on in its main
+// thread, and a callback that has been called waits there until the main thread waits for the next
+// one. So what the main thread asks for meanwhile is asked for while nothing else is being
+// delivered, which is right with every build of the library. An application has its callbacks ask
+// for themselves, and return soon; see docs/recovery.md. Or it has a session.
 
 enum { kLimitSeconds = 30 };  // after this time something counts as not happening
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // lum_sdf_demo [SERVICE]: shows an application and the data service at work together, every
-// function of the interface at least once and the loss of the service included, and says step by
-// step what happens. SERVICE is the program of the service emulator, by default lum_sdf_emulator,
-// looked for as a shell would; the demo starts it, kills it and starts it again, as processes of
-// its own.
+// function of the bare interface at least once and the loss of the service included, and then a
+// session, and says step by step what happens. SERVICE is the program of the service emulator, by
+// default lum_sdf_emulator, looked for as a shell would; the demo starts it, kills it and starts it
+// again, as processes of its own.
 //
 // Exits with status 0 if everything happened that should, else says what did not.
 
@@ -19,6 +19,7 @@
 
 #include "callbacks.h"
 #include "service.h"
+#include "session.h"
 #include "tell.h"
 
 // An attempt to connect takes the library up to 3.15 seconds. Asking more often would queue up.
@@ -218,6 +219,11 @@ static void demonstrate(void) {
 
     step("The same with the two older functions.");
     showOlderFunctions();
+
+#ifdef LUM_DEMO_SESSION
+    const SdfAddFilterInfo flow = gameFlow();
+    showSession(&flow);
+#endif
 
     printf("\nThe demo is done: everything happened as it should.\n");
 }

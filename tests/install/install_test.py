@@ -57,7 +57,8 @@ COMPONENTS = {
         f"{DOC}/docs/valgrind.supp",
         *(f"{DOC}/examples/{name}" for name in (
             "README.md", "game.c", "libuv.c", "monitor.cpp", "demo/callbacks.c", "demo/callbacks.h",
-            "demo/demo.c", "demo/service.c", "demo/service.h", "demo/tell.c", "demo/tell.h")),
+            "demo/demo.c", "demo/service.c", "demo/service.h", "demo/session.c", "demo/session.h",
+            "demo/tell.c", "demo/tell.h")),
     },
     "tools": {
         *(f"bin/{program}" for program in PROGRAMS),
