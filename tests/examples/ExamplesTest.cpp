@@ -6,12 +6,16 @@
 #include <lum_sdf_sdk.h>
 
 #include <csignal>
+#include <fstream>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
+#include "tests/support/Pattern.h"
+#include "tests/support/TerminalProcess.h"
 #include "tests/support/TestDirectory.h"
 
 namespace {
@@ -191,6 +195,33 @@ TEST_F(ExamplesTest, LoopOfLibuvComesBackWithTheService) {
     EXPECT_TRUE(emulator.waitForClients(0));
 }
 #endif
+
+// What the page about sessions says that its application prints, from one line to another, as a
+// terminal gets it.
+std::string pageText(const std::string& first, const std::string& last) {
+    std::ostringstream page;
+    page << std::ifstream(LUM_PAGE).rdbuf();
+    const std::string text = page.str();
+    const size_t begin = text.find(first + "\n", text.find("\n```text\n"));
+    const size_t end = text.find(last + "\n", begin) + last.size() + 1;
+    return replaceAll(text.substr(begin, end - begin), "\n", "\r\n");
+}
+
+TEST_F(ExamplesTest, ApplicationOfThePageSurvivesAnyNumberOfDeaths) {
+    const std::string up = pageText("session connecting: success", "session up: success");
+    const std::string lost = pageText("game lost: deleted", "voice lost: deleted");
+    EmulatorProcess emulator;
+    TerminalProcess application({LUM_PAGE_PROGRAM}, {});
+    ASSERT_TRUE(application.waitFor(up));
+    for (int death = 0; death < 3; ++death) {
+        emulator.kill();
+        ASSERT_TRUE(application.waitFor(lost));
+        emulator.restart();
+        ASSERT_TRUE(application.waitFor(up));
+    }
+    application.type("\x03");  // Ctrl-C
+    EXPECT_EQ(application.wait(), 128 + SIGINT);
+}
 
 // What lies between the blanks of a text, nothing of an empty one.
 Lines split(const std::string& text) {

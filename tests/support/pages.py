@@ -11,4 +11,5 @@ def blocks(page, language):
 
 def links(page):
     """Where the links of a page lead, as written there, without the place in the page."""
-    return re.findall(r"\]\(([^)#]+)[^)]*\)", re.sub(r"\s+", " ", page.read_text()))
+    text = re.sub(r"^```.*?^```$", "", page.read_text(), flags=re.M | re.S)
+    return re.findall(r"\]\(([^)#]+)[^)]*\)", re.sub(r"\s+", " ", text))
