@@ -208,7 +208,7 @@ class InstallTest(unittest.TestCase):
         (program,) = pages.blocks(self.prefix / DOC / "docs/getting-started.md", "c")
         (self.directory / "hello.c").write_text(program)
         self.environment["PKG_CONFIG_PATH"] = f"{self.prefix}/{LIB}/pkgconfig"
-        flags = self.run_here("pkg-config", "--cflags", "--libs", "lum-sdf-sdk").split()
+        flags = self.run_here("pkg-config", "--cflags", "--libs", "lum-sdf-session").split()
         self.run_here(CC, "hello.c", *flags, f"-Wl,-rpath,{self.prefix}/{LIB}", "-o", "hello")
         self.start_service()
         self.run_here("valgrind", "--leak-check=full", "--error-exitcode=9",
