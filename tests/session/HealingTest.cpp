@@ -1,15 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 // Whatever the service does, in the end it has what the session wants. --rounds=N: how often it is
-// killed, --seeds=N: with how many services that misbehave.
+// killed, --seeds=N: with how many services that misbehave, --rest=N: how many seconds to look at
+// rest.
 
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,6 +28,7 @@ namespace {
 
 unsigned int gRounds = 200;
 unsigned int gSeeds = 20;
+unsigned int gRest = 2;
 
 size_t entriesOf(const char* directory) {
     size_t count = 0;
@@ -30,6 +36,19 @@ size_t entriesOf(const char* directory) {
     while (readdir(entries) != nullptr) ++count;
     closedir(entries);
     return count;
+}
+
+// How often each thread but this one has gone to sleep.
+std::map<std::string, std::string> sleeps() {
+    std::map<std::string, std::string> all;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        if (task.path().filename() == std::to_string(gettid())) continue;
+        std::ifstream status(task.path() / "status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind("voluntary_ctxt_switches", 0) == 0) all[task.path()] = line;
+        }
+    }
+    return all;
 }
 
 struct Resources {
@@ -153,6 +172,27 @@ TEST(HealingTest, ServicesThatMisbehave) {
     }
 }
 
+#ifndef __SANITIZE_THREAD__  // whose own thread does not sleep through
+TEST(HealingTest, NothingWakesUpAtRest) {
+    const TestDirectory directory;
+    const EmulatorProcess emulator;
+    Wanted wanted(1);
+    wanted.open(1, 5, 500);
+    wanted.wantEverything(32);
+    sdfSessionSetQueueReports(wanted.session(), 0, nullptr, nullptr);
+    ASSERT_TRUE(wanted.dispatchUntilUp());
+    // What is still on its way may wake it, though not each time.
+    bool quiet = false;
+    for (int tries = 0; tries < 5 && !quiet; ++tries) {
+        wanted.dispatch(1000);
+        const auto before = sleeps();
+        pollfd waited{sdfSessionFd(wanted.session()), POLLIN, 0};
+        quiet = poll(&waited, 1, static_cast<int>(gRest) * 1000) == 0 && sleeps() == before;
+    }
+    EXPECT_TRUE(quiet);
+}
+#endif
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -160,6 +200,7 @@ int main(int argc, char** argv) {
     for (int index = 1; index < argc; ++index) {
         (void)sscanf(argv[index], "--rounds=%u", &gRounds);
         (void)sscanf(argv[index], "--seeds=%u", &gSeeds);
+        (void)sscanf(argv[index], "--rest=%u", &gRest);
     }
     return RUN_ALL_TESTS();
 }
