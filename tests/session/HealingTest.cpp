@@ -38,19 +38,6 @@ size_t entriesOf(const char* directory) {
     return count;
 }
 
-// How often each thread but this one has gone to sleep.
-std::map<std::string, std::string> sleeps() {
-    std::map<std::string, std::string> all;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        if (task.path().filename() == std::to_string(gettid())) continue;
-        std::ifstream status(task.path() / "status");
-        for (std::string line; std::getline(status, line);) {
-            if (line.rfind("voluntary_ctxt_switches", 0) == 0) all[task.path()] = line;
-        }
-    }
-    return all;
-}
-
 struct Resources {
     size_t descriptors = entriesOf("/proc/self/fd");
     size_t threads = entriesOf("/proc/self/task");
@@ -173,6 +160,19 @@ TEST(HealingTest, ServicesThatMisbehave) {
 }
 
 #ifndef __SANITIZE_THREAD__  // whose own thread does not sleep through
+// How often each thread but this one has gone to sleep.
+std::map<std::string, std::string> sleeps() {
+    std::map<std::string, std::string> all;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        if (task.path().filename() == std::to_string(gettid())) continue;
+        std::ifstream status(task.path() / "status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind("voluntary_ctxt_switches", 0) == 0) all[task.path()] = line;
+        }
+    }
+    return all;
+}
+
 TEST(HealingTest, NothingWakesUpAtRest) {
     const TestDirectory directory;
     const EmulatorProcess emulator;
