@@ -12,7 +12,9 @@
 
 namespace {
 
-using Descriptors = std::array<UniqueFd, kMaxDescriptors>;
+// One more than allowed, so that too many show.
+constexpr size_t kSpace = kMaxDescriptors + 1;
+using Descriptors = std::array<UniqueFd, kSpace>;
 
 // Takes over those that came with a message. Returns how many.
 size_t takeOver(msghdr& message, Descriptors* taken) {
@@ -34,7 +36,7 @@ size_t takeOver(msghdr& message, Descriptors* taken) {
 
 ssize_t ReceivedDescriptors::receive(int socket, uint8_t* bytes, size_t size) {
     iovec buffer{bytes, size};
-    alignas(cmsghdr) char control[CMSG_SPACE(kMaxDescriptors * sizeof(int))];
+    alignas(cmsghdr) char control[CMSG_SPACE(kSpace * sizeof(int))];
     msghdr message{};
     message.msg_iov = &buffer;
     message.msg_iovlen = 1;
@@ -45,9 +47,9 @@ ssize_t ReceivedDescriptors::receive(int socket, uint8_t* bytes, size_t size) {
 
     Descriptors taken;
     const size_t count = takeOver(message, &taken);
-    // The kernel closes what does not fit here, and what it finds no number for.
+    require(count <= kMaxDescriptors, "too many descriptors");
+    // The kernel closes what it finds no number for.
     const bool complete = (message.msg_flags & MSG_CTRUNC) == 0;
-    require(complete || count < kMaxDescriptors, "too many descriptors");
     if (complete && count == 0) return received;
     Batch batch{{}, complete};
     for (size_t i = 0; i < count; ++i) {
