@@ -69,6 +69,9 @@ pkg-config have to know, the documentation and examples.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME lum-sdf-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
+if(LUM_SESSION)
+  list(APPEND CPACK_COMPONENT_TOOLS_DEPENDS session)
+endif()
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION
     "tools around the client library of a device's data service
 sdfctl issues the functions of liblum_sdf_sdk as commands. lum_sdf_emulator

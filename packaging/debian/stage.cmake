@@ -27,7 +27,8 @@ execute_process(COMMAND gzip -9n ${compressed} COMMAND_ERROR_IS_FATAL ANY)
 set(programs_and_libraries ${CPACK_COMPONENTS_ALL})
 list(REMOVE_ITEM programs_and_libraries development)
 set(ours ${top}/runtime/usr/${CPACK_LUM_LIBDIR})
-file(GLOB directories ${ours} ${ours}/* ${top}/tools/usr/${CPACK_LUM_LIBDIR}/*)
+file(GLOB directories ${ours} ${ours}/* ${top}/session/usr/${CPACK_LUM_LIBDIR}
+     ${top}/tools/usr/${CPACK_LUM_LIBDIR}/*)
 list(FILTER directories EXCLUDE REGEX "\\.so")
 list(TRANSFORM directories PREPEND -l)
 file(WRITE ${top}/debian/control "")  # it wants to be called where a package is being made
