@@ -21,7 +21,7 @@ int change(SdfSession* session, bool valid, const Body& body) {
     } catch (const std::exception&) {
         return SDF_SESSION_NO_RESOURCES;
     }
-    session->wake();
+    session->armTimer();
     return 0;
 }
 

@@ -18,13 +18,19 @@
 
 namespace {
 
-// Signals are the application's; a thread made while this lives blocks all.
+// Signals are the application's: a thread made while this lives blocks all but those of a fault, so
+// that a crash reaches the process's crash handler, and those that the C library keeps for itself.
 class NoSignals {
   public:
     NoSignals() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &mBefore);
+        sigset_t blocked;
+        sigfillset(&blocked);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT}) {
+            sigdelset(&blocked, fault);
+        }
+        constexpr int kFirstRealTime = 32;
+        for (int kept = kFirstRealTime; kept < SIGRTMIN; ++kept) sigdelset(&blocked, kept);
+        pthread_sigmask(SIG_SETMASK, &blocked, &mBefore);
     }
     ~NoSignals() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
     NoSignals(const NoSignals&) = delete;

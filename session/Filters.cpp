@@ -52,6 +52,7 @@ void Filters::setRenewed(SdfFilter& filter, bool renewed) {
 }
 
 void Filters::remove(SdfFilter& filter) {
+    if (filter.state == SDF_FILTER_STATE_REMOVED) return;
     unwant(filter);
     setState(filter, SDF_FILTER_STATE_REMOVED, SDF_FILTER_DELETED);
     if (filter.id == 0) return;
@@ -74,6 +75,7 @@ void Filters::request() {
             setState(filter, SDF_FILTER_STATE_REQUESTED, SDF_FILTER_PENDING);
         }
     }
+    mChanged = false;
     sendWaiting();
 }
 
@@ -152,7 +154,10 @@ bool Filters::report() {
     freeIfDone(*filter);
     // Not before the state is reported: sending may find that the service is lost.
     if (filter->answered) settle(*filter);
-    if (filter->cb != nullptr) filter->cb(filter.get(), state, why, filter->user);
+    if (filter->cb != nullptr) {
+        mLink.beforeCallback();
+        filter->cb(filter.get(), state, why, filter->user);
+    }
     return true;
 }
 
@@ -187,6 +192,13 @@ Due Filters::due() const {
     due.orAt(mEarly);
     due.orAt(mRenewal);
     return due;
+}
+
+SdfFilter* Filters::handleOf(unsigned int id) const {
+    SdfFilter* const filter = find(id);
+    const bool valid =
+        filter != nullptr && filter->answered && filter->state != SDF_FILTER_STATE_REMOVED;
+    return valid ? filter : nullptr;
 }
 
 SdfFilter* Filters::find(unsigned int id) const {
@@ -264,6 +276,7 @@ void Filters::settle(SdfFilter& filter) {
             return;
         }
         if (!mLink.sent(result)) return;
+        mChanged = true;
     }
 }
 

@@ -71,6 +71,8 @@ class Filters {
     void lost();
     // Nothing is left to be sent or answered.
     bool isSettled() const { return mWaiting.empty() && mAwaited == 0 && !mEarly.when(); }
+    // Whether changes, which the service does not answer, have been sent since request().
+    bool hasChanged() const { return mChanged; }
 
     void onAdded(const AddedEvent& event);
     void onState(const FilterEvent& event);
@@ -82,12 +84,15 @@ class Filters {
     void onTime(Time now);
     Due due() const;
 
-    // The filter with this number at present; null if there is none.
-    SdfFilter* find(unsigned int id) const;
+    // The application's handle of the filter that the service has under this number; null if it has
+    // none.
+    SdfFilter* handleOf(unsigned int id) const;
 
     Link& link() const { return mLink; }
 
   private:
+    // The filter whose add has this id; null if there is none.
+    SdfFilter* find(unsigned int id) const;
     void setState(SdfFilter& filter, SdfFilterState state, SdfFilterStatus why);
     void makeDue(SdfFilter& filter);
     void want(SdfFilter& filter);
@@ -111,6 +116,7 @@ class Filters {
     uint64_t mSerial = 0;
     unsigned int mAwaited = 0;   // adds without an answer
     unsigned int mUnwanted = 0;  // of filters that were removed and that the service still has
+    bool mChanged = false;
     Due mAnswerDue;
     Due mEarly;
     Milliseconds mEarlyPause{1};

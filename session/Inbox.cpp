@@ -23,7 +23,6 @@ Inbox& Inbox::instance() {
 void Inbox::attach(int eventFd) {
     const std::lock_guard<std::mutex> guard(mLock);
     mEventFd = eventFd;
-    mComplete = true;
 }
 
 void Inbox::detach() {
@@ -35,6 +34,7 @@ void Inbox::detach() {
 
 void Inbox::accept(int lane) {
     const std::lock_guard<std::mutex> guard(mLock);
+    if (mEventFd < 0) return;
     mLane = lane;
     mEvents.clear();
     mComplete = true;
@@ -56,6 +56,8 @@ void Inbox::push(int lane, Event&& event) noexcept {
 
 bool Inbox::take(std::vector<Event>& events) {
     const std::lock_guard<std::mutex> guard(mLock);
+    eventfd_t ignored = 0;
+    (void)eventfd_read(mEventFd, &ignored);
     mEvents.swap(events);
     return std::exchange(mComplete, true);
 }

@@ -70,10 +70,10 @@ class Inbox {
 
     static Inbox& instance();
 
-    // Each event that finds the inbox empty makes this eventfd readable. It must stay open until
-    // detach() has returned.
+    // From now on this eventfd is readable while there are events. It must stay open until detach()
+    // has returned. Accepts no lane yet.
     void attach(int eventFd);
-    // Drops everything, now and later.
+    // Drops everything, until the next attach().
     void detach();
 
     // Drops what is there; from now on takes only what comes by this lane.

@@ -21,6 +21,9 @@ class Link {
     }
     virtual void lose(int reason) = 0;
 
+    // Before each callback of the application, which may run a loop of its own.
+    virtual void beforeCallback() = 0;
+
     Time answerDue() const { return Clock::now() + mAnswerDeadline; }
 
     Link() = default;

@@ -3,7 +3,7 @@
 
 #include <lum_sdf_session.h>
 
-#include <array>
+#include <cstddef>
 #include <functional>
 #include <list>
 #include <new>
@@ -36,10 +36,11 @@ class Questions {
 
     // Throws std::bad_alloc, with nothing changed.
     void add(Time deadline, Callback cb, void* user) {
-        Question question{cb, user, {}, 0, {}, false, 0};
+        Question question{cb, user, {}, 0, {}, 0, false, 0};
         question.due.set(deadline);
         mQuestions.push_back(std::move(question));
         askIfWanted();
+        if (mOpen) mPatience.set(mAsked + kPatience);
     }
 
     // The service is up.
@@ -51,6 +52,7 @@ class Questions {
             if (question.turn != 0 && !question.done) finish(question, SDF_SESSION_LOST);
         }
         mOpen = false;
+        mPatience.clear();
     }
 
     void onEntry(const AnswerEvent<Entry>& event) {
@@ -77,33 +79,28 @@ class Questions {
         }
     }
 
-    // Hands over one answer. Returns false when there is none to be handed over. isOver: says after
-    // each callback whether the session was closed in it.
-    template <typename IsOver>
-    bool report(const IsOver& isOver) {
+    // Hands over one entry or one end. Returns false when there is none to be handed over.
+    bool report() {
+        if (mDone == 0) return false;
         auto found = mQuestions.begin();
-        while (found != mQuestions.end() && !found->done) ++found;
-        if (found == mQuestions.end()) return false;
-        // Taken out, as callbacks may ask.
-        std::list<Question> one;
-        one.splice(one.begin(), mQuestions, found);
-        const Question& question = one.front();
-        if (question.result == 0) {
-            for (const Entry& entry : question.entries) {
-                mKind.entry(question.cb, question.user, entry);
-                if (isOver()) return true;
-            }
+        while (!found->done) ++found;
+        if (found->result == 0 && found->next < found->entries.size()) {
+            const Entry entry = found->entries[found->next++];
+            mLink.beforeCallback();
+            mKind.entry(found->cb, found->user, entry);
+            return true;
         }
-        mKind.end(question.cb, question.user, question.result);
+        const Callback cb = found->cb;
+        void* const user = found->user;
+        const int result = found->result;
+        mQuestions.erase(found);
+        --mDone;
+        mLink.beforeCallback();
+        mKind.end(cb, user, result);
         return true;
     }
 
-    bool hasReports() const {
-        for (const Question& question : mQuestions) {
-            if (question.done) return true;
-        }
-        return false;
-    }
+    bool hasReports() const { return mDone > 0; }
 
     void onTime(Time now) {
         bool awaited = false;
@@ -116,27 +113,33 @@ class Questions {
         }
         // Whoever asks from now on does not wait for an answer that nobody wants.
         mOpen = mOpen && awaited;
+        if (mPatience.take(now) && mOpen) giveUp();
         askIfWanted();
     }
 
     Due due() const {
-        Due due;
+        Due due = mPatience;
         for (const Question& question : mQuestions) due.orAt(question.due);
         return due;
     }
 
   private:
+    // How long a question that comes waits for the answer to the one before.
+    static constexpr Milliseconds kPatience{100};
+
     struct Question {
         Callback cb;
         void* user;
         Due due;
         unsigned int turn;  // whose answer it gets; 0: the service is still to be asked
         std::vector<Entry> entries;
+        size_t next;  // to be handed over
         bool done;
         int result;
     };
 
     void finish(Question& question, int result) {
+        ++mDone;
         question.done = true;
         question.due.clear();
         question.result = result;
@@ -145,6 +148,16 @@ class Questions {
     void finishAll(unsigned int turn) {
         for (Question& question : mQuestions) {
             if (question.turn == turn && !question.done) finish(question, 0);
+        }
+    }
+
+    // The service may have nothing to answer: who waits for that is asked for again with those who
+    // came later. The answer before was whole.
+    void giveUp() {
+        mOpen = false;
+        finishAll(mTurn - 1);
+        for (Question& question : mQuestions) {
+            if (question.turn == mTurn && !question.done) question.turn = 0;
         }
     }
 
@@ -165,6 +178,8 @@ class Questions {
         if (!mLink.sent(mKind.ask(mLink.lane(), turn % 2))) return;
         mTurn = turn;
         mOpen = true;
+        mAsked = Clock::now();
+        mPatience.clear();
         for (Question& question : mQuestions) {
             if (question.turn == 0 && !question.done) question.turn = turn;
         }
@@ -175,4 +190,7 @@ class Questions {
     std::list<Question> mQuestions;
     unsigned int mTurn = 1;  // of the question that was put to the service last
     bool mOpen = false;      // no entry of its answer has come
+    Time mAsked{};
+    Due mPatience;
+    size_t mDone = 0;  // questions that are done
 };

@@ -47,7 +47,7 @@ SdfSession::SdfSession(SdfSessionStateCb cb, void* user)
       mLists(*this,
              {[](const Lane& lane, unsigned int turn) { return sdfGetFilters(lane.list[turn]); },
               [this](SdfSessionFiltersCb answer, void* asker, const ListEntry& entry) {
-                  answer(this, 1, mFilters.find(entry.id), entry.id, entry.status, entry.first,
+                  answer(this, 1, mFilters.handleOf(entry.id), entry.id, entry.status, entry.first,
                          entry.second, entry.ood, entry.pdcpTimer, asker);
               },
               [this](SdfSessionFiltersCb answer, void* asker, int result) {
@@ -79,7 +79,7 @@ int SdfSession::open(SdfSessionStateCb cb, void* user, SdfSession** session) {
     }
     inbox.attach(made->mEvents.get());
     connector.connect();
-    made->wake();
+    made->armTimer();
     *session = made;
     return 0;
 }
@@ -92,7 +92,6 @@ void SdfSession::close() {
 }
 
 int SdfSession::dispatch() {
-    // Also when a callback throws: what is still due then makes the descriptor readable again.
     class Round {
       public:
         explicit Round(SdfSession& session) : mSession(session) { ++session.mDepth; }
@@ -100,7 +99,7 @@ int SdfSession::dispatch() {
             if (--mSession.mDepth == 0 && mSession.mClosed) {
                 delete &mSession;
             } else if (!mSession.mClosed) {
-                mSession.wake();
+                mSession.armTimer();
             }
         }
         Round(const Round&) = delete;
@@ -112,22 +111,19 @@ int SdfSession::dispatch() {
 
     if (mClosed) return SDF_SESSION_CLOSED;
     const Round round(*this);
-    if (mNext == mBatch.size()) {
-        // Otherwise it stays readable, for what has come meanwhile and is not taken this time.
-        eventfd_t events = 0;
-        (void)eventfd_read(mEvents.get(), &events);
-        mAwake = false;
-    }
     bool taken = false;
     bool timed = false;
     while (!mClosed) {
-        // Each state is reported before there can be another one, and an answer that has come is
-        // not late.
-        if (report()) continue;
-        if (!std::exchange(taken, true)) takeEvents();
-        if (nextEvent()) continue;
-        if (std::exchange(timed, true)) break;
-        onTime();
+        // Each state is reported before there can be another one, and an answer that has come is in
+        // time.
+        if (report() || nextEvent()) continue;
+        if (!std::exchange(taken, true)) {
+            takeEvents();
+        } else if (!std::exchange(timed, true)) {
+            onTime();
+        } else {
+            break;
+        }
     }
     return mClosed ? SDF_SESSION_CLOSED : 0;
 }
@@ -170,13 +166,7 @@ void SdfSession::setPauses(Milliseconds first, Milliseconds longest) {
     mFirstPause = first;
     mLongestPause = longest;
     mPause = first;
-}
-
-void SdfSession::wake() {
-    armTimer();
-    if (mAwake || mDepth > 0 || !isBusy()) return;
-    mAwake = true;
-    (void)eventfd_write(mEvents.get(), 1);
+    if (mPhase == Phase::kPausing) mNextStep.set(Clock::now() + first);
 }
 
 bool SdfSession::report() {
@@ -185,25 +175,44 @@ bool SdfSession::report() {
         reportState();
         return true;
     }
-    const auto isOver = [this] { return mClosed; };
-    if (mFilters.report() || mSettings.report() || mLists.report(isOver) ||
-        mReports.report(isOver)) {
+    if (mFilters.report() || mSettings.report() || mLists.report() || mReports.report())
         return true;
-    }
-    if (mPhase == Phase::kSyncing && mFilters.isSettled()) {
-        mPhase = Phase::kUp;
-        mPause = mFirstPause;
-        setState(SDF_SESSION_UP, 0);
-    }
+    advance();
     if (!mStateDue) return false;
     reportState();
     return true;
 }
 
+void SdfSession::advance() {
+    if (mPhase != Phase::kSyncing || !mFilters.isSettled() || !mSettings.isSettled()) return;
+    mPhase = Phase::kConfirming;
+    if (!mFilters.hasChanged()) {
+        onConfirmed(this, 0, nullptr, 0, {}, {}, {}, {}, 0, nullptr);
+        return;
+    }
+    try {
+        mLists.add(answerDue(), onConfirmed, nullptr);
+    } catch (const std::bad_alloc&) {
+        lose(SDF_SESSION_NO_RESOURCES);
+    }
+}
+
+void SdfSession::onConfirmed(SdfSession* session, int result, SdfFilter* /*filter*/,
+                             unsigned int /*id*/, SdfFilterStatus /*status*/,
+                             SdfLatencyLvl /*first*/, SdfLatencyLvl /*second*/, SdfOod /*ood*/,
+                             unsigned int /*pdcpTimer*/, void* /*user*/) {
+    if (result > 0 || session->mPhase != Phase::kConfirming) return;
+    session->mPhase = Phase::kUp;
+    session->mPause = session->mFirstPause;
+    session->setState(SDF_SESSION_UP, 0);
+}
+
 void SdfSession::reportState() {
     mStateDue = false;
     mReported = mState;
-    if (mCb != nullptr) mCb(this, mState, mReason, mUser);
+    if (mCb == nullptr) return;
+    beforeCallback();
+    mCb(this, mState, mReason, mUser);
 }
 
 bool SdfSession::isBusy() const {
@@ -212,7 +221,6 @@ bool SdfSession::isBusy() const {
 }
 
 void SdfSession::takeEvents() {
-    if (mNext < mBatch.size()) return;
     mBatch.clear();
     mNext = 0;
     if (!Inbox::instance().take(mBatch)) lose(SDF_SESSION_NO_RESOURCES);
@@ -273,17 +281,18 @@ void SdfSession::armTimer() {
     due.orAt(mSettings.due());
     due.orAt(mLists.due());
     due.orAt(mReports.due());
-    const Time when = due.when().value_or(Time::max());
+    constexpr Time kNow = Time::min();
+    const Time when = isBusy() ? kNow : due.when().value_or(Time::max());
     // One that comes too early does no harm; most answers come long before it.
-    if (when == mArmed || (when > mArmed && due.when())) return;
+    if (when == mArmed || (when > mArmed && mArmed != kNow && when != Time::max())) return;
     mArmed = when;
     itimerspec timer{};
-    if (due.when()) {
-        const auto left =
-            std::max<std::chrono::nanoseconds>(when.time_since_epoch(), Milliseconds(1));
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+    if (when != Time::max()) {
+        const auto since = std::max<std::chrono::nanoseconds>(when.time_since_epoch(),
+                                                              std::chrono::nanoseconds(1));
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
         timer.it_value.tv_sec = static_cast<time_t>(seconds.count());
-        timer.it_value.tv_nsec = static_cast<long>((left - seconds).count());
+        timer.it_value.tv_nsec = static_cast<long>((since - seconds).count());
     }
     (void)timerfd_settime(mTimer.get(), TFD_TIMER_ABSTIME, &timer, nullptr);
 }
@@ -293,7 +302,7 @@ void SdfSession::handle(const StatusEvent& event) {
     if (up && (mPhase == Phase::kPausing || mPhase == Phase::kConnecting)) {
         bringUp();
     } else if (!up) {
-        lose(event.status);
+        lose(event.status == SDF_V2_SUCCESS ? SDF_V2_INVALID : event.status);
     }
 }
 

@@ -51,6 +51,7 @@ struct SdfSession final : public Link {
     void stop();
 
     void lose(int reason) override;
+    void beforeCallback() override { armTimer(); }
 
     void setAnswerDeadline(Milliseconds deadline) { mAnswerDeadline = deadline; }
     void setPauses(Milliseconds first, Milliseconds longest);
@@ -62,14 +63,15 @@ struct SdfSession final : public Link {
     Questions<ListEntry, SdfSessionFiltersCb>& lists() { return mLists; }
     Questions<ReportEntry, SdfSessionQueueReportCb>& reports() { return mReports; }
 
-    // Has dispatch() called for what a call of the application has made due.
-    void wake();
+    // Makes the descriptor readable when something is due: now, or when the timer expires.
+    void armTimer();
 
   private:
     enum class Phase {
         kPausing,     // until mNextStep
         kConnecting,  // until the service is up; until mNextStep once the client has been made
         kSyncing,     // until the service has answered everything that was sent again
+        kConfirming,  // until it has answered a question behind what it does not answer
         kUp,
     };
 
@@ -79,8 +81,13 @@ struct SdfSession final : public Link {
     // Reports one thing. Returns false when there is nothing to report.
     bool report();
     void reportState();
-    // Whether dispatch() has something to do.
+    // Whether dispatch() has something to do, whatever the inbox has.
     bool isBusy() const;
+    // Brings the session up when everything has been answered.
+    void advance();
+    static void onConfirmed(SdfSession* session, int result, SdfFilter*, unsigned int,
+                            SdfFilterStatus, SdfLatencyLvl, SdfLatencyLvl, SdfOod, unsigned int,
+                            void*);
     void takeEvents();
     // Handles one event. Returns false when there is none.
     bool nextEvent();
@@ -88,8 +95,6 @@ struct SdfSession final : public Link {
     void connect();
     void bringUp();
     void setState(SdfSessionState state, int reason);
-    // Arms the timer for what is due next.
-    void armTimer();
 
     void handle(const StatusEvent& event);
     void handle(const AddedEvent& event) { mFilters.onAdded(event); }
@@ -128,8 +133,7 @@ struct SdfSession final : public Link {
     std::vector<Event> mBatch;
     size_t mNext = 0;
 
-    bool mAwake = false;  // wake() has been called since the last dispatch()
-    int mDepth = 0;       // of dispatch() calls
+    int mDepth = 0;  // of dispatch() calls
     bool mClosed = false;
     std::atomic<bool> mStopped{false};
 };

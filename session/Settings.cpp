@@ -63,19 +63,20 @@ bool Settings::request() {
     };
     bool all = sent(mAutoFilterCb != nullptr,
                     [this] { return sdfRegAutoFilterInfo(mLink.lane().autoFilter); }) &&
-               (mReportCb == nullptr || sendQueueReports());
-    for (size_t index = 0; all && index < kSlots; ++index) {
-        all = !mLevels[index].wanted || sendLevels(index);
-    }
-    all = all && sent(mGaming, [] { return sdfEnHighPerfGaming(true); });
+               (mReportCb == nullptr || sendQueueReports()) &&
+               sent(mGaming, [] { return sdfEnHighPerfGaming(true); });
     for (size_t index = 0; all && index < kSlots; ++index) {
         all =
             sent(mDataPriority[index], [index] { return sdfPrioritizeData(slotAt(index), true); });
     }
-    return all && sent(mDdsPriority, [] { return sdfPrioritizeDds(true); }) &&
-           sent(mDdsOod != SDF_OOD_UNSPECIFIED_LVL, [this] { return sdfUpdateDdsOod(mDdsOod); }) &&
-           sent(mDdsPdcpTimer.has_value(),
-                [this] { return sdfUpdateDdsPdcpTimer(*mDdsPdcpTimer); });
+    all = all && sent(mDdsPriority, [] { return sdfPrioritizeDds(true); }) &&
+          sent(mDdsOod != SDF_OOD_UNSPECIFIED_LVL, [this] { return sdfUpdateDdsOod(mDdsOod); }) &&
+          sent(mDdsPdcpTimer.has_value(), [this] { return sdfUpdateDdsPdcpTimer(*mDdsPdcpTimer); });
+    // Last, as the service answers them: then it has the others, too.
+    for (size_t index = 0; all && index < kSlots; ++index) {
+        all = !mLevels[index].wanted || sendLevels(index);
+    }
+    return all;
 }
 
 void Settings::lost() {
@@ -98,13 +99,15 @@ void Settings::onLevels(const LevelsEvent& event) {
 }
 
 void Settings::onReport(const ReportEntry& entry) const {
-    if (mReportCb != nullptr)
-        mReportCb(mSession, entry.key, entry.first, entry.second, mReportUser);
+    if (mReportCb == nullptr) return;
+    mLink.beforeCallback();
+    mReportCb(mSession, entry.key, entry.first, entry.second, mReportUser);
 }
 
 void Settings::onAutoFilter(const AutoFilterEvent& event) const {
-    if (mAutoFilterCb != nullptr)
-        mAutoFilterCb(mSession, event.id, event.info.get(), mAutoFilterUser);
+    if (mAutoFilterCb == nullptr) return;
+    mLink.beforeCallback();
+    mAutoFilterCb(mSession, event.id, event.info.get(), mAutoFilterUser);
 }
 
 bool Settings::report() {
@@ -152,5 +155,6 @@ void Settings::callLevels(size_t index, int error, SdfLatencyLvl first,
                           SdfLatencyLvl second) const {
     const Levels& levels = mLevels[index];
     if (levels.cb == nullptr) return;
+    mLink.beforeCallback();
     levels.cb(mSession, slotAt(index), error, first, second, levels.user);
 }

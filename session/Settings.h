@@ -30,6 +30,8 @@ class Settings {
     // The service is up: everything is wanted of it. False when it was lost again meanwhile.
     bool request();
     void lost();
+    // All levels have been answered, or are not answered in time.
+    bool isSettled() const { return !due().when(); }
 
     // Each calls a callback.
     void onLevels(const LevelsEvent& event);

@@ -18,8 +18,7 @@ class FilterTest : public SessionTest {
     void restart() {
         mSdk.status(SDF_V2_SERVICE_DOWN);
         reported();
-        const size_t next = mSdk.clients() + 1;
-        ASSERT_TRUE(dispatchUntil([&] { return mSdk.clients() == next; }));
+        waitForNextClient();
         EXPECT_EQ(reported(), (Lines{"session connecting"}));
         mSdk.take();
         mSdk.up();
@@ -101,8 +100,23 @@ TEST_F(FilterTest, ChangesAreSentAtOnce) {
     reported();
     EXPECT_EQ(mSdk.take(), (Lines{"RegFilterStatus", "AddFilter 1 5 6 3 0"}));
     mSdk.answer(2);
-    EXPECT_EQ(reported(), (Lines{"one active", "session up"}));
-    EXPECT_EQ(mSdk.take(), (Lines{"UpdateTargetDscp 2 0"}));
+    EXPECT_EQ(reported(), (Lines{"one active"}));
+    // The service does not answer a change: the session is up when it answers what comes behind it.
+    EXPECT_EQ(mSdk.take(), (Lines{"UpdateTargetDscp 2 0", "GetFilters"}));
+    mSdk.list({2});
+    reported();
+    mSdk.list({2});
+    EXPECT_EQ(reported(), (Lines{"session up"}));
+}
+
+TEST_F(FilterTest, ServiceThatListsNoFiltersComesUpAllTheSame) {
+    open();
+    sdfFilterSetDscp(add("one", 1), 46);
+    ASSERT_EQ(sdfSessionSetAnswerDeadline(mSession, 200), 0);
+    mSdk.up();
+    reported();
+    mSdk.answer(1);
+    EXPECT_EQ(reported(2), (Lines{"one active", "session up"}));
 }
 
 TEST_F(FilterTest, ChangesWaitForTheAnswer) {
@@ -139,8 +153,14 @@ TEST_F(FilterTest, UpOnlyWhenTheLibraryHasTakenEachChange) {
     EXPECT_EQ(reported(), (Lines{"one active"}));
     EXPECT_TRUE(dispatchUntil([this] { return mSdk.take() == Lines{"UpdateTargetDscp 1 46"}; }));
     mSdk.settle(1);
-    EXPECT_EQ(reported(1), (Lines{"session up"}));
-    EXPECT_EQ(mSdk.take().back(), "UpdateTargetDscp 1 46");
+    EXPECT_TRUE(dispatchUntil([this] {
+        const Lines calls = mSdk.take();
+        return !calls.empty() && calls.back() == "GetFilters";
+    }));
+    mSdk.list({1});
+    reported();
+    mSdk.list({1});
+    EXPECT_EQ(reported(), (Lines{"session up"}));
 }
 
 TEST_F(FilterTest, FilterThatTheLibraryNeverKnowsIsALoss) {
@@ -165,6 +185,26 @@ TEST_F(FilterTest, RemovedFilterIsDeletedAndReportedOnce) {
     reported();
     EXPECT_EQ(mSdk.take(), (Lines{"RegFilterStatus"}));
     sdfFilterRemove(nullptr);
+}
+
+TEST_F(FilterTest, AddThatIsAnsweredWithAnEndHasExpired) {
+    openUp();
+    ASSERT_EQ(sdfFilterSetRenewed(add("one", 1), false), 0);
+    mSdk.answer(1, SDF_FILTER_INACTIVITY_TIMEOUT);
+    EXPECT_EQ(reported(), (Lines{"one requested", "one expired"}));
+}
+
+TEST_F(FilterTest, RemovedTwiceIsRemovedOnce) {
+    openUp();
+    SdfFilter* const filter = add("one", 1);
+    reported();
+    sdfFilterRemove(filter);
+    sdfFilterRemove(filter);
+    add("two", 2);
+    mSdk.answer(1);
+    EXPECT_EQ(reported(), (Lines{"one removed", "two requested"}));
+    EXPECT_EQ(mSdk.take(),
+              (Lines{"AddFilter 1 1 2 2 50", "DeleteFilter 1", "AddFilter 2 1 2 2 50"}));
 }
 
 TEST_F(FilterTest, FilterRemovedBeforeItWasSentIsNeverSent) {

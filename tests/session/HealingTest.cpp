@@ -96,7 +96,6 @@ TEST(HealingTest, ServiceThatIsKilledAgainAndAgain) {
     Resources early;
     for (unsigned int round = 0; round < gRounds; ++round) {
         ASSERT_TRUE(wanted.dispatchUntilUp()) << round;
-        // Nothing that was wanted is missing when the application hears of it.
         ASSERT_TRUE(wanted.dispatchUntilServed()) << round << "\n"
                                                   << serviceState() << "\n"
                                                   << wanted.expected();

@@ -3,11 +3,19 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
+#include "session/Inbox.h"
 #include "tests/session/SessionFixture.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Eventually.h"
@@ -36,18 +44,24 @@ class LifeTest : public SessionTest {
         add("one", 1);
         add("two", 2);
     }
+    int isReadable() {
+        pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
+        return poll(&waited, 1, 0);
+    }
     // In the order in which it is sent.
     const Lines mEverything{
-        "RegFilterStatus",        "RegAutoFilterInfo",     "RegPriorityQueueReports 1 500",
-        "SetLatencyLvl -1 3 4 1", "SetLatencyLvl 0 3 4 1", "SetLatencyLvl 1 3 4 1",
-        "EnHighPerfGaming 1",     "PrioritizeData -1 1",   "PrioritizeData 0 1",
-        "PrioritizeData 1 1",     "PrioritizeDds 1",       "UpdateDdsOod 3",
-        "UpdateDdsPdcpTimer 70",  "AddFilter 1 1 2 2 50",  "AddFilter 2 1 2 2 50"};
-
-    // Lets the session make its next client, after a loss.
-    void waitForNextClient() {
-        const size_t next = mSdk.clients() + 1;
-        EXPECT_TRUE(dispatchUntil([&] { return mSdk.clients() == next; }));
+        "RegFilterStatus",       "RegAutoFilterInfo",      "RegPriorityQueueReports 1 500",
+        "EnHighPerfGaming 1",    "PrioritizeData -1 1",    "PrioritizeData 0 1",
+        "PrioritizeData 1 1",    "PrioritizeDds 1",        "UpdateDdsOod 3",
+        "UpdateDdsPdcpTimer 70", "SetLatencyLvl -1 3 4 1", "SetLatencyLvl 0 3 4 1",
+        "SetLatencyLvl 1 3 4 1", "AddFilter 1 1 2 2 50",   "AddFilter 2 1 2 2 50"};
+    // Answers the three requests for levels, of which this is the first.
+    void answerLevels(unsigned int id) {
+        for (const unsigned int one : {id, id + 1, id + 2}) {
+            mSdk.levels(one, SDF_LATENCY_LVL_3, SDF_LATENCY_LVL_4);
+        }
+        EXPECT_EQ(reported(), (Lines{"levels unspecified success 3 4", "levels first success 3 4",
+                                     "levels second success 3 4"}));
     }
 };
 
@@ -59,6 +73,7 @@ TEST_F(LifeTest, SendsWhatWasWantedBeforeTheServiceWasUpInOneOrder) {
     mSdk.up();
     EXPECT_EQ(reported(), Lines{});  // not up before the filters are answered
     EXPECT_EQ(mSdk.take(), mEverything);
+    answerLevels(1);
     mSdk.answer(4);
     EXPECT_EQ(reported(), (Lines{"one active"}));
     mSdk.answer(5, SDF_FILTER_ERROR_LIMIT_REACHED);
@@ -73,7 +88,11 @@ TEST_F(LifeTest, SendsEverythingAgainToTheNextClient) {
     reported();
     mSdk.answer(4);
     mSdk.answer(5);
-    EXPECT_EQ(reported(), (Lines{"one active", "two active", "session up"}));
+    EXPECT_EQ(reported(), (Lines{"one active", "two active"}));  // not before the levels are
+    mSdk.levels(1, SDF_LATENCY_LVL_3, SDF_LATENCY_LVL_4);
+    mSdk.levels(2, SDF_LATENCY_LVL_3, SDF_LATENCY_LVL_4);
+    mSdk.levels(3, SDF_LATENCY_LVL_3, SDF_LATENCY_LVL_4);
+    EXPECT_EQ(reported().back(), "session up");
     mSdk.take();
     mSdk.status(SDF_V2_SERVICE_DOWN);
     EXPECT_EQ(reported(3), (Lines{"session down: service down", "one lost", "two lost"}));
@@ -83,6 +102,7 @@ TEST_F(LifeTest, SendsEverythingAgainToTheNextClient) {
     mSdk.up();
     EXPECT_EQ(reported(), (Lines{"one requested", "two requested"}));
     EXPECT_EQ(mSdk.take(), mEverything);
+    answerLevels(6);
     mSdk.answer(9);
     mSdk.answer(10);
     EXPECT_EQ(reported(), (Lines{"one active", "two active", "session up"}));
@@ -94,7 +114,8 @@ TEST_F(LifeTest, EachStatusButUpIsALoss) {
         mSdk.up();
         reported();
         mSdk.status(status);
-        EXPECT_EQ(reported(), (Lines{std::string("session down: ") + sdfSessionText(status)}));
+        EXPECT_EQ(reported(), (Lines{std::string("session down: ") +
+                                     sdfSessionText(status == 0 ? SDF_V2_INVALID : status)}));
         close();
         mSdk.reset();
     }
@@ -161,6 +182,7 @@ TEST_F(LifeTest, WhatEarlierClientsBringIsDropped) {
 
 TEST_F(LifeTest, ServiceThatIsNotThereIsAskedForOncePerPause) {
     open();
+    ASSERT_EQ(sdfSessionSetPauses(mSession, 1, 1), 0);
     EXPECT_EQ(reported(4), (Lines{"session connecting", "session down: no service",
                                   "session connecting", "session down: no service"}));
     EXPECT_EQ(mSdk.take(), (Lines{"Create", "Destroy", "Create"}));
@@ -168,7 +190,6 @@ TEST_F(LifeTest, ServiceThatIsNotThereIsAskedForOncePerPause) {
 
 TEST_F(LifeTest, ServiceThatComesUpLateIsTaken) {
     open();
-    ASSERT_EQ(sdfSessionSetPauses(mSession, 86400000, 86400000), 0);
     EXPECT_EQ(reported(2), (Lines{"session connecting", "session down: no service"}));
     mSdk.status(SDF_V2_INTERNAL_ERROR);
     EXPECT_EQ(reported(), Lines{});
@@ -180,6 +201,7 @@ TEST_F(LifeTest, ServiceThatComesUpLateIsTaken) {
 TEST_F(LifeTest, NoAttemptWhileTheLastClientIsBeingDestroyed) {
     openUp();
     mSdk.hold(true);
+    ASSERT_EQ(sdfSessionSetPauses(mSession, 1, 1), 0);
     mSdk.status(SDF_V2_SERVICE_DOWN);
     EXPECT_EQ(reported(2), (Lines{"session down: service down", "session connecting"}));
     pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
@@ -201,6 +223,7 @@ TEST_F(LifeTest, ClientThatCannotBeDestroyedIsTriedAgain) {
 
 TEST_F(LifeTest, AttemptWithoutDescriptorsFails) {
     openUp();
+    ASSERT_EQ(sdfSessionSetPauses(mSession, 1, 1), 0);
     mSdk.status(SDF_V2_SERVICE_DOWN);
     {
         const DescriptorLimit limit(7);
@@ -363,6 +386,136 @@ TEST_F(LifeTest, WhatACallbackThrowsLeavesDispatchAndTheRestComesWithTheNext) {
     EXPECT_THROW(sdfSessionDispatch(mSession), std::runtime_error);
     EXPECT_EQ(poll(&waited, 1, 0), 1);
     EXPECT_EQ(reported(), (Lines{"one requested", "two requested", "one active", "two active"}));
+}
+
+TEST_F(LifeTest, WhatCameWhileACallbackThrewWakesTheLoop) {
+    openUp();
+    add("one", 1);
+    mSdk.answer(1);
+    upon("one requested", [] { throw std::runtime_error("one"); });
+    EXPECT_THROW(sdfSessionDispatch(mSession), std::runtime_error);
+    EXPECT_EQ(isReadable(), 1);
+    EXPECT_EQ(reported(), (Lines{"one requested", "one active"}));
+    EXPECT_EQ(isReadable(), 0);
+}
+
+// By epoll, as the other tests use poll.
+TEST_F(LifeTest, LoopInsideACallbackSeesAllThatIsDue) {
+    const struct {
+        const char* line;
+        std::function<void()> before;
+        std::function<void()> inside;
+        Lines rest;
+    } cases[] = {
+        {"one active", [this] { mSdk.indicate(2, SDF_FILTER_ACTIVE); }, [] {}, {"two active"}},
+        {"one active", [] {}, [this] { add("three", 3); }, {"three requested"}},
+        {"one active", [] {}, [this] { mSdk.indicate(2, SDF_FILTER_ACTIVE); }, {"two active"}},
+    };
+    for (const auto& one : cases) {
+        openUp();
+        add("one", 1);
+        add("two", 2);
+        mSdk.answer(1, SDF_FILTER_PENDING);
+        mSdk.answer(2, SDF_FILTER_PENDING);
+        EXPECT_EQ(reported().size(), 4U);
+        mSdk.indicate(1, SDF_FILTER_ACTIVE);
+        one.before();
+        int ready = 0;
+        upon("one active", [&] {
+            one.inside();
+            const int loop = epoll_create1(EPOLL_CLOEXEC);
+            epoll_event event{EPOLLIN, {}};
+            epoll_ctl(loop, EPOLL_CTL_ADD, sdfSessionFd(mSession), &event);
+            ready = epoll_wait(loop, &event, 1, 30000);
+            ::close(loop);
+            sdfSessionDispatch(mSession);
+        });
+        Lines all{"one active"};
+        all.insert(all.end(), one.rest.begin(), one.rest.end());
+        EXPECT_EQ(reported(), all);
+        EXPECT_EQ(ready, 1);
+        close();
+        mSdk.reset();
+    }
+}
+
+TEST_F(LifeTest, AnswerThatLiesReadyIsInTimeForADispatchInsideACallback) {
+    openUp();
+    addActive("one", 1, 1);
+    ASSERT_EQ(sdfSessionSetAnswerDeadline(mSession, 1), 0);
+    mSdk.indicate(1, SDF_FILTER_PENDING);
+    mSdk.indicate(1, SDF_FILTER_ACTIVE);
+    upon("one pending", [this] {
+        add("two", 2);
+        mSdk.answer(2);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        sdfSessionDispatch(mSession);
+    });
+    EXPECT_EQ(reported(), (Lines{"one pending", "two requested", "one active", "two active"}));
+}
+
+TEST_F(LifeTest, ClosesAndOpensInsideACallback) {
+    openUp();
+    add("one", 1);
+    SdfSession* const first = mSession;
+    upon("one requested", [this] {
+        EXPECT_EQ(sdfSessionClose(mSession, 30000), 0);
+        EXPECT_EQ(sdfSessionOpen(onState, this, &mSession), 0);
+        EXPECT_EQ(sdfSessionDispatch(mSession), 0);
+    });
+    EXPECT_EQ(sdfSessionDispatch(first), SDF_SESSION_CLOSED);
+    ASSERT_TRUE(mSdk.waitForClients(2));
+    mSdk.up();
+    EXPECT_TRUE(dispatchUntil([this] { return sdfSessionGetState(mSession) == SDF_SESSION_UP; }));
+}
+
+TEST_F(LifeTest, InboxTakesNothingForTheNextSessionBeforeItsClient) {
+    Inbox& inbox = Inbox::instance();
+    const int events = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    inbox.attach(events);
+    inbox.detach();
+    inbox.accept(1);  // of a client that is made while its session is closed
+    inbox.attach(events);
+    inbox.push(1, StatusEvent{SDF_V2_SERVICE_DOWN});
+    std::vector<Event> taken;
+    EXPECT_TRUE(inbox.take(taken));
+    EXPECT_TRUE(taken.empty());
+    inbox.detach();
+    ::close(events);
+}
+
+TEST_F(LifeTest, ItsThreadLeavesTheSignalsOfAFaultOpen) {
+    open();
+    std::string blocked;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream status(task.path() / "status");
+        bool ours = false;
+        for (std::string line; std::getline(status, line);) {
+            ours = ours || line == "Name:\tlum_sdf_session";
+            if (ours && line.rfind("SigBlk:\t", 0) == 0) blocked = line.substr(8);
+        }
+    }
+    const unsigned long long set = std::stoull(blocked, nullptr, 16);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT}) {
+        EXPECT_EQ(set >> (fault - 1) & 1, 0U) << fault;
+    }
+    for (const int handled : {SIGINT, SIGTERM, SIGUSR1, SIGCHLD, SIGRTMIN}) {
+        EXPECT_EQ(set >> (handled - 1) & 1, 1U) << handled;
+    }
+}
+
+TEST_F(LifeTest, RunIsStoppedByASignalHandler) {
+    open();
+    static SdfSession* stopped;
+    stopped = mSession;
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_handler = [](int) { sdfSessionStop(stopped); };
+    sigaction(SIGALRM, &action, &before);
+    const itimerval soon{{0, 0}, {0, 1000}};
+    setitimer(ITIMER_REAL, &soon, nullptr);
+    EXPECT_EQ(sdfSessionRun(mSession), 0);
+    sigaction(SIGALRM, &before, nullptr);
 }
 
 TEST_F(LifeTest, RunsUntilItIsStopped) {

@@ -62,7 +62,7 @@ TEST_F(MemoryTest, EventThatCannotBeKeptIsALoss) {
         mSdk.up();
     }
     EXPECT_EQ(reported(), (Lines{"session connecting", "session down: internal error"}));
-    EXPECT_TRUE(dispatchUntil([this] { return mSdk.clients() == 2; }));
+    waitForNextClient();
     mSdk.up();
     EXPECT_EQ(reported(2), (Lines{"session connecting", "session up"}));
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Questions: entries that come one by one are one answer, for the right asker.
 
+#include <stdexcept>
+
 #include "tests/session/SessionFixture.h"
 
 namespace {
@@ -102,6 +104,51 @@ TEST_F(QuestionTest, ListThatNoOtherFollowsIsWholeAtTheDeadline) {
     EXPECT_EQ(reported(), (Lines{"b 2 of nobody", "b success"}));
 }
 
+TEST_F(QuestionTest, WhoComesLaterDoesNotWaitForAnAnswerThatDoesNotCome) {
+    openUp();
+    ask("a", 86400000);
+    mSdk.list({});
+    ask("b");
+    mSdk.take();
+    EXPECT_TRUE(dispatchUntil([this] { return mSdk.take() == Lines{"GetFilters"}; }));
+    mSdk.list({1});
+    reported();
+    mSdk.list({1});
+    EXPECT_EQ(reported(), (Lines{"a 1 of nobody", "a success", "b 1 of nobody", "b success"}));
+}
+
+TEST_F(QuestionTest, AnswerBeforeOneThatDoesNotComeIsWhole) {
+    openUp();
+    ask("a");
+    mSdk.list({1});
+    reported();
+    mSdk.list({});
+    ask("b");
+    EXPECT_EQ(reported(2), (Lines{"a 1 of nobody", "a success"}));
+}
+
+TEST_F(QuestionTest, EachEntryAndTheEndComeAlsoBehindOneThatThrows) {
+    openUp();
+    ask("a");
+    mSdk.list({1, 2});
+    reported();
+    mSdk.list({1});
+    upon("a 1 of nobody", [] { throw std::runtime_error("one"); });
+    EXPECT_THROW(sdfSessionDispatch(mSession), std::runtime_error);
+    EXPECT_EQ(reported(), (Lines{"a 1 of nobody", "a 2 of nobody", "a success"}));
+}
+
+TEST_F(QuestionTest, RemovedFilterIsListedWithoutAHandle) {
+    openUp();
+    SdfFilter* const filter = add("one", 1);
+    mSdk.answerUnsettled(1);
+    reported();
+    sdfFilterRemove(filter);
+    ask("a", 200);
+    mSdk.list({1});
+    EXPECT_EQ(reported(3), (Lines{"one removed", "a 1 of nobody", "a success"}));
+}
+
 TEST_F(QuestionTest, LossEndsWhatWasAskedOnly) {
     openUp();
     ask("a");
@@ -113,7 +160,7 @@ TEST_F(QuestionTest, LossEndsWhatWasAskedOnly) {
     mSdk.status(SDF_V2_SERVICE_DOWN);
     EXPECT_EQ(reported(), (Lines{"session down: service down", "a service lost", "b service lost",
                                  "c service lost"}));
-    EXPECT_TRUE(dispatchUntil([this] { return mSdk.clients() == 2; }));
+    waitForNextClient();
     mSdk.take();
     mSdk.up();
     reported();

@@ -42,8 +42,8 @@ json serviceState() {
             const std::string port = std::to_string(filter["dest_port"].get<int>());
             // Two of one port show as a filter with more members than one has.
             json& place = filters[filters.contains(port) ? port + " again" : port];
-            for (const char* member :
-                 {"first_level", "second_level", "ood", "pdcp_timer", "target_dscp"}) {
+            for (const char* member : {"first_level", "second_level", "ood", "pdcp_timer",
+                                       "filter_arg18", "target_dscp"}) {
                 place[member] = filter[member];
             }
         }

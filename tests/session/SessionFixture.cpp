@@ -31,7 +31,7 @@ void SessionTest::open() {
     mLines.clear();
     mSdk.hold(true);
     ASSERT_EQ(sdfSessionOpen(onState, this, &mSession), 0);
-    ASSERT_EQ(sdfSessionSetPauses(mSession, 1, 1), 0);
+    ASSERT_EQ(sdfSessionSetPauses(mSession, 86400000, 86400000), 0);
     sdfSessionDispatch(mSession);
     mSdk.hold(false);
     pollfd made{sdfSessionFd(mSession), POLLIN, 0};
@@ -48,6 +48,13 @@ void SessionTest::openUp() {
 
 void SessionTest::close() {
     EXPECT_EQ(sdfSessionClose(std::exchange(mSession, nullptr), 30000), 0);
+}
+
+void SessionTest::waitForNextClient() {
+    const size_t next = mSdk.clients() + 1;
+    EXPECT_EQ(sdfSessionSetPauses(mSession, 1, 1), 0);
+    EXPECT_TRUE(dispatchUntil([&] { return mSdk.clients() == next; }));
+    EXPECT_EQ(sdfSessionSetPauses(mSession, 86400000, 86400000), 0);
 }
 
 SessionTest::Lines SessionTest::reported(size_t count) {

@@ -19,11 +19,14 @@ class SessionTest : public testing::Test {
     SessionTest();
     ~SessionTest() override;
 
-    // Opens the session and waits until it knows that it has its client.
+    // Opens the session, which makes no attempt after a loss by itself, and waits until it knows
+    // that it has its client.
     void open();
     // The same, and the service is up; takes what was reported and called.
     void openUp();
     void close();
+    // Lets the session make its next client after a loss; it reports "session connecting".
+    void waitForNextClient();
 
     // Dispatches until the lines are there, and takes those up to the last of them. They must be
     // all.

@@ -15,8 +15,7 @@ class SettingTest : public SessionTest {
     Lines restart() {
         mSdk.status(SDF_V2_SERVICE_DOWN);
         reported();
-        const size_t next = mSdk.clients() + 1;
-        EXPECT_TRUE(dispatchUntil([&] { return mSdk.clients() == next; }));
+        waitForNextClient();
         mSdk.take();
         mSdk.up();
         reported();

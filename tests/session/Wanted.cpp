@@ -49,7 +49,7 @@ bool mayFollow(std::optional<SdfFilterState> before, SdfFilterState state) {
     switch (*before) {
         case SDF_FILTER_STATE_REQUESTED:
             return state == SDF_FILTER_STATE_PENDING || state == SDF_FILTER_STATE_ACTIVE ||
-                   state == SDF_FILTER_STATE_REJECTED;
+                   state == SDF_FILTER_STATE_REJECTED || state == SDF_FILTER_STATE_EXPIRED;
         case SDF_FILTER_STATE_PENDING:
         case SDF_FILTER_STATE_ACTIVE:
             return state != *before && state != SDF_FILTER_STATE_REQUESTED;
@@ -79,6 +79,7 @@ void Wanted::wantEverything(size_t filters) {
 }
 
 void Wanted::change() {
+    mChanged = true;
     const auto living = [](const Flow& flow) { return !flow.removed; };
     const auto flows = std::count_if(mFlows.begin(), mFlows.end(), living);
     const unsigned int what = pick(16);
@@ -139,11 +140,13 @@ json Wanted::expected() const {
     json filters = json::object();
     for (const Flow& flow : mFlows) {
         if (flow.removed) continue;
-        filters[std::to_string(flow.port)] = {{"first_level", levelName(flow.info.first_level)},
-                                              {"second_level", levelName(flow.info.second_level)},
-                                              {"ood", oodName(flow.info.ood)},
-                                              {"pdcp_timer", flow.info.pdcp_timer},
-                                              {"target_dscp", orNull(flow.dscp)}};
+        filters[std::to_string(flow.port)] = {
+            {"first_level", levelName(flow.info.first_level)},
+            {"second_level", levelName(flow.info.second_level)},
+            {"ood", oodName(flow.info.ood)},
+            {"pdcp_timer", flow.info.pdcp_timer},
+            {"filter_arg18", flow.extra ? json(*flow.extra) : json()},
+            {"target_dscp", orNull(flow.dscp)}};
     }
     json levels = json::array();
     json slots = json::array();
@@ -171,7 +174,13 @@ void Wanted::onState(SdfSession*, SdfSessionState state, int /*reason*/, void* w
         self.lied(std::string("session ") + sdfSessionStateText(state));
     }
     self.mState = state;
-    if (state == SDF_SESSION_UP) ++self.mUps;
+    if (state == SDF_SESSION_CONNECTING) self.mChanged = false;
+    if (state != SDF_SESSION_UP) return;
+    ++self.mUps;
+    // Nothing is missing when the application is notified.
+    if (!self.mChanged && serviceState() != self.expected()) {
+        self.lied("up with " + serviceState().dump() + " and not " + self.expected().dump());
+    }
 }
 
 void Wanted::onFilter(SdfFilter* filter, SdfFilterState state, SdfFilterStatus why, void* user) {
@@ -185,6 +194,10 @@ void Wanted::onFilter(SdfFilter* filter, SdfFilterState state, SdfFilterStatus w
     }
     flow.state = state;
     flow.ended = removal;
+    if (!removal && flow.wanted->pick(100) == 0) {
+        flow.wanted->mChanged = true;
+        flow.wanted->remove(flow);
+    }
 }
 
 void Wanted::onLevels(SdfSession*, SdfSlotID, int, SdfLatencyLvl, SdfLatencyLvl, void* wanted) {
@@ -208,7 +221,12 @@ void Wanted::addFlow() {
     if (mPort == 60000) mPort = 1;
     flow.info = flowTo(flow.port);
     flow.info.first_level = level();
-    if (sdfFilterAdd(mSession, &flow.info, onFilter, &flow, &flow.filter) != 0) lied("add failed");
+    if (pick(2) == 0) flow.extra = static_cast<unsigned char>(pick(256));
+    const int result =
+        flow.extra
+            ? sdfFilterAddV2(mSession, &flow.info, *flow.extra, onFilter, &flow, &flow.filter)
+            : sdfFilterAdd(mSession, &flow.info, onFilter, &flow, &flow.filter);
+    if (result != 0) lied("add failed");
     if (pick(2) == 0) changeFlow(flow);
 }
 
@@ -239,8 +257,12 @@ void Wanted::changeFlow(Flow& flow) {
 void Wanted::removeFlow() {
     const auto flow =
         std::find_if(mFlows.begin(), mFlows.end(), [](const Flow& one) { return !one.removed; });
-    flow->removed = true;
-    sdfFilterRemove(flow->filter);
+    remove(*flow);
+}
+
+void Wanted::remove(Flow& flow) {
+    flow.removed = true;
+    sdfFilterRemove(flow.filter);
 }
 
 void Wanted::changeSetting(unsigned int which) {

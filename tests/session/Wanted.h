@@ -53,6 +53,7 @@ class Wanted {
         SdfFilter* filter = nullptr;
         uint16_t port = 0;
         SdfAddFilterInfo info{};
+        std::optional<unsigned char> extra{};
         std::optional<unsigned int> dscp{};
         std::optional<SdfFilterState> state{};
         bool removed = false;
@@ -73,6 +74,7 @@ class Wanted {
     void addFlow();
     void changeFlow(Flow& flow);
     void removeFlow();
+    void remove(Flow& flow);
     void changeSetting(unsigned int which);
     SdfLatencyLvl level() { return static_cast<SdfLatencyLvl>(1 + pick(6)); }
     SdfOod ood() { return static_cast<SdfOod>(1 + pick(3)); }
@@ -90,5 +92,6 @@ class Wanted {
     std::optional<unsigned int> mDdsPdcpTimer;
     std::optional<unsigned int> mReports;
     size_t mUps = 0;
+    bool mChanged = false;  // since the session began to connect
     std::string mLie;
 };
