@@ -35,12 +35,13 @@ TEST(CommandLineTest, SeveralCommands) {
     EXPECT_EQ(wrongWith("create then then create"), "a command is missing before \"then\"");
     EXPECT_EQ(wrongWith("create then"), "a command is missing after \"then\"");
     EXPECT_EQ(wrongWith("create then foo"), "\"foo\" is not a command (\"help\" lists them)");
+    EXPECT_EQ(wrongWith("create then doctor"), "\"doctor\" stands alone on the command line");
 }
 
 TEST(CommandLineTest, EachCommandHasHelpAndNames) {
     for (const Command& command : commands()) {
         EXPECT_EQ(findCommand(command.name), &command);
-        const std::string help = helpOf(command);
+        const std::string help = helpOf(command.name);
         EXPECT_EQ(help.rfind(command.about, 0), 0U) << help;
         EXPECT_NE(help.find(std::string("Usage: ") + command.name), std::string::npos) << help;
         EXPECT_NE(helpOfAll().find(std::string("\n  ") + command.name + " "), std::string::npos);

@@ -7,14 +7,14 @@
 
 #include "tools/sdfctl/Commands.h"
 #include "tools/sdfctl/Completion.h"
+#include "tools/sdfctl/Programs.h"
 
 namespace {
 
 using Texts = std::vector<std::string>;
 
-// When the library knows the filters 12 and 7.
 Texts candidates(const std::string& text) {
-    return complete(text, {12, 7}).candidates;
+    return complete(text).candidates;
 }
 
 TEST(CompletionTest, WhatMayFollow) {
@@ -44,8 +44,7 @@ TEST(CompletionTest, WhatMayFollow) {
         {"add-filter --arg6 ", {}},
         {"add-filter --arg6 1 --null", {"--null-callback"}},
         // Filters.
-        {"delete-filter ", {"last", "12", "7", "then"}},
-        {"update-ood 1", {"12"}},
+        {"delete-filter ", {"last", "then"}},
         {"update-ood 12 e", {"enabled"}},
     };
     for (const auto& [typed, expected] : rows) {
@@ -56,22 +55,25 @@ TEST(CompletionTest, WhatMayFollow) {
 
 TEST(CompletionTest, CommandLineOfTheProgram) {
     EXPECT_EQ(completeLine("sdfctl"), Texts{});
-    EXPECT_EQ(completeLine("sdfctl --"), (Texts{"--help", "--version", "--json", "--wait",
-                                                "--timeout", "--no-answers", "--manual"}));
-    EXPECT_EQ(completeLine("sdfctl ").size(), commands().size() + 7);
-    EXPECT_EQ(completeLine("bin/sdfctl --json --wait=5 doc"), Texts{"doctor"});
+    EXPECT_EQ(completeLine("sdfctl --"),
+              (Texts{"--help", "--version", "--json", "--timeout", "--no-answers", "--manual"}));
+    EXPECT_EQ(completeLine("sdfctl ").size(), commands().size() + programs().size() + 6);
+    EXPECT_EQ(completeLine("bin/sdfctl --json --timeout=5 doc"), Texts{"doctor"});
     EXPECT_EQ(completeLine("sdfctl --timeout "), Texts{});
     EXPECT_EQ(completeLine("sdfctl --timeout 5"), Texts{});
     EXPECT_EQ(completeLine("sdfctl --timeout 5 --man"), Texts{"--manual"});
     EXPECT_EQ(completeLine("sdfctl --timeout 5 set-l"), Texts{"set-latency"});
     EXPECT_EQ(completeLine("sdfctl --json set-latency first --j"), Texts{});
     EXPECT_EQ(completeLine("sdfctl create then prioritize-data s"), Texts{"second"});
+    EXPECT_EQ(completeLine("sdfctl doctor -"), (Texts{"--json", "--timeout"}));
+    EXPECT_EQ(completeLine("sdfctl doctor --timeout "), Texts{});
+    EXPECT_EQ(completeLine("sdfctl create then doc"), Texts{});
     EXPECT_EQ(completeLine("sdfctl delete-filter "), (Texts{"last", "then"}));
 }
 
 TEST(CompletionTest, TypedPartAndCommonStart) {
-    EXPECT_EQ(complete("create then upd", {}).typed, "upd");
-    EXPECT_EQ(complete("create ", {}).typed, "");
+    EXPECT_EQ(complete("create then upd").typed, "upd");
+    EXPECT_EQ(complete("create ").typed, "");
     EXPECT_EQ(commonStart({}), "");
     EXPECT_EQ(commonStart({"update-ood"}), "update-ood");
     EXPECT_EQ(commonStart({"update-ood", "update-dds-ood", "update-latency"}), "update-");

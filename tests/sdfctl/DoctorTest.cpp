@@ -217,43 +217,6 @@ TEST_F(DoctorTest, ServiceThatHasStopped) {
     expectFailure("service", 11, "the call does not return", kStuckAdvice, "doctor --timeout 0.3");
 }
 
-TEST_F(DoctorTest, CommandAmongOthersLeavesTheirClientAlone) {
-    EmulatorProcess emulator;
-    const Outcome run = runSdfctl("", {"create", "doctor", "set-latency first 1 3"});
-    Lines expected = mAll;
-    expected.insert(expected.begin(),
-                    {"createSdfClient() = 0 (success)", "event status: status=-7 (service up)"});
-    expected.insert(expected.end(),
-                    {"sdfSetLatencyLvl(slot=first, first=level-1, second=level-3, flag=off) = "
-                     "1804289383 (success)",
-                     "event levels: id=1804289383 first=level-1 second=level-3",
-                     "destroySdfClient() = 0 (success)"});
-    EXPECT_EQ(run.lines, expected);
-    EXPECT_EQ(run.errors, Lines{});
-    EXPECT_EQ(run.status, 0);
-    EXPECT_TRUE(emulator.waitForClients(0));
-}
-
-TEST_F(DoctorTest, CommandAmongOthersTakesOptionsAndCounts) {
-    const Outcome run = runSdfctl("--timeout 7 wait 1 then doctor --timeout 0.5 --json");
-    EXPECT_EQ(run.status, 11);
-    ASSERT_EQ(run.lines.size(), 2U);
-    EXPECT_EQ(nlohmann::json::parse(run.lines[1])["step"], "service");
-    EXPECT_EQ(runSdfctl("--json doctor then status").lines.size(), 3U);
-    const Outcome wrong = runSdfctl("wait 1 then doctor --timeout x");
-    EXPECT_EQ(wrong.status, 2);
-    EXPECT_EQ(wrong.errors, Lines{"sdfctl: doctor: --timeout: \"x\" is not a number of seconds"});
-}
-
-TEST_F(DoctorTest, CommandAmongOthersEndsWithASignal) {
-    const EmulatorProcess emulator;
-    ASSERT_TRUE(stopChild(emulator.pid()));
-    ChildProcess child(sdfctlCommand("--timeout 86400 wait 1 then doctor"));
-    ASSERT_TRUE(child.waitForLine(mAll[0]));
-    child.signal(SIGTERM);
-    EXPECT_EQ(child.wait(), 128 + SIGTERM);  // with all of its output: no process is left behind
-}
-
 TEST_F(DoctorTest, ServicesThatMisbehave) {
     const struct {
         const char* rule;

@@ -36,11 +36,10 @@ TEST_F(ErrorsTest, WrongCommandsAndOptionsDoNothing) {
         {"f\xC2", "sdfctl: \"f\xC2\" is not a command (\"help\" lists them)"},
         {"doctor now", "sdfctl: doctor: The following argument was not expected: now"},
         {"dump now", "sdfctl: dump: The following argument was not expected: now"},
+        {"create then doctor", "sdfctl: \"doctor\" stands alone on the command line"},
         {"--json foo", "sdfctl: \"foo\" is not a command (\"help\" lists them)"},
         {"--timeout x create", "sdfctl: --timeout: \"x\" is not a number of seconds"},
         {"--timeout -1 create", "sdfctl: --timeout: \"-1\" is not a number of seconds"},
-        {"--wait=x create", "sdfctl: --wait: \"x\" is not a number of seconds"},
-        {"--wait= create", "sdfctl: --wait: \"\" is not a number of seconds"},
         {"--timeout= create", "sdfctl: --timeout: \"\" is not a number of seconds"},
         {"--timeout \x1Bx create", "sdfctl: --timeout: \"\\x1Bx\" is not a number of seconds"},
         {"--timeout nan create", "sdfctl: --timeout: \"nan\" is not a number of seconds"},
@@ -56,7 +55,7 @@ TEST_F(ErrorsTest, WrongCommandsAndOptionsDoNothing) {
 TEST_F(ErrorsTest, WrongLineOfAScriptEndsItAndIsNamed) {
     const Outcome run = runSdfctl("", {"# a script", "", "status", "wait 1 then foo", "status"});
     EXPECT_EQ(run.status, 2);
-    EXPECT_EQ(run.lines, (Lines{"client: no", "service: not heard of", "filters: none"}));
+    EXPECT_EQ(run.lines, (Lines{"client: no", "service: not heard of"}));
     EXPECT_EQ(run.errors, Lines{"sdfctl: line 4: \"foo\" is not a command (\"help\" lists them)"});
 }
 
@@ -114,11 +113,10 @@ TEST_F(ErrorsTest, HelpIsComplete) {
     std::string text;
     for (const std::string& line : run.lines) text += line + "\n";
     for (const char* const word :
-         {"--json", "--wait", "--timeout", "--manual", "--no-answers", "then", "doctor",
-          "Exit status", "LUM_BINDER_DIR", "  set-latency  ", "  quit  "}) {
+         {"--json", "--timeout", "--manual", "--no-answers", "then", "doctor", "Exit status",
+          "LUM_BINDER_DIR", "  set-latency  ", "  quit  "}) {
         EXPECT_NE(text.find(word), std::string::npos) << word;
     }
-    EXPECT_NE(text.find("\n  --wait[=SECONDS]  "), std::string::npos);
     EXPECT_EQ(run.errors, Lines{});
 }
 

@@ -56,8 +56,6 @@ TEST_F(ServiceTest, ServiceThatIsNotUp) {
     const Lines made{kCreated, kDestroyed};
     check({
         {nullptr, "--timeout 0.2 high-perf-gaming off", 3, made, {late}},
-        {nullptr, "--wait=0.2 high-perf-gaming off", 3, made, {late}},
-        {nullptr, "--timeout 86400 --wait=0.2 wait up", 3, made, {late}},
         {nullptr,
          "--manual --timeout 0.2 create then wait up then status",
          3,
@@ -94,11 +92,6 @@ TEST_F(ServiceTest, AnswersAndEventsThatAreWaitedFor) {
         // A refused message ends the wait, and is reported however short the wait is.
         {"on set_latency_level: refuse",
          "--timeout 86400 set-latency first 1 1",
-         1,
-         failed,
-         {refused}},
-        {"on set_latency_level: refuse",
-         "--wait --timeout 2 set-latency first 1 1",
          1,
          failed,
          {refused}},
@@ -150,20 +143,6 @@ TEST_F(ServiceTest, WaitsThatNeedAClientSayThatThereIsNone) {
     });
 }
 
-TEST_F(ServiceTest, KeepsAskingUntilTheServiceComes) {
-    ChildProcess child(sdfctlCommand("--wait high-perf-gaming off"));
-    // The second call comes when the first one's attempt has failed.
-    ASSERT_TRUE(child.waitForLine(kCreated, 2));
-    const EmulatorProcess emulator;
-    EXPECT_EQ(child.wait(), 0);
-    const Lines lines = child.lines();
-    ASSERT_GE(lines.size(), 5U);
-    EXPECT_EQ(lines[lines.size() - 3], kUp);
-    EXPECT_EQ(lines[lines.size() - 2], kGaming);
-    EXPECT_EQ(lines.back(), kDestroyed);
-    EXPECT_EQ(child.errorLines(), Lines{});
-}
-
 TEST_F(ServiceTest, LostServiceRefusesUntilAskedForAgain) {
     EmulatorProcess emulator;
     ChildProcess child(sdfctlCommand(""));
@@ -181,22 +160,6 @@ TEST_F(ServiceTest, LostServiceRefusesUntilAskedForAgain) {
     child.closeInput();
     EXPECT_EQ(child.wait(), 1);
     EXPECT_EQ(child.lines().back(), kDestroyed);
-}
-
-TEST_F(ServiceTest, LostServiceIsAskedForAgainUnaskedWhenSetSo) {
-    for (const char* const line : {"reg-filter-status then sleep 4000000", "reg-filter-status"}) {
-        SCOPED_TRACE(line);
-        EmulatorProcess emulator;
-        ChildProcess child(sdfctlCommand("--wait"));
-        child.writeLine(line);
-        ASSERT_TRUE(child.waitForLine("sdfRegFilterStatus() = 0 (success)"));
-        emulator.kill();
-        ASSERT_TRUE(child.waitForLine(kDown));
-        emulator.restart();
-        EXPECT_TRUE(child.waitForLine(kUp, 2));
-        child.signal(SIGTERM);
-        EXPECT_EQ(child.wait(), 128 + SIGTERM);
-    }
 }
 
 TEST_F(ServiceTest, AnswersNeedNotBeWaitedFor) {
@@ -243,7 +206,7 @@ TEST_F(ServiceTest, SignalsEndItInOrder) {
 struct StoppedCase {
     const char* options;
     const char* line;  // the last one of its input
-    int signal;        // once that has printed "filters: none"; 0: its input ends
+    int signal;        // once that has printed "service: -7 (service up)"; 0: its input ends
     int status;
     const char* stuck;  // the function that is reported not to return
 };
@@ -258,14 +221,14 @@ TEST_P(StoppedServiceTest, EndsAllTheSame) {
     ASSERT_TRUE(child.waitForLine(kUp));
     ASSERT_TRUE(stopChild(emulator.pid()));
     child.writeLine(known.line);
-    ASSERT_TRUE(child.waitForLine("filters: none"));
+    ASSERT_TRUE(child.waitForLine("service: -7 (service up)"));
     if (known.signal == 0) {
         child.closeInput();
     } else {
         child.signal(known.signal);
     }
     EXPECT_EQ(child.wait(), known.status);
-    EXPECT_EQ(child.lines().back(), "filters: none");  // no destroy has returned
+    EXPECT_EQ(child.lines().back(), "service: -7 (service up)");  // no destroy has returned
     if (known.stuck == nullptr) return;
     EXPECT_EQ(child.errorLines(),
               Lines{std::string("sdfctl: the client is not destroyed: ") + known.stuck +
@@ -293,7 +256,7 @@ TEST_F(ServiceTest, HangUpIsIgnoredWhereItWasBefore) {
     ASSERT_TRUE(child.waitForLine(kUp));
     child.signal(SIGHUP);
     child.writeLine("status");
-    ASSERT_TRUE(child.waitForLine("filters: none"));
+    ASSERT_TRUE(child.waitForLine("service: -7 (service up)"));
     child.closeInput();
     EXPECT_EQ(child.wait(), 0);
 }
@@ -307,29 +270,16 @@ TEST_F(ServiceTest, RefusedMessageIsAFailureForTheOlderCallbackToo) {
     EXPECT_EQ(run.status, 1);
 }
 
-// The message fails, too, but it is the service's death that is reported. The commands that destroy
-// the client wait until that is known, as the end of the run does.
-TEST_F(ServiceTest, MessageThatTheServiceDiesOfIsNotRefused) {
-    const std::string failed = "high-perf-gaming off then wait status -3 then ";
-    const struct {
-        std::string arguments;
-        int status;
-        Lines errors;
-    } rows[] = {
-        {"high-perf-gaming off then wait down", 0, {}},
-        {failed + "destroy", 0, {}},
-        {failed + "disable", 0, {}},
-        {"--timeout 3 set-latency first 1 1", 4, {"sdfctl: no event \"levels\" within 3 s"}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.arguments);
-        const EmulatorProcess emulator({"--rule", "on en_high_perf_gaming: die before", "--rule",
-                                        "on set_latency_level: die before"});
-        const Outcome run = runSdfctl(row.arguments);
-        EXPECT_EQ(std::count(run.lines.begin(), run.lines.end(), kDown), 1);
-        EXPECT_EQ(run.errors, row.errors);
-        EXPECT_EQ(run.status, row.status);
-    }
+TEST_F(ServiceTest, AnswerIsNotWaitedForOnceTheServiceIsGone) {
+    EmulatorProcess emulator({"--rule", "on set_latency_level: late 86400000"});
+    ChildProcess child(sdfctlCommand("--timeout 86400 set-latency first 1 1"));
+    ASSERT_TRUE(child.waitForLine(kSetLatency));
+    emulator.kill();
+    EXPECT_NE(child.wait(), 0);
+    ASSERT_EQ(child.errorLines().size(), 1U);
+    // That of the death, or of the message, whose call may not have returned.
+    EXPECT_EQ(child.errorLines()[0].rfind("sdfctl: no event \"levels\": the status has been -", 0),
+              0U);
 }
 
 }  // namespace

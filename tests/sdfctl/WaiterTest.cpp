@@ -11,7 +11,8 @@ TEST(WaiterTest, FaultInACallWithALimitReachesTheProcesssHandler) {
     EXPECT_EXIT(
         {
             exitAtFault();
-            (void)Waiter::withLimit(60, []() -> long long {
+            const Waiter waiter;
+            (void)waiter.withLimit(60, []() -> long long {
                 causeFault();
                 return 0;
             });

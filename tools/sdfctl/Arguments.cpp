@@ -32,20 +32,11 @@ CLI::ValidationError isNot(const std::string& name, const std::string& text,
     return CLI::ValidationError(name, "\"" + text + "\" is not " + expected);
 }
 
-// CLI11 shows what a flag stands for without a value, and not that it takes one.
-class HelpFormatter : public CLI::Formatter {
-    std::string make_option_name(const CLI::Option* option, bool isPositional) const override {
-        if (option->get_fnames().empty()) return Formatter::make_option_name(option, isPositional);
-        return "--" + option->get_lnames().front() + "[=SECONDS]";
-    }
-};
-
 }  // namespace
 
 Arguments::Arguments(const std::string& name, const std::string& about, const std::string& footer)
     : mApp(std::make_unique<CLI::App>(about, name)) {
     mApp->footer(footer);
-    mApp->formatter(std::make_shared<HelpFormatter>());
 }
 
 Arguments::~Arguments() = default;
@@ -56,7 +47,7 @@ std::string Arguments::help() const {
 
 std::optional<std::string> Arguments::parse(Texts words) try {
     for (const Argument& argument : mAll) {
-        // CLI11 takes "--wait=" for "--wait", and for "--timeout=" the word behind it.
+        // CLI11 takes for "--timeout=" the word behind it.
         if (argument.isSeconds &&
             std::find(words.begin(), words.end(), argument.name + "=") != words.end()) {
             throw isNot(argument.name, "", kSeconds);
@@ -89,8 +80,7 @@ void Arguments::filter(const std::string& name, FilterName& value, const std::st
         value.id = static_cast<unsigned int>(number);
         return true;
     };
-    add(name, read, "last or a number from 0 to 4294967295", about);
-    mAll.back().isFilter = true;
+    add(name, read, "last or a number from 0 to 4294967295", about, {"last"});
 }
 
 void Arguments::family(const std::string& name, std::optional<sa_family_t>& value,
@@ -137,16 +127,6 @@ void Arguments::seconds(const std::string& name, double& value, const std::strin
     mAll.back().isSeconds = true;
 }
 
-void Arguments::optionalSeconds(const std::string& name, std::optional<double>& value,
-                                const std::string& about) {
-    const auto take = [&value](const std::string& text) {
-        return readSeconds(text, value.emplace()) ? "" : "\"" + text + "\" is not " + kSeconds;
-    };
-    mApp->add_flag(name + "{0}", about)->check(take)->type_name("");
-    mAll.push_back({name});
-    mAll.back().isSeconds = true;
-}
-
 void Arguments::ofProgram(const std::string& version) {
     mApp->prefix_command();
     mApp->set_version_flag("--version", version, "Print the version and exit");
@@ -185,7 +165,7 @@ CLI::Option* Arguments::add(const std::string& name, const Read& read, const std
         if (!read(text)) throw isNot(name, text, expected);
     };
     CLI::Option* const option = mApp->add_option_function<std::string>(name, take, about);
-    mAll.push_back({name, true, false, false, words});
+    mAll.push_back({name, true, false, words});
     option->type_name("");
     option->required(!mAll.back().isOption());
     return option;

@@ -43,7 +43,6 @@ class Arguments {
     struct Argument {
         std::string name;
         bool takesValue = false;
-        bool isFilter = false;
         bool isSeconds = false;
         Texts words{};
 
@@ -90,9 +89,6 @@ class Arguments {
     void flag(const std::string& name, bool& value, const std::string& about);
     // Seconds, of which there may be fractions.
     void seconds(const std::string& name, double& value, const std::string& about);
-    // The same, but the option's value may be left out and is 0 then.
-    void optionalSeconds(const std::string& name, std::optional<double>& value,
-                         const std::string& about);
 
     // For the program's: --version, and that options end at the first other word, which rest()
     // then returns with those behind it.

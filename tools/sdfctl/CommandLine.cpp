@@ -19,14 +19,15 @@ what each returns and each call of a callback.
   sdfctl COMMAND [ARGUMENT...] [then COMMAND...]   one command, or several in one run
   sdfctl <SCRIPT                                   those of standard input, line by line
   sdfctl                                           at a terminal: asks for commands
+  sdfctl keep FILE                                 keeps the flows and settings of a file in force
   sdfctl doctor                                    says what keeps the service from working
 
 The client is made before the first request, which waits until the service is up, and destroyed at the
 end. A request that is answered waits for its answer.)";
 
 constexpr char kExits[] =
-    R"(Exit status: 0 all calls succeeded; 1 a call failed, or a message was refused, or the service reported
-an internal error or rejected a filter; 2 the command line or the script is wrong; 3 the service was not
+    R"(Exit status: 0 all calls succeeded; 1 a call failed, or the status "internal error" was reported while the
+service was up, or the service rejected a filter; 2 the command line or the script is wrong; 3 the service was not
 up in time; 4 an answer, an event or the client's end did not come in time; 128 and the signal's number
 when ended by SIGINT, SIGTERM or SIGHUP. The first thing that goes wrong counts. For those of doctor see
 "sdfctl doctor --help".
@@ -44,9 +45,6 @@ void declare(Arguments& arguments, Settings& settings, bool& noAnswers) {
     arguments.ofProgram("sdfctl (lum SDF) " LUM_SDF_SDK_VERSION);
     arguments.flag("--json", settings.json,
                    "Print one JSON object a line, and nothing else, to standard output");
-    arguments.optionalSeconds("--wait", settings.wait,
-                              "Keep asking until the service is up; with SECONDS: no longer than "
-                              "that");
     declareTimeout(arguments, settings.timeout);
     arguments.flag("--no-answers", noAnswers, "Do not wait for the answers to requests");
     arguments.flag("--manual", settings.manual,
@@ -69,8 +67,7 @@ void declareTimeout(Arguments& arguments, double& seconds) {
         "How long to wait for the service to come up, and for each event (default: 5)");
 }
 
-std::optional<Options> parseCommandLine(int argc, char** argv, int* status) try {
-    *status = kExitSuccess;
+std::optional<Options> parseCommandLine(int argc, char** argv) {
     if (argc == 3 && strcmp(argv[1], "--complete") == 0) {
         printCandidates(argv[2]);
         return std::nullopt;
@@ -87,8 +84,4 @@ std::optional<Options> parseCommandLine(int argc, char** argv, int* status) try 
     options.settings.answers = !noAnswers;
     options.words = arguments.rest();
     return options;
-} catch (const UsageError& error) {
-    fprintf(stderr, "sdfctl: %s\n", printable(error.what()).c_str());
-    *status = kExitUsage;
-    return std::nullopt;
 }

@@ -14,9 +14,9 @@ struct Options {
     std::vector<std::string> words;  // the commands and their arguments
 };
 
-// Reads it. Returns nothing when there is nothing to run: *status is what the program then ends
-// with, and what there was to say has been said.
-std::optional<Options> parseCommandLine(int argc, char** argv, int* status);
+// Reads it. Returns nothing when there is nothing to run, and what there was to say has been said.
+// Throws UsageError.
+std::optional<Options> parseCommandLine(int argc, char** argv);
 
 // The options that stand before the commands.
 std::vector<Arguments::Argument> globalOptions();

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include "tools/sdfctl/Programs.h"
+
 namespace {
 
 std::vector<Command> makeAll() {
@@ -50,6 +52,9 @@ std::vector<Action> readCommands(const std::vector<std::string>& words) {
         const auto end = std::find(begin, words.end(), "then");
         if (begin == end) throw UsageError("a command is missing before \"then\"");
         const Command* const command = findCommand(*begin);
+        if (command == nullptr && findProgram(*begin) != nullptr) {
+            throw UsageError("\"" + *begin + "\" stands alone on the command line");
+        }
         if (command == nullptr) {
             throw UsageError("\"" + *begin + "\" is not a command (\"help\" lists them)");
         }
@@ -68,7 +73,9 @@ std::vector<std::string> splitLine(const std::string& line) {
     return words;
 }
 
-std::string helpOf(const Command& command) {
+std::string helpOf(const std::string& name) {
+    if (const Program* const program = findProgram(name)) return helpOf(*program);
+    const Command& command = *findCommand(name);
     Arguments arguments(command.name, command.about);
     (void)command.declare(arguments);
     return arguments.help();
@@ -76,10 +83,12 @@ std::string helpOf(const Command& command) {
 
 std::string helpOfAll() {
     std::string text = "Commands (\"help COMMAND\" explains its arguments):";
-    for (const Command& command : commands()) {
-        std::string name = command.name;
+    const auto add = [&text](std::string name, const char* about) {
         name.resize(std::max<size_t>(name.size() + 2, 29), ' ');
-        text += "\n  " + name + command.about;
-    }
+        text += "\n  " + name + about;
+    };
+    for (const Command& command : commands()) add(command.name, command.about);
+    text += "\n\nAlone on the command line (\"sdfctl NAME --help\" explains its arguments):";
+    for (const Program& program : programs()) add(program.name, program.about);
     return text;
 }

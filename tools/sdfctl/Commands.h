@@ -39,7 +39,7 @@ std::vector<Action> readCommands(const std::vector<std::string>& words);
 // The words of a line; from a word that begins with '#' on it is a comment.
 std::vector<std::string> splitLine(const std::string& line);
 
-// What the user should know of a command.
-std::string helpOf(const Command& command);
-// The list of all commands.
+// What the user should know of a command, or of what stands alone on the command line.
+std::string helpOf(const std::string& name);
+// The list of all of them.
 std::string helpOfAll();

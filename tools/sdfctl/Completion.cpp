@@ -2,10 +2,12 @@
 #include "tools/sdfctl/Completion.h"
 
 #include <algorithm>
+#include <iterator>
 #include <sstream>
 
 #include "tools/sdfctl/CommandLine.h"
 #include "tools/sdfctl/Commands.h"
+#include "tools/sdfctl/Programs.h"
 
 namespace {
 
@@ -62,23 +64,16 @@ const Argument* argumentAt(const std::vector<Argument>& all, const Texts& words)
     return positional(all, positionals);
 }
 
-Texts valuesOf(const Argument& argument, const std::vector<unsigned int>& filters) {
-    if (!argument.isFilter) return argument.words;
-    Texts values{"last"};
-    for (const unsigned int filter : filters) values.push_back(std::to_string(filter));
-    return values;
-}
-
 // Everything that may stand where the last word does. words: of one command, with its name.
-Texts everythingFor(const Texts& words, const std::vector<unsigned int>& filters) {
+Texts everythingFor(const Texts& words) {
     if (words.size() == 1) return commandNames();
     const Command* const command = findCommand(words[0]);
     if (command == nullptr) return {};
     const std::vector<Argument> arguments = argumentsOf(*command);
     const Argument* const argument = argumentAt(arguments, words);
-    if (argument != nullptr && argument->isOption()) return valuesOf(*argument, filters);
+    if (argument != nullptr && argument->isOption()) return argument->words;
     Texts all;
-    if (argument != nullptr) all = valuesOf(*argument, filters);
+    if (argument != nullptr) all = argument->words;
     for (const Argument& option : arguments) {
         if (option.isOption()) all.push_back(option.name);
     }
@@ -86,10 +81,21 @@ Texts everythingFor(const Texts& words, const std::vector<unsigned int>& filters
     return all;
 }
 
-std::string joined(Texts::const_iterator begin, Texts::const_iterator end) {
-    std::string text;
-    for (auto word = begin; word != end; ++word) text += (word == begin ? "" : " ") + *word;
-    return text;
+// The same for a program. Where it takes a file, the shell knows better.
+Texts everythingFor(const Program& program, const Texts& words) {
+    Texts all;
+    const std::vector<Argument> arguments = argumentsOf(program);
+    const Argument* const argument = argumentAt(arguments, words);
+    if (words.back().empty() || (argument != nullptr && argument->isOption())) return all;
+    for (const Argument& option : arguments) all.push_back(option.name);
+    return all;
+}
+
+Texts beginningWith(const std::string& typed, const Texts& all) {
+    Texts found;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(found),
+                 [&](const std::string& word) { return word.rfind(typed, 0) == 0; });
+    return found;
 }
 
 }  // namespace
@@ -103,21 +109,23 @@ Texts completeLine(const std::string& line) {
         if (option != nullptr && option->takesValue) ++word;
     }
     if (word >= words.end()) return {};  // the value of an option, or nothing but the name
-    Texts candidates = complete(joined(word, words.end()), {}).candidates;
-    if (word != words.end() - 1) return candidates;
-    for (const Argument& option : options) {
-        if (option.name.rfind(*word, 0) == 0) candidates.push_back(option.name);
+    const Texts rest(word, words.end());
+    const Program* const program = findProgram(rest[0]);
+    const bool isFirst = rest.size() == 1;
+    if (program != nullptr && !isFirst) {
+        return beginningWith(rest.back(), everythingFor(*program, rest));
     }
-    return candidates;
+    Texts all = everythingFor(lastCommand(rest));
+    if (isFirst) {
+        for (const Program& one : programs()) all.emplace_back(one.name);
+        for (const Argument& option : options) all.push_back(option.name);
+    }
+    return beginningWith(rest.back(), all);
 }
 
-Completion complete(const std::string& text, const std::vector<unsigned int>& filters) {
+Completion complete(const std::string& text) {
     const Texts words = lastCommand(wordsOf(text));
-    Completion completion{words.back(), {}};
-    for (const std::string& word : everythingFor(words, filters)) {
-        if (word.rfind(completion.typed, 0) == 0) completion.candidates.push_back(word);
-    }
-    return completion;
+    return {words.back(), beginningWith(words.back(), everythingFor(words))};
 }
 
 std::string commonStart(const Texts& candidates) {

@@ -10,9 +10,9 @@ struct Completion {
     std::vector<std::string> candidates;  // whole words that begin with it
 };
 
-// Completes the last word of the text in front of the cursor: a command, an option, one of the
-// words that an argument takes, or one of the filters.
-Completion complete(const std::string& text, const std::vector<unsigned int>& filters);
+// Completes the last word of the text in front of the cursor: a command, an option, or one of the
+// words that an argument takes.
+Completion complete(const std::string& text);
 
 // The same for a command line of the program, from its name on, where options may stand first. Only
 // the candidates.

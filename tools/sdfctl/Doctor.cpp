@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/sdfctl/Doctor.h"
-
 #include <unistd.h>
 
 #include <cstdio>
 
 #include "tools/sdfctl/Callbacks.h"
-#include "tools/sdfctl/CommandLine.h"
 #include "tools/sdfctl/Printer.h"
+#include "tools/sdfctl/Programs.h"
 #include "tools/sdfctl/ServiceProbe.h"
 #include "tools/sdfctl/Session.h"
 #include "tools/sdfctl/SocketDirectoryCheck.h"
@@ -115,19 +113,19 @@ class Doctor {
     static Trouble other(const std::string& text) { return {Trouble::Kind::kOther, text}; }
 
     Trouble libraryTrouble() const {
-        const Waiter waiter(callbacks::events().fd());
+        const Waiter waiter;
         const long long made = createSdfClient(callbacks::onStatus);
         if (made != SDF_V2_SUCCESS) {
             return other("createSdfClient() returned " + std::to_string(made));
         }
         Trouble trouble = statusTrouble(waiter);
-        if (Waiter::withLimit(mSettings.endLimit(), destroySdfClient)) return trouble;
+        if (waiter.withLimit(mSettings.endLimit(), destroySdfClient)) return trouble;
         return {Trouble::Kind::kStuck, "destroySdfClient() does not return"};
     }
 
     Trouble statusTrouble(const Waiter& waiter) const {
         const Time end = inSeconds(mSettings.timeout);
-        while (waiter.wait(end) == Waiter::Woken::kEvents) {
+        while (waiter.wait(end, {callbacks::events().fd()})) {
             for (const Event& event : callbacks::events().take()) {
                 if (event.number("status") == SDF_V2_SERVICE_UP) return {};
                 return other("it reports " + shown(event.fields, " "));
@@ -160,19 +158,9 @@ class Doctor {
 
 }  // namespace
 
-void declareDoctor(Arguments& arguments, bool& json, double& timeout) {
-    arguments.flag("--json", json, "Print one JSON object a step");
-    declareTimeout(arguments, timeout);
-}
-
-int runDoctor(const std::vector<std::string>& words, Settings settings) try {
-    Arguments arguments("sdfctl doctor", kAbout, kExits);
-    declareDoctor(arguments, settings.json, settings.timeout);
-    const std::optional<std::string> text = arguments.parse(words);
-    if (!text) return Doctor(settings).run();
-    Printer(false).help(*text);
-    return kExitSuccess;
-} catch (const UsageError& error) {
-    fprintf(stderr, "sdfctl: doctor: %s\n", printable(error.what()).c_str());
-    return kExitUsage;
+Program doctorProgram() {
+    return {"doctor", "Say what keeps the service from working", kAbout, kExits,
+            [](Arguments&) -> std::function<int(const Settings&)> {
+                return [](const Settings& settings) { return Doctor(settings).run(); };
+            }};
 }

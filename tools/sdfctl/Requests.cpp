@@ -92,17 +92,16 @@ struct Filter {
     }
     static Passed pass(Session& session, const Value& value) {
         if (!value.isLast) return {value.id};
-        if (!session.filters().last()) throw UsageError("FILTER: no filter has been added yet");
-        return {*session.filters().last()};
+        if (!session.lastFilter()) throw UsageError("FILTER: no filter has been added yet");
+        return {*session.lastFilter()};
     }
     static void show(Fields& fields, Passed id) { fields.push_back(plain("filter", id.number)); }
 };
 
-// A request about a filter is issued again while the library has yet to take note of the filter.
 template <typename... Rest>
 long long issue(Session& session, const std::function<long long()>& body, FilterId filter,
                 const Rest&... /*rest*/) {
-    return session.retryWhileFresh(filter, body);
+    return session.retryWhileEarly(filter, SDF_V2_INVALID_ARG, body);
 }
 template <typename... Passed>
 long long issue(Session& /*session*/, const std::function<long long()>& body,
@@ -212,29 +211,17 @@ Action addFilter(Arguments& arguments) {
                 return values->extra ? sdfAddFilterV2(info, *values->extra, cb)
                                      : sdfAddFilter(info, cb);
             });
-        if (id > 0) session.filters().asked(static_cast<unsigned int>(id));
+        if (id > 0) session.filterAsked(static_cast<unsigned int>(id));
         awaitAnswer(session, "filter-added", "filter", id);
     };
-}
-
-Action getFilters(Arguments& arguments) {
-    const auto after = [](Session& session, long long result, SdfGetFiltersCb) {
-        if (result != SDF_V2_SUCCESS) return;
-        // An empty list brings no event at all.
-        const size_t known = session.filters().confirmed().size();
-        session.expectAnswers("filter-listed", known, known > 0);
-    };
-    return requestThen(arguments, "sdfGetFilters", sdfGetFilters, after,
-                       Callback{callbacks::onFilterListed});
 }
 
 Action deleteAllFilters(Arguments& /*arguments*/) {
     return [](Session& session) {
         session.ready();
-        const long long result = session.call("sdfDeleteAllFilter", {}, [&] {
-            return session.retryWhileNoneKnown(sdfDeleteAllFilter);
+        session.call("sdfDeleteAllFilter", {}, [&] {
+            return session.retryWhileEarly(0, SDF_V2_INVALID_OPERATION, sdfDeleteAllFilter);
         });
-        if (result == SDF_V2_SUCCESS) session.filters().clear();
     };
 }
 
@@ -279,16 +266,12 @@ std::vector<Command> requestCommands() {
         {"prioritize-dds", "sdfPrioritizeDds(): prioritise default data",
          [](A& a) { return request(a, "sdfPrioritizeDds", sdfPrioritizeDds, Switch{}); }},
         {"add-filter", "sdfAddFilter(), sdfAddFilterV2(): add a filter", addFilter},
-        {"get-filters", "sdfGetFilters(): list this client's filters", getFilters},
-        {"delete-filter", "sdfDeleteFilter(): delete a filter",
+        {"get-filters", "sdfGetFilters(): list this client's filters",
          [](A& a) {
-             return requestThen(
-                 a, "sdfDeleteFilter", sdfDeleteFilter,
-                 [](Session& session, long long result, FilterId filter) {
-                     if (result == SDF_V2_SUCCESS) session.filters().deleted(filter);
-                 },
-                 Filter{});
+             return request(a, "sdfGetFilters", sdfGetFilters, Callback{callbacks::onFilterListed});
          }},
+        {"delete-filter", "sdfDeleteFilter(): delete a filter",
+         [](A& a) { return request(a, "sdfDeleteFilter", sdfDeleteFilter, Filter{}); }},
         {"delete-all-filters", "sdfDeleteAllFilter(): delete all confirmed filters",
          deleteAllFilters},
         {"reg-filter-status", "sdfRegFilterStatus(): be notified of what becomes of filters",
@@ -314,7 +297,7 @@ std::vector<Command> requestCommands() {
              return requestThen(
                  a, "sdfGetPriorityQueueReport", sdfGetPriorityQueueReport,
                  [](Session& session, long long result, SdfPriorityQueueReportCb) {
-                     if (result == SDF_V2_SUCCESS) session.expectAnswers("queue-answer", 0, true);
+                     if (result == SDF_V2_SUCCESS) session.expectAnswers("queue-answer");
                  },
                  Callback{callbacks::onQueueAnswer});
          }},

@@ -3,16 +3,14 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <initializer_list>
 #include <thread>
+#include <utility>
 
 #include "tools/sdfctl/Callbacks.h"
 
 namespace {
 
-constexpr double kAskAgainSeconds = 4;  // longer than one of the library's attempts
-constexpr double kQuietSeconds = 0.2;   // after which a list counts as complete
-constexpr double kDeathSeconds = 3;  // in which the service's death is reported behind its failures
+constexpr double kQuietSeconds = 0.2;  // after which a list counts as complete
 constexpr size_t kMostUnclaimed = 10000;
 constexpr char kNoClient[] = ": there is no client (\"create\" makes one)";
 
@@ -22,37 +20,20 @@ std::string secondsText(double seconds) {
     return text;
 }
 
-// The earliest; none when there is none.
-std::optional<Time> firstOf(std::initializer_list<std::optional<Time>> times) {
-    std::optional<Time> first;
-    for (const std::optional<Time>& time : times) {
-        if (time && (!first || *time < *first)) first = time;
-    }
-    return first;
-}
-
-// body() again while it returns `code` and that may be because the library has yet to take note of
-// a filter, which it does as soon as it gets to run.
-long long retryWhile(const std::function<long long()>& body, long long code,
-                     const std::function<bool()>& isEarly) {
-    constexpr double kNoteSeconds = 1;
-    const Time end = inSeconds(kNoteSeconds);
-    long long result = body();
-    while (result == code && isEarly() && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        result = body();
-    }
-    return result;
-}
-
 }  // namespace
 
-Session::Session(const Settings& settings)
-    : mSettings(settings), mPrinter(settings.json), mWaiter(callbacks::events().fd()) {}
+std::string notDestroyedText(const std::string& what, double seconds) {
+    return "the client is not destroyed: " + what + " after " + secondsText(seconds) +
+           "; the service hangs, or is gone with requests still queued (\"sdfctl doctor\" tells "
+           "which)";
+}
+
+Session::Session(const Settings& settings) : mSettings(settings), mPrinter(settings.json) {}
 
 long long Session::call(const std::string& function, const Fields& arguments,
                         const std::function<long long()>& body) {
     drain();
+    mNotUp = false;
     const long long result = body();
     mPrinter.print(Call{function, arguments, result, sdfStatusV2Text(result)});
     if (result < 0) fail(kExitCallFailed);
@@ -103,13 +84,10 @@ void Session::disable() {
 
 long long Session::endOf(const std::string& function, long long (*body)()) {
     const double limit = mSettings.endLimit();
-    const std::optional<long long> result = Waiter::withLimit(limit, body);
+    const std::optional<long long> result = mWaiter.withLimit(limit, body);
     if (result) return *result;
     clientGone();
-    throw NotDestroyed("the client is not destroyed: " + function + "() has not returned after " +
-                       secondsText(limit) +
-                       "; the service hangs, or is gone with requests still queued (\"sdfctl "
-                       "doctor\" tells which)");
+    throw NotDestroyed(notDestroyedText(function + "() has not returned", limit));
 }
 
 void Session::clientGone() {
@@ -117,9 +95,6 @@ void Session::clientGone() {
     mUp = false;
     mWasUp = false;
     mTold.reset();
-    mVerdict.reset();
-    mAskAt.reset();
-    mFilters.clear();
 }
 
 void Session::ready() {
@@ -135,62 +110,24 @@ void Session::serviceUp() {
     // Without a client as the user wants it; the request's result will say so.
     if (mSettings.manual || !mHasClient) return;
     drain();
-    if (mSettings.wait) {
-        keepAsking();
-    } else if (!mWasUp) {
-        waitForService();
-    }
-}
-
-void Session::waitForService() {
-    if (waitUntil(inSeconds(mSettings.timeout), [&] { return mUp || mTold; }) && mUp) return;
+    if (mWasUp) return;
+    if (waitUntil(mSettings.timeout, [&] { return mUp || mTold; }) && mUp) return;
     const std::string why = mTold ? "the service is not up: its status is " + *mTold
                                   : "the service is not up after " + secondsText(mSettings.timeout);
     throw NotUp(why + " (\"sdfctl doctor\" tells why)");
 }
 
-void Session::keepAsking() {
-    if (mUp) return;
-    startAsking();
-    mAskEnd = waitEnd();  // also when the service was lost a while ago
-    if (waitUntil(mAskEnd, [&] { return mUp; })) return;
-    mAskAt.reset();
-    throw NotUp("the service is not up after " + secondsText(*mSettings.wait) +
-                " (\"sdfctl doctor\" tells why)");
-}
-
-std::optional<Time> Session::waitEnd() const {
-    if (*mSettings.wait > 0) return inSeconds(*mSettings.wait);
-    return std::nullopt;
-}
-
-void Session::startAsking() {
-    if (!mSettings.wait || mSettings.manual || mAskAt) return;
-    mAskAt = inSeconds(kAskAgainSeconds);
-    mAskEnd = waitEnd();
-}
-
-bool Session::askIfDue() {
-    const Time now = std::chrono::steady_clock::now();
-    if (!mAskAt || now < *mAskAt) return false;
-    mAskAt.reset();
-    if (!mHasClient || (mAskEnd && now >= *mAskEnd)) return false;
-    mAskAt = inSeconds(kAskAgainSeconds);  // first: the service may be up when the call returns
-    create(false);
-    return true;
-}
-
-long long Session::retryWhileFresh(unsigned int id, const std::function<long long()>& body) {
-    const long long result =
-        retryWhile(body, SDF_V2_INVALID_ARG, [&] { return mFilters.isFresh(id); });
-    mFilters.settled(id);
-    return result;
-}
-
-long long Session::retryWhileNoneKnown(const std::function<long long()>& body) {
-    const long long result =
-        retryWhile(body, SDF_V2_INVALID_OPERATION, [&] { return mFilters.hasFresh(); });
-    mFilters.settleAll();
+long long Session::retryWhileEarly(unsigned int id, long long early,
+                                   const std::function<long long()>& body) {
+    constexpr double kEarlySeconds = 1;
+    const Time end = inSeconds(kEarlySeconds);
+    const bool mayBeEarly = mEarlyFilter != 0 && (id == 0 || id == mEarlyFilter);
+    if (mayBeEarly) mEarlyFilter = 0;
+    long long result = body();
+    while (mayBeEarly && result == early && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        result = body();
+    }
     return result;
 }
 
@@ -198,47 +135,36 @@ void Session::expect(const std::string& name, const std::string& value) {
     const Test test = [&](const Event& event) { return value.empty() || event.has(value); };
     // Without a client no more events come.
     const double limit = mHasClient ? mSettings.timeout : 0;
-    if (waitUntil(inSeconds(limit), [&] { return takeEvent(name, test); })) return;
+    if (waitUntil(limit, [&] { return takeEvent(name, test); })) return;
     std::string missing = "no event \"" + name + "\"";
     if (!value.empty()) missing += " with \"" + value + "\"";
     complain(kExitNoAnswer, missing + (mHasClient ? " within " + secondsText(limit) : kNoClient));
 }
 
-void Session::expectAnswer(const std::string& name, const Test& test) {
-    if (mSettings.answers) takeAnswer(name, test);
-}
-
-bool Session::takeAnswer(const std::string& name, const Test& test) {
-    const size_t before = mFailures;
+bool Session::expectAnswer(const std::string& name, const Test& test) {
+    if (!mSettings.answers) return true;
     bool come = false;
-    waitUntil(inSeconds(mSettings.timeout), [&] {
+    const bool inTime = waitUntil(mSettings.timeout, [&] {
         come = takeEvent(name, test);
-        return come || mFailures > before;
+        return come || mNotUp;
     });
     if (come) return true;
-    judge();
-    const std::string missing = "no event \"" + name + "\"";
-    if (mFailures > before) {
-        complain(kExitCallFailed, missing + ": the status has been " + mFailure);
-    } else {
-        complain(kExitNoAnswer, missing + " within " + secondsText(mSettings.timeout));
-    }
+    const std::string why = inTime ? ": the status has been " + mTold.value_or("")
+                                   : " within " + secondsText(mSettings.timeout);
+    complain(kExitNoAnswer, "no event \"" + name + "\"" + why);
     return false;
 }
 
-void Session::expectAnswers(const std::string& name, size_t expected, bool first) {
-    if (!mSettings.answers) return;
-    if (first && !takeAnswer(name, {})) return;
-    for (size_t count = first ? 1 : 0; expected == 0 || count < expected; ++count) {
-        if (!waitUntil(inSeconds(kQuietSeconds), [&] { return takeEvent(name, {}); })) return;
+void Session::expectAnswers(const std::string& name) {
+    if (!mSettings.answers || !expectAnswer(name, {})) return;
+    while (waitUntil(kQuietSeconds, [&] { return takeEvent(name, {}); })) {
     }
 }
 
 void Session::expectUp() {
     createUnasked();
     if (!mHasClient) throw NotUp(std::string("the service cannot come up") + kNoClient);
-    if (mSettings.wait && !mSettings.manual) return keepAsking();
-    if (waitUntil(inSeconds(mSettings.timeout), [&] { return mUp; })) return;
+    if (waitUntil(mSettings.timeout, [&] { return mUp; })) return;
     throw NotUp("the service is not up after " + secondsText(mSettings.timeout));
 }
 
@@ -246,31 +172,28 @@ void Session::expectDown() {
     if (!mHasClient) {
         return complain(kExitNoAnswer, std::string("the service cannot be lost") + kNoClient);
     }
-    const auto isDown = [&] { return !mUp && mTold; };
-    if (waitUntil(inSeconds(mSettings.timeout), isDown)) return;
+    if (waitUntil(mSettings.timeout, [&] { return !mUp && mTold; })) return;
     complain(kExitNoAnswer, "the service is not down after " + secondsText(mSettings.timeout));
 }
 
 void Session::pause(double seconds) {
-    waitUntil(inSeconds(seconds), [] { return false; });
+    waitUntil(seconds, [] { return false; });
 }
 
-bool Session::waitUntil(std::optional<Time> end, const std::function<bool()>& done) {
+bool Session::waitUntil(double seconds, const std::function<bool()>& done) {
+    const Time end = inSeconds(seconds);
     for (;;) {
         drain();
         if (done()) return true;
-        if (end && std::chrono::steady_clock::now() >= *end) return false;
-        if (askIfDue()) continue;
-        mWaiter.wait(firstOf({end, mVerdict, mAskAt}));
+        if (std::chrono::steady_clock::now() >= end) return false;
+        mWaiter.wait(end, {callbacks::events().fd()});
     }
 }
 
-bool Session::inputReady(int fd, int other, std::optional<Time> end) {
-    if (askIfDue()) return false;
-    if (mAskAt && (!end || *mAskAt < *end)) end = mAskAt;
-    const Waiter::Woken woken = mWaiter.wait(end, fd, other);
+bool Session::inputReady(int fd, int other) {
+    const auto ready = mWaiter.wait({}, {callbacks::events().fd(), fd, other});
     drain();
-    return woken == Waiter::Woken::kInput;
+    return ready != 0U;
 }
 
 void Session::drain() {
@@ -278,15 +201,15 @@ void Session::drain() {
         mPrinter.print(event);
         note(event);
     }
-    if (mVerdict && std::chrono::steady_clock::now() >= *mVerdict) failureStands();
 }
 
 void Session::note(const Event& event) {
-    mFilters.note(event);
     const bool older = event.name == "legacy-status";
     if (older || event.name == "status") noteStatus(event, older);
-    if (event.name == "filter-added" && event.number("status") > SDF_FILTER_ACTIVE) {
-        fail(kExitCallFailed);
+    if (event.name == "filter-added") {
+        const bool alive = event.number("status") <= SDF_FILTER_ACTIVE;
+        if (alive) mEarlyFilter = static_cast<unsigned int>(event.number("filter"));
+        if (!alive) fail(kExitCallFailed);
     }
     mUnclaimed.push_back(event);
     if (mUnclaimed.size() > kMostUnclaimed) mUnclaimed.pop_front();
@@ -294,35 +217,14 @@ void Session::note(const Event& event) {
 
 void Session::noteStatus(const Event& event, bool older) {
     const long long up{older ? int{SDF_STATUS_SERVICE_UP} : int{SDF_V2_SERVICE_UP}};
-    const long long down{older ? int{SDF_STATUS_SERVICE_DOWN} : int{SDF_V2_SERVICE_DOWN}};
     const long long failed{older ? int{SDF_STATUS_INTERNAL_ERROR} : int{SDF_V2_INTERNAL_ERROR}};
     const long long status = event.number("status");
-    // Before the service is up it can only be the library's own message that failed. A further
-    // failure gets no time of its own: a service that reports one after the other would be waited
-    // for without end.
-    if (mUp && status == failed) {
-        if (!mVerdict) mVerdict = inSeconds(kDeathSeconds);
-        mFailure = event.fields.front().shown;
-    }
-    if (status == down) mVerdict.reset();
+    // Before the service is up it can only be the library's own message that failed.
+    if (mUp && status == failed) fail(kExitCallFailed);
     mUp = status == up;
     mWasUp = mWasUp || mUp;
-    if (mUp) {
-        mAskAt.reset();
-    } else {
-        startAsking();
-    }
+    mNotUp = mNotUp || !mUp;
     mTold = event.fields.front().shown;
-}
-
-void Session::failureStands() {
-    mVerdict.reset();
-    ++mFailures;
-    fail(kExitCallFailed);
-}
-
-void Session::judge() {
-    waitUntil(std::nullopt, [&] { return !mVerdict; });
 }
 
 bool Session::takeEvent(const std::string& name, const Test& test) {
@@ -342,15 +244,11 @@ void Session::finish() try {
 
 void Session::printStatus() {
     drain();
-    const std::string service = mTold ? *mTold : "not heard of";
-    std::string filters;
-    for (const unsigned int id : mFilters.confirmed()) filters += " " + std::to_string(id);
-    mPrinter.print(std::string("client: ") + (mHasClient ? "yes" : "no") + "\nservice: " + service +
-                       "\nfilters:" + (filters.empty() ? " none" : filters),
-                   {{"status", Fields{{"client", mHasClient},
-                                      {"up", mUp},
-                                      {"told", mTold ? Value(*mTold) : Value()},
-                                      {"filters", mFilters.confirmed()}}}});
+    mPrinter.print(
+        std::string("client: ") + (mHasClient ? "yes" : "no") +
+            "\nservice: " + mTold.value_or("not heard of"),
+        {{"status",
+          Fields{{"client", mHasClient}, {"up", mUp}, {"told", mTold ? Value(*mTold) : Value()}}}});
 }
 
 void Session::fail(int status) {

@@ -8,30 +8,30 @@
 #include <string>
 
 #include "tools/sdfctl/Failure.h"
-#include "tools/sdfctl/FilterBook.h"
 #include "tools/sdfctl/Printer.h"
 #include "tools/sdfctl/Waiter.h"
 
 struct Settings {
     bool json = false;
-    bool manual = false;         // no client is made, and nothing is waited for, unasked
-    bool answers = true;         // requests that are answered wait for it
-    double timeout = 5;          // seconds for the service to come up, and for each event
-    std::optional<double> wait;  // seconds to keep asking for the service
+    bool manual = false;  // no client is made, and nothing is waited for, unasked
+    bool answers = true;  // requests that are answered wait for it
+    double timeout = 5;   // seconds for the service to come up, and for each event
 
     // Seconds for the client's end. The library may take 3.15 for one attempt to connect.
     double endLimit() const { return std::max(timeout, 10.0); }
 };
 
-// One run: issues the calls, prints them and the events, and knows what they have reported. All of
-// it happens on the main thread; the library's threads only put events into the queue.
+// What is said of a client that is not gone in time. what: that has not ended.
+std::string notDestroyedText(const std::string& what, double seconds);
+
+// One run: issues the calls, and prints them and the events. All of it happens on the main thread;
+// the library's threads only put events into the queue.
 class Session {
   public:
     explicit Session(const Settings& settings);
 
     const Settings& settings() const { return mSettings; }
     Printer& printer() { return mPrinter; }
-    FilterBook& filters() { return mFilters; }
 
     // Calls the library, after the events that came before, and prints the call. A negative result
     // counts as a failure. Returns the result.
@@ -51,26 +51,27 @@ class Session {
     // Makes the client, and waits for the service, as far as the settings ask for it. To be called
     // before each request. Throws NotUp.
     void ready();
-
     // Only waits.
     void serviceUp();
 
-    // Issues a call that names a filter: body() again for as long as it returns -2 because the
-    // library has not yet taken note of the filter.
-    long long retryWhileFresh(unsigned int id, const std::function<long long()>& body);
-    // The same for a call that names all filters, and returns -5 because the library knows of none.
-    long long retryWhileNoneKnown(const std::function<long long()>& body);
+    // The id of the latest add request.
+    std::optional<unsigned int> lastFilter() const { return mLastFilter; }
+    void filterAsked(unsigned int id) { mLastFilter = id; }
+    // Calls body() for a request about a filter, or about all (0): again while it returns `early`
+    // because the library does not yet know the filter confirmed last. It does when the callback
+    // that confirmed it has returned.
+    long long retryWhileEarly(unsigned int id, long long early,
+                              const std::function<long long()>& body);
 
     // Waits for an event that nobody has waited for yet, and counts the failure when it does not
     // come in time. value: that it must have; empty: any.
     void expect(const std::string& name, const std::string& value);
     using Test = std::function<bool(const Event&)>;
     // The same for the answer to a request, unless the settings say not to wait for answers. It is
-    // not waited for any longer once a service that lives has reported an internal error.
-    void expectAnswer(const std::string& name, const Test& test);
-    // The same for an answer of several events: waits until there have been `expected`, or they
-    // cease to come. first: whether one has to come.
-    void expectAnswers(const std::string& name, size_t expected, bool first);
+    // not waited for any longer when the status is another than up. Returns whether it has come.
+    bool expectAnswer(const std::string& name, const Test& test);
+    // The same for an answer of several events: waits until they cease to come.
+    void expectAnswers(const std::string& name);
     // Waits until the service is up, for a client that is made as ready() does; throws NotUp when
     // it is not in time.
     void expectUp();
@@ -84,20 +85,16 @@ class Session {
     // Prints the events that have come.
     void drain();
 
-    // Waits, for some seconds at most, until it is known whether an internal error was reported
-    // because the service died. Behind the client's end nobody would tell.
-    void judge();
     // Destroys the client, if there is one. What keeps it from that counts as a failure.
     void finish();
 
     // What is known of client and service.
     void printStatus();
 
-    // Notes that something went wrong; the first one counts. status: what the process ends with.
-    void fail(int status);
-    // Says what went wrong, on standard error.
+    // Says what went wrong, on standard error. The first thing that goes wrong counts.
     void complain(ExitStatus status, const std::string& message);
     void complain(const Failure& failure) { complain(failure.status, failure.what()); }
+    // What the process ends with.
     int exitStatus() const { return mExitStatus; }
 
   private:
@@ -105,38 +102,23 @@ class Session {
     void createUnasked();
     long long endOf(const std::string& function, long long (*body)());
     void clientGone();
-    bool waitUntil(std::optional<Time> end, const std::function<bool()>& done);
-    void waitForService();
-    void keepAsking();
-    // Until when to keep asking from now on, none for without end. Only with the setting.
-    std::optional<Time> waitEnd() const;
-    // The service is not up: asks for it while something is waited for, if the settings say so.
-    void startAsking();
-    // Returns whether it has asked, and so may have printed what came of it: nobody need wait for
-    // that any more.
-    bool askIfDue();
+    bool waitUntil(double seconds, const std::function<bool()>& done);
     bool takeEvent(const std::string& name, const Test& test);
-    bool takeAnswer(const std::string& name, const Test& test);
     void note(const Event& event);
     void noteStatus(const Event& event, bool older);
-    void failureStands();
+    void fail(int status);
 
     const Settings mSettings;
     Printer mPrinter;
-    Waiter mWaiter;
-    FilterBook mFilters;
+    const Waiter mWaiter;
     std::deque<Event> mUnclaimed;  // that nobody has waited for yet
     bool mHasClient = false;
     bool mChosen = false;  // nobody but the user makes a client from now on
     bool mUp = false;
     bool mWasUp = false;               // since the client was made
+    bool mNotUp = false;               // another status has come since the latest call
     std::optional<std::string> mTold;  // the latest status, since the service was last asked for
-    // Until when an internal error may still have been reported because the service died. Otherwise
-    // a message was refused, or it is the service that reported it; nobody can tell these apart.
-    std::optional<Time> mVerdict;
-    std::string mFailure;         // that status
-    size_t mFailures = 0;         // how many were not for the service's death
-    std::optional<Time> mAskAt;   // when to ask for the service again; none: not at all
-    std::optional<Time> mAskEnd;  // when to cease
+    std::optional<unsigned int> mLastFilter;
+    unsigned int mEarlyFilter = 0;  // that the library may not know yet; 0 for none
     int mExitStatus = kExitSuccess;
 };

@@ -5,11 +5,8 @@
 #include <memory>
 
 #include "tools/sdfctl/Callbacks.h"
-#include "tools/sdfctl/ChildDoctor.h"
-#include "tools/sdfctl/CommandLine.h"
 #include "tools/sdfctl/Commands.h"
-#include "tools/sdfctl/Doctor.h"
-#include "tools/sdfctl/Dump.h"
+#include "tools/sdfctl/Programs.h"
 
 namespace {
 
@@ -32,17 +29,11 @@ Action enable(Arguments& arguments) {
 }
 
 Action destroy(Arguments& /*arguments*/) {
-    return [](Session& session) {
-        session.judge();
-        session.destroy();
-    };
+    return [](Session& session) { session.destroy(); };
 }
 
 Action disable(Arguments& /*arguments*/) {
-    return [](Session& session) {
-        session.judge();
-        session.disable();
-    };
+    return [](Session& session) { session.disable(); };
 }
 
 const std::vector<std::string>& waitedFor() {
@@ -114,28 +105,12 @@ Action help(Arguments& arguments) {
     const auto name = std::make_shared<std::string>();
     std::vector<std::string> names;
     for (const Command& command : commands()) names.emplace_back(command.name);
+    for (const Program& program : programs()) names.emplace_back(program.name);
     arguments.text(
         "COMMAND", *name, names, "a command", "What to explain",
-        [](const std::string& text) { return findCommand(text) != nullptr; }, false);
+        [names](const std::string& text) { return isOneOf(names, text); }, false);
     return [name](Session& session) {
-        const Command* const command = findCommand(*name);
-        session.printer().help(command == nullptr ? helpOfAll() : helpOf(*command));
-    };
-}
-
-// A command with options of the run as its own. declare: declares them; run: with what they are.
-Action withOptions(Arguments& arguments, void (*declare)(Arguments&, bool& json, double& timeout),
-                   void (*run)(Session&, double timeout, bool json)) {
-    struct Values {
-        bool json = false;
-        double timeout = -1;  // that of the run
-    };
-    const auto values = std::make_shared<Values>();
-    declare(arguments, values->json, values->timeout);
-    return [values, run](Session& session) {
-        const Settings& settings = session.settings();
-        const double timeout = values->timeout >= 0 ? values->timeout : settings.timeout;
-        run(session, timeout, values->json || settings.json);
+        session.printer().help(name->empty() ? helpOfAll() : helpOf(*name));
     };
 }
 
@@ -170,9 +145,7 @@ std::vector<Command> sessionCommands() {
     return {
         {"wait", "Wait for an event, or for milliseconds, printing what comes", wait},
         {"sleep", "Wait for milliseconds, printing what comes", sleepFor},
-        {"status", "Say what is known of client, service and filters", status},
-        {"doctor", "Say what keeps the service from working", doctor},
-        {"dump", "Print what the service keeps for its clients", dump},
+        {"status", "Say what is known of client and service", status},
         {"help", "List the commands, or explain one", help},
         {"?", "The same as help", help},
         {"quit", "End, as at the end of the input", quit},

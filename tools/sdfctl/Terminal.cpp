@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -47,25 +46,6 @@ int openInput() {
     return input >= 0 ? input : fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
 }
 
-// Signals upon which a terminal where a line is being typed needs something done. The line editor's
-// own handlers do it once in a line, and do not show the line again.
-sigset_t jobSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGTSTP, SIGQUIT, SIGCONT, SIGWINCH}) sigaddset(&signals, signal);
-    return signals;
-}
-
-void maskJobSignals(int how) {
-    const sigset_t signals = jobSignals();
-    pthread_sigmask(how, &signals, nullptr);
-}
-
-int openJobSignals() {
-    const sigset_t signals = jobSignals();
-    return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-}
-
 // Lets a blocked signal do what it does.
 void letAct(int signal) {
     sigset_t one;
@@ -100,9 +80,9 @@ Terminal::Terminal(Session& session)
       mHistory(history_init(), history_end),
       mLine(el_init("sdfctl", stdin, stderr, stderr), el_end),
       mHistoryFile(historyFile()),
-      mInput(openInput()),
-      mSignals(openJobSignals()) {
-    if (!mHistory || !mLine || mInput < 0 || mSignals < 0)
+      mInput(openInput()) {
+    mSignals.unblock();
+    if (!mHistory || !mLine || mInput < 0)
         throw std::runtime_error("cannot edit lines at this terminal");
     HistEvent event{};
     history(mHistory.get(), &event, H_SETSIZE, kHistoryLines);
@@ -127,19 +107,18 @@ Terminal::~Terminal() {
     HistEvent event{};
     if (!mHistoryFile.empty()) history(mHistory.get(), &event, H_SAVE, mHistoryFile.c_str());
     close(mInput);
-    close(mSignals);
 }
 
 bool Terminal::nextLine(std::string& line) {
     int length = 0;
-    maskJobSignals(SIG_BLOCK);
+    mSignals.block();
     el_resize(mLine.get());
     // Before the prompt: a key that ends the input is lost if the terminal still takes it itself.
     el_set(mLine.get(), EL_PREP_TERM, 1);
     mTyping = true;
     const char* const text = el_gets(mLine.get(), &length);
     mTyping = false;
-    maskJobSignals(SIG_UNBLOCK);
+    mSignals.unblock();
     if (mThrown) std::rethrow_exception(std::exchange(mThrown, nullptr));
     if (text == nullptr || length <= 0) {
         fputs("\n", stderr);
@@ -184,9 +163,8 @@ int Terminal::readCharacter(EditLine* line, wchar_t* character) {
 
 // Prints what has come. Returns whether there is a character to read.
 bool Terminal::waitForCharacter() {
-    (void)mSession.inputReady(mInput, mSignals);
-    signalfd_siginfo got{};
-    while (read(mSignals, &got, sizeof got) == sizeof got) obey(static_cast<int>(got.ssi_signo));
+    (void)mSession.inputReady(mInput, mSignals.fd());
+    while (const int signal = mSignals.take()) obey(signal);
     if (mCleared) el_set(mLine.get(), EL_REFRESH);
     mCleared = false;
     pollfd typed{mInput, POLLIN, 0};
@@ -219,7 +197,7 @@ unsigned char Terminal::completeWord(EditLine* line, int) {
     const std::string text(info->buffer, info->cursor);
     Terminal& terminal = terminalOf(line);
     try {
-        const Completion found = complete(text, terminal.mSession.filters().confirmed());
+        const Completion found = complete(text);
         if (found.candidates.empty()) return CC_REFRESH_BEEP;
         std::string more = commonStart(found.candidates).substr(found.typed.size());
         if (found.candidates.size() == 1) more += " ";

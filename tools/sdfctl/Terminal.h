@@ -43,7 +43,9 @@ class Terminal {
     std::unique_ptr<EditLine, void (*)(EditLine*)> mLine;
     const std::string mHistoryFile;  // empty: none
     const int mInput;                // what is read
-    const int mSignals;              // those of jobSignals() that come while a line is typed
+    // That a terminal where a line is typed needs something done for, while one is. The line
+    // editor's own handlers do it once in a line, and do not show the line again.
+    const Signals mSignals{SIGTSTP, SIGQUIT, SIGCONT, SIGWINCH};
     bool mTyping = false;
     bool mCleared = false;
     std::exception_ptr mThrown;  // while the line editor was running

@@ -7,37 +7,32 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <future>
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "utils/SignalMask.h"
 
 namespace {
 
+sigset_t setOf(std::initializer_list<int> signals) {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : signals) sigaddset(&set, signal);
+    return set;
+}
+
+int openSignals(const sigset_t& set) {
+    const int fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (fd < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
+    return fd;
+}
+
 bool isIgnored(int signal) {
     struct sigaction action {};
     return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
-}
-
-sigset_t endSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    // Under nohup it must not end the program, which it would when blocked.
-    if (!isIgnored(SIGHUP)) sigaddset(&signals, SIGHUP);
-    return signals;
-}
-
-int takeSignals() {
-    const sigset_t signals = endSignals();
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    const int fd = signalfd(-1, &signals, SFD_CLOEXEC);
-    if (fd < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
-    return fd;
 }
 
 int millisecondsUntil(std::optional<Time> end) {
@@ -57,40 +52,53 @@ Time inSeconds(double seconds) {
            std::chrono::duration_cast<std::chrono::steady_clock::duration>(length);
 }
 
-Waiter::Waiter(int events) : mEvents(events), mSignals(takeSignals()) {}
-
-Waiter::~Waiter() {
-    close(mSignals);
+Signals::Signals(std::initializer_list<int> signals)
+    : mSet(setOf(signals)), mFd(openSignals(mSet)) {
+    block();
 }
 
-Waiter::Woken Waiter::wait(std::optional<Time> end, int input, int other) const {
-    pollfd waited[] = {
-        {mSignals, POLLIN, 0}, {mEvents, POLLIN, 0}, {input, POLLIN, 0}, {other, POLLIN, 0}};
+Signals::~Signals() {
+    unblock();
+    close(mFd);
+}
+
+int Signals::take() const {
+    signalfd_siginfo got{};
+    return read(mFd, &got, sizeof got) == sizeof got ? static_cast<int>(got.ssi_signo) : 0;
+}
+
+// Under nohup SIGHUP must not end the program, which it would when blocked.
+Waiter::Waiter(HangUp hangUp)
+    : mSignals(hangUp == HangUp::kIsOthers || isIgnored(SIGHUP)
+                   ? std::initializer_list<int>{SIGINT, SIGTERM}
+                   : std::initializer_list<int>{SIGINT, SIGTERM, SIGHUP}) {}
+
+std::optional<size_t> Waiter::wait(std::optional<Time> end,
+                                   std::initializer_list<int> descriptors) const {
+    std::vector<pollfd> waited{{mSignals.fd(), POLLIN, 0}};
+    for (const int fd : descriptors) waited.push_back({fd, POLLIN, 0});
     for (;;) {
-        if (poll(waited, 4, millisecondsUntil(end)) < 0 && errno != EINTR) {
+        if (poll(waited.data(), waited.size(), millisecondsUntil(end)) < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
-        signalfd_siginfo got{};
-        if ((waited[0].revents & POLLIN) != 0 && read(mSignals, &got, sizeof got) == sizeof got) {
-            throw Interrupted{static_cast<int>(got.ssi_signo)};
-        }
-        if (waited[1].revents != 0) return Woken::kEvents;
-        if (waited[2].revents != 0 || waited[3].revents != 0) return Woken::kInput;
-        if (end && std::chrono::steady_clock::now() >= *end) return Woken::kTime;
+        if (const int signal = mSignals.take(); signal != 0) throw Interrupted{signal};
+        const auto ready = std::find_if(waited.begin() + 1, waited.end(),
+                                        [](const pollfd& one) { return one.revents != 0; });
+        if (ready != waited.end()) return static_cast<size_t>(ready - waited.begin() - 1);
+        if (end && std::chrono::steady_clock::now() >= *end) return std::nullopt;
     }
 }
 
-std::optional<long long> Waiter::withLimit(double seconds, long long (*body)()) {
+std::optional<long long> Waiter::withLimit(double seconds, long long (*body)()) const {
     std::packaged_task<long long()> task(body);
     std::future<long long> result = task.get_future();
     {
         const SignalMask mask;  // signals are this thread's
         std::thread(std::move(task)).detach();
     }
-    const sigset_t signals = endSignals();
-    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    mSignals.unblock();
     const bool returned = result.wait_until(inSeconds(seconds)) == std::future_status::ready;
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    mSignals.block();
     if (!returned) return std::nullopt;
     return result.get();
 }

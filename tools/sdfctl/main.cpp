@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -18,8 +17,8 @@
 
 #include "tools/sdfctl/CommandLine.h"
 #include "tools/sdfctl/Commands.h"
-#include "tools/sdfctl/Doctor.h"
 #include "tools/sdfctl/Printer.h"
+#include "tools/sdfctl/Programs.h"
 #include "tools/sdfctl/Session.h"
 #include "tools/sdfctl/Terminal.h"
 
@@ -112,13 +111,10 @@ void askForLines(Session& session) {
 template <typename Body>
 int runToTheEnd(Session& session, const Body& body) {
     try {
-        try {
-            body();
-        } catch (const Quit&) {
-        } catch (const Failure& failure) {
-            session.complain(failure);
-        }
-        session.judge();
+        body();
+    } catch (const Quit&) {
+    } catch (const Failure& failure) {
+        session.complain(failure);
     } catch (const Interrupted& interrupted) {
         session.finish();
         return kExitSignal + interrupted.signal;
@@ -129,10 +125,9 @@ int runToTheEnd(Session& session, const Body& body) {
 
 int run(const Options& options) {
     const std::vector<std::string>& words = options.words;
-    // Alone it needs no process of its own.
-    if (!words.empty() && words[0] == "doctor" &&
-        std::find(words.begin(), words.end(), "then") == words.end()) {
-        return runDoctor({words.begin() + 1, words.end()}, options.settings);
+    const Program* const program = words.empty() ? nullptr : findProgram(words[0]);
+    if (program != nullptr) {
+        return runProgram(*program, {words.begin() + 1, words.end()}, options.settings);
     }
     const bool atTerminal = options.words.empty() && Terminal::isThere();
     Settings settings = options.settings;
@@ -150,11 +145,13 @@ int run(const Options& options) {
 
 int main(int argc, char** argv) try {
     holdStandardStreams();
-    int status = kExitSuccess;
-    const std::optional<Options> options = parseCommandLine(argc, argv, &status);
-    return options ? run(*options) : status;
+    const std::optional<Options> options = parseCommandLine(argc, argv);
+    return options ? run(*options) : kExitSuccess;
 } catch (const Interrupted& interrupted) {
     return kExitSignal + interrupted.signal;
+} catch (const UsageError& error) {
+    fprintf(stderr, "sdfctl: %s\n", printable(error.what()).c_str());
+    return kExitUsage;
 } catch (const std::exception& error) {
     fprintf(stderr, "sdfctl: %s\n", printable(error.what()).c_str());
     return kExitCallFailed;
