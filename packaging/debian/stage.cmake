@@ -8,7 +8,7 @@ set(top ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
 # A directory of documents for each package, named after it. Debian has the licence's text already.
 file(RENAME ${top}/development/usr/${CPACK_LUM_DOCDIR}
      ${top}/development/usr/share/doc/${CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME})
-file(COPY ${top}/tools/usr/${CPACK_LUM_DOCDIR}/docs/emulator.md
+file(COPY ${top}/tools/usr/${CPACK_LUM_DOCDIR}/docs/emulator.md ${top}/tools/usr/${CPACK_LUM_DOCDIR}/docs/flows.md
      DESTINATION ${top}/tools/usr/share/doc/${CPACK_DEBIAN_TOOLS_PACKAGE_NAME})
 file(REMOVE_RECURSE ${top}/runtime/usr/${CPACK_LUM_DOCDIR} ${top}/tools/usr/${CPACK_LUM_DOCDIR})
 file(GLOB compressed ${top}/tools/usr/${CPACK_LUM_MANDIR}/man1/*)

@@ -65,8 +65,10 @@ COMPONENTS = {
         f"{LIB}/lum-sdf-{MAJOR}/liblum_debug_log.so",
         f"{DOC}/copyright",
         f"{DOC}/docs/emulator.md",
+        f"{DOC}/docs/flows.md",
         *(f"share/man/man1/{program}.1" for program in PROGRAMS),
         "share/bash-completion/completions/sdfctl",
+        "share/lum-sdf/flows.schema.json",
     },
 }
 
@@ -255,7 +257,7 @@ class InstallTest(unittest.TestCase):
     def test_bash_completes_what_the_program_takes(self):
         for typed, wanted in (("sdfctl set-latency s", ["second"]), ("sdfctl --ma", ["--manual"]),
                               ("sdfctl status then delete-a", ["delete-all-filters"]),
-                              ("sdfctl foo ", [])):
+                              ("sdfctl foo ", []), ("sdfctl kee", ["keep"])):
             with self.subTest(typed=typed):
                 completed = self.run_here(
                     "bash", "-euc", """

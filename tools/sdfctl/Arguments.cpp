@@ -11,14 +11,6 @@ namespace {
 
 constexpr char kSeconds[] = "a number of seconds";
 
-// Too many to be read in an error message.
-std::string expectedOf(const Words& words) {
-    constexpr size_t kMost = 10;
-    if (words.size() <= kMost) return "a number or one of " + listOf(words);
-    return "a number or one of " + words[0].text + ", " + words[1].text + ", " + words[2].text +
-           " ... " + words.back().text;
-}
-
 bool readSeconds(const std::string& text, double& value) {
     char* end = nullptr;
     const double seconds = strtod(text.c_str(), &end);
@@ -145,7 +137,8 @@ void Arguments::addWord(const std::string& name, const Words& words, const std::
         fill(number);
         return true;
     };
-    add(name, read, expectedOf(words), about + ": " + listOf(words), textsOf(words));
+    add(name, read, "a number or one of " + shortListOf(words), about + ": " + listOf(words),
+        textsOf(words));
 }
 
 void Arguments::addNumber(const std::string& name, int64_t highest, const std::string& about,

@@ -44,10 +44,6 @@ Fields filterFields(unsigned int filter, SdfFilterStatus status) {
     return {plain("filter", filter), worded("status", status, filterStatusWords())};
 }
 
-Fields entryFields(unsigned int key, uint64_t first, uint64_t second) {
-    return {plain("key", key), plain("first_value", first), plain("second_value", second)};
-}
-
 }  // namespace
 
 EventQueue& events() {
@@ -98,20 +94,15 @@ void onFilterListed(unsigned int filter, SdfFilterStatus status, SdfLatencyLvl f
 }
 
 void onQueueReport(unsigned int key, uint64_t first, uint64_t second) {
-    push("queue-report", [&] { return entryFields(key, first, second); });
+    push("queue-report", [&] { return describeEntry(key, first, second); });
 }
 
 void onQueueAnswer(unsigned int key, uint64_t first, uint64_t second) {
-    push("queue-answer", [&] { return entryFields(key, first, second); });
+    push("queue-answer", [&] { return describeEntry(key, first, second); });
 }
 
 void onAutoFilter(unsigned int filter, SdfAddFilterInfo info) {
-    push("auto-filter", [&] {
-        return Fields{plain("filter", filter), plain("src", addressText(info.src_addr)),
-                      plain("dest", addressText(info.dest_addr)),
-                      worded("protocol", info.protocol, protocolWords()),
-                      worded("app_type", info.app_type, appTypeWords())};
-    });
+    push("auto-filter", [&] { return describeAutoFilter(filter, info); });
 }
 
 }  // namespace callbacks

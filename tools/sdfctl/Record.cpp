@@ -22,12 +22,28 @@ Field coded(std::string key, long long value, const std::string& text) {
     return {std::move(key), value, std::to_string(value) + " (" + text + ")", text};
 }
 
+std::string memberKey(const char* option) {
+    std::string key = option + 2;
+    std::replace(key.begin(), key.end(), '-', '_');
+    return key;
+}
+
+Fields describeEntry(unsigned int key, uint64_t first, uint64_t second) {
+    return {plain("key", key), plain("first_value", first), plain("second_value", second)};
+}
+
+Fields describeAutoFilter(unsigned int filter, const SdfAddFilterInfo& info) {
+    return {plain("filter", filter), plain("src", addressText(info.src_addr)),
+            plain("dest", addressText(info.dest_addr)),
+            worded("protocol", info.protocol, protocolWords()),
+            worded("app_type", info.app_type, appTypeWords())};
+}
+
 Fields describe(const SdfAddFilterInfo& info) {
     Fields fields{plain("src", addressText(info.src_addr)),
                   plain("dest", addressText(info.dest_addr))};
     forEachMember(info, [&](const char* option, auto member, const Words* words, const char*) {
-        std::string key = option + 2;
-        std::replace(key.begin(), key.end(), '-', '_');
+        const std::string key = memberKey(option);
         const auto value = static_cast<int64_t>(member);
         fields.push_back(words == nullptr ? plain(key, value)
                                           : worded(key, static_cast<int32_t>(value), *words));

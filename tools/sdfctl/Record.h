@@ -69,6 +69,14 @@ void forEachMember(Info& info, const Visit& visit) {
     visit("--arg20", info.filter_arg20, nullptr, "filter_arg20, passed through");
 }
 
+// The key of a member that forEachMember() names.
+std::string memberKey(const char* option);
+
+// One entry of a priority-queue report.
+Fields describeEntry(unsigned int key, uint64_t first, uint64_t second);
+// A filter that the service made on its own.
+Fields describeAutoFilter(unsigned int filter, const SdfAddFilterInfo& info);
+
 // A filter's description, member by member. What is 0 is quiet.
 Fields describe(const SdfAddFilterInfo& info);
 

@@ -59,6 +59,9 @@ class Waiter {
     // the Waiter.
     std::optional<long long> withLimit(double seconds, long long (*body)()) const;
 
+    // From now on the signals end the process as they do by default.
+    void letSignalsAct() const { mSignals.unblock(); }
+
   private:
     const Signals mSignals;
 };

@@ -163,6 +163,13 @@ std::string listOf(const std::vector<std::string>& texts) {
     return list;
 }
 
+std::string shortListOf(const Words& words) {
+    constexpr size_t kMost = 10;
+    if (words.size() <= kMost) return listOf(words);
+    return words[0].text + ", " + words[1].text + ", " + words[2].text + " ... " +
+           words.back().text;
+}
+
 bool readAddress(const std::string& text, sockaddr_storage& address) {
     if (text == "none") {
         address = sockaddr_storage{};

@@ -47,6 +47,9 @@ inline std::string listOf(const Words& words) {
     return listOf(textsOf(words));
 }
 
+// The same for an error message: of many only some.
+std::string shortListOf(const Words& words);
+
 // Reads the address and port of one end of a flow: 192.0.2.1:5000, [2001:db8::1]:443, an address
 // without a port (192.0.2.1, 2001:db8::1, [2001:db8::1]), or "none", which is all 0. Returns false,
 // and leaves `address` as it is, for other text.

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/sdfctl/FileWatch.h"
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+FileWatch::FileWatch(const std::string& path) : mFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    if (mFd < 0) throw std::system_error(errno, std::generic_category(), "inotify");
+    add(path);
+    std::error_code error;
+    const std::filesystem::path target = std::filesystem::canonical(path, error);
+    if (!error) add(target);
+}
+
+FileWatch::~FileWatch() {
+    close(mFd);
+}
+
+bool FileWatch::take() const {
+    bool isOurs = false;
+    alignas(inotify_event) char events[4096];
+    for (ssize_t length; (length = read(mFd, events, sizeof events)) > 0;) {
+        for (ssize_t at = 0; at < length;) {
+            const auto* const event = reinterpret_cast<const inotify_event*>(events + at);
+            isOurs = isOurs || (event->mask & IN_Q_OVERFLOW) != 0 ||
+                     (event->len > 0 && mNames.count(event->name) != 0);
+            at += static_cast<ssize_t>(sizeof *event + event->len);
+        }
+    }
+    return isOurs;
+}
+
+void FileWatch::add(const std::string& path) {
+    const std::filesystem::path file(path);
+    const std::string directory = file.has_parent_path() ? file.parent_path().string() : ".";
+    if (inotify_add_watch(mFd, directory.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
+        throw std::system_error(errno, std::generic_category(), directory);
+    }
+    mNames.insert(file.filename());
+}

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/sdfctl/Record.h"
+
+// The latest of each event that there is one of, or one for each filter, slot or key, as lines.
+class Table {
+  public:
+    void put(const Event& event);
+    // The latest message; empty for none.
+    void note(const std::string& message) { mNote = message; }
+
+    // As many lines as fit, each as long as fits.
+    std::vector<std::string> lines(size_t rows, size_t columns) const;
+
+  private:
+    struct Section {
+        const char* event;
+        bool isOne;  // row
+        std::vector<Fields> rows{};
+    };
+
+    Section* find(const std::string& event);
+
+    std::vector<Section> mSections{{"session", true},       {"file", true},
+                                   {"filter", false},       {"levels", false},
+                                   {"queue-report", false}, {"auto-filter", false}};
+    std::string mNote;
+};
+
+// Shows a table at the terminal that is standard output, in place.
+class Screen {
+  public:
+    static bool isThere();
+
+    // Throws std::system_error when it cannot be written to.
+    void draw(const Table& table);
+    // The next drawing stands on a cleared terminal, or behind what others have written.
+    void clear() { mBefore = "\033[H\033[2J"; }
+    void goOn() { mBefore.clear(); }
+
+  private:
+    std::string mBefore;  // what to write before the lines, to get where they belong
+};
