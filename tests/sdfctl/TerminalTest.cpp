@@ -1,14 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The program at a terminal: prompt, editing, completion, history, events while typing, signals.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <memory>
 
@@ -24,12 +19,7 @@ constexpr char kPrompt[] = "sdfctl> ";
 class TerminalTest : public testing::Test {
   protected:
     void SetUp() override {
-        const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-        if (terminal < 0) {
-            GTEST_SKIP() << "there are no pseudo-terminals: " << strerror(errno)
-                         << " (in a chroot, mount devpts on /dev/pts)";
-        }
-        close(terminal);
+        if (!TerminalProcess::canBe()) GTEST_SKIP() << "there are no pseudo-terminals";
     }
 
     std::unique_ptr<TerminalProcess> start(const std::string& arguments = "") const {

@@ -118,17 +118,29 @@ std::vector<std::string> ChildProcess::errorLines() const {
 
 bool ChildProcess::waitFor(const std::function<bool(const std::string&)>& wanted,
                            size_t times) const {
-    std::unique_lock<std::mutex> guard(mLock);
-    const auto enough = [&] {
-        const std::vector<std::string>& lines = mOutput.lines;
-        return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), wanted)) >= times;
-    };
-    mGrown.wait_for(guard, kLimit, [&] { return enough() || mOutput.ended; });
-    return enough();
+    return waitFor(mOutput, wanted, times);
 }
 
 bool ChildProcess::waitForLine(const std::string& line, size_t times) const {
-    return waitFor([&](const std::string& written) { return written == line; }, times);
+    return waitFor(
+        mOutput, [&](const std::string& written) { return written == line; }, times);
+}
+
+bool ChildProcess::waitForError(const std::string& line, size_t times) const {
+    return waitFor(
+        mErrors, [&](const std::string& written) { return written == line; }, times);
+}
+
+bool ChildProcess::waitFor(const Stream& stream,
+                           const std::function<bool(const std::string&)>& wanted,
+                           size_t times) const {
+    std::unique_lock<std::mutex> guard(mLock);
+    const auto enough = [&] {
+        const std::vector<std::string>& lines = stream.lines;
+        return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), wanted)) >= times;
+    };
+    mGrown.wait_for(guard, kLimit, [&] { return enough() || stream.ended; });
+    return enough();
 }
 
 bool ChildProcess::waitForOutputEnd() const {

@@ -50,6 +50,8 @@ class ChildProcess {
     // equal `line`; false when kLimit passed first, or the output ended.
     bool waitFor(const std::function<bool(const std::string&)>& wanted, size_t times = 1) const;
     bool waitForLine(const std::string& line, size_t times = 1) const;
+    // The same for standard error.
+    bool waitForError(const std::string& line, size_t times = 1) const;
     // Waits until standard output has been closed on the other side; false when kLimit passed
     // first.
     bool waitForOutputEnd() const;
@@ -62,6 +64,8 @@ class ChildProcess {
         bool ended = false;
     };
 
+    bool waitFor(const Stream& stream, const std::function<bool(const std::string&)>& wanted,
+                 size_t times) const;
     void readOutput();
     void readSome(Stream& stream, bool passOn);
 

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/TerminalProcess.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -15,6 +17,13 @@
 #include <system_error>
 
 #include "tests/support/ChildProcess.h"
+
+bool TerminalProcess::canBe() {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0) perror("there are no pseudo-terminals (in a chroot, mount devpts)");
+    if (terminal >= 0) close(terminal);
+    return terminal >= 0;
+}
 
 TerminalProcess::TerminalProcess(const std::vector<std::string>& command,
                                  const std::vector<std::string>& environment) {
@@ -46,6 +55,13 @@ TerminalProcess::~TerminalProcess() {
 void TerminalProcess::type(const std::string& keys) const {
     if (write(mTerminal, keys.data(), keys.size()) != static_cast<ssize_t>(keys.size())) {
         throw std::system_error(errno, std::generic_category(), "write to a terminal");
+    }
+}
+
+void TerminalProcess::resize(unsigned short rows, unsigned short columns) const {
+    const winsize size{rows, columns, 0, 0};
+    if (ioctl(mTerminal, TIOCSWINSZ, &size) != 0) {
+        throw std::system_error(errno, std::generic_category(), "size of a terminal");
     }
 }
 

@@ -9,6 +9,9 @@
 // A program run at a terminal of its own, as its user would.
 class TerminalProcess {
   public:
+    // Whether a terminal can be made; if not, a reason has been written to standard error.
+    static bool canBe();
+
     // Starts it. command and environment: as ChildProcess takes them. Throws std::system_error.
     explicit TerminalProcess(const std::vector<std::string>& command,
                              const std::vector<std::string>& environment);
@@ -19,6 +22,8 @@ class TerminalProcess {
 
     // Types these keys.
     void type(const std::string& keys) const;
+    // Has the terminal another size, as a user who drags the corner of a window.
+    void resize(unsigned short rows, unsigned short columns) const;
     // Waits until it has written this text since what was waited for last; false when 30 s passed
     // or it ended first.
     bool waitFor(const std::string& text);

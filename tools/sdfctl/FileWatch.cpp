@@ -5,8 +5,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
+
+#include "tools/sdfctl/Failure.h"
 
 FileWatch::FileWatch(const std::string& path) : mFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
     if (mFd < 0) throw std::system_error(errno, std::generic_category(), "inotify");
@@ -38,7 +41,7 @@ void FileWatch::add(const std::string& path) {
     const std::filesystem::path file(path);
     const std::string directory = file.has_parent_path() ? file.parent_path().string() : ".";
     if (inotify_add_watch(mFd, directory.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
-        throw std::system_error(errno, std::generic_category(), directory);
+        throw UsageError(directory + ": cannot be watched: " + strerror(errno));
     }
     mNames.insert(file.filename());
 }

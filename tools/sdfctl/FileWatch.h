@@ -8,7 +8,7 @@
 class FileWatch {
   public:
     // Watches the directory of the file, and where the file is a link also that of its target.
-    // Throws std::system_error.
+    // Throws std::system_error, and UsageError when there is no such directory.
     explicit FileWatch(const std::string& path);
     ~FileWatch();
     FileWatch(const FileWatch&) = delete;

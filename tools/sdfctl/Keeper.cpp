@@ -76,10 +76,11 @@ void Keeper::wantFilters(const std::vector<Flow>& flows, Difference& difference)
         }
     }
     // First: the service may take a filter for a duplicate of one that goes.
-    for (const Kept& kept : old) remove(kept);
+    difference.removed = static_cast<unsigned int>(old.size());
+    for (const Kept& kept : old) reportRemoved(kept);
+    old.clear();
+    difference.added = static_cast<unsigned int>(added.size());
     for (const Flow* const flow : added) add(*flow);
-    difference.removed += static_cast<unsigned int>(old.size());
-    difference.added += static_cast<unsigned int>(added.size());
 }
 
 void Keeper::add(const Flow& flow) {
@@ -92,7 +93,7 @@ void Keeper::add(const Flow& flow) {
     kept.handle.setRenewed(flow.renewed);
 }
 
-void Keeper::remove(const Kept& kept) {
+void Keeper::reportRemoved(const Kept& kept) const {
     report(kept, SDF_FILTER_STATE_REMOVED, SDF_FILTER_DELETED);
 }
 
@@ -100,7 +101,7 @@ bool Keeper::change(Kept& kept, const Flow& flow) {
     const Flow old = kept.flow;
     lum::sdf::Filter& filter = kept.handle;
     const SdfAddFilterInfo& info = flow.info;
-    unsigned int changes = setIfOther(old.name, flow.name, [&] { remove(kept); });
+    unsigned int changes = setIfOther(old.name, flow.name, [&] { reportRemoved(kept); });
     const bool isRenamed = changes > 0;
     kept.flow = flow;
     if (isRenamed) report(kept, filter.state(), SDF_FILTER_PENDING);

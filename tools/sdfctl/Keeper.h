@@ -36,7 +36,6 @@ class Keeper {
 
     void wantFilters(const std::vector<Flow>& flows, Difference& difference);
     void add(const Flow& flow);
-    void remove(const Kept& kept);
     // Returns whether something is changed.
     bool change(Kept& kept, const Flow& flow);
     unsigned int wantLevels(const Wishes& wishes);
@@ -44,6 +43,7 @@ class Keeper {
     unsigned int wantOthers(const Wishes& wishes);
     void wantQueueReports(std::optional<unsigned int> value);
     void wantAutoFilters(bool wanted);
+    void reportRemoved(const Kept& kept) const;
     void report(const Kept& kept, SdfFilterState state, SdfFilterStatus why) const;
 
     const Report mReport;

@@ -53,12 +53,13 @@ std::string helpOf(const Program& program) {
 
 int runProgram(const Program& program, const std::vector<std::string>& words, Settings settings) {
     Declared declared(program, settings);
+    std::optional<std::string> help;
     try {
-        const std::optional<std::string> help = declared.arguments.parse(words);
-        if (!help) return declared.run(settings);
-        Printer(false).help(*help);
-        return kExitSuccess;
+        help = declared.arguments.parse(words);
     } catch (const UsageError& error) {
         throw UsageError(std::string(program.name) + ": " + error.what());
     }
+    if (!help) return declared.run(settings);
+    Printer(false).help(*help);
+    return kExitSuccess;
 }
