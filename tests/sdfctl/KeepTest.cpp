@@ -255,6 +255,27 @@ TEST_F(KeepTest, SendsOnlyTheDifferenceOfAChangedFile) {
                             "event filter: name=games state=removed filter= N"}));
 }
 
+TEST_F(KeepTest, NamesThatChangePlacesStay) {
+    const auto flow = [](const std::string& name, const std::string& dest) {
+        return R"({"name": ")" + name + R"(", "src": "::1", "dest": ")" + dest + "\"}";
+    };
+    write("{\"filters\": [" + flow("a", "::2") + ", " + flow("b", "::2") + "]}");
+    const EmulatorProcess emulator;
+    ChildProcess child(keep());
+    ASSERT_TRUE(child.waitForLine(kUp));
+    write("{\"filters\": [" + flow("b", "::2") + ", " + flow("a", "::2") + "]}");
+    ASSERT_TRUE(child.waitForLine(fileLine("filters=2 added=0 removed=0 changed=2")));
+    child.signal(SIGTERM);
+    EXPECT_EQ(child.wait(), 128 + SIGTERM);
+    const Lines lines = plainLines(child.lines());
+    ASSERT_EQ(lines.size(), 12U);
+    EXPECT_EQ(
+        Lines(lines.begin() + 7, lines.begin() + 11),
+        (Lines{"event filter: name=a state=removed filter= N", "event filter: name=b state=removed",
+               "event filter: name=b state=active filter= N",
+               "event filter: name=a state=rejected why=duplicate"}));
+}
+
 TEST_F(KeepTest, ReadsAgainUponHangUpAndKeepsItsStateWhenTheFileIsWrong) {
     write(std::string("{\"filters\": [") + kGame + "]}");
     const EmulatorProcess emulator({"--print"});

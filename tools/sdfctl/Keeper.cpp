@@ -64,21 +64,26 @@ Keeper::Difference Keeper::want(Wishes wishes) {
 void Keeper::wantFilters(const std::vector<Flow>& flows, Difference& difference) {
     std::list<Kept> old;
     old.swap(mFilters);
+    std::vector<const Flow*> changed;
     std::vector<const Flow*> added;
     for (const Flow& flow : flows) {
         const auto same = std::find_if(
             old.begin(), old.end(), [&](const Kept& kept) { return canBecome(kept.flow, flow); });
         if (same == old.end()) {
             added.push_back(&flow);
-        } else {
-            mFilters.splice(mFilters.end(), old, same);
-            if (change(mFilters.back(), flow)) ++difference.changed;
+            continue;
         }
+        changed.push_back(&flow);
+        mFilters.splice(mFilters.end(), old, same);
+        if (same->flow.name != flow.name) reportRemoved(*same);
     }
-    // First: the service may take a filter for a duplicate of one that goes.
+    // First: names may change places, and the service may take a filter for a duplicate of one that
+    // goes.
     difference.removed = static_cast<unsigned int>(old.size());
-    for (const Kept& kept : old) reportRemoved(kept);
+    for (Kept& kept : old) reportRemoved(kept);
     old.clear();
+    auto kept = mFilters.begin();
+    for (const Flow* const flow : changed) difference.changed += change(*kept++, *flow) ? 1 : 0;
     difference.added = static_cast<unsigned int>(added.size());
     for (const Flow* const flow : added) add(*flow);
 }
@@ -87,24 +92,25 @@ void Keeper::add(const Flow& flow) {
     Kept& kept = mFilters.emplace_back(Kept{flow});
     kept.handle = mSession.add(
         flow.info,
-        [this, &kept](SdfFilterState state, SdfFilterStatus why) { report(kept, state, why); },
+        [this, &kept](SdfFilterState state, SdfFilterStatus why) {
+            kept.why = why;
+            report(kept, state);
+        },
         flow.extra);
     if (flow.dscp) kept.handle.setDscp(*flow.dscp);
     kept.handle.setRenewed(flow.renewed);
 }
 
 void Keeper::reportRemoved(const Kept& kept) const {
-    report(kept, SDF_FILTER_STATE_REMOVED, SDF_FILTER_DELETED);
+    report(kept, SDF_FILTER_STATE_REMOVED);
 }
 
 bool Keeper::change(Kept& kept, const Flow& flow) {
     const Flow old = kept.flow;
     lum::sdf::Filter& filter = kept.handle;
     const SdfAddFilterInfo& info = flow.info;
-    unsigned int changes = setIfOther(old.name, flow.name, [&] { reportRemoved(kept); });
-    const bool isRenamed = changes > 0;
     kept.flow = flow;
-    if (isRenamed) report(kept, filter.state(), SDF_FILTER_PENDING);
+    unsigned int changes = setIfOther(old.name, flow.name, [&] { report(kept, filter.state()); });
     const auto levelsOf = [](const Flow& one) {
         return std::make_pair(one.info.first_level, one.info.second_level);
     };
@@ -185,10 +191,10 @@ void Keeper::wantAutoFilters(bool wanted) {
     });
 }
 
-void Keeper::report(const Kept& kept, SdfFilterState state, SdfFilterStatus why) const {
+void Keeper::report(const Kept& kept, SdfFilterState state) const {
     Field id = plain("filter", kept.handle.id());
     id.quiet = kept.handle.id() == 0;
-    Field reason = worded("why", why, filterStatusWords());
+    Field reason = worded("why", kept.why, filterStatusWords());
     reason.quiet = state != SDF_FILTER_STATE_REJECTED;
     mReport({"filter",
              {plain("name", kept.flow.name), stateField(state, sdfFilterStateText(state)),

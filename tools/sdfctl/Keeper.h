@@ -32,6 +32,7 @@ class Keeper {
     struct Kept {
         Flow flow;
         lum::sdf::Filter handle{};
+        SdfFilterStatus why{};
     };
 
     void wantFilters(const std::vector<Flow>& flows, Difference& difference);
@@ -44,7 +45,7 @@ class Keeper {
     void wantQueueReports(std::optional<unsigned int> value);
     void wantAutoFilters(bool wanted);
     void reportRemoved(const Kept& kept) const;
-    void report(const Kept& kept, SdfFilterState state, SdfFilterStatus why) const;
+    void report(const Kept& kept, SdfFilterState state) const;
 
     const Report mReport;
     lum::sdf::Session mSession;
