@@ -31,21 +31,15 @@ std::string notDestroyedText(const std::string& what, double seconds) {
 Session::Session(const Settings& settings) : mSettings(settings), mPrinter(settings.json) {}
 
 long long Session::call(const std::string& function, const Fields& arguments,
-                        const std::function<long long()>& body) {
+                        const std::function<long long()>& body, Results results) {
     drain();
     mNotUp = false;
     const long long result = body();
-    mPrinter.print(Call{function, arguments, result, sdfStatusV2Text(result)});
-    if (result < 0) fail(kExitCallFailed);
-    drain();
-    return result;
-}
-
-long long Session::callOlder(const std::string& function, const std::function<long long()>& body) {
-    drain();
-    const long long result = body();
-    mPrinter.print(Call{function, {}, result, result == 1 ? "success" : "failure"});
-    if (result != 1) fail(kExitCallFailed);
+    const bool failed = results == kOlder ? result != 1 : result < 0;
+    const char* const olderText = failed ? "failure" : "success";
+    mPrinter.print(
+        Call{function, arguments, result, results == kOlder ? olderText : sdfStatusV2Text(result)});
+    if (failed) fail(kExitCallFailed);
     drain();
     return result;
 }
@@ -59,7 +53,8 @@ void Session::create(bool nullCallback) {
 void Session::enable(bool nullCallback) {
     const SdfLegacyStatusCb cb = nullCallback ? nullptr : callbacks::onLegacyStatus;
     asking();
-    if (callOlder("lum_sdf_enable", [cb] { return lum_sdf_enable(cb); }) == 1) mHasClient = true;
+    const auto body = [cb] { return lum_sdf_enable(cb); };
+    if (call("lum_sdf_enable", {}, body, kOlder) == 1) mHasClient = true;
 }
 
 void Session::asking() {
@@ -69,25 +64,23 @@ void Session::asking() {
 }
 
 void Session::destroy() {
-    mChosen = true;
-    const std::string function = "destroySdfClient";
-    const auto body = [&] { return endOf(function, destroySdfClient); };
-    if (call(function, {}, body) == 0) clientGone();
+    if (endOf("destroySdfClient", destroySdfClient, kV2) == 0) clientGone();
 }
 
 void Session::disable() {
-    mChosen = true;
-    const std::string function = "lum_sdf_disable";
-    const auto body = [&] { return endOf(function, lum_sdf_disable); };
-    if (callOlder(function, body) == 1) clientGone();
+    if (endOf("lum_sdf_disable", lum_sdf_disable, kOlder) == 1) clientGone();
 }
 
-long long Session::endOf(const std::string& function, long long (*body)()) {
+long long Session::endOf(const std::string& function, long long (*body)(), Results results) {
+    mChosen = true;
     const double limit = mSettings.endLimit();
-    const std::optional<long long> result = mWaiter.withLimit(limit, body);
-    if (result) return *result;
-    clientGone();
-    throw NotDestroyed(notDestroyedText(function + "() has not returned", limit));
+    const auto limited = [&] {
+        const std::optional<long long> result = mWaiter.withLimit(limit, body);
+        if (result) return *result;
+        clientGone();
+        throw NotDestroyed(notDestroyedText(function + "() has not returned", limit));
+    };
+    return call(function, {}, limited, results);
 }
 
 void Session::clientGone() {

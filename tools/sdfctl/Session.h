@@ -33,12 +33,13 @@ class Session {
     const Settings& settings() const { return mSettings; }
     Printer& printer() { return mPrinter; }
 
-    // Calls the library, after the events that came before, and prints the call. A negative result
-    // counts as a failure. Returns the result.
+    // The older functions return 1 for success, and all else is a failure; the others return
+    // something negative for a failure.
+    enum Results { kV2, kOlder };
+    // Calls the library, after the events that came before, and prints the call. A failure counts.
+    // Returns the result.
     long long call(const std::string& function, const Fields& arguments,
-                   const std::function<long long()>& body);
-    // The same for functions that return 1 for success and 0 for failure.
-    long long callOlder(const std::string& function, const std::function<long long()>& body);
+                   const std::function<long long()>& body, Results results = kV2);
 
     // createSdfClient(), and the older lum_sdf_enable(), with the callback or a null one.
     void create(bool nullCallback);
@@ -100,7 +101,7 @@ class Session {
   private:
     void asking();
     void createUnasked();
-    long long endOf(const std::string& function, long long (*body)());
+    long long endOf(const std::string& function, long long (*body)(), Results results);
     void clientGone();
     bool waitUntil(double seconds, const std::function<bool()>& done);
     bool takeEvent(const std::string& name, const Test& test);
