@@ -257,7 +257,7 @@ class InstallTest(unittest.TestCase):
     def test_bash_completes_what_the_program_takes(self):
         for typed, wanted in (("sdfctl set-latency s", ["second"]), ("sdfctl --ma", ["--manual"]),
                               ("sdfctl status then delete-a", ["delete-all-filters"]),
-                              ("sdfctl foo ", []), ("sdfctl kee", ["keep"])):
+                              ("sdfctl foo ", []), ("sdfctl doc", ["doctor"])):
             with self.subTest(typed=typed):
                 completed = self.run_here(
                     "bash", "-euc", """

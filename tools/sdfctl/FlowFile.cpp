@@ -182,13 +182,13 @@ class Reader {
                         {"dscp", [&](const Node& value) { number(value, flow.dscp); }},
                         {"renewed", [&](const Node& value) { flow.renewed = boolean(value); }}};
         forEachMember(info, [&](const char* option, auto& member, const Words* words, const char*) {
-            members.emplace_back(memberKey(option), [&, words](const Node& value) {
-                if constexpr (std::is_enum_v<std::decay_t<decltype(member)>>) {
-                    word(value, *words, member);
-                } else {
-                    number(value, member);
-                }
-            });
+            std::function<void(const Node&)>& read =
+                members.emplace_back(memberKey(option), nullptr).second;
+            if constexpr (std::is_enum_v<std::decay_t<decltype(member)>>) {
+                read = [&, words](const Node& value) { word(value, *words, member); };
+            } else {
+                read = [&](const Node& value) { number(value, member); };
+            }
         });
         object(node, members, {"name", "src", "dest"});
         checkRange(node, "src", info.src_addr, info.src_port_range);
@@ -206,7 +206,7 @@ class Reader {
 
     std::string name(const Node& node) const {
         constexpr size_t kMost = 64;
-        const std::string text = node.value.is_string() ? node.value.get<std::string>() : "";
+        std::string text = node.value.is_string() ? node.value.get<std::string>() : "";
         if (text.empty() || text.size() > kMost || printable(text) != text) {
             isNot(node, "a name of 1 to 64 bytes without control characters");
         }
