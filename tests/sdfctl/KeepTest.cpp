@@ -430,7 +430,7 @@ class WatchTest : public KeepTest {
     }
 };
 
-TEST_F(WatchTest, DrawsInPlaceAndLeavesTheTerminalAsItWas) {
+TEST_F(WatchTest, DrawsInPlace) {
     write(R"({"levels": {"first": {"first": 1, "second": 3}}})");
     const EmulatorProcess emulator;
     const std::string file = "file: path=" + mFile + " filters=0 added=0 removed=0 changed=";
@@ -448,10 +448,31 @@ TEST_F(WatchTest, DrawsInPlaceAndLeavesTheTerminalAsItWas) {
     terminal.resize(4, 12);
     EXPECT_TRUE(
         terminal.waitFor("\033[H\033[2J" + drawn({"sdfctl: /tm", "session: st", "... 4 more "})));
-    EXPECT_TRUE(terminal.isOrdinary());
+    EXPECT_FALSE(terminal.isOrdinary());  // what is typed would move the table
     terminal.type("\x03");
     EXPECT_EQ(terminal.wait(), 128 + SIGINT);
-    EXPECT_TRUE(terminal.isOrdinary());
+}
+
+// By a shell that does not put the terminal's modes in order itself.
+TEST_F(WatchTest, LeavesTheTerminalAsItWas) {
+    const EmulatorProcess emulator;
+    TerminalProcess shell({"/bin/sh", "-i"}, {"TERM=xterm", "PS1=shell> ", "ENV="});
+    EXPECT_TRUE(shell.waitFor("shell> "));
+    shell.type(sdfctlCommand("")[0] + " watch\n");
+    EXPECT_TRUE(shell.waitFor("session: state=up"));
+    for (int round = 0; round < 2; ++round) {
+        shell.type("typed\x1A");
+        EXPECT_TRUE(shell.waitFor("Stopped"));
+        EXPECT_TRUE(shell.waitFor("shell> "));
+        EXPECT_TRUE(shell.isOrdinary());
+        shell.type("fg\n");
+        EXPECT_TRUE(shell.waitFor("\r\n" + drawn({"session: state=up"})));
+    }
+    shell.type("typed\x03");
+    EXPECT_TRUE(shell.waitFor("shell> "));
+    EXPECT_TRUE(shell.isOrdinary());
+    shell.type("exit\n");
+    EXPECT_EQ(shell.wait(), 128 + SIGINT);
 }
 
 TEST_F(WatchTest, PrintsLinesAtATerminalThatCanDoNoMore) {

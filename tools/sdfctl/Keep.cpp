@@ -59,6 +59,8 @@ class Source {
     explicit Source(const std::string& path) : mPath(path), mWatch(path) {}
 
     const FileWatch& watch() const { return mWatch; }
+    // SIGHUP, upon which it is to be read again.
+    const Signals& hangUp() const { return mHangUp; }
     const std::string& path() const { return mPath; }
 
     // Throws UsageError. Nothing where it has not changed.
@@ -76,17 +78,16 @@ class Source {
   private:
     const std::string mPath;
     const FileWatch mWatch;
+    const Signals mHangUp{SIGHUP};
     std::optional<std::string> mText;
 };
 
 class Run {
   public:
     Run(const Settings& settings, const std::string& path, bool atTerminal)
-        : mSettings(settings),
-          mPrinter(settings.json),
-          mSignals{path.empty() ? SIGCONT : SIGHUP, SIGWINCH, SIGCONT} {
-        if (atTerminal) mScreen.emplace();
+        : mSettings(settings), mPrinter(settings.json) {
         if (!path.empty()) mSource = std::make_unique<Source>(path);
+        if (atTerminal) mScreen = std::make_unique<Screen>();
     }
 
     int run() {
@@ -103,6 +104,7 @@ class Run {
         } catch (const Interrupted& interrupted) {
             status = kExitSignal + interrupted.signal;
         }
+        mScreen.reset();
         waiter.letSignalsAct();
         const double limit = mSettings.endLimit();
         if (!keeper.session().close(inMilliseconds(limit))) {
@@ -115,25 +117,17 @@ class Run {
     [[noreturn]] void serve(Keeper& keeper, const Waiter& waiter) {
         const int session = keeper.session().fd();
         const int file = mSource ? mSource->watch().fd() : -1;
+        const int hangUp = mSource ? mSource->hangUp().fd() : -1;
+        const int screen = mScreen ? mScreen->fd() : -1;
         for (;;) {
             if (mScreen) mScreen->draw(mTable);
-            waiter.wait({}, {session, mSignals.fd(), file});
+            waiter.wait({}, {session, file, hangUp, screen});
             keeper.session().dispatch();
-            const bool asked = takeSignals();
+            if (mScreen) mScreen->obey();
             const bool changed = mSource && mSource->watch().take();
+            const bool asked = mSource && mSource->hangUp().take() != 0;
             if (asked || changed) readAgain(keeper, asked);
         }
-    }
-
-    // Returns whether the file is to be read again.
-    bool takeSignals() {
-        bool asked = false;
-        while (const int signal = mSignals.take()) {
-            if (signal == SIGHUP) asked = true;
-            if (signal == SIGWINCH && mScreen) mScreen->clear();
-            if (signal == SIGCONT && mScreen) mScreen->goOn();
-        }
-        return asked;
     }
 
     void readAgain(Keeper& keeper, bool asked) try {
@@ -165,7 +159,6 @@ class Run {
     void complain(const std::string& message) {
         if (mScreen) {
             mTable.note("sdfctl: " + printable(message));
-            mScreen->draw(mTable);
         } else {
             fprintf(stderr, "sdfctl: %s\n", printable(message).c_str());
         }
@@ -173,9 +166,8 @@ class Run {
 
     const Settings mSettings;
     const Printer mPrinter;
-    const Signals mSignals;  // SIGHUP where there is a file
     Table mTable;
-    std::optional<Screen> mScreen;    // none: lines are printed
+    std::unique_ptr<Screen> mScreen;  // none: lines are printed
     std::unique_ptr<Source> mSource;  // none: nothing is kept
 };
 

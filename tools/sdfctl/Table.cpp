@@ -116,6 +116,40 @@ bool Screen::isThere() {
     return isatty(STDOUT_FILENO) == 1 && terminal != nullptr && std::string(terminal) != "dumb";
 }
 
+Screen::Screen() {
+    hideTyping();
+}
+
+Screen::~Screen() {
+    showTyping();
+}
+
+void Screen::hideTyping() {
+    if (tcgetattr(STDOUT_FILENO, &mModes) != 0) return;
+    termios quiet = mModes;
+    quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    (void)tcsetattr(STDOUT_FILENO, TCSADRAIN, &quiet);
+}
+
+// What has been typed is nobody's.
+void Screen::showTyping() {
+    (void)tcsetattr(STDOUT_FILENO, TCSAFLUSH, &mModes);
+}
+
+void Screen::obey() {
+    while (const int signal = mSignals.take()) {
+        if (signal == SIGTSTP || signal == SIGQUIT) {
+            showTyping();
+            Signals::letAct(signal);
+        } else if (signal == SIGCONT) {
+            hideTyping();
+            mBefore.clear();  // behind what others have written
+        } else {
+            mBefore = "\033[H\033[2J";  // clears the terminal, whose lines may lie otherwise
+        }
+    }
+}
+
 void Screen::draw(const Table& table) {
     winsize size{};
     (void)ioctl(STDOUT_FILENO, TIOCGWINSZ, &size);

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <termios.h>
+
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "tools/sdfctl/Record.h"
+#include "tools/sdfctl/Waiter.h"
 
 // The latest of each event that there is one of, or one for each filter, slot or key, as lines.
 class Table {
@@ -32,17 +35,30 @@ class Table {
     std::string mNote;
 };
 
-// Shows a table at the terminal that is standard output, in place.
+// Shows a table at the terminal that is standard output, in place. What is typed, which would move
+// the table, is not shown while this object lives.
 class Screen {
   public:
     static bool isThere();
 
+    Screen();
+    ~Screen();
+    Screen(const Screen&) = delete;
+    Screen& operator=(const Screen&) = delete;
+
+    // Readable when there is something for obey().
+    int fd() const { return mSignals.fd(); }
+    // Does what is to be done about the signals of a terminal that have come.
+    void obey();
+
     // Throws std::system_error when it cannot be written to.
     void draw(const Table& table);
-    // The next drawing stands on a cleared terminal, or behind what others have written.
-    void clear() { mBefore = "\033[H\033[2J"; }
-    void goOn() { mBefore.clear(); }
 
   private:
+    void hideTyping();
+    void showTyping();
+
+    const Signals mSignals{SIGTSTP, SIGQUIT, SIGCONT, SIGWINCH};
+    termios mModes{};     // of the terminal before
     std::string mBefore;  // what to write before the lines, to get where they belong
 };

@@ -46,16 +46,6 @@ int openInput() {
     return input >= 0 ? input : fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
 }
 
-// Lets a blocked signal do what it does.
-void letAct(int signal) {
-    sigset_t one;
-    sigemptyset(&one);
-    sigaddset(&one, signal);
-    (void)raise(signal);
-    pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
-    pthread_sigmask(SIG_BLOCK, &one, nullptr);
-}
-
 Terminal& terminalOf(EditLine* line) {
     void* terminal = nullptr;
     el_get(line, EL_CLIENTDATA, &terminal);
@@ -175,7 +165,7 @@ void Terminal::obey(int signal) {
     EditLine* const line = mLine.get();
     if (signal == SIGTSTP || signal == SIGQUIT) {
         el_set(line, EL_PREP_TERM, 0);  // as others expect the terminal
-        letAct(signal);
+        Signals::letAct(signal);
         el_set(line, EL_PREP_TERM, 1);
     } else {
         el_resize(line);

@@ -67,6 +67,13 @@ int Signals::take() const {
     return read(mFd, &got, sizeof got) == sizeof got ? static_cast<int>(got.ssi_signo) : 0;
 }
 
+void Signals::letAct(int signal) {
+    const sigset_t one = setOf({signal});
+    (void)raise(signal);
+    pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+    pthread_sigmask(SIG_BLOCK, &one, nullptr);
+}
+
 // Under nohup SIGHUP must not end the program, which it would when blocked.
 Waiter::Waiter(HangUp hangUp)
     : mSignals(hangUp == HangUp::kIsOthers || isIgnored(SIGHUP)

@@ -34,6 +34,8 @@ class Signals {
     int fd() const { return mFd; }
     // The next one that has come; 0 for none.
     int take() const;
+    // Lets a blocked one do what it does by default.
+    static void letAct(int signal);
 
   private:
     sigset_t mSet;
