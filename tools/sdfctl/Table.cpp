@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/sdfctl/Table.h"
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -118,10 +119,18 @@ bool Screen::isThere() {
 
 Screen::Screen() {
     hideTyping();
+    if (isatty(STDERR_FILENO) != 1) return;
+    mErrors = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (mErrors >= 0 && null >= 0) (void)dup2(null, STDERR_FILENO);
+    if (null >= 0) close(null);
 }
 
 Screen::~Screen() {
     showTyping();
+    if (mErrors < 0) return;
+    (void)dup2(mErrors, STDERR_FILENO);
+    close(mErrors);
 }
 
 void Screen::hideTyping() {

@@ -35,8 +35,9 @@ class Table {
     std::string mNote;
 };
 
-// Shows a table at the terminal that is standard output, in place. What is typed, which would move
-// the table, is not shown while this object lives.
+// Shows a table at the terminal that is standard output, in place. What would move the table is not
+// shown while this object lives: what is typed, and log lines on a standard error that is a
+// terminal.
 class Screen {
   public:
     static bool isThere();
@@ -59,6 +60,7 @@ class Screen {
     void showTyping();
 
     const Signals mSignals{SIGTSTP, SIGQUIT, SIGCONT, SIGWINCH};
+    int mErrors = -1;     // standard error; -1: where it was
     termios mModes{};     // of the terminal before
     std::string mBefore;  // what to write before the lines, to get where they belong
 };
