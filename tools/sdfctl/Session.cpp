@@ -183,10 +183,10 @@ bool Session::waitUntil(double seconds, const std::function<bool()>& done) {
     }
 }
 
-bool Session::inputReady(int fd, int other) {
-    const auto ready = mWaiter.wait({}, {callbacks::events().fd(), fd, other});
+bool Session::inputReady(int fd, int other, std::optional<Time> end) {
+    const auto ready = mWaiter.wait(end, {callbacks::events().fd(), fd, other});
     drain();
-    return ready != 0U;
+    return ready.value_or(0) != 0;
 }
 
 void Session::drain() {

@@ -5,7 +5,9 @@
 #include <memory>
 
 #include "tools/sdfctl/Callbacks.h"
+#include "tools/sdfctl/CommandLine.h"
 #include "tools/sdfctl/Commands.h"
+#include "tools/sdfctl/Dump.h"
 #include "tools/sdfctl/Programs.h"
 
 namespace {
@@ -114,16 +116,19 @@ Action help(Arguments& arguments) {
     };
 }
 
-Action doctor(Arguments& arguments) {
-    return withOptions(arguments, declareDoctor, runChildDoctor);
-}
-
 Action dump(Arguments& arguments) {
-    const auto declare = [](Arguments& declared, bool& json, double& timeout) {
-        declared.flag("--json", json, "Print one JSON object");
-        declareTimeout(declared, timeout);
+    struct Values {
+        bool json = false;
+        double timeout = -1;  // that of the run
     };
-    return withOptions(arguments, declare, runDump);
+    const auto values = std::make_shared<Values>();
+    arguments.flag("--json", values->json, "Print one JSON object");
+    declareTimeout(arguments, values->timeout);
+    return [values](Session& session) {
+        const Settings& settings = session.settings();
+        runDump(session, values->timeout >= 0 ? values->timeout : settings.timeout,
+                values->json || settings.json);
+    };
 }
 
 Action quit(Arguments&) {
@@ -146,6 +151,7 @@ std::vector<Command> sessionCommands() {
         {"wait", "Wait for an event, or for milliseconds, printing what comes", wait},
         {"sleep", "Wait for milliseconds, printing what comes", sleepFor},
         {"status", "Say what is known of client and service", status},
+        {"dump", "Print what the service keeps for its clients", dump},
         {"help", "List the commands, or explain one", help},
         {"?", "The same as help", help},
         {"quit", "End, as at the end of the input", quit},
