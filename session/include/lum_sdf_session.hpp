@@ -249,7 +249,7 @@ class Filter {
     /// sdfFilterGetId().
     unsigned int id() const { return sdfFilterGetId(get()); }
 
-    /// Does not want it any more: sdfFilterRemove(). Nothing is reported of it from now on.
+    /// Removes it: sdfFilterRemove(). Nothing is reported of it from now on.
     void remove() noexcept {
         if (!*this) return;
         // Released last: the session may be what it owns, or this object.
@@ -289,8 +289,10 @@ class Session {
     /// The whole answer at once: 0 or an error, and the entries that came.
     using QueueReportCallback = Callback<int, std::vector<QueueReportEntry>>;
 
+    /// sdfSessionOpen() without a callback.
+    explicit Session(std::nullptr_t /*nothing*/ = nullptr) : Session(StateCallback()) {}
     /// sdfSessionOpen().
-    explicit Session(StateCallback cb = {}) : mCore(std::make_shared<detail::Core>()) {
+    explicit Session(StateCallback cb) : mCore(std::make_shared<detail::Core>()) {
         mCore->state = std::move(cb);
         detail::check(sdfSessionOpen(onState, mCore.get(), &mCore->session));
     }
