@@ -9,11 +9,9 @@
 /// ## How to use it
 ///
 ///   1. sdfSessionOpen().
-///   2. Say what is wanted: sdfFilterAdd(), sdfSessionSetLevels(), ... No need to wait for the
-///   service.
-///   3. Call sdfSessionRun(), or have the program's own loop wait until sdfSessionFd() is readable
-///   and
-///      then call sdfSessionDispatch().
+///   2. Say what is wanted: sdfFilterAdd(), sdfSessionSetLevels(), ... No service is needed yet.
+///   3. Call sdfSessionRun(); or have the program's own loop call sdfSessionDispatch() whenever
+///      sdfSessionFd() is readable.
 ///   4. sdfSessionClose().
 ///
 /// ## Losing the service
@@ -21,30 +19,33 @@
 /// The session notices that the service was lost, that it refused a message, reported anything but
 /// "service up", or did not answer in time. It then makes a new client, attempt by attempt, each
 /// after a pause, and sends everything that is wanted again: first registrations (filter states,
-/// automatic filters, queue reports), then levels, gaming, priorities and the default data
-/// subscription's settings, then filters in the order in which they were added. When the service
-/// has answered all filters the session is up, and the application is notified. Questions that were
-/// under way end with #SDF_SESSION_LOST.
+/// queue reports), then gaming, priorities, the default data subscription's settings and levels,
+/// then filters in the order in which they were added. Questions that were under way end with
+/// #SDF_SESSION_LOST.
 ///
 /// ## Threads and callbacks
 ///
 /// Callbacks come from sdfSessionDispatch() and sdfSessionRun(), on the thread that calls these,
 /// and from nowhere else. They may call every function here, sdfSessionDispatch() and
 /// sdfSessionClose() included. A session is used by one thread at a time; only sdfSessionStop() may
-/// be called from any thread at any time. A C++ exception that a callback throws leaves
-/// sdfSessionDispatch() or sdfSessionRun(); the next dispatch goes on behind it.
+/// be called from any thread, before sdfSessionClose(). A C++ exception that a callback throws
+/// leaves sdfSessionDispatch() or sdfSessionRun(); the next dispatch goes on with what is left, of
+/// an answer to a question too.
+///
+/// A child made by fork() must not use the session: it has none of its threads.
 ///
 /// ## Return values
 ///
 /// Functions return 0 or a negative code: of #SdfSessionError, or one of #SdfStatusV2. A function
-/// that fails has changed nothing. 0 says that the wish is noted; what becomes of it is reported by
-/// callbacks. sdfSessionText() has a text for each code.
+/// that fails has changed nothing. 0 says that the request is recorded; what becomes of it is
+/// reported by callbacks. sdfSessionText() has a text for each code.
 ///
 /// ## One per process
 ///
-/// A process has one client of the service, so also one session. While one is open the application
-/// must not call createSdfClient(), destroySdfClient(), lum_sdf_enable() or lum_sdf_disable(). The
-/// library has to be built with LUM_SDF_GUARDED.
+/// A process has one client of the service, so also one session. The application must not call
+/// createSdfClient(), destroySdfClient(), lum_sdf_enable() or lum_sdf_disable() from
+/// sdfSessionOpen() on until sdfSessionClose() has returned 0, or until sdfSessionOpen() no longer
+/// returns #SDF_SESSION_CLOSING. The library has to be built with LUM_SDF_GUARDED.
 
 #include <lum_sdf_sdk.h>
 #include <stdbool.h>
@@ -75,14 +76,21 @@ __extension__ enum SdfSessionError SDF_INT32_ENUM {
 /// A step in the life of the connection. After DOWN comes CONNECTING, or UP if the service answers
 /// an attempt late; after CONNECTING comes UP or DOWN; after UP comes DOWN. The first is
 /// CONNECTING.
+///
+/// An attempt takes up to four seconds; on a device, whose look-up of the service has no limit, as
+/// long as the look-up.
+///
+/// UP is reported when the service has answered all filters and levels and, where changes had to be
+/// sent behind them, has answered once more. Settings, which it never answers, have been sent
+/// before.
 __extension__ typedef enum SdfSessionState SDF_INT32_ENUM {
     SDF_SESSION_CONNECTING = 0,  ///< an attempt is being made
-    SDF_SESSION_UP = 1,          ///< everything that is wanted has been sent, filters are answered
+    SDF_SESSION_UP = 1,          ///< everything that is wanted has been sent and answered
     SDF_SESSION_DOWN = 2,        ///< there is no service; an attempt follows after a pause
 } SdfSessionState;
 
 /// The state of a filter. From any state to REMOVED; otherwise
-///   - REQUESTED to PENDING, ACTIVE or REJECTED;
+///   - REQUESTED to PENDING, ACTIVE, REJECTED or EXPIRED;
 ///   - PENDING and ACTIVE to each other, to REJECTED, EXPIRED or LOST;
 ///   - REJECTED, LOST and EXPIRED to REQUESTED.
 __extension__ typedef enum SdfFilterState SDF_INT32_ENUM {
@@ -104,7 +112,7 @@ typedef struct SdfSession SdfSession;
 typedef struct SdfFilter SdfFilter;
 
 /// The session has another state.
-/// @param reason  DOWN: why, a negative code or another status that the service reported; else 0
+/// @param reason  DOWN: why, a code or another status that the service reported, never 0; else 0
 /// @param user    as given to sdfSessionOpen()
 typedef void (*SdfSessionStateCb)(SdfSession* session, SdfSessionState state, int reason,
                                   void* user);
@@ -137,9 +145,8 @@ typedef void (*SdfSessionAutoFilterCb)(SdfSession* session, unsigned int filter_
                                        const SdfAddFilterInfo* info, void* user);
 
 /// The answer to sdfSessionAskFilters(): once for each filter, then once for the end.
-/// @param result  1: one filter, the rest says which; 0: the end; negative: failed, and the end.
-/// With
-///                0 and less the rest is 0.
+/// @param result  1: one filter, described by the rest; 0: the end; negative: failed, and the end.
+///                The rest is 0 at the end.
 /// @param filter  the application's handle; null if the service's filter has none
 /// @param user    as given to sdfSessionAskFilters(); the others as in #SdfGetFiltersCb
 typedef void (*SdfSessionFiltersCb)(SdfSession* session, int result, SdfFilter* filter,
@@ -149,8 +156,8 @@ typedef void (*SdfSessionFiltersCb)(SdfSession* session, int result, SdfFilter* 
 
 /// The answer to sdfSessionAskQueueReport(): once for each entry, then once for the end.
 /// @param result  1: one entry; 0: the end; negative: failed, and the end
-/// @param user    as given to sdfSessionAskQueueReport(); the others as in
-/// #SdfPriorityQueueReportCb
+/// @param user    as given to sdfSessionAskQueueReport();
+///                the others as in #SdfPriorityQueueReportCb
 typedef void (*SdfSessionQueueReportCb)(SdfSession* session, int result, unsigned int entry_key,
                                         uint64_t first_value, uint64_t second_value, void* user);
 
@@ -159,7 +166,8 @@ typedef void (*SdfSessionQueueReportCb)(SdfSession* session, int result, unsigne
 /// @name Session
 /// @{
 
-/// Opens the session and begins to connect. Does not wait for the service.
+/// Opens the session and begins to connect. Does not wait for the service. Does not notice a client
+/// of the application whose link could not be set up.
 ///
 /// @param cb       reports each step of the connection's life; may be null
 /// @param user     handed to `cb`
@@ -171,7 +179,7 @@ SDF_API int sdfSessionOpen(SdfSessionStateCb cb, void* user, SdfSession** sessio
 /// Closes the session and frees it with all its filters. No callback comes after it. Allowed from
 /// inside a callback.
 ///
-/// The client takes its leave from the service in the background, which takes as long as
+/// The client disconnects from the service in the background, which takes as long as
 /// destroySdfClient() does: as a rule no time, 3.15 seconds for each request that was still queued
 /// when the service was lost, and without limit where the look-up of the service has none. Until
 /// that is done no session can be opened. A process may end meanwhile.
@@ -191,7 +199,7 @@ SDF_API int sdfSessionSetAnswerDeadline(SdfSession* session, unsigned int millis
 
 /// How long to pause before an attempt, by default 250 and 8000. The pause begins with the first
 /// value, doubles with each attempt that fails up to the longest, and is the first one again when
-/// the session was up. An attempt itself takes up to four seconds.
+/// the session was up.
 ///
 /// @param first_ms    1 to 86400000, in milliseconds
 /// @param longest_ms  first_ms to 86400000
@@ -213,8 +221,8 @@ SDF_API int sdfSessionDispatch(SdfSession* session);
 /// @return 0; #SDF_SESSION_CLOSED when a callback has closed the session
 SDF_API int sdfSessionRun(SdfSession* session);
 
-/// Ends sdfSessionRun(), the present or else the next one. From any thread, and from a signal
-/// handler.
+/// Ends sdfSessionRun(), the present or else the next one. From any thread and from a signal
+/// handler, before sdfSessionClose().
 SDF_API void sdfSessionStop(SdfSession* session);
 
 /// The state that was reported last.
@@ -225,7 +233,7 @@ SDF_API SdfSessionState sdfSessionGetState(const SdfSession* session);
 /// Values as in sdfAddFilter() and the functions that update a filter.
 /// @{
 
-/// Wants a filter from now on.
+/// Requests a filter and keeps it requested.
 ///
 /// @param info    the flow; copied
 /// @param cb      reports each state of the filter; may be null
@@ -265,60 +273,62 @@ SDF_API SdfFilterState sdfFilterGetState(const SdfFilter* filter);
 /// The service's number for it at present; 0 when it has none. Another one after each loss.
 SDF_API unsigned int sdfFilterGetId(const SdfFilter* filter);
 
-/// Does not want the filter any more. Exactly one callback follows, REMOVED, unless the session is
-/// closed before. The handle is no longer valid.
+/// Removes the filter. Exactly one callback follows, REMOVED, unless the session is closed before.
+/// The handle is no longer valid.
 ///
 /// @param filter  null does nothing
 SDF_API void sdfFilterRemove(SdfFilter* filter);
 
 /// @}
 /// @name Settings
-/// Each replaces what was wanted before, and is sent again when the session connects anew. All
+/// Each replaces what was requested before, and is sent again when the session connects anew. All
 /// return 0; #SDF_SESSION_INVALID_ARG for values out of their range; #SDF_SESSION_CLOSED.
 /// @{
 
-/// Wants latency levels for the traffic of one SIM slot, as sdfSetLatencyLvl() does.
+/// Requests latency levels for the traffic of one SIM slot, as sdfSetLatencyLvl() does, and keeps
+/// them requested.
 ///
 /// @param cb    reports the levels in force; may be null
 /// @param user  handed to `cb`
 SDF_API int sdfSessionSetLevels(SdfSession* session, SdfSlotID slot, SdfLatencyLvl first,
                                 SdfLatencyLvl second, bool flag, SdfSessionLevelsCb cb, void* user);
 
-/// Wants no levels any more: they are not sent again. The service has no request that takes levels
-/// back; it keeps the last ones until the session connects anew or is closed.
+/// Removes the levels of a slot: they are not sent again. The service has no request that takes
+/// levels back; it keeps the last ones until the session connects anew or is closed.
 SDF_API int sdfSessionClearLevels(SdfSession* session, SdfSlotID slot);
 
-/// Wants high-performance gaming, or no longer.
+/// Requests high-performance gaming and keeps it requested, or stops it.
 SDF_API int sdfSessionSetGaming(SdfSession* session, bool enable);
 
-/// Wants the data of one SIM slot prioritised, or no longer.
+/// Requests priority for the data of one SIM slot and keeps it requested, or stops it.
 SDF_API int sdfSessionSetDataPriority(SdfSession* session, SdfSlotID slot, bool enable);
 
-/// Wants the default data subscription prioritised, or no longer.
+/// Requests priority for the default data subscription and keeps it requested, or stops it.
 SDF_API int sdfSessionSetDdsPriority(SdfSession* session, bool enable);
 
-/// Wants this out-of-order delivery for the default data subscription. #SDF_OOD_UNSPECIFIED_LVL
-/// leaves it to the service again.
+/// Requests this out-of-order delivery for the default data subscription and keeps it requested.
+/// #SDF_OOD_UNSPECIFIED_LVL leaves it to the service again.
 SDF_API int sdfSessionSetDdsOod(SdfSession* session, SdfOod ood);
 
-/// Wants this PDCP timer for the default data subscription.
+/// Requests this PDCP timer for the default data subscription and keeps it requested.
 SDF_API int sdfSessionSetDdsPdcpTimer(SdfSession* session, unsigned int pdcp_timer);
 
-/// Wants no PDCP timer any more: it is not sent again, as in sdfSessionClearLevels().
+/// Removes the PDCP timer: it is not sent again, as in sdfSessionClearLevels().
 SDF_API int sdfSessionClearDdsPdcpTimer(SdfSession* session);
 
-/// Wants periodic priority-queue reports. When the application does not dispatch, the entries
-/// beyond 4096 are dropped.
+/// Subscribes to periodic priority-queue reports, or stops them. When the application does not
+/// dispatch, the entries beyond 4096 are dropped.
 ///
 /// @param report_value  as in sdfRegPriorityQueueReports()
-/// @param cb            called for each entry; null: no reports any more
+/// @param cb            called for each entry; null stops the reports
 /// @param user          handed to `cb`
 SDF_API int sdfSessionSetQueueReports(SdfSession* session, unsigned int report_value,
                                       SdfSessionReportCb cb, void* user);
 
-/// Wants to hear of the filters that the service makes on its own. Dropped as queue reports are.
+/// Subscribes to the filters that the service makes on its own, or stops the notifications. Dropped
+/// as queue reports are.
 ///
-/// @param cb    called for each; null: no longer
+/// @param cb    called for each; null stops the notifications
 /// @param user  handed to `cb`
 SDF_API int sdfSessionSetAutoFilters(SdfSession* session, SdfSessionAutoFilterCb cb, void* user);
 
