@@ -90,7 +90,7 @@ void showSession(const SdfAddFilterInfo* flow) {
     killService();
     dispatchUntil(session, "onFilter(lost)");
 
-    step("We want other levels for the filter. There is no service, but that is noted.");
+    step("We want other levels for the filter. There is no service; the request is recorded.");
     RETURNS(0, sdfFilterSetLevels(filter, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_3));
 
     step("The service is started again. Our loop is all that runs: the session comes back.");

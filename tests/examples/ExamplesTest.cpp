@@ -208,7 +208,7 @@ std::string pageText(const std::string& first, const std::string& last) {
 }
 
 TEST_F(ExamplesTest, ApplicationOfThePageSurvivesAnyNumberOfDeaths) {
-    const std::string up = pageText("session connecting: success", "session up: success");
+    const std::string up = pageText("session connecting", "session up");
     const std::string lost = pageText("game lost: deleted", "voice lost: deleted");
     EmulatorProcess emulator;
     TerminalProcess application({LUM_PAGE_PROGRAM}, {});

@@ -167,7 +167,7 @@ constexpr char kSession[] =
     callback onState(down, -8: service down), brought by the main thread (thread N)
     callback onFilter(lost), brought by the main thread (thread N)
 
-22. We want other levels for the filter. There is no service, but that is noted.
+22. We want other levels for the filter. There is no service; the request is recorded.
     sdfFilterSetLevels(filter, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_3) returned 0: success
 
 23. The service is started again. Our loop is all that runs: the session comes back.
