@@ -81,7 +81,7 @@ __extension__ enum SdfSessionError SDF_INT32_ENUM {
 /// long as the look-up.
 ///
 /// UP is reported when the service has answered all filters and levels and, where changes had to be
-/// sent behind them, has answered once more. Settings, which it never answers, have been sent
+/// sent after them, has answered once more. Settings, which it never answers, have been sent
 /// before.
 __extension__ typedef enum SdfSessionState SDF_INT32_ENUM {
     SDF_SESSION_CONNECTING = 0,  ///< an attempt is being made
