@@ -66,31 +66,14 @@ class KeepTest : public testing::Test {
         return found;
     }
 
-    // What the emulator keeps for its clients.
-    static Lines stateOf(const EmulatorProcess& emulator) {
-        const auto isEnd = [](const std::string& line) { return line.rfind("state: ", 0) == 0; };
-        const Lines before = emulator.process().lines();
-        const auto ends = static_cast<size_t>(std::count_if(before.begin(), before.end(), isEnd));
-        emulator.process().signal(SIGUSR2);
-        EXPECT_TRUE(emulator.process().waitFor(isEnd, ends + 1));
-        Lines state;
-        for (const std::string& line : emulator.process().lines()) {
-            if (line.rfind("client ", 0) == 0) state.clear();
-            if (line.rfind("client ", 0) == 0 || line.rfind("  filter ", 0) == 0) {
-                state.push_back(plainText(line));
-            }
-        }
-        return state;
-    }
-    // Waits until that is as it should be.
-    static void expectState(const EmulatorProcess& emulator, const Lines& expected) {
-        const auto end = std::chrono::steady_clock::now() + ChildProcess::kLimit;
-        Lines state = stateOf(emulator);
-        while (state != expected && std::chrono::steady_clock::now() < end) {
-            std::this_thread::yield();
-            state = stateOf(emulator);
-        }
-        EXPECT_EQ(state, expected);
+    // What the service keeps for its client, but for the ids of filters.
+    static nlohmann::json state() {
+        const Outcome dump = runSdfctl("dump --json");
+        EXPECT_EQ(dump.status, 0);
+        nlohmann::json feature =
+            nlohmann::json::parse(dump.lines.at(0))["clients"][0]["features"][0];
+        for (nlohmann::json& filter : feature["filters"]) filter.erase("filter_id");
+        return feature;
     }
 
     // The requests that an emulator with --print has printed, up to one that has this text, which
@@ -130,21 +113,41 @@ TEST_F(KeepTest, KeepsTheFileThroughTheDeathOfTheService) {
     })");
     EmulatorProcess emulator;
     ChildProcess child(keep());
-    const Lines state{
-        "client pid= N type=5 filters=2 filter_status=on reports=86400000ms gaming=on "
-        "prioritize_dds=on dds_ood=SDF_OOD_DISABLED dds_pdcp_timer=7 prioritized=SLOT_ID_FIRST "
-        "levels=SLOT_ID_FIRST:L1,L3 levels=SLOT_ID_SECOND:L4,L5",
-        "  filter N FILTER_ACTIVE 192.0.2.1#5000 > 198.51.100.7#443 PROTOCOL_UDP L2 L3 "
-        "SDF_OOD_ENABLED APP_TYPE_TRAFFIC_PRIO_HIGHEST pdcp_timer=50 target_dscp=46",
-        "  filter N FILTER_ACTIVE 2001:db8::1#0 > 2001:db8::2#5060 PROTOCOL_NONE L1 L1 "
-        "SDF_OOD_UNSPECIFIED APP_TYPE_UNSPECIFIED pdcp_timer=0 target_dscp=0"};
+    const auto kept = nlohmann::json::parse(R"({
+        "type": 5, "filter_status": true, "auto_filter_info": false, "report_value": 86400000,
+        "report_interval_ms": 86400000, "high_perf_gaming": true, "auto_filter_id": 2147483649,
+        "prioritize_dds": true, "dds_ood": "SDF_OOD_DISABLED", "dds_pdcp_timer": 7,
+        "prioritized_slots": ["SLOT_ID_FIRST"],
+        "levels": [
+            {"slot_id": "SLOT_ID_FIRST", "first_level": "L1", "second_level": "L3",
+             "level_flag": false},
+            {"slot_id": "SLOT_ID_SECOND", "first_level": "L4", "second_level": "L5",
+             "level_flag": true}
+        ],
+        "filters": [
+            {"status": "FILTER_ACTIVE", "src_ip": "192.0.2.1", "dest_ip": "198.51.100.7",
+             "src_port": 5000, "dest_port": 443, "protocol": "PROTOCOL_UDP", "filter_arg6": 0,
+             "first_level": "L2", "second_level": "L3", "pdcp_timer": 50,
+             "ood": "SDF_OOD_ENABLED", "filter_arg11": 0,
+             "app_type": "APP_TYPE_TRAFFIC_PRIO_HIGHEST", "filter_arg13": 0,
+             "src_port_range": 10, "dest_port_range": 1, "filter_arg16": 0, "filter_arg17": 0,
+             "filter_arg18": null, "filter_arg19": 0, "filter_arg20": 0, "target_dscp": 46},
+            {"status": "FILTER_ACTIVE", "src_ip": "2001:db8::1", "dest_ip": "2001:db8::2",
+             "src_port": 0, "dest_port": 5060, "protocol": "PROTOCOL_NONE", "filter_arg6": 0,
+             "first_level": "L1", "second_level": "L1", "pdcp_timer": 0,
+             "ood": "SDF_OOD_UNSPECIFIED", "filter_arg11": 0,
+             "app_type": "APP_TYPE_UNSPECIFIED", "filter_arg13": 0, "src_port_range": 0,
+             "dest_port_range": 0, "filter_arg16": 0, "filter_arg17": 0, "filter_arg18": 9,
+             "filter_arg19": 0, "filter_arg20": 0, "target_dscp": null}
+        ]
+    })");
     ASSERT_TRUE(child.waitForLine(kUp));
-    expectState(emulator, state);
+    EXPECT_EQ(state(), kept);
     emulator.kill();
     ASSERT_TRUE(child.waitForLine(kDown));
     emulator.restart();
     ASSERT_TRUE(child.waitForLine(kUp, 2));
-    expectState(emulator, state);
+    EXPECT_EQ(state(), kept);
     child.signal(SIGINT);
     EXPECT_EQ(child.wait(), 128 + SIGINT);
     EXPECT_EQ(child.errorLines(), Lines{});
