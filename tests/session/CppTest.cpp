@@ -200,6 +200,12 @@ class CppTest : public testing::Test {
     std::unique_ptr<Session> mSession;
 };
 
+TEST_F(CppTest, SessionNeedsNoCallback) {
+    Session session({});
+    EXPECT_EQ(session.state(), SDF_SESSION_CONNECTING);
+    EXPECT_TRUE(session.close(std::chrono::seconds(60)));
+}
+
 TEST_F(CppTest, LifeOfASession) {
     serve();
     connect();
