@@ -74,6 +74,7 @@ void Wanted::close() {
 }
 
 void Wanted::wantEverything(size_t filters) {
+    mFilters = filters;
     for (size_t count = 0; count < filters; ++count) addFlow();
     for (unsigned int which = 0; which < 7; ++which) changeSetting(which);
 }
@@ -83,13 +84,15 @@ void Wanted::change() {
     const auto living = [](const Flow& flow) { return !flow.removed; };
     const auto flows = std::count_if(mFlows.begin(), mFlows.end(), living);
     const unsigned int what = pick(16);
-    if (what < 7) {
-        changeSetting(what);
-    } else if (what == 7 && flows < 40) {
+    if (static_cast<size_t>(flows) < mFilters) {
         addFlow();
-    } else if (what == 8 && flows > 20) {
+    } else if (what < 7) {
+        changeSetting(what);
+    } else if (what == 7 && static_cast<size_t>(flows) < 2 * mFilters) {
+        addFlow();
+    } else if (what == 8) {
         removeFlow();
-    } else if (what == 9 && flows > 20) {
+    } else if (what == 9) {
         // An equal one right behind it.
         removeFlow();
         addFlow();

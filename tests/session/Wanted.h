@@ -84,6 +84,7 @@ class Wanted {
     std::optional<SdfSessionState> mState;
     std::list<Flow> mFlows;  // also those that were removed
     uint16_t mPort = 1;
+    size_t mFilters = 0;  // at least so many are wanted, but for those that just went
     std::array<std::optional<Levels>, 3> mLevels;
     std::array<bool, 3> mDataPriority{};
     bool mGaming = false;
