@@ -79,16 +79,22 @@ void Wanted::wantEverything(size_t filters) {
     for (unsigned int which = 0; which < 7; ++which) changeSetting(which);
 }
 
+bool Wanted::trim() {
+    mChanged = true;
+    while (living() > mFilters) removeFlow();
+    while (living() < mFilters) addFlow();
+    return dispatchUntilUp() && dispatchUntilServed();
+}
+
 void Wanted::change() {
     mChanged = true;
-    const auto living = [](const Flow& flow) { return !flow.removed; };
-    const auto flows = std::count_if(mFlows.begin(), mFlows.end(), living);
+    const size_t flows = living();
     const unsigned int what = pick(16);
-    if (static_cast<size_t>(flows) < mFilters) {
+    if (flows < mFilters) {
         addFlow();
     } else if (what < 7) {
         changeSetting(what);
-    } else if (what == 7 && static_cast<size_t>(flows) < 2 * mFilters) {
+    } else if (what == 7 && flows < 2 * mFilters) {
         addFlow();
     } else if (what == 8) {
         removeFlow();
@@ -97,12 +103,18 @@ void Wanted::change() {
         removeFlow();
         addFlow();
     } else if (flows > 0) {
-        auto flow = std::find_if(mFlows.begin(), mFlows.end(), living);
+        const auto isLiving = [](const Flow& flow) { return !flow.removed; };
+        auto flow = std::find_if(mFlows.begin(), mFlows.end(), isLiving);
         for (unsigned int skip = pick(static_cast<unsigned int>(flows)); skip > 0; --skip) {
-            flow = std::find_if(std::next(flow), mFlows.end(), living);
+            flow = std::find_if(std::next(flow), mFlows.end(), isLiving);
         }
         changeFlow(*flow);
     }
+}
+
+size_t Wanted::living() const {
+    return static_cast<size_t>(std::count_if(mFlows.begin(), mFlows.end(),
+                                             [](const Flow& flow) { return !flow.removed; }));
 }
 
 unsigned int Wanted::pick(unsigned int limit) {

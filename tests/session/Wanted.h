@@ -27,6 +27,9 @@ class Wanted {
 
     // Wants so many filters and every setting.
     void wantEverything(size_t filters);
+    // Goes back to that number of filters, so that two moments can be compared. False when the
+    // service does not come to it.
+    bool trim();
     // Changes one wish, at random.
     void change();
     // A number below `limit`.
@@ -71,6 +74,7 @@ class Wanted {
     static void onReport(SdfSession*, unsigned int, uint64_t, uint64_t, void* wanted);
 
     void lied(const std::string& what);
+    size_t living() const;
     void addFlow();
     void changeFlow(Flow& flow);
     void removeFlow();
