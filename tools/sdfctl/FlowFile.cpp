@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -97,7 +98,8 @@ class Document {
 
     // That of the character read last: of a number that is the one behind it.
     int line() {
-        const std::streamoff read = mStream.rdbuf()->pubseekoff(0, std::ios::cur, std::ios::in);
+        const auto read = static_cast<std::ptrdiff_t>(
+            mStream.rdbuf()->pubseekoff(0, std::ios::cur, std::ios::in));
         const auto begin = mText.begin() + mCounted;
         mCounted = std::max(read - 1, mCounted);
         mLine += static_cast<int>(std::count(begin, mText.begin() + mCounted, '\n'));
@@ -116,7 +118,7 @@ class Document {
     // While the text is read:
     std::vector<Open> mOpen;
     std::string mNext;
-    std::streamoff mCounted = 0;
+    std::ptrdiff_t mCounted = 0;
     int mLine = 1;
 };
 
