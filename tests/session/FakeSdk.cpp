@@ -141,6 +141,7 @@ void FakeSdk::hold(bool on) {
 long long FakeSdk::create(SdfStatusV2Cb cb) {
     std::unique_lock<std::mutex> guard(mLock);
     mCalls.push_back("Create");
+    pthread_sigmask(SIG_BLOCK, nullptr, &mBlocked);
     mChanged.wait(guard, [this] { return !mHeld; });
     mClients.push_back(cb);
     mClient = true;

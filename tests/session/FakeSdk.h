@@ -4,6 +4,7 @@
 #include <lum_sdf_sdk.h>
 
 #include <condition_variable>
+#include <csignal>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -49,6 +50,9 @@ class FakeSdk {
     // createSdfClient() and destroySdfClient() wait until they are let go.
     void hold(bool on);
 
+    // The signals that are blocked on the thread that makes clients.
+    sigset_t blocked() const { return mBlocked; }
+
     // For the functions themselves.
     long long create(SdfStatusV2Cb cb);
     long long destroy();
@@ -81,6 +85,7 @@ class FakeSdk {
     bool mClient = false;
     bool mUp = false;
     bool mHeld = false;
+    sigset_t mBlocked{};
     unsigned int mLastId = 0;
     std::map<unsigned int, SdfFilterStatusCb> mAdds;
     std::map<unsigned int, SdfEffectiveLevelsCb> mLevels;
