@@ -192,9 +192,10 @@ void Wanted::onState(SdfSession*, SdfSessionState state, int /*reason*/, void* w
     if (state == SDF_SESSION_CONNECTING) self.mChanged = false;
     if (state != SDF_SESSION_UP) return;
     ++self.mUps;
-    // Nothing is missing when the application is notified.
-    if (!self.mChanged && serviceState() != self.expected()) {
-        self.lied("up with " + serviceState().dump() + " and not " + self.expected().dump());
+    // Nothing is missing when the application is notified. The service may have died since.
+    const json served = serviceState();
+    if (!self.mChanged && !served.is_null() && served != self.expected()) {
+        self.lied("up with " + served.dump() + " and not " + self.expected().dump());
     }
 }
 
