@@ -115,7 +115,7 @@ TEST(HealingTest, ServiceThatIsKilledAgainAndAgain) {
             wanted.change();
         }
         emulator.restart();
-        ASSERT_EQ(wanted.lie(), "") << round;
+        ASSERT_EQ(wanted.violation(), "") << round;
         if (round % 1000 == 999) printf("%u rounds\n", round + 1);
     }
     ASSERT_TRUE(wanted.dispatchUntilUp());
@@ -128,7 +128,7 @@ TEST(HealingTest, ServiceThatIsKilledAgainAndAgain) {
            early.descriptors, late.descriptors, early.threads, late.threads, early.heap, late.heap,
            wanted.ups());
     wanted.close();
-    EXPECT_EQ(wanted.lie(), "");
+    EXPECT_EQ(wanted.violation(), "");
 }
 
 TEST(HealingTest, ServicesThatMisbehave) {
@@ -157,7 +157,7 @@ TEST(HealingTest, ServicesThatMisbehave) {
         }
         ASSERT_TRUE(wanted.dispatchUntilServed()) << serviceState() << "\n" << wanted.expected();
         wanted.close();
-        ASSERT_EQ(wanted.lie(), "");
+        ASSERT_EQ(wanted.violation(), "");
     }
 }
 

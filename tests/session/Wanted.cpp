@@ -64,13 +64,14 @@ Wanted::~Wanted() {
 }
 
 void Wanted::open(unsigned int firstPause, unsigned int longestPause, unsigned int deadline) {
-    if (sdfSessionOpen(onState, this, &mSession) != 0) lied("open failed");
+    if (sdfSessionOpen(onState, this, &mSession) != 0) violated("open failed");
     sdfSessionSetPauses(mSession, firstPause, longestPause);
     sdfSessionSetAnswerDeadline(mSession, deadline);
 }
 
 void Wanted::close() {
-    if (sdfSessionClose(std::exchange(mSession, nullptr), 60000) != 0) lied("close took too long");
+    if (sdfSessionClose(std::exchange(mSession, nullptr), 60000) != 0)
+        violated("close took too long");
 }
 
 void Wanted::wantEverything(size_t filters) {
@@ -186,7 +187,7 @@ json Wanted::expected() const {
 void Wanted::onState(SdfSession*, SdfSessionState state, int /*reason*/, void* wanted) {
     auto& self = *static_cast<Wanted*>(wanted);
     if (self.mSession == nullptr || !mayFollow(self.mState, state)) {
-        self.lied(std::string("session ") + sdfSessionStateText(state));
+        self.violated(std::string("session ") + sdfSessionStateText(state));
     }
     self.mState = state;
     if (state == SDF_SESSION_CONNECTING) self.mChanged = false;
@@ -195,7 +196,7 @@ void Wanted::onState(SdfSession*, SdfSessionState state, int /*reason*/, void* w
     // Nothing is missing when the application is notified. The service may have died since.
     const json served = serviceState();
     if (!self.mChanged && !served.is_null() && served != self.expected()) {
-        self.lied("up with " + served.dump() + " and not " + self.expected().dump());
+        self.violated("up with " + served.dump() + " and not " + self.expected().dump());
     }
 }
 
@@ -204,9 +205,10 @@ void Wanted::onFilter(SdfFilter* filter, SdfFilterState state, SdfFilterStatus w
     const bool removal = state == SDF_FILTER_STATE_REMOVED;
     if (flow.ended || filter != flow.filter || removal != flow.removed ||
         !mayFollow(flow.state, state)) {
-        flow.wanted->lied("filter " + std::to_string(flow.port) + " " + sdfFilterStateText(state) +
-                          " (" + sdfFilterStatusText(why) + ") after " +
-                          (flow.state ? sdfFilterStateText(*flow.state) : "nothing"));
+        flow.wanted->violated("filter " + std::to_string(flow.port) + " " +
+                              sdfFilterStateText(state) + " (" + sdfFilterStatusText(why) +
+                              ") after " +
+                              (flow.state ? sdfFilterStateText(*flow.state) : "nothing"));
     }
     flow.state = state;
     flow.ended = removal;
@@ -218,16 +220,16 @@ void Wanted::onFilter(SdfFilter* filter, SdfFilterState state, SdfFilterStatus w
 
 void Wanted::onLevels(SdfSession*, SdfSlotID, int, SdfLatencyLvl, SdfLatencyLvl, void* wanted) {
     auto& self = *static_cast<Wanted*>(wanted);
-    if (self.mSession == nullptr) self.lied("levels after close");
+    if (self.mSession == nullptr) self.violated("levels after close");
 }
 
 void Wanted::onReport(SdfSession*, unsigned int, uint64_t, uint64_t, void* wanted) {
     auto& self = *static_cast<Wanted*>(wanted);
-    if (self.mSession == nullptr) self.lied("report after close");
+    if (self.mSession == nullptr) self.violated("report after close");
 }
 
-void Wanted::lied(const std::string& what) {
-    if (mLie.empty()) mLie = what;
+void Wanted::violated(const std::string& what) {
+    if (mViolation.empty()) mViolation = what;
 }
 
 void Wanted::addFlow() {
@@ -242,7 +244,7 @@ void Wanted::addFlow() {
         flow.extra
             ? sdfFilterAddV2(mSession, &flow.info, *flow.extra, onFilter, &flow, &flow.filter)
             : sdfFilterAdd(mSession, &flow.info, onFilter, &flow, &flow.filter);
-    if (result != 0) lied("add failed");
+    if (result != 0) violated("add failed");
     if (pick(2) == 0) changeFlow(flow);
 }
 
@@ -267,7 +269,7 @@ void Wanted::changeFlow(Flow& flow) {
             result = sdfFilterSetDscp(flow.filter, *flow.dscp);
             break;
     }
-    if (result != 0) lied("change failed");
+    if (result != 0) violated("change failed");
 }
 
 void Wanted::removeFlow() {
@@ -319,5 +321,5 @@ void Wanted::changeSetting(unsigned int which) {
                                                on ? onReport : nullptr, this);
             break;
     }
-    if (result != 0) lied("setting failed");
+    if (result != 0) violated("setting failed");
 }

@@ -48,7 +48,7 @@ class Wanted {
     SdfSession* session() { return mSession; }
     size_t ups() const { return mUps; }
     // The first report that could not be true; empty if there is none.
-    const std::string& lie() const { return mLie; }
+    const std::string& violation() const { return mViolation; }
 
   private:
     struct Flow {
@@ -73,7 +73,7 @@ class Wanted {
     static void onLevels(SdfSession*, SdfSlotID, int, SdfLatencyLvl, SdfLatencyLvl, void* wanted);
     static void onReport(SdfSession*, unsigned int, uint64_t, uint64_t, void* wanted);
 
-    void lied(const std::string& what);
+    void violated(const std::string& what);
     size_t living() const;
     void addFlow();
     void changeFlow(Flow& flow);
@@ -98,5 +98,5 @@ class Wanted {
     std::optional<unsigned int> mReports;
     size_t mUps = 0;
     bool mChanged = false;  // since the session began to connect
-    std::string mLie;
+    std::string mViolation;
 };
