@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 using nlohmann::json;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "tests/session/FlowTo.h"

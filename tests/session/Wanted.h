@@ -6,7 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <list>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <random>
 #include <string>

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 

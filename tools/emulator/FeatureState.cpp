@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/emulator/FeatureState.h"
 
+#include <nlohmann/json.hpp>
 #include <utility>
 
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <set>
 #include <string>

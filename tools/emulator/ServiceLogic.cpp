@@ -7,6 +7,7 @@
 #include <chrono>
 #include <fstream>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "tools/emulator/RuleWords.h"

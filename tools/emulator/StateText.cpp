@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/emulator/StateText.h"
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 namespace {
