@@ -206,6 +206,8 @@ def prepare(programs):
     """Configures and builds; returns the tests, of which each passes without a mutation."""
     subprocess.run(
         ["cmake", "-S", TREE, "-B", BUILD, *OPTIONS], check=True, stdout=subprocess.DEVNULL)
+    # Programs of earlier runs, which may no longer start, would be asked for their tests.
+    shutil.rmtree(BUILD / "bin", ignore_errors=True)
     errors = build(programs)
     if errors is not None:
         sys.exit("mutate: the tree does not build\n" + errors)
