@@ -525,8 +525,9 @@ TEST_F(LifeTest, AtRestNothingWakesTheLoop) {
     openUp();
     ASSERT_EQ(sdfSessionSetAnswerDeadline(mSession, 20), 0);
     add("one", 1);
+    EXPECT_EQ(reported(), (Lines{"one requested"}));
     mSdk.answer(1);
-    EXPECT_EQ(reported(2).size(), 2U);
+    EXPECT_EQ(reported(), (Lines{"one active"}));
     pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
     EXPECT_EQ(poll(&waited, 1, 200), 0);
 }
