@@ -431,7 +431,7 @@ TEST_F(DescriptorLink, WithACallThatHasNoneEndTheConnection) {
 TEST_F(DescriptorLink, WithAReleaseEndTheConnection) {
     // The link has sent an object of this process, which the peer lets go of.
     AParcel in;
-    int ended = 0;
+    static int ended = 0;  // counted when a pool thread lets it go, maybe after the test
     ASSERT_EQ(in.writeBinder(makeCounted(&ended).get()), STATUS_OK);
     std::unique_ptr<AParcel> out;
     ASSERT_EQ(mConnection.link->transact(0, 1, in, FLAG_ONEWAY, &out), STATUS_OK);
