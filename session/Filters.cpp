@@ -105,28 +105,23 @@ void Filters::onAdded(const AddedEvent& event) {
     --mAwaited;
     mAnswerDue.clear();
     if (mAwaited > 0) mAnswerDue.set(mLink.answerDue());
-    const bool wanted = filter->state != SDF_FILTER_STATE_REMOVED;
-    if (wanted) setState(*filter, stateOf(event.status), event.status);
-    if (isAlive(event.status)) {
-        if (!wanted) settle(*filter);
-        return;
-    }
-    if (!wanted) --mUnwanted;
-    forgetId(*filter);
-    if (!wanted) freeIfDone(*filter);
-    sendWaiting();
+    follow(*filter, event.status);
+    if (isAlive(event.status) && filter->state == SDF_FILTER_STATE_REMOVED) settle(*filter);
 }
 
 void Filters::onState(const FilterEvent& event) {
     SdfFilter* const filter = find(event.id);
     // What comes before the answer is not for this filter's life: that begins with the answer.
-    if (filter == nullptr || !filter->answered) return;
-    const bool wanted = filter->state != SDF_FILTER_STATE_REMOVED;
-    if (wanted) setState(*filter, stateOf(event.status), event.status);
-    if (isAlive(event.status)) return;
+    if (filter != nullptr && filter->answered) follow(*filter, event.status);
+}
+
+void Filters::follow(SdfFilter& filter, SdfFilterStatus status) {
+    const bool wanted = filter.state != SDF_FILTER_STATE_REMOVED;
+    if (wanted) setState(filter, stateOf(status), status);
+    if (isAlive(status)) return;
     if (!wanted) --mUnwanted;
-    forgetId(*filter);
-    if (!wanted) freeIfDone(*filter);
+    forgetId(filter);
+    freeIfDone(filter);
     sendWaiting();
 }
 

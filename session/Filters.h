@@ -93,6 +93,8 @@ class Filters {
   private:
     // The filter whose add has this id; null if there is none.
     SdfFilter* find(unsigned int id) const;
+    // The service has reported this of a filter that it has answered; it may be freed then.
+    void follow(SdfFilter& filter, SdfFilterStatus status);
     void setState(SdfFilter& filter, SdfFilterState state, SdfFilterStatus why);
     void makeDue(SdfFilter& filter);
     void want(SdfFilter& filter);
