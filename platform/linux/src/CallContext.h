@@ -10,9 +10,9 @@
 struct CallContext {
     uid_t uid;  // of the calling process, from the kernel
     pid_t pid;  // the same; 0 for a one-way call, whose caller may be gone
-    // The blocking calls that led here, outermost first, as the link names them. Only the link
-    // looks at them: a call made from here may be carried out by a thread that waits in one of
-    // them.
+    // The blocking calls that led here, outermost first, as the link names them; null if the link
+    // itself knows. Only the link looks at them: a call made from here may be carried out by a
+    // thread that waits in one of them.
     const std::vector<uint64_t>* chain;
 };
 

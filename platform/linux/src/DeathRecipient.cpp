@@ -28,6 +28,7 @@ void forgetBinder(AIBinder_DeathRecipient& recipient, RemoteBinder* binder)
 binder_status_t linkToDeath(RemoteBinder& binder, AIBinder_DeathRecipient& recipient,
                             void* cookie) {
     const MutexLock lock(gDeathLock);
+    if (binder.deathAnnounced) return STATUS_DEAD_OBJECT;
     // First whatever may find no memory, so that nothing is left half linked.
     binder.deathLinks.reserve(binder.deathLinks.size() + 1);
     recipient.binders.reserve(recipient.binders.size() + 1);
@@ -118,6 +119,10 @@ void reportUnlinked(const DeathLink& link) noexcept {
 void DeathNotification::run() {
     RemoteBinder& proxy = *mProxy->asRemote();
     proxy.setDead();
+    {
+        const MutexLock lock(gDeathLock);
+        proxy.deathAnnounced = true;
+    }
     DeathLink link;
     while (takeFirstLink(proxy, &link)) {
         callOut("onBinderDied", [&] { link.onDied(link.cookie); });

@@ -54,7 +54,8 @@ class Link {
     virtual void unwatchDeath(uint32_t handle) noexcept = 0;
 };
 
-// The names under which processes find each other's first objects.
+// What a process has of a link before it knows any object: the names under which processes find
+// each other's first objects, and the threads on which it is called.
 class ServiceRegistry {
   public:
     ServiceRegistry() = default;
@@ -62,7 +63,8 @@ class ServiceRegistry {
     ServiceRegistry(const ServiceRegistry&) = delete;
     ServiceRegistry& operator=(const ServiceRegistry&) = delete;
 
-    // The one of this process, never destroyed.
+    // The one of this process, never destroyed: over the kernel's driver if the environment names
+    // its device (BinderDevice.h), otherwise over sockets.
     static ServiceRegistry& instance();
 
     // As AServiceManager_addService. name: one that isServiceName() accepts, here and below. May
@@ -72,4 +74,10 @@ class ServiceRegistry {
     // The object registered under the name: the local one itself in its own process, elsewhere a
     // proxy; null when nobody serves it. Does not wait. May throw std::bad_alloc.
     virtual BinderRef find(const std::string& name) = 0;
+
+    // The same, but waits until somebody serves it where a name can be waited for.
+    virtual BinderRef waitFor(const std::string& name) = 0;
+
+    // As ABinderProcess_startThreadPool.
+    virtual void startThreadPool() = 0;
 };

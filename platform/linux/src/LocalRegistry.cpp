@@ -18,11 +18,8 @@
 #include "platform/linux/src/LocalBinder.h"
 #include "platform/linux/src/UniqueFd.h"
 #include "utils/Log.h"
-#include "utils/NoDestroy.h"
 
 namespace {
-
-NoDestroy<LocalRegistry> gRegistry;
 
 // The name of a socket is three hexadecimal numbers: of the process, of the object in the process,
 // and of the socket in the process. No other socket ever has it. The longest directory leaves it 42
@@ -100,10 +97,6 @@ struct Retired {
 };
 
 }  // namespace
-
-ServiceRegistry& ServiceRegistry::instance() {
-    return gRegistry.value;
-}
 
 binder_exception_t LocalRegistry::add(LocalBinder& object, const std::string& name) {
     const SocketDirectory directory;

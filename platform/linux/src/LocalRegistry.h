@@ -9,6 +9,7 @@
 #include "platform/linux/src/LocalLink.h"
 #include "platform/linux/src/ServiceListener.h"
 #include "platform/linux/src/SocketDirectory.h"
+#include "platform/linux/src/ThreadPool.h"
 #include "utils/Mutex.h"
 
 // Service names as links of a directory (SocketDirectory.h). Each add() makes a socket of its own,
@@ -26,6 +27,10 @@ class LocalRegistry final : public ServiceRegistry {
     // Keeps the connection to each object, and uses it again for as long as it lives, under
     // whatever name the object is found.
     BinderRef find(const std::string& name) override;
+    // Does not wait.
+    BinderRef waitFor(const std::string& name) override { return find(name); }
+
+    void startThreadPool() override { ThreadPool::instance().start(); }
 
   private:
     // What this process serves under a name, or did until another process took it.

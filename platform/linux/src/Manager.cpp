@@ -30,18 +30,27 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
         EX_TRANSACTION_FAILED);
 }
 
-AIBinder* AServiceManager_checkService(const char* instance) {
+namespace {
+
+// how: the registry's function for it.
+AIBinder* lookUp(const char* instance, BinderRef (ServiceRegistry::*how)(const std::string&)) {
     if (instance == nullptr) return nullptr;
     return withoutThrowing(
         [&]() -> AIBinder* {
             const std::string name = instance;
             if (!isServiceName(name)) return nullptr;
             LateCommand::runQueued();
-            return ServiceRegistry::instance().find(name).release();
+            return (ServiceRegistry::instance().*how)(name).release();
         },
         nullptr);
 }
 
+}  // namespace
+
+AIBinder* AServiceManager_checkService(const char* instance) {
+    return lookUp(instance, &ServiceRegistry::find);
+}
+
 AIBinder* AServiceManager_waitForService(const char* instance) {
-    return AServiceManager_checkService(instance);
+    return lookUp(instance, &ServiceRegistry::waitFor);
 }

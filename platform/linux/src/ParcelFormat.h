@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <linux/android/binder.h>
-
 #include <cstddef>
 #include <cstdint>
+
+#include "platform/linux/src/BinderDevice.h"
 
 // What the writing and the reading of parcels have in common.
 
@@ -20,7 +20,7 @@ constexpr uint64_t aligned(uint64_t size) {
 struct CallHeader {
     uint32_t strictMode = 0x80000000;
     int32_t workSource = -1;
-    uint32_t partition = B_PACK_CHARS('V', 'N', 'D', 'R');
+    uint32_t partition = binderPartition();
 };
 
 // Of a null reference, whose entry says nothing else either.

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <android/binder_process.h>
 
-#include "platform/linux/src/ThreadPool.h"
+#include "platform/linux/src/Link.h"
 #include "platform/linux/src/Threads.h"
 
 void ABinderProcess_startThreadPool() {
-    ThreadPool::instance().start();
+    ServiceRegistry::instance().startThreadPool();
     nameBinderThread();
 }

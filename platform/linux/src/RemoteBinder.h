@@ -39,6 +39,8 @@ class RemoteBinder final : public AIBinder {
     // proxy has not registered.
     std::vector<DeathLink> deathLinks LUM_GUARDED_BY(gDeathLock);
     std::unique_ptr<LateCommand> lateUnwatch LUM_GUARDED_BY(gDeathLock);
+    // Its death has been announced: nobody would hear of it any more.
+    bool deathAnnounced LUM_GUARDED_BY(gDeathLock) = false;
 
   private:
     ~RemoteBinder() override = default;

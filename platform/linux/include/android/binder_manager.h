@@ -20,7 +20,8 @@ extern "C" {
 // Returns EX_NONE, or why it could not be done, which is logged too: EX_ILLEGAL_ARGUMENT for
 // arguments that are not as said, or a directory whose path is too long for a socket's; EX_SECURITY
 // if the socket directory is not this user's alone; EX_ILLEGAL_STATE if the system lacks what it
-// takes; EX_TRANSACTION_FAILED when there is no memory.
+// takes; EX_TRANSACTION_FAILED when there is no memory. Over the kernel's driver also what the
+// service manager refuses with, and EX_TRANSACTION_FAILED when there is none.
 binder_exception_t AServiceManager_addService(AIBinder* binder, const char* instance);
 
 // Returns the object of that name with one strong reference, owned by the caller; null if nobody
@@ -29,8 +30,9 @@ binder_exception_t AServiceManager_addService(AIBinder* binder, const char* inst
 AIBinder* AServiceManager_checkService(const char* instance);
 
 // Returns the object of that name with one strong reference, owned by the caller. A device waits,
-// without limit, until somebody serves the name. Here the call does not wait: it returns null at
-// once when nobody serves it. instance: not null.
+// without limit, until somebody serves the name, and so does this over the kernel's driver, unless
+// the service manager refuses or is missing. Over sockets the call does not wait: it returns null
+// at once when nobody serves the name. instance: not null.
 AIBinder* AServiceManager_waitForService(const char* instance);
 
 #pragma GCC visibility pop

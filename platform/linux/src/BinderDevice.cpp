@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/src/BinderDevice.h"
+
+#include <linux/android/binder.h>
+
+#include <cstdlib>
+
+const std::string& binderDevice() {
+    static const auto* const sDevice = [] {
+        const char* const device = getenv("LUM_BINDER");
+        return new std::string(device == nullptr ? "" : device);
+    }();
+    return *sDevice;
+}
+
+uint32_t binderPartition() {
+    constexpr uint32_t kVendor = B_PACK_CHARS('V', 'N', 'D', 'R');
+    constexpr uint32_t kSystem = B_PACK_CHARS('S', 'Y', 'S', 'T');
+    static const uint32_t sPartition = [] {
+        const std::string& device = binderDevice();
+        const std::string name = device.substr(device.rfind('/') + 1);
+        return name.empty() || name == "vndbinder" ? kVendor : kSystem;
+    }();
+    return sPartition;
+}

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/linux/src/KernelDriver.h"
+#include "platform/linux/src/KernelObjects.h"
+#include "platform/linux/src/Link.h"
+
+// The link over the kernel's binder driver, one for all processes. The driver keeps the order of
+// calls, hands a call that is nested in another to the thread that waits in it, and asks for
+// threads when all are busy. What a call has stays in the driver's buffer while it is carried out,
+// and counts there.
+class KernelLink final : public Link, public std::enable_shared_from_this<KernelLink> {
+  public:
+    explicit KernelLink(const std::string& device) : mDriver(device) {}
+
+    // Whether there is a driver.
+    bool isOpen() const { return mDriver.isOpen(); }
+
+    // Makes the first of the threads that carry out calls. Later calls do nothing.
+    void startThreadPool();
+    // Makes a local object the one that every process reaches as handle 0, and keeps it. Returns 0
+    // or an error number.
+    int setContextManager(AIBinder& object);
+
+    binder_status_t transact(uint32_t handle, transaction_code_t code, const AParcel& in,
+                             binder_flags_t flags, std::unique_ptr<AParcel>* out) override;
+    void releaseProxy(RemoteBinder& proxy) noexcept override { mObjects.release(proxy); }
+    // Only a call or the announcement of a death can tell, and both mark the proxy.
+    bool isAlive() override { return true; }
+    binder_status_t watchDeath(uint32_t handle, std::unique_ptr<LateCommand>* late) override;
+    void unwatchDeath(uint32_t handle) noexcept override { mObjects.unregister(handle); }
+
+  private:
+    static void* firstThreadMain(void* link);
+    static void* threadMain(void* link);
+    void addThread(void* (*body)(void*));
+    void serve(uint32_t enter);
+
+    // Has a transaction sent, and waits for its answer. reply: set to the reply; null if there is
+    // none to come, and only its acceptance is waited for.
+    binder_status_t send(KernelCommands commands, std::unique_ptr<AParcel>* reply) noexcept;
+    binder_status_t takeReply(const binder_transaction_data& data,
+                              std::unique_ptr<AParcel>* reply) noexcept;
+    // Carries out what the driver has for this thread besides the answer it may be waiting for.
+    void handle(const KernelReturns& returned) noexcept;
+    void carryOut(const binder_transaction_data& call) noexcept;
+    void answer(KernelCommands* commands, binder_status_t status, const AParcel& out) noexcept;
+
+    KernelDriver mDriver;
+    KernelObjects mObjects{mDriver};
+    std::atomic<bool> mStarted{false};
+    // The driver has asked for a thread that could not be made; it asks for one at a time.
+    std::atomic<bool> mThreadOwed{false};
+};
