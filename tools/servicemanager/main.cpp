@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+// lum_servicemanager: keeps the names of services for processes that reach each other over the
+// kernel's binder driver, on machines without Android's.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/linux/src/BinderDevice.h"
+#include "platform/linux/src/KernelRegistry.h"
+#include "tools/servicemanager/ServiceManager.h"
+
+namespace {
+
+constexpr char kHelp[] =
+    R"(usage: lum_servicemanager
+
+Keeps the names of services for processes that reach each other over the kernel's
+binder driver, until it is killed. Prints "ready" when it does.
+
+environment:
+  LUM_BINDER    the driver's device, for example /dev/vndbinder
+
+A process that dies loses its names. Nobody may give a name that another user has
+to an object. Where Android runs, its own service manager does this.
+)";
+
+int fail(const char* what) {
+    fprintf(stderr, "lum_servicemanager: %s\n", what);
+    return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
+        fputs(kHelp, stdout);
+        return 0;
+    }
+    if (argc != 1) {
+        fputs(kHelp, stderr);
+        return 2;
+    }
+    if (binderDevice().empty()) {
+        return fail("set LUM_BINDER to the driver's device, for example /dev/vndbinder");
+    }
+    KernelRegistry registry(binderDevice());
+    KernelLink& link = *registry.link();
+    if (!link.isOpen()) return fail("cannot use the driver's device; the log says why");
+    const auto& manager = *new ServiceManager();
+    const int error = link.setContextManager(*manager.object().get());
+    if (error == EBUSY) return fail("another process is the service manager of this device");
+    if (error != 0) {
+        fprintf(stderr, "lum_servicemanager: the driver refuses (%s)\n", strerror(error));
+        return 1;
+    }
+    link.startThreadPool();
+    puts("ready");
+    fflush(stdout);
+    for (;;) pause();
+}
