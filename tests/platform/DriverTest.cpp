@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the link over the kernel's driver does and sockets do not. Runs where there is a driver, in
+// the virtual machines.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "tests/platform/DeathEvents.h"
+#include "tests/platform/PeerTest.h"
+#include "tests/support/Driver.h"
+#include "tests/support/LogCapture.h"
+#include "tools/emulator/ProcessStats.h"
+
+namespace {
+
+constexpr char kLate[] = "lum.test.late";
+
+using Counts = std::map<std::string, int>;
+
+// What the driver counts for a process.
+Counts countsOf(pid_t pid) {
+    std::ifstream stats("/sys/kernel/debug/binder/stats");
+    Counts counts;
+    bool wanted = false;
+    for (std::string line; std::getline(stats, line);) {
+        std::istringstream words(line);
+        std::string name;
+        int number = 0;
+        words >> name >> number;
+        if (name == "proc") {
+            wanted = number == pid;
+        } else if (wanted) {
+            counts.emplace(name, number);
+        }
+    }
+    return counts;
+}
+
+int threadsOf(pid_t pid) {
+    return countsOf(pid)["threads:"];
+}
+
+// Its own objects that others know, those of others that it knows, and the calls that it has.
+Counts holdingsOf(pid_t pid) {
+    Counts counts = countsOf(pid);
+    return {
+        {"nodes", counts["nodes:"]}, {"refs", counts["refs:"]}, {"buffers", counts["buffers:"]}};
+}
+
+void expectSettlesAt(pid_t pid, const Counts& holdings) {
+    eventually([&] { return holdingsOf(pid) == holdings; });
+    EXPECT_EQ(holdingsOf(pid), holdings);
+}
+
+class DriverTest : public PeerTest {
+  protected:
+    void SetUp() override {
+        if (!overDriver()) GTEST_SKIP() << "needs the kernel's driver: ./dev test --vm";
+    }
+
+    // Runs in a child of this process, and returns what it exits with.
+    static int inChild(const std::function<int()>& body) {
+        const pid_t child = fork();
+        if (child == 0) _exit(body());
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+};
+
+TEST_F(DriverTest, ServiceIsWaitedForWithAndWithoutPool) {
+    for (const bool withPool : {false, true}) {
+        if (withPool) ABinderProcess_startThreadPool();
+        const std::string name = kLate + std::to_string(withPool);
+        ndk::SpAIBinder found;
+        Threads waiting(1, [&](int) { found = find(name); });
+        const PeerProcess late(name);
+        waiting.join();
+        EXPECT_EQ(AIBinder_ping(found.get()), STATUS_OK);
+    }
+}
+
+TEST_F(DriverTest, NameOfAnotherUserIsRefused) {
+    const auto serveAsNobody = [] {
+        if (setuid(65534) != 0) return -1;
+        execl(LUM_PEER_PROGRAM, LUM_PEER_PROGRAM, kName, nullptr);
+        return -1;
+    };
+    EXPECT_EQ(inChild(serveAsNobody), 1);
+    EXPECT_EQ(find(kName), mService);
+}
+
+TEST_F(DriverTest, ChildHasNoPartInIt) {
+    ABinderProcess_startThreadPool();
+    EXPECT_EQ(inChild([this] {
+                  const LogCapture log;
+                  if (AIBinder_ping(mService.get()) != STATUS_DEAD_OBJECT) return 1;
+                  return AServiceManager_checkService(kName) == nullptr ? 0 : 2;
+              }),
+              0);
+    EXPECT_EQ(ask(kAdd, args(1, 2)), 3);
+}
+
+TEST_F(DriverTest, PoolGrowsToSixteenThreads) {
+    Threads held(20, [this](int) { EXPECT_EQ(call(kHold), STATUS_DEAD_OBJECT); });
+    // With the main one, which has added the service.
+    EXPECT_TRUE(eventually([this] { return threadsOf(mPeer.pid()) == 17; }));
+    mPeer.kill();
+    held.join();
+}
+
+TEST_F(DriverTest, ObjectsGoAndComeAndLeaveNothingWithTheDriver) {
+    ABinderProcess_startThreadPool();
+    const auto round = [this] {
+        const ndk::SpAIBinder mine =
+            makePeerObject([](transaction_code_t, const AParcel*, AParcel*) {
+                return binder_status_t{STATUS_OK};
+            });
+        EXPECT_EQ(call(kKeep, args(mine)), STATUS_OK);
+        EXPECT_EQ(askObject(kGetKept), mine);
+        const ndk::SpAIBinder theirs = askObject(kMakeObject);
+        const Recipient recipient = makeRecipient();
+        Events events;
+        Cookie cookie{&events, "theirs", nullptr};
+        EXPECT_EQ(AIBinder_linkToDeath(theirs.get(), recipient.get(), &cookie), STATUS_OK);
+        EXPECT_EQ(ask(kIsOwnObject, args(theirs)), 1);
+        EXPECT_EQ(AIBinder_unlinkToDeath(theirs.get(), recipient.get(), &cookie), STATUS_OK);
+        EXPECT_EQ(call(kKeep, args(ndk::SpAIBinder())), STATUS_OK);
+    };
+    for (int i = 0; i < 10; ++i) round();
+    const auto settled = [this](int rounds) {
+        return eventually([&] { return ask(kObjectsEnded) == rounds; });
+    };
+    ASSERT_TRUE(settled(10));
+    // The service. The service manager, handle 0, needs no reference.
+    const Counts here{{"nodes", 0}, {"refs", 1}, {"buffers", 0}};
+    const Counts there{{"nodes", 1}, {"refs", 0}, {"buffers", 0}};
+    expectSettlesAt(getpid(), here);
+    expectSettlesAt(mPeer.pid(), there);
+    const size_t descriptors = openDescriptors();
+    for (int i = 0; i < 1000; ++i) round();
+    ASSERT_TRUE(settled(1010));
+    expectSettlesAt(getpid(), here);
+    expectSettlesAt(mPeer.pid(), there);
+    EXPECT_EQ(openDescriptors(), descriptors);
+}
+
+TEST_F(DriverTest, KilledServicesLeaveNothingWithTheDriver) {
+    ABinderProcess_startThreadPool();
+    const Recipient recipient = makeRecipient();
+    const Counts before = holdingsOf(getpid());
+    for (int i = 0; i < 40; ++i) {
+        PeerProcess peer(kLate);
+        ndk::SpAIBinder service = find(kLate);
+        Events events;
+        Cookie cookie{&events, "service", nullptr};
+        ASSERT_EQ(AIBinder_linkToDeath(service.get(), recipient.get(), &cookie), STATUS_OK);
+        peer.kill();
+        ASSERT_TRUE(events.waitFor(2));
+        service = nullptr;
+    }
+    expectSettlesAt(getpid(), before);
+}
+
+TEST_F(DriverTest, ThreadsThatEndAreForgotten) {
+    ASSERT_EQ(ask(kAdd, args(1, 1)), 2);
+    const int before = threadsOf(getpid());
+    for (int i = 0; i < 50; ++i) {
+        Threads(1, [this](int) { EXPECT_EQ(ask(kAdd, args(1, 1)), 2); }).join();
+    }
+    EXPECT_EQ(threadsOf(getpid()), before);
+}
+
+}  // namespace
