@@ -25,11 +25,12 @@ KernelReturns& KernelReturns::ofThread() {
 }
 
 bool KernelReturns::next() {
-    if (mSize - mPosition < sizeof mCommand) return false;
+    if (mPosition >= mSize) return false;
     memcpy(&mCommand, mBytes.data() + mPosition, sizeof mCommand);
     mPosition += sizeof mCommand;
     mArgument = mBytes.data() + mPosition;
-    mPosition += _IOC_SIZE(mCommand);
+    // The driver leaves out what belongs to an error.
+    if (mCommand != BR_ERROR) mPosition += _IOC_SIZE(mCommand);
     return true;
 }
 

@@ -20,6 +20,10 @@ namespace {
 // Besides the first.
 constexpr uint32_t kMaxThreads = 15;
 
+// BR_TRANSACTION_PENDING_FROZEN, which kernels since 6.3 have: a one-way call was accepted, and
+// waits until its receiver is no longer frozen.
+constexpr uint32_t kPendingFrozen = _IO('r', 20);
+
 // Ends the registration that a proxy has left behind.
 class LateUnregistration final : public LateCommand {
   public:
@@ -39,6 +43,12 @@ void putStatus(const binder_status_t& status, binder_transaction_data* data) {
     data->flags |= TF_STATUS_CODE;
     data->data_size = sizeof status;
     data->data.ptr.buffer = reinterpret_cast<uintptr_t>(&status);
+}
+
+// Reads what was sent so. As anything else that a peer sends, it may be short, or have objects.
+binder_status_t readStatus(const AParcel& reply) {
+    binder_status_t status = STATUS_OK;
+    return reply.readValue(&status) == STATUS_OK ? knownStatus(status) : STATUS_UNKNOWN_ERROR;
 }
 
 }  // namespace
@@ -127,6 +137,7 @@ binder_status_t KernelLink::send(KernelCommands commands,
         switch (returned.command()) {
             case BR_TRANSACTION_COMPLETE:
             case BR_ONEWAY_SPAM_SUSPECT:
+            case kPendingFrozen:
                 if (reply == nullptr) return STATUS_OK;
                 break;
             case BR_REPLY: return takeReply(returned.argument<binder_transaction_data>(), reply);
@@ -140,13 +151,12 @@ binder_status_t KernelLink::send(KernelCommands commands,
 
 binder_status_t KernelLink::takeReply(const binder_transaction_data& data,
                                       std::unique_ptr<AParcel>* reply) noexcept {
-    binder_status_t status = STATUS_OK;
-    if ((data.flags & TF_STATUS_CODE) != 0) {
-        memcpy(&status, addressOf<const void>(data.data.ptr.buffer), sizeof status);
-        status = knownStatus(status);
-    } else if (!withoutThrowing([&] { *reply = mObjects.import(data, shared_from_this()); })) {
-        status = STATUS_NO_MEMORY;
-    }
+    const binder_status_t status = withoutThrowing(
+        [&]() -> binder_status_t {
+            *reply = mObjects.import(data, shared_from_this());
+            return (data.flags & TF_STATUS_CODE) == 0 ? STATUS_OK : readStatus(**reply);
+        },
+        STATUS_NO_MEMORY);
     mDriver.write(KernelCommands().add(BC_FREE_BUFFER, data.data.ptr.buffer));
     return status;
 }
@@ -166,8 +176,8 @@ void KernelLink::handle(const KernelReturns& returned) noexcept {
         }
         case BR_SPAWN_LOOPER: return addThread(&KernelLink::threadMain);
         case BR_ERROR:
-            LUM_LOGE("binder: the driver reports an error (%s)",
-                     strerror(-returned.argument<int32_t>()));
+            // Nothing else comes to this.
+            LUM_LOGE("binder: the driver has no memory to announce a death");
             return;
         default: return;  // nothing that asks for an answer
     }

@@ -1,0 +1,323 @@
+// SPDX-License-Identifier: Apache-2.0
+// The link over the kernel's driver, with what the driver says written by hand: what it seldom
+// says, and what peers send that makes no sense. It must be given back whatever comes of it.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/src/KernelLink.h"
+#include "platform/linux/src/LateCommand.h"
+#include "platform/linux/src/LocalBinder.h"
+#include "platform/linux/src/Parcel.h"
+#include "tests/platform/CountedObject.h"
+#include "tests/platform/ScriptedDriver.h"
+#include "tests/support/AllocationLimit.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+constexpr uint32_t kHandle = 7;
+constexpr uint32_t kPendingFrozen = _IO('r', 20);
+constexpr int32_t kVendor = 3;
+
+// What a call or a reply has, where the driver has put it.
+class Buffer {
+  public:
+    void addNumber(int32_t number) { append(&number, sizeof number); }
+    // size: how much there is of the entry.
+    void addObject(uint32_t type, uint64_t name, size_t size = sizeof(ObjectEntry)) {
+        mOffsets.push_back(mBytes.size());
+        const ObjectEntry entry{type, 0, name, type == BINDER_TYPE_BINDER ? name : 0, kVendor};
+        append(&entry, size);
+    }
+    void addDescriptor(int fd) {
+        addObject(BINDER_TYPE_FD, static_cast<uint32_t>(fd), kDescriptorEntrySize);
+    }
+    // With a descriptor, an object of another process, and one of this.
+    void addOfEach(int fd, const AIBinder* own) {
+        addDescriptor(fd);
+        addObject(BINDER_TYPE_HANDLE, kHandle);
+        addObject(BINDER_TYPE_BINDER, reinterpret_cast<uintptr_t>(own));
+    }
+
+    uint64_t address() const { return reinterpret_cast<uintptr_t>(mBytes.data()); }
+    binder_transaction_data data(uint32_t flags = 0) const {
+        binder_transaction_data data{};
+        data.flags = flags;
+        data.data_size = mBytes.size();
+        data.data.ptr.buffer = address();
+        data.offsets_size = mOffsets.size() * sizeof(binder_size_t);
+        data.data.ptr.offsets = reinterpret_cast<uintptr_t>(mOffsets.data());
+        return data;
+    }
+    binder_transaction_data callOf(const AIBinder* object) const {
+        binder_transaction_data call = data();
+        call.code = kPingTransaction;
+        call.cookie = reinterpret_cast<uintptr_t>(object);
+        return call;
+    }
+
+  private:
+    void append(const void* bytes, size_t size) {
+        const auto* const from = static_cast<const uint8_t*>(bytes);
+        mBytes.insert(mBytes.end(), from, from + size);
+    }
+
+    std::vector<uint8_t> mBytes;
+    std::vector<binder_size_t> mOffsets;
+};
+
+int openDescriptor() {
+    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_GE(fd, 0);
+    return fd;
+}
+
+bool isClosed(int fd) {
+    return fcntl(fd, F_GETFD) == -1;
+}
+
+class KernelLinkTest : public testing::Test {
+  protected:
+    KernelLinkTest() { mDriver.reset(); }
+
+    void answer(uint32_t command) { mDriver.answer(KernelCommands().add(BR_NOOP).add(command)); }
+    void answer(uint32_t command, const binder_transaction_data& data) {
+        mDriver.answer(KernelCommands().add(BR_NOOP).add(command, data));
+    }
+
+    binder_status_t call(binder_flags_t flags = 0, std::unique_ptr<AParcel>* reply = nullptr) {
+        const AParcel in;
+        std::unique_ptr<AParcel> unused;
+        return mLink->transact(kHandle, kPingTransaction, in, flags,
+                               reply == nullptr ? &unused : reply);
+    }
+    binder_status_t callAnsweredBy(const Buffer& buffer, uint32_t flags = 0,
+                                   std::unique_ptr<AParcel>* reply = nullptr) {
+        answer(BR_TRANSACTION_COMPLETE);
+        answer(BR_REPLY, buffer.data(flags));
+        return call(0, reply);
+    }
+
+    uint64_t registerForDeath(std::unique_ptr<LateCommand>* late) {
+        EXPECT_EQ(mLink->watchDeath(kHandle, late), STATUS_OK);
+        const auto commands = mDriver.commands();
+        EXPECT_EQ(commands.back().code, BC_REQUEST_DEATH_NOTIFICATION);
+        return commands.back().argument;
+    }
+
+    ScriptedDriver& mDriver = ScriptedDriver::instance();
+    // Never ended, as its threads are not.
+    const std::shared_ptr<KernelLink>& mLink =
+        *new std::shared_ptr<KernelLink>(std::make_shared<KernelLink>(ScriptedDriver::kDevice));
+    int mEnded = 0;
+    const ndk::SpAIBinder mObject = makeCounted(&mEnded);
+};
+
+TEST_F(KernelLinkTest, EachAnswerToACallHasItsStatus) {
+    const std::pair<uint32_t, binder_status_t> expected[] = {
+        {BR_DEAD_REPLY, STATUS_DEAD_OBJECT},
+        {BR_FAILED_REPLY, STATUS_FAILED_TRANSACTION},
+        {BR_FROZEN_REPLY, STATUS_FAILED_TRANSACTION},
+    };
+    for (const auto& [command, status] : expected) {
+        for (const binder_flags_t flags : {binder_flags_t{0}, binder_flags_t{FLAG_ONEWAY}}) {
+            answer(command);
+            EXPECT_EQ(call(flags), status);
+        }
+    }
+}
+
+TEST_F(KernelLinkTest, OnewayCallEndsWhenTheDriverHasIt) {
+    for (const uint32_t command :
+         {uint32_t{BR_TRANSACTION_COMPLETE}, uint32_t{BR_ONEWAY_SPAM_SUSPECT}, kPendingFrozen}) {
+        answer(command);
+        EXPECT_EQ(call(FLAG_ONEWAY), STATUS_OK);
+    }
+}
+
+// It comes without the number that belongs to it.
+TEST_F(KernelLinkTest, ErrorOfTheDriverIsLoggedAndHidesNothing) {
+    mDriver.answer(KernelCommands().add(BR_ERROR).add(BR_TRANSACTION_COMPLETE));
+    const LogCapture log;
+    EXPECT_EQ(call(FLAG_ONEWAY), STATUS_OK);
+    EXPECT_EQ(log.lines(),
+              std::vector<LogLine>{logE("binder: the driver has no memory to announce a death")});
+    mDriver.answer(KernelCommands().add(BR_NOOP).add(BR_ERROR));
+    answer(BR_DEAD_REPLY);
+    EXPECT_EQ(call(FLAG_ONEWAY), STATUS_DEAD_OBJECT);
+}
+
+TEST_F(KernelLinkTest, StatusInPlaceOfAReplyIsReturned) {
+    const std::pair<int32_t, binder_status_t> expected[] = {{STATUS_BAD_TYPE, STATUS_BAD_TYPE},
+                                                            {-12345, STATUS_UNKNOWN_ERROR}};
+    for (const auto& [sent, status] : expected) {
+        mDriver.reset();
+        Buffer reply;
+        reply.addNumber(sent);
+        EXPECT_EQ(callAnsweredBy(reply, TF_STATUS_CODE), status);
+        EXPECT_EQ(mDriver.count(BC_FREE_BUFFER, reply.address()), 1U);
+    }
+    EXPECT_EQ(callAnsweredBy(Buffer(), TF_STATUS_CODE), STATUS_UNKNOWN_ERROR);
+}
+
+TEST_F(KernelLinkTest, StatusOfSuccessIsAReplyWithNothing) {
+    Buffer buffer;
+    buffer.addNumber(STATUS_OK);
+    std::unique_ptr<AParcel> reply;
+    EXPECT_EQ(callAnsweredBy(buffer, TF_STATUS_CODE, &reply), STATUS_OK);
+    ASSERT_NE(reply, nullptr);
+    int32_t number = 0;
+    EXPECT_EQ(reply->readValue(&number), STATUS_NOT_ENOUGH_DATA);
+}
+
+TEST_F(KernelLinkTest, StatusWithObjectsGivesThemBack) {
+    const int fd = openDescriptor();
+    Buffer reply;
+    reply.addNumber(STATUS_BAD_TYPE);
+    reply.addOfEach(fd, mObject.get());
+    EXPECT_EQ(callAnsweredBy(reply, TF_STATUS_CODE), STATUS_BAD_TYPE);
+    EXPECT_TRUE(isClosed(fd));
+    EXPECT_EQ(mDriver.count(BC_ACQUIRE, kHandle), mDriver.count(BC_RELEASE, kHandle));
+    EXPECT_EQ(AIBinder_debugGetRefCount(mObject.get()), 1);
+}
+
+// Whatever allocation fails.
+TEST_F(KernelLinkTest, ReplyThatFindsNoMemoryGivesEverythingBack) {
+    binder_status_t status = STATUS_NO_MEMORY;
+    long left = 0;
+    for (; status == STATUS_NO_MEMORY; ++left) {
+        mDriver.reset();
+        const int fd = openDescriptor();
+        const int last = openDescriptor();
+        Buffer buffer;
+        buffer.addOfEach(fd, mObject.get());
+        buffer.addDescriptor(last);
+        std::unique_ptr<AParcel> reply;
+        answer(BR_TRANSACTION_COMPLETE);
+        answer(BR_REPLY, buffer.data());
+        {
+            const AllocationLimit some(left);
+            status = call(0, &reply);
+        }
+        EXPECT_EQ(reply == nullptr, status == STATUS_NO_MEMORY);
+        reply.reset();
+        EXPECT_TRUE(isClosed(fd));
+        EXPECT_TRUE(isClosed(last));
+        EXPECT_EQ(mDriver.count(BC_FREE_BUFFER, buffer.address()), 1U);
+        EXPECT_EQ(mDriver.count(BC_ACQUIRE, kHandle), mDriver.count(BC_RELEASE, kHandle));
+        EXPECT_EQ(AIBinder_debugGetRefCount(mObject.get()), 1);
+    }
+    EXPECT_EQ(status, STATUS_OK);
+    EXPECT_GT(left, 7);  // bytes, objects, each descriptor, a proxy with its entry, the parcel
+}
+
+// A call that comes while this thread waits in one of its own.
+TEST_F(KernelLinkTest, CallThatFindsNoMemoryIsAnsweredAndGivesEverythingBack) {
+    binder_status_t answered = STATUS_NO_MEMORY;
+    long left = 0;
+    for (; answered == STATUS_NO_MEMORY; ++left) {
+        mDriver.reset();
+        const int fd = openDescriptor();
+        Buffer buffer;
+        buffer.addOfEach(fd, mObject.get());
+        const Buffer nothing;
+        binder_status_t status = STATUS_OK;
+        answer(BR_TRANSACTION, buffer.callOf(mObject.get()));
+        answer(BR_TRANSACTION_COMPLETE);
+        answer(BR_REPLY, nothing.data());
+        {
+            const AllocationLimit one(left, AllocationLimit::kNextOnly);
+            status = call();
+        }
+        const auto commands = mDriver.commands();
+        for (const auto& command : commands) {
+            if (command.code == BC_REPLY) answered = command.status;
+        }
+        EXPECT_EQ(mDriver.count(BC_REPLY), 1U);
+        // When the call has all that it needs, the reply to this thread's own finds none.
+        EXPECT_EQ(status, answered == STATUS_OK ? STATUS_NO_MEMORY : STATUS_OK);
+        EXPECT_EQ(mDriver.count(BC_FREE_BUFFER, buffer.address()), 1U);
+        EXPECT_TRUE(isClosed(fd));
+        EXPECT_EQ(mDriver.count(BC_ACQUIRE, kHandle), mDriver.count(BC_RELEASE, kHandle));
+        EXPECT_EQ(AIBinder_debugGetRefCount(mObject.get()), 1);
+    }
+    EXPECT_EQ(answered, STATUS_OK);
+    EXPECT_GT(left, 6);  // bytes, objects, the descriptor, a proxy with its entry, the parcel
+}
+
+TEST_F(KernelLinkTest, ObjectsThatNoParcelHasAreNotRead) {
+    Buffer buffer;
+    buffer.addObject(BINDER_TYPE_WEAK_HANDLE, kHandle);
+    buffer.addObject(BINDER_TYPE_PTR, kHandle, sizeof(binder_buffer_object) - 12);
+    buffer.addNumber(0);
+    buffer.addNumber(0);
+    buffer.addNumber(0);
+    // Their words of stability lie under the next object, and behind the end.
+    buffer.addObject(BINDER_TYPE_HANDLE, kHandle, sizeof(flat_binder_object));
+    buffer.addObject(BINDER_TYPE_HANDLE, kHandle, sizeof(flat_binder_object));
+    std::unique_ptr<AParcel> reply;
+    EXPECT_EQ(callAnsweredBy(buffer, 0, &reply), STATUS_OK);
+    ASSERT_NE(reply, nullptr);
+    EXPECT_TRUE(reply->objects().empty());
+    AIBinder* object = nullptr;
+    EXPECT_EQ(reply->readBinder(&object), STATUS_BAD_TYPE);
+    EXPECT_EQ(mDriver.count(BC_ACQUIRE, kHandle), 2U);
+    EXPECT_EQ(mDriver.count(BC_RELEASE, kHandle), 2U);
+}
+
+TEST_F(KernelLinkTest, LateEndLeavesTheRegistrationOfAnotherObject) {
+    std::unique_ptr<LateCommand> late;
+    const uint64_t first = registerForDeath(&late);
+    mLink->unwatchDeath(kHandle);
+    EXPECT_EQ(mDriver.count(BC_CLEAR_DEATH_NOTIFICATION), 1U);
+    std::unique_ptr<LateCommand> lateForOther;
+    const uint64_t second = registerForDeath(&lateForOther);
+    EXPECT_NE(first, second);
+    LateCommand::queue(std::move(late));
+    LateCommand::runQueued();
+    EXPECT_EQ(mDriver.count(BC_CLEAR_DEATH_NOTIFICATION), 1U);
+    LateCommand::queue(std::move(lateForOther));
+    LateCommand::runQueued();
+    EXPECT_EQ(mDriver.count(BC_CLEAR_DEATH_NOTIFICATION), 2U);
+    EXPECT_EQ(mDriver.count(BC_INCREFS, kHandle), 2U);
+    EXPECT_EQ(mDriver.count(BC_DECREFS, kHandle), 2U);
+}
+
+// Also one that comes when the registration has just ended.
+TEST_F(KernelLinkTest, EachDeathIsConfirmedAndEndsItsRegistrationOnce) {
+    mLink->startThreadPool();
+    std::unique_ptr<LateCommand> late;
+    const uint64_t cookie = registerForDeath(&late);
+    for (size_t times = 1; times <= 2; ++times) {
+        mDriver.answerPool(KernelCommands().add(BR_NOOP).add(BR_DEAD_BINDER, cookie));
+        EXPECT_TRUE(
+            eventually([&] { return mDriver.count(BC_DEAD_BINDER_DONE, cookie) == times; }));
+        EXPECT_EQ(mDriver.count(BC_CLEAR_DEATH_NOTIFICATION), 1U);
+        EXPECT_EQ(mDriver.count(BC_DECREFS, kHandle), 1U);
+    }
+}
+
+TEST_F(KernelLinkTest, RegistrationThatFindsNoMemoryTellsTheDriverNothing) {
+    long left = 0;
+    for (bool registered = false; !registered; ++left) {
+        std::unique_ptr<LateCommand> late;
+        try {
+            const AllocationLimit some(left);
+            registered = mLink->watchDeath(kHandle, &late) == STATUS_OK;
+        } catch (const std::bad_alloc&) {
+            EXPECT_EQ(mDriver.count(BC_INCREFS), 0U);
+            EXPECT_EQ(mDriver.count(BC_REQUEST_DEATH_NOTIFICATION), 0U);
+        }
+    }
+    EXPECT_EQ(left, 4);  // the late end, the notification, the entry
+    EXPECT_EQ(mDriver.count(BC_REQUEST_DEATH_NOTIFICATION), 1U);
+}
+
+}  // namespace
