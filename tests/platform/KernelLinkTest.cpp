@@ -19,6 +19,7 @@
 #include "tests/support/AllocationLimit.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ThreadRefusal.h"
 
 namespace {
 
@@ -270,6 +271,32 @@ TEST_F(KernelLinkTest, ObjectsThatNoParcelHasAreNotRead) {
     EXPECT_EQ(reply->readBinder(&object), STATUS_BAD_TYPE);
     EXPECT_EQ(mDriver.count(BC_ACQUIRE, kHandle), 2U);
     EXPECT_EQ(mDriver.count(BC_RELEASE, kHandle), 2U);
+}
+
+TEST_F(KernelLinkTest, ThreadThatCouldNotBeMadeIsMadeLater) {
+    const LogCapture log;
+    const LogLine refused = logE(
+        "binder: no thread for incoming calls (Resource temporarily unavailable), tried again "
+        "later");
+    {
+        const ThreadRefusal refusal;
+        mLink->startThreadPool();
+        mLink->startThreadPool();
+    }
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{refused});
+    mLink->startThreadPool();
+    EXPECT_TRUE(eventually([this] { return mDriver.count(BC_ENTER_LOOPER) == 1; }));
+    {
+        const ThreadRefusal refusal;
+        mDriver.answer(KernelCommands().add(BR_SPAWN_LOOPER).add(BR_TRANSACTION_COMPLETE));
+        EXPECT_EQ(call(FLAG_ONEWAY), STATUS_OK);
+    }
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{refused, refused}));
+    answer(BR_TRANSACTION_COMPLETE);
+    EXPECT_EQ(call(FLAG_ONEWAY), STATUS_OK);
+    EXPECT_TRUE(eventually([this] { return mDriver.count(BC_REGISTER_LOOPER) == 1; }));
+    mLink->startThreadPool();
+    EXPECT_EQ(mDriver.count(BC_ENTER_LOOPER), 1U);
 }
 
 TEST_F(KernelLinkTest, LateEndLeavesTheRegistrationOfAnotherObject) {

@@ -54,7 +54,8 @@ binder_status_t readStatus(const AParcel& reply) {
 }  // namespace
 
 void KernelLink::startThreadPool() {
-    if (!mDriver.isOpen() || mStarted.exchange(true)) return;
+    if (!mDriver.isOpen()) return;
+    if (mStarted.exchange(true)) return addOwedThread();
     mDriver.setMaxThreads(kMaxThreads);
     addThread(&KernelLink::firstThreadMain);
 }
@@ -81,11 +82,18 @@ void* KernelLink::threadMain(void* link) {
     return nullptr;
 }
 
-void KernelLink::addThread(void* (*body)(void*)) {
+void KernelLink::addThread(ThreadMain body) {
     const int error = startDetachedThread(body, this);
     if (error == 0) return;
+    // Once, not each time that it is tried again.
     LUM_LOGE("binder: no thread for incoming calls (%s), tried again later", strerror(error));
-    mThreadOwed = true;
+    mOwedThread = body;
+}
+
+void KernelLink::addOwedThread() {
+    if (mOwedThread == nullptr) return;
+    const ThreadMain body = mOwedThread.exchange(nullptr);
+    if (body != nullptr && startDetachedThread(body, this) != 0) mOwedThread = body;
 }
 
 void KernelLink::serve(uint32_t enter) {
@@ -97,7 +105,7 @@ void KernelLink::serve(uint32_t enter) {
         commands.clear();
         while (returned.next()) handle(returned);
         LateCommand::runQueued();
-        if (mThreadOwed.exchange(false)) addThread(&KernelLink::threadMain);
+        addOwedThread();
     }
 }
 
@@ -114,6 +122,7 @@ binder_status_t KernelLink::transact(uint32_t handle, transaction_code_t code, c
     const binder_status_t status =
         send(KernelCommands().add(BC_TRANSACTION, call), oneway ? nullptr : &reply);
     LateCommand::runQueued();
+    addOwedThread();
     if (status == STATUS_OK) *out = std::move(reply);
     return status;
 }

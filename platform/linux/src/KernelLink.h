@@ -22,7 +22,8 @@ class KernelLink final : public Link, public std::enable_shared_from_this<Kernel
     // Whether there is a driver.
     bool isOpen() const { return mDriver.isOpen(); }
 
-    // Makes the first of the threads that carry out calls. Later calls do nothing.
+    // Makes the first of the threads that carry out calls. Later calls do nothing, unless a thread
+    // could not be made.
     void startThreadPool();
     // Makes a local object the one that every process reaches as handle 0, and keeps it. Returns 0
     // or an error number.
@@ -37,9 +38,13 @@ class KernelLink final : public Link, public std::enable_shared_from_this<Kernel
     void unwatchDeath(uint32_t handle) noexcept override { mObjects.unregister(handle); }
 
   private:
+    using ThreadMain = void* (*)(void*);
+
     static void* firstThreadMain(void* link);
     static void* threadMain(void* link);
-    void addThread(void* (*body)(void*));
+    void addThread(ThreadMain body);
+    // Tries again to make a thread that could not be made.
+    void addOwedThread();
     void serve(uint32_t enter);
 
     // Has a transaction sent, and waits for its answer. reply: set to the reply; null if there is
@@ -55,6 +60,7 @@ class KernelLink final : public Link, public std::enable_shared_from_this<Kernel
     KernelDriver mDriver;
     KernelObjects mObjects{mDriver};
     std::atomic<bool> mStarted{false};
-    // The driver has asked for a thread that could not be made; it asks for one at a time.
-    std::atomic<bool> mThreadOwed{false};
+    // What the thread was to run that could not be made, null if there is none. There is no second
+    // one: the driver asks for one at a time, and for none before the first has come.
+    std::atomic<ThreadMain> mOwedThread{nullptr};
 };
