@@ -128,6 +128,7 @@ binder_status_t KernelLink::transact(uint32_t handle, transaction_code_t code, c
 }
 
 binder_status_t KernelLink::watchDeath(uint32_t handle, std::unique_ptr<LateCommand>* late) {
+    if (!isOpen()) return STATUS_DEAD_OBJECT;
     auto lateUnregistration = std::make_unique<LateUnregistration>(mObjects);
     lateUnregistration->setCookie(mObjects.registerForDeath(handle));
     *late = std::move(lateUnregistration);

@@ -32,8 +32,9 @@ class KernelLink final : public Link, public std::enable_shared_from_this<Kernel
     binder_status_t transact(uint32_t handle, transaction_code_t code, const AParcel& in,
                              binder_flags_t flags, std::unique_ptr<AParcel>* out) override;
     void releaseProxy(RemoteBinder& proxy) noexcept override { mObjects.release(proxy); }
-    // Only a call or the announcement of a death can tell, and both mark the proxy.
-    bool isAlive() override { return true; }
+    // Whether an object is, only a call or the announcement of its death can tell, and both mark
+    // its proxy.
+    bool isAlive() override { return isOpen(); }
     binder_status_t watchDeath(uint32_t handle, std::unique_ptr<LateCommand>* late) override;
     void unwatchDeath(uint32_t handle) noexcept override { mObjects.unregister(handle); }
 
