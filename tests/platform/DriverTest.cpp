@@ -6,15 +6,13 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <fstream>
-#include <map>
-#include <sstream>
 #include <string>
 #include <thread>
 
 #include "tests/platform/DeathEvents.h"
 #include "tests/platform/PeerTest.h"
 #include "tests/support/Driver.h"
+#include "tests/support/DriverCounts.h"
 #include "tests/support/LogCapture.h"
 #include "tools/emulator/ProcessStats.h"
 
@@ -22,41 +20,10 @@ namespace {
 
 constexpr char kLate[] = "lum.test.late";
 
-using Counts = std::map<std::string, int>;
-
-// What the driver counts for a process.
-Counts countsOf(pid_t pid) {
-    std::ifstream stats("/sys/kernel/debug/binder/stats");
-    Counts counts;
-    bool wanted = false;
-    for (std::string line; std::getline(stats, line);) {
-        std::istringstream words(line);
-        std::string name;
-        int number = 0;
-        words >> name >> number;
-        if (name == "proc") {
-            wanted = number == pid;
-        } else if (wanted) {
-            counts.emplace(name, number);
-        }
-    }
-    return counts;
-}
-
-int threadsOf(pid_t pid) {
-    return countsOf(pid)["threads:"];
-}
-
-// Its own objects that others know, those of others that it knows, and the calls that it has.
-Counts holdingsOf(pid_t pid) {
-    Counts counts = countsOf(pid);
-    return {
-        {"nodes", counts["nodes:"]}, {"refs", counts["refs:"]}, {"buffers", counts["buffers:"]}};
-}
-
-void expectSettlesAt(pid_t pid, const Counts& holdings) {
-    eventually([&] { return holdingsOf(pid) == holdings; });
-    EXPECT_EQ(holdingsOf(pid), holdings);
+void expectSettlesAt(pid_t pid, const DriverCounts& limit) {
+    eventually([&] { return driverCountsOf(pid).holdsNoMoreThan(limit); });
+    EXPECT_TRUE(driverCountsOf(pid).holdsNoMoreThan(limit))
+        << driverCountsOf(pid) << "; before " << limit;
 }
 
 class DriverTest : public PeerTest {
@@ -99,19 +66,26 @@ TEST_F(DriverTest, NameOfAnotherUserIsRefused) {
 
 TEST_F(DriverTest, ChildHasNoPartInIt) {
     ABinderProcess_startThreadPool();
-    EXPECT_EQ(inChild([this] {
+    const Recipient recipient = makeRecipient();
+    EXPECT_EQ(inChild([&] {
                   const LogCapture log;
-                  if (AIBinder_ping(mService.get()) != STATUS_DEAD_OBJECT) return 1;
-                  return AServiceManager_checkService(kName) == nullptr ? 0 : 2;
+                  if (AIBinder_linkToDeath(mService.get(), recipient.get(), nullptr) !=
+                      STATUS_DEAD_OBJECT) {
+                      return 1;
+                  }
+                  if (AIBinder_isAlive(mService.get())) return 2;
+                  if (AIBinder_ping(mService.get()) != STATUS_DEAD_OBJECT) return 3;
+                  return AServiceManager_checkService(kName) == nullptr ? 0 : 4;
               }),
               0);
+    EXPECT_TRUE(AIBinder_isAlive(mService.get()));
     EXPECT_EQ(ask(kAdd, args(1, 2)), 3);
 }
 
 TEST_F(DriverTest, PoolGrowsToSixteenThreads) {
     Threads held(20, [this](int) { EXPECT_EQ(call(kHold), STATUS_DEAD_OBJECT); });
     // With the main one, which has added the service.
-    EXPECT_TRUE(eventually([this] { return threadsOf(mPeer.pid()) == 17; }));
+    EXPECT_TRUE(eventually([this] { return driverCountsOf(mPeer.pid()).threads == 17; }));
     mPeer.kill();
     held.join();
 }
@@ -140,8 +114,8 @@ TEST_F(DriverTest, ObjectsGoAndComeAndLeaveNothingWithTheDriver) {
     };
     ASSERT_TRUE(settled(10));
     // The service. The service manager, handle 0, needs no reference.
-    const Counts here{{"nodes", 0}, {"refs", 1}, {"buffers", 0}};
-    const Counts there{{"nodes", 1}, {"refs", 0}, {"buffers", 0}};
+    const DriverCounts here{0, 1, 0, 0};
+    const DriverCounts there{1, 0, 0, 0};
     expectSettlesAt(getpid(), here);
     expectSettlesAt(mPeer.pid(), there);
     const size_t descriptors = openDescriptors();
@@ -155,7 +129,7 @@ TEST_F(DriverTest, ObjectsGoAndComeAndLeaveNothingWithTheDriver) {
 TEST_F(DriverTest, KilledServicesLeaveNothingWithTheDriver) {
     ABinderProcess_startThreadPool();
     const Recipient recipient = makeRecipient();
-    const Counts before = holdingsOf(getpid());
+    const DriverCounts before = driverCountsOf(getpid());
     for (int i = 0; i < 40; ++i) {
         PeerProcess peer(kLate);
         ndk::SpAIBinder service = find(kLate);
@@ -171,11 +145,11 @@ TEST_F(DriverTest, KilledServicesLeaveNothingWithTheDriver) {
 
 TEST_F(DriverTest, ThreadsThatEndAreForgotten) {
     ASSERT_EQ(ask(kAdd, args(1, 1)), 2);
-    const int before = threadsOf(getpid());
+    const int before = driverCountsOf(getpid()).threads;
     for (int i = 0; i < 50; ++i) {
         Threads(1, [this](int) { EXPECT_EQ(ask(kAdd, args(1, 1)), 2); }).join();
     }
-    EXPECT_EQ(threadsOf(getpid()), before);
+    EXPECT_EQ(driverCountsOf(getpid()).threads, before);
 }
 
 }  // namespace

@@ -2,11 +2,14 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <ostream>
 
 #include "tests/support/Driver.h"
+#include "tests/support/DriverCounts.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/Eventually.h"
 #include "tools/emulator/HeapCount.h"
@@ -17,10 +20,32 @@ struct Figures {
     size_t descriptors;
     size_t threads;
     int64_t heapBlocks;
+    DriverCounts driver;
 };
 
 inline Figures figures() {
-    return {openDescriptors(), runningThreads(), heapBlocks()};
+    return {openDescriptors(), runningThreads(), heapBlocks(), driverCountsOf(getpid())};
+}
+
+inline std::ostream& operator<<(std::ostream& out, const Figures& figures) {
+    return out << figures.descriptors << " descriptors, " << figures.threads << " threads, "
+               << figures.heapBlocks << " heap blocks; with the driver " << figures.driver;
+}
+
+// What the emulator holds.
+struct EmulatorFigures {
+    EmulatorProcess::Stats stats;
+    DriverCounts driver;
+};
+
+inline EmulatorFigures figures(EmulatorProcess& emulator) {
+    return {emulator.stats(), driverCountsOf(emulator.pid())};
+}
+
+inline std::ostream& operator<<(std::ostream& out, const EmulatorFigures& figures) {
+    return out << figures.stats.clients << " clients, "
+               << Figures{figures.stats.descriptors, figures.stats.threads,
+                          static_cast<int64_t>(figures.stats.heapBlocks), figures.driver};
 }
 
 // The driver's pool threads stay, up to 16, as on a device.
@@ -35,27 +60,23 @@ inline testing::AssertionResult settlesAt(const Figures& limit) {
     const bool settled = eventually([&] {
         now = figures();
         return now.descriptors <= limit.descriptors && now.threads <= mostThreads(limit.threads) &&
-               now.heapBlocks <= limit.heapBlocks;
+               now.heapBlocks <= limit.heapBlocks && now.driver.holdsNoMoreThan(limit.driver);
     });
-    if (settled) return testing::AssertionSuccess();
-    return testing::AssertionFailure()
-           << now.descriptors << " descriptors, " << now.threads << " threads, " << now.heapBlocks
-           << " heap blocks; before " << limit.descriptors << ", " << limit.threads << ", "
-           << limit.heapBlocks;
+    return (settled ? testing::AssertionSuccess() : testing::AssertionFailure())
+           << now << " (before: " << limit << ")";
 }
 
 // The same for the emulator's, and its clients.
-inline testing::AssertionResult settlesAt(EmulatorProcess& emulator,
-                                          const EmulatorProcess::Stats& limit) {
-    const auto settled = [&limit](const EmulatorProcess::Stats& now) {
-        return now.clients <= limit.clients && now.descriptors <= limit.descriptors &&
-               now.threads <= mostThreads(limit.threads) && now.heapBlocks <= limit.heapBlocks;
-    };
-    if (emulator.waitForStats(settled)) return testing::AssertionSuccess();
-    const EmulatorProcess::Stats now = emulator.stats();
-    return testing::AssertionFailure()
-           << "emulator: " << now.clients << " clients, " << now.descriptors << " descriptors, "
-           << now.threads << " threads, " << now.heapBlocks << " heap blocks; before "
-           << limit.clients << ", " << limit.descriptors << ", " << limit.threads << ", "
-           << limit.heapBlocks;
+inline testing::AssertionResult settlesAt(EmulatorProcess& emulator, const EmulatorFigures& limit) {
+    EmulatorFigures now{};
+    const bool settled = eventually([&] {
+        now = figures(emulator);
+        return now.stats.clients <= limit.stats.clients &&
+               now.stats.descriptors <= limit.stats.descriptors &&
+               now.stats.threads <= mostThreads(limit.stats.threads) &&
+               now.stats.heapBlocks <= limit.stats.heapBlocks &&
+               now.driver.holdsNoMoreThan(limit.driver);
+    });
+    return (settled ? testing::AssertionSuccess() : testing::AssertionFailure())
+           << "emulator: " << now << " (before: " << limit << ")";
 }

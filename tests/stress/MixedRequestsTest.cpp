@@ -293,7 +293,7 @@ class MixedRequestsTest : public testing::Test {
         ASSERT_NO_FATAL_FAILURE(work(LUM_REQUESTS / 10));
         ASSERT_FALSE(HasFailure());
         // First, because what the emulator prints is kept here.
-        const EmulatorProcess::Stats emulatorBefore = mEmulator.stats();
+        const EmulatorFigures emulatorBefore = figures(mEmulator);
         const Figures before = figures();
         ASSERT_NO_FATAL_FAILURE(work(LUM_REQUESTS));
         EXPECT_TRUE(settlesAt(before));

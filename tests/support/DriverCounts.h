@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <sys/types.h>
+
+#include <fstream>
+#include <map>
+#include <ostream>
+#include <sstream>
+#include <string>
+
+// What the kernel's binder driver counts for a process: all 0 over sockets.
+struct DriverCounts {
+    int nodes;    // its own objects that others know
+    int refs;     // objects of others that it knows
+    int buffers;  // calls that it has not given back
+    int threads;
+
+    // Leaves out the threads, which stay.
+    bool holdsNoMoreThan(const DriverCounts& limit) const {
+        return nodes <= limit.nodes && refs <= limit.refs && buffers <= limit.buffers;
+    }
+};
+
+inline std::ostream& operator<<(std::ostream& out, const DriverCounts& counts) {
+    return out << counts.nodes << " nodes, " << counts.refs << " refs, " << counts.buffers
+               << " buffers";
+}
+
+inline DriverCounts driverCountsOf(pid_t pid) {
+    std::ifstream stats("/sys/kernel/debug/binder/stats");
+    std::map<std::string, int> counts;
+    bool wanted = false;
+    for (std::string line; std::getline(stats, line);) {
+        std::istringstream words(line);
+        std::string name;
+        int number = 0;
+        words >> name >> number;
+        if (name == "proc") {
+            wanted = number == pid;
+        } else if (wanted) {
+            counts.emplace(name, number);
+        }
+    }
+    return {counts["nodes:"], counts["refs:"], counts["buffers:"], counts["threads:"]};
+}
