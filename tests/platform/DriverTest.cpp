@@ -1,14 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the link over the kernel's driver does and sockets do not. Runs where there is a driver, in
 // the virtual machines.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/android/binder.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
+#include <cstdlib>
 #include <string>
 #include <thread>
 
+#include "platform/linux/src/UniqueFd.h"
 #include "tests/platform/DeathEvents.h"
 #include "tests/platform/PeerTest.h"
 #include "tests/support/Driver.h"
@@ -150,6 +156,52 @@ TEST_F(DriverTest, ThreadsThatEndAreForgotten) {
         Threads(1, [this](int) { EXPECT_EQ(ask(kAdd, args(1, 1)), 2); }).join();
     }
     EXPECT_EQ(driverCountsOf(getpid()).threads, before);
+}
+
+TEST_F(DriverTest, SignalInterruptsNoCall) {
+    static std::atomic<int> sCaught{0};
+    struct sigaction action {};
+    action.sa_handler = [](int) { ++sCaught; };
+    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+    std::thread caller([this] { EXPECT_EQ(call(kHold), STATUS_OK); });
+    EXPECT_TRUE(eventually([this] { return ask(kHolding) == 1; }));
+    for (int times = 1; times <= 3; ++times) {
+        pthread_kill(caller.native_handle(), SIGUSR1);
+        EXPECT_TRUE(eventually([=] { return sCaught == times; }));
+    }
+    EXPECT_EQ(call(kLetGo), STATUS_OK);
+    caller.join();
+}
+
+TEST_F(DriverTest, FrozenProcessFailsCallsAndKeepsOnewayCalls) {
+    ASSERT_EQ(ask(kAdd, args(1, 2)), 3);
+    const UniqueFd driver(open(getenv("LUM_BINDER"), O_RDWR | O_CLOEXEC));
+    binder_freeze_info freeze{};
+    freeze.pid = static_cast<uint32_t>(mPeer.pid());
+    freeze.enable = 1;
+    ASSERT_EQ(ioctl(driver.get(), BINDER_FREEZE, &freeze), 0);
+    EXPECT_EQ(call(kAdd, args(1, 2)), STATUS_FAILED_TRANSACTION);
+    EXPECT_EQ(oneway(kNote, args(0)), STATUS_OK);
+    freeze.enable = 0;
+    ASSERT_EQ(ioctl(driver.get(), BINDER_FREEZE, &freeze), 0);
+    EXPECT_TRUE(eventually([this] { return ask(kNoted) == 1; }));
+}
+
+TEST_F(DriverTest, ObjectCallsAtItsEnd) {
+    struct Watched {
+        ndk::SpAIBinder service;
+        Counter ended;
+    };
+    ABinderProcess_startThreadPool();
+    Watched watched{mService, {}};
+    AIBinder_Class* const watchedClass = plainClass("lum.test.IWatched", [](void* userData) {
+        auto& object = *static_cast<Watched*>(userData);
+        EXPECT_EQ(AIBinder_ping(object.service.get()), STATUS_OK);
+        object.ended.add();
+    });
+    EXPECT_EQ(call(kKeep, args(ndk::SpAIBinder(AIBinder_new(watchedClass, &watched)))), STATUS_OK);
+    EXPECT_EQ(call(kKeep, args(ndk::SpAIBinder())), STATUS_OK);
+    EXPECT_TRUE(watched.ended.waitFor(1));
 }
 
 }  // namespace

@@ -253,6 +253,26 @@ TEST_F(KernelLinkTest, CallThatFindsNoMemoryIsAnsweredAndGivesEverythingBack) {
     EXPECT_GT(left, 6);  // bytes, objects, the descriptor, a proxy with its entry, the parcel
 }
 
+// The driver would refuse what the object's end may call until then.
+TEST_F(KernelLinkTest, ObjectEndsWhenTheThreadWaitsNoMore) {
+    static size_t sRepliesBefore;
+    AIBinder_Class* const watched = plainClass("test.Watched", [](void* driver) {
+        sRepliesBefore = static_cast<ScriptedDriver*>(driver)->count(BC_FREE_BUFFER);
+    });
+    ndk::SpAIBinder object(AIBinder_new(watched, &mDriver));
+    const binder_ptr_cookie name{0, reinterpret_cast<uintptr_t>(object.get())};
+    mDriver.answer(KernelCommands().add(BR_INCREFS, name).add(BR_ACQUIRE, name));
+    answer(BR_TRANSACTION_COMPLETE);
+    EXPECT_EQ(call(FLAG_ONEWAY), STATUS_OK);
+    object = nullptr;
+    mDriver.answer(KernelCommands().add(BR_RELEASE, name).add(BR_DECREFS, name));
+    sRepliesBefore = 2;
+    EXPECT_EQ(callAnsweredBy(Buffer()), STATUS_OK);
+    EXPECT_EQ(sRepliesBefore, 1U);
+    EXPECT_EQ(mDriver.count(BC_INCREFS_DONE, name.cookie), 1U);
+    EXPECT_EQ(mDriver.count(BC_ACQUIRE_DONE, name.cookie), 1U);
+}
+
 TEST_F(KernelLinkTest, ObjectsThatNoParcelHasAreNotRead) {
     Buffer buffer;
     buffer.addObject(BINDER_TYPE_WEAK_HANDLE, kHandle);

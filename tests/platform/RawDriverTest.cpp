@@ -25,6 +25,7 @@
 #include "platform/linux/src/RemoteBinder.h"
 #include "platform/linux/src/ServiceManagerInterface.h"
 #include "tests/platform/PeerTest.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/Driver.h"
 #include "tests/support/DriverCounts.h"
 #include "tests/support/Eventually.h"
@@ -73,7 +74,7 @@ class Raw {
     // result: where done() writes to.
     explicit Raw(int result) : mResult(result) {}
 
-    // Reports to the test. Once.
+    // Reports to the test.
     void done(int result) const {
         if (::write(mResult, &result, sizeof result) != sizeof result) _exit(1);
     }
@@ -162,7 +163,7 @@ class Raw {
 // A process that does as it is told, and lives on until it is killed, at the latest when this ends.
 class RawProcess {
   public:
-    // doing: returns the result, unless it has reported one.
+    // doing: returns the last result.
     explicit RawProcess(const std::function<int(Raw&)>& doing) {
         int ends[2];
         EXPECT_EQ(pipe(ends), 0);
@@ -179,7 +180,7 @@ class RawProcess {
     RawProcess(const RawProcess&) = delete;
     RawProcess& operator=(const RawProcess&) = delete;
 
-    // Waits for it.
+    // Waits for the next one.
     int result() const {
         int result = -1;
         return read(mResult.get(), &result, sizeof result) == sizeof result ? result : -1;
@@ -484,6 +485,35 @@ TEST_F(RawDriverTest, ReceiverNeverGivesAnythingBack) {
     EXPECT_EQ(ask(kAdd, args(3, 4)), 7);
     raw.kill();
     EXPECT_TRUE(eventually([&] { return callRaw(object, in, FLAG_ONEWAY) == STATUS_DEAD_OBJECT; }));
+}
+
+// Those of this process: the call fails, and nothing is left open.
+TEST_F(RawDriverTest, DescriptorsForWhichThereIsNoNumber) {
+    constexpr char kMine[] = "lum.test.mine";
+    ABinderProcess_startThreadPool();
+    const ndk::SpAIBinder mine = makePeerObject(nullptr);
+    ASSERT_EQ(AServiceManager_addService(mine.get(), kMine), EX_NONE);
+    const RawProcess raw([&](Raw& driver) {
+        const uint32_t handle = driver.find(kMine);
+        const Payload payload =
+            Payload().add(descriptorOf(0)).add(descriptorOf(0)).add(descriptorOf(0));
+        for (const uint32_t awaited : {BR_REPLY, BR_FAILED_REPLY, BR_REPLY}) {
+            do {
+                if (!driver.call(handle, kPingTransaction, payload.data())) return 1;
+            } while (driver.next() != awaited);
+            driver.done(0);
+        }
+        return 0;
+    });
+    EXPECT_EQ(raw.result(), 0);
+    const size_t descriptors = descriptorsOf(getpid());
+    {
+        const DescriptorLimit two(2);
+        EXPECT_EQ(raw.result(), 0);
+    }
+    EXPECT_EQ(raw.result(), 0);
+    EXPECT_EQ(raw.result(), 0);
+    EXPECT_EQ(descriptorsOf(getpid()), descriptors);
 }
 
 // The service's first one-way call does not end, so that the others fill what it has for them.
