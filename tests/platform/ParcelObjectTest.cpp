@@ -31,7 +31,7 @@ const char* const kNull =
     "85 2A 62 73 13 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
 
 std::string withStability(std::string entry, const char* stability) {
-    return entry.replace(entry.size() - 11, 2, stability);
+    return entry.replace(entry.size() - 11, 11, stability);
 }
 
 int32_t references(const SpAIBinder& binder) {
@@ -144,18 +144,53 @@ TEST_F(ParcelObject, IsFoundAtItsOwnOffsetOnly) {
 }
 
 TEST_F(ParcelObject, ListDecidesWhateverTheBytesSay) {
-    const auto [status, binder] = readAt(received(withStability(kNull, "03"), mBinder), 0);
+    const auto [status, binder] = readAt(received(withStability(kNull, "03 00 00 00"), mBinder), 0);
     EXPECT_EQ(STATUS_OK, status);
     EXPECT_EQ(mBinder, binder);
 }
 
-TEST_F(ParcelObject, OfAnotherPartitionIsRefused) {
-    for (const char* stability : {"00", "01", "0C", "3F", "FF"}) {
+TEST_F(ParcelObject, OurOwnComesBackAsTheVendorsOnly) {
+    for (const char* stability : {"00 00 00 00", "01 00 00 00", "0C 00 00 00", "3F 00 00 00",
+                                  "FF FF FF FF", "01 00 00 0C", "02 00 00 03"}) {
         const AParcel parcel = received(withStability(kLocal, stability), mBinder);
         EXPECT_EQ(STATUS_BAD_TYPE, readAt(parcel, 0).first) << stability;
         EXPECT_EQ(2, references(mBinder));
     }
-    EXPECT_EQ(STATUS_BAD_TYPE, readAt(received(withStability(kNull, "03")), 0).first);
+    EXPECT_EQ(STATUS_OK, readAt(received(withStability(kLocal, "01 00 00 03"), mBinder), 0).first);
+}
+
+TEST_F(ParcelObject, NullHasNoStability) {
+    EXPECT_EQ(STATUS_BAD_TYPE, readAt(received(withStability(kNull, "03 00 00 00")), 0).first);
+    for (const char* stability : {"00 00 00 00", "01 00 00 00"}) {
+        const auto [status, binder] = readAt(received(withStability(kNull, stability)), 0);
+        EXPECT_EQ(STATUS_OK, status) << stability;
+        EXPECT_EQ(nullptr, binder.get());
+    }
+}
+
+TEST_F(ParcelObject, OthersKeepTheStabilityTheyFirstCameWith) {
+    const char* const words[] = {"03 00 00 00", "0C 00 00 00", "3F 00 00 00",
+                                 "01 00 00 03", "01 00 00 0C", "01 00 00 3F"};
+    for (const char* stability : words) {
+        const SpAIBinder proxy(new RemoteBinder(std::make_shared<NoLink>(), 77));
+        const std::string entry = withStability(kRemote, stability);
+        EXPECT_EQ(STATUS_OK, readAt(received(entry, proxy), 0).first) << stability;
+        AParcel on;
+        ASSERT_EQ(STATUS_OK, AParcel_writeStrongBinder(&on, proxy.get()));
+        EXPECT_EQ(entry, toHex(on.bytes()));
+        for (const char* other : words) {
+            EXPECT_EQ(other == stability ? STATUS_OK : STATUS_BAD_TYPE,
+                      readAt(received(withStability(kRemote, other), proxy), 0).first)
+                << stability << ", then " << other;
+        }
+    }
+    const SpAIBinder proxy(new RemoteBinder(std::make_shared<NoLink>(), 77));
+    for (const char* stability : {"00 00 00 00", "01 00 00 00", "0F 00 00 00", "00 00 00 0C",
+                                  "02 00 00 0C", "FF FF FF FF"}) {
+        EXPECT_EQ(STATUS_BAD_TYPE,
+                  readAt(received(withStability(kRemote, stability), proxy), 0).first)
+            << stability;
+    }
 }
 
 TEST_F(ParcelObject, WritingOverAnyPartOfItTakesItOut) {

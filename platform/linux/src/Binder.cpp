@@ -55,9 +55,17 @@ bool AIBinder::associateClass(const AIBinder_Class* clazz) {
     return false;
 }
 
-int32_t binderStability(const AIBinder*) {
-    constexpr int32_t kVendor = 3;
-    return kVendor;
+int32_t binderStability(AIBinder* binder) {
+    const RemoteBinder* const remote = binder->asRemote();
+    const int32_t word = remote == nullptr ? kUndeclared : remote->stability();
+    return word == kUndeclared ? OwnStability::word() : word;
+}
+
+bool takeStability(AIBinder* binder, int32_t word) {
+    RemoteBinder* const remote = binder->asRemote();
+    // An object of ours may come back with the word that was written before.
+    if (remote == nullptr) return isStability(word, kVendor);
+    return isDeclaredStability(word) && remote->takeStability(word);
 }
 
 namespace {

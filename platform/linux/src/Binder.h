@@ -62,9 +62,12 @@ struct AIBinder {
     std::atomic<const AIBinder_Class*> mClass;
 };
 
-// The word that says in a parcel which partition an object belongs to: the vendor's for each, since
-// this system is built for no other. binder: not null.
-int32_t binderStability(const AIBinder* binder);
+// The word for an object's stability in a parcel (Stability.h): that which a proxy was received
+// with, otherwise ours. binder: not null.
+int32_t binderStability(AIBinder* binder);
+// An object has come with that word. Returns false if no object can have it, or this one has
+// another. binder: not null.
+bool takeStability(AIBinder* binder, int32_t word);
 
 struct DecStrong {
     void operator()(AIBinder* binder) const { binder->decStrong(); }

@@ -13,13 +13,13 @@ const std::string& binderDevice() {
     return *sDevice;
 }
 
+uint32_t partitionAt(const std::string& device) {
+    const std::string name = device.substr(device.rfind('/') + 1);
+    return name.empty() || name == "vndbinder" ? B_PACK_CHARS('V', 'N', 'D', 'R')
+                                               : B_PACK_CHARS('S', 'Y', 'S', 'T');
+}
+
 uint32_t binderPartition() {
-    constexpr uint32_t kVendor = B_PACK_CHARS('V', 'N', 'D', 'R');
-    constexpr uint32_t kSystem = B_PACK_CHARS('S', 'Y', 'S', 'T');
-    static const uint32_t sPartition = [] {
-        const std::string& device = binderDevice();
-        const std::string name = device.substr(device.rfind('/') + 1);
-        return name.empty() || name == "vndbinder" ? kVendor : kSystem;
-    }();
+    static const uint32_t sPartition = partitionAt(binderDevice());
     return sPartition;
 }

@@ -1,158 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/src/KernelRegistry.h"
 
-#include <android/binder_auto_utils.h>
-
-#include <chrono>
-#include <new>
-#include <utility>
-
-#include "platform/linux/src/LocalBinder.h"
-#include "platform/linux/src/Parcel.h"
-#include "platform/linux/src/ServiceManagerInterface.h"
-#include "utils/Log.h"
-#include "utils/Mutex.h"
-
-using lum::utils::MutexLock;
-
-namespace {
-
-// Where an object arrives that is waited for.
-class Waiter {
-  public:
-    void arrived(BinderRef object) {
-        const MutexLock lock(mLock);
-        mObject = std::move(object);
-        mArrived.notifyOne();
-    }
-
-    // Returns null if none has arrived after a while.
-    BinderRef wait() {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-        const MutexLock lock(mLock);
-        while (mObject == nullptr && mArrived.waitUntil(mLock, end)) {
-        }
-        return std::move(mObject);
-    }
-
-  private:
-    lum::utils::Mutex mLock;
-    lum::utils::Condition mArrived;
-    BinderRef mObject LUM_GUARDED_BY(mLock);
-};
-
-// The service manager may hold, and call, the callback when nobody waits any more.
-using SharedWaiter = std::shared_ptr<Waiter>;
-
-binder_status_t onRegistration(AIBinder* callback, transaction_code_t code, const AParcel* in,
-                               AParcel*) {
-    if (code != kOnRegistration) return STATUS_UNKNOWN_TRANSACTION;
-    std::string name;
-    AIBinder* object = nullptr;
-    binder_status_t status = in->readString(&name);
-    if (status == STATUS_OK) status = in->readBinder(&object);
-    if (status != STATUS_OK) return status;
-    (*static_cast<SharedWaiter*>(AIBinder_getUserData(callback)))->arrived(BinderRef(object));
-    return STATUS_OK;
-}
-
-// Throws std::bad_alloc.
-BinderRef makeCallback(SharedWaiter waiter) {
-    static AIBinder_Class* const sClass = AIBinder_Class_define(
-        kServiceCallback,
-        [](void* from) -> void* {
-            return new SharedWaiter(*static_cast<const SharedWaiter*>(from));
-        },
-        [](void* held) { delete static_cast<SharedWaiter*>(held); }, onRegistration);
-    BinderRef callback(AIBinder_new(sClass, &waiter));
-    if (callback == nullptr) throw std::bad_alloc();
-    return callback;
-}
-
-// Nothing else can go wrong with what is written here.
-void require(binder_status_t written) {
-    if (written != STATUS_OK) throw std::bad_alloc();
-}
-
-// Every call begins with a name.
-void begin(AParcel* in, const std::string& name) {
-    require(in->writeInterfaceToken(kServiceManager));
-    require(in->writeString(name));
-}
-
-}  // namespace
-
-binder_exception_t KernelRegistry::call(transaction_code_t code, const AParcel& in,
-                                        const std::string& name, std::unique_ptr<AParcel>* reply) {
-    if (!mLink->isOpen()) return EX_ILLEGAL_STATE;  // which is logged already
-    const binder_status_t status = mLink->transact(0, code, in, 0, reply);
-    if (status != STATUS_OK) {
-        LUM_LOGE("binder: no service manager at %s to ask about %s (status %d)", mDevice.c_str(),
-                 name.c_str(), status);
-        return EX_TRANSACTION_FAILED;
-    }
-    AStatus* result = nullptr;
-    if (AParcel_readStatusHeader(reply->get(), &result) != STATUS_OK) return EX_TRANSACTION_FAILED;
-    const ndk::ScopedAStatus owned(result);
-    if (!owned.isOk()) {
-        LUM_LOGE("binder: the service manager refuses a call about %s: %s", name.c_str(),
-                 owned.getDescription().c_str());
-    }
-    return owned.getExceptionCode();
-}
+// That there is no driver is logged already, when it is opened.
 
 binder_exception_t KernelRegistry::add(LocalBinder& object, const std::string& name) {
-    AParcel in;
-    begin(&in, name);
-    require(in.writeBinder(&object));
-    require(in.writeValue(int32_t{0}));  // not for isolated processes
-    require(in.writeValue(kDumpPriorityDefault));
-    std::unique_ptr<AParcel> reply;
-    return call(kAddService, in, name, &reply);
-}
-
-binder_exception_t KernelRegistry::find(const std::string& name, BinderRef* found) {
-    AParcel in;
-    begin(&in, name);
-    std::unique_ptr<AParcel> reply;
-    const binder_exception_t result = call(kCheckService, in, name, &reply);
-    if (result != EX_NONE) return result;
-    AIBinder* object = nullptr;
-    if (reply->readBinder(&object) != STATUS_OK) {
-        LUM_LOGE("binder: the service manager does not answer a question about %s with an object",
-                 name.c_str());
-        return EX_BAD_PARCELABLE;
-    }
-    found->reset(object);
-    return EX_NONE;
+    return mLink->isOpen() ? mManager.add(object, name).getExceptionCode() : EX_ILLEGAL_STATE;
 }
 
 BinderRef KernelRegistry::find(const std::string& name) {
     BinderRef found;
-    find(name, &found);
+    if (mLink->isOpen()) mManager.find(name, &found);
     return found;
-}
-
-binder_exception_t KernelRegistry::setNotified(transaction_code_t code, const std::string& name,
-                                               AIBinder* callback) {
-    AParcel in;
-    begin(&in, name);
-    require(in.writeBinder(callback));
-    std::unique_ptr<AParcel> reply;
-    return call(code, in, name, &reply);
 }
 
 BinderRef KernelRegistry::waitFor(const std::string& name) {
-    BinderRef found;
-    if (find(name, &found) != EX_NONE || found != nullptr) return found;
-    const auto waiter = std::make_shared<Waiter>();
-    const BinderRef callback = makeCallback(waiter);
-    if (setNotified(kRegisterForNotifications, name, callback.get()) != EX_NONE) return nullptr;
-    for (bool refused = false; found == nullptr && !refused;) {
-        found = waiter->wait();
-        // The notification needs a thread of the pool, which need not be there.
-        if (found == nullptr) refused = find(name, &found) != EX_NONE;
-    }
-    setNotified(kUnregisterForNotifications, name, callback.get());
-    return found;
+    return mLink->isOpen() ? mManager.waitFor(name) : nullptr;
+}
+
+ndk::ScopedAStatus KernelRegistry::mayFind(const std::string& name) {
+    return mLink->isOpen() ? mManager.mayFind(name)
+                           : ndk::ScopedAStatus::fromExceptionCode(EX_ILLEGAL_STATE);
 }

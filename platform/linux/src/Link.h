@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <android/binder_ibinder.h>
+#include <android/binder_auto_utils.h>
 
 #include <cstdint>
 #include <memory>
@@ -77,6 +77,9 @@ class ServiceRegistry {
 
     // The same, but waits until somebody serves it where a name can be waited for.
     virtual BinderRef waitFor(const std::string& name) = 0;
+
+    // As LumServiceManager_mayFind. May throw std::bad_alloc.
+    virtual ndk::ScopedAStatus mayFind(const std::string& name) = 0;
 
     // As ABinderProcess_startThreadPool.
     virtual void startThreadPool() = 0;

@@ -30,6 +30,11 @@ class LocalRegistry final : public ServiceRegistry {
     // Does not wait.
     BinderRef waitFor(const std::string& name) override { return find(name); }
 
+    // Nobody refuses.
+    ndk::ScopedAStatus mayFind(const std::string& /*name*/) override {
+        return ndk::ScopedAStatus::ok();
+    }
+
     void startThreadPool() override { ThreadPool::instance().start(); }
 
   private:

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <android/binder_auto_utils.h>
 #include <android/binder_manager.h>
+#include <lum/service_manager.h>
 
 #include <string>
 
@@ -53,4 +55,14 @@ AIBinder* AServiceManager_checkService(const char* instance) {
 
 AIBinder* AServiceManager_waitForService(const char* instance) {
     return lookUp(instance, &ServiceRegistry::waitFor);
+}
+
+AStatus* LumServiceManager_mayFind(const char* instance) {
+    return withoutThrowing(
+        [&]() -> AStatus* {
+            const std::string name = instance;
+            LateCommand::runQueued();
+            return ServiceRegistry::instance().mayFind(name).release();
+        },
+        nullptr);
 }

@@ -22,6 +22,3 @@ struct CallHeader {
     int32_t workSource = -1;
     uint32_t partition = binderPartition();
 };
-
-// Of a null reference, whose entry says nothing else either.
-constexpr int32_t kNoStability = 0;

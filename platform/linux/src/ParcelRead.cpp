@@ -5,6 +5,7 @@
 
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/ParcelFormat.h"
+#include "platform/linux/src/Stability.h"
 #include "platform/linux/src/Utf.h"
 
 namespace {
@@ -95,12 +96,12 @@ binder_status_t AParcel::readBinder(AIBinder** binder) const {
     if (status != STATUS_OK) return status;
     const Object* const object = objectAt(offset);
     if (object != nullptr && object->binder != nullptr &&
-        entry.stability == binderStability(object->binder.get())) {
+        takeStability(object->binder.get(), entry.stability)) {
         *binder = refTo(object->binder.get()).release();
         return STATUS_OK;
     }
     if (object != nullptr || entry.type != BINDER_TYPE_BINDER || entry.handle != 0 ||
-        entry.cookie != 0 || entry.stability != kNoStability) {
+        entry.cookie != 0 || !isStability(entry.stability, kUndeclared)) {
         return STATUS_BAD_TYPE;
     }
     *binder = nullptr;

@@ -11,15 +11,16 @@
 
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/ParcelFormat.h"
+#include "platform/linux/src/Stability.h"
 #include "platform/linux/src/Utf.h"
 
 namespace {
 
 // The entry of an object, without what names it; that of a null reference for null.
-ObjectEntry makeEntry(const AIBinder* binder) {
+ObjectEntry makeEntry(AIBinder* binder) {
     // The priority that a thread has by default; every object asks for at least that.
     constexpr uint32_t kDefaultPriority = 19;
-    if (binder == nullptr) return {BINDER_TYPE_BINDER, kDefaultPriority, 0, 0, kNoStability};
+    if (binder == nullptr) return {BINDER_TYPE_BINDER, kDefaultPriority, 0, 0, kUndeclared};
     const int32_t stability = binderStability(binder);
     if (AIBinder_isRemote(binder)) return {BINDER_TYPE_HANDLE, kDefaultPriority, 0, 0, stability};
     return {BINDER_TYPE_BINDER, kDefaultPriority | FLAT_BINDER_FLAG_ACCEPTS_FDS, 0, 0, stability};

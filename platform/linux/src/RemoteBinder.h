@@ -12,6 +12,7 @@
 #include "platform/linux/src/DeathRecipient.h"
 #include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/Link.h"
+#include "platform/linux/src/Stability.h"
 
 // Stands here for an object of another process.
 class RemoteBinder final : public AIBinder {
@@ -35,6 +36,15 @@ class RemoteBinder final : public AIBinder {
     bool isAlive() const { return mAlive && mLink->isAlive(); }
     void setDead() { mAlive = false; }
 
+    // The word for its stability with which it was received, kUndeclared before that; see
+    // takeStability() in Binder.h.
+    int32_t stability() const { return mStability; }
+    // Keeps the first. Returns whether this one is the same.
+    bool takeStability(int32_t word) {
+        int32_t known = kUndeclared;
+        return mStability.compare_exchange_strong(known, word) || known == word;
+    }
+
     // The links to this object's death, and what ends the registration for it late; null while the
     // proxy has not registered.
     std::vector<DeathLink> deathLinks LUM_GUARDED_BY(gDeathLock);
@@ -50,4 +60,5 @@ class RemoteBinder final : public AIBinder {
     const std::shared_ptr<Link> mLink;
     const uint32_t mHandle;
     std::atomic<bool> mAlive{true};
+    std::atomic<int32_t> mStability{kUndeclared};
 };
