@@ -25,6 +25,8 @@ driver each platform_objects
 driver each platform_death
 driver each platform_descriptor:DumpTest*
 driver each platform_registry:*NamesOfOther*:*ObjectOfAnother*:*NameTakenOver*
+# What keeps a service from working, at a device with and without a service manager. Not directories.
+driver each sdfctl_doctor:DriverManagerTest.*:DoctorTest.EverythingWorks:DoctorTest.N*:DoctorTest.ServiceThat*:DoctorTest.ServicesThatFail*
 # Every function of the library, and a service that is killed.
 driver $ lum_sdf_demo ./lum_sdf_emulator
 END

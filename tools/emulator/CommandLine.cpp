@@ -44,14 +44,15 @@ Signals:
   SIGUSR2          prints what is kept for each client, as "sdfctl dump" does, and at the end
                      state: clients=N
 
-Environment:
+Environment, on Linux:
+  LUM_BINDER       a device of the kernel's binder driver, to be reached over that. Default: sockets
   LUM_BINDER_DIR   the directory in which services and clients meet. Two emulators can run at
                    once in two of them. Default: $XDG_RUNTIME_DIR/lum-binder, or
                    /tmp/lum-binder-UID
   LUM_DEBUG_LOG=1  as --debug-log
 
 Exit status: 0 when ended by a signal or by --until-eof; 1 when it cannot serve (the name is taken,
-the directory cannot be used, or a file or descriptor cannot be written to), or something that was to be
+the directory or the driver cannot be used, or a file or descriptor cannot be written to), or something that was to be
 printed or recorded is lost, as on a full disk; 2 when the command line or a scenario is wrong.
 
 )";

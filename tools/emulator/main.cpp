@@ -30,6 +30,7 @@
 #include "tools/emulator/MessageLog.h"
 #include "tools/emulator/ProcessStats.h"
 #include "tools/emulator/StateText.h"
+#include "tools/place/Place.h"
 
 namespace {
 
@@ -53,12 +54,6 @@ int takeSignals() {
     sigaddset(&waited, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &waited, nullptr);
     return signalfd(-1, &waited, SFD_CLOEXEC);
-}
-
-const char* reasonOf(binder_exception_t refused) {
-    if (refused == EX_SECURITY) return "the socket directory is not safe to use";
-    if (refused == EX_ILLEGAL_ARGUMENT) return "the socket directory's path is too long";
-    return "the socket directory cannot be used";
 }
 
 // A name that is served would be taken over, which whoever started another emulator before has

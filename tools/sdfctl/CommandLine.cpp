@@ -32,7 +32,8 @@ up in time; 4 an answer, an event or the client's end did not come in time; 128 
 when ended by SIGINT, SIGTERM or SIGHUP. The first thing that goes wrong counts. For those of doctor see
 "sdfctl doctor --help".
 
-Environment: LUM_BINDER_DIR, on Linux: the directory in which services and clients meet.)";
+Environment, on Linux: LUM_BINDER_DIR, the directory in which services and clients meet; or LUM_BINDER, a
+device of the kernel's binder driver, over which they do so instead.)";
 
 // Asked by the shell, which has no use for more than the words.
 void printCandidates(const std::string& line) {

@@ -2,13 +2,14 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <optional>
 
+#include "tools/place/Place.h"
 #include "tools/sdfctl/Callbacks.h"
 #include "tools/sdfctl/Printer.h"
 #include "tools/sdfctl/Programs.h"
 #include "tools/sdfctl/ServiceProbe.h"
 #include "tools/sdfctl/Session.h"
-#include "tools/sdfctl/SocketDirectoryCheck.h"
 
 namespace {
 
@@ -16,6 +17,8 @@ constexpr char kAbout[] =
     R"(Says what stands between this program and a working service. It takes the steps that the library
 takes, one after the other, as a client of its own, and ends at the first that fails:
   directory on Linux: the directory in which services and clients meet can be used
+  driver    on Linux with LUM_BINDER, in its place: the binder driver's device can be used, and has a
+            service manager
   service   somebody serves the service's name
   callback  the service accepts a callback object
   send      the service accepts a message: the request to serve this client
@@ -24,8 +27,8 @@ takes, one after the other, as a client of its own, and ends at the first that f
   library   the library, asked to make a client, learns that the service is up)";
 
 constexpr char kExits[] =
-    R"(Exit status: 0 everything works; otherwise the step that failed: 10 directory, 11 service, 12
-callback, 13 send, 14 up, 15 answer, 16 library. 2 when the command line is wrong.)";
+    R"(Exit status: 0 everything works; otherwise the step that failed: 10 directory or driver, 11
+service, 12 callback, 13 send, 14 up, 15 answer, 16 library. 2 when the command line is wrong.)";
 
 struct Step {
     const char* name;
@@ -50,11 +53,10 @@ constexpr char kLeftAdvice[] =
     "It is there, but no longer serves this client: wait, or look into its log. The library refuses "
     "all requests until createSdfClient() is called again and the service says that it is up.";
 
-constexpr Step kDirectory{"directory", 10, "can be used", ""};
 constexpr Step kService{
     "service", 11, "somebody serves the name vendor.orn.data.lumservice.ILumService",
-    "Start it: on Linux lum_sdf_emulator, as this user and with the same LUM_BINDER_DIR. On a "
-    "device, see whether it runs, and whether this program may look it up."};
+    "Start it: on Linux lum_sdf_emulator, as this user, with the same LUM_BINDER and "
+    "LUM_BINDER_DIR. On a device, see whether it runs, and whether this program may look it up."};
 constexpr Step kCallback{"callback", 12, "the service accepts a callback object", kRefusedAdvice};
 constexpr Step kSend{"send", 13, "the service accepts the request to serve this client",
                      kRefusedAdvice};
@@ -87,25 +89,37 @@ class Doctor {
 
     // Returns the exit status.
     int run() {
-        if (checkDirectory() && checkService()) check(kLibrary, libraryTrouble());
+        if (checkWithoutLibrary()) check(kLibrary, libraryTrouble());
         return mExitStatus;
     }
 
   private:
-    bool checkDirectory() {
-        const auto [path, trouble, advice] = checkSocketDirectory();
-        if (trouble.empty()) return check(kDirectory, {}, path + " " + kDirectory.went);
-        return check(kDirectory, {Trouble::Kind::kOther, path + ": " + trouble, advice});
+    bool checkWithoutLibrary() {
+        ServiceProbe probe(mSettings.timeout);
+        const bool works = checkPlace(probe) && checkService(probe);
+        // The thread of a call that does not return would be in the way of an ordinary end.
+        if (probe.isStuck()) _exit(mExitStatus);  // what was printed is out
+        return works;
     }
 
-    bool checkService() {
-        ServiceProbe probe(mSettings.timeout);
+    bool checkPlace(ServiceProbe& probe) {
+        const std::optional<Place> place = currentPlace();
+        if (!place) return true;
+        const auto look = [place]() -> Trouble {
+            const Obstacle obstacle = place->obstacle(place->path);
+            if (obstacle.trouble.empty()) return {};
+            return {Trouble::Kind::kOther, place->path + ": " + obstacle.trouble, obstacle.advice};
+        };
+        Trouble trouble = place->hasManager ? probe.call(look) : look();
+        if (probe.isStuck()) trouble.text = place->path + ": its service manager does not answer";
+        return check({place->kind, 10, "", ""}, trouble, place->path + " can be used");
+    }
+
+    bool checkService(ServiceProbe& probe) {
         const bool works = check(kService, probe.find()) &&
                            check(kCallback, probe.registerCallback()) &&
                            check(kSend, probe.sendEnable()) && check(kUp, probe.waitForUp()) &&
                            check(kAnswer, probe.askForFilters());
-        // The thread of a call that does not return would be in the way of an ordinary end.
-        if (probe.isStuck()) _exit(mExitStatus);  // what was printed is out
         if (works) (void)probe.sendDisable();
         return works;
     }

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "proto/SdfProto.pb.h"
+#include "tools/place/Place.h"
 #include "tools/sdfctl/Waiter.h"
 #include "utils/Mutex.h"
 
@@ -96,9 +97,10 @@ std::vector<uint8_t> enableMessage(bool enable) {
 }
 
 constexpr char kOtherInterfaceAdvice[] =
-    "Another program has taken the service's name: end it, and start the service. On Linux the name "
-    "is a link in the directory above, vendor.orn.data.lumservice.ILumService.service, to that "
-    "program's socket (fuser with the link names the program).";
+    "Another program has taken the service's name: end it, and start the service. Where they "
+    "meet in a directory, the name is a link in it, "
+    "vendor.orn.data.lumservice.ILumService.service, to that program's socket (fuser with the link "
+    "names the program).";
 
 Trouble troubleOf(const ndk::ScopedAStatus& status) {
     if (status.isOk()) return {};
@@ -125,6 +127,10 @@ struct ServiceProbe::Parts {
     Trouble find() {
         const ndk::SpAIBinder binder(AServiceManager_checkService(ILumService::descriptor));
         if (binder.get() == nullptr) {
+            const Obstacle refused = lookUpObstacle(ILumService::descriptor);
+            if (!refused.trouble.empty()) {
+                return {Trouble::Kind::kOther, refused.trouble, refused.advice};
+            }
             return {Trouble::Kind::kOther,
                     std::string("nobody serves the name ") + ILumService::descriptor};
         }

@@ -37,6 +37,8 @@ class ServiceProbe {
     ServiceProbe(const ServiceProbe&) = delete;
     ServiceProbe& operator=(const ServiceProbe&) = delete;
 
+    // Takes any step.
+    Trouble call(std::function<Trouble()> body);
     // Looks the service up.
     Trouble find();
     // Gives it a callback object.
@@ -57,7 +59,6 @@ class ServiceProbe {
   private:
     struct Parts;
 
-    Trouble call(std::function<Trouble()> body);
     Trouble send(const std::vector<uint8_t>& bytes);
     Trouble silence() const;
 

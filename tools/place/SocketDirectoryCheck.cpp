@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/sdfctl/SocketDirectoryCheck.h"
+#include "tools/place/SocketDirectoryCheck.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,15 +10,15 @@
 #include <cstring>
 #include <filesystem>
 
-namespace {
-
-std::string directoryPath() {
+std::string socketDirectory() {
     const char* const own = getenv("LUM_BINDER_DIR");
     if (own != nullptr && *own != '\0') return own;
     const char* const run = getenv("XDG_RUNTIME_DIR");
     if (run != nullptr && *run != '\0') return std::string(run) + "/lum-binder";
     return "/tmp/lum-binder-" + std::to_string(geteuid());
 }
+
+namespace {
 
 constexpr char kElsewhere[] = "Set LUM_BINDER_DIR to another directory, here and for the service.";
 constexpr char kShorter[] = "Set LUM_BINDER_DIR to a shorter path, here and for the service.";
@@ -28,13 +28,8 @@ constexpr char kClose[] =
     "Make it this user's alone (chmod 700), or set LUM_BINDER_DIR to another directory, here and "
     "for the service.";
 
-struct Finding {
-    std::string trouble;
-    const char* advice = "";
-};
-
 // What the binder runtime accepts, so that the paths of its sockets fit an address.
-Finding lengthFinding(const std::string& path) {
+Obstacle lengthObstacle(const std::string& path) {
     constexpr size_t kMost = 64;
     if (path.size() <= kMost) return {};
     return {"its path has " + std::to_string(path.size()) + " bytes, and may have " +
@@ -43,7 +38,7 @@ Finding lengthFinding(const std::string& path) {
 }
 
 // A service makes the last directory of the path, no other.
-Finding parentFinding(std::string path) {
+Obstacle parentObstacle(std::string path) {
     while (path.size() > 1 && path.back() == '/') path.pop_back();
     std::string parent = std::filesystem::path(path).parent_path();
     if (parent.empty()) parent = ".";
@@ -59,10 +54,10 @@ Finding parentFinding(std::string path) {
     return {};
 }
 
-Finding findingAt(const std::string& path) {
+Obstacle obstacleAt(const std::string& path) {
     struct stat about {};
     if (lstat(path.c_str(), &about) != 0) {
-        return errno == ENOENT ? parentFinding(path) : Finding{strerror(errno), kElsewhere};
+        return errno == ENOENT ? parentObstacle(path) : Obstacle{strerror(errno), kElsewhere};
     }
     if (!S_ISDIR(about.st_mode)) return {"it is not a directory", kElsewhere};
     if (about.st_uid != geteuid()) {
@@ -77,9 +72,7 @@ Finding findingAt(const std::string& path) {
 
 }  // namespace
 
-SocketDirectoryCheck checkSocketDirectory() {
-    const std::string path = directoryPath();
-    Finding finding = lengthFinding(path);
-    if (finding.trouble.empty()) finding = findingAt(path);
-    return {path, finding.trouble, finding.advice};
+Obstacle socketDirectoryObstacle(const std::string& path) {
+    Obstacle length = lengthObstacle(path);
+    return length.trouble.empty() ? obstacleAt(path) : length;
 }
