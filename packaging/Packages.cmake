@@ -77,7 +77,8 @@ set(CPACK_DEBIAN_TOOLS_DESCRIPTION
 sdfctl issues the functions of liblum_sdf_sdk as commands. lum_sdf_emulator
 is a stand-in for the data service, for machines that have none; it can be
 made to misbehave. lum_sdf_demo shows library and service at work together,
-lum_sdf_monitor what becomes of flows and queues.")
+lum_sdf_monitor what becomes of flows and queues. lum_servicemanager lets
+them meet over the kernel's binder driver where there is no Android.")
 
 # shlibs(COMPONENT LIBRARY): a component with a library for others to link.
 function(shlibs component library)

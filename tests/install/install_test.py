@@ -25,7 +25,7 @@ LIB, VERSION, CC, CXX = sys.argv[3:7]
 MAJOR = VERSION.split(".")[0]
 CONSUMER = Path(__file__).parent / "consumer"
 DOC = "share/doc/lum_sdf"
-PROGRAMS = ("lum_sdf_demo", "lum_sdf_emulator", "lum_sdf_monitor", "sdfctl")
+PROGRAMS = ("lum_sdf_demo", "lum_sdf_emulator", "lum_sdf_monitor", "lum_servicemanager", "sdfctl")
 
 COMPONENTS = {
     "runtime": {

@@ -40,6 +40,6 @@ END
 
 # They go without a trace, the tools and the development files with the library.
 apt-get -o DPkg::Chroot-Directory="$root" purge --yes liblum-sdf-sdk1
-left=$(find "$root/usr" "$root/etc" "$root/var/lib/dpkg/info" -iname '*lum*sdf*' -o -name 'sdfctl*')
+left=$(find "$root/usr" "$root/etc" "$root/var/lib/dpkg/info" -iname '*lum*sdf*' -o -name 'sdfctl*' -o -name 'lum_servicemanager*')
 known=$(chroot "$root" ldconfig -p | grep -F liblum_sdf || true)
 [ -z "$left$known" ]

@@ -79,6 +79,26 @@ TEST_F(DriverDoctorTest, DeviceIsAnotherOne) {
     EXPECT_EQ(object["detail"], "/dev/null: it is no device of the binder driver");
 }
 
+// What lum_servicemanager says when it cannot be one.
+void expectNoManager(int status, const std::string& error, Lines arguments,
+                     const std::string& device) {
+    arguments.insert(arguments.begin(), LUM_SERVICEMANAGER_PROGRAM);
+    ChildProcess manager(arguments, {"LUM_BINDER=" + device});
+    EXPECT_EQ(manager.wait(), status);
+    EXPECT_EQ(manager.lines(), Lines{});
+    const Lines errors = manager.errorLines();
+    EXPECT_NE(std::find(errors.begin(), errors.end(), error), errors.end()) << error;
+}
+
+TEST(ServiceManagerProgramTest, WhatKeepsItFromServingIsReported) {
+    expectNoManager(
+        1, "lum_servicemanager: set LUM_BINDER to the driver's device, for example /dev/vndbinder",
+        {}, "");
+    expectNoManager(1, "lum_servicemanager: cannot use the driver's device; the log says why", {},
+                    "/dev/null");
+    expectNoManager(2, "usage: lum_servicemanager [--help | --version]", {"--colour"}, "/dev/null");
+}
+
 // With the driver's second device, which has no service manager but those of the tests.
 class DriverManagerTest : public DriverDoctorTest {
   protected:
@@ -115,6 +135,12 @@ TEST_F(DriverManagerTest, NobodyServesTheNameThenSomebodyDoes) {
     EXPECT_EQ(run.status, 0);
     ASSERT_EQ(run.lines.size(), 7U);
     EXPECT_EQ(run.lines[0], "ok      driver:    /dev/binder can be used");
+}
+
+TEST_F(DriverManagerTest, ADeviceHasOneServiceManager) {
+    manage(LUM_SERVICEMANAGER_PROGRAM);
+    expectNoManager(1, "lum_servicemanager: another process is the service manager of this device",
+                    {}, kDevice);
 }
 
 TEST_F(DriverManagerTest, ServiceManagerThatHasStopped) {

@@ -2,6 +2,7 @@
 // lum_servicemanager: keeps the names of services for processes that reach each other over the
 // kernel's binder driver, on machines without Android's.
 
+#include <lum_sdf_sdk.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,7 +16,7 @@
 namespace {
 
 constexpr char kHelp[] =
-    R"(usage: lum_servicemanager
+    R"(usage: lum_servicemanager [--help | --version]
 
 Keeps the names of services for processes that reach each other over the kernel's
 binder driver, until it is killed. Prints "ready" when it does.
@@ -25,6 +26,8 @@ environment:
 
 A process that dies loses its names. Nobody may give a name that another user has
 to an object. Where Android runs, its own service manager does this.
+
+Exit status: 1 when it cannot serve; 2 when the command line is wrong.
 )";
 
 int fail(const char* what) {
@@ -37,6 +40,10 @@ int fail(const char* what) {
 int main(int argc, char** argv) {
     if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
         fputs(kHelp, stdout);
+        return 0;
+    }
+    if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+        puts("lum_servicemanager (lum SDF) " LUM_SDF_SDK_VERSION);
         return 0;
     }
     if (argc != 1) {
