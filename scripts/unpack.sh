@@ -18,11 +18,19 @@ list=$(scripts/packages.sh names "$group")
 printf '\n==> unpacking packages: %s\n' "$group"
 rm -rf "$directory" "$directory.new" "$@"
 mkdir -p "$(dirname "$directory")"
+# Of a machine's packages, only what tests/vm/vm.sh takes: a kernel has thousands of modules.
+set --
+case $group in
+    kernel-*)
+        set -- --dpkgopt='path-exclude=/*' --dpkgopt='path-include=/boot/vmlinuz-*' \
+            --dpkgopt='path-include=*/binder_linux.ko' --dpkgopt='path-include=/bin/busybox'
+        ;;
+esac
 # Only from Debian's main archive: that of security updates need not have the same versions for all
 # architectures. Nothing of it is run here, so this mode, which needs no rights, does: it warns about
 # root for the sake of what is run.
 mmdebstrap --mode=chrootless --variant=extract --architectures="$architecture" \
-    --include="$(printf '%s' "$list" | tr '\n' ,)" \
+    --include="$(printf '%s' "$list" | tr '\n' ,)" "$@" \
     bookworm "$directory.new" "deb $(scripts/packages.sh mirror) bookworm main"
 rm -rf "$directory.new/dev" # qemu-arm would take its files for this machine's
 printf '%s\n' "$list" >"$directory.new/packages"
