@@ -5,8 +5,11 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "tests/emulator/FeatureFixture.h"
+#include "tools/emulator/Filters.h"
+#include "tools/emulator/Timeline.h"
 
 namespace {
 
@@ -258,6 +261,27 @@ TEST_F(FilterRequestsTest, NothingIsDueForAFeatureThatHasLeft) {
     ask("08 0F 1A 04 7A 02 08 01");  // REG_PRIORITY_QUEUE_REPORTS, enable
     mState.reset();
     EXPECT_FALSE(mClock.timeline().next());
+}
+
+// On a machine so slow that its clock moves on from one look at it to the next.
+TEST(FiltersTest, ShorterDelayEndsFirstHoweverSlowTheThreadIs) {
+    Timeline::Time now{};
+    Timeline timeline([&now] { return now += milliseconds(30); });
+    Policy policy;
+    policy.activationDelay = milliseconds(20);
+    policy.inactivityTimeout = milliseconds(40);
+    std::vector<SdfProto::FilterStatus> statuses;
+    Filters filters(0, policy, timeline, [&statuses](const SdfProto::FilterData& data) {
+        statuses.push_back(data.status());
+    });
+    SdfProto::AddFilter description;
+    description.set_src_ip("::1");
+    description.set_dest_ip("::2");
+    statuses.push_back(filters.add(7, description).status());
+    while (timeline.next()) timeline.run();
+    EXPECT_EQ(statuses, (std::vector<SdfProto::FilterStatus>{SdfProto::FILTER_PENDING,
+                                                             SdfProto::FILTER_ACTIVE,
+                                                             SdfProto::FILTER_INACTIVITY_TIMEOUT}));
 }
 
 }  // namespace

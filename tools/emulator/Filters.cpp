@@ -38,14 +38,14 @@ SdfProto::FilterData Filters::add(uint64_t id, const SdfProto::AddFilter& descri
     Filter& added = mFilters.back();
     mById.emplace(number, std::prev(mFilters.end()));
     mByDescription.emplace(added.asked, number);
-    startTimeout(added);
-    if (mPolicy.activationDelay.count() == 0) {
-        return filterData(number, SdfProto::FILTER_ACTIVE, "active");
+    if (mPolicy.activationDelay.count() != 0) {
+        added.status = SdfProto::FILTER_PENDING;
+        added.activation =
+            mTimeline.after(mPolicy.activationDelay, [this, number] { activate(number); });
     }
-    added.status = SdfProto::FILTER_PENDING;
-    added.activation =
-        mTimeline.after(mPolicy.activationDelay, [this, number] { activate(number); });
-    return filterData(number, SdfProto::FILTER_PENDING, "not yet active");
+    startTimeout(added);  // last: a shorter delay ends first, however slow this thread is
+    return filterData(number, added.status,
+                      added.status == SdfProto::FILTER_ACTIVE ? "active" : "not yet active");
 }
 
 Filter* Filters::touch(uint32_t id) {
