@@ -3,7 +3,7 @@
 # Runs tests in a virtual machine with Debian's kernel and its binder driver, those listed below or
 # these:
 #
-#   vm.sh BUILD KERNEL [TEST...]
+#   vm.sh BUILD KERNEL [--short | TEST...]
 #
 # BUILD is the directory of the preset "gcc" or "arm", and KERNEL one with Debian's packages for the
 # machine (`./dev` has unpacked them). A TEST is PROGRAM[:FILTER], a GoogleTest program and which of
@@ -14,34 +14,51 @@
 # does a filter that finds none.
 set -eu
 
+# Left out of all: what is about sockets, frames and their limits, about directories, or about a service
+# that is not there. Over the driver that is waited for without limit.
 driver_tests() {
     grep -v '^#' <<'END'
-# What the link over the driver does: calls, objects, deaths, descriptors, names. Not how sockets look
-# for services, and what is served there.
+# Calls, objects, deaths, threads, descriptors, names.
 driver each platform_driver
 driver each platform_raw_driver
 driver each platform_calls
 driver each platform_objects
 driver each platform_death
 driver each platform_descriptor:DumpTest*
-driver each platform_registry:*NamesOfOther*:*ObjectOfAnother*:*NameTakenOver*
-# What keeps a service from working, at a device with and without a service manager. Not directories.
-driver each sdfctl_doctor:DriverManagerTest.*:DoctorTest.EverythingWorks:DoctorTest.N*:DoctorTest.ServiceThat*:DoctorTest.ServicesThatFail*
-# Every function of the library, and a service that is killed.
-driver $ lum_sdf_demo ./lum_sdf_emulator
+driver each platform_registry:-*Director*:*Null*:*LookupWithout*:*AddedWithout*:*TurnedAway*
+# What keeps a service manager from working, at the device that has none.
+driver sdfctl_doctor:DriverManagerTest.*
+# The library and the service: requests, callbacks, misbehaviour, deaths.
+driver each transport_client
+driver each whole_service
+driver each misbehaviour
+driver each new_client
+# Two at once would need two devices.
+driver each demo:-*TwoRunAtOnce
 END
 }
 
-# What takes too long in an ARM machine.
-x86_tests() {
+# What takes longer.
+long_tests() {
     grep -v '^#' <<'END'
-# The library and the service, killed again and again, and what is left of them in the end. More
-# rounds, as many as 1000 and 200, show no more.
-driver each transport_client
-driver each emulator_dump
-driver each new_client
-driver $ LUM_ROUNDS=50 LUM_KILLS=30 stress_rounds
+# Made, killed and used anyhow, again and again, and what is left in the end.
+# More rounds, as many as 1000 and 200, show no more.
+driver $ LUM_ROUNDS=200 LUM_KILLS=50 stress_rounds
 driver each stress_incallback
+driver each stress_mixed
+driver each stress_careless
+driver each stress_blocked
+driver each session_healing
+# The programs.
+driver each emulator_dump
+driver each emulator_service
+driver each emulator_program:-*WhatKeepsItFromServing*:*DebugLogShows*
+driver each session_cpp
+driver each examples
+driver each sdfctl_program:-*ServiceThatIsNotUp
+driver each sdfctl_doctor:DoctorTest.*-*Director*:*NobodyServes*
+driver each sdfctl_dump:-*NobodyServes*
+driver each sdfctl_keep
 END
 }
 
@@ -63,7 +80,7 @@ each platform_registry:*Take*
 # Skipped where there are no pseudo-terminals. Not those that want a shell which leaves the modes alone.
 sdfctl_terminal:-*Stopped*
 # Every function of the library, and a service that is killed.
-$ lum_sdf_demo ./lum_sdf_emulator
+each demo:*EverythingHappens
 END
 }
 
@@ -77,27 +94,55 @@ mount -t proc proc /proc && mount -t sysfs sysfs /sys && mount -t debugfs debugf
 mount -t devtmpfs devtmpfs /dev && mkdir -p /dev/pts && mount -t devpts devpts /dev/pts
 ip link set lo up
 dmesg -n 1 # only what ends the machine may get between the tests' lines
-# Its log has what callers do wrong (1), but not that a buffer is full, as some tests make it.
-insmod /binder_linux.ko devices=binder,vndbinder debug_mask=1 alloc_debug_mask=0
-chmod 666 /dev/binder /dev/vndbinder # as on a device
 cd /programs || exit
 
+# The driver's log has what callers do wrong (1), but not that a buffer is full, as some tests make it.
+insmod /binder_linux.ko devices=vndbinder,hwbinder,otherbinder,binder debug_mask=1 alloc_debug_mask=0
+mkfifo /ready
+chmod 666 /dev/*binder # as Android does
+# Each has names of its own, so that a test can run on each at a time. The last is for service managers
+# of the tests.
+devices='vndbinder hwbinder otherbinder'
+for device in $devices; do
+    LUM_BINDER=/dev/$device ./lum_servicemanager >/ready &
+    read -r _ </ready
+done
+
+# Shows what the program printed, unless all of its tests passed.
 passes() { # PROGRAM FILTER
-    timeout 100 "./$1" --gtest_brief=1 --gtest_color=no --gtest_filter="$2" </dev/null >/output 2>&1
+    output=$(mktemp)
+    timeout 300 "./$1" --gtest_brief=1 --gtest_color=no --gtest_filter="$2" </dev/null >"$output" 2>&1
     status=$?
-    cat /output
-    [ $status = 0 ] && grep -qF '[  PASSED  ] ' /output &&
-        ! grep -qF -e '[  SKIPPED ]' -e '[  PASSED  ] 0 tests' /output
+    [ $status = 0 ] && grep -qF '[  PASSED  ] ' "$output" &&
+        ! grep -qF -e '[  SKIPPED ]' -e '[  PASSED  ] 0 tests' "$output"
+    result=$?
+    [ $result = 0 ] || { printf '\n%s %s: status %s\n' "$1" "$2" $status && cat "$output"; }
+    rm "$output"
+    return $result
+}
+
+# The same for the cases that it reads, each in a process.
+cases_pass() { # PROGRAM
+    failed=0
+    while read -r case; do passes "$1" "$case" || failed=1; done
+    return $failed
 }
 
 each_passes() { # PROGRAM FILTER
-    result=1
-    for case in $("./$1" --gtest_list_tests --gtest_filter="$2" |
-        awk '/^[^ ]/ { suite = $1 } /^ / { print suite $1 }'); do
-        result=0
-        passes "$1" "$case" || return 1
+    "./$1" --gtest_list_tests --gtest_filter="$2" |
+        awk '/^[^ ]/ { suite = $1 } /^ / { print suite $1 }' >/cases
+    [ -s /cases ] || return 1
+    lanes=
+    for device in $devices; do
+        [ -z "$LUM_BINDER" ] || LUM_BINDER=/dev/$device
+        awk -v device="$device" -v devices="$devices" \
+            'BEGIN { split(devices, names) } names[NR % length(names) + 1] == device' /cases |
+            cases_pass "$1" &
+        lanes="$lanes $!"
     done
-    return $result
+    failed=0
+    for lane in $lanes; do wait "$lane" || failed=1; done
+    return $failed
 }
 
 test_passes() { # TEST
@@ -118,31 +163,26 @@ driver_passes() { # TEST
     # add what it says of processes that are to misbehave.
     export LUM_HARMLESS_COMPLAINTS=/harmless
     echo 'RLIMIT_NICE not set' >/harmless
-    mkfifo /ready
-    ./lum_servicemanager >/ready &
-    manager=$!
-    read -r _ </ready
     test_passes "$1"
     result=$?
-    kill $manager
-    wait $manager 2>/dev/null
     unset LUM_BINDER LUM_HARMLESS_COMPLAINTS
-    rm /ready
     ! dmesg | grep binder | grep -vFf /harmless && [ $result = 0 ]
 }
 
 while read -r test; do
+    began=$(cut -d. -f1 /proc/uptime)
     case $test in
         'driver '*) driver_passes "${test#driver }" ;;
         *) test_passes "$test" ;;
     esac && verdict=passed || verdict=FAILED
-    printf '\nvm: %s: %s\n' "$verdict" "$test"
+    printf '%s: %s after %s s: %s\n' "$machine" $verdict $(($(cut -d. -f1 /proc/uptime) - began)) "$test"
 done </tests
 poweroff -f
 END
 }
 
 build=$(realpath "$1")
+name=$(basename "$build")
 kernel=$(realpath "$2")
 shift 2
 sysroot=$(sed -n 's/^LUM_SYSROOT:[A-Z]*=//p' "$build/CMakeCache.txt")
@@ -182,27 +222,29 @@ done
 cp -a "$build"/lib/*.so* "$root$build/lib"
 init >"$root/init"
 chmod +x "$root/init"
-if [ $# != 0 ]; then
-    printf '%s\n' "$@"
-else
-    driver_tests
-    if [ -n "$sysroot" ]; then arm_tests; else x86_tests; fi
-fi >"$root/tests"
+case ${1:-} in
+    '' | --short)
+        driver_tests
+        [ -n "${1:-}" ] || long_tests
+        [ -z "$sysroot" ] || arm_tests
+        ;;
+    *) printf '%s\n' "$@" ;;
+esac >"$root/tests"
 (cd "$root" && find . | $emulator bin/busybox cpio -o -H newc) >"$build/vm/initramfs"
 
 # It cannot restart, so that a kernel that panics ends it.
 {
     # shellcheck disable=SC2086 # a list of words
-    timeout --foreground 300 $machine -smp 2 -m 1024 \
+    timeout --foreground "${LUM_VM_LIMIT:-1800}" $machine -smp 2 -m 1024 \
         -accel tcg,thread=multi -nic none -display none -monitor none -serial stdio -no-reboot \
-        -kernel "$kernel"/boot/vmlinuz-* -initrd "$build/vm/initramfs" -append "console=$console quiet panic=-1" \
-        </dev/null && echo "vm: passed: switching off"
-} | tr -d '\r' | tee "$build/vm/console.log"
+        -kernel "$kernel"/boot/vmlinuz-* -initrd "$build/vm/initramfs" -append "console=$console quiet panic=-1 machine=$name" \
+        </dev/null && echo "$name: passed after 0 s: switching off"
+} | sed -u 's/\r//' | tee "$build/vm/console.log"
 
 echo "switching off" >>"$root/tests"
 status=0
 while read -r test; do
-    grep -qxF "vm: passed: $test" "$build/vm/console.log" || {
+    sed -n 's/^[a-z]*: passed after [0-9]* s: //p' "$build/vm/console.log" | grep -qxF "$test" || {
         echo "vm.sh: did not pass: $test" >&2
         status=1
     }
