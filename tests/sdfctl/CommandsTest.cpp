@@ -8,11 +8,11 @@
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <sstream>
 
 #include "tests/sdfctl/Sdfctl.h"
 #include "tests/support/EmulatorProcess.h"
+#include "tests/support/Pattern.h"
 #include "tests/support/TestDirectory.h"
 
 namespace {
@@ -44,19 +44,23 @@ class CommandsTest : public testing::Test {
 
 // "prioritizedds" for sdfPrioritizeDds and PRIORITIZE_DDS. Functions say Lvl, events LEVEL.
 std::string plain(const std::string& name) {
-    std::string letters = std::regex_replace(name, std::regex("^sdf|_"), "");
-    letters = std::regex_replace(letters, std::regex("Lvl"), "Level");
+    std::string letters = replaceAll(replaceAll(name, "^sdf|_", ""), "Lvl", "Level");
     for (char& letter : letters) letter = static_cast<char>(tolower(letter));
     return letters;
 }
 
 // The functions of the requests, by command, as the help lists them.
 std::vector<std::pair<std::string, std::string>> requests() {
-    const std::regex row("  ([a-z-]+) +(sdf\\w+)\\(\\).*");
     std::vector<std::pair<std::string, std::string>> found;
-    std::smatch parts;
     for (const std::string& line : runSdfctl("help").lines) {
-        if (std::regex_match(line, parts, row)) found.emplace_back(parts[1], parts[2]);
+        std::istringstream words(line);
+        std::string command;
+        std::string function;
+        words >> command >> function;
+        const size_t end = function.find("()");
+        if (function.rfind("sdf", 0) == 0 && end != std::string::npos) {
+            found.emplace_back(command, function.substr(0, end));
+        }
     }
     return found;
 }
