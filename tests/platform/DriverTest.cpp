@@ -194,12 +194,12 @@ TEST_F(DriverTest, ObjectCallsAtItsEnd) {
     };
     ABinderProcess_startThreadPool();
     Watched watched{mService, {}};
-    AIBinder_Class* const watchedClass = plainClass("lum.test.IWatched", [](void* userData) {
+    static AIBinder_Class* const sWatched = plainClass("lum.test.IWatched", [](void* userData) {
         auto& object = *static_cast<Watched*>(userData);
         EXPECT_EQ(AIBinder_ping(object.service.get()), STATUS_OK);
         object.ended.add();
     });
-    EXPECT_EQ(call(kKeep, args(ndk::SpAIBinder(AIBinder_new(watchedClass, &watched)))), STATUS_OK);
+    EXPECT_EQ(call(kKeep, args(ndk::SpAIBinder(AIBinder_new(sWatched, &watched)))), STATUS_OK);
     EXPECT_EQ(call(kKeep, args(ndk::SpAIBinder())), STATUS_OK);
     EXPECT_TRUE(watched.ended.waitFor(1));
 }

@@ -84,6 +84,12 @@ bool isClosed(int fd) {
     return fcntl(fd, F_GETFD) == -1;
 }
 
+// Never ended, as its threads are not.
+std::shared_ptr<KernelLink> makeLink() {
+    static auto& sLinks = *new std::vector<std::shared_ptr<KernelLink>>();
+    return sLinks.emplace_back(std::make_shared<KernelLink>(ScriptedDriver::kDevice));
+}
+
 class KernelLinkTest : public testing::Test {
   protected:
     KernelLinkTest() { mDriver.reset(); }
@@ -114,9 +120,7 @@ class KernelLinkTest : public testing::Test {
     }
 
     ScriptedDriver& mDriver = ScriptedDriver::instance();
-    // Never ended, as its threads are not.
-    const std::shared_ptr<KernelLink>& mLink =
-        *new std::shared_ptr<KernelLink>(std::make_shared<KernelLink>(ScriptedDriver::kDevice));
+    const std::shared_ptr<KernelLink> mLink = makeLink();
     int mEnded = 0;
     const ndk::SpAIBinder mObject = makeCounted(&mEnded);
 };
@@ -256,10 +260,10 @@ TEST_F(KernelLinkTest, CallThatFindsNoMemoryIsAnsweredAndGivesEverythingBack) {
 // The driver would refuse what the object's end may call until then.
 TEST_F(KernelLinkTest, ObjectEndsWhenTheThreadWaitsNoMore) {
     static size_t sRepliesBefore;
-    AIBinder_Class* const watched = plainClass("test.Watched", [](void* driver) {
+    static AIBinder_Class* const sWatched = plainClass("test.Watched", [](void* driver) {
         sRepliesBefore = static_cast<ScriptedDriver*>(driver)->count(BC_FREE_BUFFER);
     });
-    ndk::SpAIBinder object(AIBinder_new(watched, &mDriver));
+    ndk::SpAIBinder object(AIBinder_new(sWatched, &mDriver));
     const binder_ptr_cookie name{0, reinterpret_cast<uintptr_t>(object.get())};
     mDriver.answer(KernelCommands().add(BR_INCREFS, name).add(BR_ACQUIRE, name));
     answer(BR_TRANSACTION_COMPLETE);
