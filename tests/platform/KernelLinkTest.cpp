@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/linux/src/KernelLink.h"
+#include "platform/linux/src/KernelRegistry.h"
 #include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/LocalBinder.h"
 #include "platform/linux/src/Parcel.h"
@@ -369,6 +370,29 @@ TEST_F(KernelLinkTest, RegistrationThatFindsNoMemoryTellsTheDriverNothing) {
     }
     EXPECT_EQ(left, 4);  // the late end, the notification, the entry
     EXPECT_EQ(mDriver.count(BC_REQUEST_DEATH_NOTIFICATION), 1U);
+}
+
+// Names are waited for with a callback, whose class is made once.
+TEST(KernelRegistryTest, WaitsAlsoAfterItFoundNoMemory) {
+    ScriptedDriver& driver = ScriptedDriver::instance();
+    auto& registry = *new KernelRegistry(ScriptedDriver::kDevice);
+    Buffer nobody;
+    for (const int32_t number : {0, int32_t{BINDER_TYPE_BINDER}, 0, 0, 0, 0, 0, 0}) {
+        nobody.addNumber(number);
+    }
+    size_t calls = 0;
+    for (long left = 0; calls < 2 && left < 100; ++left) {
+        driver.reset();
+        driver.answer(KernelCommands().add(BR_NOOP).add(BR_REPLY, nobody.data()));
+        driver.answer(KernelCommands().add(BR_NOOP).add(BR_DEAD_REPLY));
+        try {
+            const AllocationLimit one(left, AllocationLimit::kNextOnly);
+            EXPECT_EQ(registry.waitFor("lum.test"), nullptr);
+        } catch (const std::bad_alloc&) {
+        }
+        calls = driver.count(BC_TRANSACTION);
+    }
+    EXPECT_EQ(calls, 2U);
 }
 
 }  // namespace

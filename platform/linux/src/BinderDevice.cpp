@@ -4,22 +4,29 @@
 #include <linux/android/binder.h>
 
 #include <cstdlib>
+#include <string_view>
+
+namespace {
+
+const char* deviceSet() {
+    const char* const device = getenv("LUM_BINDER");
+    return device == nullptr ? "" : device;
+}
+
+}  // namespace
 
 const std::string& binderDevice() {
-    static const auto* const sDevice = [] {
-        const char* const device = getenv("LUM_BINDER");
-        return new std::string(device == nullptr ? "" : device);
-    }();
+    static const auto* const sDevice = new std::string(deviceSet());
     return *sDevice;
 }
 
-uint32_t partitionAt(const std::string& device) {
-    const std::string name = device.substr(device.rfind('/') + 1);
+uint32_t partitionAt(std::string_view device) {
+    const std::string_view name = device.substr(device.rfind('/') + 1);
     return name.empty() || name == "vndbinder" ? B_PACK_CHARS('V', 'N', 'D', 'R')
                                                : B_PACK_CHARS('S', 'Y', 'S', 'T');
 }
 
 uint32_t binderPartition() {
-    static const uint32_t sPartition = partitionAt(binderDevice());
+    static const uint32_t sPartition = partitionAt(deviceSet());
     return sPartition;
 }

@@ -56,13 +56,20 @@ binder_status_t onRegistration(AIBinder* callback, transaction_code_t code, cons
 }
 
 // Throws std::bad_alloc.
-BinderRef makeCallback(SharedWaiter waiter) {
-    static AIBinder_Class* const sClass = AIBinder_Class_define(
+AIBinder_Class* defineCallback() {
+    AIBinder_Class* const clazz = AIBinder_Class_define(
         kServiceCallback,
         [](void* from) -> void* {
             return new SharedWaiter(*static_cast<const SharedWaiter*>(from));
         },
         [](void* held) { delete static_cast<SharedWaiter*>(held); }, onRegistration);
+    if (clazz == nullptr) throw std::bad_alloc();
+    return clazz;
+}
+
+// Throws std::bad_alloc.
+BinderRef makeCallback(SharedWaiter waiter) {
+    static AIBinder_Class* const sClass = defineCallback();
     BinderRef callback(AIBinder_new(sClass, &waiter));
     if (callback == nullptr) throw std::bad_alloc();
     return callback;
