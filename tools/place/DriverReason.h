@@ -3,5 +3,5 @@
 
 #include <android/binder_status.h>
 
-// Why a service manager's name cannot be had over the kernel's driver.
+// Why AServiceManager_addService refuses over the kernel's driver.
 const char* driverReasonOf(binder_exception_t refused);

@@ -11,12 +11,13 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-// Asks whether this process may look a name up: AServiceManager_checkService also returns null if it
-// may not. Blocks for as long as the service manager takes. instance: not null.
-// Returns a status, owned by the caller, or null when there is no memory. Over sockets it is OK. Over
-// the kernel's driver it is OK if the service manager lets this process look, whether or not anybody
-// serves the name; what the service manager refuses with; STATUS_DEAD_OBJECT when there is none; and
-// EX_ILLEGAL_STATE when the device cannot be used.
+// Asks whether this process may look a name up: AServiceManager_checkService also returns null if
+// it may not. Blocks for as long as the service manager takes.
+// instance: not null.
+// Returns a status, owned by the caller, or null when there is no memory. Over sockets it is OK.
+// Over the kernel's driver it is OK if the service manager lets this process look, whether or not
+// anybody serves the name; what the service manager refuses with; STATUS_DEAD_OBJECT when there is
+// none; and EX_ILLEGAL_STATE when the device cannot be used.
 AStatus* LumServiceManager_mayFind(const char* instance);
 
 #pragma GCC visibility pop
