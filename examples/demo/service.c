@@ -92,10 +92,12 @@ static void cleanUp(void) {
 
 void prepareService(const char* program) {
     gProgram = program;
-    // A directory of our own, so that several demos can run at once.
+#ifndef __ANDROID__
+    // A directory of our own, so that several demos can run at once. A device has one service.
     require(mkdtemp(gDirectory) != NULL, "making a directory under /tmp");
-    atexit(cleanUp);
     setenv("LUM_BINDER_DIR", gDirectory, 1);
+#endif
+    atexit(cleanUp);
 }
 
 int processOfService(void) {

@@ -5,19 +5,24 @@
 usage: blueprint_test.py TREE MODULE=SOURCE,... ...
 
 Each MODULE of Android.bp must have exactly these sources, given from the top of the tree, besides
-generated ones.
+generated ones, in the configuration that has all of it.
 """
 import ast
 import pathlib
 import re
+import subprocess
 import sys
+import tempfile
 import unittest
 
 TREE = pathlib.Path(sys.argv[1]).resolve()
 SOURCES = dict(argument.split("=") for argument in sys.argv[2:])
 
 # What a platform tree has of its own.
-PLATFORM_MODULES = {"libbinder_ndk", "liblog", "libprotobuf-cpp-lite"}
+PLATFORM_MODULES = {"libbinder_ndk", "liblog", "libprotobuf-cpp-full", "libprotobuf-cpp-lite"}
+
+# What whoever builds the tools there has to fetch.
+FETCHED = {"third_party/CLI11/include", "third_party/json/include"}
 
 # Declared only for vendor and platform software, each in its own header.
 PLATFORM_FUNCTIONS = {
@@ -56,11 +61,19 @@ class AndroidBp(unittest.TestCase):
     def whole(self, name):
         """A module's properties, with those of its defaults that depend on no configuration."""
         whole = {}
-        for part in [self.modules[default] for default in self.modules[name].get("defaults", [])] + [
+        for part in [self.whole(default) for default in self.modules[name].get("defaults", [])] + [
                 self.modules[name]]:
             for key, value in part.items():
                 whole[key] = whole.get(key, []) + value if isinstance(value, list) else value
         return whole
+
+    def all_sources(self, name):
+        """Its own, and those that its defaults add with a lock; not what is generated."""
+        sources = list(self.modules[name]["srcs"])
+        for default in self.modules[name].get("defaults", []):
+            variables = self.modules[default].get("soong_config_variables", {})
+            sources += variables.get("guarded", {}).get("srcs", [])
+        return [source for source in sources if source[0] != ":" and not source.endswith(".proto")]
 
     def test_modules(self):
         self.assertEqual(self.unnamed, ["package"])
@@ -76,33 +89,45 @@ class AndroidBp(unittest.TestCase):
             "liblum_sdf_sdk": "cc_library_shared",
             "liblum_sdf_session": "cc_library_shared",
             "lum_sdf_game": "cc_binary",
-            "lum_sdf_monitor": "cc_binary"})
+            "lum_sdf_monitor": "cc_binary",
+            "lum_sdf_tools_enabled_defaults": "lum_sdf_config_defaults",
+            "lum_sdf_tools_defaults": "cc_defaults",
+            "lum_sdf_cli11_headers": "cc_library_headers",
+            "lum_sdf_nlohmann_json_headers": "cc_library_headers",
+            "lum_sdf_schema_descriptors": "genrule",
+            "lum_sdf_emulator": "cc_binary",
+            "lum_sdf_sdfctl_defaults": "lum_sdf_config_defaults",
+            "sdfctl": "cc_binary",
+            "lum_sdf_demo_defaults": "lum_sdf_config_defaults",
+            "lum_sdf_demo": "cc_binary"})
 
     def test_sources_are_those_of_cmake(self):
         self.assertTrue(SOURCES)
         for name, sources in SOURCES.items():
             with self.subTest(name):
-                self.assertEqual(sorted(self.modules[name]["srcs"]), sorted(sources.split(",")))
+                self.assertEqual(sorted(self.all_sources(name)), sorted(sources.split(",")))
 
     def test_every_file_exists(self):
         for name, module in self.modules.items():
             for file in module.get("srcs", []) + module.get("license_text", []) + module.get(
                     "export_include_dirs", []):
                 with self.subTest(f"{name}: {file}"):
-                    self.assertTrue(list(TREE.glob(file)))
+                    self.assertTrue(file in FETCHED or list(TREE.glob(file)) or
+                                    self.kinds.get(file[1:]) == "genrule")
 
     def test_every_module_asked_for_exists(self):
         known = PLATFORM_MODULES | set(self.modules)
         known |= {f"{name}-ndk" for name, kind in self.kinds.items() if kind == "aidl_interface"}
         for name, module in self.modules.items():
-            for key in ("defaults", "static_libs", "shared_libs", "export_shared_lib_headers"):
+            for key in ("defaults", "header_libs", "static_libs", "shared_libs",
+                        "export_shared_lib_headers"):
                 self.assertEqual(set(module.get(key, [])) - known, set(), f"{name}: {key}")
 
     def test_everything_built_is_vendor_software_of_32_bits(self):
         for name, kind in self.kinds.items():
             if kind.startswith("cc_") and kind != "cc_defaults":
                 with self.subTest(name):
-                    self.assertIs(self.whole(name)["vendor"], True)
+                    self.assertIs(self.whole(name).get("vendor"), True)
                     self.assertEqual(self.whole(name)["compile_multilib"], "32")
 
     def check_library(self, name, module, headers):
@@ -138,14 +163,51 @@ class AndroidBp(unittest.TestCase):
     def test_there_is_a_session_only_with_a_guarded_library(self):
         self.assertEqual(self.modules["lum_sdf_config_defaults"], {
             "name": "lum_sdf_config_defaults", "module_type": "cc_defaults",
-            "config_namespace": "lum_sdf", "bool_variables": ["guarded"],
-            "properties": ["cflags", "enabled"]})
+            "config_namespace": "lum_sdf", "bool_variables": ["guarded", "tools"],
+            "properties": ["cflags", "enabled", "shared_libs", "srcs"]})
         for name, with_it, without in (
                 ("lum_sdf_guarded_defaults", {"cflags": ["-DLUM_SDF_GUARDED=1"]},
                  {"cflags": ["-DLUM_SDF_GUARDED=0"]}),
                 ("lum_sdf_session_defaults", {"enabled": True}, {"enabled": False})):
             self.assertEqual(self.modules[name], {"name": name, "soong_config_variables": {
                 "guarded": {**with_it, "conditions_default": without}}})
+
+    def test_tools_are_asked_for_and_have_a_session_where_there_is_one(self):
+        self.assertEqual(
+            self.modules["lum_sdf_tools_enabled_defaults"]["soong_config_variables"],
+            {"tools": {"enabled": True, "conditions_default": {"enabled": False}}})
+        for name in ("lum_sdf_emulator", "sdfctl", "lum_sdf_demo"):
+            self.assertEqual(self.modules[name]["defaults"][0], "lum_sdf_tools_defaults")
+            self.assertEqual(self.whole(name)["cppflags"], ["-fexceptions"])
+        for name, macro in (("sdfctl", "-DLUM_SESSION"), ("lum_sdf_demo", "-DLUM_DEMO_SESSION")):
+            default, = self.modules[name]["defaults"][1:]
+            variables = self.modules[default]["soong_config_variables"]
+            self.assertEqual(list(variables), ["guarded"])
+            self.assertEqual(variables["guarded"]["cflags"], [macro])
+            self.assertEqual(variables["guarded"]["shared_libs"], ["liblum_sdf_session"])
+            # The others do without the session's header, and without what includes it.
+            for source in self.modules[name]["srcs"]:
+                self.assertNotRegex((TREE / source).read_text(encoding="utf-8"),
+                                    r"#include .*(lum_sdf_session|Keeper\.h)")
+
+    def test_descriptors_are_made_as_cmake_makes_them(self):
+        rule = self.modules["lum_sdf_schema_descriptors"]
+        with tempfile.TemporaryDirectory() as directory:
+            made = pathlib.Path(directory) / rule["out"][0]
+            source, = rule["srcs"]
+            command = rule["cmd"].replace("$(location aprotoc)", "protoc")
+            for name, value in (("in", TREE / source), ("genDir", directory), ("out", made)):
+                command = command.replace(f"$({name})", str(value))
+            subprocess.run(command.replace("$$", "$"), shell=True, check=True)
+            text = made.read_text(encoding="utf-8")
+            expected = subprocess.run(
+                ["protoc", "-I", TREE, "--descriptor_set_out=/dev/stdout", source], cwd=TREE,
+                check=True, stdout=subprocess.PIPE).stdout
+        self.assertTrue(text.startswith("#include <tools/emulator/SchemaDescriptors.h>\n"
+                                        "const unsigned char kSchemaDescriptors[] = {\n"))
+        self.assertTrue(text.endswith("}; const size_t kSchemaDescriptorsSize = "
+                                      "sizeof kSchemaDescriptors;\n"))
+        self.assertEqual(bytes(int(byte, 16) for byte in re.findall("0x(..),", text)), expected)
 
     def test_messages(self):
         self.assertEqual(self.modules["liblum_sdf_proto"]["srcs"], ["proto/SdfProto.proto"])
@@ -186,7 +248,8 @@ class PlatformFunctions(unittest.TestCase):
 
     def test_come_from_there_in_every_source_of_the_library(self):
         used = set()
-        for module in ("api", "transport", "utils", "tools/aidl/lumaidl/templates"):
+        for module in ("api", "transport", "utils", "tools/aidl/lumaidl/templates",
+                       "tools/emulator", "tools/place", "tools/sdfctl"):
             for path in (path for path in (TREE / module).iterdir() if path.is_file()):
                 text = path.read_text(encoding="utf-8")
                 for name, header in PLATFORM_FUNCTIONS.items():

@@ -5,8 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <memory>
 #include <system_error>
 
 #include "tools/sdfctl/Failure.h"
@@ -14,9 +15,8 @@
 FileWatch::FileWatch(const std::string& path) : mFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
     if (mFd < 0) throw std::system_error(errno, std::generic_category(), "inotify");
     add(path);
-    std::error_code error;
-    const std::filesystem::path target = std::filesystem::canonical(path, error);
-    if (!error) add(target);
+    const std::unique_ptr<char, decltype(&free)> target(realpath(path.c_str(), nullptr), free);
+    if (target) add(target.get());
 }
 
 FileWatch::~FileWatch() {
@@ -38,10 +38,11 @@ bool FileWatch::take() const {
 }
 
 void FileWatch::add(const std::string& path) {
-    const std::filesystem::path file(path);
-    const std::string directory = file.has_parent_path() ? file.parent_path().string() : ".";
+    const size_t slash = path.rfind('/');
+    std::string directory = ".";
+    if (slash != std::string::npos) directory = slash == 0 ? "/" : path.substr(0, slash);
     if (inotify_add_watch(mFd, directory.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
         throw UsageError(directory + ": cannot be watched: " + strerror(errno));
     }
-    mNames.insert(file.filename());
+    mNames.insert(path.substr(slash + 1));  // behind the last slash, if there is one
 }

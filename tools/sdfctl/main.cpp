@@ -19,8 +19,8 @@
 #include "tools/sdfctl/Commands.h"
 #include "tools/sdfctl/Printer.h"
 #include "tools/sdfctl/Programs.h"
+#include "tools/sdfctl/Prompt.h"
 #include "tools/sdfctl/Session.h"
-#include "tools/sdfctl/Terminal.h"
 
 namespace {
 
@@ -89,24 +89,6 @@ void runLines(Session& session) {
     }
 }
 
-// Whatever is wrong with one line, there is a next one. A user's SIGINT only ends what is being
-// waited for, or the line being typed.
-void askForLines(Session& session) {
-    Terminal terminal(session);
-    for (;;) {
-        try {
-            std::string line;
-            if (!terminal.nextLine(line)) return;
-            runWords(session, splitLine(line));
-        } catch (const Failure& failure) {
-            session.complain(failure);
-        } catch (const Interrupted& interrupted) {
-            if (interrupted.signal != SIGINT) throw;
-            fputs("\n", stderr);
-        }
-    }
-}
-
 // Runs it, then destroys the client. Returns the exit status.
 template <typename Body>
 int runToTheEnd(Session& session, const Body& body) {
@@ -129,12 +111,15 @@ int run(const Options& options) {
     if (program != nullptr) {
         return runProgram(*program, {words.begin() + 1, words.end()}, options.settings);
     }
-    const bool atTerminal = options.words.empty() && Terminal::isThere();
+    const bool atTerminal = options.words.empty() && canPrompt();
     Settings settings = options.settings;
     if (atTerminal) settings.answers = false;  // the user sees them come
     Session session(settings);
     if (atTerminal) {
-        const int status = runToTheEnd(session, [&] { askForLines(session); });
+        const int status = runToTheEnd(session, [&] {
+            promptForLines(session,
+                           [&](const std::string& line) { runWords(session, splitLine(line)); });
+        });
         return status > kExitSignal ? status : kExitSuccess;  // what went wrong has been seen
     }
     return runToTheEnd(session,
