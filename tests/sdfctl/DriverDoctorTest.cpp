@@ -137,12 +137,6 @@ TEST_F(DriverManagerTest, NobodyServesTheNameThenSomebodyDoes) {
     EXPECT_EQ(run.lines[0], "ok      driver:    /dev/binder can be used");
 }
 
-TEST_F(DriverManagerTest, ADeviceHasOneServiceManager) {
-    manage(LUM_SERVICEMANAGER_PROGRAM);
-    expectNoManager(1, "lum_servicemanager: another process is the service manager of this device",
-                    {}, kDevice);
-}
-
 TEST_F(DriverManagerTest, ServiceManagerThatHasStopped) {
     manage(LUM_SERVICEMANAGER_PROGRAM);
     ASSERT_TRUE(stopChild(mManager->pid()));
