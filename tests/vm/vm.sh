@@ -7,15 +7,15 @@
 #
 # BUILD is the directory of the preset "gcc" or "arm", and KERNEL one with Debian's packages for the
 # machine (`./dev` has unpacked them). A TEST is PROGRAM[:FILTER], a GoogleTest program and which of
-# its tests, all in one process; "each PROGRAM[:FILTER]", the same in a process each; or
+# its tests, all in one process; "each PROGRAM[:FILTER]", the same in a process each, three at a time; or
 # "$ [VARIABLE=VALUE...] PROGRAM ARGUMENT...", judged by its exit status. After "driver ", processes
-# reach each other over the driver, and a line of complaint in its log fails the test. The machine is
-# slow: no more than needs it. What is skipped elsewhere belongs here, where a skipped test fails, as
-# does a filter that finds none.
+# reach each other over the driver, and a line of complaint in its log fails the test. What is skipped
+# elsewhere belongs here, where a skipped test fails, as does a filter that finds none. A test that
+# fails shows what it printed.
 set -eu
 
 # Left out of all: what is about sockets, frames and their limits, about directories, or about a service
-# that is not there. Over the driver that is waited for without limit.
+# that is not there, or gone in the end. Over the driver that is waited for without limit.
 driver_tests() {
     grep -v '^#' <<'END'
 # Calls, objects, deaths, threads, descriptors, names.
@@ -42,8 +42,7 @@ END
 long_tests() {
     grep -v '^#' <<'END'
 # Made, killed and used anyhow, again and again, and what is left in the end.
-# More rounds, as many as 1000 and 200, show no more.
-driver $ LUM_ROUNDS=200 LUM_KILLS=50 stress_rounds
+driver each stress_rounds
 driver each stress_incallback
 driver each stress_mixed
 driver each stress_careless
@@ -53,12 +52,14 @@ driver each session_healing
 driver each emulator_dump
 driver each emulator_service
 driver each emulator_program:-*WhatKeepsItFromServing*:*DebugLogShows*
-driver each session_cpp
-driver each examples
+driver each session_cpp:-*Questions
+# One reads a page of this tree.
+driver each examples:-*OfThePage*
 driver each sdfctl_program:-*ServiceThatIsNotUp
-driver each sdfctl_doctor:DoctorTest.*-*Director*:*NobodyServes*
+driver each sdfctl_doctor:DoctorTest.*-*Director*:*NobodyServes*:*AnotherInterface
 driver each sdfctl_dump:-*NobodyServes*
-driver each sdfctl_keep
+# One wants a shell that leaves the modes of a terminal alone.
+driver each sdfctl_keep:-*TerminalAsItWas
 END
 }
 
@@ -93,15 +94,14 @@ export PATH=/bin:/programs
 mount -t proc proc /proc && mount -t sysfs sysfs /sys && mount -t debugfs debugfs /sys/kernel/debug
 mount -t devtmpfs devtmpfs /dev && mkdir -p /dev/pts && mount -t devpts devpts /dev/pts
 ip link set lo up
-dmesg -n 1 # only what ends the machine may get between the tests' lines
 cd /programs || exit
 
 # The driver's log has what callers do wrong (1), but not that a buffer is full, as some tests make it.
-insmod /binder_linux.ko devices=vndbinder,hwbinder,otherbinder,binder debug_mask=1 alloc_debug_mask=0
-mkfifo /ready
+insmod /binder_linux.ko devices=binder,vndbinder,hwbinder,otherbinder debug_mask=1 alloc_debug_mask=0
 chmod 666 /dev/*binder # as Android does
-# Each has names of its own, so that a test can run on each at a time. The last is for service managers
-# of the tests.
+mkfifo /ready
+# Each has names of its own, so that a test can run on each at a time. "binder" is left to tests that
+# want a device without a service manager.
 devices='vndbinder hwbinder otherbinder'
 for device in $devices; do
     LUM_BINDER=/dev/$device ./lum_servicemanager >/ready &
@@ -158,15 +158,14 @@ test_passes() { # TEST
 
 driver_passes() { # TEST
     dmesg -c >/dev/null
-    export LUM_BINDER=/dev/vndbinder
     # Of a process that may not change its priority the driver says so with each of its calls. Tests
     # add what it says of processes that are to misbehave.
-    export LUM_HARMLESS_COMPLAINTS=/harmless
     echo 'RLIMIT_NICE not set' >/harmless
+    export LUM_BINDER=/dev/vndbinder LUM_HARMLESS_COMPLAINTS=/harmless
     test_passes "$1"
-    result=$?
+    passed=$?
     unset LUM_BINDER LUM_HARMLESS_COMPLAINTS
-    ! dmesg | grep binder | grep -vFf /harmless && [ $result = 0 ]
+    ! dmesg | grep binder | grep -vFf /harmless && [ $passed = 0 ]
 }
 
 while read -r test; do
@@ -232,12 +231,13 @@ case ${1:-} in
 esac >"$root/tests"
 (cd "$root" && find . | $emulator bin/busybox cpio -o -H newc) >"$build/vm/initramfs"
 
-# It cannot restart, so that a kernel that panics ends it.
+# It cannot restart, so that a kernel that panics ends it. Only what ends it may get between the lines.
 {
     # shellcheck disable=SC2086 # a list of words
     timeout --foreground "${LUM_VM_LIMIT:-1800}" $machine -smp 2 -m 1024 \
         -accel tcg,thread=multi -nic none -display none -monitor none -serial stdio -no-reboot \
-        -kernel "$kernel"/boot/vmlinuz-* -initrd "$build/vm/initramfs" -append "console=$console quiet panic=-1 machine=$name" \
+        -kernel "$kernel"/boot/vmlinuz-* -initrd "$build/vm/initramfs" \
+        -append "console=$console loglevel=1 panic=-1 machine=$name" \
         </dev/null && echo "$name: passed after 0 s: switching off"
 } | sed -u 's/\r//' | tee "$build/vm/console.log"
 
