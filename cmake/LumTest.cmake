@@ -18,15 +18,16 @@ function(lum_emulator_script program variable)
 endfunction()
 
 # lum_test(NAME SOURCES file... [LIBRARIES target...] [LABELS label] [TIMEOUT seconds]
-#          [ARGUMENTS argument...] [BUSY] [TOGETHER | UNGUARDED_TOO]): one GoogleTest program; every
-# case of it becomes a CTest test in a process of its own, named <prefix><program>.<suite>.<case>.
-# BUSY: the test computes all the time, and takes the place of four that mostly wait. TOGETHER: all
-# cases run in one process, as the test <prefix><program>: for many that leave nothing behind and are
-# over sooner than a process starts. UNGUARDED_TOO: if LUM_ALSO_UNGUARDED, all but the suites named
-# Guarded... are run once more, as <prefix><program>_unguarded.<suite>.<case>, with the unguarded
-# liblum_sdf_sdk.so in the place of the other, for the test and what it starts.
+#          [ARGUMENTS argument...] [LONG | BUSY] [TOGETHER | UNGUARDED_TOO]): one GoogleTest program;
+# every case of it becomes a CTest test in a process of its own, named <prefix><program>.<suite>.<case>.
+# LONG: some cases wait or run so long that all are started before the other tests. BUSY: these compute
+# all the time, too, and take the place of four that mostly wait. TOGETHER: all cases run in one process,
+# as the test <prefix><program>: for many that leave nothing behind and are over sooner than a process
+# starts. UNGUARDED_TOO: if LUM_ALSO_UNGUARDED, all but the suites named Guarded... are run once more, as
+# <prefix><program>_unguarded.<suite>.<case>, with the unguarded liblum_sdf_sdk.so in the place of the
+# other, for the test and what it starts.
 function(lum_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "BUSY;TOGETHER;UNGUARDED_TOO" "TIMEOUT"
+  cmake_parse_arguments(PARSE_ARGV 1 arg "LONG;BUSY;TOGETHER;UNGUARDED_TOO" "TIMEOUT"
                         "SOURCES;LIBRARIES;LABELS;ARGUMENTS")
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} lum_tree GTest::gtest GTest::gtest_main)
@@ -51,9 +52,12 @@ function(lum_test name)
     set(labels LABELS ${arg_LABELS})
   endif()
   set(properties TIMEOUT ${arg_TIMEOUT} ${labels})
+  # So that the others fill the places beside it.
+  if(arg_LONG OR arg_BUSY)
+    list(APPEND properties COST 1000)
+  endif()
   if(arg_BUSY)
-    # Started first, so that the others fill the places beside it.
-    list(APPEND properties PROCESSORS 4 COST 1000)
+    list(APPEND properties PROCESSORS 4)
   endif()
   if(arg_TOGETHER)
     add_test(NAME ${LUM_TEST_PREFIX}${name} COMMAND ${name} ${arg_ARGUMENTS})
