@@ -39,7 +39,7 @@ TEST(InCallbackRoundsTest, DestroyAndCreateAgainFromTheAnswer) {
         }
     });
     ASSERT_EQ(createSdfClient(onStatus), 0);
-    EXPECT_TRUE(clients.waitFor(200));
+    for (int client = 1; client <= 200; ++client) ASSERT_TRUE(clients.waitFor(client));
     EXPECT_EQ(destroySdfClient(), SDF_V2_INVALID_OPERATION);
     EXPECT_TRUE(emulator.waitForClients(0));
 }
