@@ -52,7 +52,7 @@ driver each session_healing
 driver each emulator_dump
 driver each emulator_service
 driver each emulator_program:-*WhatKeepsItFromServing*:*DebugLogShows*
-driver each session_cpp:-*Questions
+driver each session_cpp:-*Questions:*NeedsNoCallback
 # One reads a page of this tree.
 driver each examples:-*OfThePage*
 driver each sdfctl_program:-*ServiceThatIsNotUp
