@@ -257,7 +257,7 @@ const StoppedCase kStoppedCases[] = {
     {"--timeout 86400", "status then disable then sleep 4000000", SIGINT, 128 + SIGINT, nullptr},
     // The first signal ends the run, which then says what keeps it from ending in order.
     {"", "status then sleep 4000000", SIGTERM, 128 + SIGTERM, "destroySdfClient"},
-    {"--timeout 0.1", "status", 0, 4, "destroySdfClient"},
+    {"--timeout 5", "status", 0, 4, "destroySdfClient"},
     {"", "status then destroy then status", 0, 4, "destroySdfClient"},
     {"", "status then disable then status", 0, 4, "lum_sdf_disable"},
 };
