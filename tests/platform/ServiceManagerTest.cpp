@@ -141,10 +141,12 @@ TEST_F(ServiceManagerProxyTest, ServiceIsAdded) {
 }
 
 TEST_F(ServiceManagerProxyTest, RightToLookIsAskedForByAnnouncement) {
-    const auto link = std::make_shared<AnsweringLink>();
+    // As version 12 answers: with its own word.
+    const auto link =
+        std::make_shared<AnsweringLink>(Replies{{kOk + kNull + "01 00 00 00"}, {kOk}});
     EXPECT_TRUE(ServiceManagerProxy(link, "DEVICE").mayFind("lum").isOk());
-    const std::string rest = " 0: " + kToken + kName + kLocal + kVendorWord;
-    EXPECT_EQ(link->takeCalls(), (Texts{"0 5" + rest, "0 6" + rest}));
+    const std::string rest = " 0: " + kToken + kName + kLocal + "01 00 00 03";
+    EXPECT_EQ(link->takeCalls(), (Texts{mLookUp, "0 5" + rest, "0 6" + rest}));
 }
 
 TEST_F(ServiceManagerProxyTest, WaitingEndsWhenItIsRefused) {

@@ -107,9 +107,7 @@ ndk::ScopedAStatus ServiceManagerProxy::call(transaction_code_t code, const APar
 }
 
 ndk::ScopedAStatus ServiceManagerProxy::add(LocalBinder& object, const std::string& name) {
-    // Version 12 takes an object only with its own word, which an answer has shown then.
-    BinderRef earlier;
-    ndk::ScopedAStatus status = find(name, &earlier);
+    ndk::ScopedAStatus status = learnStability(name);
     if (!status.isOk()) return status;
     AParcel in;
     begin(&in, name);
@@ -142,6 +140,11 @@ ndk::ScopedAStatus ServiceManagerProxy::find(const std::string& name, BinderRef*
     return status;
 }
 
+ndk::ScopedAStatus ServiceManagerProxy::learnStability(const std::string& name) {
+    BinderRef unused;
+    return find(name, &unused);
+}
+
 ndk::ScopedAStatus ServiceManagerProxy::setNotified(transaction_code_t code,
                                                     const std::string& name, AIBinder* callback) {
     AParcel in;
@@ -152,9 +155,11 @@ ndk::ScopedAStatus ServiceManagerProxy::setNotified(transaction_code_t code,
 }
 
 ndk::ScopedAStatus ServiceManagerProxy::mayFind(const std::string& name) {
+    ndk::ScopedAStatus status = learnStability(name);
+    if (!status.isOk()) return status;
     // A look-up that is refused is answered as if nobody served the name; this is not.
     const BinderRef callback = makeCallback(std::make_shared<Waiter>());
-    ndk::ScopedAStatus status = setNotified(kRegisterForNotifications, name, callback.get());
+    status = setNotified(kRegisterForNotifications, name, callback.get());
     if (status.isOk()) setNotified(kUnregisterForNotifications, name, callback.get());
     return status;
 }

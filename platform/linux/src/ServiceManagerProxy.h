@@ -32,6 +32,9 @@ class ServiceManagerProxy {
     // name: what the call is about, for the log. reply: set to what follows the status.
     ndk::ScopedAStatus call(transaction_code_t code, const AParcel& in, const std::string& name,
                             std::unique_ptr<AParcel>* reply);
+    // To be called before an object is sent, unless find() was: version 12 takes one only with its
+    // own form of the word for stability, which the answer to a look-up shows.
+    ndk::ScopedAStatus learnStability(const std::string& name);
     ndk::ScopedAStatus setNotified(transaction_code_t code, const std::string& name,
                                    AIBinder* callback);
 
