@@ -192,8 +192,11 @@ TEST(Partition, IsTheVendorsAtItsDeviceAndWithoutOne) {
     EXPECT_EQ(partitionAt(""), 0x564E4452U);
     EXPECT_EQ(partitionAt("/dev/vndbinder"), 0x564E4452U);
     EXPECT_EQ(partitionAt("/dev/binderfs/vndbinder"), 0x564E4452U);
+    EXPECT_EQ(partitionAt("/dev/one-vndbinder"), 0x564E4452U);
     EXPECT_EQ(partitionAt("/dev/binder"), 0x53595354U);
-    EXPECT_EQ(partitionAt("/dev/anbox-binder"), 0x53595354U);
+    EXPECT_EQ(partitionAt("/dev/one-binder"), 0x53595354U);
+    EXPECT_EQ(partitionAt("/dev/vndbinder/one"), 0x53595354U);
+    EXPECT_EQ(partitionAt("ndbinder"), 0x53595354U);
 }
 
 // ---- Ours

@@ -36,9 +36,9 @@ constexpr char kAllowName[] =
     "The system's policy has to let this process find the service: see what it denies (dmesg), and "
     "add a rule, or run this as somebody else.";
 constexpr char kOtherPartition[] =
-    "It takes calls of another partition: the system's come over a device of any name but vndbinder, "
-    "the vendor's over one of that name. Set LUM_BINDER to the device with the service, here and for "
-    "the service.";
+    "It takes calls of another partition: the vendor's come over a device whose name ends with "
+    "vndbinder, the system's over any other. Set LUM_BINDER to the device with the service, here and "
+    "for the service.";
 
 Obstacle withError(const char* what, const char* advice) {
     return {std::string(what) + " (" + strerror(errno) + ")", advice};

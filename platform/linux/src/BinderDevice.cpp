@@ -21,9 +21,11 @@ const std::string& binderDevice() {
 }
 
 uint32_t partitionAt(std::string_view device) {
-    const std::string_view name = device.substr(device.rfind('/') + 1);
-    return name.empty() || name == "vndbinder" ? B_PACK_CHARS('V', 'N', 'D', 'R')
-                                               : B_PACK_CHARS('S', 'Y', 'S', 'T');
+    constexpr std::string_view kVendors = "vndbinder";
+    const bool endsSo = device.size() >= kVendors.size() &&
+                        device.substr(device.size() - kVendors.size()) == kVendors;
+    return device.empty() || endsSo ? B_PACK_CHARS('V', 'N', 'D', 'R')
+                                    : B_PACK_CHARS('S', 'Y', 'S', 'T');
 }
 
 uint32_t binderPartition() {

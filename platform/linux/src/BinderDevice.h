@@ -10,8 +10,8 @@
 const std::string& binderDevice();
 
 // The word in a call that says which partition its caller is built for. All callers at one driver's
-// device have the same: the vendor's where that is named vndbinder, and without one, otherwise the
-// system's.
+// device have the same: the vendor's where its name ends with vndbinder, as containers prefix it,
+// and without one, otherwise the system's.
 uint32_t partitionAt(std::string_view device);
 // That of this process's calls. Needs no memory.
 uint32_t binderPartition();
