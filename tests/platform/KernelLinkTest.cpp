@@ -3,7 +3,9 @@
 // says, and what peers send that makes no sense. It must be given back whatever comes of it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -124,6 +126,8 @@ class KernelLinkTest : public testing::Test {
     const std::shared_ptr<KernelLink> mLink = makeLink();
     int mEnded = 0;
     const ndk::SpAIBinder mObject = makeCounted(&mEnded);
+    const LogLine mError =
+        logE("binder: the driver reports an error; it may have no memory to announce a death");
 };
 
 TEST_F(KernelLinkTest, EachAnswerToACallHasItsStatus) {
@@ -153,11 +157,100 @@ TEST_F(KernelLinkTest, ErrorOfTheDriverIsLoggedAndHidesNothing) {
     mDriver.answer(KernelCommands().add(BR_ERROR).add(BR_TRANSACTION_COMPLETE));
     const LogCapture log;
     EXPECT_EQ(call(FLAG_ONEWAY), STATUS_OK);
-    EXPECT_EQ(log.lines(),
-              std::vector<LogLine>{logE("binder: the driver has no memory to announce a death")});
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{mError});
     mDriver.answer(KernelCommands().add(BR_NOOP).add(BR_ERROR));
     answer(BR_DEAD_REPLY);
     EXPECT_EQ(call(FLAG_ONEWAY), STATUS_DEAD_OBJECT);
+}
+
+// What an error holds up is carried out when it has been read.
+TEST_F(KernelLinkTest, CallBehindAnErrorIsMade) {
+    mDriver.holdUp();
+    answer(BR_TRANSACTION_COMPLETE);
+    const LogCapture log;
+    EXPECT_EQ(call(FLAG_ONEWAY), STATUS_OK);
+    EXPECT_EQ(mDriver.count(BC_TRANSACTION), 1U);
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{mError});
+}
+
+TEST_F(KernelLinkTest, ReferencesBehindErrorsAreCounted) {
+    std::unique_ptr<LateCommand> late;
+    registerForDeath(&late);
+    const LogCapture log;
+    mDriver.holdUp();
+    mLink->unwatchDeath(kHandle);
+    mDriver.holdUp();
+    EXPECT_EQ(mLink->watchDeath(kHandle, &late), STATUS_OK);
+    EXPECT_EQ(mDriver.count(BC_CLEAR_DEATH_NOTIFICATION), 1U);
+    EXPECT_EQ(mDriver.count(BC_DECREFS, kHandle), 1U);
+    EXPECT_EQ(mDriver.count(BC_INCREFS, kHandle), 2U);
+    EXPECT_EQ(mDriver.count(BC_REQUEST_DEATH_NOTIFICATION), 2U);
+    answer(BR_TRANSACTION_COMPLETE);
+    EXPECT_EQ(call(FLAG_ONEWAY), STATUS_OK);
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{mError, mError}));
+}
+
+// What has been read before is not lost when the error is read.
+TEST_F(KernelLinkTest, ErrorBetweenReferencesHidesNothing) {
+    const binder_ptr_cookie name{0, reinterpret_cast<uintptr_t>(mObject.get())};
+    mDriver.answer(
+        KernelCommands().add(BR_INCREFS, name).add(BR_ACQUIRE, name).add(BR_TRANSACTION_COMPLETE));
+    mDriver.holdUp(1);
+    const LogCapture log;
+    EXPECT_EQ(call(FLAG_ONEWAY), STATUS_OK);
+    EXPECT_EQ(mDriver.count(BC_INCREFS_DONE, name.cookie), 1U);
+    EXPECT_EQ(mDriver.count(BC_ACQUIRE_DONE, name.cookie), 1U);
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{});
+    mDriver.answer(KernelCommands().add(BR_RELEASE, name).add(BR_DECREFS, name));
+    answer(BR_DEAD_REPLY);
+    EXPECT_EQ(call(), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{mError});
+    EXPECT_EQ(AIBinder_debugGetRefCount(mObject.get()), 1);
+}
+
+// It is not dead, and calls may get through later.
+TEST_F(KernelLinkTest, CallThatTheDriverHasNoMemoryForFindsNone) {
+    mDriver.refuseOnce();
+    EXPECT_EQ(call(), STATUS_NO_MEMORY);
+    EXPECT_EQ(mDriver.count(BC_TRANSACTION), 0U);
+    answer(BR_TRANSACTION_COMPLETE);
+    EXPECT_EQ(call(FLAG_ONEWAY), STATUS_OK);
+}
+
+// The driver would not hear of its end. What it gives back is given back in any case.
+TEST_F(KernelLinkTest, ThreadWithoutMemoryForItsDataCannotCall) {
+    const ThreadDataRefusal refusal;
+    EXPECT_EQ(call(), STATUS_NO_MEMORY);
+    EXPECT_EQ(mDriver.count(BC_TRANSACTION), 0U);
+    std::unique_ptr<LateCommand> late;
+    registerForDeath(&late);
+    mLink->unwatchDeath(kHandle);
+    EXPECT_EQ(mDriver.count(BC_CLEAR_DEATH_NOTIFICATION), 1U);
+}
+
+TEST_F(KernelLinkTest, ThreadThatTheDriverHasNoMemoryForIsMadeLater) {
+    mDriver.refuseOnce();
+    mLink->startThreadPool();
+    EXPECT_TRUE(eventually([this] { return mDriver.hasRefused(); }));
+    EXPECT_EQ(mDriver.count(BC_ENTER_LOOPER), 0U);
+    EXPECT_TRUE(eventually([this] {
+        mLink->startThreadPool();
+        return mDriver.count(BC_ENTER_LOOPER) == 1;
+    }));
+}
+
+// The number does not come from where errors of the system do.
+TEST(KernelDriverTest, ReasonWhyItCannotBeUsedIsLogged) {
+    std::vector<pthread_key_t> keys;
+    pthread_key_t key{};
+    while (pthread_key_create(&key, nullptr) == 0) keys.push_back(key);
+    const LogCapture log;
+    errno = 0;
+    const KernelDriver driver(ScriptedDriver::kDevice);
+    for (const pthread_key_t each : keys) pthread_key_delete(each);
+    EXPECT_FALSE(driver.isOpen());
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{logE(
+                               "binder: cannot use /dev/zero (Resource temporarily unavailable)")});
 }
 
 TEST_F(KernelLinkTest, StatusInPlaceOfAReplyIsReturned) {

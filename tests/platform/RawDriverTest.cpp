@@ -114,7 +114,8 @@ class Raw {
                     default: break;
                 }
             }
-            if (!mDriver.exchange(KernelCommands(), &mReturns)) return BR_ERROR;
+            KernelCommands none;
+            if (mDriver.exchange(&none) != STATUS_OK) return BR_ERROR;
         }
     }
     // The same, but also returns when a call or a reply has been accepted.
@@ -155,7 +156,7 @@ class Raw {
   private:
     const int mResult;
     KernelDriver mDriver{binderDevice()};
-    KernelReturns mReturns;
+    KernelReturns& mReturns = KernelReturns::ofThread();
     bool mCompletes = false;
     const ndk::SpAIBinder mObject = makePeerObject(nullptr);
 };

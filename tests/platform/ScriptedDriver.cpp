@@ -2,10 +2,12 @@
 #include "tests/platform/ScriptedDriver.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 using lum::utils::MutexLock;
 
@@ -15,8 +17,16 @@ namespace {
 constexpr size_t kMostCommands = 1000;
 
 thread_local bool tOfPool = false;
+thread_local bool tNoData = false;
 
 }  // namespace
+
+ThreadDataRefusal::ThreadDataRefusal() {
+    tNoData = true;
+}
+ThreadDataRefusal::~ThreadDataRefusal() {
+    tNoData = false;
+}
 
 ScriptedDriver& ScriptedDriver::instance() {
     static ScriptedDriver* const sDriver = new ScriptedDriver();
@@ -29,6 +39,8 @@ void ScriptedDriver::reset() {
     mCommands.reserve(kMostCommands);
     mAnswers.clear();
     mPoolAnswers.clear();
+    mReadsToHoldUp = -1;
+    mRefuses = false;
 }
 
 void ScriptedDriver::answer(const KernelCommands& answer) {
@@ -40,6 +52,21 @@ void ScriptedDriver::answerPool(const KernelCommands& answer) {
     const MutexLock lock(mLock);
     mPoolAnswers.push_back(answer);
     mAnswered.notifyAll();
+}
+
+void ScriptedDriver::holdUp(int reads) {
+    const MutexLock lock(mLock);
+    mReadsToHoldUp = reads;
+}
+
+void ScriptedDriver::refuseOnce() {
+    const MutexLock lock(mLock);
+    mRefuses = true;
+}
+
+bool ScriptedDriver::hasRefused() const {
+    const MutexLock lock(mLock);
+    return !mRefuses;
 }
 
 std::vector<ScriptedDriver::Command> ScriptedDriver::commands() const {
@@ -84,7 +111,18 @@ void ScriptedDriver::keep(const binder_write_read& exchange) {
     }
 }
 
+bool ScriptedDriver::carryOut(int fd, binder_write_read* exchange) {
+    if (fd == mFd && std::exchange(mRefuses, false)) return false;
+    if (mReadsToHoldUp == 0 && !tOfPool) return true;
+    if (fd == mFd) keep(*exchange);
+    exchange->write_consumed = exchange->write_size;
+    return true;
+}
+
 bool ScriptedDriver::read(int fd, binder_write_read* exchange) {
+    if (!tOfPool && mReadsToHoldUp >= 0 && mReadsToHoldUp-- == 0) {
+        mAnswers.push_front(KernelCommands().add(BR_NOOP).add(BR_ERROR));
+    }
     std::deque<KernelCommands>& answers = tOfPool ? mPoolAnswers : mAnswers;
     while (tOfPool && (fd != mFd || answers.empty())) mAnswered.wait(mLock);
     if (answers.empty()) return false;
@@ -102,15 +140,24 @@ int ScriptedDriver::ioctl(int fd, unsigned long request, void* argument) {
     }
     if (request != BINDER_WRITE_READ) return 0;
     auto& exchange = *static_cast<binder_write_read*>(argument);
-    if (fd == mFd) keep(exchange);
+    if (!carryOut(fd, &exchange)) {
+        errno = ENOMEM;
+        return -1;
+    }
     if (exchange.read_size == 0 || read(fd, &exchange)) return 0;
     ADD_FAILURE() << "waits for more than the driver has";
     errno = EIO;
     return -1;
 }
 
-// The linker turns every call of ioctl into one of this.
+// The linker turns every call of the function in the name's end into one of these.
 extern "C" int __wrap_ioctl(int fd, unsigned long request, void* argument);
 int __wrap_ioctl(int fd, unsigned long request, void* argument) {
     return ScriptedDriver::instance().ioctl(fd, request, argument);
+}
+
+extern "C" int __real_pthread_setspecific(pthread_key_t key, const void* value);
+extern "C" int __wrap_pthread_setspecific(pthread_key_t key, const void* value);
+int __wrap_pthread_setspecific(pthread_key_t key, const void* value) {
+    return tNoData ? ENOMEM : __real_pthread_setspecific(key, value);
 }

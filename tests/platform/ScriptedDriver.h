@@ -11,6 +11,15 @@
 #include "platform/linux/src/KernelDriver.h"
 #include "utils/Mutex.h"
 
+// While it lives, there is no memory for this thread's own data.
+class ThreadDataRefusal {
+  public:
+    ThreadDataRefusal();
+    ~ThreadDataRefusal();
+    ThreadDataRefusal(const ThreadDataRefusal&) = delete;
+    ThreadDataRefusal& operator=(const ThreadDataRefusal&) = delete;
+};
+
 // Takes the place of the kernel's driver in the test program: answers as the test says, and keeps
 // what it was asked. Serves the link that was made last; the pool threads of others wait forever.
 class ScriptedDriver {
@@ -33,6 +42,13 @@ class ScriptedDriver {
     // The same for a thread of the pool, which waits for it. Others fail the test.
     void answerPool(const KernelCommands& answer);
 
+    // After so many more reads nothing is carried out for threads that are none of the pool, before
+    // one has read an error.
+    void holdUp(int reads = 0);
+    // The next exchange with the link finds no memory.
+    void refuseOnce();
+    bool hasRefused() const;
+
     // What it was asked, in order. So many commands with that code, and that argument.
     std::vector<Command> commands() const;
     size_t count(uint32_t code) const;
@@ -43,12 +59,15 @@ class ScriptedDriver {
   private:
     ScriptedDriver() = default;
 
+    bool carryOut(int fd, binder_write_read* exchange) LUM_REQUIRES(mLock);
     void keep(const binder_write_read& exchange) LUM_REQUIRES(mLock);
     bool read(int fd, binder_write_read* exchange) LUM_REQUIRES(mLock);
 
     mutable lum::utils::Mutex mLock;
     lum::utils::Condition mAnswered;
     int mFd LUM_GUARDED_BY(mLock) = -1;
+    int mReadsToHoldUp LUM_GUARDED_BY(mLock) = -1;
+    bool mRefuses LUM_GUARDED_BY(mLock) = false;
     std::vector<Command> mCommands LUM_GUARDED_BY(mLock);
     std::deque<KernelCommands> mAnswers LUM_GUARDED_BY(mLock);
     std::deque<KernelCommands> mPoolAnswers LUM_GUARDED_BY(mLock);

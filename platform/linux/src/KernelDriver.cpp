@@ -34,6 +34,13 @@ bool KernelReturns::next() {
     return true;
 }
 
+uint8_t* KernelReturns::space() {
+    mSize -= mPosition;
+    memmove(mBytes.data(), mBytes.data() + mPosition, mSize);
+    mPosition = 0;
+    return mBytes.size() - mSize < kReadSize ? nullptr : mBytes.data() + mSize;
+}
+
 KernelDriver::KernelDriver(const std::string& device) {
     mFd.reset(open(device.c_str(), O_RDWR | O_CLOEXEC));
     if (!mFd.valid()) {
@@ -46,18 +53,24 @@ KernelDriver::KernelDriver(const std::string& device) {
         mFd.reset();
         return;
     }
+    const int error = prepare();
+    if (error == 0) return;
+    LUM_LOGE("binder: cannot use %s (%s)", device.c_str(), strerror(error));
+    mFd.reset();
+}
+
+int KernelDriver::prepare() {
     // Unmapped with the process, as its threads run until then.
     if (mmap(nullptr, kBufferSize, PROT_READ, MAP_PRIVATE | MAP_NORESERVE, mFd.get(), 0) ==
-            MAP_FAILED ||
-        pthread_key_create(&mUsed, &KernelDriver::endThread) != 0) {
-        LUM_LOGE("binder: no memory for the buffer of %s (%s)", device.c_str(), strerror(errno));
-        mFd.reset();
-        return;
+        MAP_FAILED) {
+        return errno;
     }
+    const int error = pthread_key_create(&mUsed, &KernelDriver::endThread);
+    if (error != 0) return error;
     // The child's copy of the descriptor would keep the driver from noticing that this process has
     // died, and what it did there would count as done here.
     gDriver = this;
-    pthread_atfork(nullptr, nullptr, [] { gDriver->mFd.reset(); });
+    return pthread_atfork(nullptr, nullptr, [] { gDriver->mFd.reset(); });
 }
 
 bool KernelDriver::hasVersion() const {
@@ -72,27 +85,49 @@ void KernelDriver::endThread(void* driver) noexcept {
     ioctl(static_cast<KernelDriver*>(driver)->mFd.get(), BINDER_THREAD_EXIT, &unused);
 }
 
-bool KernelDriver::exchange(const KernelCommands& commands, KernelReturns* returns) {
-    if (!mFd.valid()) return false;
-    // Again also for a thread that is ending: what its other destructors do comes here.
-    if (pthread_getspecific(mUsed) == nullptr) pthread_setspecific(mUsed, this);
+bool KernelDriver::write(KernelCommands commands) {
+    while (exchange(&commands, nullptr) == STATUS_OK) {
+        if (commands.size() == 0) return true;
+        // An error for this thread is in the way. It is there: reading it does not wait.
+        KernelCommands none;
+        if (exchange(&none) != STATUS_OK) return false;
+    }
+    return false;
+}
+
+binder_status_t KernelDriver::exchange(KernelCommands* commands) {
+    return exchange(commands, &KernelReturns::ofThread());
+}
+
+binder_status_t KernelDriver::exchange(KernelCommands* commands, KernelReturns* returns) {
+    if (!mFd.valid()) return STATUS_DEAD_OBJECT;
+    // Again also for a thread that is ending: what its other destructors do comes here. A call can
+    // be refused when there is no memory for that, the end of a reference cannot: the driver knows
+    // of the thread until the process ends then.
+    if (pthread_getspecific(mUsed) == nullptr && pthread_setspecific(mUsed, this) != 0 &&
+        returns != nullptr) {
+        LUM_LOGE("binder: no memory for a thread that calls");
+        return STATUS_NO_MEMORY;
+    }
     binder_write_read exchange{};
-    exchange.write_buffer = reinterpret_cast<uintptr_t>(commands.data());
-    exchange.write_size = commands.size();
+    exchange.write_buffer = reinterpret_cast<uintptr_t>(commands->data());
+    exchange.write_size = commands->size();
     if (returns != nullptr) {
-        exchange.read_buffer = reinterpret_cast<uintptr_t>(returns->mBytes.data());
-        exchange.read_size = returns->mBytes.size();
-        returns->mSize = 0;
-        returns->mPosition = 0;
+        uint8_t* const space = returns->space();
+        if (space == nullptr) return STATUS_NO_MEMORY;
+        exchange.read_buffer = reinterpret_cast<uintptr_t>(space);
+        exchange.read_size = KernelReturns::kReadSize;
     }
     // What has been consumed is kept when a signal interrupts it.
     while (ioctl(mFd.get(), BINDER_WRITE_READ, &exchange) != 0) {
         if (errno == EINTR) continue;
-        LUM_LOGE("binder: the driver refuses to go on (%s)", strerror(errno));
-        return false;
+        const int error = errno;
+        LUM_LOGE("binder: the driver refuses to go on (%s)", strerror(error));
+        return error == ENOMEM ? STATUS_NO_MEMORY : STATUS_DEAD_OBJECT;
     }
-    if (returns != nullptr) returns->mSize = static_cast<size_t>(exchange.read_consumed);
-    return true;
+    commands->removeFirst(static_cast<size_t>(exchange.write_consumed));
+    if (returns != nullptr) returns->mSize += static_cast<size_t>(exchange.read_consumed);
+    return STATUS_OK;
 }
 
 bool KernelDriver::setMaxThreads(uint32_t count) {

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <android/binder_status.h>
 #include <linux/android/binder.h>
+#include <pthread.h>
 
 #include <array>
 #include <cstddef>
@@ -31,7 +33,11 @@ class KernelCommands {
         append(&command, sizeof command);
         return *this;
     }
-    void clear() { mSize = 0; }
+    // Removes the first bytes, which have been carried out.
+    void removeFirst(size_t size) {
+        mSize -= size;
+        memmove(mBytes.data(), mBytes.data() + size, mSize);
+    }
 
     const uint8_t* data() const { return mBytes.data(); }
     size_t size() const { return mSize; }
@@ -70,7 +76,14 @@ class KernelReturns {
   private:
     friend class KernelDriver;
 
-    alignas(8) std::array<uint8_t, 256> mBytes;
+    // What one read may give.
+    static constexpr size_t kReadSize = 256;
+
+    // Where the next read goes, behind what is unread. Returns null when too much is.
+    uint8_t* space();
+
+    // One read, and the errors that held up commands before it was worked off.
+    alignas(8) std::array<uint8_t, 4 * kReadSize> mBytes;
     size_t mSize = 0;
     size_t mPosition = 0;
     uint32_t mCommand = BR_NOOP;
@@ -88,11 +101,14 @@ class KernelDriver {
 
     bool isOpen() const { return mFd.valid(); }
 
-    // Has commands carried out. Does not wait.
-    bool write(const KernelCommands& commands) { return exchange(commands, nullptr); }
-    // Has commands carried out, then waits until there is something for this thread. returns: set
-    // to that, possibly to nothing.
-    bool exchange(const KernelCommands& commands, KernelReturns* returns);
+    // Has commands carried out. Does not wait. Returns false if that fails.
+    bool write(KernelCommands commands);
+    // Has commands carried out, and removes those that were, then waits until there is something
+    // for this thread, and adds that to KernelReturns::ofThread(). It may be nothing. The driver
+    // carries out none as long as it has an error for this thread. Returns STATUS_OK;
+    // STATUS_NO_MEMORY if there is none to know this thread, with nothing carried out; otherwise
+    // STATUS_DEAD_OBJECT.
+    binder_status_t exchange(KernelCommands* commands);
 
     // Lets the driver ask for that many threads.
     bool setMaxThreads(uint32_t count);
@@ -103,6 +119,10 @@ class KernelDriver {
   private:
     static void endThread(void* driver) noexcept;
     bool hasVersion() const;
+    // What else it takes to use the device. Returns 0 or an error number.
+    int prepare();
+    // returns: null to read nothing.
+    binder_status_t exchange(KernelCommands* commands, KernelReturns* returns);
 
     UniqueFd mFd;
     pthread_key_t mUsed{};

@@ -73,12 +73,12 @@ int KernelLink::setContextManager(AIBinder& object) {
 }
 
 void* KernelLink::firstThreadMain(void* link) {
-    static_cast<KernelLink*>(link)->serve(BC_ENTER_LOOPER);
+    static_cast<KernelLink*>(link)->serve(&KernelLink::firstThreadMain, BC_ENTER_LOOPER);
     return nullptr;
 }
 
 void* KernelLink::threadMain(void* link) {
-    static_cast<KernelLink*>(link)->serve(BC_REGISTER_LOOPER);
+    static_cast<KernelLink*>(link)->serve(&KernelLink::threadMain, BC_REGISTER_LOOPER);
     return nullptr;
 }
 
@@ -96,17 +96,19 @@ void KernelLink::addOwedThread() {
     if (body != nullptr && startDetachedThread(body, this) != 0) mOwedThread = body;
 }
 
-void KernelLink::serve(uint32_t enter) {
+void KernelLink::serve(ThreadMain body, uint32_t enter) {
     nameBinderThread();
     KernelCommands commands;
     commands.add(enter);
     KernelReturns& returned = KernelReturns::ofThread();
-    while (mDriver.exchange(commands, &returned)) {
-        commands.clear();
+    binder_status_t status = STATUS_OK;
+    while ((status = mDriver.exchange(&commands)) == STATUS_OK) {
         while (returned.next()) handle(returned);
         LateCommand::runQueued();
         addOwedThread();
     }
+    // The driver has not heard of this one.
+    if (status == STATUS_NO_MEMORY) mOwedThread = body;
 }
 
 binder_status_t KernelLink::transact(uint32_t handle, transaction_code_t code, const AParcel& in,
@@ -140,8 +142,8 @@ binder_status_t KernelLink::send(KernelCommands commands,
     KernelReturns& returned = KernelReturns::ofThread();
     for (;;) {
         if (!returned.next()) {
-            if (!mDriver.exchange(commands, &returned)) return STATUS_DEAD_OBJECT;
-            commands.clear();
+            const binder_status_t status = mDriver.exchange(&commands);
+            if (status != STATUS_OK) return status;
             continue;
         }
         switch (returned.command()) {
@@ -186,8 +188,8 @@ void KernelLink::handle(const KernelReturns& returned) noexcept {
         }
         case BR_SPAWN_LOOPER: return addThread(&KernelLink::threadMain);
         case BR_ERROR:
-            // Nothing else comes to this.
-            LUM_LOGE("binder: the driver has no memory to announce a death");
+            LUM_LOGE(
+                "binder: the driver reports an error; it may have no memory to announce a death");
             return;
         default: return;  // nothing that asks for an answer
     }

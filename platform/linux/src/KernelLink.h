@@ -46,7 +46,8 @@ class KernelLink final : public Link, public std::enable_shared_from_this<Kernel
     void addThread(ThreadMain body);
     // Tries again to make a thread that could not be made.
     void addOwedThread();
-    void serve(uint32_t enter);
+    // body: what this thread runs; enter: the command by which the driver gets to know it.
+    void serve(ThreadMain body, uint32_t enter);
 
     // Has a transaction sent, and waits for its answer. reply: set to the reply; null if there is
     // none to come, and only its acceptance is waited for.
