@@ -4,11 +4,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -463,6 +469,70 @@ TEST_F(KernelLinkTest, RegistrationThatFindsNoMemoryTellsTheDriverNothing) {
     }
     EXPECT_EQ(left, 4);  // the late end, the notification, the entry
     EXPECT_EQ(mDriver.count(BC_REQUEST_DEATH_NOTIFICATION), 1U);
+}
+
+// Calls `end` in children that are made while another thread calls `busy` again and again. Returns
+// whether all came to its end.
+bool comesToAnEndInChildren(const std::function<void()>& busy, const std::function<void()>& end) {
+    std::atomic<bool> stop{false};
+    Counter calls;
+    std::thread other([&] {
+        while (!stop) {
+            busy();
+            calls.add();
+        }
+    });
+    bool ended = calls.waitFor();
+    for (int i = 0; i < 30 && ended; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            end();
+            _exit(0);
+        }
+        int status = -1;
+        ended = eventually([&] { return waitpid(child, &status, WNOHANG) != 0; });
+        if (!ended) {
+            kill(child, SIGKILL);
+            waitpid(child, &status, 0);
+        }
+        ended = ended && status == 0;
+    }
+    stop = true;
+    other.join();
+    return ended;
+}
+
+// Whatever the parent's threads had locked.
+TEST_F(KernelLinkTest, ChildMayEndWhatItHasOfTheParent) {
+    Buffer reply;
+    reply.addObject(BINDER_TYPE_HANDLE, kHandle);
+    reply.addObject(BINDER_TYPE_HANDLE, kHandle + 1);
+    std::unique_ptr<AParcel> received;
+    EXPECT_EQ(callAnsweredBy(reply, 0, &received), STATUS_OK);
+    ndk::SpAIBinder first;
+    ndk::SpAIBinder second;
+    EXPECT_EQ(received->readBinder(first.getR()), STATUS_OK);
+    EXPECT_EQ(received->readBinder(second.getR()), STATUS_OK);
+    received.reset();
+    const ndk::ScopedAIBinder_DeathRecipient recipient(
+        AIBinder_DeathRecipient_new([](void* /*cookie*/) {}));
+    // Each holds another lock while the driver carries out what it says.
+    EXPECT_TRUE(comesToAnEndInChildren(
+        [&] {
+            std::unique_ptr<LateCommand> late;
+            EXPECT_EQ(mLink->watchDeath(kHandle, &late), STATUS_OK);
+            mLink->unwatchDeath(kHandle);
+        },
+        [&] {
+            mLink->unwatchDeath(kHandle);
+            second.set(nullptr);
+        }));
+    EXPECT_TRUE(comesToAnEndInChildren(
+        [&] {
+            AIBinder_linkToDeath(first.get(), recipient.get(), nullptr);
+            AIBinder_unlinkToDeath(first.get(), recipient.get(), nullptr);
+        },
+        [&] { second.set(nullptr); }));
 }
 
 // Names are waited for with a callback, whose class is made once.

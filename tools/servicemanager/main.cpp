@@ -53,7 +53,8 @@ int main(int argc, char** argv) {
     if (binderDevice().empty()) {
         return fail("set LUM_BINDER to the driver's device, for example /dev/vndbinder");
     }
-    KernelRegistry registry(binderDevice());
+    // Never ends: a driver is open as long as the process.
+    static KernelRegistry& registry = *new KernelRegistry(binderDevice());
     KernelLink& link = *registry.link();
     if (!link.isOpen()) return fail("cannot use the driver's device; the log says why");
     const auto& manager = *new ServiceManager();

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/src/DeathRecipient.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <memory>
 #include <type_traits>
@@ -17,6 +19,16 @@ lum::utils::Mutex gDeathLock;
 static_assert(std::is_trivially_destructible_v<lum::utils::Mutex>, "");
 
 namespace {
+
+void lockDeaths() LUM_ACQUIRE(gDeathLock) {
+    gDeathLock.lock();
+}
+void unlockDeaths() LUM_RELEASE(gDeathLock) {
+    gDeathLock.unlock();
+}
+// A child made by fork() must be able to end proxies, which takes the lock. It fails only without
+// memory, when the program does not get to start.
+[[maybe_unused]] const int gForkError = pthread_atfork(lockDeaths, unlockDeaths, unlockDeaths);
 
 // Removes the recipient's entry for one link to `binder`.
 void forgetBinder(AIBinder_DeathRecipient& recipient, RemoteBinder* binder)

@@ -91,8 +91,8 @@ class KernelReturns {
 };
 
 // The kernel's binder driver, as this process has it open: one file for all threads, each of which
-// the driver knows by its number. Ends with the process alone. A child made by fork() has no part
-// in it: there, every function fails. Thread-safe.
+// the driver knows by its number. To be destroyed only with the process. A child made by fork() has
+// no part in it: there, every function fails. Thread-safe.
 class KernelDriver {
   public:
     // Opens the device. One that cannot be opened, or is no driver of this version, is logged; then

@@ -105,6 +105,7 @@ BinderRef KernelObjects::proxy(uint32_t handle, const std::shared_ptr<Link>& lin
 }
 
 void KernelObjects::release(RemoteBinder& proxy) noexcept {
+    if (!mDriver.isOpen()) return;
     const MutexLock lock(mLock);
     // The object may have come again since, and have another proxy.
     const auto found = mProxies.find(proxy.handle());
@@ -157,12 +158,14 @@ void KernelObjects::endRegistration(Registrations::iterator registration) {
 }
 
 void KernelObjects::unregister(uint32_t handle) noexcept {
+    if (!mDriver.isOpen()) return;
     const MutexLock lock(mLock);
     const auto found = mRegistrations.find(handle);
     if (found != mRegistrations.end()) endRegistration(found);
 }
 
 void KernelObjects::unregisterLate(binder_uintptr_t cookie) noexcept {
+    if (!mDriver.isOpen()) return;
     const MutexLock lock(mLock);
     const auto found = findRegistration(cookie);
     if (found != mRegistrations.end()) endRegistration(found);

@@ -21,7 +21,9 @@
 // registration for a death a weak one, so that the handle stays the object's.
 //
 // References are counted at once, with the lock held: queued until the thread's next call, the end
-// of one thread's reference could overtake the beginning of another's. Thread-safe.
+// of one thread's reference could overtake the beginning of another's. In a child made by fork(),
+// where a thread of the parent's may have held the lock, nothing takes it: the driver is closed.
+// Thread-safe.
 class KernelObjects {
   public:
     explicit KernelObjects(KernelDriver& driver) : mDriver(driver) {}
