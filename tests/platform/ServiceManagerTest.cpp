@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -61,7 +62,8 @@ std::unique_ptr<AParcel> received(const std::string& hex, AIBinder* object = nul
 
 struct Reply {
     std::string hex;
-    SpAIBinder object{};  // at offset 4
+    SpAIBinder object{};    // at offset 4
+    bool noMemory = false;  // instead
 };
 using Replies = std::vector<Reply>;
 
@@ -80,6 +82,7 @@ class AnsweringLink final : public Link {
         if (mReplies.empty()) return STATUS_DEAD_OBJECT;
         const Reply reply = mReplies.front();
         if (mReplies.size() > 1) mReplies.erase(mReplies.begin());
+        if (reply.noMemory) throw std::bad_alloc();
         *out = received(reply.hex, reply.object.get());
         return STATUS_OK;
     }
@@ -158,6 +161,20 @@ TEST_F(ServiceManagerProxyTest, WaitingEndsWhenItIsRefused) {
     EXPECT_EQ(log.lines(),
               std::vector<LogLine>{logE("binder: the service manager refuses a call about lum: "
                                         "Status(-1, EX_SECURITY): 'no'")});
+}
+
+// Nor is the service manager left with the callback.
+TEST_F(ServiceManagerProxyTest, WaitingGoesOnWithoutMemory) {
+    const SpAIBinder service = makeRemote(std::make_shared<AnsweringLink>(), 7);
+    const auto link =
+        std::make_shared<AnsweringLink>(Replies{{kOk + kNull + kUndeclaredWord},
+                                                {kOk},
+                                                {"", nullptr, true},
+                                                {kOk + kRemote + kVendorWord, service},
+                                                {"", nullptr, true}});
+    EXPECT_EQ(ServiceManagerProxy(link, "DEVICE").waitFor("lum").get(), service.get());
+    const std::string rest = " 0: " + kToken + kName + kLocal + kVendorWord;
+    EXPECT_EQ(link->takeCalls(), (Texts{mLookUp, "0 5" + rest, mLookUp, mLookUp, "0 6" + rest}));
 }
 
 TEST_F(ServiceManagerProxyTest, NoServiceManagerIsReported) {

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/linux/src/CallOut.h"
 #include "platform/linux/src/LocalBinder.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/ServiceManagerInterface.h"
@@ -154,13 +155,17 @@ ndk::ScopedAStatus ServiceManagerProxy::setNotified(transaction_code_t code,
     return call(code, in, name, &reply);
 }
 
+void ServiceManagerProxy::endNotifications(const std::string& name, AIBinder* callback) noexcept {
+    withoutThrowing([&] { setNotified(kUnregisterForNotifications, name, callback); });
+}
+
 ndk::ScopedAStatus ServiceManagerProxy::mayFind(const std::string& name) {
     ndk::ScopedAStatus status = learnStability(name);
     if (!status.isOk()) return status;
     // A look-up that is refused is answered as if nobody served the name; this is not.
     const BinderRef callback = makeCallback(std::make_shared<Waiter>());
     status = setNotified(kRegisterForNotifications, name, callback.get());
-    if (status.isOk()) setNotified(kUnregisterForNotifications, name, callback.get());
+    if (status.isOk()) endNotifications(name, callback.get());
     return status;
 }
 
@@ -172,9 +177,11 @@ BinderRef ServiceManagerProxy::waitFor(const std::string& name) {
     if (!setNotified(kRegisterForNotifications, name, callback.get()).isOk()) return nullptr;
     for (bool refused = false; found == nullptr && !refused;) {
         found = waiter->wait();
-        // The notification needs a thread of the pool, which need not be there.
-        if (found == nullptr) refused = !find(name, &found).isOk();
+        if (found != nullptr) break;
+        // The notification needs a thread of the pool, which need not be there. A look-up without
+        // memory is made again.
+        withoutThrowing([&] { refused = !find(name, &found).isOk(); });
     }
-    setNotified(kUnregisterForNotifications, name, callback.get());
+    endNotifications(name, callback.get());
     return found;
 }

@@ -37,6 +37,8 @@ class ServiceManagerProxy {
     ndk::ScopedAStatus learnStability(const std::string& name);
     ndk::ScopedAStatus setNotified(transaction_code_t code, const std::string& name,
                                    AIBinder* callback);
+    // Keeps what is found already, whatever comes of it.
+    void endNotifications(const std::string& name, AIBinder* callback) noexcept;
 
     const std::shared_ptr<Link> mLink;
     const std::string mDevice;
