@@ -72,7 +72,9 @@ Obstacle nodeObstacle(const std::string& device) {
 }
 
 ndk::ScopedAStatus mayFind(const char* name) {
-    return ndk::ScopedAStatus(LumServiceManager_mayFind(name));
+    AStatus* const status = LumServiceManager_mayFind(name);
+    return status == nullptr ? ndk::ScopedAStatus::fromStatus(STATUS_NO_MEMORY)
+                             : ndk::ScopedAStatus(status);
 }
 
 }  // namespace
