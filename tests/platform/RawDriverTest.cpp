@@ -161,7 +161,8 @@ class Raw {
     const ndk::SpAIBinder mObject = makePeerObject(nullptr);
 };
 
-// A process that does as it is told, and lives on until it is killed, at the latest when this ends.
+// A process that does what the test gives it to do, and lives on until it is killed, at the latest
+// when this ends.
 class RawProcess {
   public:
     // doing: returns the last result.

@@ -10,10 +10,9 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 // Starts the pool, if it is not started yet: before, no call of another process and no death
-// notification is delivered. More threads are added as calls need them, up to
-// 16. Each bears a name of the
-// form "binder:PID_N", and so does the calling thread from now on, whether or not the pool was
-// started already.
+// notification is delivered. More threads are added as calls need them, up to 16. Each bears a name
+// of the form "binder:PID_N", and so does the calling thread from now on, whether or not the pool
+// was started already.
 void ABinderProcess_startThreadPool(void);
 
 #pragma GCC visibility pop
