@@ -24,6 +24,7 @@
 #include "tests/session/Wanted.h"
 #include "tests/support/Driver.h"
 #include "tests/support/EmulatorProcess.h"
+#include "tests/support/ProcessThreads.h"
 #include "tests/support/TestDirectory.h"
 
 namespace {
@@ -42,7 +43,7 @@ size_t entriesOf(const char* directory) {
 
 struct Resources {
     size_t descriptors = entriesOf("/proc/self/fd");
-    size_t threads = entriesOf("/proc/self/task");
+    size_t threads = threadsOf(getpid());
     size_t heap = mallinfo2().uordblks;
 };
 

@@ -8,10 +8,10 @@
 #include <cstdint>
 #include <ostream>
 
-#include "tests/support/Driver.h"
 #include "tests/support/DriverCounts.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/ProcessThreads.h"
 #include "tools/emulator/HeapCount.h"
 #include "tools/emulator/ProcessStats.h"
 
@@ -24,7 +24,7 @@ struct Figures {
 };
 
 inline Figures figures() {
-    return {openDescriptors(), runningThreads(), heapBlocks(), driverCountsOf(getpid())};
+    return {openDescriptors(), threadsOf(getpid()), heapBlocks(), driverCountsOf(getpid())};
 }
 
 inline std::ostream& operator<<(std::ostream& out, const Figures& figures) {
@@ -35,22 +35,18 @@ inline std::ostream& operator<<(std::ostream& out, const Figures& figures) {
 // What the emulator holds.
 struct EmulatorFigures {
     EmulatorProcess::Stats stats;
+    size_t threads;
     DriverCounts driver;
 };
 
 inline EmulatorFigures figures(EmulatorProcess& emulator) {
-    return {emulator.stats(), driverCountsOf(emulator.pid())};
+    return {emulator.stats(), threadsOf(emulator.pid()), driverCountsOf(emulator.pid())};
 }
 
 inline std::ostream& operator<<(std::ostream& out, const EmulatorFigures& figures) {
     return out << figures.stats.clients << " clients, "
-               << Figures{figures.stats.descriptors, figures.stats.threads,
+               << Figures{figures.stats.descriptors, figures.threads,
                           static_cast<int64_t>(figures.stats.heapBlocks), figures.driver};
-}
-
-// The driver's pool threads stay, up to 16, as on a device.
-inline size_t mostThreads(size_t before) {
-    return overDriver() ? before + 15 : before;
 }
 
 // Waits until the figures of this process are no higher than `limit`: threads of the library that
@@ -59,7 +55,7 @@ inline testing::AssertionResult settlesAt(const Figures& limit) {
     Figures now{};
     const bool settled = eventually([&] {
         now = figures();
-        return now.descriptors <= limit.descriptors && now.threads <= mostThreads(limit.threads) &&
+        return now.descriptors <= limit.descriptors && now.threads <= limit.threads &&
                now.heapBlocks <= limit.heapBlocks && now.driver.holdsNoMoreThan(limit.driver);
     });
     return (settled ? testing::AssertionSuccess() : testing::AssertionFailure())
@@ -72,8 +68,7 @@ inline testing::AssertionResult settlesAt(EmulatorProcess& emulator, const Emula
     const bool settled = eventually([&] {
         now = figures(emulator);
         return now.stats.clients <= limit.stats.clients &&
-               now.stats.descriptors <= limit.stats.descriptors &&
-               now.stats.threads <= mostThreads(limit.stats.threads) &&
+               now.stats.descriptors <= limit.stats.descriptors && now.threads <= limit.threads &&
                now.stats.heapBlocks <= limit.stats.heapBlocks &&
                now.driver.holdsNoMoreThan(limit.driver);
     });

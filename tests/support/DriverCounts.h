@@ -3,11 +3,15 @@
 
 #include <sys/types.h>
 
+#include <cerrno>
 #include <fstream>
 #include <map>
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <system_error>
+
+#include "tests/support/Driver.h"
 
 // What the kernel's binder driver counts for a process: all 0 over sockets.
 struct DriverCounts {
@@ -27,8 +31,14 @@ inline std::ostream& operator<<(std::ostream& out, const DriverCounts& counts) {
                << " buffers";
 }
 
+constexpr char kDriverStats[] = "/sys/kernel/debug/binder/stats";
+
+// Throws when the driver is used and does not say, as without debugfs.
 inline DriverCounts driverCountsOf(pid_t pid) {
-    std::ifstream stats("/sys/kernel/debug/binder/stats");
+    std::ifstream stats(kDriverStats);
+    if (overDriver() && !stats) {
+        throw std::system_error(errno, std::generic_category(), kDriverStats);
+    }
     std::map<std::string, int> counts;
     bool wanted = false;
     for (std::string line; std::getline(stats, line);) {
