@@ -3,6 +3,7 @@
 // their bytes as the platform's versions 11 to 15 write them.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <new>
 #include <string>
@@ -11,6 +12,8 @@
 
 #include "platform/linux/src/BinderDevice.h"
 #include "platform/linux/src/CallContext.h"
+#include "platform/linux/src/DeathRecipient.h"
+#include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/LocalBinder.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/RemoteBinder.h"
@@ -67,11 +70,25 @@ struct Reply {
 };
 using Replies = std::vector<Reply>;
 
+class Late final : public LateCommand {
+  public:
+    explicit Late(std::function<void()> body) : mBody(std::move(body)) {}
+
+  private:
+    void run() noexcept override { mBody(); }
+
+    const std::function<void()> mBody;
+};
+
 // Answers what it is asked with one reply after the other, the last again and again, and keeps the
 // calls as "HANDLE CODE FLAGS: BYTES".
 class AnsweringLink final : public Link {
   public:
     explicit AnsweringLink(Replies replies = {{kOk}}) : mReplies(std::move(replies)) {}
+
+    binder_status_t watched = STATUS_OK;  // what watchDeath() returns
+    bool alive = true;
+    std::function<void()> onUnwatch = [] {};
 
     Texts takeCalls() { return std::exchange(mCalls, {}); }
 
@@ -87,11 +104,12 @@ class AnsweringLink final : public Link {
         return STATUS_OK;
     }
     void releaseProxy(RemoteBinder&) noexcept override {}
-    bool isAlive() override { return true; }
-    binder_status_t watchDeath(uint32_t, std::unique_ptr<LateCommand>*) override {
-        return STATUS_OK;
+    bool isAlive() override { return alive; }
+    binder_status_t watchDeath(uint32_t, std::unique_ptr<LateCommand>* late) override {
+        if (watched == STATUS_OK) *late = std::make_unique<Late>([] {});
+        return watched;
     }
-    void unwatchDeath(uint32_t) noexcept override {}
+    void unwatchDeath(uint32_t) noexcept override { onUnwatch(); }
 
   private:
     Replies mReplies;
@@ -222,8 +240,8 @@ class ServiceManagerTest : public testing::Test {
   protected:
     // Calls it as a process of that user does. object: at the end of what the call begins with.
     std::string call(transaction_code_t code, const std::string& rest, AIBinder* object = nullptr,
-                     uid_t uid = 1000) const {
-        const CallContext context{uid, 4711, nullptr};
+                     uid_t uid = 1000, pid_t pid = 4711) const {
+        const CallContext context{uid, pid, nullptr};
         const CallScope scope(context);
         const std::unique_ptr<AParcel> in =
             received(kToken + rest, object, fromHex(kToken + kName).size());
@@ -231,10 +249,21 @@ class ServiceManagerTest : public testing::Test {
         EXPECT_EQ(mManager.object().get()->asLocal()->transact(code, *in, &out), STATUS_OK);
         return toHex(out.bytes());
     }
-    std::string add(const SpAIBinder& object, uid_t uid = 1000,
-                    const std::string& name = kName) const {
-        return call(3, name + kRemote + kVendorWord + " 00 00 00 00 08 00 00 00", object.get(),
-                    uid);
+    std::string add(const SpAIBinder& object, uid_t uid = 1000, const std::string& name = kName,
+                    pid_t pid = 4711) const {
+        return call(3, name + kRemote + kVendorWord + " 00 00 00 00 08 00 00 00", object.get(), uid,
+                    pid);
+    }
+    std::string startNotifying(const SpAIBinder& callback, const std::string& name = kName,
+                               pid_t pid = 4711) const {
+        return call(5, name + kRemote + kVendorWord, callback.get(), 1000, pid);
+    }
+    // Of a call that is refused: its exception.
+    static std::string exceptionOf(const std::string& answer) { return answer.substr(0, 11); }
+    static void die(const SpAIBinder& object) {
+        DeathNotification notification;
+        notification.setProxy(refTo(object.get()));
+        notification.run();
     }
     bool knows() const { return call(2, kName) == kOk + kRemote + kVendorWord; }
 
@@ -242,6 +271,7 @@ class ServiceManagerTest : public testing::Test {
     const std::shared_ptr<AnsweringLink> mLink = std::make_shared<AnsweringLink>();
     const SpAIBinder mService = makeRemote(mLink, 7);
     const std::string mNone = kOk + kNull + kUndeclaredWord;
+    const std::string mIllegalState = "FB FF FF FF";
 };
 
 TEST_F(ServiceManagerTest, NamesAreKeptAndListed) {
@@ -290,6 +320,75 @@ TEST_F(ServiceManagerTest, ThoseWhoWaitAreNotified) {
     EXPECT_EQ(call(6, wanted, callback.get()).substr(0, 11), "FB FF FF FF");
     EXPECT_EQ(add(mService), kOk);
     EXPECT_EQ(mLink->takeCalls(), Texts{});
+}
+
+TEST_F(ServiceManagerTest, NamesAndCallbacksGoWithTheirProcess) {
+    const SpAIBinder callback = makeRemote(mLink, 9);
+    EXPECT_EQ(add(mService), kOk);
+    EXPECT_EQ(startNotifying(callback), kOk);
+    EXPECT_EQ(mLink->takeCalls().size(), 1U);
+    die(mService);
+    EXPECT_FALSE(knows());
+    EXPECT_EQ(call(4, "08 00 00 00"), kOk + " 00 00 00 00");
+    // Anybody may have the name then.
+    const SpAIBinder other = makeRemote(mLink, 8);
+    EXPECT_EQ(add(other, 1001), kOk);
+    EXPECT_EQ(mLink->takeCalls().size(), 1U);
+    die(callback);
+    EXPECT_EQ(add(other, 1001), kOk);
+    EXPECT_EQ(mLink->takeCalls(), Texts{});
+    EXPECT_TRUE(knows());
+}
+
+TEST_F(ServiceManagerTest, DeathOfWhatWasReplacedTakesNothing) {
+    EXPECT_EQ(add(mService), kOk);
+    EXPECT_EQ(add(makeRemote(mLink, 8)), kOk);
+    die(mService);
+    EXPECT_TRUE(knows());
+}
+
+// What the manager would never hear of, it would hold for ever.
+TEST_F(ServiceManagerTest, ObjectsWhoseDeathIsNotHeardOfAreRefused) {
+    const auto lacking = std::make_shared<AnsweringLink>();
+    lacking->watched = STATUS_NO_MEMORY;
+    const auto gone = std::make_shared<AnsweringLink>();
+    gone->alive = false;  // since it was linked to
+    const SpAIBinder dead = makeRemote(mLink, 8);
+    die(dead);
+    const SpAIBinder objects[] = {mManager.object(), makeRemote(lacking, 7), makeRemote(gone, 7),
+                                  dead};
+    for (const SpAIBinder& object : objects) {
+        EXPECT_EQ(exceptionOf(add(object)), mIllegalState);
+        EXPECT_EQ(exceptionOf(startNotifying(object)), mIllegalState);
+    }
+    EXPECT_EQ(call(4, "08 00 00 00"), kOk + " 00 00 00 00");
+    EXPECT_EQ(add(mService), kOk);
+    for (const SpAIBinder& object : objects) {
+        EXPECT_EQ(exceptionOf(add(object)), mIllegalState);
+        EXPECT_TRUE(knows());
+    }
+}
+
+// It would wait for itself.
+TEST_F(ServiceManagerTest, WhatIsLeftToAThreadIsCarriedOutWithNothingLocked) {
+    int done = 0;
+    const auto leave = [&] {
+        LateCommand::queue(std::make_unique<Late>([&] {
+            knows();
+            ++done;
+        }));
+    };
+    mLink->onUnwatch = leave;
+    leave();
+    EXPECT_EQ(add(mService), kOk);
+    EXPECT_EQ(done, 1);
+    EXPECT_EQ(add(makeRemote(mLink, 8)), kOk);
+    EXPECT_EQ(done, 2);
+    leave();
+    EXPECT_EQ(startNotifying(mService), kOk);
+    EXPECT_EQ(done, 3);
+    EXPECT_EQ(call(6, kName + kRemote + kVendorWord, mService.get()), kOk);
+    EXPECT_EQ(done, 4);
 }
 
 TEST_F(ServiceManagerTest, CallsOfAnotherPartitionAreRefused) {

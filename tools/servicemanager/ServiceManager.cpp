@@ -16,6 +16,9 @@ using lum::utils::MutexLock;
 
 namespace {
 
+constexpr char kNoName[] = "a name has 1 to 127 letters, digits and characters of \"._-/\"";
+constexpr char kNotHeard[] = "the object's death cannot be waited for, or has come";
+
 ServiceManager* gManager = nullptr;
 
 AIBinder_Class* managerClass(AIBinder_Class_onTransact onTransact) {
@@ -80,7 +83,7 @@ binder_status_t ServiceManager::look(const AParcel* in, AParcel* out) {
     if (status != STATUS_OK) return status;
     const MutexLock lock(mLock);
     const auto service = mServices.find(name);
-    return out->writeBinder(service == mServices.end() ? nullptr : service->second.object.get());
+    return out->writeBinder(service == mServices.end() ? nullptr : service->second->object.get());
 }
 
 binder_status_t ServiceManager::add(const AParcel* in, AParcel* out) {
@@ -89,21 +92,27 @@ binder_status_t ServiceManager::add(const AParcel* in, AParcel* out) {
     const binder_status_t status = readObject(in, &name, &object);
     if (status != STATUS_OK) return status;
     if (object.get() == nullptr) return answer(out, EX_NULL_POINTER, "no object to register");
-    if (!isServiceName(name)) {
-        return answer(out, EX_ILLEGAL_ARGUMENT,
-                      "a name has 1 to 127 letters, digits and characters of \"._-/\"");
-    }
+    if (!isServiceName(name)) return answer(out, EX_ILLEGAL_ARGUMENT, kNoName);
+    Entries entries;
+    const Entry& added = addEntry(name, object, &entries);
+    Entries::node_type replaced;
     const MutexLock lock(mLock);
-    if (const auto known = mServices.find(name); known != mServices.end()) {
-        if (known->second.uid != AIBinder_getCallingUid()) {
-            return answer(out, EX_SECURITY, "another user serves this name");
-        }
-        letGo(known->second);
-        mServices.erase(known);
+    const auto known = mServices.find(name);
+    const bool isNew = known == mServices.end();
+    if (!isNew && known->second->uid != added.uid) {
+        return answer(out, EX_SECURITY, "another user serves this name");
     }
-    mServices.emplace(name, hold(name, object));
-    for (const Entry& notified : mNotified) {
-        if (notified.name == name) notify(notified.object, name, object);
+    if (!added.willBeHeard()) return answer(out, EX_ILLEGAL_STATE, kNotHeard);
+    if (isNew) {
+        mServices.emplace(name, &added);
+    } else {
+        replaced = mEntries.extract(known->second->cookie);
+        known->second = &added;
+    }
+    mEntries.merge(entries);
+    // With the lock, so that a callback hears of the services in their order.
+    for (const auto& [cookie, notified] : mEntries) {
+        if (notified.name == name && &notified != &added) notify(notified.object, name, object);
     }
     return answerOk(out);
 }
@@ -124,10 +133,13 @@ binder_status_t ServiceManager::startNotifying(const AParcel* in, AParcel* out) 
     const binder_status_t status = readObject(in, &name, &callback);
     if (status != STATUS_OK) return status;
     if (callback.get() == nullptr) return answer(out, EX_NULL_POINTER, "no callback");
+    Entries entries;
+    const Entry& added = addEntry(name, callback, &entries);
     const MutexLock lock(mLock);
-    mNotified.push_back(hold(name, callback));
+    if (!added.willBeHeard()) return answer(out, EX_ILLEGAL_STATE, kNotHeard);
+    mEntries.merge(entries);
     const auto service = mServices.find(name);
-    if (service != mServices.end()) notify(callback, name, service->second.object);
+    if (service != mServices.end()) notify(callback, name, service->second->object);
     return answerOk(out);
 }
 
@@ -136,26 +148,38 @@ binder_status_t ServiceManager::stopNotifying(const AParcel* in, AParcel* out) {
     ndk::SpAIBinder callback;
     const binder_status_t status = readObject(in, &name, &callback);
     if (status != STATUS_OK) return status;
+    Entries::node_type stopped;
     const MutexLock lock(mLock);
-    const auto found = std::find_if(mNotified.begin(), mNotified.end(), [&](const Entry& notified) {
-        return notified.name == name && notified.object == callback;
+    const auto service = mServices.find(name);
+    const Entry* const served = service == mServices.end() ? nullptr : service->second;
+    const auto found = std::find_if(mEntries.begin(), mEntries.end(), [&](const auto& entry) {
+        const Entry& notified = entry.second;
+        return notified.name == name && notified.object == callback && &notified != served;
     });
-    if (found == mNotified.end()) return answer(out, EX_ILLEGAL_STATE, "not registered");
-    letGo(*found);
-    mNotified.erase(found);
+    if (found == mEntries.end()) return answer(out, EX_ILLEGAL_STATE, "not registered");
+    stopped = mEntries.extract(found);
     return answerOk(out);
 }
 
-ServiceManager::Entry ServiceManager::hold(const std::string& name, const ndk::SpAIBinder& object) {
-    // A number, not an address: the death may be on its way when the entry goes.
-    // NOLINTNEXTLINE(performance-no-int-to-ptr)
-    auto* const cookie = reinterpret_cast<void*>(++mEntries);
-    AIBinder_linkToDeath(object.get(), mRecipient.get(), cookie);
-    return {name, object, AIBinder_getCallingUid(), cookie};
+ServiceManager::Entry::Entry(std::string theName, ndk::SpAIBinder theObject,
+                             AIBinder_DeathRecipient* recipient, void* theCookie)
+    : name(std::move(theName)),
+      object(std::move(theObject)),
+      uid(AIBinder_getCallingUid()),
+      cookie(theCookie),
+      mRecipient(recipient),
+      mIsLinked(AIBinder_linkToDeath(object.get(), recipient, cookie) == STATUS_OK) {}
+
+ServiceManager::Entry::~Entry() {
+    AIBinder_unlinkToDeath(object.get(), mRecipient, cookie);
 }
 
-void ServiceManager::letGo(const Entry& entry) {
-    AIBinder_unlinkToDeath(entry.object.get(), mRecipient.get(), entry.cookie);
+ServiceManager::Entry& ServiceManager::addEntry(const std::string& name,
+                                                const ndk::SpAIBinder& object, Entries* entries) {
+    // A number, not an address: the death may be on its way when the entry goes.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    auto* const cookie = reinterpret_cast<void*>(++mLastCookie);
+    return entries->try_emplace(cookie, name, object, mRecipient.get(), cookie).first->second;
 }
 
 void ServiceManager::onDied(void* cookie) {
@@ -163,10 +187,10 @@ void ServiceManager::onDied(void* cookie) {
 }
 
 void ServiceManager::died(void* cookie) {
+    Entries::node_type dead;
     const MutexLock lock(mLock);
-    const auto service =
-        std::find_if(mServices.begin(), mServices.end(),
-                     [cookie](const auto& named) { return named.second.cookie == cookie; });
-    if (service != mServices.end()) mServices.erase(service);
-    mNotified.remove_if([cookie](const Entry& notified) { return notified.cookie == cookie; });
+    dead = mEntries.extract(cookie);
+    if (dead.empty()) return;
+    const auto service = mServices.find(dead.mapped().name);
+    if (service != mServices.end() && service->second == &dead.mapped()) mServices.erase(service);
 }
