@@ -369,6 +369,30 @@ TEST_F(ServiceManagerTest, ObjectsWhoseDeathIsNotHeardOfAreRefused) {
     }
 }
 
+TEST_F(ServiceManagerTest, NameToWaitForHasToBeOne) {
+    // EX_ILLEGAL_ARGUMENT.
+    EXPECT_EQ(exceptionOf(startNotifying(mService, "03 00 00 00 6C 00 20 00 6D 00 00 00")),
+              "FD FF FF FF");
+}
+
+TEST_F(ServiceManagerTest, ProcessHasSoManyNamesAndCallbacks) {
+    const SpAIBinder callback = makeRemote(mLink, 9);
+    EXPECT_EQ(add(mService), kOk);
+    for (int i = 1; i < 500; ++i) ASSERT_EQ(startNotifying(callback), kOk) << i;
+    EXPECT_EQ(exceptionOf(startNotifying(callback)), mIllegalState);
+    const std::string otherName = "03 00 00 00 6C 00 75 00 6E 00 00 00";
+    EXPECT_EQ(exceptionOf(add(mService, 1000, otherName)), mIllegalState);
+    // What it has may still change, and others are served.
+    EXPECT_EQ(add(mService), kOk);
+    EXPECT_EQ(add(mService, 1000, otherName, 4712), kOk);
+    EXPECT_EQ(startNotifying(callback, kName, 4712), kOk);
+    EXPECT_EQ(call(6, kName + kRemote + kVendorWord, callback.get()), kOk);
+    EXPECT_EQ(startNotifying(callback), kOk);
+    EXPECT_EQ(exceptionOf(startNotifying(callback)), mIllegalState);
+    die(callback);
+    EXPECT_EQ(startNotifying(makeRemote(mLink, 10)), kOk);
+}
+
 // It would wait for itself.
 TEST_F(ServiceManagerTest, WhatIsLeftToAThreadIsCarriedOutWithNothingLocked) {
     int done = 0;

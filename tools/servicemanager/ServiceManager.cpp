@@ -2,6 +2,7 @@
 #include "tools/servicemanager/ServiceManager.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <utility>
@@ -16,8 +17,13 @@ using lum::utils::MutexLock;
 
 namespace {
 
+// Names and callbacks that a process may have, so that none uses up the memory of this one, or
+// makes it slow for others.
+constexpr ptrdiff_t kMostOfAProcess = 500;
+
 constexpr char kNoName[] = "a name has 1 to 127 letters, digits and characters of \"._-/\"";
 constexpr char kNotHeard[] = "the object's death cannot be waited for, or has come";
+constexpr char kTooMany[] = "a process may have 500 names and callbacks";
 
 ServiceManager* gManager = nullptr;
 
@@ -104,6 +110,7 @@ binder_status_t ServiceManager::add(const AParcel* in, AParcel* out) {
     }
     if (!added.willBeHeard()) return answer(out, EX_ILLEGAL_STATE, kNotHeard);
     if (isNew) {
+        if (hasAll(added.pid)) return answer(out, EX_ILLEGAL_STATE, kTooMany);
         mServices.emplace(name, &added);
     } else {
         replaced = mEntries.extract(known->second->cookie);
@@ -133,10 +140,12 @@ binder_status_t ServiceManager::startNotifying(const AParcel* in, AParcel* out) 
     const binder_status_t status = readObject(in, &name, &callback);
     if (status != STATUS_OK) return status;
     if (callback.get() == nullptr) return answer(out, EX_NULL_POINTER, "no callback");
+    if (!isServiceName(name)) return answer(out, EX_ILLEGAL_ARGUMENT, kNoName);
     Entries entries;
     const Entry& added = addEntry(name, callback, &entries);
     const MutexLock lock(mLock);
     if (!added.willBeHeard()) return answer(out, EX_ILLEGAL_STATE, kNotHeard);
+    if (hasAll(added.pid)) return answer(out, EX_ILLEGAL_STATE, kTooMany);
     mEntries.merge(entries);
     const auto service = mServices.find(name);
     if (service != mServices.end()) notify(callback, name, service->second->object);
@@ -166,6 +175,7 @@ ServiceManager::Entry::Entry(std::string theName, ndk::SpAIBinder theObject,
     : name(std::move(theName)),
       object(std::move(theObject)),
       uid(AIBinder_getCallingUid()),
+      pid(AIBinder_getCallingPid()),
       cookie(theCookie),
       mRecipient(recipient),
       mIsLinked(AIBinder_linkToDeath(object.get(), recipient, cookie) == STATUS_OK) {}
@@ -180,6 +190,12 @@ ServiceManager::Entry& ServiceManager::addEntry(const std::string& name,
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
     auto* const cookie = reinterpret_cast<void*>(++mLastCookie);
     return entries->try_emplace(cookie, name, object, mRecipient.get(), cookie).first->second;
+}
+
+bool ServiceManager::hasAll(pid_t pid) const {
+    return std::count_if(mEntries.begin(), mEntries.end(), [pid](const auto& entry) {
+               return entry.second.pid == pid;
+           }) >= kMostOfAProcess;
 }
 
 void ServiceManager::onDied(void* cookie) {
