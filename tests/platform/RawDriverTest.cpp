@@ -7,8 +7,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -25,6 +23,7 @@
 #include "platform/linux/src/RemoteBinder.h"
 #include "platform/linux/src/ServiceManagerInterface.h"
 #include "tests/platform/PeerTest.h"
+#include "tests/support/Complaints.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Driver.h"
 #include "tests/support/DriverCounts.h"
@@ -173,7 +172,7 @@ class RawProcess {
         UniqueFd in(ends[1]);
         mPid = fork();
         if (mPid != 0) return;
-        announce();
+        allowComplaints(getpid(), "binder_user_error: ");  // of how many it leaves out
         Raw raw(in.get());
         raw.done(doing(raw));
         for (;;) pause();
@@ -194,15 +193,6 @@ class RawProcess {
     }
 
   private:
-    // The driver may complain about it, and leave out more of that, but about nobody else.
-    static void announce() {
-        const char* const file = getenv("LUM_HARMLESS_COMPLAINTS");
-        FILE* const harmless = file == nullptr ? nullptr : fopen(file, "a");
-        if (harmless == nullptr) return;
-        fprintf(harmless, "binder_linux: %d:\nbinder_user_error: \n", getpid());
-        fclose(harmless);
-    }
-
     UniqueFd mResult;
     pid_t mPid = -1;
 };
