@@ -17,6 +17,7 @@
 #include "tests/support/Complaints.h"
 #include "tests/support/Driver.h"
 #include "tests/support/EmulatorProcess.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/TestDirectory.h"
 
 namespace {
@@ -115,10 +116,14 @@ class DriverManagerTest : public DriverDoctorTest {
         if (!overDriver()) GTEST_SKIP() << "needs the kernel's driver: ./dev test --vm";
     }
 
-    // Starts a service manager there.
+    // Starts a service manager there. The driver may still be at the end of an earlier test's one.
     void manage(const std::string& program) {
-        mManager = std::make_unique<ChildProcess>(Lines{program}, Lines{"LUM_BINDER=/dev/binder"});
-        ASSERT_TRUE(mManager->waitForLine("ready"));
+        ASSERT_TRUE(eventually([&] {
+            mManager =
+                std::make_unique<ChildProcess>(Lines{program}, Lines{"LUM_BINDER=/dev/binder"});
+            allowSecond(*mManager);
+            return mManager->waitForLine("ready");
+        }));
     }
 
     std::unique_ptr<ChildProcess> mManager;

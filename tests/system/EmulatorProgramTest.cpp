@@ -6,10 +6,13 @@
 #include <lum_sdf_sdk.h>
 #include <poll.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -108,6 +111,33 @@ TEST_F(EmulatorProgramTest, WhatKeepsItFromServingIsReported) {
               {"LUM_BINDER_DIR=" + mDirectory.path() + "/" + std::string(100, 'x')});
     ASSERT_EQ(chmod(mDirectory.path().c_str(), 0755), 0);
     expectEnd(1, {mCannotServe + "the socket directory is not safe to use"}, {});
+}
+
+// As one that is killed, of which a service manager has not heard yet.
+TEST_F(EmulatorProgramTest, NameOfAServiceThatEndsWhenItIsCalledIsFree) {
+    const std::string socketName = "0123456789abcdef-1-1.socket";
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    (mDirectory.path() + "/" + socketName).copy(address.sun_path, sizeof address.sun_path - 1);
+    const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(listening, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listening, 1), 0);
+    ASSERT_EQ(symlink(socketName.c_str(), (mDirectory.path() + "/" + kName + ".service").c_str()),
+              0);
+    ChildProcess emulator({mProgram});
+    pollfd called{listening, POLLIN, 0};
+    ASSERT_EQ(
+        poll(&called, 1, static_cast<int>(std::chrono::milliseconds(ChildProcess::kLimit).count())),
+        1);
+    EXPECT_EQ(close(accept(listening, nullptr, nullptr)), 0);
+    EXPECT_EQ(close(listening), 0);
+    EXPECT_TRUE(emulator.waitForLine(readyLine(emulator.pid())));
+}
+
+TEST_F(EmulatorProgramTest, NameOfAServiceThatHangsIsTaken) {
+    const EmulatorProcess first;
+    first.process().signal(SIGSTOP);
+    expectEnd(1, {mCannotServe + "another process serves it"}, {});
 }
 
 TEST_F(EmulatorProgramTest, FilesAndDescriptorsThatCannotBeUsedAreReported) {

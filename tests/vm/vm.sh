@@ -53,7 +53,7 @@ driver each session_healing
 # The programs.
 driver each emulator_dump
 driver each emulator_service
-driver each emulator_program:-*WhatKeepsItFromServing*:*DebugLogShows*
+driver each emulator_program:-*WhatKeepsItFromServing*:*EndsWhenItIsCalled*:*DebugLogShows*
 driver each session_cpp:-*Questions:*NeedsNoCallback
 # One reads a page of this tree.
 driver each examples:-*OfThePage*

@@ -10,10 +10,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <future>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -21,6 +23,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "tools/emulator/BinderService.h"
 #include "tools/emulator/ClientTable.h"
@@ -56,11 +59,25 @@ int takeSignals() {
     return signalfd(-1, &waited, SFD_CLOEXEC);
 }
 
+// Whether a process is dead. One that hangs does not answer, so that another thread asks it.
+bool isDead(const ndk::SpAIBinder& object) {
+    constexpr std::chrono::seconds kLimit{5};
+    std::packaged_task<binder_status_t()> ping([object] { return AIBinder_ping(object.get()); });
+    std::future<binder_status_t> answer = ping.get_future();
+    std::thread thread(std::move(ping));
+    if (answer.wait_for(kLimit) != std::future_status::ready) {
+        thread.detach();
+        return false;
+    }
+    thread.join();
+    return answer.get() == STATUS_DEAD_OBJECT;
+}
+
 // A name that is served would be taken over, which whoever started another emulator before has
-// hardly meant.
+// hardly meant. A service manager may be the last to hear that the one who had it has died.
 bool nameIsTaken() {
-    return ndk::SpAIBinder(AServiceManager_checkService(BinderService::descriptor)).get() !=
-           nullptr;
+    const ndk::SpAIBinder holder(AServiceManager_checkService(BinderService::descriptor));
+    return holder.get() != nullptr && !isDead(holder);
 }
 
 bool registerService(const std::shared_ptr<BinderService>& service) {
