@@ -47,7 +47,7 @@ class DriverDoctorTest : public testing::Test {
     }
 
     const TestDirectory mDirectory;
-    const std::string mUnusable = "the binder device cannot be used (\"sdfctl doctor\" tells why)";
+    const std::string mUnusable = "the binder device cannot be used (\"sdfctl doctor\" says why)";
 };
 
 TEST_F(DriverDoctorTest, DeviceIsNotThere) {
@@ -132,7 +132,7 @@ class DriverManagerTest : public DriverDoctorTest {
 TEST_F(DriverManagerTest, NoServiceManager) {
     expectFailure(10, kDevice, "driver:    /dev/binder: it has no service manager",
                   "Start one: where Android runs its own, otherwise lum_servicemanager, ");
-    expectNoService(kDevice, "no service manager can be asked (\"sdfctl doctor\" tells why)");
+    expectNoService(kDevice, "no service manager can be asked (\"sdfctl doctor\" says why)");
 }
 
 TEST_F(DriverManagerTest, NobodyServesTheNameThenSomebodyDoes) {
@@ -164,7 +164,7 @@ TEST_F(DriverManagerTest, ServiceManagerOfAnotherPartition) {
     expectFailure(10, device,
                   "driver:    " + device + ": its service manager is of another partition",
                   "It takes calls of another partition: ");
-    expectNoService(device, "no service manager can be asked (\"sdfctl doctor\" tells why)");
+    expectNoService(device, "no service manager can be asked (\"sdfctl doctor\" says why)");
 }
 
 TEST_F(DriverManagerTest, ServiceManagerThatRefuses) {

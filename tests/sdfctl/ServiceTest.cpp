@@ -54,7 +54,7 @@ class ServiceTest : public testing::Test {
 };
 
 TEST_F(ServiceTest, ServiceThatIsNotUp) {
-    const std::string late = "the service is not up after 0.2 s (\"sdfctl doctor\" tells why)";
+    const std::string late = "the service is not up after 0.2 s (\"sdfctl doctor\" says why)";
     const Lines made{kCreated, kDestroyed};
     check({
         {nullptr, "--timeout 0.2 high-perf-gaming off", 3, made, {late}},
@@ -73,7 +73,7 @@ TEST_F(ServiceTest, ServiceThatIsNotUp) {
          "high-perf-gaming off",
          3,
          {kCreated, kFailed, kDestroyed},
-         {"the service is not up: its status is -3 (internal error) (\"sdfctl doctor\" tells why)"}},
+         {"the service is not up: its status is -3 (internal error) (\"sdfctl doctor\" says why)"}},
     });
 }
 

@@ -82,7 +82,7 @@ bool TerminalProcess::waitFor(const std::string& text) {
             return true;
         }
         if (std::chrono::steady_clock::now() > end || !readSome(100)) {
-            // What tells why; the caller only knows that it failed.
+            // What says why; the caller only knows that it failed.
             fprintf(stderr, "not \"%s\" but \"%s\"\n", text.c_str(), mWritten.c_str());
             return false;
         }

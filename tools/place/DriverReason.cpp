@@ -7,9 +7,9 @@ const char* driverReasonOf(binder_exception_t refused) {
             return "the service manager refuses it: another user has the name, or the system's "
                    "policy does not let this process have it";
         case EX_TRANSACTION_FAILED:
-            return "no service manager can be asked (\"sdfctl doctor\" tells why)";
+            return "no service manager can be asked (\"sdfctl doctor\" says why)";
         case EX_ILLEGAL_STATE:
-            return "the binder device cannot be used (\"sdfctl doctor\" tells why)";
+            return "the binder device cannot be used (\"sdfctl doctor\" says why)";
         default: return "the service manager does not accept it";
     }
 }

@@ -27,8 +27,7 @@ struct Place {
 std::optional<Place> currentPlace();
 
 // Why this process may not look up a name that AServiceManager_checkService does not find; nothing
-// that is known when nobody serves it. Blocks for as
-// long as a service manager takes to answer.
+// that is known when nobody serves it. Blocks for as long as a service manager takes to answer.
 Obstacle lookUpObstacle(const char* name);
 
 // Why AServiceManager_addService refuses.

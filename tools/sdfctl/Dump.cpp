@@ -61,7 +61,7 @@ std::optional<binder_status_t> dumpTo(int fd, bool json) {
 void judge(std::optional<binder_status_t> status) {
     if (!status) {
         throw NotUp(std::string("nobody serves the name ") + ILumService::descriptor +
-                    " (\"sdfctl doctor\" tells why)");
+                    " (\"sdfctl doctor\" says why)");
     }
     if (*status == STATUS_OK) return;
     throw Failure(kExitCallFailed, "the service does not write down its state: " +

@@ -107,7 +107,7 @@ void Session::serviceUp() {
     if (waitUntil(mSettings.timeout, [&] { return mUp || mTold; }) && mUp) return;
     const std::string why = mTold ? "the service is not up: its status is " + *mTold
                                   : "the service is not up after " + secondsText(mSettings.timeout);
-    throw NotUp(why + " (\"sdfctl doctor\" tells why)");
+    throw NotUp(why + " (\"sdfctl doctor\" says why)");
 }
 
 long long Session::retryWhileEarly(unsigned int id, long long early,
