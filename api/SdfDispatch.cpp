@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <google/protobuf/arena.h>
-
 #include <algorithm>
 #include <climits>
 
 #include "api/ClientSdfUtils.h"
 #include "api/Sdf.h"
+#include "api/StackArena.h"
 #include "utils/Log.h"
 
 // What the service sends, and how it reaches the application. An application callback may destroy
@@ -43,10 +42,9 @@ void Sdf::blobListener(SdkClientBase::SdkStatus status, const std::vector<uint8_
     } else if (status == SdkClientBase::SDK_SERVICE_DOWN) {
         handleSdfStatusInd(SDF_STATUS_SERVICE_DOWN);
     } else if (status == SdkClientBase::SDK_BLOB_RECEIVED) {
-        // On an arena, where nothing is destroyed one by one: a message that memory ran out for
-        // while it was read could not be.
-        google::protobuf::Arena arena;
-        auto& message = *google::protobuf::Arena::CreateMessage<SdfProto::ClientMsg>(&arena);
+        // Enough for every message but those with more than about twenty entries.
+        sdf::StackArena<2048> arena;
+        auto& message = arena.make<SdfProto::ClientMsg>();
         // A message that is broken somewhere still counts as far as it could be read.
         (void)message.ParseFromArray(bytes.data(),
                                      static_cast<int>(std::min<size_t>(bytes.size(), INT_MAX)));

@@ -4,20 +4,8 @@
 #include <cstdint>
 #include <vector>
 
-namespace {
-
-google::protobuf::ArenaOptions startingWith(char* space, size_t size) {
-    google::protobuf::ArenaOptions options;
-    options.initial_block = space;
-    options.initial_block_size = size;
-    return options;
-}
-
-}  // namespace
-
 sdf::Message::Message(SdfProto::ServiceEventId event)
-    : mArena(startingWith(mSpace.data(), mSpace.size())),
-      mMessage(*google::protobuf::Arena::CreateMessage<SdfProto::ServiceMsg>(&mArena)) {
+    : mMessage(mArena.make<SdfProto::ServiceMsg>()) {
     mMessage.set_event_id(event);
 }
 

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <google/protobuf/arena.h>
 #include <lum_sdf_sdk.h>
 
-#include <array>
 #include <map>
 #include <memory>
 
 #include "api/Sdf.h"
+#include "api/StackArena.h"
 #include "proto/SdfProto.pb.h"
 #include "transport/SdkClientBase.h"
 #include "transport/SdkClientEvent.h"
@@ -39,8 +38,7 @@ long long request(const Body& body) noexcept {
     });
 }
 
-// A message to the service. It lies on an arena, where nothing is destroyed one by one: when memory
-// runs out inside a setter, what it leaves behind could not be.
+// A message to the service.
 class Message {
   public:
     explicit Message(SdfProto::ServiceEventId event);
@@ -56,8 +54,7 @@ class Message {
 
   private:
     // Enough for every message but one with unusually long texts.
-    alignas(8) std::array<char, 1024> mSpace;
-    google::protobuf::Arena mArena;
+    StackArena<1024> mArena;
     SdfProto::ServiceMsg& mMessage;
 };
 

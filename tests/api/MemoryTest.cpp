@@ -267,12 +267,26 @@ TEST_F(MemoryTest, ReceivedMessage) {
     const std::string filters = repeatHex("12 22 08 01 10 01 1A 1C " + text, 3);
     expectReadable("08 02 1A 6E 1A 6C " + filters);
     expectReadable("08 02 1A 00 A2 06 1C " + text);
-    // Two bodies, of which the second takes the first one's place.
-    expectReadable("08 02 1A 08 0A 02 08 06 1A 02 08 01");
+    // Two bodies, of which the second takes the first one's place, and is a long one.
+    expectReadable("08 02 1A DF 04 0A 02 08 06 1A D8 04 " + repeatHex("12 04 08 01 10 01", 100));
     EXPECT_EQ(gCalls, 0);
-    expectReadable("08 01 10 07 1A 06 12 04 08 05 10 02");
+    expectReadable("08 01 10 07 1A 06 12 04 08 05 10 02 A2 06 1C " + text);
     EXPECT_EQ(gCalls, 1);
     EXPECT_EQ(Sdf::mInstance->mLatencyCbs.count(7), 0U);
+}
+
+// Messages as services send them as a rule are read when there is no memory at all.
+TEST_F(MemoryTest, ShortReceivedMessage) {
+    startUp();
+    scriptRand({7});
+    ASSERT_EQ(setLatency(onLevels), 7);
+    sdfRegFilterStatus(onAdded);
+    const SdkClientBase::Listener listener = FakeSdkClient::get().listener;
+    for (const std::string& hex : {std::string("08 01 10 07 1A 06 12 04 08 05 10 02"),
+                                   "08 02 1A 7A 1A 78 " + repeatHex("12 04 08 01 10 01", 20)}) {
+        EXPECT_TRUE(reads(listener, fromHex(hex), 0, AllocationLimit::kAllFurther));
+    }
+    EXPECT_EQ(gCalls, 21);
 }
 
 // A confirmed filter that there is no memory to keep has been reported, and goes on counting as
