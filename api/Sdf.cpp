@@ -80,7 +80,7 @@ bool connect(const std::shared_ptr<Sdf>& client, Callback Sdf::*slot, Callback c
         client->blobListener(status, bytes);
     };
     client->replaceSlot(slot, cb);
-    std::atomic_store(&Sdf::mInstance, client);
+    Sdf::setCurrent(client);
     return gLifecycle.leaving == nullptr &&
            client->obtainTransport(LUM_SDK_CLIENT_SDF, std::move(listener), std::move(event));
 }
@@ -158,16 +158,22 @@ bool disable(Callback Sdf::*slot) {
     const MutexLock lock(gLifecycle.lock);
     gLifecycle.leaving = nullptr;
     // A callback that ran meanwhile may have made a new client, which stays.
-    if (client->isCurrent()) std::atomic_store(&Sdf::mInstance, std::shared_ptr<Sdf>());
+    if (client->isCurrent()) Sdf::setCurrent(nullptr);
     return true;
 }
 
 }  // namespace
 
 std::shared_ptr<Sdf>& Sdf::mInstance = gInstance.value;
+std::atomic<const Sdf*> Sdf::sCurrent{nullptr};
 
 Sdf::~Sdf() {
     destroySdkInstance(LUM_SDK_CLIENT_SDF);
+}
+
+void Sdf::setCurrent(const std::shared_ptr<Sdf>& client) {
+    std::atomic_store(&mInstance, client);
+    sCurrent.store(client.get(), std::memory_order_release);
 }
 
 void Sdf::handleSdfStatusInd(status_e status) {

@@ -138,13 +138,16 @@ class Sdf : public SdkBase {
     static std::shared_ptr<Sdf> current() {
         return std::atomic_load(&mInstance);
     }
-
+    // Puts another one, or none, in its place. One thread at a time: create and destroy have a
+    // lock.
+    static void setCurrent(const std::shared_ptr<Sdf>& client);
+    // Without the lock that current() takes: dispatch asks after each entry of a message.
     bool isCurrent() const {
-        return current().get() == this;
+        return sCurrent.load(std::memory_order_acquire) == this;
     }
 
-    // Never destroyed: the transport's threads may look at it while the process exits. Read and
-    // replaced with the atomic functions of shared pointers.
+    // Never destroyed: the transport's threads may look at it while the process exits. Read with
+    // the atomic functions of shared pointers, and replaced by setCurrent().
     static std::shared_ptr<Sdf>& mInstance;
 
     // Drawn and not yet answered, and confirmed by the service.
@@ -161,6 +164,8 @@ class Sdf : public SdkBase {
     std::atomic<bool> mServiceUp{false};  // stored with release order
 
   private:
+    static std::atomic<const Sdf*> sCurrent;  // what mInstance points to
+
     mutable RecordMutex mRecordLock;
 
     bool isIdTaken(unsigned int id) const LUM_REQUIRES(mRecordLock);

@@ -142,7 +142,7 @@ ClientTest::~ClientTest() {
     sdk().duringGet = nullptr;
     sdk().duringDestroy = nullptr;
     destroySdfClient();
-    std::atomic_store(&Sdf::mInstance, std::shared_ptr<Sdf>());
+    Sdf::setCurrent(nullptr);
     FakeSdkClient::reset();
 }
 
