@@ -187,10 +187,12 @@ void Sdf::handleSdfStatusInd(status_e status) {
 
 unsigned int Sdf::getNextUniqueId() {
     const MutexLock lock(mRecordLock);
-    // The space first: an id that could not be kept must not be drawn.
+    // The space first: an id that could not be kept must not be drawn. What stands there meanwhile
+    // takes 0, which is no id.
     mUsedIds.push_back(0);
     unsigned int id = 0;
-    while (isIdTaken(id)) id = static_cast<unsigned int>(rand());
+    do id = static_cast<unsigned int>(rand());
+    while (isIdTaken(id));
     mUsedIds.back() = id;
     return id;
 }
