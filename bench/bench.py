@@ -24,8 +24,8 @@ matplotlib.use("Agg")
 from matplotlib import pyplot  # noqa: E402: after the back end has been chosen
 
 PROGRAMS = ["bench_process", "bench_request", "bench_grpc"]
-REPETITIONS = 3
-MIN_SECONDS = 0.05
+REPETITIONS = 6
+MIN_SECONDS = 0.01
 OWN = ["ours", "session"]
 # What the framework appends to a name.
 SUFFIX = re.compile(r"/(real_time|manual_time|iterations:\d+|repeats:\d+)")
