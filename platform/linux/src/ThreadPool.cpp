@@ -61,20 +61,27 @@ ThreadPool& ThreadPool::instance() {
 }
 
 void ThreadPool::post(std::unique_ptr<Work> work) {
-    const MutexLock lock(mLock);
-    work = mLanes.enter(std::move(work));
-    if (work != nullptr) dispatch(std::move(work));
+    {
+        const MutexLock lock(mLock);
+        work = mLanes.enter(std::move(work));
+        if (work == nullptr) return;
+        dispatch(std::move(work));
+    }
+    // Not under the lock, which the thread that wakes needs at once.
+    mPosted.notifyOne();
 }
 
 void ThreadPool::dispatch(std::unique_ptr<Work> work) {
     mQueue.push(std::move(work));
     ++mQueued;
-    mPosted.notifyOne();
     if (wantsThread()) addThread();
 }
 
 void ThreadPool::dispatchWaiting() {
-    while (std::unique_ptr<Work> work = mLanes.next()) dispatch(std::move(work));
+    while (std::unique_ptr<Work> work = mLanes.next()) {
+        dispatch(std::move(work));
+        mPosted.notifyOne();
+    }
 }
 
 void ThreadPool::start() {

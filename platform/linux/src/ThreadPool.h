@@ -32,7 +32,8 @@ class ThreadPool {
     // These release mLock meanwhile.
     // Waits for work and carries it out, as one of the free threads, before and after.
     void serveOne() LUM_REQUIRES(mLock);
-    // Has work carried out whose turn it is.
+    // Has work carried out whose turn it is, by a free thread that the caller notifies or by a new
+    // one.
     void dispatch(std::unique_ptr<Work> work) LUM_REQUIRES(mLock);
     // Has everything carried out that has waited and whose turn it is now.
     void dispatchWaiting() LUM_REQUIRES(mLock);
