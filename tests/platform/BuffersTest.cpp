@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/src/FlowControl.h"
 #include "platform/linux/src/FrameReader.h"
 #include "platform/linux/src/OutBuffer.h"
 #include "platform/linux/src/UniqueFd.h"
@@ -208,6 +209,17 @@ TEST_F(OutBufferTest, ConnectionThatHasEndedIsSaid) {
     mBuffer.clear();
     EXPECT_TRUE(mBuffer.empty());
     EXPECT_EQ(mBuffer.writeTo(mNear.get()), 0);
+}
+
+// The largest is 520,192 bytes long, however many of the others are not acknowledged yet.
+TEST(FlowControlTest, LargestOnewayCallMayFollowOthers) {
+    FlowControl flow;
+    EXPECT_FALSE(flow.maySend(true, 520193));
+    flow.sent(true, 4095);
+    EXPECT_TRUE(flow.maySend(true, 520192));
+    flow.sent(true, 1);
+    flow.sent(true, 1);
+    EXPECT_FALSE(flow.maySend(true, 520192));
 }
 
 }  // namespace

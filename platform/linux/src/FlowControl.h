@@ -26,9 +26,11 @@ class BytesUnderWay {
 // counts until its end, and a one-way call until the called side has acknowledged it. Not locked.
 class FlowControl {
   public:
-    // Whether another call of ours may be sent.
+    // Whether another call of ours may be sent. The largest one-way call may while the peer has
+    // carried out all others, whether or not it has acknowledged the last of them.
     bool maySend(bool oneway, size_t size) const {
-        return (oneway ? mOnewayOut : mCallsOut).fits(size);
+        if (!oneway) return mCallsOut.fits(size);
+        return size <= kMaxOnewayBytes - kLastPortion && mOnewayOut.fits(size);
     }
     void sent(bool oneway, size_t size) { (oneway ? mOnewayOut : mCallsOut).add(size); }
     // A blocking call of ours is over.
@@ -52,12 +54,13 @@ class FlowControl {
         --mCountIn;
     }
     // A one-way call of the peer is carried out. Returns how many bytes are to be acknowledged now:
-    // that is done in portions, the last as soon as none is under way.
+    // that is done in portions, so that it does not cost a frame for each call; in smaller ones
+    // while none is under way.
     uint32_t onewayDone(size_t size) {
         mOnewayIn.remove(size);
         --mCountIn;
         mUnacknowledged += static_cast<uint32_t>(size);
-        if (mOnewayIn.get() != 0 && mUnacknowledged < kPortion) return 0;
+        if (mUnacknowledged < (mOnewayIn.get() == 0 ? kLastPortion : kPortion)) return 0;
         return std::exchange(mUnacknowledged, 0);
     }
 
@@ -71,6 +74,7 @@ class FlowControl {
     static constexpr size_t kMaxOnewayBytes = kMaxTransaction / 2;
     static constexpr size_t kMaxCallBytes = 16 * kMaxTransaction;
     static constexpr size_t kPortion = kMaxOnewayBytes / 4;
+    static constexpr size_t kLastPortion = 4096;
 
     BytesUnderWay mCallsOut{kMaxCallBytes};
     BytesUnderWay mOnewayOut{kMaxOnewayBytes};
