@@ -10,6 +10,7 @@
 #include "platform/linux/src/ThreadPool.h"
 #include "utils/NoDestroy.h"
 
+using lum::utils::Condition;
 using lum::utils::MutexLock;
 
 namespace {
@@ -34,7 +35,7 @@ PendingCalls& PendingCalls::instance() {
     return gCalls.value;
 }
 
-PendingCall::PendingCall(const Link* link) : mLink(link) {
+PendingCall::PendingCall(const Link* link) : mLink(link), mChanged(std::make_shared<Condition>()) {
     PendingCalls& calls = PendingCalls::instance();
     const MutexLock lock(PendingCalls::sLock);
     // 0 is no id: it marks one-way calls.
@@ -55,7 +56,7 @@ binder_status_t PendingCall::wait(std::unique_ptr<AParcel>* reply) {
     while (!mDone) {
         std::unique_ptr<Work> work = mNested.pop();
         if (work == nullptr) {
-            mChanged.wait(PendingCalls::sLock);
+            mChanged->wait(PendingCalls::sLock);
             continue;
         }
         lock.unlock();
@@ -71,19 +72,23 @@ binder_status_t PendingCall::wait(std::unique_ptr<AParcel>* reply) {
 void PendingCall::end(binder_status_t status) {
     mDone = true;
     mStatus = status;
-    // Under the lock: the waiting thread ends the call's life as soon as it has it.
-    mChanged.notifyOne();
 }
 
 bool PendingCalls::finish(const Link* link, uint64_t id, binder_status_t status,
                           std::unique_ptr<AParcel>* reply) {
-    const MutexLock lock(sLock);
-    const auto found = mCalls.find(id);
-    if (found == mCalls.end() || found->second->mLink != link) return false;
-    PendingCall& call = *found->second;
-    mCalls.erase(found);
-    call.mReply = std::move(*reply);
-    call.end(status);
+    std::shared_ptr<Condition> changed;
+    {
+        const MutexLock lock(sLock);
+        const auto found = mCalls.find(id);
+        if (found == mCalls.end() || found->second->mLink != link) return false;
+        PendingCall& call = *found->second;
+        mCalls.erase(found);
+        call.mReply = std::move(*reply);
+        call.end(status);
+        changed = call.mChanged;
+    }
+    // Not under the lock, which the thread that wakes needs at once.
+    changed->notifyOne();
     return true;
 }
 
@@ -92,6 +97,7 @@ void PendingCalls::failAll(const Link* link, binder_status_t status) noexcept {
     for (auto it = mCalls.begin(); it != mCalls.end();) {
         if (it->second->mLink == link) {
             it->second->end(status);
+            it->second->mChanged->notifyOne();
             it = mCalls.erase(it);
         } else {
             ++it;
@@ -105,7 +111,7 @@ bool PendingCalls::runNested(const std::vector<uint64_t>& chain, std::unique_ptr
         const auto found = mCalls.find(*id);
         if (found == mCalls.end()) continue;
         found->second->mNested.push(std::move(*work));
-        found->second->mChanged.notifyOne();
+        found->second->mChanged->notifyOne();
         return true;
     }
     return false;

@@ -63,11 +63,13 @@ class PendingCall {
   private:
     friend class PendingCalls;
 
+    // Ends the call. The waiting thread is to be notified, which may end the call's life at once.
     void end(binder_status_t status) LUM_REQUIRES(PendingCalls::sLock);
 
     const Link* const mLink;
     uint64_t mId = 0;
-    lum::utils::Condition mChanged;
+    // Shared, so that it can be notified without the lock, when the call may be gone.
+    const std::shared_ptr<lum::utils::Condition> mChanged;
     bool mDone LUM_GUARDED_BY(PendingCalls::sLock) = false;
     binder_status_t mStatus LUM_GUARDED_BY(PendingCalls::sLock) = STATUS_OK;
     std::unique_ptr<AParcel> mReply LUM_GUARDED_BY(PendingCalls::sLock);
