@@ -20,7 +20,7 @@
 // Threads: requests come on application threads, blobListener() on the transport's. The record (the
 // maps, vectors and callback slots) is locked only when built with LUM_SDF_GUARDED, and never
 // across a callback. An object that is no longer, or not yet, mInstance reports nothing.
-class Sdf : public SdkBase {
+class Sdf : public SdkBase, public std::enable_shared_from_this<Sdf> {
 #if LUM_SDF_GUARDED
     using RecordMutex = lum::utils::Mutex;
 #else
@@ -164,6 +164,11 @@ class Sdf : public SdkBase {
     std::atomic<bool> mServiceUp{false};  // stored with release order
 
   private:
+    // What keeps this object through callbacks; null if it is not, or no longer, the current one.
+    std::shared_ptr<Sdf> heldIfCurrent() {
+        return isCurrent() ? weak_from_this().lock() : nullptr;
+    }
+
     static std::atomic<const Sdf*> sCurrent;  // what mInstance points to
 
     mutable RecordMutex mRecordLock;

@@ -33,10 +33,9 @@ SdfAddFilterInfo describe(const SdfProto::AddFilter& filter) {
 }  // namespace
 
 void Sdf::blobListener(SdkClientBase::SdkStatus status, const std::vector<uint8_t>& bytes) {
-    // Keeps the object through the callbacks below. Whatever arrives for an earlier client ends
-    // here.
-    const std::shared_ptr<Sdf> self = current();
-    if (self.get() != this) return;
+    // Whatever arrives for an earlier client ends here.
+    const std::shared_ptr<Sdf> self = heldIfCurrent();
+    if (!self) return;
     if (status == SdkClientBase::SDK_SEND_FAILED) {
         handleSdfStatusInd(SDF_STATUS_INTERNAL_ERROR);
     } else if (status == SdkClientBase::SDK_SERVICE_DOWN) {
