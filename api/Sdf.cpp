@@ -187,6 +187,10 @@ void Sdf::handleSdfStatusInd(status_e status) {
 
 unsigned int Sdf::getNextUniqueId() {
     const MutexLock lock(mRecordLock);
+    return drawId();
+}
+
+unsigned int Sdf::drawId() {
     // The space first: an id that could not be kept must not be drawn. What stands there meanwhile
     // takes 0, which is no id.
     mUsedIds.push_back(0);

@@ -56,12 +56,12 @@ class Sdf : public SdkBase, public std::enable_shared_from_this<Sdf> {
     // `callbacks`: &Sdf::mLatencyCbs or &Sdf::mFilterCbs.
     template <typename Callback>
     unsigned int recordRequest(std::map<unsigned int, Callback> Sdf::*callbacks, Callback cb) {
-        const unsigned int id = getNextUniqueId();
+        const lum::utils::MutexLock lock(mRecordLock);
+        const unsigned int id = drawId();
         try {
-            const lum::utils::MutexLock lock(mRecordLock);
             (this->*callbacks).emplace(id, cb);
         } catch (...) {
-            forgetRequest(callbacks, id);
+            mUsedIds.pop_back();
             throw;
         }
         return id;
@@ -173,6 +173,8 @@ class Sdf : public SdkBase, public std::enable_shared_from_this<Sdf> {
 
     mutable RecordMutex mRecordLock;
 
+    // Leaves the id at the end of mUsedIds.
+    unsigned int drawId() LUM_REQUIRES(mRecordLock);
     bool isIdTaken(unsigned int id) const LUM_REQUIRES(mRecordLock);
     // False if it is not there.
     static bool removeFirst(std::vector<unsigned int>& ids, unsigned int id);
