@@ -77,8 +77,8 @@ class Build:
             if one["run_type"] == "iteration" and not one.get("error_occurred"):
                 self.values.setdefault(SUFFIX.sub("", one["run_name"]), []).append(value_of(one))
 
-    def save(self):
-        path = os.path.join(self.directory, f"{self.name}.json")
+    def save(self, directory):
+        path = os.path.join(directory, f"{self.name}.json")
         with open(path, "w", encoding="utf-8") as file:
             json.dump({"name": self.name, "context": self.context, "unit": "ns", "values": self.values},
                       file, indent=1)
@@ -182,13 +182,13 @@ def main():
     if not any(own.selected.values()):
         sys.exit(f"bench: no benchmark has a name like {arguments.filter}")
     for turn in range(arguments.rounds):
-        for program in PROGRAMS:
+        for program in filter(own.selected.get, PROGRAMS):
             print(f"round {turn + 1} of {arguments.rounds}: {program}", flush=True)
             for build in filter(None, (own, other) if turn % 2 == 0 else (other, own)):
                 build.measure(program, turn == 0)
     table(own, other)
     for build in filter(None, (own, other)):
-        build.save()
+        build.save(own.directory)
     pictures(own, other)
 
 
