@@ -1,0 +1,541 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "fuzz/ClientInStep.h"
+
+#include <google/protobuf/stubs/logging.h>
+#include <netinet/in.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "api/ClientSdfUtils.h"
+#include "fuzz/Check.h"
+#include "fuzz/Messages.h"
+#include "tests/api/ClientFixture.h"
+#include "tests/api/ClientState.h"
+#include "tests/api/FakeTransport.h"
+#include "tests/api/Requests.h"
+#include "tests/api/ScriptedRand.h"
+#include "tests/support/Hex.h"
+
+namespace {
+
+using Data = SdfProto::ServiceData;
+
+// The requests, see makeRequest().
+constexpr unsigned int kRequestKinds = 18;
+constexpr unsigned int kDeleteFilter = 15;
+constexpr unsigned int kDeleteAllFilter = 16;
+
+constexpr unsigned int kMostSteps = 128;
+constexpr unsigned int kMostDepth = 4;
+
+// Numbers below 256, each once before one comes again, so that ids meet those in use, and 0.
+constexpr int kNumbers = 256;
+std::vector<int> makeRandom(int seed) {
+    std::vector<int> numbers;
+    int number = seed;
+    for (int i = 0; i < 8 * kNumbers; ++i) {
+        number = (number * 5 + 3) % kNumbers;
+        numbers.push_back(number);
+    }
+    return numbers;
+}
+
+FakeSdkClient& sdk() {
+    return FakeSdkClient::get();
+}
+
+// The transport is made once: its descriptors are what costs most.
+const std::shared_ptr<FakeTransport>& transport() {
+    static const auto& made = *new std::shared_ptr<FakeTransport>(sdk().transport);
+    return made;
+}
+
+constexpr const char* kCallbacks[] = {
+    "v2",           "otherV2",           "legacy", "otherLegacy", "levels", "otherLevels",
+    "filterStatus", "otherFilterStatus", "added",  "otherAdded",  "filter", "otherFilter",
+    "reports",      "otherReports",      "report", "otherReport", "auto",   "otherAuto"};
+
+}  // namespace
+
+ClientInStep::ClientInStep(Input& input) : ClientInStep(input, makeRandom(input.byte())) {}
+
+ClientInStep::ClientInStep(Input& input, const std::vector<int>& random)
+    : mInput(&input), mModel(*this, random) {
+    google::protobuf::SetLogHandler(nullptr);  // it says of each text that is no UTF-8
+    scriptRand(random);
+    app::reset();
+    sdk().transport = transport();
+    sdk().obtained.clear();
+    sdk().destroyed.clear();
+    sdk().duringGet = [this] { mListeners.push_back(sdk().listener); };
+    sdk().duringDestroy = [this] { onCalled("destroying"); };
+    for (const std::string name : kCallbacks) {
+        const bool describes = name == "auto" || name == "otherAuto";
+        app::inside(name, [this, describes] {
+            const std::string text = app::takeCalls().back();
+            onCalled(describes ? text + " " + app::autoInfo() : text);
+        });
+    }
+}
+
+ClientInStep::~ClientInStep() {
+    app::reset();
+    sdk().transport = transport();
+    sdk().duringGet = nullptr;
+    sdk().duringDestroy = nullptr;
+    destroySdfClient();
+    std::atomic_store(&Sdf::mInstance, std::shared_ptr<Sdf>());
+    sdk().listener = nullptr;
+    transport()->take();
+}
+
+bool ClientInStep::canGoOn() const {
+    return !mInput->empty() && mSteps < kMostSteps && scriptedRandLeft() > 2 * kNumbers;
+}
+
+void ClientInStep::anyStep() {
+    run(makeStep());
+}
+
+void ClientInStep::message(const std::vector<uint8_t>& bytes) {
+    if (mListeners.empty()) return;
+    const size_t listener = mListeners.size() - 1;
+    run({"message",
+         [this, listener, bytes] {
+             const SdkClientBase::Listener called = mListeners[listener];
+             called(SdkClientBase::SDK_BLOB_RECEIVED, bytes);
+             return 0LL;
+         },
+         [listener, bytes](ClientModel& model) {
+             model.report(listener, SdkClientBase::SDK_BLOB_RECEIVED, bytes);
+             return 0LL;
+         }});
+}
+
+unsigned int ClientInStep::anyId() {
+    const std::shared_ptr<Sdf> client = Sdf::current();
+    if (!client || mInput->rarely(8)) return mInput->number<unsigned int>();
+    const std::vector<unsigned int>& ids = mInput->flag() ? client->mUsedIds : client->mFilterIds;
+    return ids.empty() ? mInput->byte() : ids[mInput->byte() % ids.size()];
+}
+
+template <typename Callback>
+Callback ClientInStep::oneOf(Callback first, Callback other) {
+    if (mInput->rarely(16)) return nullptr;
+    return mInput->flag() ? other : first;
+}
+
+ClientInStep::Step ClientInStep::makeStep() {
+    constexpr unsigned int kLifecycle = 8;
+    constexpr unsigned int kReports = 8;
+    const unsigned int which = mInput->pick(kLifecycle + kReports + kRequestKinds);
+    if (which < kLifecycle) return makeLifecycle(which);
+    return which < kLifecycle + kReports ? makeReport()
+                                         : makeRequest(which - kLifecycle - kReports);
+}
+
+ClientInStep::Step ClientInStep::makeLifecycle(unsigned int which) {
+    switch (which) {
+        case 0:
+        case 1: {
+            const SdfStatusV2Cb cb = oneOf(app::onV2, app::onOtherV2);
+            return {"createSdfClient", [cb] { return createSdfClient(cb); },
+                    [cb](ClientModel& model) { return model.createSdfClient(cb); }};
+        }
+        case 2:
+        case 3: {
+            const SdfLegacyStatusCb cb = oneOf(app::onLegacy, app::onOtherLegacy);
+            return {"lum_sdf_enable", [cb] { return lum_sdf_enable(cb); },
+                    [cb](ClientModel& model) { return model.lumSdfEnable(cb); }};
+        }
+        case 4:
+        case 5:
+            return {"destroySdfClient", [] { return destroySdfClient(); },
+                    [](ClientModel& model) { return model.destroySdfClient(); }};
+        case 6:
+            return {"lum_sdf_disable", [] { return lum_sdf_disable(); },
+                    [](ClientModel& model) { return model.lumSdfDisable(); }};
+        default: {
+            const bool there = !mInput->rarely(4);
+            return {"transport",
+                    [there] {
+                        sdk().transport = there ? transport() : nullptr;
+                        return 0LL;
+                    },
+                    [there](ClientModel& model) {
+                        model.setTransport(there);
+                        return 0LL;
+                    }};
+        }
+    }
+}
+
+ClientInStep::Step ClientInStep::makeReport() {
+    if (mListeners.empty())
+        return {"no listener", [] { return 0LL; }, [](ClientModel&) { return 0LL; }};
+    // The latest, or an earlier one that the transport still calls late.
+    const size_t listener =
+        mInput->rarely(8) ? mInput->byte() % mListeners.size() : mListeners.size() - 1;
+    auto status = SdkClientBase::SDK_BLOB_RECEIVED;
+    if (mInput->rarely(8)) {
+        status = mInput->around(SdkClientBase::SDK_BLOB_RECEIVED, SdkClientBase::SDK_SERVICE_UP);
+    }
+    std::vector<uint8_t> bytes;
+    if (status == SdkClientBase::SDK_BLOB_RECEIVED) {
+        bytes = makeMessage(*mInput, [this] { return anyId(); });
+    }
+    return {"report " + std::to_string(status),
+            [this, listener, status, bytes] {
+                // The application may make another client, and with it another listener.
+                const SdkClientBase::Listener called = mListeners[listener];
+                called(status, bytes);
+                return 0LL;
+            },
+            [listener, status, bytes](ClientModel& model) {
+                model.report(listener, status, bytes);
+                return 0LL;
+            }};
+}
+
+SdfAddFilterInfo ClientInStep::makeFlow() {
+    SdfAddFilterInfo info{};
+    for (sockaddr_storage* const address : {&info.src_addr, &info.dest_addr}) {
+        constexpr sa_family_t kFamilies[] = {AF_INET,  AF_INET,   AF_INET6,
+                                             AF_INET6, AF_UNSPEC, AF_UNIX};
+        sockaddr_in6 bytes{};
+        bytes.sin6_family = kFamilies[mInput->pick(6)];
+        bytes.sin6_port = mInput->number<uint16_t>();
+        // Where the other family has its address.
+        bytes.sin6_flowinfo = mInput->byte();
+        bytes.sin6_addr.s6_addr[15] = mInput->byte();
+        memcpy(address, &bytes, sizeof bytes);
+    }
+    info.first_level = mInput->around(SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6);
+    info.second_level = mInput->around(SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6);
+    info.ood = mInput->around(SDF_OOD_UNSPECIFIED_LVL, SDF_OOD_DISABLED_LVL);
+    info.app_type = mInput->around(SDF_APP_TYPE_UNSPECIFIED, SDF_APP_TYPE_TRAFFIC_PRIO_BE);
+    info.protocol = mInput->around(SDF_PROTOCOL_NONE, SDF_PROTOCOL_TCPUDP);
+    info.pdcp_timer = mInput->number<uint32_t>();
+    info.src_port_range = mInput->number<uint16_t>();
+    info.dest_port_range = mInput->number<uint16_t>();
+    return info;
+}
+
+namespace {
+
+bool fits(const sockaddr_storage& address, uint16_t range) {
+    return ClientSdfUtils::sdfGetPort(address) + range <= UINT16_MAX;
+}
+
+bool isValid(const SdfAddFilterInfo& info) {
+    return !ClientSdfUtils::sdfGetIp(info.src_addr).empty() &&
+           !ClientSdfUtils::sdfGetIp(info.dest_addr).empty() &&
+           ClientSdfUtils::isLatencyLvlValid(info.first_level) &&
+           ClientSdfUtils::isLatencyLvlValid(info.second_level) &&
+           ClientSdfUtils::isProtocolValid(info.protocol) &&
+           ClientSdfUtils::isFilterAppTypeValid(info.app_type) &&
+           ClientSdfUtils::isOodValid(info.ood) && fits(info.src_addr, info.src_port_range) &&
+           fits(info.dest_addr, info.dest_port_range);
+}
+
+}  // namespace
+
+ClientInStep::Step ClientInStep::makeAddFilter() {
+    // Mostly one that is taken.
+    const SdfAddFilterInfo info = mInput->rarely(4) ? makeFlow() : makePlainFlow();
+    const SdfFilterStatusCb cb = oneOf(app::onAdded, app::onOtherAdded);
+    const bool extra = mInput->flag();
+    const uint8_t value = mInput->byte();
+    return {extra ? "sdfAddFilterV2" : "sdfAddFilter",
+            [=] { return extra ? sdfAddFilterV2(info, value, cb) : sdfAddFilter(info, cb); },
+            [=](ClientModel& model) { return model.addFilter(isValid(info), cb); }};
+}
+
+ClientInStep::Step ClientInStep::makeRequest(unsigned int which) {
+    const auto slot = [this] {
+        return mInput->around(SDF_SLOT_ID_UNSPECIFIED, SDF_SLOT_ID_SECOND);
+    };
+    const auto level = [this] { return mInput->around(SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6); };
+    const auto ood = [this] {
+        return mInput->around(SDF_OOD_UNSPECIFIED_LVL, SDF_OOD_DISABLED_LVL);
+    };
+    switch (which) {
+        case 0: {
+            const auto of = slot();
+            const auto first = level();
+            const auto second = level();
+            const bool flag = mInput->flag();
+            const SdfEffectiveLevelsCb cb = oneOf(app::onLevels, app::onOtherLevels);
+            const bool valid = ClientSdfUtils::isSlotIdValid(of) &&
+                               ClientSdfUtils::isLatencyLvlValid(first) &&
+                               ClientSdfUtils::isLatencyLvlValid(second);
+            return {"sdfSetLatencyLvl",
+                    [=] { return sdfSetLatencyLvl(of, first, second, flag, cb); },
+                    [=](ClientModel& model) { return model.setLatency(valid, cb); }};
+        }
+        case 1: {
+            const unsigned int id = anyId();
+            const auto first = level();
+            const auto second = level();
+            const bool valid = ClientSdfUtils::isLatencyLvlValid(first) &&
+                               ClientSdfUtils::isLatencyLvlValid(second);
+            return {"sdfUpdateLatencyLvl", [=] { return sdfUpdateLatencyLvl(id, first, second); },
+                    [=](ClientModel& model) {
+                        return model.requestOf(id, valid, SdfProto::UPDATE_LATENCY_LEVEL,
+                                               Data::kUpdateLatencyLevel);
+                    }};
+        }
+        case 2: {
+            const unsigned int id = anyId();
+            const auto value = ood();
+            return {"sdfUpdateOod", [=] { return sdfUpdateOod(id, value); },
+                    [=](ClientModel& model) {
+                        return model.requestOf(id, ClientSdfUtils::isOodValid(value),
+                                               SdfProto::UPDATE_OOD, Data::kUpdateOod);
+                    }};
+        }
+        case 3: {
+            const unsigned int id = anyId();
+            const auto timer = mInput->number<unsigned int>();
+            return {"sdfUpdatePdcpTimer", [=] { return sdfUpdatePdcpTimer(id, timer); },
+                    [=](ClientModel& model) {
+                        return model.requestOf(id, true, SdfProto::UPDATE_PDCP_TIMER,
+                                               Data::kUpdatePdcpTimer);
+                    }};
+        }
+        case 4: {
+            const unsigned int id = anyId();
+            const auto dscp = mInput->number<unsigned int>();
+            return {"sdfUpdateTargetDscp", [=] { return sdfUpdateTargetDscp(id, dscp); },
+                    [=](ClientModel& model) {
+                        return model.requestOf(id, true, SdfProto::UPDATE_TARGET_DSCP,
+                                               Data::kUpdateTargetDscp);
+                    }};
+        }
+        case 5: {
+            const auto value = ood();
+            return {"sdfUpdateDdsOod", [=] { return sdfUpdateDdsOod(value); },
+                    [=](ClientModel& model) {
+                        return model.request(ClientSdfUtils::isOodValid(value),
+                                             SdfProto::UPDATE_DDS_OOD, Data::kUpdateDdsOod);
+                    }};
+        }
+        case 6: {
+            const auto timer = mInput->number<unsigned int>();
+            return {"sdfUpdateDdsPdcpTimer", [=] { return sdfUpdateDdsPdcpTimer(timer); },
+                    [=](ClientModel& model) {
+                        return model.request(true, SdfProto::UPDATE_DDS_PDCP_TIMER,
+                                             Data::kUpdateDdsPdcpTimer);
+                    }};
+        }
+        case 7: {
+            const bool enable = mInput->flag();
+            return {"sdfEnHighPerfGaming", [=] { return sdfEnHighPerfGaming(enable); },
+                    [=](ClientModel& model) {
+                        return model.request(true, SdfProto::EN_HIGH_PERF_GAMING,
+                                             Data::kEnHighPerfGaming);
+                    }};
+        }
+        case 8: {
+            const auto of = slot();
+            const bool enable = mInput->flag();
+            return {"sdfPrioritizeData", [=] { return sdfPrioritizeData(of, enable); },
+                    [=](ClientModel& model) {
+                        return model.request(ClientSdfUtils::isSlotIdValid(of),
+                                             SdfProto::PRIORITIZE_DATA, Data::kPrioritizeData);
+                    }};
+        }
+        case 9: {
+            const bool enable = mInput->flag();
+            return {"sdfPrioritizeDds", [=] { return sdfPrioritizeDds(enable); },
+                    [=](ClientModel& model) {
+                        return model.request(true, SdfProto::PRIORITIZE_DDS, Data::kPrioritizeDds);
+                    }};
+        }
+        case 10: {
+            const bool enable = mInput->flag();
+            const auto value = mInput->number<unsigned int>();
+            const SdfPriorityQueueReportCb cb = oneOf(app::onReports, app::onOtherReports);
+            return {"sdfRegPriorityQueueReports",
+                    [=] { return sdfRegPriorityQueueReports(enable, value, cb); },
+                    [=](ClientModel& model) {
+                        return model.registration(&ClientModel::Client::reports, cb,
+                                                  SdfProto::REG_PRIORITY_QUEUE_REPORTS,
+                                                  Data::kRegPriorityQueueReports);
+                    }};
+        }
+        case 11: {
+            const SdfPriorityQueueReportCb cb = oneOf(app::onReport, app::onOtherReport);
+            return {"sdfGetPriorityQueueReport", [=] { return sdfGetPriorityQueueReport(cb); },
+                    [=](ClientModel& model) {
+                        return model.registration(&ClientModel::Client::getReport, cb,
+                                                  SdfProto::GET_PRIORITY_QUEUE_REPORT,
+                                                  Data::MSG_TYPE_NOT_SET);
+                    }};
+        }
+        case 12: {
+            const SdfAutoFilterInfoCb cb = oneOf(app::onAuto, app::onOtherAuto);
+            return {"sdfRegAutoFilterInfo", [=] { return sdfRegAutoFilterInfo(cb); },
+                    [=](ClientModel& model) {
+                        return model.registration(&ClientModel::Client::autoFilter, cb,
+                                                  SdfProto::REG_AUTO_FILTER_INFO_IND,
+                                                  Data::MSG_TYPE_NOT_SET);
+                    }};
+        }
+        case 13: {
+            const SdfFilterStatusCb cb = oneOf(app::onFilterStatus, app::onOtherFilterStatus);
+            return {"sdfRegFilterStatus", [=] { return sdfRegFilterStatus(cb); },
+                    [=](ClientModel& model) {
+                        return model.registration(&ClientModel::Client::filterStatus, cb,
+                                                  SdfProto::REG_FILTER_STATUS,
+                                                  Data::kRegFilterStatus);
+                    }};
+        }
+        case 14: {
+            const SdfGetFiltersCb cb = oneOf(app::onFilter, app::onOtherFilter);
+            return {"sdfGetFilters", [=] { return sdfGetFilters(cb); },
+                    [=](ClientModel& model) {
+                        return model.registration(&ClientModel::Client::getFilters, cb,
+                                                  SdfProto::GET_FILTERS, Data::MSG_TYPE_NOT_SET);
+                    }};
+        }
+        case kDeleteFilter: {
+            const unsigned int id = anyId();
+            return {"sdfDeleteFilter", [=] { return sdfDeleteFilter(id); },
+                    [=](ClientModel& model) { return model.deleteFilter(id); }};
+        }
+        case kDeleteAllFilter:
+            return {"sdfDeleteAllFilter", [] { return sdfDeleteAllFilter(); },
+                    [](ClientModel& model) { return model.deleteAllFilters(); }};
+        default: return makeAddFilter();
+    }
+}
+
+void ClientInStep::startUpWithAll() {
+    // Without decisions: valid arguments.
+    Input none(nullptr, 0);
+    Input* const before = std::exchange(mInput, &none);
+    constexpr unsigned int kCreate = 0;
+    constexpr unsigned int kEnable = 2;
+    run(makeLifecycle(kCreate));
+    run(makeLifecycle(kEnable));
+    message(fromHex(service::statusInd("06")));
+    run(makeAddFilter());
+    const unsigned int id = Sdf::mInstance->mFilterCbs.begin()->first;
+    SdfProto::ClientMsg added;
+    added.set_event_id(SdfProto::ADD_FILTER_CB);
+    added.mutable_data()->mutable_add_filter_cb()->mutable_filter()->set_filter_id(id);
+    std::vector<uint8_t> bytes(added.ByteSizeLong());
+    added.SerializeToArray(bytes.data(), static_cast<int>(bytes.size()));
+    message(bytes);
+    for (unsigned int which = 0; which < kRequestKinds; ++which) {
+        if (which != kDeleteFilter && which != kDeleteAllFilter) run(makeRequest(which));
+    }
+    mInput = before;
+}
+
+void ClientInStep::run(Step step) {
+    mPath.clear();
+    runLibrary(step);
+    mPath.clear();
+    runModel(step);
+    compareRequests();
+    compareRecords();
+}
+
+void ClientInStep::runLibrary(Step& step) {
+    ++mSteps;
+    Step* const outer = std::exchange(mStep, &step);
+    step.result = step.library();
+    mStep = outer;
+}
+
+void ClientInStep::onCalled(const std::string& text) {
+    mStep->seen.push_back({text, {}});
+    if (mDepth == kMostDepth) return;
+    // What is done inside grows by itself, but the vector that it is in does not until it is done.
+    Seen& seen = mStep->seen.back();
+    ++mDepth;
+    for (unsigned int left = mInput->rarely(4) ? 1 + mInput->pick(3) : 0; left > 0 && canGoOn();
+         --left) {
+        seen.inside.push_back(makeStep());
+        runLibrary(seen.inside.back());
+    }
+    --mDepth;
+}
+
+void ClientInStep::runModel(Step& step) {
+    Step* const outer = std::exchange(mStep, &step);
+    const size_t outerNext = std::exchange(mNextSeen, 0);
+    const std::string outerPath = mPath;
+    mPath += " > " + step.name;
+    const long long expected = step.model(mModel);
+    if (expected != step.result) {
+        disagree("returned " + std::to_string(step.result) + " and not " +
+                 std::to_string(expected));
+    }
+    if (mNextSeen != step.seen.size()) disagree("called " + step.seen[mNextSeen].text + " as well");
+    mPath = outerPath;
+    mNextSeen = outerNext;
+    mStep = outer;
+}
+
+void ClientInStep::called(const std::string& text) {
+    if (mNextSeen == mStep->seen.size()) disagree("did not call " + text);
+    Seen& seen = mStep->seen[mNextSeen++];
+    if (seen.text != text) disagree("called " + seen.text + " and not " + text);
+    const std::string outerPath = mPath;
+    mPath += " > " + text;
+    for (Step& inside : seen.inside) runModel(inside);
+    mPath = outerPath;
+}
+
+void ClientInStep::compareRequests() {
+    std::vector<std::string> posted;
+    for (const auto& event : transport()->take()) {
+        SdfProto::ServiceMsg message;
+        check(message.ParseFromArray(event->mBlob.data(), static_cast<int>(event->mBlob.size())),
+              "posted bytes that are no request");
+        check(event->mType == LUM_SDK_CLIENT_SDF && event->mKind == SdkClientEvent::kRequest,
+              "posted an event of another kind");
+        posted.push_back(describeRequest(message, event->mRelease));
+    }
+    const std::vector<std::string> expected = std::exchange(mExpected, {});
+    if (posted == expected) return;
+    std::string all = "posted";
+    for (const std::string& text : posted) all += ", " + text;
+    all += " and not";
+    for (const std::string& text : expected) all += ", " + text;
+    disagree(all);
+}
+
+void ClientInStep::compareRecords() const {
+    const ClientState state;
+    const ClientModel::Client* const model = mModel.current();
+    if ((state.instance == nullptr) != (model == nullptr)) disagree("there is a client, or none");
+    if (model == nullptr) return;
+    std::string names;
+    const auto compare = [&names](const char* name, const auto& mine, const auto& theirs) {
+        if (mine != theirs) names += std::string(" ") + name;
+    };
+    compare("v2", state.v2, model->v2);
+    compare("legacy", state.legacy, model->legacy);
+    compare("transport", state.transport != nullptr, model->transport);
+    compare("usedIds", state.usedIds, model->usedIds);
+    compare("filterIds", state.filterIds, model->filterIds);
+    compare("filterStatus", state.filterStatus, model->filterStatus);
+    compare("getFilters", state.getFilters, model->getFilters);
+    compare("reports", state.reports, model->reports);
+    compare("getReport", state.getReport, model->getReport);
+    compare("autoFilter", state.autoFilter, model->autoFilter);
+    compare("latencyCbs", state.latencyCbs, model->latencyCbs);
+    compare("filterCbs", state.filterCbs, model->filterCbs);
+    compare("serviceUp", state.serviceUp, model->up);
+    if (!names.empty()) disagree("records another" + names);
+}
+
+void ClientInStep::disagree(const std::string& what) const {
+    fail("step " + std::to_string(mSteps) + mPath + ": the library " + what);
+}

@@ -1,0 +1,314 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "fuzz/ClientModel.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "api/ClientSdfUtils.h"
+#include "tests/api/ClientFixture.h"
+
+namespace {
+
+bool contains(const std::vector<unsigned int>& ids, unsigned int id) {
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+}
+
+void removeFirst(std::vector<unsigned int>& ids, unsigned int id) {
+    const auto found = std::find(ids.begin(), ids.end(), id);
+    if (found != ids.end()) ids.erase(found);
+}
+
+// The callbacks that the application has, by name.
+std::string nameOf(SdfStatusV2Cb cb) {
+    return cb == app::onV2 ? "v2" : "otherV2";
+}
+std::string nameOf(SdfLegacyStatusCb cb) {
+    return cb == app::onLegacy ? "legacy" : "otherLegacy";
+}
+std::string nameOf(SdfEffectiveLevelsCb cb) {
+    return cb == app::onLevels ? "levels" : "otherLevels";
+}
+std::string nameOf(SdfFilterStatusCb cb) {
+    if (cb == app::onAdded) return "added";
+    if (cb == app::onOtherAdded) return "otherAdded";
+    return cb == app::onFilterStatus ? "filterStatus" : "otherFilterStatus";
+}
+std::string nameOf(SdfGetFiltersCb cb) {
+    return cb == app::onFilter ? "filter" : "otherFilter";
+}
+std::string nameOf(SdfPriorityQueueReportCb cb) {
+    if (cb == app::onReport) return "report";
+    if (cb == app::onOtherReport) return "otherReport";
+    return cb == app::onReports ? "reports" : "otherReports";
+}
+std::string nameOf(SdfAutoFilterInfoCb cb) {
+    return cb == app::onAuto ? "auto" : "otherAuto";
+}
+
+template <typename Last>
+std::string listOf(Last last) {
+    return std::to_string(last);
+}
+template <typename First, typename... Rest>
+std::string listOf(First first, Rest... rest) {
+    return std::to_string(first) + "," + listOf(rest...);
+}
+
+// What the application is given of a filter that the service made. With the bytes between the
+// members, which the library clears too.
+std::string descriptionOf(const SdfProto::AutoFilterInfoInd& body) {
+    SdfAddFilterInfo info;
+    memset(&info, 0, sizeof info);
+    if (ClientSdfUtils::protoStatusToClient(body.status()) == SDF_FILTER_ACTIVE) {
+        const SdfProto::AddFilter& filter = body.filter();
+        const int family = ClientSdfUtils::ipVersion(filter.src_ip()) == 4 ? AF_INET : AF_INET6;
+        info.src_addr =
+            ClientSdfUtils::convertToSockAddrStorage(family, filter.src_ip(), filter.src_port());
+        info.dest_addr =
+            ClientSdfUtils::convertToSockAddrStorage(family, filter.dest_ip(), filter.dest_port());
+        info.protocol = ClientSdfUtils::protoProtocolToClient(filter.protocol());
+        info.app_type = ClientSdfUtils::protoAppTypeToClient(filter.app_type());
+    }
+    return bytesOf(info);
+}
+
+}  // namespace
+
+std::string describeRequest(const SdfProto::ServiceMsg& message, bool release) {
+    return "event " + std::to_string(message.event_id()) + " id " +
+           std::to_string(message.unique_id()) + " body " +
+           std::to_string(message.data().msg_type_case()) + (release ? " release" : "");
+}
+
+template <typename Callback, typename... Arguments>
+void ClientModel::call(Callback cb, Arguments... arguments) {
+    mObserver.called(nameOf(cb) + "(" + listOf(arguments...) + ")");
+}
+
+void ClientModel::post(SdfProto::ServiceEventId event, unsigned int id,
+                       SdfProto::ServiceData::MsgTypeCase body, bool release) {
+    mObserver.posted("event " + std::to_string(event) + " id " + std::to_string(id) + " body " +
+                     std::to_string(body) + (release ? " release" : ""));
+}
+
+template <typename Callback>
+void ClientModel::create(Callback Client::*slot, Callback cb) {
+    const ClientRef client =
+        mCurrent && mCurrent != mLeaving ? mCurrent : std::make_shared<Client>();
+    client.get()->*slot = cb;
+    mCurrent = client;
+    const bool obtained = !mLeaving && (client->transport || mTransport);
+    if (obtained) {
+        if (!client->transport) mListeners.push_back(client);
+        client->transport = true;
+        post(SdfProto::ENABLE, 0, SdfProto::ServiceData::kEnableMsg);
+    } else if (!mReporting && client->legacy != nullptr) {
+        mReporting = true;
+        call(client->legacy, SDF_STATUS_INTERNAL_ERROR);
+        mReporting = false;
+    }
+}
+
+long long ClientModel::createSdfClient(SdfStatusV2Cb cb) {
+    if (cb == nullptr) return SDF_V2_INVALID_ARG;
+    create(&Client::v2, cb);
+    return 0;
+}
+
+long long ClientModel::lumSdfEnable(SdfLegacyStatusCb cb) {
+    if (cb == nullptr) return 0;
+    create(&Client::legacy, cb);
+    return 1;
+}
+
+template <typename Callback>
+bool ClientModel::destroy(Callback Client::*slot) {
+    const ClientRef client = mCurrent;
+    if (!client || client == mLeaving) return false;
+    if (!client->transport) {
+        if (!mReporting) {
+            mReporting = true;
+            handleStatus(client, SDF_STATUS_INTERNAL_ERROR);
+            mReporting = false;
+        }
+        return false;
+    }
+    client.get()->*slot = nullptr;
+    post(SdfProto::ENABLE, 0, SdfProto::ServiceData::kEnableMsg, true);
+    mLeaving = client;
+    client->transport = false;
+    mObserver.called("destroying");
+    mLeaving = nullptr;
+    if (mCurrent == client) mCurrent = nullptr;
+    return true;
+}
+
+long long ClientModel::destroySdfClient() {
+    return destroy(&Client::v2) ? 0 : SDF_V2_INVALID_OPERATION;
+}
+
+long long ClientModel::lumSdfDisable() {
+    return destroy(&Client::legacy) ? 1 : 0;
+}
+
+long long ClientModel::mayRequest(bool valid) const {
+    if (!mCurrent || !mCurrent->transport) return SDF_V2_INVALID_OPERATION;
+    if (!valid) return SDF_V2_INVALID_ARG;
+    return mCurrent->up ? 0 : SDF_V2_SERVICE_DOWN;
+}
+
+long long ClientModel::request(bool valid, SdfProto::ServiceEventId event,
+                               SdfProto::ServiceData::MsgTypeCase body) {
+    const long long result = mayRequest(valid);
+    if (result == 0) post(event, 0, body);
+    return result;
+}
+
+long long ClientModel::requestOf(unsigned int filter, bool valid, SdfProto::ServiceEventId event,
+                                 SdfProto::ServiceData::MsgTypeCase body) {
+    return request(valid && mCurrent && contains(mCurrent->filterIds, filter), event, body);
+}
+
+unsigned int ClientModel::drawId() {
+    unsigned int id = 0;
+    do {
+        id = static_cast<unsigned int>(mRandom.at(mDrawn++));
+    } while (id == 0 || contains(mCurrent->usedIds, id) || contains(mCurrent->filterIds, id));
+    mCurrent->usedIds.push_back(id);
+    return id;
+}
+
+long long ClientModel::setLatency(bool valid, SdfEffectiveLevelsCb cb) {
+    const long long result = mayRequest(valid && cb != nullptr);
+    if (result != 0) return result;
+    const unsigned int id = drawId();
+    mCurrent->latencyCbs.emplace(id, cb);
+    post(SdfProto::SET_LATENCY_LEVEL, id, SdfProto::ServiceData::kSetLatencyLevel);
+    return id;
+}
+
+long long ClientModel::addFilter(bool valid, SdfFilterStatusCb cb) {
+    const long long mayAdd = mayRequest(true);
+    if (mayAdd != 0) return mayAdd;
+    if (!valid || cb == nullptr) return SDF_V2_INVALID_ARG;
+    const unsigned int id = drawId();
+    mCurrent->filterCbs.emplace(id, cb);
+    post(SdfProto::ADD_FILTER, id, SdfProto::ServiceData::kAddFilter);
+    return id;
+}
+
+long long ClientModel::deleteFilter(unsigned int filter) {
+    const long long result =
+        requestOf(filter, true, SdfProto::DELETE_FILTER, SdfProto::ServiceData::kDeleteFilter);
+    if (result == 0) removeFirst(mCurrent->filterIds, filter);
+    return result;
+}
+
+long long ClientModel::deleteAllFilters() {
+    if (!mCurrent || !mCurrent->transport || mCurrent->filterIds.empty()) {
+        return SDF_V2_INVALID_OPERATION;
+    }
+    const long long result =
+        request(true, SdfProto::DELETE_ALL_FILTER, SdfProto::ServiceData::MSG_TYPE_NOT_SET);
+    if (result == 0) mCurrent->filterIds.clear();
+    return result;
+}
+
+void ClientModel::handleStatus(const ClientRef& client, status_e status) {
+    client->up = status == SDF_STATUS_SERVICE_UP;
+    if (client->legacy != nullptr) call(client->legacy, status);
+    if (mCurrent != client || client->v2 == nullptr) return;
+    call(client->v2, ClientSdfUtils::statusToStatusV2(status));
+}
+
+void ClientModel::report(size_t listener, SdkClientBase::SdkStatus status,
+                         const std::vector<uint8_t>& bytes) {
+    const ClientRef client = mListeners.at(listener);
+    if (client != mCurrent) return;
+    if (status == SdkClientBase::SDK_SEND_FAILED) handleStatus(client, SDF_STATUS_INTERNAL_ERROR);
+    if (status == SdkClientBase::SDK_SERVICE_DOWN) handleStatus(client, SDF_STATUS_SERVICE_DOWN);
+    if (status != SdkClientBase::SDK_BLOB_RECEIVED) return;
+    SdfProto::ClientMsg message;
+    (void)message.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()));
+    dispatch(client, message);
+}
+
+void ClientModel::dispatch(const ClientRef& client, const SdfProto::ClientMsg& message) {
+    const SdfProto::ClientData& data = message.data();
+    // The members' numbers are the events' plus one.
+    if (data.msg_type_case() != int64_t{message.event_id()} + 1) return;
+    switch (message.event_id()) {
+        case SdfProto::STATUS_IND:
+            handleStatus(client, ClientSdfUtils::protoStatusToClient(data.status_msg().status()));
+            break;
+        case SdfProto::EFFECTIVE_LEVELS_CB: {
+            const auto& body = data.effective_levels_cb();
+            const auto id = static_cast<unsigned int>(message.unique_id());
+            const auto found = client->latencyCbs.find(id);
+            if (found == client->latencyCbs.end()) return;
+            call(found->second, id, ClientSdfUtils::protoLevelToClient(body.first_level()),
+                 ClientSdfUtils::protoLevelToClient(body.second_level()));
+            if (mCurrent != client) return;
+            client->latencyCbs.erase(id);
+            removeFirst(client->usedIds, id);
+            break;
+        }
+        case SdfProto::FILTER_STATUS_INDICATION:
+            for (const SdfProto::FilterData& filter : data.filter_status_indication().filters()) {
+                const SdfFilterStatus status = ClientSdfUtils::protoStatusToClient(filter.status());
+                if (status > SDF_FILTER_ACTIVE && contains(client->filterIds, filter.filter_id())) {
+                    removeFirst(client->filterIds, filter.filter_id());
+                    client->filterCbs.erase(filter.filter_id());
+                }
+                if (client->filterStatus == nullptr) continue;
+                call(client->filterStatus, filter.filter_id(), status);
+                if (mCurrent != client) return;
+            }
+            break;
+        case SdfProto::ADD_FILTER_CB: {
+            const unsigned int id = data.add_filter_cb().filter().filter_id();
+            const SdfFilterStatus status =
+                ClientSdfUtils::protoStatusToClient(data.add_filter_cb().filter().status());
+            const auto found = client->filterCbs.find(id);
+            if (found != client->filterCbs.end()) call(found->second, id, status);
+            if (mCurrent != client) return;
+            client->filterCbs.erase(id);
+            if (!contains(client->usedIds, id)) return;
+            removeFirst(client->usedIds, id);
+            if (status <= SDF_FILTER_ACTIVE) client->filterIds.push_back(id);
+            break;
+        }
+        case SdfProto::GET_FILTER_CB: {
+            const SdfGetFiltersCb cb = std::exchange(client->getFilters, nullptr);
+            if (cb == nullptr) return;
+            for (const SdfProto::FilterInfo& filter : data.get_filter_cb().filters()) {
+                call(cb, filter.filter_id(), ClientSdfUtils::protoStatusToClient(filter.status()),
+                     ClientSdfUtils::protoLevelToClient(filter.first_level()),
+                     ClientSdfUtils::protoLevelToClient(filter.second_level()),
+                     ClientSdfUtils::protoOodToClient(filter.ood()), filter.pdcp_timer());
+                if (mCurrent != client) return;
+            }
+            break;
+        }
+        case SdfProto::PRIORITY_QUEUE_REPORT_CB: {
+            const SdfPriorityQueueReportCb once = std::exchange(client->getReport, nullptr);
+            for (const SdfProto::Entry& entry : data.priority_queue_report_cb().entries()) {
+                const SdfPriorityQueueReportCb always = client->reports;
+                for (const auto cb : {always, once}) {
+                    if (cb == nullptr) continue;
+                    call(cb, entry.entry_key(), entry.first_value(), entry.second_value());
+                    if (mCurrent != client) return;
+                }
+            }
+            break;
+        }
+        case SdfProto::AUTO_FILTER_INFO_IND: {
+            const auto& body = data.auto_filter_info_ind();
+            if (client->autoFilter == nullptr) return;
+            mObserver.called(nameOf(client->autoFilter) + "(" + std::to_string(body.filter_id()) +
+                             ") " + descriptionOf(body));
+            break;
+        }
+        default: break;
+    }
+}

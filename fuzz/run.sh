@@ -1,0 +1,47 @@
+#!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
+# Runs one fuzz target that is built in build/fuzz.
+#
+#   run.sh SECONDS TARGET   its corpus, what earlier runs found beside it, and new inputs for so long
+#   run.sh --brief TARGET   its corpus and new inputs for a few seconds, none of which is kept
+#   run.sh --keep TARGET    adds to its corpus what earlier runs found, as far as it reaches more
+#
+# New inputs go to build/fuzz/inputs/TARGET, findings to build/fuzz/findings/TARGET.
+set -eu
+cd "$(dirname "$0")/.."
+
+mode=$1
+target=$2
+program=build/fuzz/bin/fuzz_$target
+corpus=fuzz/corpus/$target
+inputs=build/fuzz/inputs/$target
+findings=build/fuzz/findings/$target
+mkdir -p "$inputs" "$findings"
+
+export ASAN_OPTIONS=detect_stack_use_after_return=1 UBSAN_OPTIONS=print_stacktrace=1
+
+seconds=$mode
+case $mode in
+    --keep)
+        exec "$program" -merge=1 -set_cover_merge=1 -use_counters=0 "$corpus" "$inputs"
+        ;;
+    --brief)
+        seconds=3
+        inputs=$(mktemp -d)
+        trap 'rm -r "$inputs"' EXIT
+        ;;
+esac
+
+status=0
+"$program" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 \
+    -artifact_prefix="$findings/" "$inputs" "$corpus" || status=$?
+if [ "$status" != 0 ]; then
+    finding=$(ls -t "$findings" | head -n 1)
+    cat <<END
+
+==> fuzz target $target has found something: $findings/$finding
+    to repeat it:  $program $findings/$finding
+    to keep it:    cp $findings/$finding $corpus/WHAT_IT_SHOWS
+END
+fi
+exit "$status"
