@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+// One rule of the emulator. It is understood, or refused with the column; what is understood is
+// written and understood as the same, and applied to a request.
+#include <string>
+
+#include "fuzz/Check.h"
+#include "tools/emulator/Reaction.h"
+#include "tools/emulator/RuleParser.h"
+
+namespace {
+
+bool areEqual(const Rule& one, const Rule& other) {
+    if (one.kind != other.kind || one.when != other.when || one.number != other.number)
+        return false;
+    if (one.actions.size() != other.actions.size()) return false;
+    for (size_t i = 0; i < one.actions.size(); ++i) {
+        if (one.actions[i].kind != other.actions[i].kind ||
+            one.actions[i].number != other.actions[i].number ||
+            one.actions[i].bytes.size() != other.actions[i].bytes.size()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void apply(const Rule& rule) {
+    SdfProto::ClientMsg answer;
+    answer.set_event_id(SdfProto::EFFECTIVE_LEVELS_CB);
+    answer.mutable_data()->mutable_effective_levels_cb()->set_first_level(SdfProto::L2);
+    RuleBook book({rule});
+    for (int seen = 0; seen < 3; ++seen) {
+        const Reaction reaction(book.apply(rule.kind));
+        if (reaction.refuses() || reaction.diesBefore()) continue;
+        for (const Outgoing& message : reaction.messages({answer}, 7)) (void)message.bytes();
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
+    const std::string text(bytes, bytes + size);
+    try {
+        const Rule rule = parseRule(text, "here");
+        check(areEqual(parseRule(rule.text, "again"), rule), "understands the same text otherwise");
+        apply(rule);
+    } catch (const RuleError& error) {
+        const std::string what = error.what();
+        check(what.rfind("here:", 0) == 0 && what.find(": ", 5) != std::string::npos,
+              "an error without its place");
+    }
+    return 0;
+}
