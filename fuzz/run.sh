@@ -12,6 +12,10 @@ cd "$(dirname "$0")/.."
 
 mode=$1
 target=$2
+if [ "$target" = aidl ]; then
+    [ "$mode" != --keep ] || exit 0
+    exec /usr/bin/python3 fuzz/aidl.py "$mode"
+fi
 program=build/fuzz/bin/fuzz_$target
 corpus=fuzz/corpus/$target
 inputs=build/fuzz/inputs/$target
