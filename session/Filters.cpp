@@ -244,9 +244,9 @@ void Filters::sendAdd(SdfFilter& filter) {
     const long long id = filter.extra ? sdfAddFilterV2(filter.info, *filter.extra, cb)
                                       : sdfAddFilter(filter.info, cb);
     if (id == SDF_V2_INVALID_ARG) {
-        filter.why =
-            SDF_FILTER_ERROR_INVALID_ARGS;  // to be rejected when it was reported as requested
-        makeDue(filter);
+        filter.why = SDF_FILTER_ERROR_INVALID_ARGS;
+        // Otherwise when it is reported as requested.
+        if (!filter.due) setState(filter, SDF_FILTER_STATE_REJECTED, filter.why);
         return;
     }
     if (!mLink.sent(id)) return;

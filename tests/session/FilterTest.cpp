@@ -86,6 +86,15 @@ TEST_F(FilterTest, DescriptionThatTheLibraryRefusesIsRejected) {
     EXPECT_EQ(reported(), (Lines{"one requested", "one rejected: invalid arguments"}));
 }
 
+TEST_F(FilterTest, DescriptionThatIsRefusedLaterIsRejectedAndNotRequestedAgain) {
+    open();
+    add("one", 1);
+    EXPECT_EQ(reported(), (Lines{"session connecting", "one requested"}));
+    mSdk.failNext("AddFilter", SDF_V2_INVALID_ARG);
+    mSdk.up();
+    EXPECT_EQ(reported(), (Lines{"one rejected: invalid arguments", "session up"}));
+}
+
 TEST_F(FilterTest, ChangesAreSentAtOnce) {
     openUp();
     SdfFilter* const filter = addActive("one", 1, 1);
