@@ -132,6 +132,11 @@ void FakeSdk::failNext(const std::string& line, long long result) {
     mFailures.emplace_back(line, result);
 }
 
+void FakeSdk::forgetFailures() {
+    const std::lock_guard<std::mutex> guard(mLock);
+    mFailures.clear();
+}
+
 void FakeSdk::hold(bool on) {
     const std::lock_guard<std::mutex> guard(mLock);
     mHeld = on;
@@ -170,10 +175,15 @@ long long FakeSdk::destroy() {
 
 long long FakeSdk::call(const std::string& line, bool valid) {
     const std::lock_guard<std::mutex> guard(mLock);
-    return callLocked(line, valid);
+    return noted(line, resultOf(line, valid));
 }
 
-long long FakeSdk::callLocked(const std::string& line, bool valid) {
+long long FakeSdk::noted(const std::string& line, long long result) const {
+    if (onCall) onCall(line, result);
+    return result;
+}
+
+long long FakeSdk::resultOf(const std::string& line, bool valid) {
     if (!mClient) return SDF_V2_INVALID_OPERATION;
     mCalls.push_back(line);
     if (!valid) return SDF_V2_INVALID_ARG;
@@ -187,25 +197,25 @@ long long FakeSdk::callLocked(const std::string& line, bool valid) {
 
 long long FakeSdk::add(const std::string& line, SdfFilterStatusCb cb) {
     const std::lock_guard<std::mutex> guard(mLock);
-    const long long result = callLocked(line, true);
-    if (result < 0) return result;
+    const long long result = resultOf(line, true);
+    if (result < 0) return noted(line, result);
     mAdds[++mLastId] = cb;
-    return mLastId;
+    return noted(line, mLastId);
 }
 
 long long FakeSdk::setLevels(const std::string& line, SdfEffectiveLevelsCb cb) {
     const std::lock_guard<std::mutex> guard(mLock);
-    const long long result = callLocked(line, true);
-    if (result < 0) return result;
+    const long long result = resultOf(line, true);
+    if (result < 0) return noted(line, result);
     mLevels[++mLastId] = cb;
-    return mLastId;
+    return noted(line, mLastId);
 }
 
 long long FakeSdk::onFilter(const std::string& line, unsigned int id, bool erase) {
     const std::lock_guard<std::mutex> guard(mLock);
-    const long long result = callLocked(line, mFilters.count(id) != 0);
+    const long long result = resultOf(line, mFilters.count(id) != 0);
     if (result == 0 && erase) mFilters.erase(id);
-    return result;
+    return noted(line, result);
 }
 
 long long createSdfClient(SdfStatusV2Cb cb) {

@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <csignal>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -45,8 +46,13 @@ class FakeSdk {
     void report(const std::vector<unsigned int>& keys);
     void autoFilter(unsigned int id);
 
+    // Called with each line and what the function returns, with the lock held.
+    std::function<void(const std::string& line, long long result)> onCall;
+
     // The next call of a function whose line begins so returns this.
     void failNext(const std::string& line, long long result);
+    // No call is to fail any more.
+    void forgetFailures();
     // createSdfClient() and destroySdfClient() wait until they are let go.
     void hold(bool on);
 
@@ -76,7 +82,8 @@ class FakeSdk {
     SdfAutoFilterInfoCb autoFilterCb = nullptr;
 
   private:
-    long long callLocked(const std::string& line, bool valid);
+    long long resultOf(const std::string& line, bool valid);
+    long long noted(const std::string& line, long long result) const;
 
     std::mutex mLock;
     std::condition_variable mChanged;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "tests/session/FlowTo.h"
+#include "tests/session/MayFollow.h"
 #include "tests/session/ServiceState.h"
 #include "tests/support/Eventually.h"
 
@@ -33,29 +34,6 @@ const char* oodName(SdfOod ood) {
 
 json orNull(const std::optional<unsigned int>& value) {
     return value ? json(*value) : json();
-}
-
-bool mayFollow(std::optional<SdfSessionState> before, SdfSessionState state) {
-    if (!before) return state == SDF_SESSION_CONNECTING;
-    switch (*before) {
-        case SDF_SESSION_CONNECTING: return state != SDF_SESSION_CONNECTING;
-        case SDF_SESSION_UP: return state == SDF_SESSION_DOWN;
-        default: return state != SDF_SESSION_DOWN;
-    }
-}
-
-bool mayFollow(std::optional<SdfFilterState> before, SdfFilterState state) {
-    if (state == SDF_FILTER_STATE_REMOVED) return true;
-    if (!before) return state == SDF_FILTER_STATE_REQUESTED;
-    switch (*before) {
-        case SDF_FILTER_STATE_REQUESTED:
-            return state == SDF_FILTER_STATE_PENDING || state == SDF_FILTER_STATE_ACTIVE ||
-                   state == SDF_FILTER_STATE_REJECTED || state == SDF_FILTER_STATE_EXPIRED;
-        case SDF_FILTER_STATE_PENDING:
-        case SDF_FILTER_STATE_ACTIVE:
-            return state != *before && state != SDF_FILTER_STATE_REQUESTED;
-        default: return state == SDF_FILTER_STATE_REQUESTED;
-    }
 }
 
 }  // namespace
