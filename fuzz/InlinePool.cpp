@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "fuzz/InlinePool.h"
+
+#include <utility>
+
+#include "platform/linux/src/LateCommand.h"
+#include "platform/linux/src/ThreadPool.h"
+#include "utils/NoDestroy.h"
+
+namespace {
+
+NoDestroy<ThreadPool> gPool;
+NoDestroy<WorkQueue> gPosted;
+
+}  // namespace
+
+ThreadPool& ThreadPool::instance() {
+    return gPool.value;
+}
+
+void ThreadPool::start() {}
+
+void ThreadPool::post(std::unique_ptr<Work> work) {
+    gPosted.value.push(std::move(work));
+}
+
+bool runPosted(bool onlyFirst) {
+    bool any = false;
+    while (std::unique_ptr<Work> work = gPosted.value.pop()) {
+        any = true;
+        work->run();
+        work.reset();
+        LateCommand::runQueued();
+        if (onlyFirst) break;
+    }
+    return any;
+}
