@@ -27,7 +27,8 @@ export ASAN_OPTIONS=detect_stack_use_after_return=1 UBSAN_OPTIONS=print_stacktra
 seconds=$mode
 case $mode in
     --keep)
-        exec "$program" -merge=1 -set_cover_merge=1 -use_counters=0 "$corpus" "$inputs"
+        exec "$program" -merge=1 -set_cover_merge=1 -use_counters=0 -artifact_prefix="$findings/" \
+            "$corpus" "$inputs"
         ;;
     --brief)
         seconds=3
