@@ -538,7 +538,7 @@ TEST_F(KernelLinkTest, ChildMayEndWhatItHasOfTheParent) {
 // Names are waited for with a callback, whose class is made once.
 TEST(KernelRegistryTest, WaitsAlsoAfterItFoundNoMemory) {
     ScriptedDriver& driver = ScriptedDriver::instance();
-    auto& registry = *new KernelRegistry(ScriptedDriver::kDevice);
+    static auto& sRegistry = *new KernelRegistry(ScriptedDriver::kDevice);
     Buffer nobody;
     for (const int32_t number : {0, int32_t{BINDER_TYPE_BINDER}, 0, 0, 0, 0, 0, 0}) {
         nobody.addNumber(number);
@@ -550,7 +550,7 @@ TEST(KernelRegistryTest, WaitsAlsoAfterItFoundNoMemory) {
         driver.answer(KernelCommands().add(BR_NOOP).add(BR_DEAD_REPLY));
         try {
             const AllocationLimit one(left, AllocationLimit::kNextOnly);
-            EXPECT_EQ(registry.waitFor("lum.test"), nullptr);
+            EXPECT_EQ(sRegistry.waitFor("lum.test"), nullptr);
         } catch (const std::bad_alloc&) {
         }
         calls = driver.count(BC_TRANSACTION);

@@ -236,6 +236,12 @@ TEST(Partition, IsTheVendorsAtItsDeviceAndWithoutOne) {
 
 // ---- Ours
 
+// Kept, as none ends.
+const ServiceManager& makeManager() {
+    static auto& sManagers = *new std::vector<const ServiceManager*>();
+    return *sManagers.emplace_back(new ServiceManager());
+}
+
 class ServiceManagerTest : public testing::Test {
   protected:
     // Calls it as a process of that user does. object: at the end of what the call begins with.
@@ -267,7 +273,7 @@ class ServiceManagerTest : public testing::Test {
     }
     bool knows() const { return call(2, kName) == kOk + kRemote + kVendorWord; }
 
-    const ServiceManager& mManager = *new ServiceManager();
+    const ServiceManager& mManager = makeManager();
     const std::shared_ptr<AnsweringLink> mLink = std::make_shared<AnsweringLink>();
     const SpAIBinder mService = makeRemote(mLink, 7);
     const std::string mNone = kOk + kNull + kUndeclaredWord;
