@@ -150,7 +150,7 @@ int ScriptedDriver::ioctl(int fd, unsigned long request, void* argument) {
     return -1;
 }
 
-// The linker turns every call of the function in the name's end into one of these.
+// The linker turns every call of ioctl and pthread_setspecific into one of these.
 extern "C" int __wrap_ioctl(int fd, unsigned long request, void* argument);
 int __wrap_ioctl(int fd, unsigned long request, void* argument) {
     return ScriptedDriver::instance().ioctl(fd, request, argument);

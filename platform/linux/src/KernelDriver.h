@@ -105,9 +105,10 @@ class KernelDriver {
     bool write(KernelCommands commands);
     // Has commands carried out, and removes those that were, then waits until there is something
     // for this thread, and adds that to KernelReturns::ofThread(). It may be nothing. The driver
-    // carries out none as long as it has an error for this thread. Returns STATUS_OK;
-    // STATUS_NO_MEMORY if there is none to know this thread, with nothing carried out; otherwise
-    // STATUS_DEAD_OBJECT.
+    // carries out none as long as it has an error for this thread.
+    //
+    // Returns STATUS_OK; STATUS_NO_MEMORY if there is none to know this thread, with nothing
+    // carried out; otherwise STATUS_DEAD_OBJECT.
     binder_status_t exchange(KernelCommands* commands);
 
     // Lets the driver ask for that many threads.
