@@ -44,7 +44,7 @@ END
 long_tests() {
     grep -v '^#' <<'END'
 # Made, killed and used anyhow, again and again, and what is left in the end.
-driver each stress_rounds
+driver $ LUM_ROUNDS=1000 LUM_KILLS=200 stress_rounds
 driver each stress_incallback
 driver each stress_mixed
 driver each stress_careless
