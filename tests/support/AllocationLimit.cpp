@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -12,6 +13,7 @@ namespace {
 constexpr long kNoLimit = -1;
 
 std::atomic<bool> gFirstRefused{false};
+std::atomic<int64_t> gBlocks{0};
 
 // Of the calling thread.
 struct Limit {
@@ -40,6 +42,7 @@ void* allocate(size_t size) {
     if (refused()) throw std::bad_alloc();
     void* const memory = malloc(size == 0 ? 1 : size);
     if (memory == nullptr) throw std::bad_alloc();
+    gBlocks.fetch_add(1, std::memory_order_relaxed);
     return memset(memory, 0xA5, size);
 }
 
@@ -51,7 +54,16 @@ void* allocateOrNull(size_t size) {
     }
 }
 
+void release(void* memory) noexcept {
+    if (memory != nullptr) gBlocks.fetch_sub(1, std::memory_order_relaxed);
+    free(memory);
+}
+
 }  // namespace
+
+int64_t allocatedBlocks() {
+    return gBlocks.load(std::memory_order_relaxed);
+}
 
 AllocationLimit::AllocationLimit(long count, Failing failing) {
     tLimit = {count, failing == kNextOnly};
@@ -67,28 +79,30 @@ FirstAllocationRefusal::~FirstAllocationRefusal() {
     gFirstRefused = false;
 }
 
-// The array forms too, which a sanitizer would otherwise supply.
-void* operator new(size_t size) {
+// The array forms too, which a sanitizer would otherwise supply. Exported, so that shared libraries
+// take them as well.
+#define LUM_EVERYWHERE __attribute__((visibility("default")))
+LUM_EVERYWHERE void* operator new(size_t size) {
     return allocate(size);
 }
-void* operator new[](size_t size) {
+LUM_EVERYWHERE void* operator new[](size_t size) {
     return allocate(size);
 }
-void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
+LUM_EVERYWHERE void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return allocateOrNull(size);
 }
-void* operator new[](size_t size, const std::nothrow_t& /*tag*/) noexcept {
+LUM_EVERYWHERE void* operator new[](size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return allocateOrNull(size);
 }
-void operator delete(void* memory) noexcept {
-    free(memory);
+LUM_EVERYWHERE void operator delete(void* memory) noexcept {
+    release(memory);
 }
-void operator delete[](void* memory) noexcept {
-    free(memory);
+LUM_EVERYWHERE void operator delete[](void* memory) noexcept {
+    release(memory);
 }
-void operator delete(void* memory, size_t /*size*/) noexcept {
-    free(memory);
+LUM_EVERYWHERE void operator delete(void* memory, size_t /*size*/) noexcept {
+    release(memory);
 }
-void operator delete[](void* memory, size_t /*size*/) noexcept {
-    free(memory);
+LUM_EVERYWHERE void operator delete[](void* memory, size_t /*size*/) noexcept {
+    release(memory);
 }

@@ -1,6 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
+
+// Returns how many blocks operator new has handed out in this process and operator delete has not
+// had back, on all threads; those with an alignment of their own left out. Exact, unlike what the
+// allocator says of itself, which counts what it keeps for threads.
+int64_t allocatedBlocks();
+
 // While it lives, the calling thread gets `count` allocations from operator new; then
 // std::bad_alloc is thrown by every further one, or by the next one only. One at a time for each
 // thread. What operator new gives is filled, so that what nobody has initialised does not look
