@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/session/RandomRules.h"
 #include "tests/session/ServiceState.h"
 #include "tests/session/Wanted.h"
 #include "tests/support/Driver.h"
@@ -46,49 +47,6 @@ struct Resources {
     size_t threads = threadsOf(getpid());
     size_t heap = mallinfo2().uordblks;
 };
-
-// One that misbehaves a few times and then no more; or that dies.
-std::vector<std::string> randomRules(Wanted& wanted) {
-    constexpr const char* kKinds[] = {"enable",
-                                      "add_filter",
-                                      "set_latency_level",
-                                      "update_latency_level",
-                                      "update_ood",
-                                      "update_pdcp_timer",
-                                      "update_target_dscp",
-                                      "delete_filter",
-                                      "en_high_perf_gaming",
-                                      "prioritize_data",
-                                      "reg_filter_status",
-                                      "register"};
-    constexpr const char* kActions[] = {"refuse",
-                                        "never",
-                                        "late 20",
-                                        "twice",
-                                        "flood 20",
-                                        "wrong-id",
-                                        "mismatch",
-                                        "empty-body",
-                                        "no-body",
-                                        "truncate",
-                                        "garbage ff 00 80",
-                                        "garbage random 100",
-                                        "unknown-event",
-                                        "status SERVICE_DOWN",
-                                        "status INTERNAL_ERROR",
-                                        "status SERVICE_UP",
-                                        "status 77",
-                                        "die before",
-                                        "die after"};
-    std::vector<std::string> options;
-    for (unsigned int count = 1 + wanted.pick(6); count > 0; --count) {
-        options.push_back("--rule");
-        options.push_back(std::string("on ") + kKinds[wanted.pick(std::size(kKinds))] + " nth " +
-                          std::to_string(1 + wanted.pick(8)) + ": " +
-                          kActions[wanted.pick(std::size(kActions))]);
-    }
-    return options;
-}
 
 TEST(HealingTest, ServiceThatIsKilledAgainAndAgain) {
     const TestDirectory directory;
@@ -139,7 +97,9 @@ TEST(HealingTest, ServicesThatMisbehave) {
     for (unsigned int seed = 1; seed <= gSeeds; ++seed) {
         const TestDirectory directory;
         Wanted wanted(seed);
-        const std::vector<std::string> rules = randomRules(wanted);
+        const std::vector<std::string> rules = randomRules(
+            [&wanted](size_t limit) { return wanted.pick(static_cast<unsigned int>(limit)); },
+            "nth");
         std::string all = "seed " + std::to_string(seed);
         bool dies = false;
         for (const std::string& word : rules) {

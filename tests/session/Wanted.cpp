@@ -61,9 +61,19 @@ void Wanted::wantEverything(size_t filters) {
 
 bool Wanted::trim() {
     mChanged = true;
-    while (living() > mFilters) removeFlow();
-    while (living() < mFilters) addFlow();
-    return dispatchUntilUp() && dispatchUntilServed();
+    do {
+        while (living() > mFilters) removeFlow();
+        while (living() < mFilters) addFlow();
+        if (!dispatchUntilUp() || !dispatchUntilServed()) return false;
+        // Some are removed from inside their callbacks.
+    } while (living() != mFilters);
+    return true;
+}
+
+void Wanted::stopReports() {
+    mChanged = true;
+    mReports.reset();
+    if (sdfSessionSetQueueReports(mSession, 0, nullptr, nullptr) != 0) violated("setting failed");
 }
 
 void Wanted::change() {

@@ -30,6 +30,8 @@ class Wanted {
     // Goes back to that number of filters, so that two moments can be compared. False when the
     // service does not come to it.
     bool trim();
+    // Wants no periodic reports any more.
+    void stopReports();
     // Changes one wish, at random.
     void change();
     // A number below `limit`.
