@@ -29,7 +29,7 @@ void Account::start(Terms terms) {
     mLost.clear();
     for (const auto& [thing, count] : mCounts) {
         EXPECT_GT(count, 0) << "not requested, or once too often: " << thing;
-        if (count > 0) mLost[withoutValues(thing)] = count;
+        if (count > 0) mLost[withoutValues(thing)] += count;
     }
     mCounts.clear();
     mIds.clear();
@@ -83,6 +83,7 @@ unsigned int Account::losses() const {
 
 std::string Account::expectAnswer(const std::string& text, unsigned int losses) {
     const std::lock_guard<std::mutex> guard(mLock);
+    ++mAsked;
     const std::string key = keyOf(text);
     const auto early = mCounts.find(key);
     const bool came = early != mCounts.end() && early->second < 0;
@@ -107,6 +108,7 @@ void Account::happened(const ClientEvent& event) {
         EXPECT_EQ(event.status, SDF_FILTER_ACTIVE);
         return;
     }
+    if (answers(event)) ++mAnswered;
     const std::string key =
         startsWith(event.text, "report") ? withoutValues(event.text) : keyOf(event.text);
     const auto lost = mLost.find(withoutValues(event.text));
@@ -139,8 +141,13 @@ bool Account::waitFor(const std::string& awaited, std::chrono::milliseconds limi
     return waitUntil([&] { return !isAwaited(awaited); }, limit);
 }
 
-bool Account::waitForAll() {
-    return waitUntil([this] { return mCounts.empty(); }, kGenerous);
+bool Account::waitForAll(std::chrono::milliseconds limit) {
+    return waitUntil(
+        [this] {
+            return std::all_of(mCounts.begin(), mCounts.end(),
+                               [](const auto& entry) { return entry.second < 0; });
+        },
+        limit);
 }
 
 bool Account::waitForAnswers(const std::vector<std::string>& awaited, unsigned int losses,
@@ -169,6 +176,16 @@ unsigned int Account::made() const {
     return mMade;
 }
 
+unsigned int Account::asked() const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    return mAsked;
+}
+
+unsigned int Account::answered() const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    return mAnswered;
+}
+
 std::string Account::keyOf(const std::string& text) const {
     return mTerms == Terms::kAll ? text : withoutValues(text);
 }
@@ -193,6 +210,7 @@ bool Account::waitUntil(const Reached& reached, std::chrono::milliseconds limit)
     std::unique_lock<std::mutex> guard(mLock);
     for (auto waited = std::chrono::milliseconds::zero(); waited < limit; waited += kStep) {
         if (mChanged.wait_for(guard, kStep, reached)) return true;
+        if (testing::Test::HasFailure()) break;
     }
     return reached();
 }

@@ -53,18 +53,21 @@ class Account {
     // The service was lost: what is awaited now may come, but need not.
     void lose();
 
-    // Each waits until it is true; false when so long passed first. Time in which the process was
-    // stopped does not count.
+    // Each waits until it is true; false when so long passed first, or the test has failed. Time in
+    // which the process was stopped does not count.
     bool waitFor(const std::string& awaited, std::chrono::milliseconds limit = kGenerous);
-    bool waitForAll();
+    bool waitForAll(std::chrono::milliseconds limit = kGenerous);
     // All of these have come, or there was a loss.
     bool waitForAnswers(const std::vector<std::string>& awaited, unsigned int losses,
                         std::chrono::milliseconds limit);
-    // Everything that was expected has come, and nothing else.
+    // Everything that was expected has come, and, which waitForAll() does not say, nothing else.
     bool isEven() const;
     bool noIdIsUsed() const;
-    // How many requests have been accepted.
+    // How many requests have been made, with and without an answer by id; how many of the first
+    // kind were accepted, and answered. What is lost makes the difference.
     unsigned int made() const;
+    unsigned int asked() const;
+    unsigned int answered() const;
 
   private:
     using Counts = std::map<std::string, int>;
@@ -83,4 +86,6 @@ class Account {
     Counts mLost;
     unsigned int mLosses = 0;
     unsigned int mMade = 0;
+    unsigned int mAsked = 0;
+    unsigned int mAnswered = 0;
 };

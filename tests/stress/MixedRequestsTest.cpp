@@ -132,6 +132,7 @@ void work(std::vector<Worker>& workers, unsigned int requests) {
     for (std::thread& thread : threads) thread.join();
     ASSERT_FALSE(testing::Test::HasFailure());
     ASSERT_TRUE(gAccount.value.waitForAll());
+    ASSERT_TRUE(gAccount.value.isEven());
 }
 
 TEST_F(MixedRequestsTest, OnFourThreadsEveryAnswerComesOnceAndLeavesNothing) {

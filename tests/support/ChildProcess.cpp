@@ -143,6 +143,11 @@ bool ChildProcess::waitFor(const Stream& stream,
     return enough();
 }
 
+bool ChildProcess::hasEnded() const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    return mOutput.ended;
+}
+
 bool ChildProcess::waitForOutputEnd() const {
     std::unique_lock<std::mutex> guard(mLock);
     return mGrown.wait_for(guard, kLimit, [&] { return mOutput.ended; });

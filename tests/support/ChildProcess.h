@@ -52,6 +52,8 @@ class ChildProcess {
     bool waitForLine(const std::string& line, size_t times = 1) const;
     // The same for standard error.
     bool waitForError(const std::string& line, size_t times = 1) const;
+    // Whether its output has ended, as it does when the process does.
+    bool hasEnded() const;
     // Waits until standard output has been closed on the other side; false when kLimit passed
     // first.
     bool waitForOutputEnd() const;

@@ -1,0 +1,428 @@
+// SPDX-License-Identifier: Apache-2.0
+// An application in a soak, on the library's own interface: makes requests of every kind, brings
+// the client up again when the service is lost, and checks that each request is answered once or
+// lost.
+//
+// usage: soak_client KIND SEED [churn] [FAULT]
+//   KIND: plain, with one thread; threads, with four; callbacks, from inside its callbacks
+//   churn: destroys the client now and then and creates another
+//   FAULT, which the soak has to notice: leak, descriptors, awake; or twice, lost: of some answers
+//
+// It creates a client and prints "ready". Then each line of standard input is a command:
+//   strict   work, with a service that may die, but answers in order as long as it lives
+//   loose    work, with a service that may do anything
+//   calm     begin anew with another client, and work, with a service that does everything right
+//   rest     from calm: end all that goes on, and report "rest blocks=N requests=N lost=N
+//            refused=N", the last for want of memory
+// Its end ends the program. The status is 1 when something came that must not, or did not that
+// must.
+
+#include <gtest/gtest.h>
+#include <lum_sdf_sdk.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/stress/Account.h"
+#include "tests/stress/ClientEvents.h"
+#include "tests/stress/Worker.h"
+#include "tests/support/AllocationLimit.h"
+#include "tests/support/Eventually.h"
+#include "utils/NoDestroy.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kAnswerLimit{30};
+// By which the loss of the service may be reported after an answer of the next one.
+constexpr std::chrono::seconds kLossLimit{5};
+// An answer that takes longer does not come, from a service that may do anything.
+constexpr std::chrono::seconds kPatience{1};
+// Between attempts to bring the client up: one takes up to 3.15 seconds, and they queue up.
+constexpr std::chrono::seconds kAttempt{4};
+
+enum class Phase { kRest, kStrict, kLoose, kCalm };
+
+NoDestroy<Account> gAccount;
+std::atomic<Phase> gPhase{Phase::kRest};
+std::atomic<bool> gUp{false};       // and registered
+std::atomic<bool> gExact{false};    // every callback is known beforehand, and no loss may come
+std::atomic<long long> gMarker{0};  // the request whose answer begins that
+std::atomic<unsigned int> gAnswers{0};
+std::atomic<unsigned int> gRefused{0};  // for want of memory
+
+Account& account() {
+    return gAccount.value;
+}
+
+void failed(const std::string& what) {
+    ADD_FAILURE() << what;
+}
+
+// Waits for these answers, the last of which is `last`, the batch's; empty when it was refused.
+void settle(const std::vector<std::string>& awaited, const std::string& last, unsigned int losses) {
+    if (last.empty()) gUp = false;
+    if (gPhase == Phase::kLoose) {
+        account().waitForAnswers(awaited, losses, kPatience);
+    } else if (!last.empty() && !account().waitForAnswers({last}, losses, kAnswerLimit)) {
+        failed("neither answered nor lost: " + last);
+    } else if (!account().waitForAnswers(awaited, losses,
+                                         last.empty() ? kAnswerLimit : kLossLimit)) {
+        failed("neither answered nor lost: one before " + last);
+    }
+}
+
+// How the application uses the library.
+class Way {
+  public:
+    Way() = default;
+    virtual ~Way() = default;
+    Way(const Way&) = delete;
+    Way& operator=(const Way&) = delete;
+
+    // Between these, it works. stop() ends that; in a calm, everything has ended and is answered
+    // when it returns.
+    virtual void start() = 0;
+    virtual void stop() = 0;
+    // Makes another client, and has the account begin anew.
+    void calm() {
+        // No callback makes requests of the new client that belong to the old one.
+        const std::lock_guard<std::mutex> guard(mLock);
+        gPhase = Phase::kCalm;
+        ended();
+        gExact = false;
+        gUp = false;
+        gMarker = 0;
+        destroySdfClient();
+        account().start(Account::Terms::kAnswers);
+        EXPECT_EQ(createSdfClient(onStatus), 0);
+    }
+
+    // These are for callbacks. The service is up:
+    void up() {
+        const std::lock_guard<std::mutex> guard(mLock);
+        if (gExact || gPhase == Phase::kRest) return;
+        account().accepted(sdfDeleteAllFilter());
+        Worker::registerForAll(account());
+        if (gPhase == Phase::kCalm) return mark();
+        gUp = true;
+        begun();
+    }
+    void answered(const ClientEvent& event) {
+        const std::lock_guard<std::mutex> guard(mLock);
+        if (event.id != gMarker) return proceed(event);
+        // All that came before has come.
+        gMarker = 0;
+        account().start(Account::Terms::kAll);
+        gExact = true;
+        gUp = true;
+        begun();
+    }
+
+  protected:
+    // Another client in the place of this one, while it works.
+    static void churn() {
+        destroySdfClient();
+        account().lose();
+        gUp = false;
+        EXPECT_EQ(createSdfClient(onStatus), 0);
+    }
+
+    std::mutex mLock;
+
+  private:
+    void mark() {
+        const unsigned int losses = account().losses();
+        gMarker = sdfSetLatencyLvl(SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1, false,
+                                   onLevels);
+        if (gMarker <= 0) return;
+        account().expectAnswer("levels " + std::to_string(gMarker) + ": 1 1", losses);
+    }
+    // The caller holds mLock.
+    virtual void begun() {}
+    virtual void ended() {}
+    virtual void proceed(const ClientEvent& /*event*/) {}
+};
+
+// Requests come from threads.
+class Threads : public Way {
+  public:
+    Threads(int count, unsigned int seed, bool churns) : mChurns(churns), mRandom(seed) {
+        for (int i = 0; i < count; ++i) {
+            mWorkers.emplace_back(account(), i, count == 1, seed + static_cast<unsigned int>(i));
+        }
+    }
+    void start() override {
+        mStopping = false;
+        for (Worker& worker : mWorkers) {
+            worker.forget();
+            mThreads.emplace_back(
+                [this, &worker, seed = mRandom()] { run(worker, std::mt19937(seed)); });
+        }
+    }
+    void stop() override {
+        mStopping = true;
+        for (std::thread& thread : mThreads) thread.join();
+        mThreads.clear();
+    }
+
+  private:
+    void run(Worker& worker, std::mt19937 random) {
+        unsigned int known = account().losses();
+        while (!mStopping && !testing::Test::HasFailure()) {
+            if (!gUp) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+                continue;
+            }
+            const unsigned int losses = account().losses();
+            if (std::exchange(known, losses) != losses) worker.forget();
+            std::vector<std::string> awaited;
+            if (!gExact) awaited = requestWithoutMemory(random, losses);
+            const std::string last = worker.batch();
+            awaited.insert(awaited.end(), worker.awaited().begin(), worker.awaited().end());
+            settle(awaited, last, losses);
+            worker.answered();
+            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 20));
+            if (mChurns && !gExact && &worker == mWorkers.data() && random() % 100 == 0) churn();
+        }
+        if (!gExact) return;
+        do {
+            const unsigned int losses = account().losses();
+            const std::string last = worker.endingBatch();
+            settle(worker.awaited(), last, losses);
+            worker.answered();
+        } while (worker.hasFilters() && !testing::Test::HasFailure());
+    }
+    // Memory runs out in the middle of a request: it has been made, or nothing has. Returns what is
+    // awaited.
+    static std::vector<std::string> requestWithoutMemory(std::mt19937& random,
+                                                         unsigned int losses) {
+        long long id = 0;
+        {
+            const AllocationLimit limit(static_cast<long>(random() % 16));
+            id = sdfSetLatencyLvl(SDF_SLOT_ID_SECOND, SDF_LATENCY_LVL_2, SDF_LATENCY_LVL_2, true,
+                                  onLevels);
+        }
+        if (id == SDF_V2_INTERNAL_ERROR) {
+            ++gRefused;
+            return {};
+        }
+        if (!account().drawn(id)) return {};
+        return {account().expectAnswer("levels " + std::to_string(id) + ": 2 2", losses)};
+    }
+
+    const bool mChurns;
+    std::mt19937 mRandom;
+    std::vector<Worker> mWorkers;
+    std::vector<std::thread> mThreads;
+    std::atomic<bool> mStopping{false};
+};
+
+// Requests come from callbacks: a batch when the last of the one before is answered.
+class Callbacks : public Way {
+  public:
+    Callbacks(unsigned int seed, bool churns)
+        : mChurns(churns), mRandom(seed), mWorker(account(), 0, true, seed) {}
+    void start() override {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mStopping = mEnding = mEnded = false;
+        // The report that the service is up is what begins it.
+        if (gPhase == Phase::kCalm || !gUp) return;
+        EXPECT_EQ(createSdfClient(onStatus), 0);
+    }
+    void stop() override {
+        mStopping = true;
+        if (gExact && !eventually([this] { return mEnded || testing::Test::HasFailure(); })) {
+            failed("it does not come to rest");
+        }
+    }
+
+  private:
+    void ended() override { mLast.clear(); }
+    void begun() override {
+        mWorker.forget();
+        next();
+    }
+    void proceed(const ClientEvent& event) override {
+        if (mLast.empty() || (event.text + ":").rfind(mLast + ":", 0) != 0) return;
+        settle(mWorker.awaited(), mLast, mLosses);
+        mWorker.answered();
+        mLast.clear();
+        if (testing::Test::HasFailure()) return;
+        if (!mStopping) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(mRandom() % 20));
+            if (mChurns && !gExact && mRandom() % 100 == 0) return churn();
+            next();
+        } else if (gExact && (mWorker.hasFilters() || !std::exchange(mEnding, true))) {
+            mLosses = account().losses();
+            mLast = mWorker.endingBatch();
+        } else {
+            mEnded = true;
+        }
+    }
+    void next() {
+        mLosses = account().losses();
+        mLast = mWorker.batch();
+        if (mLast.empty()) gUp = false;
+    }
+
+    const bool mChurns;
+    std::mt19937 mRandom;
+    Worker mWorker;
+    std::string mLast;
+    unsigned int mLosses = 0;
+    bool mEnding = false;
+    std::atomic<bool> mStopping{false};
+    std::atomic<bool> mEnded{false};
+};
+
+// What is wrong with this application, or with what it sees of the library.
+class Faults {
+  public:
+    explicit Faults(const std::string& fault) : mFault(fault) {
+        if (fault == "awake") {
+            std::thread([] {
+                for (;;) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }).detach();
+        }
+    }
+    // How many callbacks the application sees for one.
+    int seen(const ClientEvent& event) {
+        const unsigned int count = ++mCount;
+        if (mFault == "leak" && new (std::nothrow) char[1000] == nullptr) return 0;
+        if (mFault == "descriptors" && count % 20 == 0 && dup(STDIN_FILENO) < 0) return 0;
+        if (event.kind != ClientEvent::Kind::kLevels || count % 20 != 0) return 1;
+        if (mFault == "twice") return 2;
+        return mFault == "lost" ? 0 : 1;
+    }
+
+  private:
+    const std::string mFault;
+    std::atomic<unsigned int> mCount{0};
+};
+
+class Application {
+  public:
+    Application(std::unique_ptr<Way> way, const std::string& fault)
+        : mWay(std::move(way)), mFaults(fault) {
+        account().start(Account::Terms::kAnswers);
+        setEventHook([this](const ClientEvent& event) { called(event); });
+        EXPECT_EQ(createSdfClient(onStatus), 0);
+        puts("ready");
+        (void)fflush(stdout);
+    }
+    Application(const Application&) = delete;
+    Application& operator=(const Application&) = delete;
+
+    void command(const std::string& command) {
+        if (gPhase != Phase::kRest) mWay->stop();
+        if (command == "rest") return rest();
+        if (command == "calm") {
+            mWay->calm();
+            mAttempt = Clock::now() + kAttempt;
+        } else {
+            gPhase = command == "strict" ? Phase::kStrict : Phase::kLoose;
+            mAttempt = Clock::now();
+        }
+        mWay->start();
+    }
+    // To be called often, but at rest. That requests are answered is seen to where they are made;
+    // from inside callbacks, a service that may do anything can end that.
+    void keepUp() {
+        const unsigned int answers = gAnswers;
+        if (std::exchange(mAnswers, answers) != answers || (gUp && gPhase != Phase::kLoose)) {
+            mPatience = Clock::now() + kPatience;
+        }
+        if (gUp && Clock::now() < mPatience) {
+            mAttempt = Clock::now();
+        } else if (Clock::now() >= mAttempt) {
+            mAttempt = Clock::now() + kAttempt;
+            EXPECT_EQ(createSdfClient(onStatus), 0);
+        }
+    }
+    void end() {
+        if (gPhase != Phase::kRest) mWay->stop();
+        destroySdfClient();
+    }
+
+  private:
+    void called(const ClientEvent& event) {
+        forgetClientEvents();
+        if (event.kind == ClientEvent::Kind::kStatus) {
+            if (event.status == SDF_V2_SERVICE_UP) return mWay->up();
+            if (gExact) failed("lost in a calm: " + event.text);
+            gUp = false;
+            account().lose();
+            return;
+        }
+        ++gAnswers;
+        for (int seen = mFaults.seen(event); seen > 0; --seen) {
+            account().happened(event);
+            if (event.kind == ClientEvent::Kind::kLevels) mWay->answered(event);
+        }
+    }
+    void rest() {
+        if (!account().waitForAll(kAnswerLimit)) failed("not everything came that was to come");
+        account().start(Account::Terms::kAnswers);
+        gExact = false;
+        gPhase = Phase::kRest;
+        printf("rest blocks=%lld requests=%u lost=%u refused=%u\n",
+               static_cast<long long>(allocatedBlocks()), account().made(),
+               account().asked() - account().answered(), gRefused.load());
+        (void)fflush(stdout);
+    }
+
+    const std::unique_ptr<Way> mWay;
+    Faults mFaults;
+    Clock::time_point mAttempt{};
+    Clock::time_point mPatience{};
+    unsigned int mAnswers = 0;
+};
+
+std::unique_ptr<Way> wayOf(const std::string& kind, unsigned int seed, bool churns) {
+    if (kind == "callbacks") return std::make_unique<Callbacks>(seed, churns);
+    return std::make_unique<Threads>(kind == "threads" ? Worker::kThreads : 1, seed, churns);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    const std::vector<std::string> words(argv + 1, argv + argc);
+    if (words.size() < 2) return 2;
+    const auto seed = static_cast<unsigned int>(std::stoul(words[1]));
+    const bool churns = words.back() == "churn";
+    // Never destroyed: callbacks may come while the process ends.
+    auto& application = *new Application(wayOf(words[0], seed, churns), words.back());
+    std::string line;
+    while (!testing::Test::HasFailure()) {
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        if (poll(&input, 1, gPhase == Phase::kRest ? -1 : 100) > 0) {
+            char letter = 0;
+            if (read(STDIN_FILENO, &letter, 1) <= 0) break;
+            if (letter == '\n') {
+                application.command(std::exchange(line, ""));
+            } else {
+                line += letter;
+            }
+        } else {
+            application.keepUp();
+        }
+    }
+    if (!testing::Test::HasFailure()) application.end();
+    (void)fflush(stdout);
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+}
