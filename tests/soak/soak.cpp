@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -50,6 +51,8 @@ struct Options {
     std::string fault;   // what is wrong with the one of them that lives
 };
 
+std::atomic<bool> gInterrupted{false};
+
 class Failure : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
@@ -87,7 +90,7 @@ class Soak {
     explicit Soak(const Options& options)
         : mOptions(options),
           mRandom(options.seed),
-          mSamples(fopen(options.samples.c_str(), "w"), fclose) {
+          mSamples(fopen(options.samples.c_str(), "we"), fclose) {
         if (!mSamples) throw Failure("cannot write " + options.samples);
         fputs(
             "seconds,phase,process,pid,memory_kib,blocks,descriptors,threads,processor_ms,"
@@ -325,6 +328,8 @@ class Soak {
     void pass(milliseconds time) {
         const auto end = Clock::now() + time;
         do {
+            // Those that it has stopped would stay.
+            if (gInterrupted) throw Failure("interrupted");
             std::this_thread::sleep_for(
                 std::min<Clock::duration>(milliseconds(20), std::max(end - Clock::now(), {})));
             undoWhatIsDue();
@@ -440,8 +445,11 @@ Options parse(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A handler, which processes that are started do not inherit.
+    // Handlers, which processes that are started do not inherit.
     (void)signal(SIGPIPE, [](int) {});
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        (void)signal(number, [](int) { gInterrupted = true; });
+    }
     try {
         const Options options = parse(argc, argv);
         printf("seed %u\n", options.seed);
