@@ -75,7 +75,7 @@ TEST_F(DumpTest, NobodyServesTheName) {
     EXPECT_EQ(run.status, 3);
     EXPECT_EQ(run.lines, Lines{});
     EXPECT_EQ(run.errors, Lines{"sdfctl: nobody serves the name "
-                                "vendor.orn.data.lumservice.ILumService (\"sdfctl doctor\" tells "
+                                "vendor.orn.data.lumservice.ILumService (\"sdfctl doctor\" says "
                                 "why)"});
 }
 
