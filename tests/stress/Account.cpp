@@ -84,7 +84,7 @@ unsigned int Account::losses() const {
 std::string Account::expectAnswer(const std::string& text, unsigned int losses) {
     const std::lock_guard<std::mutex> guard(mLock);
     ++mAsked;
-    const std::string key = keyOf(text);
+    std::string key = keyOf(text);
     const auto early = mCounts.find(key);
     const bool came = early != mCounts.end() && early->second < 0;
     if (losses != mLosses && !came) {

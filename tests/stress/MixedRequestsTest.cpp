@@ -40,6 +40,9 @@ void expectNothingKept(const Sdf& sdf, size_t awaited) {
 
 class MixedRequestsTest : public testing::Test {
   protected:
+    // Of a test that ran before in this process.
+    MixedRequestsTest() { setEventHook(nullptr); }
+
     // Works twice. The same client goes on, so that what it kept would show.
     template <typename Work>
     void expectNothingGrows(const Work& work) {
@@ -141,6 +144,7 @@ TEST_F(MixedRequestsTest, OnFourThreadsEveryAnswerComesOnceAndLeavesNothing) {
     setEventHook(happened);
     Worker::registerForAll(gAccount.value);
     std::vector<Worker> workers;
+    workers.reserve(Worker::kThreads);
     for (int i = 0; i < Worker::kThreads; ++i) {
         workers.emplace_back(gAccount.value, i, false, static_cast<unsigned int>(i));
     }
