@@ -84,9 +84,8 @@ add_library(lum_sections INTERFACE)
 target_compile_options(lum_sections INTERFACE -ffunction-sections -fdata-sections)
 target_link_libraries(lum_sections INTERFACE lum_hardened)
 
-# clang-tidy, run with each compilation of our own sources; generated ones switch it off. tools/ goes
-# without the static analyzer and tests/ without clang-tidy, for the time they would take: `./dev tidy`
-# checks both with all of it.
+# clang-tidy, run with each compilation of our own sources; generated ones switch it off. tools/
+# and tests/ go without it, for the time they would take: `./dev tidy` checks them.
 option(LUM_TIDY "Check with clang-tidy while compiling" OFF)
 if(LUM_TIDY)
   find_program(LUM_CLANG_TIDY clang-tidy-14 REQUIRED)
