@@ -1,8 +1,11 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
-# Makes protobuf's runtimes for Android in build/protobuf/android, from Debian's sources: the lite one for
-# the library, as Debian's own static one is not made to be part of a shared one, and the full one for the
-# emulator. Needs build/sysroot.
+# Makes protobuf's runtimes for Android in build/protobuf/android, from Debian's sources:
+#
+#   android-protobuf.sh TARGET...
+#
+# libprotobuf-lite is for the library, as Debian's own static one is not made to be part of a shared one,
+# and libprotobuf for the emulator. Needs build/sysroot.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -25,4 +28,4 @@ cmake -S "$sources" -B "$sources/android" -G Ninja --toolchain "$PWD/tests/andro
     -DANDROID_ABI=armeabi-v7a -DLUM_SYSROOT="$PWD/build/sysroot" -DCMAKE_BUILD_TYPE=MinSizeRel \
     -DCMAKE_POSITION_INDEPENDENT_CODE=ON -Dprotobuf_WITH_ZLIB=OFF -Dprotobuf_BUILD_TESTS=OFF \
     -Dprotobuf_BUILD_PROTOC_BINARIES=OFF
-cmake --build "$sources/android" -j "$(nproc)" --target libprotobuf-lite libprotobuf
+cmake --build "$sources/android" -j "$(nproc)" --target "$@"
