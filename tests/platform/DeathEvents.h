@@ -42,8 +42,10 @@ struct Cookie {
 
 inline void onDied(void* cookie) {
     const auto* const called = static_cast<Cookie*>(cookie);
+    // Once the event is there, a test may end, and the cookie with it.
+    const std::function<void()> atDeath = called->atDeath;
     called->events->add(called->name + " died");
-    if (called->atDeath != nullptr) called->atDeath();
+    if (atDeath != nullptr) atDeath();
 }
 
 inline void onUnlinked(void* cookie) {
