@@ -35,8 +35,6 @@ driver each misbehaviour
 driver each new_client
 # Two at once would need two devices.
 driver each demo:-*TwoRunAtOnce
-# A service that is killed while what is wanted changes, and some that misbehave.
-driver $ session_healing --rounds=20 --seeds=4
 END
 }
 
