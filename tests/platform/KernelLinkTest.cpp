@@ -23,6 +23,7 @@
 #include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/LocalBinder.h"
 #include "platform/linux/src/Parcel.h"
+#include "platform/linux/src/ServiceManagerInterface.h"
 #include "tests/platform/CountedObject.h"
 #include "tests/platform/ScriptedDriver.h"
 #include "tests/support/AllocationLimit.h"
@@ -535,7 +536,8 @@ TEST_F(KernelLinkTest, ChildMayEndWhatItHasOfTheParent) {
         [&] { second.set(nullptr); }));
 }
 
-// Names are waited for with a callback, whose class is made once.
+// Whatever allocation fails: the service manager is not left with the callback, and the wait goes
+// on.
 TEST(KernelRegistryTest, WaitsAlsoAfterItFoundNoMemory) {
     ScriptedDriver& driver = ScriptedDriver::instance();
     static auto& sRegistry = *new KernelRegistry(ScriptedDriver::kDevice);
@@ -543,19 +545,28 @@ TEST(KernelRegistryTest, WaitsAlsoAfterItFoundNoMemory) {
     for (const int32_t number : {0, int32_t{BINDER_TYPE_BINDER}, 0, 0, 0, 0, 0, 0}) {
         nobody.addNumber(number);
     }
-    size_t calls = 0;
-    for (long left = 0; calls < 2 && left < 100; ++left) {
+    Buffer accepted;
+    accepted.addNumber(0);
+    size_t takenBack = 0;
+    bool waited = false;
+    for (long left = 0; !waited && left < 100; ++left) {
         driver.reset();
         driver.answer(KernelCommands().add(BR_NOOP).add(BR_REPLY, nobody.data()));
-        driver.answer(KernelCommands().add(BR_NOOP).add(BR_DEAD_REPLY));
+        driver.answer(KernelCommands().add(BR_NOOP).add(BR_REPLY, accepted.data()));
+        for (int i = 0; i < 2; ++i) driver.answer(KernelCommands().add(BR_DEAD_REPLY));
         try {
             const AllocationLimit one(left, AllocationLimit::kNextOnly);
             EXPECT_EQ(sRegistry.waitFor("lum.test"), nullptr);
+            waited = true;
         } catch (const std::bad_alloc&) {
         }
-        calls = driver.count(BC_TRANSACTION);
+        const size_t started = driver.count(BC_TRANSACTION, kRegisterForNotifications);
+        EXPECT_LE(started, driver.count(BC_TRANSACTION, kUnregisterForNotifications)) << left;
+        takenBack += waited ? 0 : started;
     }
-    EXPECT_EQ(calls, 2U);
+    EXPECT_TRUE(waited);
+    EXPECT_EQ(driver.count(BC_TRANSACTION, kCheckService), 2U);
+    EXPECT_EQ(takenBack, 2U);  // of the answer: the bytes, the parcel
 }
 
 }  // namespace

@@ -97,9 +97,10 @@ void ScriptedDriver::keep(const binder_write_read& exchange) {
         const size_t size = _IOC_SIZE(command.code);
         const size_t wanted = std::min(size, sizeof command.argument);
         memcpy(&command.argument, from + size - wanted, wanted);
-        if (command.code == BC_REPLY) {
+        if (command.code == BC_TRANSACTION || command.code == BC_REPLY) {
             binder_transaction_data data;
             memcpy(&data, from, sizeof data);
+            command.argument = data.code;
             if ((data.flags & TF_STATUS_CODE) != 0) {
                 memcpy(&command.status, addressOf<const void>(data.data.ptr.buffer),
                        sizeof command.status);

@@ -5,7 +5,6 @@
 
 #include <functional>
 #include <memory>
-#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -65,8 +64,8 @@ std::unique_ptr<AParcel> received(const std::string& hex, AIBinder* object = nul
 
 struct Reply {
     std::string hex;
-    SpAIBinder object{};    // at offset 4
-    bool noMemory = false;  // instead
+    SpAIBinder object{};                 // at offset 4
+    binder_status_t status = STATUS_OK;  // instead, if it is another
 };
 using Replies = std::vector<Reply>;
 
@@ -99,7 +98,7 @@ class AnsweringLink final : public Link {
         if (mReplies.empty()) return STATUS_DEAD_OBJECT;
         const Reply reply = mReplies.front();
         if (mReplies.size() > 1) mReplies.erase(mReplies.begin());
-        if (reply.noMemory) throw std::bad_alloc();
+        if (reply.status != STATUS_OK) return reply.status;
         *out = received(reply.hex, reply.object.get());
         return STATUS_OK;
     }
@@ -187,9 +186,9 @@ TEST_F(ServiceManagerProxyTest, WaitingGoesOnWithoutMemory) {
     const auto link =
         std::make_shared<AnsweringLink>(Replies{{kOk + kNull + kUndeclaredWord},
                                                 {kOk},
-                                                {"", nullptr, true},
+                                                {"", nullptr, STATUS_NO_MEMORY},
                                                 {kOk + kRemote + kVendorWord, service},
-                                                {"", nullptr, true}});
+                                                {"", nullptr, STATUS_NO_MEMORY}});
     EXPECT_EQ(ServiceManagerProxy(link, "DEVICE").waitFor("lum").get(), service.get());
     const std::string rest = " 0: " + kToken + kName + kLocal + kVendorWord;
     EXPECT_EQ(link->takeCalls(), (Texts{mLookUp, "0 5" + rest, mLookUp, mLookUp, "0 6" + rest}));

@@ -100,6 +100,7 @@ ndk::ScopedAStatus ServiceManagerProxy::call(transaction_code_t code, const APar
     ndk::ScopedAStatus status;
     if (result == STATUS_OK) result = AParcel_readStatusHeader(reply->get(), status.getR());
     if (result != STATUS_OK) status = ndk::ScopedAStatus::fromStatus(result);
+    if (status.getStatus() == STATUS_NO_MEMORY) throw std::bad_alloc();
     if (!status.isOk()) {
         LUM_LOGE("binder: the service manager refuses a call about %s: %s", name.c_str(),
                  status.getDescription().c_str());
@@ -155,6 +156,15 @@ ndk::ScopedAStatus ServiceManagerProxy::setNotified(transaction_code_t code,
     return call(code, in, name, &reply);
 }
 
+ndk::ScopedAStatus ServiceManagerProxy::startNotifications(const std::string& name,
+                                                           AIBinder* callback) try {
+    return setNotified(kRegisterForNotifications, name, callback);
+} catch (const std::bad_alloc&) {
+    // It may have been the answer that found none.
+    endNotifications(name, callback);
+    throw;
+}
+
 void ServiceManagerProxy::endNotifications(const std::string& name, AIBinder* callback) noexcept {
     withoutThrowing([&] { setNotified(kUnregisterForNotifications, name, callback); });
 }
@@ -164,7 +174,7 @@ ndk::ScopedAStatus ServiceManagerProxy::mayFind(const std::string& name) {
     if (!status.isOk()) return status;
     // A look-up that is refused is answered as if nobody served the name; this is not.
     const BinderRef callback = makeCallback(std::make_shared<Waiter>());
-    status = setNotified(kRegisterForNotifications, name, callback.get());
+    status = startNotifications(name, callback.get());
     if (status.isOk()) endNotifications(name, callback.get());
     return status;
 }
@@ -174,7 +184,7 @@ BinderRef ServiceManagerProxy::waitFor(const std::string& name) {
     if (!find(name, &found).isOk() || found != nullptr) return found;
     const auto waiter = std::make_shared<Waiter>();
     const BinderRef callback = makeCallback(waiter);
-    if (!setNotified(kRegisterForNotifications, name, callback.get()).isOk()) return nullptr;
+    if (!startNotifications(name, callback.get()).isOk()) return nullptr;
     for (bool refused = false; found == nullptr && !refused;) {
         found = waiter->wait();
         if (found != nullptr) break;

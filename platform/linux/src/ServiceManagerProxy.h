@@ -12,7 +12,7 @@
 // The platform's service manager, the object that every process reaches as handle 0, as its
 // versions 11 to 15 understand calls. Where a status is returned it is what the service manager
 // answers, or STATUS_DEAD_OBJECT when there is none; one that is not OK has been logged. Each
-// function may throw std::bad_alloc.
+// function may throw std::bad_alloc, also when it is the answer that finds no memory.
 class ServiceManagerProxy {
   public:
     // device: at which the link reaches it, for the log.
@@ -37,6 +37,7 @@ class ServiceManagerProxy {
     ndk::ScopedAStatus learnStability(const std::string& name);
     ndk::ScopedAStatus setNotified(transaction_code_t code, const std::string& name,
                                    AIBinder* callback);
+    ndk::ScopedAStatus startNotifications(const std::string& name, AIBinder* callback);
     // Keeps what is found already, whatever comes of it.
     void endNotifications(const std::string& name, AIBinder* callback) noexcept;
 
