@@ -565,7 +565,7 @@ TEST(KernelRegistryTest, WaitsAlsoAfterItFoundNoMemory) {
         takenBack += waited ? 0 : started;
     }
     EXPECT_TRUE(waited);
-    EXPECT_EQ(driver.count(BC_TRANSACTION, kCheckService), 2U);
+    EXPECT_EQ(driver.count(BC_TRANSACTION, kGetService), 2U);
     EXPECT_EQ(takenBack, 2U);  // of the answer: the bytes, the parcel
 }
 

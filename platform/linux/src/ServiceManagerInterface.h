@@ -7,7 +7,7 @@
 constexpr char kServiceManager[] = "android.os.IServiceManager";
 enum ServiceManagerCall : transaction_code_t {
     kGetService = FIRST_CALL_TRANSACTION,  // name; returns the object or null
-    kCheckService,                         // the same; does not wait
+    kCheckService,                         // the same; does not start a service that runs on demand
     kAddService,                // name, object, whether for isolated processes too, dump priority
     kListServices,              // dump priorities; returns names
     kRegisterForNotifications,  // name, callback: called now if there is one, and for each new one

@@ -120,11 +120,12 @@ ndk::ScopedAStatus ServiceManagerProxy::add(LocalBinder& object, const std::stri
     return call(kAddService, in, name, &reply);
 }
 
-ndk::ScopedAStatus ServiceManagerProxy::find(const std::string& name, BinderRef* found) {
+ndk::ScopedAStatus ServiceManagerProxy::lookUp(transaction_code_t code, const std::string& name,
+                                               BinderRef* found) {
     AParcel in;
     begin(&in, name);
     std::unique_ptr<AParcel> reply;
-    ndk::ScopedAStatus status = call(kCheckService, in, name, &reply);
+    ndk::ScopedAStatus status = call(code, in, name, &reply);
     if (!status.isOk()) return status;
     const size_t offset = reply->position();
     AIBinder* object = nullptr;
@@ -140,6 +141,10 @@ ndk::ScopedAStatus ServiceManagerProxy::find(const std::string& name, BinderRef*
     result = reply->readValue(&entry);
     if (result == STATUS_OK) OwnStability::writeAs(entry.stability);
     return status;
+}
+
+ndk::ScopedAStatus ServiceManagerProxy::find(const std::string& name, BinderRef* found) {
+    return lookUp(kCheckService, name, found);
 }
 
 ndk::ScopedAStatus ServiceManagerProxy::learnStability(const std::string& name) {
@@ -181,7 +186,7 @@ ndk::ScopedAStatus ServiceManagerProxy::mayFind(const std::string& name) {
 
 BinderRef ServiceManagerProxy::waitFor(const std::string& name) {
     BinderRef found;
-    if (!find(name, &found).isOk() || found != nullptr) return found;
+    if (!lookUp(kGetService, name, &found).isOk() || found != nullptr) return found;
     const auto waiter = std::make_shared<Waiter>();
     const BinderRef callback = makeCallback(waiter);
     if (!startNotifications(name, callback.get()).isOk()) return nullptr;
@@ -190,7 +195,7 @@ BinderRef ServiceManagerProxy::waitFor(const std::string& name) {
         if (found != nullptr) break;
         // The notification needs a thread of the pool, which need not be there. A look-up without
         // memory is made again.
-        withoutThrowing([&] { refused = !find(name, &found).isOk(); });
+        withoutThrowing([&] { refused = !lookUp(kGetService, name, &found).isOk(); });
     }
     endNotifications(name, callback.get());
     return found;

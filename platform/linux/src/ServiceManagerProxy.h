@@ -24,16 +24,18 @@ class ServiceManagerProxy {
     ndk::ScopedAStatus find(const std::string& name, BinderRef* found);
     // OK if this process may look the name up, whether or not anybody serves it.
     ndk::ScopedAStatus mayFind(const std::string& name);
-    // Waits until somebody serves the name. Returns null only if the service manager refuses, or is
-    // missing.
+    // Waits until somebody serves the name; the service manager starts a service that runs on
+    // demand. Returns null only if the service manager refuses, or is missing.
     BinderRef waitFor(const std::string& name);
 
   private:
     // name: what the call is about, for the log. reply: set to what follows the status.
     ndk::ScopedAStatus call(transaction_code_t code, const AParcel& in, const std::string& name,
                             std::unique_ptr<AParcel>* reply);
-    // To be called before an object is sent, unless find() was: version 12 takes one only with its
-    // own form of the word for stability, which the answer to a look-up shows.
+    // code: kGetService or kCheckService.
+    ndk::ScopedAStatus lookUp(transaction_code_t code, const std::string& name, BinderRef* found);
+    // To be called before an object is sent, unless lookUp() was: version 12 takes one only with
+    // its own form of the word for stability, which the answer to a look-up shows.
     ndk::ScopedAStatus learnStability(const std::string& name);
     ndk::ScopedAStatus setNotified(transaction_code_t code, const std::string& name,
                                    AIBinder* callback);
