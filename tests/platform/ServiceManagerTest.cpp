@@ -54,6 +54,8 @@ const std::string kVendorWord = "03 00 00 00";
 // EX_SECURITY, "no", and nothing about where it happened.
 const std::string kRefused = "FF FF FF FF 02 00 00 00 6E 00 6F 00 00 00 00 00 00 00 00 00";
 
+constexpr char kDevice[] = "/dev/vndbinder";
+
 // A parcel that has come, with that object, if any, where this one begins.
 std::unique_ptr<AParcel> received(const std::string& hex, AIBinder* object = nullptr,
                                   size_t offset = 4) {
@@ -129,7 +131,7 @@ class ServiceManagerProxyTest : public testing::Test {
     Texts callsToAdd(const std::string& answer) {
         const auto link = std::make_shared<AnsweringLink>(Replies{{kOk + answer}, {kOk}});
         EXPECT_TRUE(
-            ServiceManagerProxy(link, "DEVICE").add(*mObject.get()->asLocal(), "lum").isOk());
+            ServiceManagerProxy(link, kDevice).add(*mObject.get()->asLocal(), "lum").isOk());
         return link->takeCalls();
     }
 
@@ -143,7 +145,7 @@ TEST_F(ServiceManagerProxyTest, ServiceIsLookedUp) {
     const SpAIBinder service = makeRemote(std::make_shared<AnsweringLink>(), 7);
     const auto link = std::make_shared<AnsweringLink>(
         Replies{{kOk + kRemote + "0C 00 00 00", service}, {kOk + kNull + kUndeclaredWord}});
-    ServiceManagerProxy manager(link, "DEVICE");
+    ServiceManagerProxy manager(link, kDevice);
     BinderRef found;
     EXPECT_TRUE(manager.find("lum", &found).isOk());
     EXPECT_EQ(found.get(), service.get());
@@ -165,16 +167,28 @@ TEST_F(ServiceManagerProxyTest, RightToLookIsAskedForByAnnouncement) {
     // As version 12 answers: with its own word.
     const auto link =
         std::make_shared<AnsweringLink>(Replies{{kOk + kNull + "01 00 00 00"}, {kOk}});
-    EXPECT_TRUE(ServiceManagerProxy(link, "DEVICE").mayFind("lum").isOk());
+    EXPECT_TRUE(ServiceManagerProxy(link, kDevice).mayFind("lum").isOk());
     const std::string rest = " 0: " + kToken + kName + kLocal + "01 00 00 03";
     EXPECT_EQ(link->takeCalls(), (Texts{mLookUp, "0 5" + rest, "0 6" + rest}));
+}
+
+// That of another partition than its own a service manager may not call.
+TEST_F(ServiceManagerProxyTest, CallbackIsOfTheDevicesPartition) {
+    const std::pair<std::string, std::string> words[] = {{kUndeclaredWord, "0C 00 00 00"},
+                                                         {"01 00 00 00", "01 00 00 0C"}};
+    for (const auto& [ofNull, ofSystem] : words) {
+        const auto link = std::make_shared<AnsweringLink>(Replies{{kOk + kNull + ofNull}, {kOk}});
+        EXPECT_TRUE(ServiceManagerProxy(link, "/dev/binder").mayFind("lum").isOk());
+        const std::string rest = " 0: " + kToken + kName + kLocal + ofSystem;
+        EXPECT_EQ(link->takeCalls(), (Texts{mLookUp, "0 5" + rest, "0 6" + rest}));
+    }
 }
 
 TEST_F(ServiceManagerProxyTest, WaitingEndsWhenItIsRefused) {
     const auto link =
         std::make_shared<AnsweringLink>(Replies{{kOk + kNull + kUndeclaredWord}, {kRefused}});
     const LogCapture log;
-    EXPECT_EQ(ServiceManagerProxy(link, "DEVICE").waitFor("lum"), nullptr);
+    EXPECT_EQ(ServiceManagerProxy(link, kDevice).waitFor("lum"), nullptr);
     EXPECT_EQ(link->takeCalls().size(), 2U);
     EXPECT_EQ(log.lines(),
               std::vector<LogLine>{logE("binder: the service manager refuses a call about lum: "
@@ -190,7 +204,7 @@ TEST_F(ServiceManagerProxyTest, WaitingGoesOnWithoutMemory) {
                                                 {"", nullptr, STATUS_NO_MEMORY},
                                                 {kOk + kRemote + kVendorWord, service},
                                                 {"", nullptr, STATUS_NO_MEMORY}});
-    EXPECT_EQ(ServiceManagerProxy(link, "DEVICE").waitFor("lum").get(), service.get());
+    EXPECT_EQ(ServiceManagerProxy(link, kDevice).waitFor("lum").get(), service.get());
     const std::string rest = " 0: " + kToken + kName + kLocal + kVendorWord;
     EXPECT_EQ(link->takeCalls(), (Texts{mGet, "0 5" + rest, mGet, mGet, "0 6" + rest}));
 }
@@ -199,11 +213,11 @@ TEST_F(ServiceManagerProxyTest, NoServiceManagerIsReported) {
     const LogCapture log;
     BinderRef found;
     const ndk::ScopedAStatus status =
-        ServiceManagerProxy(std::make_shared<AnsweringLink>(Replies{}), "DEVICE")
+        ServiceManagerProxy(std::make_shared<AnsweringLink>(Replies{}), kDevice)
             .find("lum", &found);
     EXPECT_EQ(status.getStatus(), STATUS_DEAD_OBJECT);
-    EXPECT_EQ(log.lines(),
-              std::vector<LogLine>{logE("binder: no service manager at DEVICE to ask about lum")});
+    EXPECT_EQ(log.lines(), std::vector<LogLine>{logE(
+                               "binder: no service manager at /dev/vndbinder to ask about lum")});
 }
 
 TEST_F(ServiceManagerProxyTest, AnswersThatMakeNoSenseAreRefused) {
@@ -218,7 +232,7 @@ TEST_F(ServiceManagerProxyTest, AnswersThatMakeNoSenseAreRefused) {
         const LogCapture log;
         BinderRef found;
         const auto link = std::make_shared<AnsweringLink>(Replies{{answer}});
-        EXPECT_FALSE(ServiceManagerProxy(link, "DEVICE").find("lum", &found).isOk()) << answer;
+        EXPECT_FALSE(ServiceManagerProxy(link, kDevice).find("lum", &found).isOk()) << answer;
         EXPECT_EQ(log.lines().size(), 1U) << answer;
     }
 }

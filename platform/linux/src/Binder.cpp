@@ -56,16 +56,17 @@ bool AIBinder::associateClass(const AIBinder_Class* clazz) {
 }
 
 int32_t binderStability(AIBinder* binder) {
-    const RemoteBinder* const remote = binder->asRemote();
-    const int32_t word = remote == nullptr ? kUndeclared : remote->stability();
-    return word == kUndeclared ? OwnStability::word() : word;
+    const LocalBinder* const local = binder->asLocal();
+    if (local != nullptr) return OwnStability::word(local->stability());
+    const int32_t word = binder->asRemote()->stability();
+    return word == kUndeclared ? OwnStability::word(kVendor) : word;
 }
 
 bool takeStability(AIBinder* binder, int32_t word) {
-    RemoteBinder* const remote = binder->asRemote();
     // An object of ours may come back with the word that was written before.
-    if (remote == nullptr) return isStability(word, kVendor);
-    return isDeclaredStability(word) && remote->takeStability(word);
+    const LocalBinder* const local = binder->asLocal();
+    if (local != nullptr) return isStability(word, local->stability());
+    return isDeclaredStability(word) && binder->asRemote()->takeStability(word);
 }
 
 namespace {

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/src/BinderDevice.h"
 
-#include <linux/android/binder.h>
-
 #include <cstdlib>
 #include <string_view>
 
@@ -20,15 +18,14 @@ const std::string& binderDevice() {
     return *sDevice;
 }
 
-uint32_t partitionAt(std::string_view device) {
+Partition partitionAt(std::string_view device) {
     constexpr std::string_view kVendors = "vndbinder";
     const bool endsSo = device.size() >= kVendors.size() &&
                         device.substr(device.size() - kVendors.size()) == kVendors;
-    return device.empty() || endsSo ? B_PACK_CHARS('V', 'N', 'D', 'R')
-                                    : B_PACK_CHARS('S', 'Y', 'S', 'T');
+    return device.empty() || endsSo ? kVendorPartition : kSystemPartition;
 }
 
-uint32_t binderPartition() {
-    static const uint32_t sPartition = partitionAt(deviceSet());
+Partition binderPartition() {
+    static const Partition sPartition = partitionAt(deviceSet());
     return sPartition;
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <linux/android/binder.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -9,9 +11,14 @@
 // none, but sockets.
 const std::string& binderDevice();
 
-// The word in a call that says which partition its caller is built for. All callers at one driver's
-// device have the same: the vendor's where its name ends with vndbinder, as containers prefix it,
-// and without one, otherwise the system's.
-uint32_t partitionAt(std::string_view device);
+// The word in a call that says which partition its caller is built for.
+enum Partition : uint32_t {
+    kVendorPartition = B_PACK_CHARS('V', 'N', 'D', 'R'),
+    kSystemPartition = B_PACK_CHARS('S', 'Y', 'S', 'T'),
+};
+
+// All callers at one driver's device have the same: the vendor's where its name ends with
+// vndbinder, as containers prefix it, and without one, otherwise the system's.
+Partition partitionAt(std::string_view device);
 // That of this process's calls. Needs no memory.
-uint32_t binderPartition();
+Partition binderPartition();

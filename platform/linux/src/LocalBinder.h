@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/linux/src/Binder.h"
+#include "platform/linux/src/Stability.h"
 #include "platform/linux/src/Work.h"
 #include "utils/Mutex.h"
 
@@ -19,6 +20,11 @@ class LocalBinder final : public AIBinder {
     // No other object of this process has it, before or after.
     uint64_t number() const { return mNumber; }
     void* userData() const { return mUserData; }
+
+    // The vendor's, since this system is built for no other partition, unless another was set
+    // before anybody else had the object.
+    StabilityLevel stability() const { return mStability; }
+    void setStability(StabilityLevel level) { mStability = level; }
 
     // Carries out one call on this thread: a method of the interface, whose token `in` must start
     // with, or one of the calls that every object answers.
@@ -44,6 +50,7 @@ class LocalBinder final : public AIBinder {
     const uint64_t mNumber;
     const AIBinder_Class& mClazz;
     void* const mUserData;
+    StabilityLevel mStability = kVendor;
 
     lum::utils::Mutex mOnewayLock;
     bool mOnewayRunning LUM_GUARDED_BY(mOnewayLock) = false;

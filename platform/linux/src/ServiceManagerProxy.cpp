@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/linux/src/BinderDevice.h"
 #include "platform/linux/src/CallOut.h"
 #include "platform/linux/src/LocalBinder.h"
 #include "platform/linux/src/Parcel.h"
@@ -68,11 +69,13 @@ AIBinder_Class* defineCallback() {
     return clazz;
 }
 
-// Throws std::bad_alloc.
-BinderRef makeCallback(SharedWaiter waiter) {
+// device: of the service manager, which may call only objects of its own partition. Throws
+// std::bad_alloc.
+BinderRef makeCallback(SharedWaiter waiter, const std::string& device) {
     static AIBinder_Class* const sClass = defineCallback();
     BinderRef callback(AIBinder_new(sClass, &waiter));
     if (callback == nullptr) throw std::bad_alloc();
+    if (partitionAt(device) == kSystemPartition) callback->asLocal()->setStability(kSystem);
     return callback;
 }
 
@@ -178,7 +181,7 @@ ndk::ScopedAStatus ServiceManagerProxy::mayFind(const std::string& name) {
     ndk::ScopedAStatus status = learnStability(name);
     if (!status.isOk()) return status;
     // A look-up that is refused is answered as if nobody served the name; this is not.
-    const BinderRef callback = makeCallback(std::make_shared<Waiter>());
+    const BinderRef callback = makeCallback(std::make_shared<Waiter>(), mDevice);
     status = startNotifications(name, callback.get());
     if (status.isOk()) endNotifications(name, callback.get());
     return status;
@@ -188,7 +191,7 @@ BinderRef ServiceManagerProxy::waitFor(const std::string& name) {
     BinderRef found;
     if (!lookUp(kGetService, name, &found).isOk() || found != nullptr) return found;
     const auto waiter = std::make_shared<Waiter>();
-    const BinderRef callback = makeCallback(waiter);
+    const BinderRef callback = makeCallback(waiter, mDevice);
     if (!startNotifications(name, callback.get()).isOk()) return nullptr;
     for (bool refused = false; found == nullptr && !refused;) {
         found = waiter->wait();

@@ -15,7 +15,7 @@
 // function may throw std::bad_alloc, also when it is the answer that finds no memory.
 class ServiceManagerProxy {
   public:
-    // device: at which the link reaches it, for the log.
+    // device: at which the link reaches it.
     ServiceManagerProxy(std::shared_ptr<Link> link, std::string device)
         : mLink(std::move(link)), mDevice(std::move(device)) {}
 

@@ -28,10 +28,10 @@ constexpr bool isDeclaredStability(int32_t word) {
     return isStability(word, kVendor) || isStability(word, kSystem) || isStability(word, kVintf);
 }
 
-// The word of this process's objects, the vendor's: this system is built for no other partition.
+// The words of this process's objects.
 class OwnStability {
   public:
-    static int32_t word() { return sPacked ? packedStability(kVendor) : kVendor; }
+    static int32_t word(StabilityLevel level) { return sPacked ? packedStability(level) : level; }
     // The service manager has written this word. From now on ours are written as it does.
     static void writeAs(int32_t word) { sPacked = (word & 0xff) == 1; }
 
