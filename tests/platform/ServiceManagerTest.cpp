@@ -163,6 +163,14 @@ TEST_F(ServiceManagerProxyTest, ServiceIsAdded) {
               (Texts{mLookUp, "0 3 0: " + kToken + kName + kLocal + "01 00 00 03" + end}));
 }
 
+// It may be how version 12 writes null, too.
+TEST_F(ServiceManagerProxyTest, WordZeroLeavesWhatIsKnown) {
+    OwnStability::writeAs(packedStability(kSystem));
+    const Texts calls = callsToAdd(kNull + kUndeclaredWord);
+    ASSERT_EQ(calls.size(), 2U);
+    EXPECT_NE(calls[1].find(kLocal + "01 00 00 03"), std::string::npos) << calls[1];
+}
+
 TEST_F(ServiceManagerProxyTest, RightToLookIsAskedForByAnnouncement) {
     // As version 12 answers: with its own word.
     const auto link =

@@ -142,7 +142,10 @@ ndk::ScopedAStatus ServiceManagerProxy::lookUp(transaction_code_t code, const st
     ObjectEntry entry{};
     reply->setPosition(offset);
     result = reply->readValue(&entry);
-    if (result == STATUS_OK) OwnStability::writeAs(entry.stability);
+    // Each version may write null so.
+    if (result == STATUS_OK && entry.stability != kUndeclared) {
+        OwnStability::writeAs(entry.stability);
+    }
     return status;
 }
 
