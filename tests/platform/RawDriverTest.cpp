@@ -3,6 +3,7 @@
 // where there is a driver, in the virtual machines.
 #include <gtest/gtest.h>
 #include <linux/android/binder.h>
+#include <lum/service_manager.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,7 +17,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/src/BinderDevice.h"
 #include "platform/linux/src/KernelDriver.h"
 #include "platform/linux/src/KernelObjects.h"
 #include "platform/linux/src/Parcel.h"
@@ -154,7 +154,7 @@ class Raw {
 
   private:
     const int mResult;
-    KernelDriver mDriver{binderDevice()};
+    KernelDriver mDriver{LumServiceManager_device()};
     KernelReturns& mReturns = KernelReturns::ofThread();
     bool mCompletes = false;
     const ndk::SpAIBinder mObject = makePeerObject(nullptr);

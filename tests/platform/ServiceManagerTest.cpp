@@ -2,7 +2,9 @@
 // The calls between processes and the platform's service manager, from both ends, without a driver:
 // their bytes as the platform's versions 11 to 15 write them.
 #include <gtest/gtest.h>
+#include <lum/service_manager.h>
 
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
@@ -254,6 +256,13 @@ TEST(Partition, IsTheVendorsAtItsDeviceAndWithoutOne) {
     EXPECT_EQ(partitionAt("/dev/one-binder"), 0x53595354U);
     EXPECT_EQ(partitionAt("/dev/vndbinder/one"), 0x53595354U);
     EXPECT_EQ(partitionAt("ndbinder"), 0x53595354U);
+}
+
+TEST(Partition, IsThatOfTheDeviceWhateverBecomesOfTheEnvironment) {
+    const std::string device = LumServiceManager_device();
+    ASSERT_EQ(setenv("LUM_BINDER", "/dev/other", 1), 0);
+    EXPECT_EQ(LumServiceManager_device(), device);
+    EXPECT_EQ(binderPartition(), partitionAt(device));
 }
 
 // ---- Ours

@@ -7,11 +7,11 @@
 
 #include <android/binder_auto_utils.h>
 #include <android/binder_parcel.h>
+#include <lum/service_manager.h>
 #include <unistd.h>
 
 #include <cstdio>
 
-#include "platform/linux/src/BinderDevice.h"
 #include "platform/linux/src/KernelRegistry.h"
 #include "platform/linux/src/ServiceManagerInterface.h"
 
@@ -29,7 +29,7 @@ binder_status_t refuse(AIBinder*, transaction_code_t code, const AParcel*, AParc
 }  // namespace
 
 int main() {
-    KernelRegistry registry(binderDevice());
+    KernelRegistry registry(LumServiceManager_device());
     AIBinder_Class* const clazz = AIBinder_Class_define(
         kServiceManager, [](void* data) { return data; }, [](void*) {}, refuse);
     if (registry.link()->setContextManager(*AIBinder_new(clazz, nullptr)) != 0) return 1;

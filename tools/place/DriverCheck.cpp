@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -78,11 +77,6 @@ ndk::ScopedAStatus mayFind(const char* name) {
 }
 
 }  // namespace
-
-std::string driverDevice() {
-    const char* const device = getenv("LUM_BINDER");
-    return device == nullptr ? "" : device;
-}
 
 Obstacle driverObstacle(const std::string& device) {
     Obstacle node = nodeObstacle(device);

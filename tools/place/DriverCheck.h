@@ -5,10 +5,7 @@
 
 #include "tools/place/Place.h"
 
-// The device of the kernel's driver that the environment chooses; empty: none, but sockets.
-std::string driverDevice();
-
-// What is wrong with it, or with its service manager.
+// What is wrong with a device of the kernel's driver, or with its service manager.
 Obstacle driverObstacle(const std::string& device);
 
 // Why its service manager does not let this process look a name up.

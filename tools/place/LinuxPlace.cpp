@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <lum/service_manager.h>
+
 #include "tools/place/DriverCheck.h"
 #include "tools/place/DriverReason.h"
 #include "tools/place/Place.h"
 #include "tools/place/SocketDirectoryCheck.h"
 
 namespace {
+
+bool overDriver() {
+    return *LumServiceManager_device() != '\0';
+}
 
 const char* directoryReasonOf(binder_exception_t refused) {
     if (refused == EX_SECURITY) return "the socket directory is not safe to use";
@@ -15,15 +21,14 @@ const char* directoryReasonOf(binder_exception_t refused) {
 }  // namespace
 
 std::optional<Place> currentPlace() {
-    const std::string device = driverDevice();
-    if (!device.empty()) return Place{"driver", device, true, driverObstacle};
+    if (overDriver()) return Place{"driver", LumServiceManager_device(), true, driverObstacle};
     return Place{"directory", socketDirectory(), false, socketDirectoryObstacle};
 }
 
 Obstacle lookUpObstacle(const char* name) {
-    return driverDevice().empty() ? Obstacle{} : refusalObstacle(name);
+    return overDriver() ? refusalObstacle(name) : Obstacle{};
 }
 
 const char* reasonOf(binder_exception_t refused) {
-    return driverDevice().empty() ? directoryReasonOf(refused) : driverReasonOf(refused);
+    return overDriver() ? driverReasonOf(refused) : directoryReasonOf(refused);
 }

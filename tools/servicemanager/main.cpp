@@ -2,6 +2,7 @@
 // lum_servicemanager: keeps the names of services for processes that reach each other over the
 // kernel's binder driver, on machines without Android's.
 
+#include <lum/service_manager.h>
 #include <lum_sdf_sdk.h>
 #include <unistd.h>
 
@@ -9,7 +10,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "platform/linux/src/BinderDevice.h"
 #include "platform/linux/src/KernelRegistry.h"
 #include "tools/servicemanager/ServiceManager.h"
 
@@ -50,11 +50,12 @@ int main(int argc, char** argv) {
         fputs(kHelp, stderr);
         return 2;
     }
-    if (binderDevice().empty()) {
+    const char* const device = LumServiceManager_device();
+    if (*device == '\0') {
         return fail("set LUM_BINDER to the driver's device, for example /dev/vndbinder");
     }
     // Never ends: a driver is open as long as the process.
-    static KernelRegistry& registry = *new KernelRegistry(binderDevice());
+    static KernelRegistry& registry = *new KernelRegistry(device);
     KernelLink& link = *registry.link();
     if (!link.isOpen()) return fail("cannot use the driver's device; the log says why");
     const auto& manager = *new ServiceManager();

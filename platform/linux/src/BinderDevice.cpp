@@ -1,21 +1,38 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/src/BinderDevice.h"
 
+#include <lum/service_manager.h>
+
+#include <climits>
+#include <cstdio>
 #include <cstdlib>
-#include <string_view>
 
 namespace {
 
-const char* deviceSet() {
-    const char* const device = getenv("LUM_BINDER");
-    return device == nullptr ? "" : device;
+struct Device {
+    // The program may change the environment. A path that is cut off is still too long to be
+    // opened.
+    char path[PATH_MAX + 1];
+    Partition partition;
+};
+
+Device readDevice() {
+    Device device{};
+    const char* const set = getenv("LUM_BINDER");
+    if (set != nullptr) snprintf(device.path, sizeof device.path, "%s", set);
+    device.partition = partitionAt(device.path);
+    return device;
+}
+
+const Device& device() {
+    static const Device sDevice = readDevice();
+    return sDevice;
 }
 
 }  // namespace
 
-const std::string& binderDevice() {
-    static const auto* const sDevice = new std::string(deviceSet());
-    return *sDevice;
+const char* LumServiceManager_device() {
+    return device().path;
 }
 
 Partition partitionAt(std::string_view device) {
@@ -26,6 +43,5 @@ Partition partitionAt(std::string_view device) {
 }
 
 Partition binderPartition() {
-    static const Partition sPartition = partitionAt(deviceSet());
-    return sPartition;
+    return device().partition;
 }

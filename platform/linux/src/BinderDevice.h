@@ -4,12 +4,7 @@
 #include <linux/android/binder.h>
 
 #include <cstdint>
-#include <string>
 #include <string_view>
-
-// The kernel's driver that this process uses, from the environment variable LUM_BINDER; empty:
-// none, but sockets.
-const std::string& binderDevice();
 
 // The word in a call that says which partition its caller is built for.
 enum Partition : uint32_t {
@@ -20,5 +15,5 @@ enum Partition : uint32_t {
 // All callers at one driver's device have the same: the vendor's where its name ends with
 // vndbinder, as containers prefix it, and without one, otherwise the system's.
 Partition partitionAt(std::string_view device);
-// That of this process's calls. Needs no memory.
+// That of this process's calls, at its device (lum/service_manager.h). Needs no memory.
 Partition binderPartition();

@@ -64,7 +64,7 @@ class ServiceRegistry {
     ServiceRegistry& operator=(const ServiceRegistry&) = delete;
 
     // The one of this process, never destroyed: over the kernel's driver if the environment names
-    // its device (BinderDevice.h), otherwise over sockets.
+    // its device (lum/service_manager.h), otherwise over sockets.
     static ServiceRegistry& instance();
 
     // As AServiceManager_addService. name: one that isServiceName() accepts, here and below. May

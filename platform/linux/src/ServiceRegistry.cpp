@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/src/BinderDevice.h"
+#include <lum/service_manager.h>
+
 #include "platform/linux/src/KernelRegistry.h"
 #include "platform/linux/src/Link.h"
 #include "platform/linux/src/LocalRegistry.h"
 
 ServiceRegistry& ServiceRegistry::instance() {
-    static ServiceRegistry& sRegistry = binderDevice().empty()
+    const char* const device = LumServiceManager_device();
+    static ServiceRegistry& sRegistry = *device == '\0'
                                             ? static_cast<ServiceRegistry&>(*new LocalRegistry())
-                                            : *new KernelRegistry(binderDevice());
+                                            : *new KernelRegistry(device);
     return sRegistry;
 }

@@ -11,6 +11,10 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
+// Returns the device of the kernel's driver that this process uses, from the environment variable
+// LUM_BINDER, which is read once; empty: none, but sockets. Never ends.
+const char* LumServiceManager_device(void);
+
 // Asks whether this process may look a name up: AServiceManager_checkService also returns null if
 // it may not. Blocks for as long as the service manager takes.
 // instance: not null.
