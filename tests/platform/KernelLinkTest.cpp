@@ -215,6 +215,19 @@ TEST_F(KernelLinkTest, ErrorBetweenReferencesHidesNothing) {
     EXPECT_EQ(AIBinder_debugGetRefCount(mObject.get()), 1);
 }
 
+// What the driver says besides may be a thread's for a long time, unread.
+TEST_F(KernelLinkTest, ReferencesBehindAnyNumberOfErrorsAreCounted) {
+    constexpr size_t kTimes = 200;
+    std::unique_ptr<LateCommand> late;
+    for (size_t i = 0; i < kTimes; ++i) {
+        EXPECT_EQ(mLink->watchDeath(kHandle, &late), STATUS_OK);
+        mDriver.holdUp();
+        mLink->unwatchDeath(kHandle);
+    }
+    EXPECT_EQ(mDriver.count(BC_CLEAR_DEATH_NOTIFICATION), kTimes);
+    EXPECT_EQ(mDriver.count(BC_DECREFS, kHandle), kTimes);
+}
+
 // It is not dead, and calls may get through later.
 TEST_F(KernelLinkTest, CallThatTheDriverHasNoMemoryForFindsNone) {
     mDriver.refuseOnce();

@@ -122,7 +122,10 @@ bool ScriptedDriver::carryOut(int fd, binder_write_read* exchange) {
 
 bool ScriptedDriver::read(int fd, binder_write_read* exchange) {
     if (!tOfPool && mReadsToHoldUp >= 0 && mReadsToHoldUp-- == 0) {
-        mAnswers.push_front(KernelCommands().add(BR_NOOP).add(BR_ERROR));
+        mAnswers.push_front(KernelCommands()
+                                .add(BR_NOOP)
+                                .add(BR_CLEAR_DEATH_NOTIFICATION_DONE, binder_uintptr_t{})
+                                .add(BR_ERROR));
     }
     std::deque<KernelCommands>& answers = tOfPool ? mPoolAnswers : mAnswers;
     while (tOfPool && (fd != mFd || answers.empty())) mAnswered.wait(mLock);

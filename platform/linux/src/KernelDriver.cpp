@@ -25,18 +25,30 @@ KernelReturns& KernelReturns::ofThread() {
 }
 
 bool KernelReturns::next() {
-    if (mPosition >= mSize) return false;
-    memcpy(&mCommand, mBytes.data() + mPosition, sizeof mCommand);
-    mPosition += sizeof mCommand;
-    mArgument = mBytes.data() + mPosition;
-    // The driver leaves out what belongs to an error.
-    if (mCommand != BR_ERROR) mPosition += _IOC_SIZE(mCommand);
-    return true;
+    while (mPosition < mSize) {
+        memcpy(&mCommand, mBytes.data() + mPosition, sizeof mCommand);
+        mPosition += sizeof mCommand;
+        mArgument = mBytes.data() + mPosition;
+        if (mCommand == BR_ERROR) {
+            // What belongs to it, the driver leaves out.
+            LUM_LOGE(
+                "binder: the driver reports an error; it may have no memory to announce a death");
+            continue;
+        }
+        mPosition += _IOC_SIZE(mCommand);
+        if (mCommand != BR_NOOP && mCommand != BR_CLEAR_DEATH_NOTIFICATION_DONE) return true;
+    }
+    return false;
 }
 
 uint8_t* KernelReturns::space() {
-    mSize -= mPosition;
-    memmove(mBytes.data(), mBytes.data() + mPosition, mSize);
+    size_t kept = 0;
+    while (next()) {
+        const size_t size = sizeof mCommand + _IOC_SIZE(mCommand);
+        memmove(mBytes.data() + kept, mBytes.data() + mPosition - size, size);
+        kept += size;
+    }
+    mSize = kept;
     mPosition = 0;
     return mBytes.size() - mSize < kReadSize ? nullptr : mBytes.data() + mSize;
 }
@@ -114,7 +126,8 @@ binder_status_t KernelDriver::exchange(KernelCommands* commands, KernelReturns* 
     exchange.write_size = commands->size();
     if (returns != nullptr) {
         uint8_t* const space = returns->space();
-        if (space == nullptr) return STATUS_NO_MEMORY;
+        // No driver has that much for a thread which reads nothing.
+        if (space == nullptr) return STATUS_DEAD_OBJECT;
         exchange.read_buffer = reinterpret_cast<uintptr_t>(space);
         exchange.read_size = KernelReturns::kReadSize;
     }

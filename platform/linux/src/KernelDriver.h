@@ -61,7 +61,8 @@ class KernelReturns {
     // outer one.
     static KernelReturns& ofThread();
 
-    // Moves to the next command. Returns false when there is none.
+    // Moves to the next command that asks for something. Returns false when there is none. Errors
+    // are logged.
     bool next();
 
     uint32_t command() const { return mCommand; }
@@ -79,10 +80,11 @@ class KernelReturns {
     // What one read may give.
     static constexpr size_t kReadSize = 256;
 
-    // Where the next read goes, behind what is unread. Returns null when too much is.
+    // Where the next read goes, behind what is unread and asks for something. Returns null when too
+    // much does.
     uint8_t* space();
 
-    // One read, and the errors that held up commands before it was worked off.
+    // One read, and what came with the errors that held up commands before it was worked off.
     alignas(8) std::array<uint8_t, 4 * kReadSize> mBytes;
     size_t mSize = 0;
     size_t mPosition = 0;

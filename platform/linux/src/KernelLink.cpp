@@ -187,10 +187,6 @@ void KernelLink::handle(const KernelReturns& returned) noexcept {
             return;
         }
         case BR_SPAWN_LOOPER: return addThread(&KernelLink::threadMain);
-        case BR_ERROR:
-            LUM_LOGE(
-                "binder: the driver reports an error; it may have no memory to announce a death");
-            return;
         default: return;  // nothing that asks for an answer
     }
 }
