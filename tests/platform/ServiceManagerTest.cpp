@@ -92,6 +92,8 @@ class AnsweringLink final : public Link {
     binder_status_t watched = STATUS_OK;  // what watchDeath() returns
     bool alive = true;
     std::function<void()> onUnwatch = [] {};
+    std::function<void()> onRelease = [] {};
+    std::function<void(AIBinder*)> onCallback = [](AIBinder*) {};  // that is to be notified
 
     Texts takeCalls() { return std::exchange(mCalls, {}); }
 
@@ -99,6 +101,7 @@ class AnsweringLink final : public Link {
                              binder_flags_t flags, std::unique_ptr<AParcel>* out) override {
         mCalls.push_back(std::to_string(handle) + " " + std::to_string(code) + " " +
                          std::to_string(flags) + ": " + toHex(in.bytes()));
+        if (code == 5) onCallback(in.objects().back().binder.get());
         if (mReplies.empty()) return STATUS_DEAD_OBJECT;
         const Reply reply = mReplies.front();
         if (mReplies.size() > 1) mReplies.erase(mReplies.begin());
@@ -106,7 +109,7 @@ class AnsweringLink final : public Link {
         *out = received(reply.hex, reply.object.get());
         return STATUS_OK;
     }
-    void releaseProxy(RemoteBinder&) noexcept override {}
+    void releaseProxy(RemoteBinder&) noexcept override { onRelease(); }
     bool isAlive() override { return alive; }
     binder_status_t watchDeath(uint32_t, std::unique_ptr<LateCommand>* late) override {
         if (watched == STATUS_OK) *late = std::make_unique<Late>([] {});
@@ -217,6 +220,29 @@ TEST_F(ServiceManagerProxyTest, WaitingGoesOnWithoutMemory) {
     EXPECT_EQ(ServiceManagerProxy(link, kDevice).waitFor("lum").get(), service.get());
     const std::string rest = " 0: " + kToken + kName + kLocal + kVendorWord;
     EXPECT_EQ(link->takeCalls(), (Texts{mGet, "0 5" + rest, mGet, mGet, "0 6" + rest}));
+}
+
+// With its end, code of the application may run.
+TEST_F(ServiceManagerProxyTest, ServiceThatIsReplacedWhileItArrivesEndsWithNothingLocked) {
+    const auto link =
+        std::make_shared<AnsweringLink>(Replies{{kOk + kNull + kUndeclaredWord}, {kOk}});
+    const auto others = std::make_shared<AnsweringLink>();
+    link->onCallback = [&](AIBinder* callback) {
+        const auto notify = [=](const SpAIBinder& service) {
+            const std::unique_ptr<AParcel> in =
+                received(kCallbackToken + kName + kRemote + kVendorWord, service.get(),
+                         fromHex(kCallbackToken + kName).size());
+            AParcel out;
+            EXPECT_EQ(callback->asLocal()->transact(1, *in, &out), STATUS_OK);
+        };
+        // It would wait for itself.
+        others->onRelease = [=] { notify(makeRemote(link, 9)); };
+        notify(makeRemote(others, 7));
+        notify(makeRemote(link, 8));
+    };
+    const BinderRef found = ServiceManagerProxy(link, kDevice).waitFor("lum");
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(found->asRemote()->handle(), 9U);
 }
 
 TEST_F(ServiceManagerProxyTest, NoServiceManagerIsReported) {

@@ -21,9 +21,10 @@ namespace {
 // Where an object arrives that is waited for.
 class Waiter {
   public:
+    // What arrived before ends with the argument, with nothing locked.
     void arrived(BinderRef object) {
         const MutexLock lock(mLock);
-        mObject = std::move(object);
+        mObject.swap(object);
         mArrived.notifyOne();
     }
 
