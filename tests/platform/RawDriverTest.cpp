@@ -14,6 +14,7 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -38,11 +39,13 @@ constexpr uint32_t kServiceManagerHandle = 0;
 struct Payload {
     std::vector<uint8_t> bytes;
     std::vector<binder_size_t> offsets;
+    bool withDescriptor = false;
 
     // entry: any of the driver's kinds of objects.
     template <typename Entry>
     Payload& add(const Entry& entry) {
         offsets.push_back(bytes.size());
+        withDescriptor = withDescriptor || std::is_same_v<Entry, binder_fd_object>;
         const auto* const from = reinterpret_cast<const uint8_t*>(&entry);
         bytes.insert(bytes.end(), from, from + sizeof entry);
         return *this;
@@ -327,8 +330,11 @@ TEST_F(RawDriverTest, ObjectsAndOffsetsThatMakeNoSense) {
             number = 200;
             for (const Payload& payload : strangePayloads(interface, service)) {
                 ++number;
+                // The service manager takes no descriptors.
+                const bool refused = payload.withDescriptor && handle == kServiceManagerHandle;
+                const uint32_t answer = refused ? BR_FAILED_REPLY : BR_REPLY;
                 for (const transaction_code_t code : {uint32_t{kAdd}, uint32_t{kKeep}, ~0U}) {
-                    if (!driver.call(handle, code, payload.data()) || driver.next() != BR_REPLY) {
+                    if (!driver.call(handle, code, payload.data()) || driver.next() != answer) {
                         return number;
                     }
                 }

@@ -63,7 +63,6 @@ void KernelLink::startThreadPool() {
 int KernelLink::setContextManager(AIBinder& object) {
     flat_binder_object manager{};
     manager.hdr.type = BINDER_TYPE_BINDER;
-    manager.flags = FLAT_BINDER_FLAG_ACCEPTS_FDS;
     manager.binder = reinterpret_cast<uintptr_t>(&object);
     manager.cookie = manager.binder;
     const int error = mDriver.setContextManager(manager);
