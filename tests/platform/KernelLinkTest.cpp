@@ -414,8 +414,8 @@ TEST_F(KernelLinkTest, ObjectsThatNoParcelHasAreNotRead) {
 TEST_F(KernelLinkTest, ThreadThatCouldNotBeMadeIsMadeLater) {
     const LogCapture log;
     const LogLine refused = logE(
-        "binder: no thread for incoming calls (Resource temporarily unavailable), tried again "
-        "later");
+        "binder: no thread for incoming calls (Resource temporarily unavailable), tried again with "
+        "the next call");
     {
         const ThreadRefusal refusal;
         mLink->startThreadPool();
@@ -434,6 +434,16 @@ TEST_F(KernelLinkTest, ThreadThatCouldNotBeMadeIsMadeLater) {
     EXPECT_EQ(call(FLAG_ONEWAY), STATUS_OK);
     EXPECT_TRUE(eventually([this] { return mDriver.count(BC_REGISTER_LOOPER) == 1; }));
     mLink->startThreadPool();
+    EXPECT_EQ(mDriver.count(BC_ENTER_LOOPER), 1U);
+}
+
+TEST_F(KernelLinkTest, ThreadOfTheProgramServesWhenNoneCanBeMade) {
+    std::thread([link = mLink] { link->serve(BC_ENTER_LOOPER); }).detach();
+    const ThreadRefusal refusal;
+    const Buffer buffer;
+    mDriver.answerPool(KernelCommands().add(BR_TRANSACTION, buffer.callOf(mObject.get())));
+    mDriver.answerPool(KernelCommands().add(BR_TRANSACTION_COMPLETE));
+    EXPECT_TRUE(eventually([this] { return mDriver.count(BC_REPLY) == 1; }));
     EXPECT_EQ(mDriver.count(BC_ENTER_LOOPER), 1U);
 }
 

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -147,6 +149,17 @@ TEST_F(DriverManagerTest, NobodyServesTheNameThenSomebodyDoes) {
     EXPECT_EQ(run.status, 0);
     ASSERT_EQ(run.lines.size(), 7U);
     EXPECT_EQ(run.lines[0], "ok      driver:    /dev/binder can be used");
+}
+
+// It might get none.
+TEST_F(DriverManagerTest, ServiceManagerMakesNoThreads) {
+    manage(LUM_SERVICEMANAGER_PROGRAM);
+    expectFailure(11, kDevice,
+                  "service:   nobody serves the name vendor.orn.data.lumservice.ILumService",
+                  "Start it: on Linux lum_sdf_emulator, ");
+    const std::filesystem::directory_iterator threads("/proc/" + std::to_string(mManager->pid()) +
+                                                      "/task");
+    EXPECT_EQ(std::distance(begin(threads), end(threads)), 1);
 }
 
 TEST_F(DriverManagerTest, ServiceManagerThatHasStopped) {

@@ -4,7 +4,6 @@
 
 #include <lum/service_manager.h>
 #include <lum_sdf_sdk.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -65,8 +64,9 @@ int main(int argc, char** argv) {
         fprintf(stderr, "lum_servicemanager: the driver refuses (%s)\n", strerror(error));
         return 1;
     }
-    link.startThreadPool();
     puts("ready");
     fflush(stdout);
-    for (;;) pause();
+    // Nothing that it does waits for anybody, so that one thread is enough.
+    link.serve(BC_ENTER_LOOPER);
+    return fail("cannot use the driver's device any more; the log says why");
 }

@@ -72,12 +72,12 @@ int KernelLink::setContextManager(AIBinder& object) {
 }
 
 void* KernelLink::firstThreadMain(void* link) {
-    static_cast<KernelLink*>(link)->serve(&KernelLink::firstThreadMain, BC_ENTER_LOOPER);
+    static_cast<KernelLink*>(link)->serveInPool(&KernelLink::firstThreadMain, BC_ENTER_LOOPER);
     return nullptr;
 }
 
 void* KernelLink::threadMain(void* link) {
-    static_cast<KernelLink*>(link)->serve(&KernelLink::threadMain, BC_REGISTER_LOOPER);
+    static_cast<KernelLink*>(link)->serveInPool(&KernelLink::threadMain, BC_REGISTER_LOOPER);
     return nullptr;
 }
 
@@ -85,7 +85,8 @@ void KernelLink::addThread(ThreadMain body) {
     const int error = startDetachedThread(body, this);
     if (error == 0) return;
     // Once, not each time that it is tried again.
-    LUM_LOGE("binder: no thread for incoming calls (%s), tried again later", strerror(error));
+    LUM_LOGE("binder: no thread for incoming calls (%s), tried again with the next call",
+             strerror(error));
     mOwedThread = body;
 }
 
@@ -95,8 +96,13 @@ void KernelLink::addOwedThread() {
     if (body != nullptr && startDetachedThread(body, this) != 0) mOwedThread = body;
 }
 
-void KernelLink::serve(ThreadMain body, uint32_t enter) {
+void KernelLink::serveInPool(ThreadMain body, uint32_t enter) {
     nameBinderThread();
+    // The driver has not heard of this one.
+    if (serve(enter) == STATUS_NO_MEMORY) mOwedThread = body;
+}
+
+binder_status_t KernelLink::serve(uint32_t enter) {
     KernelCommands commands;
     commands.add(enter);
     KernelReturns& returned = KernelReturns::ofThread();
@@ -106,8 +112,7 @@ void KernelLink::serve(ThreadMain body, uint32_t enter) {
         LateCommand::runQueued();
         addOwedThread();
     }
-    // The driver has not heard of this one.
-    if (status == STATUS_NO_MEMORY) mOwedThread = body;
+    return status;
 }
 
 binder_status_t KernelLink::transact(uint32_t handle, transaction_code_t code, const AParcel& in,

@@ -25,6 +25,11 @@ class KernelLink final : public Link, public std::enable_shared_from_this<Kernel
     // Makes the first of the threads that carry out calls. Later calls do nothing, unless a thread
     // could not be made.
     void startThreadPool();
+    // Carries out calls on this thread until that fails.
+    // enter: the command by which the driver gets to know the thread: BC_ENTER_LOOPER unless it has
+    // asked for one.
+    // Returns STATUS_NO_MEMORY if there is none to know the thread, otherwise STATUS_DEAD_OBJECT.
+    binder_status_t serve(uint32_t enter);
     // Makes a local object the one that every process reaches as handle 0, and keeps it. Returns 0
     // or an error number.
     int setContextManager(AIBinder& object);
@@ -44,10 +49,11 @@ class KernelLink final : public Link, public std::enable_shared_from_this<Kernel
     static void* firstThreadMain(void* link);
     static void* threadMain(void* link);
     void addThread(ThreadMain body);
-    // Tries again to make a thread that could not be made.
+    // Tries again to make a thread that could not be made; with each call, since a timer would need
+    // a thread, too.
     void addOwedThread();
-    // body: what this thread runs; enter: the command by which the driver gets to know it.
-    void serve(ThreadMain body, uint32_t enter);
+    // body: what this thread runs.
+    void serveInPool(ThreadMain body, uint32_t enter);
 
     // Has a transaction sent, and waits for its answer. reply: set to the reply; null if there is
     // none to come, and only its acceptance is waited for.
