@@ -13,7 +13,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <list>
 #include <map>
 #include <memory>
 #include <set>
@@ -22,8 +21,8 @@
 
 #include "fuzz/Check.h"
 #include "fuzz/Input.h"
+#include "fuzz/Objects.h"
 #include "platform/linux/src/KernelLink.h"
-#include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/RemoteBinder.h"
 #include "tests/platform/PeerInterface.h"
@@ -35,16 +34,6 @@ namespace {
 
 constexpr unsigned int kMostSteps = 48;
 constexpr unsigned int kMostDepth = 3;
-constexpr size_t kMostHeld = 16;
-
-int gObjects = 0;  // of this process, that live
-
-struct Counted {
-    Counted() { ++gObjects; }
-    Counted(const Counted&) { ++gObjects; }
-    ~Counted() { --gObjects; }
-    Counted& operator=(const Counted&) = default;
-};
 
 // One at a time: the driver.
 class Driver {
@@ -379,127 +368,57 @@ void Driver::checkAtEnd() const {
     }
 }
 
-// The application: calls, and objects that are called.
+// The application.
 class Program {
   public:
-    Program(Input& input, KernelLink& link) : mInput(input), mLink(link) {}
+    Program(Input& input, KernelLink& link)
+        : mInput(input),
+          mLink(link),
+          mObjects(
+              input,
+              [this](const ndk::SpAIBinder& object) { call(object.get()->asRemote()->handle()); },
+              [this] {
+                  if (!mInput.empty() && mInput.rarely(8)) call(0);
+              }) {}
     void run();
-    binder_status_t onCall(transaction_code_t code, const AParcel* in, AParcel* out);
 
   private:
-    struct Watch {
-        ndk::SpAIBinder binder;
-        int deaths = 0;
-    };
-
-    ndk::SpAIBinder makeObject();
     void call(uint32_t handle);
-    void useHeld();
-    void takeObjects(const AParcel* in);
-    void putSomething(AParcel* out);
 
     Input& mInput;
     KernelLink& mLink;
-    std::vector<ndk::SpAIBinder> mHeld;
-    std::list<Watch> mWatches;
-    const ndk::ScopedAIBinder_DeathRecipient mRecipient{
-        AIBinder_DeathRecipient_new([](void* watch) { ++static_cast<Watch*>(watch)->deaths; })};
+    Objects mObjects;
 };
 
 void Program::run() {
     for (unsigned int steps = 0; steps < kMostSteps && !mInput.empty(); ++steps) {
-        if (mHeld.empty() || mInput.flag()) {
-            call(0);
+        if (mObjects.holdsAny() && mInput.flag()) {
+            mObjects.use();
         } else {
-            useHeld();
+            call(0);
         }
     }
-    for (const Watch& watch : mWatches) check(watch.deaths <= 1, "a death that is reported twice");
-    mWatches.clear();
-    mHeld.clear();
-    LateCommand::runQueued();
+    mObjects.checkDeaths(false);
+    mObjects.letGo();
     gDriver->letGo();
     // Until the driver has nothing more for this thread.
     for (int calls = 0; calls < 64; ++calls) {
         const AParcel nothing;
         std::unique_ptr<AParcel> out;
         (void)mLink.transact(0, 1, nothing, 0, &out);
-        mHeld.clear();
-        LateCommand::runQueued();
+        mObjects.letGo();
     }
     gDriver->checkAtEnd();
-    check(gObjects == 0, "objects are left");
-}
-
-ndk::SpAIBinder Program::makeObject() {
-    const Counted counted;
-    return makePeerObject([this, counted](transaction_code_t code, const AParcel* in,
-                                          AParcel* out) { return onCall(code, in, out); });
-}
-
-void Program::takeObjects(const AParcel* in) {
-    for (int values = 0; values < 8; ++values) {
-        ndk::SpAIBinder binder;
-        if (AParcel_readStrongBinder(in, binder.getR()) != STATUS_OK) break;
-        if (binder.get() != nullptr && mHeld.size() < kMostHeld) mHeld.push_back(binder);
-    }
-}
-
-binder_status_t Program::onCall(transaction_code_t code, const AParcel* in, AParcel* out) {
-    takeObjects(in);
-    if (!mInput.empty() && mInput.rarely(8)) call(0);
-    for (unsigned int left = code % 4; left > 0; --left) putSomething(out);
-    return code % 16 == 15 ? STATUS_INVALID_OPERATION : STATUS_OK;
-}
-
-void Program::putSomething(AParcel* out) {
-    switch (mInput.pick(5)) {
-        case 0: AParcel_writeStrongBinder(out, makeObject().get()); break;
-        case 1:
-            AParcel_writeStrongBinder(
-                out, mHeld.empty() ? nullptr : mHeld[mInput.byte() % mHeld.size()].get());
-            break;
-        case 2: out->writeDescriptor(STDERR_FILENO); break;
-        default: AParcel_writeInt32(out, mInput.number<int32_t>()); break;
-    }
+    check(Objects::alive() == 0, "objects are left");
 }
 
 void Program::call(uint32_t handle) {
     AParcel in;
-    for (unsigned int left = mInput.pick(4); left > 0; --left) putSomething(&in);
+    mObjects.put(&in);
     std::unique_ptr<AParcel> out;
     const binder_status_t status =
         mLink.transact(handle, mInput.byte(), in, mInput.rarely(4) ? FLAG_ONEWAY : 0, &out);
-    if (status == STATUS_OK) takeObjects(out.get());
-}
-
-void Program::useHeld() {
-    const size_t index = mInput.byte() % mHeld.size();
-    const ndk::SpAIBinder binder = mHeld[index];
-    const RemoteBinder* const remote = binder.get()->asRemote();
-    switch (mInput.pick(4)) {
-        case 0: mHeld.erase(mHeld.begin() + static_cast<std::ptrdiff_t>(index)); break;
-        case 1:
-            if (remote != nullptr) call(remote->handle());
-            break;
-        case 2:
-            if (remote == nullptr) break;
-            mWatches.push_back({binder});
-            if (AIBinder_linkToDeath(binder.get(), mRecipient.get(), &mWatches.back()) !=
-                STATUS_OK) {
-                mWatches.pop_back();
-            }
-            break;
-        default:
-            for (auto watch = mWatches.begin(); watch != mWatches.end(); ++watch) {
-                if (watch->binder != binder) continue;
-                (void)AIBinder_unlinkToDeath(binder.get(), mRecipient.get(), &*watch);
-                mWatches.erase(watch);
-                break;
-            }
-            break;
-    }
-    LateCommand::runQueued();
+    if (status == STATUS_OK) mObjects.take(out.get());
 }
 
 }  // namespace

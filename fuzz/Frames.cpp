@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <list>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -17,6 +16,7 @@
 #include "fuzz/Check.h"
 #include "fuzz/InlinePool.h"
 #include "fuzz/Input.h"
+#include "fuzz/Objects.h"
 #include "platform/linux/src/FrameReader.h"
 #include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/LocalLink.h"
@@ -27,17 +27,6 @@
 namespace {
 
 constexpr unsigned int kMostSteps = 64;
-constexpr size_t kMostHeld = 16;
-
-// Objects of this process that live.
-int gObjects = 0;
-
-struct Counted {
-    Counted() { ++gObjects; }
-    Counted(const Counted&) { ++gObjects; }
-    ~Counted() { --gObjects; }
-    Counted& operator=(const Counted&) = default;
-};
 
 // A frame that was read, written again.
 Bytes writtenAgain(FrameKind kind, const uint8_t* body, size_t size) {
@@ -82,16 +71,7 @@ class Program {
     Program& operator=(const Program&) = delete;
     void run();
 
-    binder_status_t onCall(transaction_code_t code, const AParcel* in, AParcel* out);
-
   private:
-    struct Watch {
-        ndk::SpAIBinder binder;
-        int deaths = 0;
-        bool linked = true;
-    };
-
-    ndk::SpAIBinder makeObject();
     void step();
     Bytes makeFrame();
     Bytes makePayload(std::vector<uint32_t>* offsets, std::vector<ObjectEntry>* objects);
@@ -100,7 +80,6 @@ class Program {
     void receive();
     void useHeld();
     void oneway(const ndk::SpAIBinder& binder);
-    void putSomething(AParcel* out);
     void end();
 
     Input& mInput;
@@ -108,20 +87,18 @@ class Program {
     std::shared_ptr<LocalLink> mLink;
     FrameReader mReader;
     std::vector<uint32_t> mExported;  // numbers of ours that the peer has seen
-    std::vector<ndk::SpAIBinder> mHeld;
-    std::list<Watch> mWatches;
-    const ndk::ScopedAIBinder_DeathRecipient mRecipient;
+    Objects mObjects;
 };
 
 Program::Program(Input& input)
     : mInput(input),
-      mRecipient(
-          AIBinder_DeathRecipient_new([](void* watch) { ++static_cast<Watch*>(watch)->deaths; })) {
+      mObjects(
+          input, [this](const ndk::SpAIBinder& object) { oneway(object); }, nullptr) {
     int ends[2];
     check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == 0,
           "no sockets");
     mPeer = ends[1];
-    const ndk::SpAIBinder root = mInput.flag() ? makeObject() : nullptr;
+    const ndk::SpAIBinder root = mInput.flag() ? mObjects.make() : nullptr;
     mLink = std::make_shared<LocalLink>(UniqueFd(ends[0]),
                                         root.get() == nullptr ? nullptr : refTo(root.get()));
     if (root.get() != nullptr) mExported.push_back(0);
@@ -138,36 +115,6 @@ void Program::run() {
         receive();
     }
     end();
-}
-
-ndk::SpAIBinder Program::makeObject() {
-    const Counted counted;
-    return makePeerObject([this, counted](transaction_code_t code, const AParcel* in,
-                                          AParcel* out) { return onCall(code, in, out); });
-}
-
-// Keeps the objects that it is given, and returns some.
-binder_status_t Program::onCall(transaction_code_t code, const AParcel* in, AParcel* out) {
-    for (int values = 0; values < 8; ++values) {
-        ndk::SpAIBinder binder;
-        if (AParcel_readStrongBinder(in, binder.getR()) != STATUS_OK) break;
-        if (binder.get() != nullptr && mHeld.size() < kMostHeld) mHeld.push_back(binder);
-    }
-    if (out == nullptr) return STATUS_OK;
-    for (unsigned int left = code % 4; left > 0; --left) putSomething(out);
-    return code % 16 == 15 ? STATUS_INVALID_OPERATION : STATUS_OK;
-}
-
-void Program::putSomething(AParcel* out) {
-    switch (mInput.pick(5)) {
-        case 0: AParcel_writeStrongBinder(out, makeObject().get()); break;
-        case 1:
-            AParcel_writeStrongBinder(
-                out, mHeld.empty() ? nullptr : mHeld[mInput.byte() % mHeld.size()].get());
-            break;
-        case 2: out->writeDescriptor(mPeer >= 0 ? mPeer : 0); break;
-        default: AParcel_writeInt32(out, mInput.number<int32_t>()); break;
-    }
 }
 
 void Program::step() {
@@ -299,60 +246,30 @@ void Program::receive() {
 // As the generated code would, but that it would have asked for the interface first, which blocks.
 void Program::oneway(const ndk::SpAIBinder& binder) {
     AParcel* const in = new AParcel(binder.get());
-    for (unsigned int left = mInput.pick(4); left > 0; --left) putSomething(in);
+    mObjects.put(in);
     AParcel* handedOver = in;
     ndk::ScopedAParcel out;
     (void)AIBinder_transact(binder.get(), 1 + mInput.byte(), &handedOver, out.getR(), FLAG_ONEWAY);
 }
 
 void Program::useHeld() {
-    if (mHeld.empty()) {
-        if (mLink->isAlive() && mInput.flag()) {
-            mHeld.emplace_back(refTo(mLink->root().get()).release());
-        }
-        return;
+    if (mObjects.holdsAny()) {
+        mObjects.use();
+    } else if (mLink->isAlive() && mInput.flag()) {
+        mObjects.hold(ndk::SpAIBinder(refTo(mLink->root().get()).release()));
     }
-    const size_t index = mInput.byte() % mHeld.size();
-    const ndk::SpAIBinder binder = mHeld[index];
-    switch (mInput.pick(4)) {
-        case 0: mHeld.erase(mHeld.begin() + static_cast<std::ptrdiff_t>(index)); break;
-        case 1: oneway(binder); break;
-        case 2: {
-            if (!AIBinder_isRemote(binder.get())) break;
-            mWatches.push_back({binder});
-            Watch& watch = mWatches.back();
-            if (AIBinder_linkToDeath(binder.get(), mRecipient.get(), &watch) != STATUS_OK) {
-                mWatches.pop_back();
-            }
-            break;
-        }
-        default:
-            for (Watch& watch : mWatches) {
-                if (watch.binder != binder || !watch.linked) continue;
-                const bool dead = watch.deaths != 0;
-                watch.linked =
-                    AIBinder_unlinkToDeath(binder.get(), mRecipient.get(), &watch) != STATUS_OK;
-                check(watch.linked == dead, "unlinked what was not linked");
-                break;
-            }
-            break;
-    }
-    LateCommand::runQueued();
 }
 
 void Program::end() {
     close(std::exchange(mPeer, -1));
     mLink->onReady(EPOLLIN | EPOLLHUP);
     runPosted();
-    for (const Watch& watch : mWatches) {
-        check(watch.deaths == (watch.linked ? 1 : 0), "a death that is not reported once");
-    }
-    mWatches.clear();
-    mHeld.clear();
+    mObjects.checkDeaths(true);
+    mObjects.letGo();
     mLink.reset();
     LateCommand::runQueued();
     runPosted();
-    check(gObjects == 0, "objects are left of a link that has ended");
+    check(Objects::alive() == 0, "objects are left of a link that has ended");
 }
 
 }  // namespace
