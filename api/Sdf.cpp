@@ -177,8 +177,7 @@ void Sdf::setCurrent(const std::shared_ptr<Sdf>& client) {
 }
 
 void Sdf::handleSdfStatusInd(status_e status) {
-    const std::shared_ptr<Sdf> self = heldIfCurrent();
-    if (!self) return;
+    if (!isCurrent()) return;
     mServiceUp.store(status == SDF_STATUS_SERVICE_UP, std::memory_order_release);
     if (const auto cb = readSlot<SdfLegacyStatusCb>(&Sdf::mLegacyStatusCb)) cb(status);
     if (!isCurrent()) return;

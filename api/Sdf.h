@@ -20,7 +20,7 @@
 // Threads: requests come on application threads, blobListener() on the transport's. The record (the
 // maps, vectors and callback slots) is locked only when built with LUM_SDF_GUARDED, and never
 // across a callback. An object that is no longer, or not yet, mInstance reports nothing.
-class Sdf : public SdkBase, public std::enable_shared_from_this<Sdf> {
+class Sdf : public SdkBase {
 #if LUM_SDF_GUARDED
     using RecordMutex = lum::utils::Mutex;
 #else
@@ -40,11 +40,12 @@ class Sdf : public SdkBase, public std::enable_shared_from_this<Sdf> {
 
     // The transport's listener: dispatches what the service sent, and reports a refused message or
     // the loss of the service. Other statuses are ignored. Bytes that do not parse are dispatched
-    // as far as they were read.
+    // as far as they were read. Caller must hold this object, as the transport's listener does.
     void blobListener(SdkClientBase::SdkStatus status, const std::vector<uint8_t>& bytes) override;
 
     // Notes whether the service is up (SDF_STATUS_SERVICE_UP) or not (all else), and calls both
-    // status callbacks; the second one only if the first left this client in place.
+    // status callbacks; the second one only if the first left this client in place. Caller must
+    // hold this object.
     void handleSdfStatusInd(status_e status);
 
     // A transaction id that is neither 0, nor pending, nor a live filter's; pending from now on.
@@ -164,11 +165,6 @@ class Sdf : public SdkBase, public std::enable_shared_from_this<Sdf> {
     std::atomic<bool> mServiceUp{false};  // stored with release order
 
   private:
-    // What keeps this object through callbacks; null if it is not, or no longer, the current one.
-    std::shared_ptr<Sdf> heldIfCurrent() {
-        return isCurrent() ? weak_from_this().lock() : nullptr;
-    }
-
     static std::atomic<const Sdf*> sCurrent;  // what mInstance points to
 
     mutable RecordMutex mRecordLock;

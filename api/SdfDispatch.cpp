@@ -34,8 +34,7 @@ SdfAddFilterInfo describe(const SdfProto::AddFilter& filter) {
 
 void Sdf::blobListener(SdkClientBase::SdkStatus status, const std::vector<uint8_t>& bytes) {
     // Whatever arrives for an earlier client ends here.
-    const std::shared_ptr<Sdf> self = heldIfCurrent();
-    if (!self) return;
+    if (!isCurrent()) return;
     if (status == SdkClientBase::SDK_SEND_FAILED) {
         handleSdfStatusInd(SDF_STATUS_INTERNAL_ERROR);
     } else if (status == SdkClientBase::SDK_SERVICE_DOWN) {

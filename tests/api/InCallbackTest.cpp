@@ -35,34 +35,6 @@ TEST_F(InCallbackTest, FirstStatusCallbackReplacesItselfAndTheSecond) {
     EXPECT_EQ(app::takeCalls(), (Calls{"otherLegacy(5)", "otherV2(-7)"}));
 }
 
-// The dispatcher itself keeps the object alive, whatever its caller holds: otherwise the new client
-// may come to lie where the earlier one lay, and pass for it.
-TEST_F(InCallbackTest, DispatcherKeepsTheObject) {
-    Sdf* const object = Sdf::mInstance.get();
-    app::inside("levels", [] {
-        EXPECT_EQ(destroySdfClient(), 0);
-        EXPECT_EQ(createSdfClient(app::onV2), 0);
-        client().mServiceUp = true;
-        scriptRand({7});
-        EXPECT_EQ(setLatency(app::onOtherLevels), 7);
-    });
-    object->blobListener(SdkClientBase::SDK_BLOB_RECEIVED, fromHex(service::effectiveLevels("07")));
-    EXPECT_EQ(app::takeCalls(), Calls{"levels(7,6,3)"});
-    EXPECT_EQ(client().mUsedIds, Ids{7});
-    EXPECT_EQ(client().mLatencyCbs.size(), 1U);
-}
-
-TEST_F(InCallbackTest, StatusHandlerKeepsTheObject) {
-    Sdf* const object = Sdf::mInstance.get();
-    app::inside("legacy", [] {
-        EXPECT_EQ(destroySdfClient(), 0);
-        EXPECT_EQ(createSdfClient(app::onOtherV2), 0);
-    });
-    object->handleSdfStatusInd(SDF_STATUS_SERVICE_UP);
-    EXPECT_EQ(app::takeCalls(), Calls{"legacy(5)"});
-    EXPECT_FALSE(client().mServiceUp);
-}
-
 // The callback that says there is no transport creates and destroys again, and is not called from
 // inside itself without end.
 TEST_F(InCallbackTest, NoTransportAtCreate) {
