@@ -15,9 +15,13 @@
 
 namespace {
 
+// Asked once, with the first line: later the application may be changing its environment.
 bool switchedOn() {
-    const char* const value = getenv("LUM_DEBUG_LOG");
-    return value != nullptr && strcmp(value, "1") == 0;
+    static const bool on = [] {
+        const char* const value = getenv("LUM_DEBUG_LOG");
+        return value != nullptr && strcmp(value, "1") == 0;
+    }();
+    return on;
 }
 
 char letterOf(int priority) {

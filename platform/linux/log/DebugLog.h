@@ -16,7 +16,7 @@
 //     its colon only if there is one, the text;
 //   - without it, or with another value, the line goes to liblog as if this library were not there.
 //
-// The variable is read at each call. Logging leaves errno alone, in the first case.
+// The variable is read once, with the first line. Logging leaves errno alone, in the first case.
 //
 // How to get it into a process
 //
