@@ -13,6 +13,7 @@ import contextlib
 import io
 import pathlib
 import re
+import shutil
 import sys
 import tempfile
 import time
@@ -35,22 +36,37 @@ TREE = sorted((ROOT / "aidl" / PACKAGE).glob("*.aidl"))
 WHERE = re.compile(r"[^:]+\.aidl:[1-9][0-9]*:[1-9][0-9]*: \S")
 
 
-def compile_file(name, content):
-    """Compiles the file in the place of the tree's one of this name, and checks what comes of it."""
-    with tempfile.TemporaryDirectory() as directory:
-        root = pathlib.Path(directory)
-        package = root / "in" / PACKAGE
-        package.mkdir(parents=True)
-        for other in TREE:
-            (package / other.name).symlink_to(other)
-        path = package / name
+class Workspace:
+    """A directory with the tree's files, one of which is another one while it is compiled."""
+
+    def __init__(self, directory):
+        self._root = pathlib.Path(directory)
+        self._package = self._root / "in" / PACKAGE
+        self._package.mkdir(parents=True)
+        for file in TREE:
+            (self._package / file.name).symlink_to(file)
+
+    def check(self, name, content):
+        """Compiles the file in the place of the tree's one of this name, and checks what comes of it."""
+        path = self._package / name
         path.unlink(missing_ok=True)
         path.write_bytes(content)
+        try:
+            self._compile(path)
+        finally:
+            path.unlink()
+            for file in TREE:
+                if file.name == name:
+                    path.symlink_to(file)
+            shutil.rmtree(self._root / "out", ignore_errors=True)
+
+    def _compile(self, path):
+        out = self._root / "out"
         said = io.StringIO()
         with contextlib.redirect_stderr(said):
-            status = aidlc.main(["--lang=ndk", "--structured", "-I", str(root / "in"),
-                                 "-o", str(root / "src"), "-h", str(root / "include"), str(path)])
-        made = [file for file in root.rglob("*") if file.suffix in (".h", ".cpp")]
+            status = aidlc.main(["--lang=ndk", "--structured", "-I", str(self._root / "in"),
+                                 "-o", str(out), "-h", str(out), str(path)])
+        made = [file for file in out.rglob("*") if file.suffix in (".h", ".cpp")]
         errors = said.getvalue().splitlines()
         if status == 0:
             assert made and not errors, "nothing made, or something said"
@@ -61,11 +77,11 @@ def compile_file(name, content):
                 assert WHERE.match(error), f"no place in: {error}"
 
 
-def check(name, content):
+def check(workspace, name, content):
     global files
     files += 1
     try:
-        compile_file(name, content)
+        workspace.check(name, content)
     except BaseException:
         # Hypothesis tries ever smaller ones; the smallest comes last.
         FINDING.parent.mkdir(parents=True, exist_ok=True)
@@ -111,38 +127,39 @@ FILES = {
 }
 
 
-def try_files(examples, seed):
+def try_files(workspace, examples, seed):
     """Some files of each kind; the same each time if there is no seed."""
     for made in FILES.values():
         @hypothesis.settings(max_examples=examples, derandomize=seed is None, deadline=None, database=None,
                              suppress_health_check=list(hypothesis.HealthCheck), print_blob=False)
         @hypothesis.given(made)
         def test(file):
-            check(*file)
+            check(workspace, *file)
 
         (test if seed is None else hypothesis.seed(seed)(test))()
 
 
-def main(mode):
+def main(mode, workspace):
     global files
     files = 0
     began = time.monotonic()
     for path in sorted((ROOT / "fuzz" / "corpus" / "aidl").glob("*.aidl")):
-        check(path.name, path.read_bytes())
+        check(workspace, path.name, path.read_bytes())
     if mode == "--brief":
-        try_files(100, None)
+        try_files(workspace, 100, None)
     else:
         seed = int(time.time())
         while time.monotonic() - began < int(mode):
             seed += 1
-            try_files(250, seed)
+            try_files(workspace, 250, seed)
             print(f"{files} files, {files / (time.monotonic() - began):.0f} a second", flush=True)
     print(f"Done: {files} files in {time.monotonic() - began:.0f} seconds")
 
 
 if __name__ == "__main__":
     try:
-        main(sys.argv[1])
+        with tempfile.TemporaryDirectory() as directory:
+            main(sys.argv[1], Workspace(directory))
     except Exception:
         print(f"\n==> fuzz target aidl has found something: {FINDING}\n"
               "    to keep it, and repeat it each time: put it in fuzz/corpus/aidl under the name of its type",
