@@ -115,6 +115,9 @@ TEST_F(DoctorTest, ObjectsForPrograms) {
             EXPECT_EQ("ok      " + name + object["detail"].get<std::string>(), mAll[i]);
         }
     }
+}
+
+TEST_F(DoctorTest, ObjectForProgramsOfADirectory) {
     const Outcome failed = runSdfctl("doctor --json", {}, {"LUM_BINDER_DIR=/dev/null"});
     EXPECT_EQ(failed.status, 10);
     ASSERT_EQ(failed.lines.size(), 1U);

@@ -286,9 +286,13 @@ TEST_F(ServiceTest, RefusedMessageIsAFailureForTheOlderCallbackToo) {
 }
 
 TEST_F(ServiceTest, AnswerIsNotWaitedForOnceTheServiceIsGone) {
-    EmulatorProcess emulator({"--rule", "on set_latency_level: late 86400000"});
+    EmulatorProcess emulator({"--print", "--rule", "on set_latency_level: late 86400000"});
     ChildProcess child(sdfctlCommand("--timeout 86400 set-latency first 1 1"));
     ASSERT_TRUE(child.waitForLine(kSetLatency));
+    // The request has been sent: with one to send, the library would wait for another service.
+    ASSERT_TRUE(emulator.process().waitFor([](const std::string& line) {
+        return line.find(" SET_LATENCY_LEVEL: ") != std::string::npos;
+    }));
     emulator.kill();
     EXPECT_NE(child.wait(), 0);
     ASSERT_EQ(child.errorLines().size(), 1U);

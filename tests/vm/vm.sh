@@ -110,7 +110,7 @@ done
 # Shows what the program printed, unless all of its tests passed.
 passes() { # PROGRAM FILTER
     output=$(mktemp)
-    timeout 300 "./$1" --gtest_brief=1 --gtest_color=no --gtest_filter="$2" </dev/null >"$output" 2>&1
+    timeout 1200 "./$1" --gtest_brief=1 --gtest_color=no --gtest_filter="$2" </dev/null >"$output" 2>&1
     status=$?
     [ $status = 0 ] && grep -qF '[  PASSED  ] ' "$output" &&
         ! grep -qF -e '[  SKIPPED ]' -e '[  PASSED  ] 0 tests' "$output"
@@ -228,7 +228,7 @@ echo 'no complaints' >>"$root/tests"
 # It cannot restart, so that a kernel that panics ends it. Only what ends it may get between the lines.
 {
     # shellcheck disable=SC2086 # a list of words
-    timeout --foreground "${LUM_VM_LIMIT:-1800}" $machine -smp 2 -m 1024 \
+    timeout --foreground "${LUM_VM_LIMIT:-7200}" $machine -smp 2 -m 1024 \
         -accel tcg,thread=multi -nic none -display none -monitor none -serial stdio -no-reboot \
         -kernel "$kernel"/boot/vmlinuz-* -initrd "$build/vm/initramfs" \
         -append "console=$console loglevel=1 panic=-1 machine=$name" \
