@@ -26,8 +26,9 @@ if(LUM_SANITIZE)
   add_compile_options(-fsanitize=${LUM_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${LUM_SANITIZE})
   if(LUM_SANITIZE MATCHES "undefined")
-    # Without vptr: that check opens pipes, and fails falsely where a test uses up the descriptors.
-    add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=vptr)
+    # Without vptr: that check opens pipes, and fails falsely where a test uses up the descriptors. Nor
+    # function, of which programs in C lack the runtime.
+    add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=vptr,function)
   endif()
 endif()
 

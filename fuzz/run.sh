@@ -1,6 +1,6 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
-# Runs one fuzz target that is built in build/fuzz.
+# Runs one fuzz target that is built in build/asan.
 #
 #   run.sh SECONDS TARGET   its corpus, what earlier runs found beside it, and new inputs for so long
 #   run.sh --brief TARGET   its corpus and new inputs for a few seconds, none of which is kept
@@ -16,7 +16,7 @@ if [ "$target" = aidl ]; then
     [ "$mode" != --keep ] || exit 0
     exec /usr/bin/python3 fuzz/aidl.py "$mode"
 fi
-program=build/fuzz/bin/fuzz_$target
+program=build/asan/bin/fuzz_$target
 corpus=fuzz/corpus/$target
 inputs=build/fuzz/inputs/$target
 findings=build/fuzz/findings/$target
