@@ -99,6 +99,7 @@ TEST_F(DriverTest, PoolGrowsToSixteenThreads) {
 TEST_F(DriverTest, ObjectsGoAndComeAndLeaveNothingWithTheDriver) {
     ABinderProcess_startThreadPool();
     const auto round = [this] {
+        EXPECT_EQ(find(kName), mService);
         const ndk::SpAIBinder mine =
             makePeerObject([](transaction_code_t, const AParcel*, AParcel*) {
                 return binder_status_t{STATUS_OK};
@@ -120,8 +121,8 @@ TEST_F(DriverTest, ObjectsGoAndComeAndLeaveNothingWithTheDriver) {
     };
     ASSERT_TRUE(settled(10));
     // The service. The service manager, handle 0, needs no reference.
-    const DriverCounts here{0, 1, 0, 0};
-    const DriverCounts there{1, 0, 0, 0};
+    const DriverCounts here{0, 1, 1};
+    const DriverCounts there{1};
     expectSettlesAt(getpid(), here);
     expectSettlesAt(mPeer.pid(), there);
     const size_t descriptors = openDescriptors();

@@ -212,7 +212,7 @@ class RawDriverTest : public PeerTest {
         if (IsSkipped()) return;
         EXPECT_EQ(ask(kAdd, args(1, 2)), 3);
         // The service; nothing of the one that misbehaved.
-        const DriverCounts there{1, 0, 0, 0};
+        const DriverCounts there{1};
         EXPECT_TRUE(eventually([&] { return driverCountsOf(mPeer.pid()).holdsNoMoreThan(there); }))
             << driverCountsOf(mPeer.pid());
         EXPECT_TRUE(eventually([&] { return descriptorsOf(mPeer.pid()) == mDescriptors; }));

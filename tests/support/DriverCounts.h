@@ -15,20 +15,23 @@
 
 // What the kernel's binder driver counts for a process: all 0 over sockets.
 struct DriverCounts {
-    int nodes;    // its own objects that others know
-    int refs;     // objects of others that it knows
-    int buffers;  // calls that it has not given back
-    int threads;
+    int nodes = 0;       // its own objects that others know
+    int refs = 0;        // objects of others that it knows
+    int strongRefs = 0;  // how often it holds these, all together
+    int weakRefs = 0;
+    int buffers = 0;  // calls that it has not given back
+    int threads = 0;
 
     // Leaves out the threads, which stay.
     bool holdsNoMoreThan(const DriverCounts& limit) const {
-        return nodes <= limit.nodes && refs <= limit.refs && buffers <= limit.buffers;
+        return nodes <= limit.nodes && refs <= limit.refs && strongRefs <= limit.strongRefs &&
+               weakRefs <= limit.weakRefs && buffers <= limit.buffers;
     }
 };
 
 inline std::ostream& operator<<(std::ostream& out, const DriverCounts& counts) {
-    return out << counts.nodes << " nodes, " << counts.refs << " refs, " << counts.buffers
-               << " buffers";
+    return out << counts.nodes << " nodes, " << counts.refs << " refs (" << counts.strongRefs
+               << " strong, " << counts.weakRefs << " weak), " << counts.buffers << " buffers";
 }
 
 constexpr char kDriverStats[] = "/sys/kernel/debug/binder/stats";
@@ -45,12 +48,14 @@ inline DriverCounts driverCountsOf(pid_t pid) {
         std::istringstream words(line);
         std::string name;
         int number = 0;
-        words >> name >> number;
-        if (name == "proc") {
-            wanted = number == pid;
-        } else if (wanted) {
-            counts.emplace(name, number);
+        while (words >> name >> number) {  // one line is "refs: COUNT s STRONG w WEAK"
+            if (name == "proc") {
+                wanted = number == pid;
+            } else if (wanted) {
+                counts.emplace(name, number);
+            }
         }
     }
-    return {counts["nodes:"], counts["refs:"], counts["buffers:"], counts["threads:"]};
+    return {counts["nodes:"], counts["refs:"],    counts["s"],
+            counts["w"],      counts["buffers:"], counts["threads:"]};
 }
