@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the doctor says of the driver's service manager, with the answer written by hand.
 #include <gtest/gtest.h>
+#include <linux/android/binder.h>
 #include <lum/service_manager.h>
 
 #include "tools/place/DriverCheck.h"
+#include "tools/place/DriverReason.h"
 
 namespace {
 
@@ -16,7 +18,32 @@ AStatus* LumServiceManager_mayFind(const char* /*instance*/) {
     return gAnswer;
 }
 
+// The linker turns every call of ioctl into one of this: every device is one of the driver.
+extern "C" __attribute__((visibility("default"))) int __wrap_ioctl(int /*fd*/,
+                                                                   unsigned long request,
+                                                                   void* argument) {
+    EXPECT_EQ(request, BINDER_VERSION);
+    static_cast<binder_version*>(argument)->protocol_version = BINDER_CURRENT_PROTOCOL_VERSION;
+    return 0;
+}
+
 namespace {
+
+constexpr char kDevice[] = "/dev/null";
+
+// Though it can be opened, and has the right version.
+TEST(DriverCheckTest, DeviceThatTheRuntimeCannotUseIsAnObstacle) {
+    gAnswer = AStatus_fromExceptionCode(EX_UNSUPPORTED_OPERATION);
+    EXPECT_EQ(driverObstacle(kDevice).trouble, "it cannot be used; the log says why");
+    EXPECT_STREQ(driverReasonOf(EX_UNSUPPORTED_OPERATION),
+                 "the binder device cannot be used (\"sdfctl doctor\" says why)");
+}
+
+TEST(DriverCheckTest, RefusalOfAServiceManagerSaysNothingOfTheDevice) {
+    gAnswer = AStatus_fromExceptionCode(EX_ILLEGAL_STATE);
+    EXPECT_EQ(driverObstacle(kDevice).trouble, "");
+    EXPECT_STREQ(driverReasonOf(EX_ILLEGAL_STATE), "the service manager does not accept it");
+}
 
 TEST(DriverCheckTest, NameThatMayBeLookedUpIsNoObstacle) {
     gAnswer = AStatus_newOk();

@@ -559,6 +559,18 @@ TEST_F(KernelLinkTest, ChildMayEndWhatItHasOfTheParent) {
         [&] { second.set(nullptr); }));
 }
 
+// With an exception that no service manager answers with.
+TEST(KernelRegistryTest, DeviceThatCannotBeUsedIsReported) {
+    const LogCapture log;
+    KernelRegistry registry("/dev/none");
+    EXPECT_EQ(registry.mayFind("lum.test").getExceptionCode(), EX_UNSUPPORTED_OPERATION);
+    int ended = 0;
+    const ndk::SpAIBinder object = makeCounted(&ended);
+    EXPECT_EQ(registry.add(*object.get()->asLocal(), "lum.test"), EX_UNSUPPORTED_OPERATION);
+    EXPECT_EQ(registry.find("lum.test"), nullptr);
+    EXPECT_EQ(log.lines().size(), 1U);
+}
+
 // Whatever allocation fails: the service manager is not left with the callback, and the wait goes
 // on.
 TEST(KernelRegistryTest, WaitsAlsoAfterItFoundNoMemory) {

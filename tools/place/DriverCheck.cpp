@@ -26,6 +26,9 @@ constexpr char kOtherDevice[] =
 constexpr char kOtherKernel[] =
     "It takes a kernel whose driver speaks that version, as all do that are built without "
     "CONFIG_ANDROID_BINDER_IPC_32BIT.";
+constexpr char kMap[] =
+    "It takes the right to map the device, and address space for that: see what the system's policy "
+    "denies (dmesg), and raise the limit (ulimit -v), or run this as somebody else.";
 constexpr char kStartManager[] =
     "Start one: where Android runs its own, otherwise lum_servicemanager, with the same LUM_BINDER.";
 constexpr char kAllow[] =
@@ -83,6 +86,9 @@ Obstacle driverObstacle(const std::string& device) {
     if (!node.trouble.empty()) return node;
     // Under what is its own name on a device. What it says of that is of no interest here.
     const ndk::ScopedAStatus status = mayFind("manager");
+    if (status.getExceptionCode() == EX_UNSUPPORTED_OPERATION) {
+        return {"it cannot be used; the log says why", kMap};
+    }
     if (status.getExceptionCode() != EX_TRANSACTION_FAILED) return {};
     switch (status.getStatus()) {
         case STATUS_DEAD_OBJECT: return {"it has no service manager", kStartManager};

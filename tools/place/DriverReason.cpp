@@ -8,7 +8,7 @@ const char* driverReasonOf(binder_exception_t refused) {
                    "policy does not let this process have it";
         case EX_TRANSACTION_FAILED:
             return "no service manager can be asked (\"sdfctl doctor\" says why)";
-        case EX_ILLEGAL_STATE:
+        case EX_UNSUPPORTED_OPERATION:
             return "the binder device cannot be used (\"sdfctl doctor\" says why)";
         default: return "the service manager does not accept it";
     }

@@ -4,7 +4,8 @@
 // That there is no driver is logged already, when it is opened.
 
 binder_exception_t KernelRegistry::add(LocalBinder& object, const std::string& name) {
-    return mLink->isOpen() ? mManager.add(object, name).getExceptionCode() : EX_ILLEGAL_STATE;
+    return mLink->isOpen() ? mManager.add(object, name).getExceptionCode()
+                           : EX_UNSUPPORTED_OPERATION;
 }
 
 BinderRef KernelRegistry::find(const std::string& name) {
@@ -19,5 +20,5 @@ BinderRef KernelRegistry::waitFor(const std::string& name) {
 
 ndk::ScopedAStatus KernelRegistry::mayFind(const std::string& name) {
     return mLink->isOpen() ? mManager.mayFind(name)
-                           : ndk::ScopedAStatus::fromExceptionCode(EX_ILLEGAL_STATE);
+                           : ndk::ScopedAStatus::fromExceptionCode(EX_UNSUPPORTED_OPERATION);
 }

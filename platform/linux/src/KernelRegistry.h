@@ -16,8 +16,8 @@ class KernelRegistry final : public ServiceRegistry {
 
     const std::shared_ptr<KernelLink>& link() const { return mLink; }
 
-    // Refuses with what the service manager answers, with EX_ILLEGAL_STATE when there is no driver,
-    // and with EX_TRANSACTION_FAILED when there is no service manager.
+    // Refuses with what the service manager answers, with EX_TRANSACTION_FAILED when there is none,
+    // and with EX_UNSUPPORTED_OPERATION, which none answers, when there is no driver.
     binder_exception_t add(LocalBinder& object, const std::string& name) override;
     BinderRef find(const std::string& name) override;
     // Returns null only if the service manager refuses, or is missing.

@@ -21,7 +21,8 @@ extern "C" {
 // arguments that are not as said, or a directory whose path is too long for a socket's; EX_SECURITY
 // if the socket directory is not this user's alone; EX_ILLEGAL_STATE if the system lacks what it
 // takes; EX_TRANSACTION_FAILED when there is no memory. Over the kernel's driver also what the
-// service manager refuses with, and EX_TRANSACTION_FAILED when there is none.
+// service manager refuses with, EX_TRANSACTION_FAILED when there is none, and
+// EX_UNSUPPORTED_OPERATION when the device cannot be used.
 binder_exception_t AServiceManager_addService(AIBinder* binder, const char* instance);
 
 // Returns the object of that name with one strong reference, owned by the caller; null if nobody

@@ -21,7 +21,7 @@ const char* LumServiceManager_device(void);
 // Returns a status, owned by the caller, or null when there is no memory. Over sockets it is OK.
 // Over the kernel's driver it is OK if the service manager lets this process look, whether or not
 // anybody serves the name; what the service manager refuses with; STATUS_DEAD_OBJECT when there is
-// none; and EX_ILLEGAL_STATE when the device cannot be used.
+// none; and EX_UNSUPPORTED_OPERATION when the device cannot be used.
 AStatus* LumServiceManager_mayFind(const char* instance);
 
 #pragma GCC visibility pop
