@@ -50,11 +50,25 @@ TEST(DriverCheckTest, NameThatMayBeLookedUpIsNoObstacle) {
     EXPECT_EQ(refusalObstacle("lum").trouble, "");
 }
 
-TEST(DriverCheckTest, NoMemoryForTheAnswerIsReported) {
-    gAnswer = nullptr;
-    EXPECT_EQ(refusalObstacle("lum").trouble,
+// Not what dies meanwhile, or finds no memory.
+TEST(DriverCheckTest, PolicyIsBlamedForRefusalsOnly) {
+    gAnswer = AStatus_fromExceptionCodeWithMessage(EX_SECURITY, "denied");
+    const Obstacle refused = refusalObstacle("lum");
+    EXPECT_EQ(refused.trouble,
               "the service manager does not let this process look the name up: "
+              "Status(-1, EX_SECURITY): 'denied'");
+    EXPECT_EQ(refused.advice.find("The system's policy has to let this process find"), 0U);
+    gAnswer = nullptr;
+    const Obstacle unknown = refusalObstacle("lum");
+    EXPECT_EQ(unknown.trouble,
+              "the service manager cannot be asked about it: "
               "Status(-129, EX_TRANSACTION_FAILED): 'STATUS_NO_MEMORY: '");
+    EXPECT_EQ(unknown.advice.find("It may have died, or lack memory: run this again"), 0U);
+    EXPECT_EQ(driverObstacle(kDevice).advice, unknown.advice);
+    gAnswer = AStatus_fromStatus(STATUS_FAILED_TRANSACTION);
+    EXPECT_EQ(
+        driverObstacle(kDevice).advice.find("The system's policy has to let this process call"),
+        0U);
 }
 
 }  // namespace

@@ -37,6 +37,9 @@ constexpr char kAllow[] =
 constexpr char kAllowName[] =
     "The system's policy has to let this process find the service: see what it denies (dmesg), and "
     "add a rule, or run this as somebody else.";
+constexpr char kAskAgain[] =
+    "It may have died, or lack memory: run this again, and if nothing changes, look into its log and "
+    "the kernel's (dmesg).";
 constexpr char kOtherPartition[] =
     "It takes calls of another partition: the vendor's come over a device whose name ends with "
     "vndbinder, the system's over any other. Set LUM_BINDER to the device with the service, here and "
@@ -95,14 +98,18 @@ Obstacle driverObstacle(const std::string& device) {
         case STATUS_BAD_TYPE:
             return {"its service manager is of another partition", kOtherPartition};
         default:
-            return {"its service manager cannot be called: " + status.getDescription(), kAllow};
+            return {"its service manager cannot be called: " + status.getDescription(),
+                    status.getStatus() == STATUS_FAILED_TRANSACTION ? kAllow : kAskAgain};
     }
 }
 
 Obstacle refusalObstacle(const char* name) {
     const ndk::ScopedAStatus status = mayFind(name);
     if (status.isOk()) return {};
-    return {"the service manager does not let this process look the name up: " +
-                status.getDescription(),
-            kAllowName};
+    if (status.getExceptionCode() == EX_SECURITY) {
+        return {"the service manager does not let this process look the name up: " +
+                    status.getDescription(),
+                kAllowName};
+    }
+    return {"the service manager cannot be asked about it: " + status.getDescription(), kAskAgain};
 }
