@@ -163,6 +163,28 @@ TEST_F(DriverManagerTest, ServiceManagerMakesNoThreads) {
     EXPECT_EQ(std::distance(begin(threads), end(threads)), 1);
 }
 
+// The driver remembers who it was.
+TEST_F(DriverManagerTest, DeviceHadAServiceManagerOfAnotherUser) {
+    manage(LUM_SERVICEMANAGER_PROGRAM);
+    mManager->kill();
+    // As long as the driver is still at its end.
+    const Lines busy{"lum_servicemanager: another process is the service manager of this device"};
+    Lines errors;
+    EXPECT_TRUE(eventually([&] {
+        EXPECT_EQ(seteuid(65534), 0);
+        ChildProcess manager({LUM_SERVICEMANAGER_PROGRAM}, {"LUM_BINDER=/dev/binder"});
+        EXPECT_EQ(seteuid(0), 0);
+        allowSecond(manager);
+        allowComplaints(manager.pid(), "binder_linux: BINDER_SET_CONTEXT_MGR bad uid 65534 != 0");
+        EXPECT_EQ(manager.wait(), 1);
+        errors = manager.errorLines();
+        return errors != busy;
+    }));
+    EXPECT_EQ(errors,
+              Lines{"lum_servicemanager: the driver keeps this device for the user who was its "
+                    "service manager first: run this as that user, or restart the machine"});
+}
+
 TEST_F(DriverManagerTest, ServiceManagerThatHasStopped) {
     manage(LUM_SERVICEMANAGER_PROGRAM);
     ASSERT_TRUE(stopChild(mManager->pid()));

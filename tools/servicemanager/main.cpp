@@ -60,6 +60,11 @@ int main(int argc, char** argv) {
     const auto& manager = *new ServiceManager();
     const int error = link.setContextManager(*manager.object().get());
     if (error == EBUSY) return fail("another process is the service manager of this device");
+    if (error == EPERM) {
+        return fail(
+            "the driver keeps this device for the user who was its service manager first: run this "
+            "as that user, or restart the machine");
+    }
     if (error != 0) {
         fprintf(stderr, "lum_servicemanager: the driver refuses (%s)\n", strerror(error));
         return 1;
