@@ -385,6 +385,19 @@ TEST_F(ServiceManagerTest, ThoseWhoWaitAreNotified) {
     EXPECT_EQ(mLink->takeCalls(), Texts{});
 }
 
+// Not what they are notified of, nor the others.
+TEST_F(ServiceManagerTest, NotificationThatFindsNoMemoryEndsNothingElse) {
+    const auto lacking = std::make_shared<AnsweringLink>(Replies{{"", nullptr, true}});
+    const SpAIBinder first = makeRemote(lacking, 9);
+    EXPECT_EQ(startNotifying(first), kOk);
+    EXPECT_EQ(startNotifying(makeRemote(mLink, 10)), kOk);
+    EXPECT_EQ(add(mService), kOk);
+    EXPECT_EQ(lacking->takeCalls().size(), 1U);
+    EXPECT_EQ(mLink->takeCalls().size(), 1U);
+    EXPECT_EQ(startNotifying(first), kOk);
+    EXPECT_EQ(lacking->takeCalls().size(), 1U);
+}
+
 TEST_F(ServiceManagerTest, NamesAndCallbacksGoWithTheirProcess) {
     const SpAIBinder callback = makeRemote(mLink, 9);
     EXPECT_EQ(add(mService), kOk);

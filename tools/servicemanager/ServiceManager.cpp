@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/src/CallOut.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/RemoteBinder.h"
 #include "platform/linux/src/ServiceManagerInterface.h"
@@ -47,17 +48,19 @@ binder_status_t readObject(const AParcel* in, std::string* name, ndk::SpAIBinder
 }
 
 // One-way, so that a process that does not answer keeps nothing up. What becomes of it is the
-// receiver's business.
+// receiver's business, also when there is no memory to send it.
 void notify(const ndk::SpAIBinder& callback, const std::string& name,
-            const ndk::SpAIBinder& object) {
+            const ndk::SpAIBinder& object) noexcept {
     RemoteBinder* const remote = callback.get()->asRemote();
     if (remote == nullptr) return;
-    AParcel in;
-    std::unique_ptr<AParcel> nothing;
-    if (in.writeInterfaceToken(kServiceCallback) == STATUS_OK &&
-        in.writeString(name) == STATUS_OK && in.writeBinder(object.get()) == STATUS_OK) {
-        remote->transact(kOnRegistration, in, FLAG_ONEWAY, &nothing);
-    }
+    withoutThrowing([&] {
+        AParcel in;
+        std::unique_ptr<AParcel> nothing;
+        if (in.writeInterfaceToken(kServiceCallback) == STATUS_OK &&
+            in.writeString(name) == STATUS_OK && in.writeBinder(object.get()) == STATUS_OK) {
+            remote->transact(kOnRegistration, in, FLAG_ONEWAY, &nothing);
+        }
+    });
 }
 
 }  // namespace
