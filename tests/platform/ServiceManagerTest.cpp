@@ -301,10 +301,11 @@ const ServiceManager& makeManager() {
 
 class ServiceManagerTest : public testing::Test {
   protected:
-    // Calls it as a process of that user does. object: at the end of what the call begins with.
+    // Calls it as a process of that user does, each time another one. object: at the end of what
+    // the call begins with.
     std::string call(transaction_code_t code, const std::string& rest, AIBinder* object = nullptr,
-                     uid_t uid = 1000, pid_t pid = 4711) const {
-        const CallContext context{uid, pid, nullptr};
+                     uid_t uid = 1000) {
+        const CallContext context{uid, ++mPid, nullptr};
         const CallScope scope(context);
         const std::unique_ptr<AParcel> in =
             received(kToken + rest, object, fromHex(kToken + kName).size());
@@ -312,14 +313,13 @@ class ServiceManagerTest : public testing::Test {
         EXPECT_EQ(mManager.object().get()->asLocal()->transact(code, *in, &out), STATUS_OK);
         return toHex(out.bytes());
     }
-    std::string add(const SpAIBinder& object, uid_t uid = 1000, const std::string& name = kName,
-                    pid_t pid = 4711) const {
-        return call(3, name + kRemote + kVendorWord + " 00 00 00 00 08 00 00 00", object.get(), uid,
-                    pid);
+    std::string add(const SpAIBinder& object, uid_t uid = 1000, const std::string& name = kName) {
+        return call(3, name + kRemote + kVendorWord + " 00 00 00 00 08 00 00 00", object.get(),
+                    uid);
     }
     std::string startNotifying(const SpAIBinder& callback, const std::string& name = kName,
-                               pid_t pid = 4711) const {
-        return call(5, name + kRemote + kVendorWord, callback.get(), 1000, pid);
+                               uid_t uid = 1000) {
+        return call(5, name + kRemote + kVendorWord, callback.get(), uid);
     }
     // Of a call that is refused: its exception.
     static std::string exceptionOf(const std::string& answer) { return answer.substr(0, 11); }
@@ -328,8 +328,9 @@ class ServiceManagerTest : public testing::Test {
         notification.setProxy(refTo(object.get()));
         notification.run();
     }
-    bool knows() const { return call(2, kName) == kOk + kRemote + kVendorWord; }
+    bool knows() { return call(2, kName) == kOk + kRemote + kVendorWord; }
 
+    pid_t mPid = 4711;
     const ServiceManager& mManager = makeManager();
     const std::shared_ptr<AnsweringLink> mLink = std::make_shared<AnsweringLink>();
     const SpAIBinder mService = makeRemote(mLink, 7);
@@ -451,17 +452,18 @@ TEST_F(ServiceManagerTest, NameToWaitForHasToBeOne) {
               "FD FF FF FF");
 }
 
-TEST_F(ServiceManagerTest, ProcessHasSoManyNamesAndCallbacks) {
+// Whichever of its processes they are of.
+TEST_F(ServiceManagerTest, UserHasSoManyNamesAndCallbacks) {
     const SpAIBinder callback = makeRemote(mLink, 9);
     EXPECT_EQ(add(mService), kOk);
-    for (int i = 1; i < 500; ++i) ASSERT_EQ(startNotifying(callback), kOk) << i;
+    for (int i = 1; i < 5000; ++i) ASSERT_EQ(startNotifying(callback), kOk) << i;
     EXPECT_EQ(exceptionOf(startNotifying(callback)), mIllegalState);
     const std::string otherName = "03 00 00 00 6C 00 75 00 6E 00 00 00";
     EXPECT_EQ(exceptionOf(add(mService, 1000, otherName)), mIllegalState);
     // What it has may still change, and others are served.
     EXPECT_EQ(add(mService), kOk);
-    EXPECT_EQ(add(mService, 1000, otherName, 4712), kOk);
-    EXPECT_EQ(startNotifying(callback, kName, 4712), kOk);
+    EXPECT_EQ(add(mService, 1001, otherName), kOk);
+    EXPECT_EQ(startNotifying(callback, kName, 1001), kOk);
     EXPECT_EQ(call(6, kName + kRemote + kVendorWord, callback.get()), kOk);
     EXPECT_EQ(startNotifying(callback), kOk);
     EXPECT_EQ(exceptionOf(startNotifying(callback)), mIllegalState);

@@ -18,13 +18,14 @@ using lum::utils::MutexLock;
 
 namespace {
 
-// Names and callbacks that a process may have, so that none uses up the memory of this one, or
-// makes it slow for others.
-constexpr ptrdiff_t kMostOfAProcess = 500;
+// Names and callbacks that a user may have, so that none uses up the memory of this process, or
+// makes it slow for others. Not of a process: it may make others, and the driver does not always
+// say which one calls.
+constexpr ptrdiff_t kMostOfAUser = 5000;
 
 constexpr char kNoName[] = "a name has 1 to 127 letters, digits and characters of \"._-/\"";
 constexpr char kNotHeard[] = "the object's death cannot be waited for, or has come";
-constexpr char kTooMany[] = "a process may have 500 names and callbacks";
+constexpr char kTooMany[] = "a user may have 5000 names and callbacks";
 
 ServiceManager* gManager = nullptr;
 
@@ -113,7 +114,7 @@ binder_status_t ServiceManager::add(const AParcel* in, AParcel* out) {
     }
     if (!added.willBeHeard()) return answer(out, EX_ILLEGAL_STATE, kNotHeard);
     if (isNew) {
-        if (hasAll(added.pid)) return answer(out, EX_ILLEGAL_STATE, kTooMany);
+        if (hasAll(added.uid)) return answer(out, EX_ILLEGAL_STATE, kTooMany);
         mServices.emplace(name, &added);
     } else {
         replaced = mEntries.extract(known->second->cookie);
@@ -148,7 +149,7 @@ binder_status_t ServiceManager::startNotifying(const AParcel* in, AParcel* out) 
     const Entry& added = addEntry(name, callback, &entries);
     const MutexLock lock(mLock);
     if (!added.willBeHeard()) return answer(out, EX_ILLEGAL_STATE, kNotHeard);
-    if (hasAll(added.pid)) return answer(out, EX_ILLEGAL_STATE, kTooMany);
+    if (hasAll(added.uid)) return answer(out, EX_ILLEGAL_STATE, kTooMany);
     mEntries.merge(entries);
     const auto service = mServices.find(name);
     if (service != mServices.end()) notify(callback, name, service->second->object);
@@ -178,7 +179,6 @@ ServiceManager::Entry::Entry(std::string theName, ndk::SpAIBinder theObject,
     : name(std::move(theName)),
       object(std::move(theObject)),
       uid(AIBinder_getCallingUid()),
-      pid(AIBinder_getCallingPid()),
       cookie(theCookie),
       mRecipient(recipient),
       mIsLinked(AIBinder_linkToDeath(object.get(), recipient, cookie) == STATUS_OK) {}
@@ -195,10 +195,10 @@ ServiceManager::Entry& ServiceManager::addEntry(const std::string& name,
     return entries->try_emplace(cookie, name, object, mRecipient.get(), cookie).first->second;
 }
 
-bool ServiceManager::hasAll(pid_t pid) const {
-    return std::count_if(mEntries.begin(), mEntries.end(), [pid](const auto& entry) {
-               return entry.second.pid == pid;
-           }) >= kMostOfAProcess;
+bool ServiceManager::hasAll(uid_t uid) const {
+    return std::count_if(mEntries.begin(), mEntries.end(), [uid](const auto& entry) {
+               return entry.second.uid == uid;
+           }) >= kMostOfAUser;
 }
 
 void ServiceManager::onDied(void* cookie) {

@@ -41,7 +41,6 @@ class ServiceManager {
         const std::string name;
         const ndk::SpAIBinder object;
         const uid_t uid;
-        const pid_t pid;
         void* const cookie;  // of its death; differs from that of every other entry
 
       private:
@@ -61,7 +60,7 @@ class ServiceManager {
     binder_status_t stopNotifying(const AParcel* in, AParcel* out);
 
     Entry& addEntry(const std::string& name, const ndk::SpAIBinder& object, Entries* entries);
-    bool hasAll(pid_t pid) const LUM_REQUIRES(mLock);
+    bool hasAll(uid_t uid) const LUM_REQUIRES(mLock);
     void died(void* cookie);
 
     const ndk::ScopedAIBinder_DeathRecipient mRecipient;
