@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <future>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -23,8 +22,8 @@
 #include <string>
 #include <system_error>
 #include <thread>
-#include <utility>
 
+#include "tools/LimitedCall.h"
 #include "tools/emulator/BinderService.h"
 #include "tools/emulator/ClientTable.h"
 #include "tools/emulator/CommandLine.h"
@@ -59,18 +58,10 @@ int takeSignals() {
     return signalfd(-1, &waited, SFD_CLOEXEC);
 }
 
-// Whether a process is dead. One that hangs does not answer, so that another thread asks it.
+// Whether a process is dead. One that hangs does not answer.
 bool isDead(const ndk::SpAIBinder& object) {
-    constexpr std::chrono::seconds kLimit{5};
-    std::packaged_task<binder_status_t()> ping([object] { return AIBinder_ping(object.get()); });
-    std::future<binder_status_t> answer = ping.get_future();
-    std::thread thread(std::move(ping));
-    if (answer.wait_for(kLimit) != std::future_status::ready) {
-        thread.detach();
-        return false;
-    }
-    thread.join();
-    return answer.get() == STATUS_DEAD_OBJECT;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    return callUntil(end, [object] { return AIBinder_ping(object.get()); }) == STATUS_DEAD_OBJECT;
 }
 
 // A name that is served would be taken over, which whoever started another emulator before has

@@ -8,15 +8,14 @@
 
 #include <algorithm>
 #include <functional>
-#include <future>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "proto/SdfProto.pb.h"
+#include "tools/LimitedCall.h"
 #include "tools/place/Place.h"
 #include "tools/sdfctl/Waiter.h"
 #include "utils/Mutex.h"
@@ -200,16 +199,8 @@ Trouble ServiceProbe::silence() const {
     return {alive ? Trouble::Kind::kOther : Trouble::Kind::kDied, "it says nothing"};
 }
 
-// A service may take a call and never return from it, so each call has a thread of its own.
 Trouble ServiceProbe::call(std::function<Trouble()> body) {
-    std::packaged_task<Trouble()> task(std::move(body));
-    std::future<Trouble> result = task.get_future();
-    std::thread thread(std::move(task));
-    mStuck = result.wait_until(inSeconds(mLimit)) != std::future_status::ready;
-    if (mStuck) {
-        thread.detach();
-        return {Trouble::Kind::kStuck, "the call does not return"};
-    }
-    thread.join();  // with everything that it holds of the service
-    return result.get();
+    const std::optional<Trouble> trouble = callUntil(inSeconds(mLimit), std::move(body));
+    mStuck = !trouble;
+    return trouble.value_or(Trouble{Trouble::Kind::kStuck, "the call does not return"});
 }

@@ -7,13 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <future>
 #include <system_error>
-#include <thread>
-#include <utility>
 #include <vector>
 
-#include "utils/SignalMask.h"
+#include "tools/LimitedCall.h"
 
 namespace {
 
@@ -97,15 +94,8 @@ std::optional<size_t> Waiter::wait(std::optional<Time> end,
 }
 
 std::optional<long long> Waiter::withLimit(double seconds, long long (*body)()) const {
-    std::packaged_task<long long()> task(body);
-    std::future<long long> result = task.get_future();
-    {
-        const SignalMask mask;  // signals are this thread's
-        std::thread(std::move(task)).detach();
-    }
     mSignals.unblock();
-    const bool returned = result.wait_until(inSeconds(seconds)) == std::future_status::ready;
+    const std::optional<long long> result = callUntil(inSeconds(seconds), body);
     mSignals.block();
-    if (!returned) return std::nullopt;
-    return result.get();
+    return result;
 }
