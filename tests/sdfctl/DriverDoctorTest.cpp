@@ -28,7 +28,8 @@ class DriverDoctorTest : public testing::Test {
   protected:
     // Runs it with that device and expects these lines, the second one to begin so.
     static void expectFailure(int status, const std::string& device, const std::string& failed,
-                              const std::string& advice, Lines command = sdfctlCommand("doctor")) {
+                              const std::string& advice,
+                              const Lines& command = sdfctlCommand("doctor")) {
         ChildProcess doctor(command, {"LUM_BINDER=" + device});
         EXPECT_EQ(doctor.wait(), status);
         const Lines lines = doctor.lines();

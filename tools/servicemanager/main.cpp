@@ -57,7 +57,7 @@ int main(int argc, char** argv) {
     static KernelRegistry& registry = *new KernelRegistry(device);
     KernelLink& link = *registry.link();
     if (!link.isOpen()) return fail("cannot use the driver's device; the log says why");
-    const auto& manager = *new ServiceManager();
+    static const auto& manager = *new ServiceManager();
     const int error = link.setContextManager(*manager.object().get());
     if (error == EBUSY) return fail("another process is the service manager of this device");
     if (error == EPERM) {
