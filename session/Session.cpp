@@ -209,6 +209,8 @@ void SdfSession::onConfirmed(SdfSession* session, int result, SdfFilter* /*filte
 
 void SdfSession::reportState() {
     mStateDue = false;
+    // The service came and went before either could be reported.
+    if (mState == SDF_SESSION_DOWN && mReported == SDF_SESSION_DOWN) return;
     mReported = mState;
     if (mCb == nullptr) return;
     beforeCallback();

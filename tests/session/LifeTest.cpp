@@ -196,6 +196,18 @@ TEST_F(LifeTest, ServiceThatComesUpLateIsTaken) {
     EXPECT_EQ(mSdk.take(), (Lines{"Create", "RegFilterStatus"}));
 }
 
+// It is down all the time, as far as the application is concerned.
+TEST_F(LifeTest, ServiceThatComesUpLateAndGoesAtOnceIsNotReported) {
+    open();
+    EXPECT_EQ(reported(2), (Lines{"session connecting", "session down: no service"}));
+    mSdk.up();
+    mSdk.status(SDF_V2_SERVICE_DOWN);
+    EXPECT_EQ(reported(), Lines{});
+    waitForNextClient();
+    mSdk.up();
+    EXPECT_EQ(reported(2), (Lines{"session connecting", "session up"}));
+}
+
 TEST_F(LifeTest, NoAttemptWhileTheLastClientIsBeingDestroyed) {
     openUp();
     mSdk.hold(true);
