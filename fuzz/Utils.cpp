@@ -415,6 +415,7 @@ void Program::onEvent(int fd, Registration* registration) {
 }
 
 void Program::onDone(Ending* ending) {
+    if (!mPasses.empty()) advanceTo(kEnd);
     const auto found = std::find_if(mPending.begin(), mPending.end(), [&](const Removal& removal) {
         return removal.ending == ending;
     });
