@@ -76,12 +76,12 @@ class Mutation:
         text = " ".join([self.name, self.test] + [path for path, _, _ in self.edits]).lower()
         return not patterns or any(pattern.lower() in text for pattern in patterns)
 
-    def changed(self):
+    def changed(self, tree):
         """The changed files' new contents by path; None when the mutation does not apply."""
         contents = {}
         for path, old, new in self.edits:
             if path not in contents:
-                source = TREE / path
+                source = tree / path
                 contents[path] = source.read_text() if source.is_file() else ""
             pattern = r"\s+".join(re.escape(word) for word in old.split())
             contents[path], count = re.subn(pattern, lambda _, new=new: new.strip(), contents[path])
@@ -181,7 +181,7 @@ def tests_of(program, tests):
 
 def try_mutation(mutation, tests):
     """What becomes of it, and of which test or why."""
-    contents = mutation.changed()
+    contents = mutation.changed(TREE)
     if contents is None:
         return "DOES NOT APPLY", ", ".join(path for path, _, _ in mutation.edits)
     originals = {path: (TREE / path).read_text() for path in contents}
@@ -222,16 +222,17 @@ def prepare(programs):
 
 def main():
     parser = argparse.ArgumentParser(prog="mutate", description=__doc__.split("\n")[0])
-    parser.add_argument("--list", action="store_true", help="only name the mutations")
+    parser.add_argument("--list", action="store_true", help="only name the mutations; the status is 1 if one does not apply")
     parser.add_argument("patterns", nargs="*", metavar="PATTERN")
     arguments = parser.parse_args()
     files = sorted(pathlib.Path(__file__).parent.glob("*.txt"))
     known = sum(map(read_mutations, files), [])
     mutations = [mutation for mutation in known if mutation.matches(arguments.patterns)]
     if arguments.list:
+        stale = [mutation for mutation in mutations if mutation.changed(SOURCE) is None]
         for mutation in mutations:
-            print(f"{mutation.name} ({mutation.test})")
-        return 0
+            print(f"{'does not apply: ' if mutation in stale else ''}{mutation.name} ({mutation.test})")
+        return 1 if stale else 0
     if not mutations:
         sys.exit("mutate: no mutation matches")
     # One file's mutations after each other: then each is one compilation.
