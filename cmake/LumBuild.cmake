@@ -27,8 +27,9 @@ if(LUM_SANITIZE)
   add_link_options(-fsanitize=${LUM_SANITIZE})
   if(LUM_SANITIZE MATCHES "undefined")
     # Without vptr: that check opens pipes, and fails falsely where a test uses up the descriptors. Nor
-    # function, of which programs in C lack the runtime.
-    add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=vptr,function)
+    # clang's function, of which programs in C lack the runtime.
+    add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=vptr
+                        $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-fno-sanitize=function>)
   endif()
 endif()
 

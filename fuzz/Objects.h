@@ -17,7 +17,7 @@ class Objects {
     using Call = std::function<void(const ndk::SpAIBinder& object)>;
 
     // call: calls an object of another process, with what put() writes. inCall: what an object of
-    // this process does, besides, when it is called. Both may be null.
+    // this process does, besides, when it is called; may be null.
     Objects(Input& input, Call call, std::function<void()> inCall);
     // How many of this process live, of any program.
     static int alive();

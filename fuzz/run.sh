@@ -3,7 +3,7 @@
 # Runs one fuzz target that is built in build/asan.
 #
 #   run.sh SECONDS TARGET   its corpus, what earlier runs found beside it, and new inputs for so long
-#   run.sh --brief TARGET   its corpus and new inputs for a few seconds, none of which is kept
+#   run.sh --brief TARGET   its corpus and some new inputs, the same each time for the same program
 #   run.sh --keep TARGET    adds to its corpus what earlier runs found, as far as it reaches more
 #
 # New inputs go to build/fuzz/inputs/TARGET, findings to build/fuzz/findings/TARGET.
@@ -14,6 +14,7 @@ mode=$1
 target=$2
 if [ "$target" = aidl ]; then
     [ "$mode" != --keep ] || exit 0
+    export HYPOTHESIS_STORAGE_DIRECTORY=build/fuzz/hypothesis
     exec /usr/bin/python3 fuzz/aidl.py "$mode"
 fi
 program=build/asan/bin/fuzz_$target
@@ -24,21 +25,22 @@ mkdir -p "$inputs" "$findings"
 
 export ASAN_OPTIONS=detect_stack_use_after_return=1 UBSAN_OPTIONS=print_stacktrace=1
 
-seconds=$mode
+limit=-max_total_time=$mode
 case $mode in
     --keep)
         exec "$program" -merge=1 -set_cover_merge=1 -use_counters=0 -artifact_prefix="$findings/" \
             "$corpus" "$inputs"
         ;;
     --brief)
-        seconds=3
+        limit="-runs=5000 -seed=1"
         inputs=$(mktemp -d)
         trap 'rm -r "$inputs"' EXIT
         ;;
 esac
 
 status=0
-"$program" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 \
+# shellcheck disable=SC2086 # a list of words
+"$program" $limit -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 \
     -artifact_prefix="$findings/" "$inputs" "$corpus" || status=$?
 if [ "$status" != 0 ]; then
     finding=$(ls -t "$findings" | head -n 1)
