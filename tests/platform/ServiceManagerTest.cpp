@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -91,6 +92,7 @@ class AnsweringLink final : public Link {
 
     binder_status_t watched = STATUS_OK;  // what watchDeath() returns
     bool alive = true;
+    bool lacksMemory = false;  // transact() throws
     std::function<void()> onUnwatch = [] {};
     std::function<void()> onRelease = [] {};
     std::function<void(AIBinder*)> onCallback = [](AIBinder*) {};  // that is to be notified
@@ -102,6 +104,7 @@ class AnsweringLink final : public Link {
         mCalls.push_back(std::to_string(handle) + " " + std::to_string(code) + " " +
                          std::to_string(flags) + ": " + toHex(in.bytes()));
         if (code == 5) onCallback(in.objects().back().binder.get());
+        if (lacksMemory) throw std::bad_alloc();
         if (mReplies.empty()) return STATUS_DEAD_OBJECT;
         const Reply reply = mReplies.front();
         if (mReplies.size() > 1) mReplies.erase(mReplies.begin());
@@ -208,7 +211,7 @@ TEST_F(ServiceManagerProxyTest, WaitingEndsWhenItIsRefused) {
                                         "Status(-1, EX_SECURITY): 'no'")});
 }
 
-// Nor is the service manager left with the callback. Only one of the look-ups starts a service.
+// Nor is the service manager left with the callback.
 TEST_F(ServiceManagerProxyTest, WaitingGoesOnWithoutMemory) {
     const SpAIBinder service = makeRemote(std::make_shared<AnsweringLink>(), 7);
     const auto link =
@@ -388,7 +391,8 @@ TEST_F(ServiceManagerTest, ThoseWhoWaitAreNotified) {
 
 // Not what they are notified of, nor the others.
 TEST_F(ServiceManagerTest, NotificationThatFindsNoMemoryEndsNothingElse) {
-    const auto lacking = std::make_shared<AnsweringLink>(Replies{{"", nullptr, true}});
+    const auto lacking = std::make_shared<AnsweringLink>();
+    lacking->lacksMemory = true;
     const SpAIBinder first = makeRemote(lacking, 9);
     EXPECT_EQ(startNotifying(first), kOk);
     EXPECT_EQ(startNotifying(makeRemote(mLink, 10)), kOk);
