@@ -26,8 +26,8 @@ class ScriptedDriver {
   public:
     struct Command {
         uint32_t code;
-        uint64_t
-            argument;  // its last eight bytes: a handle, a cookie or a buffer; of a call, its code
+        // Its last eight bytes: a handle, a cookie or a buffer; of a call, its code.
+        uint64_t argument;
         binder_status_t status;  // that is sent instead of a reply
     };
 
