@@ -8,6 +8,7 @@
 #include <map>
 #include <ostream>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 
@@ -36,7 +37,8 @@ inline std::ostream& operator<<(std::ostream& out, const DriverCounts& counts) {
 
 constexpr char kDriverStats[] = "/sys/kernel/debug/binder/stats";
 
-// Throws when the driver is used and does not say, as without debugfs.
+// Throws when the driver is used and does not say, as without debugfs. A process that has no device
+// open holds nothing.
 inline DriverCounts driverCountsOf(pid_t pid) {
     std::ifstream stats(kDriverStats);
     if (overDriver() && !stats) {
@@ -56,6 +58,12 @@ inline DriverCounts driverCountsOf(pid_t pid) {
             }
         }
     }
-    return {counts["nodes:"], counts["refs:"],    counts["s"],
-            counts["w"],      counts["buffers:"], counts["threads:"]};
+    if (counts.empty()) return {};
+    const auto countOf = [&](const char* name) {
+        const auto found = counts.find(name);
+        if (found != counts.end()) return found->second;
+        throw std::runtime_error(std::string(kDriverStats) + ": no count \"" + name + '"');
+    };
+    return {countOf("nodes:"), countOf("refs:"),    countOf("s"),
+            countOf("w"),      countOf("buffers:"), countOf("threads:")};
 }
