@@ -85,6 +85,10 @@ void require(binder_status_t written) {
     if (written != STATUS_OK) throw std::bad_alloc();
 }
 
+// There was no memory for the answer to a call, or the service manager had none: it may have been
+// carried out. Where nothing was sent, std::bad_alloc itself is thrown.
+struct NoAnswer : std::bad_alloc {};
+
 // Every call begins with a name.
 void begin(AParcel* in, const std::string& name) {
     require(in->writeInterfaceToken(kServiceManager));
@@ -104,7 +108,7 @@ ndk::ScopedAStatus ServiceManagerProxy::call(transaction_code_t code, const APar
     ndk::ScopedAStatus status;
     if (result == STATUS_OK) result = AParcel_readStatusHeader(reply->get(), status.getR());
     if (result != STATUS_OK) status = ndk::ScopedAStatus::fromStatus(result);
-    if (status.getStatus() == STATUS_NO_MEMORY) throw std::bad_alloc();
+    if (status.getStatus() == STATUS_NO_MEMORY) throw NoAnswer();
     if (!status.isOk()) {
         LUM_LOGE("binder: the service manager refuses a call about %s: %s", name.c_str(),
                  status.getDescription().c_str());
@@ -171,8 +175,7 @@ ndk::ScopedAStatus ServiceManagerProxy::setNotified(transaction_code_t code,
 ndk::ScopedAStatus ServiceManagerProxy::startNotifications(const std::string& name,
                                                            AIBinder* callback) try {
     return setNotified(kRegisterForNotifications, name, callback);
-} catch (const std::bad_alloc&) {
-    // It may have been the answer that found none.
+} catch (const NoAnswer&) {
     endNotifications(name, callback);
     throw;
 }
