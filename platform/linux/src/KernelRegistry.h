@@ -20,7 +20,7 @@ class KernelRegistry final : public ServiceRegistry {
     // and with EX_UNSUPPORTED_OPERATION, which none answers, when there is no driver.
     binder_exception_t add(LocalBinder& object, const std::string& name) override;
     BinderRef find(const std::string& name) override;
-    // Returns null only if the service manager refuses, or is missing.
+    // Returns null only if the service manager refuses, or is missing. May throw std::bad_alloc.
     BinderRef waitFor(const std::string& name) override;
     ndk::ScopedAStatus mayFind(const std::string& name) override;
     void startThreadPool() override { mLink->startThreadPool(); }

@@ -32,8 +32,8 @@ AIBinder* AServiceManager_checkService(const char* instance);
 
 // Returns the object of that name with one strong reference, owned by the caller. A device waits,
 // without limit, until somebody serves the name, and so does this over the kernel's driver, unless
-// the service manager refuses or is missing. Over sockets the call does not wait: it returns null
-// at once when nobody serves the name. instance: not null.
+// the service manager refuses or is missing, or there is no memory. Over sockets the call does not
+// wait: it returns null at once when nobody serves the name. instance: not null.
 AIBinder* AServiceManager_waitForService(const char* instance);
 
 #pragma GCC visibility pop
