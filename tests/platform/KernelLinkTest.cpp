@@ -415,7 +415,7 @@ TEST_F(KernelLinkTest, ThreadThatCouldNotBeMadeIsMadeLater) {
     const LogCapture log;
     const LogLine refused = logE(
         "binder: no thread for incoming calls (Resource temporarily unavailable), tried again with "
-        "the next call");
+        "the next call that this process makes or carries out");
     {
         const ThreadRefusal refusal;
         mLink->startThreadPool();

@@ -85,8 +85,10 @@ void KernelLink::addThread(ThreadMain body) {
     const int error = startDetachedThread(body, this);
     if (error == 0) return;
     // Once, not each time that it is tried again.
-    LUM_LOGE("binder: no thread for incoming calls (%s), tried again with the next call",
-             strerror(error));
+    LUM_LOGE(
+        "binder: no thread for incoming calls (%s), tried again with the next call "
+        "that this process makes or carries out",
+        strerror(error));
     mOwedThread = body;
 }
 

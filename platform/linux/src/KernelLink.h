@@ -49,8 +49,9 @@ class KernelLink final : public Link, public std::enable_shared_from_this<Kernel
     static void* firstThreadMain(void* link);
     static void* threadMain(void* link);
     void addThread(ThreadMain body);
-    // Tries again to make a thread that could not be made; with each call, since a timer would need
-    // a thread, too.
+    // Tries again to make a thread that could not be made: with each call that this process makes
+    // or one of its pool threads carries out, and with startThreadPool(). A timer would need a
+    // thread, too.
     void addOwedThread();
     // body: what this thread runs.
     void serveInPool(ThreadMain body, uint32_t enter);
