@@ -186,10 +186,11 @@ int serve(const Options& options) {
     ClientTable& clients = ClientTable::instance();
     const auto service = ndk::SharedRefBase::make<BinderService>(
         ServiceLogic::Config{options.policy, options.rules, dieAtOnce}, clients, log);
-    if (!registerService(service)) return 1;
-    // On a thread that ends, since it gets another name: the process keeps its own in process
-    // lists.
+    // Before the service is registered: the calls for that try again to make a thread that could
+    // not be made. On a thread that ends, since it gets another name: the process keeps its own in
+    // process lists.
     std::thread(ABinderProcess_startThreadPool).join();
+    if (!registerService(service)) return 1;
     if (sayReady(*log, options.readyFd)) {
         waitForEnd(signals, options.untilEof, *log, clients, *service);
     }
