@@ -183,7 +183,7 @@ TEST_F(DriverManagerTest, DeviceHadAServiceManagerOfAnotherUser) {
     }));
     EXPECT_EQ(errors,
               Lines{"lum_servicemanager: the driver keeps this device for the user who was its "
-                    "service manager first: run this as that user, or restart the machine"});
+                    "service manager first: run this as that user, or make the device anew"});
 }
 
 TEST_F(DriverManagerTest, ServiceManagerThatHasStopped) {

@@ -63,7 +63,7 @@ int main(int argc, char** argv) {
     if (error == EPERM) {
         return fail(
             "the driver keeps this device for the user who was its service manager first: run this "
-            "as that user, or restart the machine");
+            "as that user, or make the device anew");
     }
     if (error != 0) {
         fprintf(stderr, "lum_servicemanager: the driver refuses (%s)\n", strerror(error));
