@@ -184,7 +184,7 @@ bool SdfSession::report() {
 }
 
 void SdfSession::advance() {
-    if (mPhase != Phase::kSyncing || !mFilters.isSettled() || !mSettings.isSettled()) return;
+    if (!isSynced()) return;
     mPhase = Phase::kConfirming;
     if (!mFilters.hasChanged()) {
         onConfirmed(this, 0, nullptr, 0, {}, {}, {}, {}, 0, nullptr);
@@ -217,9 +217,13 @@ void SdfSession::reportState() {
     mCb(this, mState, mReason, mUser);
 }
 
+bool SdfSession::isSynced() const {
+    return mPhase == Phase::kSyncing && mFilters.isSettled() && mSettings.isSettled();
+}
+
 bool SdfSession::isBusy() const {
-    return mNext < mBatch.size() || mStateDue || mFilters.hasReports() || mSettings.hasReports() ||
-           mLists.hasReports() || mReports.hasReports();
+    return mNext < mBatch.size() || mStateDue || isSynced() || mFilters.hasReports() ||
+           mSettings.hasReports() || mLists.hasReports() || mReports.hasReports();
 }
 
 void SdfSession::takeEvents() {

@@ -81,6 +81,8 @@ struct SdfSession final : public Link {
     // Reports one thing. Returns false when there is nothing to report.
     bool report();
     void reportState();
+    // Whether the service has answered what it answers of what was sent again.
+    bool isSynced() const;
     // Whether dispatch() has something to do, whatever the inbox has.
     bool isBusy() const;
     // Brings the session up when everything has been answered.

@@ -196,6 +196,18 @@ TEST_F(LifeTest, ServiceThatComesUpLateIsTaken) {
     EXPECT_EQ(mSdk.take(), (Lines{"Create", "RegFilterStatus"}));
 }
 
+// Nothing comes from the service any more that would have it look.
+TEST_F(LifeTest, IsUpWhenTheLastUnansweredSettingIsCleared) {
+    open();
+    ASSERT_EQ(sdfSessionSetLevels(mSession, SDF_SLOT_ID_FIRST, SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_1,
+                                  false, nullptr, nullptr),
+              0);
+    mSdk.up();
+    EXPECT_EQ(reported(), (Lines{"session connecting"}));
+    ASSERT_EQ(sdfSessionClearLevels(mSession, SDF_SLOT_ID_FIRST), 0);
+    EXPECT_EQ(reported(1), (Lines{"session up"}));
+}
+
 // It is down all the time, as far as the application is concerned.
 TEST_F(LifeTest, ServiceThatComesUpLateAndGoesAtOnceIsNotReported) {
     open();
