@@ -89,6 +89,7 @@ class Program : private FakeKernel::Watcher {
     // Of one processEvents(): what epoll reported, how far it has been handled.
     struct Pass {
         std::vector<epoll_event> events{};
+        int registered = 0;  // how many had been by then
         size_t next = 0;
         bool removes = false;
         Queue* draining = nullptr;
@@ -142,6 +143,8 @@ class Program : private FakeKernel::Watcher {
     std::list<Registration> mRegistrations;
     std::list<Ending> mEndings;
     std::map<int, Registration*> mRegistered;  // null for the manager's own and queues
+    std::map<int, int> mSerials;               // how many were registered before, by number
+    int mRegistrationCount = 0;
     std::set<int> mApproved;
     std::set<int> mOwned;  // by the program, which may close them
     std::list<Removal> mPending;
@@ -254,6 +257,7 @@ void Program::add(int fd) {
 
 void Program::nowRegistered(int fd, Registration* registration) {
     mRegistered[fd] = registration;
+    mSerials[fd] = mRegistrationCount++;
     mApproved.insert(fd);
     for (Removal& removal : mPending) {
         if (removal.fd == fd && !removal.carriedOut) removal.disowned = true;
@@ -324,7 +328,12 @@ void Program::closeOwn(int fd) {
 }
 
 void Program::approve(int fd) {
+    // To approve of one that is about to be closed would have the next one of its number closed.
+    const bool removed =
+        std::any_of(mPending.begin(), mPending.end(),
+                    [fd](const Removal& removal) { return removal.fd == fd && !removal.disowned; });
     if (mInput.flag()) {
+        if (removed) return;
         mManager->addApprovedFd(fd);
         mApproved.insert(fd);
     } else {
@@ -452,6 +461,7 @@ void Program::pass() {
 
 void Program::onReady(const std::vector<epoll_event>& events) {
     mPasses.back()->events = events;
+    mPasses.back()->registered = mRegistrationCount;
 }
 
 void Program::advanceTo(int fd) {
@@ -464,6 +474,8 @@ void Program::advanceTo(int fd) {
         if (ready == mRemoveFd) pass.removes = true;
         if (ready <= mRemoveFd || mApproved.count(ready) == 0) continue;
         const auto found = mRegistered.find(ready);
+        // The event is of an earlier one with this number.
+        if (found != mRegistered.end() && mSerials[ready] >= pass.registered) continue;
         if ((event.events & kHangUp) != 0) {
             nowHungUp(ready);
         } else if ((event.events & EPOLLIN) != 0 && found != mRegistered.end()) {

@@ -113,8 +113,8 @@ bool EventManager::addEventHandler(int fd, void (*eventCallback)(int, void*), vo
     }
     // All that needs memory comes before epoll knows the descriptor, its removal included.
     std::map<int, HandlerObject> handler;
-    handler.emplace(fd,
-                    HandlerObject{eventCallback, closeCallback, data, eventCallback == nullptr});
+    handler.emplace(fd, HandlerObject{eventCallback, closeCallback, data, eventCallback == nullptr,
+                                      mRegistered});
     std::set<int> approved{fd};
     mRemovals.reserve(mRemovals.size() + mHandlers.size() + 1);
     epoll_event watched{};
@@ -128,6 +128,7 @@ bool EventManager::addEventHandler(int fd, void (*eventCallback)(int, void*), vo
     // A descriptor that waits for its removal is still in epoll, which refuses it. One that epoll
     // has just accepted is another with the same number.
     mRemovals.disown(fd);
+    ++mRegistered;
     mHandlers.merge(handler);
     mApprovedFds.merge(approved);
     return true;
@@ -176,6 +177,7 @@ void EventManager::processEvents(LumTimer* timer) {
         LUM_LOGE("epoll_wait error");
         return;
     }
+    const uint64_t registered = mRegistered;
     const CallInProgress inProgress(mInProgress);
     if (timer != nullptr) timer->processEvents();
     bool removalsPending = false;
@@ -185,7 +187,7 @@ void EventManager::processEvents(LumTimer* timer) {
         if (event.data.fd == mRemoveFd) {
             removalsPending = true;
         } else {
-            dispatch(i, event);
+            dispatch(i, event, registered);
         }
     }
     if (!removalsPending) return;
@@ -193,12 +195,17 @@ void EventManager::processEvents(LumTimer* timer) {
     processRemove(mRemoveFd, this);
 }
 
-void EventManager::dispatch(int index, const epoll_event& event) {
+void EventManager::dispatch(int index, const epoll_event& event, uint64_t registered) {
     const int fd = event.data.fd;
     const uint32_t bits = event.events;
     MutexLock lock(mMutex);
     if (!isApprovedFd(fd)) {
         LUM_LOGE("file descriptor %d is not on the approved list, cannot process event", fd);
+        return;
+    }
+    if (const auto found = mHandlers.find(fd);
+        found != mHandlers.end() && found->second.mSerial >= registered) {
+        LUM_LOGD("file descriptor %d was added after this event", fd);
         return;
     }
     LUM_LOGD("processing event number: %d, handling %d for %d", index, static_cast<int>(bits), fd);

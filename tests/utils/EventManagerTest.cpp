@@ -298,6 +298,26 @@ TEST_F(EventManagerTest, PassInsideACallbackLeavesTheOuterPassItsEvents) {
     EXPECT_EQ(EventManagerPeer::inProgress(*manager), 0);
 }
 
+// Epoll has reported one that was closed since.
+TEST_F(EventManagerTest, EventIsNotForTheNextDescriptorWithItsNumber) {
+    Watched first(*manager);
+    Watched second(*manager);
+    first.onRun = [&] {
+        removeOnly(second);
+        const int other = eventfd(0, EFD_NONBLOCK);
+        EXPECT_EQ(dup2(other, second.fd()), second.fd());
+        close(other);
+        EXPECT_TRUE(second.addTo(*manager));
+    };
+    pass({{EPOLLIN, first.fd()}, {EPOLLIN | EPOLLHUP, second.fd()}, {EPOLLIN, second.fd()}});
+    EXPECT_EQ(second.calls, 0);
+    pass();
+    EXPECT_TRUE(isOpen(second.fd()));
+    second.makeReadable();
+    pass();
+    EXPECT_EQ(second.calls, 1);
+}
+
 TEST_F(EventManagerTest, MutexIsRecursiveAndHoldsOffOthers) {
     std::optional<RunUntilBlocked> other;
     manager->lockRecursiveMutex();
