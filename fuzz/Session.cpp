@@ -157,6 +157,10 @@ class Program {
     void expect(int result, bool valid) const;
     SdfLatencyLvl level() { return mInput.around(SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6); }
     SdfOod ood() { return mInput.around(SDF_OOD_UNSPECIFIED_LVL, SDF_OOD_DISABLED_LVL); }
+    // The library passes on no others.
+    SdfFilterStatus anyStatus() {
+        return static_cast<SdfFilterStatus>(mInput.pick(SDF_FILTER_ERROR_NO_PERMISSION + 1));
+    }
     // Null when there is none.
     Flow* anyFlow();
 
@@ -509,21 +513,17 @@ void Program::serve() {
         case 1:
         case 2: {
             if (id == 0) return;
-            const auto status =
-                mInput.rarely(4) ? mInput.around(SDF_FILTER_PENDING, SDF_FILTER_ERROR_NO_PERMISSION)
-                                 : SDF_FILTER_ACTIVE;
+            const auto status = mInput.rarely(4) ? anyStatus() : SDF_FILTER_ACTIVE;
             Service::Filter& filter = mService.filters.at(id);
             if (std::exchange(filter.answered, true)) return;
-            if (status > SDF_FILTER_ACTIVE || status < SDF_FILTER_PENDING)
-                mService.filters.erase(id);
+            if (status > SDF_FILTER_ACTIVE) mService.filters.erase(id);
             mSdk.answer(id, status);
             break;
         }
         case 3: {
             if (mSdk.filterCb == nullptr || id == 0 || !mService.filters.at(id).answered) return;
-            const auto status = mInput.around(SDF_FILTER_PENDING, SDF_FILTER_ERROR_NO_PERMISSION);
-            if (status > SDF_FILTER_ACTIVE || status < SDF_FILTER_PENDING)
-                mService.filters.erase(id);
+            const auto status = anyStatus();
+            if (status > SDF_FILTER_ACTIVE) mService.filters.erase(id);
             mSdk.indicate(id, status);
             break;
         }
