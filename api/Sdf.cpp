@@ -172,7 +172,7 @@ Sdf::~Sdf() {
 }
 
 void Sdf::setCurrent(const std::shared_ptr<Sdf>& client) {
-    std::atomic_store(&mInstance, client);
+    lum::utils::exchangeShared(mInstance, client);
     sCurrent.store(client.get(), std::memory_order_release);
 }
 

@@ -13,6 +13,7 @@
 #include "proto/SdfProto.pb.h"
 #include "transport/SdkBase.h"
 #include "utils/Mutex.h"
+#include "utils/SharedPointer.h"
 
 // The client object behind the C interface, one per process: the application's callbacks, and the
 // record by which replies find the callback that awaits them.
@@ -137,7 +138,7 @@ class Sdf : public SdkBase {
 
     // The client object of the process, if there is one.
     static std::shared_ptr<Sdf> current() {
-        return std::atomic_load(&mInstance);
+        return lum::utils::loadShared(mInstance);
     }
     // Puts another one, or none, in its place. One thread at a time: create and destroy have a
     // lock.
@@ -148,7 +149,7 @@ class Sdf : public SdkBase {
     }
 
     // Never destroyed: the transport's threads may look at it while the process exits. Read with
-    // the atomic functions of shared pointers, and replaced by setCurrent().
+    // loadShared(), and replaced by setCurrent().
     static std::shared_ptr<Sdf>& mInstance;
 
     // Drawn and not yet answered, and confirmed by the service.

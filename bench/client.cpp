@@ -23,6 +23,7 @@
 #include "transport/SdkClient.h"
 #include "utils/EventManager.h"
 #include "utils/LumTimer.h"
+#include "utils/SharedPointer.h"
 
 namespace {
 
@@ -286,7 +287,7 @@ std::shared_ptr<SdkClient> SdkClient::getInstance(LumSdkClientType /*type*/, Lis
                                                   std::shared_ptr<SdkClientBase>* published) {
     gTransport->postEvent(std::move(event));
     gListener = std::move(listener);
-    std::atomic_store(published, std::shared_ptr<SdkClientBase>(gTransport));
+    lum::utils::exchangeShared<SdkClientBase>(*published, gTransport);
     // Only ever compared with null.
     return {gTransport, reinterpret_cast<SdkClient*>(gTransport.get())};
 }

@@ -86,7 +86,7 @@ ClientInStep::~ClientInStep() {
     sdk().duringGet = nullptr;
     sdk().duringDestroy = nullptr;
     destroySdfClient();
-    std::atomic_store(&Sdf::mInstance, std::shared_ptr<Sdf>());
+    lum::utils::exchangeShared(Sdf::mInstance, {});
     sdk().listener = nullptr;
     transport()->take();
 }

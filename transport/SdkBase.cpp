@@ -34,7 +34,7 @@ void SdkBase::reportNoTransport(void (*baseStatusCbV2)(int), void (*legacyStatus
 }
 
 void SdkBase::destroySdkInstance(LumSdkClientType type) {
-    if (std::atomic_exchange(&mSdkClient, std::shared_ptr<SdkClientBase>())) {
+    if (lum::utils::exchangeShared(mSdkClient, {})) {
         SdkClient::destroyInstance(type);
     }
 }

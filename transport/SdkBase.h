@@ -13,6 +13,7 @@
 #include "transport/LumSdkClientType.h"
 #include "transport/SdkClientBase.h"
 #include "transport/SdkClientEvent.h"
+#include "utils/SharedPointer.h"
 
 // What every feature client of the transport has: its status callbacks and its hold on the
 // transport.
@@ -45,7 +46,7 @@ class SdkBase {
 
     // The transport; empty while there is none. mSdkClient is written by the thread that creates or
     // destroys and read by others, so it is only touched through this and the two above.
-    std::shared_ptr<SdkClientBase> transport() const { return std::atomic_load(&mSdkClient); }
+    std::shared_ptr<SdkClientBase> transport() const { return lum::utils::loadShared(mSdkClient); }
 
     void (*mLegacyStatusCb)(status_e) = nullptr;
     void (*mBaseStatusCbV2)(int) = nullptr;

@@ -13,6 +13,7 @@
 
 #include "utils/Log.h"
 #include "utils/NoDestroy.h"
+#include "utils/SharedPointer.h"
 
 namespace {
 
@@ -48,7 +49,7 @@ std::shared_ptr<SdkClient> SdkClient::getInstance(LumSdkClientType type, Listene
                                                   std::shared_ptr<SdkClientEvent> event,
                                                   std::shared_ptr<SdkClientBase>* published) {
     if (!event) return nullptr;
-    std::shared_ptr<SdkClient> present = std::atomic_load(&mInstance);
+    std::shared_ptr<SdkClient> present = lum::utils::loadShared(mInstance);
     if (!present) return create(type, std::move(listener), std::move(event), published);
     // Copied before anything changes: what the listener keeps takes memory.
     const Listener joined = listener;
@@ -79,7 +80,7 @@ std::shared_ptr<SdkClient> SdkClient::create(LumSdkClientType type, Listener lis
     }
     try {
         instance->start(type, std::move(event), instance, [&instance, published] {
-            std::atomic_store(&mInstance, instance);
+            lum::utils::exchangeShared(mInstance, instance);
             instance->publish(published);
         });
     } catch (const std::system_error& error) {
@@ -98,15 +99,15 @@ std::shared_ptr<SdkClient> SdkClient::create(LumSdkClientType type, Listener lis
 
 void SdkClient::publish(std::shared_ptr<SdkClientBase>* published) {
     if (published != nullptr) {
-        std::atomic_store(published, std::shared_ptr<SdkClientBase>(ref<SdkClient>()));
+        lum::utils::exchangeShared<SdkClientBase>(*published, ref<SdkClient>());
     }
 }
 
 void SdkClient::destroyInstance(LumSdkClientType type) {
-    const std::shared_ptr<SdkClient> instance = std::atomic_load(&mInstance);
+    const std::shared_ptr<SdkClient> instance = lum::utils::loadShared(mInstance);
     if (!instance || !instance->leave(type)) return;
     if (instance->onSdkThread()) {
-        std::atomic_store(&mInstance, std::shared_ptr<SdkClient>());
+        lum::utils::exchangeShared(mInstance, {});
         instance->runAfterLoop(
             [](SdkClientBase& self) { static_cast<SdkClient&>(self).tearDown(); });
         return;

@@ -64,7 +64,7 @@ class SdkClient : public aidl::vendor::orn::data::lumservice::BnLumServiceCallba
     void notifyServiceDown(LumSdkClientType type) override;
 
     // Never destroyed, for the threads that are still there when the process exits. Read and
-    // replaced with the atomic functions of shared pointers.
+    // replaced with loadShared() and exchangeShared().
     static std::shared_ptr<SdkClient>& mInstance;
 
   private:

@@ -5,6 +5,7 @@
 
 #include "tests/support/Hex.h"
 #include "transport/SdkClient.h"
+#include "utils/SharedPointer.h"
 
 std::vector<std::shared_ptr<SdkClientEvent>> FakeTransport::take() {
     loopManager.wake();  // so that it returns also when nothing was posted
@@ -37,7 +38,7 @@ std::shared_ptr<SdkClient> SdkClient::getInstance(LumSdkClientType type, Listene
     transport->postEvent(std::move(event));
     fake.obtained.push_back(type);
     fake.listener.swap(listener);
-    std::atomic_store(published, std::shared_ptr<SdkClientBase>(transport));
+    lum::utils::exchangeShared<SdkClientBase>(*published, transport);
     if (fake.duringGet) fake.duringGet();
     // Only ever compared with null.
     return {transport, reinterpret_cast<SdkClient*>(transport.get())};

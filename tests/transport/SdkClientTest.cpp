@@ -19,6 +19,7 @@
 #include "tests/utils/OutOfMemory.h"
 #include "tools/emulator/ProcessStats.h"
 #include "transport/SdkClient.h"
+#include "utils/SharedPointer.h"
 
 using aidl::vendor::orn::data::lumservice::BnLumServiceCallback;
 using aidl::vendor::orn::data::lumservice::ILumServiceCallback;
@@ -68,7 +69,7 @@ class SdkClientTest : public testing::Test {
     }
     std::shared_ptr<SdkClient> getConnected() { return getConnected(kSdf, listener); }
     static void release(LumSdkClientType type = kSdf) {
-        if (const auto client = std::atomic_load(&SdkClient::mInstance)) {
+        if (const auto client = lum::utils::loadShared(SdkClient::mInstance)) {
             client->postEvent(makeEvent(type, {0xEE}, true));
         }
         SdkClient::destroyInstance(type);
@@ -181,7 +182,7 @@ TEST_F(SdkClientTest, GetWhileShuttingDownGivesNothing) {
     get(kSdf, listener);
     ASSERT_TRUE(sending.waitFor());
     std::thread destroyer([] { release(); });
-    while (std::atomic_load(&SdkClient::mInstance)->isActive(kSdf)) std::this_thread::yield();
+    while (lum::utils::loadShared(SdkClient::mInstance)->isActive(kSdf)) std::this_thread::yield();
 
     const ListenerRecord late;
     for (int i = 0; i < 100; ++i) EXPECT_EQ(get(kOther, late), nullptr);
@@ -339,7 +340,7 @@ TEST_F(SdkClientTest, DeathIsReportedToEveryListenerOnceAndTheNextRequestReconne
     const auto note = [&order](SdkClientBase::SdkStatus status, int type) {
         if (status != kDown) return;
         order.push_back(type);
-        EXPECT_TRUE(std::atomic_load(&SdkClient::mInstance)->isConnected(kSdf));
+        EXPECT_TRUE(lum::utils::loadShared(SdkClient::mInstance)->isConnected(kSdf));
     };
     const ListenerRecord first([&](SdkClientBase::SdkStatus status) { note(status, 5); });
     const ListenerRecord second([&](SdkClientBase::SdkStatus status) { note(status, 6); });
@@ -386,7 +387,7 @@ TEST_F(SdkClientTest, ListenersAreLookedUpWhenTheirTurnComes) {
     const ListenerRecord missed;
     const ListenerRecord five([&](SdkClientBase::SdkStatus status) {
         if (status != kDown) return;
-        const auto client = std::atomic_load(&SdkClient::mInstance);
+        const auto client = lum::utils::loadShared(SdkClient::mInstance);
         client->setClientListener(kOther, replacing);
         client->setClientListener(static_cast<LumSdkClientType>(9), added);
         client->setClientListener(static_cast<LumSdkClientType>(4), missed);  // its turn is over
@@ -505,7 +506,7 @@ TEST_F(SdkClientTest, InstanceIsGoneBeforeItsEventManagerIs) {
     getConnected();
     const LogCapture log([&gone](const LogLine& line) {
         if (line.text == "EventManager: dtor") {
-            gone.push_back(std::atomic_load(&SdkClient::mInstance) == nullptr);
+            gone.push_back(lum::utils::loadShared(SdkClient::mInstance) == nullptr);
         }
     });
     release();
@@ -589,7 +590,7 @@ TEST_F(SdkClientTest, TwoTypesThatComeAndGoOnTwoThreadsLoseNothing) {
 TEST_F(SdkClientTest, DestroyOnTheSdkThreadIsFinishedByThatThread) {
     const auto client = getAndRun([] {
         release();
-        EXPECT_EQ(std::atomic_load(&SdkClient::mInstance), nullptr);
+        EXPECT_EQ(lum::utils::loadShared(SdkClient::mInstance), nullptr);
     });
     EXPECT_TRUE(goes(client));
     EXPECT_EQ(service->blobs(), (std::vector<Bytes>{{1}, {0xEE}}));
@@ -626,7 +627,7 @@ TEST_F(SdkClientTest, PublishedPointerIsInPlaceBeforeTheFirstEventIsHandled) {
     std::shared_ptr<SdkClientBase> published;
     std::atomic<bool> there{false};
     const ListenerRecord looking(
-        [&](SdkClientBase::SdkStatus) { there = std::atomic_load(&published) != nullptr; });
+        [&](SdkClientBase::SdkStatus) { there = lum::utils::loadShared(published) != nullptr; });
     EXPECT_NE(SdkClient::getInstance(kSdf, looking, makeEvent(kSdf, {1}), &published), nullptr);
     ASSERT_TRUE(looking.waitForCalls(1));
     release();
