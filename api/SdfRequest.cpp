@@ -11,6 +11,6 @@ sdf::Message::Message(SdfProto::ServiceEventId event)
 
 std::shared_ptr<SdkClientEvent> sdf::Message::event(bool release) const {
     std::vector<uint8_t> bytes(mMessage.ByteSizeLong());
-    mMessage.SerializeToArray(bytes.data(), static_cast<int>(bytes.size()));
+    mMessage.SerializeWithCachedSizesToArray(bytes.data());
     return std::make_shared<SdkClientEvent>(LUM_SDK_CLIENT_SDF, bytes, release);
 }

@@ -55,6 +55,9 @@ binder_status_t AParcel::extend(uint64_t size, uint8_t** bytes) noexcept {
     const auto newPosition = static_cast<size_t>(end);
     if (newPosition > mBytes.size()) {
         try {
+            // Few calls need more.
+            constexpr size_t kUsual = 256;
+            if (mBytes.empty()) mBytes.reserve(kUsual);
             mBytes.resize(newPosition);
         } catch (const std::bad_alloc&) {
             return STATUS_NO_MEMORY;

@@ -113,6 +113,13 @@ bool isSameText(const uint8_t* utf16, size_t count, const char* utf8, size_t siz
     const char* const end = utf8 + size;
     size_t index = 0;
     while (index != count && at != end) {
+        const uint32_t unit = unitAt(utf16, index);
+        if (unit < 0x80) {  // as a rule
+            if (unit != static_cast<uint8_t>(*at)) return false;
+            ++index;
+            ++at;
+            continue;
+        }
         const uint32_t point = takeUtf16(utf16, &index, count);
         if (point == kMalformed || point != takeUtf8(&at, end)) return false;
     }
