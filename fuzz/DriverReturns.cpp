@@ -252,7 +252,7 @@ void Driver::give(binder_write_read& exchange) {
         wait.complete = wait.isCall && kind < 14;
         if (kind < 12) put(BR_TRANSACTION_COMPLETE);
         if (kind == 12) put(BR_ONEWAY_SPAM_SUSPECT);
-        if (kind == 13) put(_IO('r', 20));
+        if (kind == 13) put(_IO('r', 20));  // BR_TRANSACTION_PENDING_FROZEN, since Linux 6.3
         if (kind == 14) put(BR_DEAD_REPLY);
         if (kind == 15) put(BR_FAILED_REPLY);
         if (!wait.complete) mWaits.pop_back();

@@ -153,7 +153,8 @@ class Program {
     void settle();
     void compare() const;
     void nested();
-    // The session is open, or closed from inside the dispatch that is under way.
+    // Ends the process unless the result is 0 of a call with valid arguments, or
+    // SDF_SESSION_INVALID_ARG.
     void expect(int result, bool valid) const;
     SdfLatencyLvl level() { return mInput.around(SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6); }
     SdfOod ood() { return mInput.around(SDF_OOD_UNSPECIFIED_LVL, SDF_OOD_DISABLED_LVL); }

@@ -31,8 +31,8 @@ class Member {
 
     // Whether it has begun: before, a lack of descriptors keeps any program from that.
     bool isReady() const { return !mProcess->lines().empty(); }
-    // Sends a command of soak_client.
     void signal(int number) const { mProcess->signal(number); }
+    // Sends a command of soak_client.
     void tell(const std::string& command);
     // Kills it and starts it anew, with the last command that it was sent.
     void restart();
