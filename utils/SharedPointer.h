@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "utils/Mutex.h"
+#include "utils/NoDestroy.h"
 
 namespace lum::utils {
 
@@ -11,18 +12,18 @@ namespace lum::utils {
 // functions of shared pointers, which take twice as long. Every request reads two.
 
 template <typename T>
-inline Mutex gSharedPointerLock;
+inline NoDestroy<Mutex> gSharedPointerLock;
 
 template <typename T>
 std::shared_ptr<T> loadShared(const std::shared_ptr<T>& pointer) {
-    const MutexLock lock(gSharedPointerLock<T>);
+    const MutexLock lock(gSharedPointerLock<T>.value);
     return pointer;
 }
 
 // Returns what was there.
 template <typename T>
 std::shared_ptr<T> exchangeShared(std::shared_ptr<T>& pointer, std::shared_ptr<T> value) {
-    const MutexLock lock(gSharedPointerLock<T>);
+    const MutexLock lock(gSharedPointerLock<T>.value);
     pointer.swap(value);
     return value;
 }
