@@ -87,14 +87,14 @@ int FakeKernel::control(int op, int fd, const epoll_event* event) {
     if (std::exchange(nextCtlFails, false)) return failWith(ENOMEM);
     if (!isOpen(fd)) return failWith(EBADF);
     if (op == EPOLL_CTL_ADD) {
-        return mWatched.emplace(fd, event->events).second ? 0 : failWith(EEXIST);
+        return mWatched.emplace(fd, *event).second ? 0 : failWith(EEXIST);
     }
     return mWatched.erase(fd) != 0 ? 0 : failWith(ENOENT);
 }
 
 uint32_t FakeKernel::readyBits(int fd) {
     Descriptor& descriptor = at(fd);
-    const uint32_t wanted = mWatched.at(fd);
+    const uint32_t wanted = mWatched.at(fd).events;
     uint32_t bits = wanted & EPOLLOUT;
     if (descriptor.count > 0) bits |= wanted & EPOLLIN;
     if (descriptor.hungUp) bits |= EPOLLHUP;
@@ -104,9 +104,8 @@ uint32_t FakeKernel::readyBits(int fd) {
 int FakeKernel::wait(epoll_event* events, int max, int timeout) {
     std::vector<epoll_event> ready;
     for (const auto& watched : mWatched) {
-        epoll_event event{};
+        epoll_event event = watched.second;
         event.events = readyBits(watched.first);
-        event.data.fd = watched.first;
         if (event.events != 0) ready.push_back(event);
     }
     // In any order.
@@ -124,7 +123,11 @@ int FakeKernel::wait(epoll_event* events, int max, int timeout) {
 
 ssize_t FakeKernel::read(int fd, void* buffer, size_t size) {
     if (!isOpen(fd)) return failWith(EBADF);
-    if (std::exchange(nextReadFails, false)) return failWith(EIO);
+    if (std::exchange(nextReadFails, false)) {
+        mUnread.insert(fd);
+        return failWith(EIO);
+    }
+    mUnread.erase(fd);
     Descriptor& descriptor = at(fd);
     if (descriptor.count == 0) return failWith(EAGAIN);
     const uint64_t taken = descriptor.semaphore ? 1 : descriptor.count;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <ctime>
 #include <map>
+#include <set>
 #include <vector>
 
 #include "fuzz/Input.h"
@@ -49,6 +50,8 @@ class FakeKernel {
     bool nextReadFails = false;
     bool nextCtlFails = false;
     bool nextOpenFails = false;
+    // Whose last read has failed.
+    bool couldNotRead(int fd) const { return mUnread.count(fd) != 0; }
 
     // What the code under test does with the system, for who checks it.
     class Watcher {
@@ -72,7 +75,8 @@ class FakeKernel {
 
     Input& mInput;
     std::map<int, Descriptor> mOpen;
-    std::map<int, uint32_t> mWatched;
+    std::map<int, epoll_event> mWatched;
+    std::set<int> mUnread;
     int mLastOpened = -1;
     timespec mNow{1000, 0};
     bool mClockFails = false;

@@ -38,6 +38,11 @@ void* address(void (*function)(int, void*)) {
     return reinterpret_cast<void*>(function);
 }
 
+// Beside the descriptor, epoll's events carry which registration of its number they are of.
+int fdOf(const epoll_event& event) {
+    return static_cast<int>(static_cast<uint32_t>(event.data.u64));
+}
+
 ssize_t addOne(int eventFd) {
     const uint64_t one = 1;
     return write(eventFd, &one, sizeof one);
@@ -113,13 +118,14 @@ bool EventManager::addEventHandler(int fd, void (*eventCallback)(int, void*), vo
     }
     // All that needs memory comes before epoll knows the descriptor, its removal included.
     std::map<int, HandlerObject> handler;
-    handler.emplace(fd, HandlerObject{eventCallback, closeCallback, data, eventCallback == nullptr,
-                                      mRegistered});
+    const uint64_t watchedAs = ++mRegistered << 32U | static_cast<uint32_t>(fd);
+    handler.emplace(
+        fd, HandlerObject{eventCallback, closeCallback, data, eventCallback == nullptr, watchedAs});
     std::set<int> approved{fd};
     mRemovals.reserve(mRemovals.size() + mHandlers.size() + 1);
     epoll_event watched{};
     watched.events = static_cast<uint32_t>(events);
-    watched.data.fd = fd;
+    watched.data.u64 = watchedAs;
     if (epoll_ctl(mEpollFd, EPOLL_CTL_ADD, fd, &watched) == -1) {
         LUM_LOGE("Cannot add event handler. err:%d", errno);
         return false;
@@ -128,7 +134,6 @@ bool EventManager::addEventHandler(int fd, void (*eventCallback)(int, void*), vo
     // A descriptor that waits for its removal is still in epoll, which refuses it. One that epoll
     // has just accepted is another with the same number.
     mRemovals.disown(fd);
-    ++mRegistered;
     mHandlers.merge(handler);
     mApprovedFds.merge(approved);
     return true;
@@ -177,17 +182,16 @@ void EventManager::processEvents(LumTimer* timer) {
         LUM_LOGE("epoll_wait error");
         return;
     }
-    const uint64_t registered = mRegistered;
     const CallInProgress inProgress(mInProgress);
     if (timer != nullptr) timer->processEvents();
     bool removalsPending = false;
     for (int i = 0; i < ready; ++i) {
         LUM_LOGD("there are %d file descriptor(s) with events pending", ready - i);
         const epoll_event& event = events[static_cast<size_t>(i)];
-        if (event.data.fd == mRemoveFd) {
+        if (fdOf(event) == mRemoveFd) {
             removalsPending = true;
         } else {
-            dispatch(i, event, registered);
+            dispatch(i, event);
         }
     }
     if (!removalsPending) return;
@@ -195,8 +199,8 @@ void EventManager::processEvents(LumTimer* timer) {
     processRemove(mRemoveFd, this);
 }
 
-void EventManager::dispatch(int index, const epoll_event& event, uint64_t registered) {
-    const int fd = event.data.fd;
+void EventManager::dispatch(int index, const epoll_event& event) {
+    const int fd = fdOf(event);
     const uint32_t bits = event.events;
     MutexLock lock(mMutex);
     if (!isApprovedFd(fd)) {
@@ -204,7 +208,7 @@ void EventManager::dispatch(int index, const epoll_event& event, uint64_t regist
         return;
     }
     if (const auto found = mHandlers.find(fd);
-        found != mHandlers.end() && found->second.mSerial >= registered) {
+        found != mHandlers.end() && found->second.mWatchedAs != event.data.u64) {
         LUM_LOGD("file descriptor %d was added after this event", fd);
         return;
     }

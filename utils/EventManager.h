@@ -3,7 +3,6 @@
 
 #include <sys/epoll.h>
 
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -21,7 +20,7 @@ struct HandlerObject {
     void (*mCloseCallback)(int fd, void* data);
     void* mData;
     bool mNoEventCallback;
-    uint64_t mSerial;  // how many had been registered before
+    uint64_t mWatchedAs;  // what epoll reports it as
 };
 
 // Watches descriptors with epoll and runs their callbacks, and those of a LumTimer, on one thread:
@@ -107,9 +106,7 @@ class LUM_EXPORT EventManager {
     void registerOwnDescriptors();
     void closeOwnDescriptors();
     bool signalRemoval(int fd);
-    // registered: how many had been when epoll reported the event. If the descriptor was registered
-    // later, the event is of an earlier one with its number.
-    void dispatch(int index, const epoll_event& event, uint64_t registered);
+    void dispatch(int index, const epoll_event& event);
     const HandlerObject* handlerOf(int fd) const LUM_REQUIRES(mMutex);
     void carryOutRemovals();
     bool carryOutOnce();
@@ -121,7 +118,7 @@ class LUM_EXPORT EventManager {
     int mRemoveFd = -1;
     int64_t mInProgress = 0;
     std::map<int, HandlerObject> mHandlers LUM_GUARDED_BY(mMutex);
-    std::atomic<uint64_t> mRegistered{0};
+    uint64_t mRegistered LUM_GUARDED_BY(mMutex) = 0;  // how many have ever been
     PendingRemovals mRemovals LUM_GUARDED_BY(mMutex);
     std::set<int> mApprovedFds LUM_GUARDED_BY(mMutex);
 };

@@ -21,6 +21,13 @@ namespace lum::utils {
 class EventManagerPeer {
   public:
     static int64_t inProgress(const EventManager& manager) { return manager.mInProgress; }
+    // What epoll reports a descriptor as.
+    static uint64_t watchedAs(EventManager& manager, int fd) {
+        const MutexLock lock(manager.mMutex);
+        const auto found = manager.mHandlers.find(fd);
+        return found == manager.mHandlers.end() ? static_cast<uint32_t>(fd)
+                                                : found->second.mWatchedAs;
+    }
 };
 }  // namespace lum::utils
 
@@ -150,12 +157,12 @@ class EventLoopTest : public testing::Test {
 
     // One pass, with these events or, if there are none, with what is ready by then.
     void pass(const std::vector<Event>& events = {}) {
-        gSystemCalls.epollWait = [events](int epoll, epoll_event* results, int max, int) {
+        gSystemCalls.epollWait = [this, events](int epoll, epoll_event* results, int max, int) {
             if (events.empty()) return SystemCalls::realEpollWait(epoll, results, max, 0);
             EXPECT_LE(events.size(), static_cast<size_t>(max));
             for (const Event& event : events) {
                 results->events = event.bits;
-                results->data.fd = event.fd;
+                results->data.u64 = EventManagerPeer::watchedAs(*manager, event.fd);
                 ++results;
             }
             return static_cast<int>(events.size());
