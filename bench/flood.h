@@ -19,7 +19,7 @@ void flood(benchmark::State& state, const int64_t& handled, const Post& post,
            const RunOnce& runOnce) {
     const int64_t producers = state.range(0);
     int64_t expected = 0;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         expected += producers * kFlood;
         std::vector<std::thread> threads;
         for (int64_t i = 0; i < producers; ++i) {

@@ -176,7 +176,7 @@ const bool gSession = registerRequests<Session>("session", {1});
 
 void firstCreate(benchmark::State& state) {
     const Helper service = startService();
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         const Helper client("create");
         state.SetIterationTime(static_cast<double>(client.report()) * 1e-9);
     }
@@ -205,7 +205,7 @@ void idle(benchmark::State& state) {
     const pid_t service = client.others().front();
     // What has been answered is acknowledged behind it.
     std::this_thread::sleep_for(std::chrono::seconds(1));
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         const int64_t before = switches(getpid()) + switches(service);
         std::this_thread::sleep_for(std::chrono::seconds(20));
         const int64_t after = switches(getpid()) + switches(service);

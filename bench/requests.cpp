@@ -77,6 +77,7 @@ Helper::Helper(const std::vector<std::string>& command, int given) {
     posix_spawn_file_actions_adddup2(&actions, report[1], kReport);
     if (given != -1) posix_spawn_file_actions_adddup2(&actions, given, kGiven);
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     const int error =

@@ -79,7 +79,7 @@ void requests(benchmark::State& state, Placement placement, int underWay) {
         state.SkipWithError("this machine has one processor");
         return;
     }
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         for (int i = 0; i < underWay; ++i) contender.send();
         contender.wait(underWay);
     }
@@ -95,8 +95,9 @@ bool registerRequests(const std::string& contender, const std::vector<int>& unde
                                     ? "request answered, "
                                     : "request answered, " + std::to_string(count) + " under way, ";
         const auto add = [&](const char* where, Placement placement) {
-            benchmark::RegisterBenchmark((contender + ":" + row + where).c_str(),
-                                         requests<Contender>, placement, count)
+            std::string name = contender;
+            name.append(":").append(row).append(where);
+            benchmark::RegisterBenchmark(name.c_str(), requests<Contender>, placement, count)
                 ->UseRealTime();
         };
         add("one processor", Placement::kOne);

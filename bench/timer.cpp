@@ -34,7 +34,7 @@ void timer(benchmark::State& state) {
     for (int64_t i = 0; i < state.range(0); ++i) {
         timer.addTimedCallback(delay(), neverCalled, nullptr);
     }
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         timer.removeTimedCallback(timer.addTimedCallback(delay(), neverCalled, nullptr));
     }
 }
@@ -85,7 +85,7 @@ void floorTimer(benchmark::State& state) {
     FloorTimer timer;
     Delays delay;
     for (int64_t i = 0; i < state.range(0); ++i) timer.add(delay());
-    for (auto _ : state) timer.remove(timer.add(delay()));
+    while (state.KeepRunning()) timer.remove(timer.add(delay()));
 }
 BENCHMARK(floorTimer)->Name("floor:timer")->RangeMultiplier(10)->Range(10, 100'000);
 
@@ -101,7 +101,7 @@ void uvTimer(benchmark::State& state) {
             &timer, [](uv_timer_t* /*handle*/) {}, static_cast<uint64_t>(delay()), 0);
     };
     for (auto timer = timers.begin() + 1; timer != timers.end(); ++timer) start(*timer);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         uv_update_time(&loop);
         start(timers.front());
         uv_timer_stop(&timers.front());

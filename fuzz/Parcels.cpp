@@ -115,7 +115,7 @@ void call(const ndk::SpAIBinder& object, Input& input) {
 }
 
 // Reads value by value, of whatever kind the input says.
-void readValues(const AParcel* parcel, std::vector<uint8_t> kinds) {
+void readValues(const AParcel* parcel, const std::vector<uint8_t>& kinds) {
     for (const uint8_t kind : kinds) {
         const int32_t before = AParcel_getDataPosition(parcel);
         binder_status_t status = STATUS_OK;
