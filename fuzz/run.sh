@@ -38,17 +38,22 @@ case $mode in
         ;;
 esac
 
+touch "$findings/.start"
 status=0
 # shellcheck disable=SC2086 # a list of words
 "$program" $limit -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 \
     -artifact_prefix="$findings/" "$inputs" "$corpus" || status=$?
 if [ "$status" != 0 ]; then
-    finding=$(ls -t "$findings" | head -n 1)
-    cat <<END
+    finding=$(find "$findings" -type f -newer "$findings/.start")
+    if [ -n "$finding" ]; then
+        cat <<END
 
-==> fuzz target $target has found something: $findings/$finding
-    to repeat it:  $program $findings/$finding
-    to keep it:    cp $findings/$finding $corpus/WHAT_IT_SHOWS
+==> fuzz target $target has found something: $finding
+    to repeat it:  $program $finding
+    to keep it:    cp $finding $corpus/WHAT_IT_SHOWS
 END
+    else
+        echo "fuzz target $target failed with status $status, and no input to blame" >&2
+    fi
 fi
 exit "$status"
