@@ -134,9 +134,9 @@ bool Filters::report() {
     if (mFirstDue == nullptr) mLastDue = nullptr;
     filter->due = false;
     const SdfFilterState state = filter->state;
-    const SdfFilterStatus why = filter->why;
+    SdfFilterStatus why = filter->why;
     if (state == SDF_FILTER_STATE_REQUESTED && why == SDF_FILTER_ERROR_INVALID_ARGS) {
-        setState(*filter, SDF_FILTER_STATE_REJECTED, why);
+        setState(*filter, SDF_FILTER_STATE_REJECTED, std::exchange(why, SDF_FILTER_PENDING));
     }
     if (state == SDF_FILTER_STATE_EXPIRED) {
         if (filter->reported == state) {

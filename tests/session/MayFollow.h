@@ -5,8 +5,8 @@
 
 #include <optional>
 
-// Whether a state may be reported after the one reported before, if there was one, as the diagrams
-// of the header say.
+// What may be reported, as the header says. First: whether a state may follow the one reported
+// before, if there was one.
 
 inline bool mayFollow(std::optional<SdfSessionState> before, SdfSessionState state) {
     if (!before) return state == SDF_SESSION_CONNECTING;
@@ -28,5 +28,18 @@ inline bool mayFollow(std::optional<SdfFilterState> before, SdfFilterState state
         case SDF_FILTER_STATE_ACTIVE:
             return state != *before && state != SDF_FILTER_STATE_REQUESTED;
         default: return state == SDF_FILTER_STATE_REQUESTED;
+    }
+}
+
+// Whether a filter's state may be reported with this status.
+inline bool goesWith(SdfFilterState state, SdfFilterStatus why) {
+    switch (state) {
+        case SDF_FILTER_STATE_REQUESTED:
+        case SDF_FILTER_STATE_PENDING: return why == SDF_FILTER_PENDING;
+        case SDF_FILTER_STATE_ACTIVE: return why == SDF_FILTER_ACTIVE;
+        case SDF_FILTER_STATE_EXPIRED: return why == SDF_FILTER_INACTIVITY_TIMEOUT;
+        case SDF_FILTER_STATE_REJECTED:
+            return why > SDF_FILTER_ACTIVE && why != SDF_FILTER_INACTIVITY_TIMEOUT;
+        default: return why == SDF_FILTER_DELETED;
     }
 }

@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "tests/session/MayFollow.h"
 #include "tests/support/Eventually.h"
 
 namespace {
@@ -103,6 +104,7 @@ void SessionTest::onState(SdfSession* session, SdfSessionState state, int reason
 
 void SessionTest::onFilter(SdfFilter* filter, SdfFilterState state, SdfFilterStatus why,
                            void* name) {
+    EXPECT_TRUE(goesWith(state, why)) << sdfFilterStateText(state) << sdfFilterStatusText(why);
     std::string line = textOf(name) + " " + sdfFilterStateText(state);
     if (state == SDF_FILTER_STATE_REJECTED) line += std::string(": ") + sdfFilterStatusText(why);
     if (state != SDF_FILTER_STATE_REMOVED) {
