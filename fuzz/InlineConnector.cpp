@@ -12,6 +12,7 @@
 namespace {
 
 bool gOpen = false;
+bool gClosing = false;
 bool gWanted = false;
 bool gClient = false;
 int gLane = 0;
@@ -38,13 +39,23 @@ void makeClient(bool possible) {
     Inbox::instance().push(gLane, ClientMadeEvent{result});
 }
 
+bool isClosing() {
+    return gClosing;
+}
+
+void finishClosing() {
+    destroyClient();
+    gOpen = false;
+    gClosing = false;
+}
+
 Connector& Connector::instance() {
     static Connector& connector = *new Connector;
     return connector;
 }
 
 int Connector::open() {
-    if (gOpen) return SDF_SESSION_EXISTS;
+    if (gOpen) return gClosing ? SDF_SESSION_CLOSING : SDF_SESSION_EXISTS;
     gOpen = true;
     return 0;
 }
@@ -57,9 +68,9 @@ int Connector::lane() const {
     return gLane;
 }
 
-bool Connector::close(unsigned int /*milliseconds*/) {
-    destroyClient();
-    gOpen = false;
+bool Connector::close(unsigned int milliseconds) {
     gWanted = false;
-    return true;
+    gClosing = gClient && milliseconds == 0;
+    if (!gClosing) finishClosing();
+    return !gClosing;
 }

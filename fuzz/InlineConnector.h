@@ -8,3 +8,6 @@
 bool isClientWanted();
 // Destroys the client, if there is one, and makes the next, or fails to for want of descriptors.
 void makeClient(bool possible);
+// Whether a closed session's client is still to be destroyed: it is when nobody waits for that.
+bool isClosing();
+void finishClosing();

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <utility>
 
+#include "tests/session/FlowTo.h"
 #include "tests/support/Eventually.h"
 
 namespace {
@@ -15,19 +16,11 @@ FakeSdk& sdk() {
     return FakeSdk::instance();
 }
 
-// A call as text: its name and its arguments.
-template <typename... Arguments>
-std::string line(const char* name, Arguments... arguments) {
-    std::string text = name;
-    (text.append(" ").append(std::to_string(arguments)), ...);
-    return text;
-}
-
 std::string describe(const SdfAddFilterInfo& info) {
     sockaddr_in address{};
     memcpy(&address, &info.dest_addr, sizeof address);
-    return line("AddFilter", ntohs(address.sin_port), info.first_level, info.second_level, info.ood,
-                info.pdcp_timer);
+    return callText("AddFilter", ntohs(address.sin_port), info.first_level, info.second_level,
+                    info.ood, info.pdcp_timer);
 }
 
 }  // namespace
@@ -124,7 +117,7 @@ void FakeSdk::report(const std::vector<unsigned int>& keys) {
 }
 
 void FakeSdk::autoFilter(unsigned int id) {
-    autoFilterCb(id, SdfAddFilterInfo{});
+    autoFilterCb(id, flowTo(static_cast<uint16_t>(id)));
 }
 
 void FakeSdk::failNext(const std::string& line, long long result) {
@@ -195,8 +188,11 @@ long long FakeSdk::resultOf(const std::string& line, bool valid) {
     return mUp ? SDF_V2_SUCCESS : SDF_V2_SERVICE_DOWN;
 }
 
-long long FakeSdk::add(const std::string& line, SdfFilterStatusCb cb) {
+long long FakeSdk::add(const SdfAddFilterInfo& info, std::optional<unsigned char> extra,
+                       SdfFilterStatusCb cb) {
+    const std::string line = describe(info) + (extra ? callText(" extra", *extra) : "");
     const std::lock_guard<std::mutex> guard(mLock);
+    added = {info, extra};
     const long long result = resultOf(line, true);
     if (result < 0) return noted(line, result);
     mAdds[++mLastId] = cb;
@@ -228,47 +224,47 @@ long long destroySdfClient() {
 
 long long sdfSetLatencyLvl(SdfSlotID slot, SdfLatencyLvl first, SdfLatencyLvl second, bool flag,
                            SdfEffectiveLevelsCb cb) {
-    return sdk().setLevels(line("SetLatencyLvl", slot, first, second, flag), cb);
+    return sdk().setLevels(callText("SetLatencyLvl", slot, first, second, flag), cb);
 }
 
 long long sdfUpdateLatencyLvl(unsigned int id, SdfLatencyLvl first, SdfLatencyLvl second) {
-    return sdk().onFilter(line("UpdateLatencyLvl", id, first, second), id);
+    return sdk().onFilter(callText("UpdateLatencyLvl", id, first, second), id);
 }
 
 long long sdfUpdateOod(unsigned int id, SdfOod ood) {
-    return sdk().onFilter(line("UpdateOod", id, ood), id);
+    return sdk().onFilter(callText("UpdateOod", id, ood), id);
 }
 
 long long sdfUpdatePdcpTimer(unsigned int id, unsigned int timer) {
-    return sdk().onFilter(line("UpdatePdcpTimer", id, timer), id);
+    return sdk().onFilter(callText("UpdatePdcpTimer", id, timer), id);
 }
 
 long long sdfUpdateTargetDscp(unsigned int id, unsigned int dscp) {
-    return sdk().onFilter(line("UpdateTargetDscp", id, dscp), id);
+    return sdk().onFilter(callText("UpdateTargetDscp", id, dscp), id);
 }
 
 long long sdfUpdateDdsOod(SdfOod ood) {
-    return sdk().call(line("UpdateDdsOod", ood));
+    return sdk().call(callText("UpdateDdsOod", ood));
 }
 
 long long sdfUpdateDdsPdcpTimer(unsigned int timer) {
-    return sdk().call(line("UpdateDdsPdcpTimer", timer));
+    return sdk().call(callText("UpdateDdsPdcpTimer", timer));
 }
 
 long long sdfEnHighPerfGaming(bool enable) {
-    return sdk().call(line("EnHighPerfGaming", enable));
+    return sdk().call(callText("EnHighPerfGaming", enable));
 }
 
 long long sdfPrioritizeData(SdfSlotID slot, bool enable) {
-    return sdk().call(line("PrioritizeData", slot, enable));
+    return sdk().call(callText("PrioritizeData", slot, enable));
 }
 
 long long sdfPrioritizeDds(bool enable) {
-    return sdk().call(line("PrioritizeDds", enable));
+    return sdk().call(callText("PrioritizeDds", enable));
 }
 
 long long sdfRegPriorityQueueReports(bool enable, unsigned int value, SdfPriorityQueueReportCb cb) {
-    return sdk().keep(line("RegPriorityQueueReports", enable, value), sdk().reportCb, cb);
+    return sdk().keep(callText("RegPriorityQueueReports", enable, value), sdk().reportCb, cb);
 }
 
 long long sdfGetPriorityQueueReport(SdfPriorityQueueReportCb cb) {
@@ -284,11 +280,11 @@ long long sdfRegFilterStatus(SdfFilterStatusCb cb) {
 }
 
 long long sdfAddFilter(SdfAddFilterInfo info, SdfFilterStatusCb cb) {
-    return sdk().add(describe(info), cb);
+    return sdk().add(info, std::nullopt, cb);
 }
 
 long long sdfAddFilterV2(SdfAddFilterInfo info, unsigned char extra, SdfFilterStatusCb cb) {
-    return sdk().add(describe(info) + " extra " + std::to_string(extra), cb);
+    return sdk().add(info, extra, cb);
 }
 
 long long sdfGetFilters(SdfGetFiltersCb cb) {
@@ -296,5 +292,5 @@ long long sdfGetFilters(SdfGetFiltersCb cb) {
 }
 
 long long sdfDeleteFilter(unsigned int id) {
-    return sdk().onFilter(line("DeleteFilter", id), id, true);
+    return sdk().onFilter(callText("DeleteFilter", id), id, true);
 }

@@ -9,9 +9,18 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
+
+// A call as text: its name and its arguments.
+template <typename... Arguments>
+std::string callText(const char* name, Arguments... arguments) {
+    std::string text = name;
+    (text.append(" ").append(std::to_string(arguments)), ...);
+    return text;
+}
 
 // The functions of lum_sdf_sdk.h for a session under test, and the service that it talks to: a test
 // sees each request, and says what the service sends. Like the library it knows a filter only when
@@ -46,6 +55,12 @@ class FakeSdk {
     void report(const std::vector<unsigned int>& keys);
     void autoFilter(unsigned int id);
 
+    // What the last call that adds a filter was given.
+    struct {
+        SdfAddFilterInfo info;
+        std::optional<unsigned char> extra;
+    } added{};
+
     // Called with each line and what the function returns, with the lock held.
     std::function<void(const std::string& line, long long result)> onCall;
 
@@ -64,7 +79,8 @@ class FakeSdk {
     long long destroy();
     // Writes the call down; returns its result: 0 or what it is to fail with.
     long long call(const std::string& line, bool valid = true);
-    long long add(const std::string& line, SdfFilterStatusCb cb);
+    long long add(const SdfAddFilterInfo& info, std::optional<unsigned char> extra,
+                  SdfFilterStatusCb cb);
     long long setLevels(const std::string& line, SdfEffectiveLevelsCb cb);
     template <typename Callback>
     long long keep(const std::string& line, Callback& slot, Callback cb) {
