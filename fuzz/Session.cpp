@@ -130,7 +130,7 @@ class Program {
                              SdfOod ood, unsigned int timer, void* question);
     static void onReportAnswer(SdfSession*, int result, unsigned int key, uint64_t first,
                                uint64_t second, void* question);
-    void onAnswer(Question& question, int result, unsigned int entry);
+    void onAnswer(SdfSession* session, Question& question, int result, unsigned int entry);
     void nested();
     SdfFilter* handleOf(unsigned int id) const;
 
@@ -343,9 +343,10 @@ void Program::nested() {
     --mDepth;
 }
 
-void Program::onState(SdfSession*, SdfSessionState state, int reason, void* program) {
+void Program::onState(SdfSession* session, SdfSessionState state, int reason, void* program) {
     auto& self = *static_cast<Program*>(program);
-    check(sdfSessionGetState(self.mSession) == state, "reports another state");
+    check(session == self.mSession && sdfSessionGetState(session) == state,
+          "reports another state");
     if (!mayFollow(self.mState, state)) {
         fail(std::string("a session is ") + sdfSessionStateText(state) + " after " +
              (self.mState ? sdfSessionStateText(*self.mState) : "nothing"));
@@ -375,19 +376,19 @@ void Program::onFilter(SdfFilter* filter, SdfFilterState state, SdfFilterStatus 
     flow.program.nested();
 }
 
-void Program::onAnswer(Question& question, int result, unsigned int entry) {
-    check(!question.ended, "more of an answer after its end");
+void Program::onAnswer(SdfSession* session, Question& question, int result, unsigned int entry) {
+    check(session == mSession && !question.ended, "more of an answer after its end");
     check(result == 1 ? entry > question.last : entry == 0, "an answer with another entry");
     question.last = entry;
     question.ended = result != 1;
     nested();
 }
 
-void Program::onLevels(SdfSession*, SdfSlotID slot, int error, SdfLatencyLvl first,
+void Program::onLevels(SdfSession* session, SdfSlotID slot, int error, SdfLatencyLvl first,
                        SdfLatencyLvl second, void* program) {
     auto& self = *static_cast<Program*>(program);
     const std::string key = callText("SetLatencyLvl", slot);
-    check(self.isWanted(key), "levels that are not wanted");
+    check(session == self.mSession && self.isWanted(key), "levels that are not wanted");
     if (error == SDF_SESSION_NO_ANSWER) {
         const std::string asked = callText("SetLatencyLvl", slot, first, second) + " ";
         check(self.mWanted.at(key).line.rfind(asked, 0) == 0, "other levels than were asked for");
@@ -400,27 +401,28 @@ void Program::onLevels(SdfSession*, SdfSlotID slot, int error, SdfLatencyLvl fir
     self.nested();
 }
 
-void Program::onReport(SdfSession*, unsigned int key, uint64_t first, uint64_t second,
+void Program::onReport(SdfSession* session, unsigned int key, uint64_t first, uint64_t second,
                        void* program) {
     auto& self = *static_cast<Program*>(program);
-    check(self.isWanted("RegPriorityQueueReports") && key > self.mLastReport &&
-              key <= self.mSerial && first == 10 && second == 20,
+    check(session == self.mSession && self.isWanted("RegPriorityQueueReports") &&
+              key > self.mLastReport && key <= self.mSerial && first == 10 && second == 20,
           "another report");
     self.mLastReport = key;
     self.nested();
 }
 
-void Program::onAutoFilter(SdfSession*, unsigned int id, const SdfAddFilterInfo* info,
+void Program::onAutoFilter(SdfSession* session, unsigned int id, const SdfAddFilterInfo* info,
                            void* program) {
     auto& self = *static_cast<Program*>(program);
-    check(self.isWanted("RegAutoFilterInfo") && id > self.mLastAutoFilter && id <= self.mSerial &&
+    check(session == self.mSession && self.isWanted("RegAutoFilterInfo") &&
+              id > self.mLastAutoFilter && id <= self.mSerial &&
               equal(*info, flowTo(static_cast<uint16_t>(id))),
           "another automatic filter");
     self.mLastAutoFilter = id;
     self.nested();
 }
 
-void Program::onListAnswer(SdfSession*, int result, SdfFilter* filter, unsigned int id,
+void Program::onListAnswer(SdfSession* session, int result, SdfFilter* filter, unsigned int id,
                            SdfFilterStatus status, SdfLatencyLvl first, SdfLatencyLvl second,
                            SdfOod ood, unsigned int timer, void* user) {
     auto& question = *static_cast<Question*>(user);
@@ -428,15 +430,15 @@ void Program::onListAnswer(SdfSession*, int result, SdfFilter* filter, unsigned 
     const decltype(values) one(question.program.handleOf(id), SDF_FILTER_ACTIVE, SDF_LATENCY_LVL_1,
                                SDF_LATENCY_LVL_2, SDF_OOD_ENABLED_LVL, 7);
     check(values == (result == 1 ? one : decltype(values)()), "a list with other values");
-    question.program.onAnswer(question, result, id);
+    question.program.onAnswer(session, question, result, id);
 }
 
-void Program::onReportAnswer(SdfSession*, int result, unsigned int key, uint64_t first,
+void Program::onReportAnswer(SdfSession* session, int result, unsigned int key, uint64_t first,
                              uint64_t second, void* user) {
     auto& question = *static_cast<Question*>(user);
     const bool one = result == 1;
     check(first == (one ? 10 : 0) && second == (one ? 20 : 0), "a report with other values");
-    question.program.onAnswer(question, result, key);
+    question.program.onAnswer(session, question, result, key);
 }
 
 SdfFilter* Program::handleOf(unsigned int id) const {
@@ -470,7 +472,9 @@ void Program::step() {
         case 12: advance(mInput.number<uint16_t>()); break;
         case 13: misbehave(); break;
         case 14:
-            if (mInput.rarely(8)) close();
+            if (mInput.rarely(8)) return close();
+            sdfSessionStop(mSession);
+            check(sdfSessionRun(mSession) == 0, "runs though stopped");
             break;
         default: serve(); break;
     }

@@ -193,7 +193,7 @@ void Wanted::onFilter(SdfFilter* filter, SdfFilterState state, SdfFilterStatus w
     auto& flow = *static_cast<Flow*>(user);
     const bool removal = state == SDF_FILTER_STATE_REMOVED;
     if (flow.ended || filter != flow.filter || removal != flow.removed ||
-        !mayFollow(flow.state, state)) {
+        !mayFollow(flow.state, state) || !goesWith(state, why)) {
         flow.wanted->violated("filter " + std::to_string(flow.port) + " " +
                               sdfFilterStateText(state) + " (" + sdfFilterStatusText(why) +
                               ") after " +
