@@ -13,6 +13,7 @@
 #include "tests/platform/CountedObject.h"
 #include "tests/platform/RawPeer.h"
 #include "tests/support/AllocationLimit.h"
+#include "tests/support/Eventually.h"
 #include "tests/utils/SystemCalls.h"
 
 namespace {
@@ -54,6 +55,23 @@ TEST_F(LinkMemoryTest, ProxyEndsAndItsRegistrationWithTheThread) {
     link(root);
     mConnection.die();
     EXPECT_TRUE(mDied.waitFor(1));
+}
+
+TEST_F(LinkMemoryTest, DeadProxyLeavesNothingToItsThread) {
+    const auto dieAndLetGo = [this] {
+        Connection connection;
+        const BinderRef root = connection.link->root();
+        link(root);
+        const int before = mDied.value();
+        connection.die();
+        EXPECT_TRUE(mDied.waitFor(before + 1));
+        // This thread is the last to hold it.
+        EXPECT_TRUE(eventually([&] { return root->strongCount() == 1; }));
+    };
+    std::thread(dieAndLetGo).join();
+    const int64_t before = allocatedBlocks();
+    dieAndLetGo();
+    EXPECT_TRUE(eventually([&] { return allocatedBlocks() <= before; })) << allocatedBlocks();
 }
 
 // Proxies that were made before memory ran out end with the call, on the thread that reads it.

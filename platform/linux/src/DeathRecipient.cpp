@@ -134,6 +134,9 @@ void DeathNotification::run() {
     {
         const MutexLock lock(gDeathLock);
         proxy.deathAnnounced = true;
+        // The link has ended the registration. A thread that lets go of many such proxies, and then
+        // sleeps, would keep a command for each.
+        proxy.lateUnwatch.reset();
     }
     DeathLink link;
     while (takeFirstLink(proxy, &link)) {
