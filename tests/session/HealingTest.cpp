@@ -3,18 +3,15 @@
 // killed, --seeds=N: with how many services that misbehave, --rest=N: how many seconds to look at
 // rest.
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -25,6 +22,7 @@
 #include "tests/session/Wanted.h"
 #include "tests/support/Driver.h"
 #include "tests/support/EmulatorProcess.h"
+#include "tests/support/ProcessFigures.h"
 #include "tests/support/ProcessThreads.h"
 #include "tests/support/TestDirectory.h"
 
@@ -34,16 +32,8 @@ unsigned int gRounds = 200;
 unsigned int gSeeds = 20;
 unsigned int gRest = 2;
 
-size_t entriesOf(const char* directory) {
-    size_t count = 0;
-    DIR* const entries = opendir(directory);
-    while (readdir(entries) != nullptr) ++count;
-    closedir(entries);
-    return count;
-}
-
 struct Resources {
-    size_t descriptors = entriesOf("/proc/self/fd");
+    int64_t descriptors = ProcessFigures::of(getpid()).descriptors;
     size_t threads = threadsOf(getpid());
     size_t heap = mallinfo2().uordblks;
 };
@@ -86,9 +76,9 @@ TEST(HealingTest, ServiceThatIsKilledAgainAndAgain) {
     // The driver's pool threads stay, up to 16.
     EXPECT_LE(late.threads, early.threads + (overDriver() ? 15 : 0));
     EXPECT_LE(late.heap, early.heap + 64 * 1024);
-    printf("descriptors %zu, %zu; threads %zu, %zu; bytes of heap %zu, %zu; up %zu times\n",
-           early.descriptors, late.descriptors, early.threads, late.threads, early.heap, late.heap,
-           wanted.ups());
+    printf("descriptors %jd, %jd; threads %zu, %zu; bytes of heap %zu, %zu; up %zu times\n",
+           intmax_t{early.descriptors}, intmax_t{late.descriptors}, early.threads, late.threads,
+           early.heap, late.heap, wanted.ups());
     wanted.close();
     EXPECT_EQ(wanted.violation(), "");
 }
@@ -126,19 +116,6 @@ TEST(HealingTest, ServicesThatMisbehave) {
 }
 
 #ifndef __SANITIZE_THREAD__  // whose own thread does not sleep through
-// How often each thread but this one has gone to sleep.
-std::map<std::string, std::string> sleeps() {
-    std::map<std::string, std::string> all;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        if (task.path().filename() == std::to_string(gettid())) continue;
-        std::ifstream status(task.path() / "status");
-        for (std::string line; std::getline(status, line);) {
-            if (line.rfind("voluntary_ctxt_switches", 0) == 0) all[task.path()] = line;
-        }
-    }
-    return all;
-}
-
 TEST(HealingTest, NothingWakesUpAtRest) {
     const TestDirectory directory;
     const EmulatorProcess emulator;
@@ -151,9 +128,10 @@ TEST(HealingTest, NothingWakesUpAtRest) {
     bool quiet = false;
     for (int tries = 0; tries < 5 && !quiet; ++tries) {
         wanted.dispatch(1000);
-        const auto before = sleeps();
+        const int64_t before = ProcessFigures::wakeUpsOf(getpid(), gettid());
         pollfd waited{sdfSessionFd(wanted.session()), POLLIN, 0};
-        quiet = poll(&waited, 1, static_cast<int>(gRest) * 1000) == 0 && sleeps() == before;
+        quiet = poll(&waited, 1, static_cast<int>(gRest) * 1000) == 0 &&
+                ProcessFigures::wakeUpsOf(getpid(), gettid()) == before;
     }
     EXPECT_TRUE(quiet);
 }

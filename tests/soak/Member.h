@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/soak/ProcessFigures.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/ProcessFigures.h"
 
 // One client of a soak.
 class Member {

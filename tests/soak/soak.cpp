@@ -27,8 +27,8 @@
 #include "tests/session/RandomRules.h"
 #include "tests/soak/Growth.h"
 #include "tests/soak/Member.h"
-#include "tests/soak/ProcessFigures.h"
 #include "tests/support/EmulatorProcess.h"
+#include "tests/support/ProcessFigures.h"
 #include "tests/support/TestDirectory.h"
 
 namespace {

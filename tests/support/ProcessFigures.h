@@ -15,4 +15,6 @@ struct ProcessFigures {
     int64_t wakeUps = 0;      // how often the threads that it has now have gone to sleep
 
     static ProcessFigures of(pid_t pid);
+    // wakeUps alone, without those of one thread.
+    static int64_t wakeUpsOf(pid_t pid, pid_t except = 0);
 };

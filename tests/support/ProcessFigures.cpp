@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tests/soak/ProcessFigures.h"
+#include "tests/support/ProcessFigures.h"
 
 #include <unistd.h>
 
@@ -43,10 +43,17 @@ int64_t processorMsOf(const fs::path& process) {
     return (user + system) * 1000 / sysconf(_SC_CLK_TCK);
 }
 
-int64_t wakeUpsOf(const fs::path& process) {
+fs::path directoryOf(pid_t pid) {
+    return fs::path("/proc") / std::to_string(pid);
+}
+
+}  // namespace
+
+int64_t ProcessFigures::wakeUpsOf(pid_t pid, pid_t except) {
     int64_t sum = 0;
     std::error_code error;
-    for (const auto& task : fs::directory_iterator(process / "task", error)) {
+    for (const auto& task : fs::directory_iterator(directoryOf(pid) / "task", error)) {
+        if (task.path().filename() == std::to_string(except)) continue;
         std::ifstream status(task.path() / "status");
         const std::string label = "voluntary_ctxt_switches:";
         for (std::string line; std::getline(status, line);) {
@@ -56,15 +63,13 @@ int64_t wakeUpsOf(const fs::path& process) {
     return sum;
 }
 
-}  // namespace
-
 ProcessFigures ProcessFigures::of(pid_t pid) {
-    const fs::path process = fs::path("/proc") / std::to_string(pid);
+    const fs::path process = directoryOf(pid);
     ProcessFigures figures;
     figures.memory = memoryOf(process);
     figures.descriptors = entriesOf(process / "fd");
     figures.threads = entriesOf(process / "task");
     figures.processorMs = processorMsOf(process);
-    figures.wakeUps = wakeUpsOf(process);
+    figures.wakeUps = wakeUpsOf(pid);
     return figures;
 }
