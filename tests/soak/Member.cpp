@@ -4,13 +4,11 @@
 #include <system_error>
 #include <utility>
 
-Member::Member(std::string name, std::vector<std::string> command,
-               std::vector<std::string> environment, bool mortal)
+Member::Member(std::string name, std::vector<std::string> command, bool mortal)
     : mName(std::move(name)),
       mCommand(std::move(command)),
-      mEnvironment(std::move(environment)),
       mMortal(mortal),
-      mProcess(std::make_unique<ChildProcess>(mCommand, mEnvironment)) {}
+      mProcess(std::make_unique<ChildProcess>(mCommand)) {}
 
 void Member::tell(const std::string& command) {
     mLast = command;
@@ -24,7 +22,7 @@ void Member::tell(const std::string& command) {
 
 void Member::restart() {
     mProcess->kill();
-    mProcess = std::make_unique<ChildProcess>(mCommand, mEnvironment);
+    mProcess = std::make_unique<ChildProcess>(mCommand);
     tell(mLast);
 }
 

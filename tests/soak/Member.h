@@ -22,8 +22,7 @@ class Member {
 
     // command: the program with its arguments. mortal: may be killed, and starts again; others live
     // as long as the soak, and are judged by what they hold.
-    Member(std::string name, std::vector<std::string> command, std::vector<std::string> environment,
-           bool mortal);
+    Member(std::string name, std::vector<std::string> command, bool mortal);
 
     const std::string& name() const { return mName; }
     bool isMortal() const { return mMortal; }
@@ -55,7 +54,6 @@ class Member {
 
     const std::string mName;
     const std::vector<std::string> mCommand;
-    const std::vector<std::string> mEnvironment;
     const bool mMortal;
     std::unique_ptr<ChildProcess> mProcess;
     std::string mLast;

@@ -157,28 +157,21 @@ class Soak {
     }
 
     void addMembers() {
-        const std::vector<std::string> none;
-        const std::string unguarded = LUM_UNGUARDED_DIRECTORY;
         for (const bool mortal : {false, true}) {
             for (const char* kind : {"plain", "threads", "callbacks"}) {
-                add(kind, {LUM_SOAK_CLIENT, kind}, none, mortal);
+                add(kind, {LUM_SOAK_CLIENT, kind}, mortal);
             }
-            if (std::filesystem::exists(unguarded + "/liblum_sdf_sdk.so")) {
-                add("unguarded", {LUM_SOAK_CLIENT, "callbacks"}, {"LD_LIBRARY_PATH=" + unguarded},
-                    mortal);
-            }
-            add("session", {LUM_SOAK_SESSION}, none, mortal);
+            add("session", {LUM_SOAK_SESSION}, mortal);
         }
     }
-    void add(const std::string& kind, std::vector<std::string> command,
-             const std::vector<std::string>& environment, bool mortal) {
+    void add(const std::string& kind, std::vector<std::string> command, bool mortal) {
         command.push_back(std::to_string(mRandom() % 1000000));
         if (mortal) {
             command.emplace_back("churn");
         } else if (kind == mOptions.faulty) {
             command.push_back(mOptions.fault);
         }
-        mMembers.emplace_back(mortal ? kind + ", mortal" : kind, command, environment, mortal);
+        mMembers.emplace_back(mortal ? kind + ", mortal" : kind, command, mortal);
     }
 
     void startService(const std::vector<std::string>& options) {
