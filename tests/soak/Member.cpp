@@ -31,7 +31,7 @@ bool Member::isAtRest() const {
 }
 
 const Member::Rest& Member::noteRest() {
-    mRests.push_back({ProcessFigures::of(pid()), reported("blocks=")});
+    mRests.push_back({ProcessFigures::of(pid()), reported("blocks="), reported("bytes=")});
     return mRests.back();
 }
 

@@ -18,6 +18,7 @@ class Member {
     struct Rest {
         ProcessFigures figures;
         int64_t blocks;  // of memory that operator new has handed out
+        int64_t bytes;   // of these
     };
 
     // command: the program with its arguments. mortal: may be killed, and starts again; others live
@@ -42,8 +43,8 @@ class Member {
     // To be called when it is. Returns what it is that it holds.
     const Rest& noteRest();
     const std::vector<Rest>& rests() const { return mRests; }
-    // A number of its last report: "requests=" is how many it has made so far, "lost=" how many of
-    // them were lost with the service. 0 if it does not say.
+    // A number of its last report: "requests=" is how many it has made so far, "unanswered="
+    // how many of them had no answer. 0 if it does not say.
     int64_t reported(const char* label) const;
     // Ends its input, and waits. Returns its status.
     int end();

@@ -56,7 +56,6 @@ TEST_F(SoakTest, NoticesASessionThatTheServiceDoesNotFollow) {
     EXPECT_TRUE(says("the service does not come to what is wanted")) << mOutput;
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // with which neither is judged
 TEST_F(SoakTest, NoticesMemoryThatIsNotFreed) {
     EXPECT_EQ(soak("plain:leak"), 1) << mOutput;
     EXPECT_TRUE(says("soak: grown: plain: blocks of heap from")) << mOutput;
@@ -66,6 +65,4 @@ TEST_F(SoakTest, NoticesAProcessThatWakesUpAtRest) {
     EXPECT_EQ(soak("threads:awake"), 1) << mOutput;
     EXPECT_TRUE(says("soak: FAILED: at rest threads woke up ")) << mOutput;
 }
-#endif
-
 }  // namespace

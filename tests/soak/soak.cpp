@@ -117,18 +117,18 @@ class Soak {
     // Prints the table. Returns what has grown, a line each.
     std::vector<std::string> judge() const {
         std::vector<std::string> grown;
-        printf("\n%-20s %15s %13s %11s %9s %9s %7s\n", "at rest, first/last", "memory KiB",
-               "heap blocks", "descriptors", "threads", "requests", "lost");
+        printf("\n%-20s %15s %13s %11s %9s %9s %10s\n", "at rest, first/last", "memory KiB",
+               "heap blocks", "descriptors", "threads", "requests", "unanswered");
         for (const Member& member : mMembers) {
             if (member.isMortal() || member.rests().empty()) continue;
             const Member::Rest& first = member.rests().front();
             const Member::Rest& last = member.rests().back();
-            printf("%-20s %7lld/%-7lld %6lld/%-6lld %5lld/%-5lld %4lld/%-4lld %9lld %7lld\n",
+            printf("%-20s %7lld/%-7lld %6lld/%-6lld %5lld/%-5lld %4lld/%-4lld %9lld %10lld\n",
                    member.name().c_str(), kib(first.figures.memory), kib(last.figures.memory),
                    count(first.blocks), count(last.blocks), count(first.figures.descriptors),
                    count(last.figures.descriptors), count(first.figures.threads),
                    count(last.figures.threads), count(member.reported("requests=")),
-                   count(member.reported("lost=")));
+                   count(member.reported("unanswered=")));
             for (const std::string& what : growthOf(member.rests())) {
                 grown.push_back(member.name() + ": " + what);
             }

@@ -12,21 +12,21 @@
 //   strict   work, with a service that may die, but answers in order as long as it lives
 //   loose    work, with a service that may do anything
 //   calm     begin anew with another client, and work, with a service that does everything right
-//   rest     from calm: end all that goes on, and report "rest blocks=N requests=N lost=N
-//            refused=N", the last for want of memory
+//   rest     from calm: end all that goes on, and report "rest blocks=N bytes=N requests=N
+//            unanswered=N refused=N", the last for want of memory
 // Its end ends the program. The status is 1 when something came that must not, or did not that
 // must.
 
 #include <gtest/gtest.h>
 #include <lum_sdf_sdk.h>
+#include <malloc.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -379,8 +379,9 @@ class Application {
         account().start(Account::Terms::kAnswers);
         gExact = false;
         gPhase = Phase::kRest;
-        printf("rest blocks=%lld requests=%u lost=%u refused=%u\n",
-               static_cast<long long>(allocatedBlocks()), account().made(),
+        malloc_trim(0);
+        printf("rest blocks=%jd bytes=%jd requests=%u unanswered=%u refused=%u\n",
+               intmax_t{allocatedBlocks()}, intmax_t{allocatedBytes()}, account().made(),
                account().asked() - account().answered(), gRefused.load());
         (void)fflush(stdout);
     }

@@ -6,12 +6,14 @@
 //   FAULT, which the soak has to notice: stale, the service keeps something else
 //
 // It prints "ready". Then each line of standard input is a command, as for soak_client: strict and
-// loose, which are the same here; calm; rest, which reports "rest blocks=N requests=N" with the
-// number of changes.
+// loose, which are the same here; calm; rest, which reports "rest blocks=N bytes=N requests=N" with
+// the number of changes.
 
+#include <malloc.h>
 #include <poll.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -67,8 +69,9 @@ class SessionClient {
         if (mStale) sdfSessionSetDdsPdcpTimer(mWanted.session(), 1000000);
         if (!mWanted.trim()) fail("the service does not come to what is wanted");
         if (mWanted.ups() != mCalmUps) fail("lost in a calm");
-        printf("rest blocks=%lld requests=%u\n", static_cast<long long>(allocatedBlocks()),
-               mChanges);
+        malloc_trim(0);
+        printf("rest blocks=%jd bytes=%jd requests=%u\n", intmax_t{allocatedBlocks()},
+               intmax_t{allocatedBytes()}, mChanges);
         (void)fflush(stdout);
     }
     bool fail(const std::string& what) {

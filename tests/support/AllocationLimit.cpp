@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/AllocationLimit.h"
 
+#include <malloc.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +16,7 @@ constexpr long kNoLimit = -1;
 
 std::atomic<bool> gFirstRefused{false};
 std::atomic<int64_t> gBlocks{0};
+std::atomic<int64_t> gBytes{0};
 
 // Of the calling thread.
 struct Limit {
@@ -38,11 +41,18 @@ bool refused() {
     return true;
 }
 
+// added: 1, or -1.
+void count(void* memory, int64_t added) {
+    gBlocks.fetch_add(added, std::memory_order_relaxed);
+    const auto size = static_cast<int64_t>(malloc_usable_size(memory));
+    gBytes.fetch_add(added * size, std::memory_order_relaxed);
+}
+
 void* allocate(size_t size) {
     if (refused()) throw std::bad_alloc();
     void* const memory = malloc(size == 0 ? 1 : size);
     if (memory == nullptr) throw std::bad_alloc();
-    gBlocks.fetch_add(1, std::memory_order_relaxed);
+    count(memory, 1);
     return memset(memory, 0xA5, size);
 }
 
@@ -55,7 +65,7 @@ void* allocateOrNull(size_t size) {
 }
 
 void release(void* memory) noexcept {
-    if (memory != nullptr) gBlocks.fetch_sub(1, std::memory_order_relaxed);
+    if (memory != nullptr) count(memory, -1);
     free(memory);
 }
 
@@ -63,6 +73,10 @@ void release(void* memory) noexcept {
 
 int64_t allocatedBlocks() {
     return gBlocks.load(std::memory_order_relaxed);
+}
+
+int64_t allocatedBytes() {
+    return gBytes.load(std::memory_order_relaxed);
 }
 
 AllocationLimit::AllocationLimit(long count, Failing failing) {

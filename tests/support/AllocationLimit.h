@@ -7,6 +7,8 @@
 // had back, on all threads; those with an alignment of their own left out. Exact, unlike what the
 // allocator says of itself, which counts what it keeps for threads.
 int64_t allocatedBlocks();
+// The same in bytes, as the allocator rounds them.
+int64_t allocatedBytes();
 
 // While it lives, the calling thread gets `count` allocations from operator new; then
 // std::bad_alloc is thrown by every further one, or by the next one only. One at a time for each
