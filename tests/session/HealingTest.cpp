@@ -89,7 +89,7 @@ TEST(HealingTest, ServicesThatMisbehave) {
         Wanted wanted(seed);
         const std::vector<std::string> rules = randomRules(
             [&wanted](size_t limit) { return wanted.pick(static_cast<unsigned int>(limit)); },
-            "nth");
+            true);
         std::string all = "seed " + std::to_string(seed);
         bool dies = false;
         for (const std::string& word : rules) {

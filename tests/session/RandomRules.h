@@ -7,6 +7,5 @@
 #include <vector>
 
 // Options for an emulator that misbehaves, or dies. pick: returns a number below its argument.
-// when: "nth", a few times and then no more; or "every", again and again.
-std::vector<std::string> randomRules(const std::function<size_t(size_t)>& pick,
-                                     const std::string& when);
+// ends: it does so a few times and then no more; otherwise again and again.
+std::vector<std::string> randomRules(const std::function<size_t(size_t)>& pick, bool ends);

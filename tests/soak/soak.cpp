@@ -224,7 +224,7 @@ class Soak {
         // service lives on.
         if (storm == Storm::kDeaths && pick(6) == 0) killService();
         if (storm == Storm::kMisbehaviour && (pick(4) == 0 || mService->process().hasEnded())) {
-            startService(randomRules([this](size_t limit) { return pick(limit); }, "every"));
+            startService(randomRules([this](size_t limit) { return pick(limit); }, false));
         }
     }
 
