@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -214,7 +215,7 @@ class Soak {
             case 2:
                 if (!member.isMortal()) return;
                 ++mKills;
-                return member.restart();
+                return restart(member);
             case 3: return runShort(member);
             case 4: return stopService();
             case 5: return runServiceShort();
@@ -243,9 +244,11 @@ class Soak {
     }
     void runShort(Member& member) {
         ++mShortages;
-        mayExit(member) = true;
+        const milliseconds time = pickTime(3000);
+        // It may be stopped meanwhile, before it ends for that.
+        mMayExit[&member] = Clock::now() + time + kExits;
         limitDescriptors(member.pid(), false, pick(4));
-        later(pickTime(3000), [&member] { limitDescriptors(member.pid(), true, 0); });
+        later(time, [&member] { limitDescriptors(member.pid(), true, 0); });
     }
     void runServiceShort() {
         ++mShortages;
@@ -344,15 +347,14 @@ class Soak {
         if (!member.hasEnded()) return;
         // The library ends a process that creates a client without descriptors.
         const int status = member.end();
-        if (!member.isMortal() || !mayExit(member) || status != kNoDescriptors) {
+        if (!member.isMortal() || status != kNoDescriptors || Clock::now() > mMayExit[&member]) {
             throwOf(member, "ended with status " + std::to_string(status));
         }
-        mayExit(member) = false;
-        member.restart();
+        restart(member);
     }
-    std::vector<bool>::reference mayExit(const Member& member) {
-        mMayExit.resize(mMembers.size());
-        return mMayExit[static_cast<size_t>(&member - mMembers.data())];
+    void restart(Member& member) {
+        mMayExit.erase(&member);
+        member.restart();
     }
 
     void sampleAll() {
@@ -381,6 +383,8 @@ class Soak {
     }
 
     static constexpr int kNoDescriptors = 255;
+    // After which it has ended for that, if at all.
+    static constexpr seconds kExits{5};
     // By which what the service keeps for a session may change.
     static constexpr size_t kServiceBlocks = 100;
 
@@ -392,7 +396,7 @@ class Soak {
     const std::unique_ptr<FILE, int (*)(FILE*)> mSamples;
     std::unique_ptr<EmulatorProcess> mService;
     std::vector<Member> mMembers;
-    std::vector<bool> mMayExit;  // as mMembers: was short of descriptors
+    std::map<const Member*, Clock::time_point> mMayExit;  // for want of descriptors, so long
     std::vector<std::pair<Clock::time_point, std::function<void()>>> mLater;
     EmulatorProcess::Stats mBefore{};  // of the service, before the last storm
     pid_t mSurvivor = 0;
