@@ -14,9 +14,9 @@ namespace {
 class SoakTest : public testing::Test {
   protected:
     // Returns its status.
-    int soak(const std::string& fault = "") {
+    int soak(const std::string& fault = "", const std::string& option = "--rest=1") {
         std::vector<std::string> command{LUM_SOAK,   "--seconds=0", "--rounds=3", "--storm=3",
-                                         "--calm=1", "--rest=1",    "--seed=1"};
+                                         "--calm=1", "--rest=1",    "--seed=1",   option};
         if (!fault.empty()) command.push_back("--fault=" + fault);
         ChildProcess process(command);
         const int status = process.wait();
@@ -59,10 +59,32 @@ TEST_F(SoakTest, NoticesASessionThatTheServiceDoesNotFollow) {
 TEST_F(SoakTest, NoticesMemoryThatIsNotFreed) {
     EXPECT_EQ(soak("plain:leak"), 1) << mOutput;
     EXPECT_TRUE(says("soak: grown: plain: blocks of heap from")) << mOutput;
+    EXPECT_TRUE(says("soak: grown: plain: bytes of heap from")) << mOutput;
+}
+
+TEST_F(SoakTest, NoticesMemoryOfAnotherAllocatorsThatIsNotFreed) {
+    EXPECT_EQ(soak("plain:memory"), 1) << mOutput;
+    EXPECT_TRUE(says("soak: grown: plain: bytes of memory from")) << mOutput;
 }
 
 TEST_F(SoakTest, NoticesAProcessThatWakesUpAtRest) {
     EXPECT_EQ(soak("threads:awake"), 1) << mOutput;
     EXPECT_TRUE(says("soak: FAILED: at rest threads woke up ")) << mOutput;
 }
+
+TEST_F(SoakTest, NoticesAProcessThatWakesUpNowAndThen) {
+    EXPECT_EQ(soak("threads:drowsy"), 1) << mOutput;
+    EXPECT_TRUE(says("soak: FAILED: at rest threads woke up ")) << mOutput;
+}
+
+TEST_F(SoakTest, NoticesAClientThatDoesNotComeToRest) {
+    EXPECT_EQ(soak("plain:restless", "--rest-limit=1"), 1) << mOutput;
+    EXPECT_TRUE(says("soak: FAILED: plain does not come to rest")) << mOutput;
+}
+
+TEST_F(SoakTest, NoticesAServiceThatGrows) {
+    EXPECT_EQ(soak("service:clients"), 1) << mOutput;
+    EXPECT_TRUE(says("soak: FAILED: the service has grown: clients 8 to 9, ")) << mOutput;
+}
+
 }  // namespace

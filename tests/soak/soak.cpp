@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Everything at once, for as long as it is to last: clients of all kinds, a service that dies and
 // misbehaves, processes that are killed, stopped and short of descriptors and memory; then a calm,
-// and rest. docs/testing.md says what is checked. The status is 1 when something was not as it has
-// to be.
+// in which nothing of that happens, and rest. docs/testing.md says what is checked. The status is 1
+// when something was not as it has to be.
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -28,6 +28,7 @@
 #include "tests/session/RandomRules.h"
 #include "tests/soak/Growth.h"
 #include "tests/soak/Member.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/EmulatorProcess.h"
 #include "tests/support/ProcessFigures.h"
 #include "tests/support/TestDirectory.h"
@@ -38,18 +39,19 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr seconds kComesToRest{180};
-
 struct Options {
     unsigned int seconds = 60;  // in all, about
     unsigned int rounds = 1;    // at least
     unsigned int storm = 20;    // each, in seconds
     unsigned int calm = 5;
-    unsigned int rest = 2;  // without a wake-up
+    unsigned int rest = 2;         // without a wake-up; the last is kLastRest times as long
+    unsigned int restLimit = 180;  // to come to rest
     unsigned int seed = 0;
     std::string samples = "/dev/null";
-    std::string faulty;  // a kind of clients, and
-    std::string fault;   // what is wrong with the one of them that lives
+    // A kind of clients, and what is wrong with the one of them that lives; or "service", which
+    // gets another client with each storm.
+    std::string faulty;
+    std::string fault;
 };
 
 std::atomic<bool> gInterrupted{false};
@@ -110,6 +112,8 @@ class Soak {
             calm();
             rest();
         }
+        // What wakes up but now and then, too.
+        sleepQuietly(seconds(mOptions.rest * kLastRest));
         for (Member& member : mMembers) {
             if (member.end() != 0) throwOf(member, "did not end well");
         }
@@ -118,18 +122,19 @@ class Soak {
     // Prints the table. Returns what has grown, a line each.
     std::vector<std::string> judge() const {
         std::vector<std::string> grown;
-        printf("\n%-20s %15s %13s %11s %9s %9s %10s\n", "at rest, first/last", "memory KiB",
-               "heap blocks", "descriptors", "threads", "requests", "unanswered");
+        printf("\n%-20s %15s %13s %9s %11s %9s %9s %10s\n", "at rest, first/last", "memory KiB",
+               "heap blocks", "heap KiB", "descriptors", "threads", "requests", "unanswered");
         for (const Member& member : mMembers) {
             if (member.isMortal() || member.rests().empty()) continue;
             const Member::Rest& first = member.rests().front();
             const Member::Rest& last = member.rests().back();
-            printf("%-20s %7lld/%-7lld %6lld/%-6lld %5lld/%-5lld %4lld/%-4lld %9lld %10lld\n",
-                   member.name().c_str(), kib(first.figures.memory), kib(last.figures.memory),
-                   count(first.blocks), count(last.blocks), count(first.figures.descriptors),
-                   count(last.figures.descriptors), count(first.figures.threads),
-                   count(last.figures.threads), count(member.reported("requests=")),
-                   count(member.reported("unanswered=")));
+            printf(
+                "%-20s %7lld/%-7lld %6lld/%-6lld %4lld/%-4lld %5lld/%-5lld %4lld/%-4lld %9lld %10lld\n",
+                member.name().c_str(), kib(first.figures.memory), kib(last.figures.memory),
+                count(first.blocks), count(last.blocks), kib(first.bytes), kib(last.bytes),
+                count(first.figures.descriptors), count(last.figures.descriptors),
+                count(first.figures.threads), count(last.figures.threads),
+                count(member.reported("requests=")), count(member.reported("unanswered=")));
             for (const std::string& what : growthOf(member.rests())) {
                 grown.push_back(member.name() + ": " + what);
             }
@@ -193,6 +198,10 @@ class Soak {
     void storm(Storm storm) {
         const EmulatorProcess::Stats before = mService->stats();
         const pid_t service = mService->pid();
+        if (mOptions.faulty == "service") {
+            const std::vector<std::string> command{LUM_SOAK_CLIENT, "plain", "1"};
+            mStrangers.push_back(std::make_unique<ChildProcess>(command));
+        }
         tell(storm == Storm::kMisbehaviour ? "loose" : "strict", nameOf(storm));
         const auto end = Clock::now() + seconds(mOptions.storm);
         while (Clock::now() < end) {
@@ -271,7 +280,7 @@ class Soak {
     // Everything is brought to rest, and nothing wakes up; then what is held is noted.
     void rest() {
         tell("rest", "rest");
-        const auto end = Clock::now() + kComesToRest;
+        const auto end = Clock::now() + seconds(mOptions.restLimit);
         for (Member& member : mMembers) {
             while (!member.isAtRest()) {
                 if (Clock::now() > end) throwOf(member, "does not come to rest");
@@ -279,7 +288,7 @@ class Soak {
             }
         }
         ++mRests;
-        sleepQuietly();
+        sleepQuietly(seconds(mOptions.rest));
         for (Member& member : mMembers) sample(member, member.noteRest().blocks);
         if (mService->pid() != mSurvivor) return;
         const auto settled = [this](const EmulatorProcess::Stats& now) {
@@ -299,20 +308,22 @@ class Soak {
         return std::to_string(before) + " to " + std::to_string(now);
     }
     // What is still on its way may wake a process, but not again and again.
-    void sleepQuietly() {
+    void sleepQuietly([[maybe_unused]] seconds time) {
 #ifndef __SANITIZE_THREAD__  // whose own thread does not sleep through
+        std::map<std::string, pid_t> processes{{"the service", mService->pid()}};
+        for (const Member& member : mMembers) processes[member.name()] = member.pid();
         std::string awake;
         for (int tries = 0; tries < 5; ++tries) {
-            std::vector<int64_t> before;
-            for (const Member& member : mMembers) {
-                before.push_back(ProcessFigures::of(member.pid()).wakeUps);
+            std::map<pid_t, int64_t> before;
+            for (const auto& [name, pid] : processes) {
+                before[pid] = ProcessFigures::wakeUpsOf(pid);
             }
-            pass(seconds(mOptions.rest));
+            pass(time);
             awake.clear();
-            for (size_t i = 0; i < mMembers.size(); ++i) {
-                const int64_t wakeUps = ProcessFigures::of(mMembers[i].pid()).wakeUps - before[i];
+            for (const auto& [name, pid] : processes) {
+                const int64_t wakeUps = ProcessFigures::wakeUpsOf(pid) - before[pid];
                 if (wakeUps == 0) continue;
-                awake = mMembers[i].name() + " woke up " + std::to_string(wakeUps) + " times";
+                awake = name + " woke up " + std::to_string(wakeUps) + " times";
             }
             if (awake.empty()) return;
         }
@@ -385,6 +396,7 @@ class Soak {
     static constexpr int kNoDescriptors = 255;
     // After which it has ended for that, if at all.
     static constexpr seconds kExits{5};
+    static constexpr unsigned int kLastRest = 5;
     // By which what the service keeps for a session may change.
     static constexpr size_t kServiceBlocks = 100;
 
@@ -396,6 +408,7 @@ class Soak {
     const std::unique_ptr<FILE, int (*)(FILE*)> mSamples;
     std::unique_ptr<EmulatorProcess> mService;
     std::vector<Member> mMembers;
+    std::vector<std::unique_ptr<ChildProcess>> mStrangers;
     std::map<const Member*, Clock::time_point> mMayExit;  // for want of descriptors, so long
     std::vector<std::pair<Clock::time_point, std::function<void()>>> mLater;
     EmulatorProcess::Stats mBefore{};  // of the service, before the last storm
@@ -422,6 +435,7 @@ Options parse(int argc, char** argv) {
             sscanf(argv[index], "--storm=%u", &options.storm) == 1 ||
             sscanf(argv[index], "--calm=%u", &options.calm) == 1 ||
             sscanf(argv[index], "--rest=%u", &options.rest) == 1 ||
+            sscanf(argv[index], "--rest-limit=%u", &options.restLimit) == 1 ||
             sscanf(argv[index], "--seed=%u", &options.seed) == 1) {
             continue;
         }
@@ -432,8 +446,8 @@ Options parse(int argc, char** argv) {
             options.fault = more;
         } else {
             throw Failure(
-                "usage: soak [--seconds=N] [--rounds=N] [--storm=N] [--calm=N] [--rest=N] [--seed=N] "
-                "[--samples=FILE] [--fault=KIND:FAULT]");
+                "usage: soak [--seconds=N] [--rounds=N] [--storm=N] [--calm=N] [--rest=N] "
+                "[--rest-limit=N] [--seed=N] [--samples=FILE] [--fault=KIND:FAULT]");
         }
     }
     return options;

@@ -6,7 +6,8 @@
 // usage: soak_client KIND SEED [churn] [FAULT]
 //   KIND: plain, with one thread; threads, with four; callbacks, from inside its callbacks
 //   churn: destroys the client now and then and creates another
-//   FAULT, which the soak has to notice: leak, descriptors, awake; or twice, lost: of some answers
+//   FAULT, which the soak has to notice: leak, memory, descriptors; awake, drowsy, restless; or
+//          twice, lost: of some answers
 //
 // It creates a client and prints "ready". Then each line of standard input is a command:
 //   strict   work, with a service that may die, but answers in order as long as it lives
@@ -17,6 +18,7 @@
 // Its end ends the program. The status is 1 when something came that must not, or did not that
 // must.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <lum_sdf_sdk.h>
 #include <malloc.h>
@@ -27,6 +29,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -293,23 +296,29 @@ class Callbacks : public Way {
 class Faults {
   public:
     explicit Faults(const std::string& fault) : mFault(fault) {
-        if (fault == "awake") {
-            std::thread([] {
-                for (;;) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            }).detach();
-        }
+        if (fault == "awake") wakeUpEvery(std::chrono::milliseconds(10));
+        if (fault == "drowsy") wakeUpEvery(std::chrono::seconds(3));
     }
+    bool comesToRest() const { return mFault != "restless"; }
     // How many callbacks the application sees for one.
     int seen(const ClientEvent& event) {
         const unsigned int count = ++mCount;
         if (mFault == "leak" && new (std::nothrow) char[1000] == nullptr) return 0;
-        if (mFault == "descriptors" && count % 20 == 0 && dup(STDIN_FILENO) < 0) return 0;
+        if (mFault == "memory" && strdup(std::string(1000, ' ').c_str()) == nullptr) return 0;
+        // It may be short of them.
+        if (mFault == "descriptors" && count % 20 == 0) (void)fcntl(STDIN_FILENO, F_DUPFD, 0);
         if (event.kind != ClientEvent::Kind::kLevels || count % 20 != 0) return 1;
         if (mFault == "twice") return 2;
         return mFault == "lost" ? 0 : 1;
     }
 
   private:
+    static void wakeUpEvery(std::chrono::milliseconds time) {
+        std::thread([time] {
+            for (;;) std::this_thread::sleep_for(time);
+        }).detach();
+    }
+
     const std::string mFault;
     std::atomic<unsigned int> mCount{0};
 };
@@ -379,6 +388,7 @@ class Application {
         account().start(Account::Terms::kAnswers);
         gExact = false;
         gPhase = Phase::kRest;
+        if (!mFaults.comesToRest()) return;
         malloc_trim(0);
         printf("rest blocks=%jd bytes=%jd requests=%u unanswered=%u refused=%u\n",
                intmax_t{allocatedBlocks()}, intmax_t{allocatedBytes()}, account().made(),
