@@ -32,6 +32,7 @@ TEST_F(SoakTest, PassesWhenNothingIsWrong) {
     EXPECT_EQ(soak(), 0) << mOutput;
     EXPECT_TRUE(says("soak: passed")) << mOutput;
     EXPECT_TRUE(says("3 times at rest")) << mOutput;
+    EXPECT_FALSE(says("of memory 0 times")) << mOutput;
 }
 
 TEST_F(SoakTest, NoticesAnAnswerThatIsLost) {

@@ -124,8 +124,10 @@ class Soak {
         std::vector<std::string> grown;
         printf("\n%-20s %15s %13s %9s %11s %9s %9s %10s\n", "at rest, first/last", "memory KiB",
                "heap blocks", "heap KiB", "descriptors", "threads", "requests", "unanswered");
+        long long scarce = 0;
         for (const Member& member : mMembers) {
             if (member.isMortal() || member.rests().empty()) continue;
+            scarce += member.reported("scarce=");
             const Member::Rest& first = member.rests().front();
             const Member::Rest& last = member.rests().back();
             printf(
@@ -140,9 +142,9 @@ class Soak {
             }
         }
         printf(
-            "services %u; killed %u, stopped %u, short of descriptors %u times; %u times at "
-            "rest\n",
-            mServices, mKills, mStops, mShortages, mRests);
+            "services %u; killed %u, stopped %u, short of descriptors %u, of memory %lld times; %u "
+            "times at rest\n",
+            mServices, mKills, mStops, mShortages, scarce, mRests);
         return grown;
     }
 

@@ -14,7 +14,7 @@
 //   loose    work, with a service that may do anything
 //   calm     begin anew with another client, and work, with a service that does everything right
 //   rest     from calm: end all that goes on, and report "rest blocks=N bytes=N requests=N
-//            unanswered=N refused=N", the last for want of memory
+//            unanswered=N scarce=N", the last how often memory was scarce
 // Its end ends the program. The status is 1 when something came that must not, or did not that
 // must.
 
@@ -65,7 +65,7 @@ std::atomic<bool> gUp{false};       // and registered
 std::atomic<bool> gExact{false};    // every callback is known beforehand, and no loss may come
 std::atomic<long long> gMarker{0};  // the request whose answer begins that
 std::atomic<unsigned int> gAnswers{0};
-std::atomic<unsigned int> gRefused{0};  // for want of memory
+std::atomic<unsigned int> gScarce{0};  // how often memory was scarce
 
 Account& account() {
     return gAccount.value;
@@ -184,6 +184,7 @@ class Threads : public Way {
 
   private:
     void run(Worker& worker, std::mt19937 random) {
+        const AllocationGrant application;
         unsigned int known = account().losses();
         while (!mStopping && !testing::Test::HasFailure()) {
             if (!gUp) {
@@ -220,7 +221,7 @@ class Threads : public Way {
                                   onLevels);
         }
         if (id == SDF_V2_INTERNAL_ERROR) {
-            ++gRefused;
+            ++gScarce;
             return {};
         }
         if (!account().drawn(id)) return {};
@@ -325,8 +326,8 @@ class Faults {
 
 class Application {
   public:
-    Application(std::unique_ptr<Way> way, const std::string& fault)
-        : mWay(std::move(way)), mFaults(fault) {
+    Application(std::unique_ptr<Way> way, unsigned int seed, const std::string& fault)
+        : mWay(std::move(way)), mFaults(fault), mRandom(seed) {
         account().start(Account::Terms::kAnswers);
         setEventHook([this](const ClientEvent& event) { called(event); });
         EXPECT_EQ(createSdfClient(onStatus), 0);
@@ -337,6 +338,7 @@ class Application {
     Application& operator=(const Application&) = delete;
 
     void command(const std::string& command) {
+        refuseEveryAllocation(0);
         if (gPhase != Phase::kRest) mWay->stop();
         if (command == "rest") return rest();
         if (command == "calm") {
@@ -351,6 +353,7 @@ class Application {
     // To be called often, but at rest. That requests are answered is seen to where they are made;
     // from inside callbacks, a service that may do anything can end that.
     void keepUp() {
+        makeMemoryScarce();
         const unsigned int answers = gAnswers;
         if (std::exchange(mAnswers, answers) != answers || (gUp && gPhase != Phase::kLoose)) {
             mPatience = Clock::now() + kPatience;
@@ -368,7 +371,15 @@ class Application {
     }
 
   private:
+    // For the library's threads, now and then, until this is called again. What is lost then need
+    // not be reported, so only with a service whose answers may be missing anyway.
+    void makeMemoryScarce() {
+        const bool scarce = gPhase == Phase::kLoose && mRandom() % 8 == 0;
+        if (scarce) ++gScarce;
+        refuseEveryAllocation(scarce ? 2 + mRandom() % 64 : 0);
+    }
     void called(const ClientEvent& event) {
+        const AllocationGrant application;
         forgetClientEvents();
         if (event.kind == ClientEvent::Kind::kStatus) {
             if (event.status == SDF_V2_SERVICE_UP) return mWay->up();
@@ -390,14 +401,15 @@ class Application {
         gPhase = Phase::kRest;
         if (!mFaults.comesToRest()) return;
         malloc_trim(0);
-        printf("rest blocks=%jd bytes=%jd requests=%u unanswered=%u refused=%u\n",
+        printf("rest blocks=%jd bytes=%jd requests=%u unanswered=%u scarce=%u\n",
                intmax_t{allocatedBlocks()}, intmax_t{allocatedBytes()}, account().made(),
-               account().asked() - account().answered(), gRefused.load());
+               account().asked() - account().answered(), gScarce.load());
         (void)fflush(stdout);
     }
 
     const std::unique_ptr<Way> mWay;
     Faults mFaults;
+    std::mt19937 mRandom;
     Clock::time_point mAttempt{};
     Clock::time_point mPatience{};
     unsigned int mAnswers = 0;
@@ -411,13 +423,14 @@ std::unique_ptr<Way> wayOf(const std::string& kind, unsigned int seed, bool chur
 }  // namespace
 
 int main(int argc, char** argv) {
+    const AllocationGrant application;
     testing::InitGoogleTest(&argc, argv);
     const std::vector<std::string> words(argv + 1, argv + argc);
     if (words.size() < 2) return 2;
     const auto seed = static_cast<unsigned int>(std::stoul(words[1]));
     const bool churns = words.back() == "churn";
     // Never destroyed: callbacks may come while the process ends.
-    auto& application = *new Application(wayOf(words[0], seed, churns), words.back());
+    auto& client = *new Application(wayOf(words[0], seed, churns), seed, words.back());
     std::string line;
     while (!testing::Test::HasFailure()) {
         pollfd input{STDIN_FILENO, POLLIN, 0};
@@ -425,15 +438,15 @@ int main(int argc, char** argv) {
             char letter = 0;
             if (read(STDIN_FILENO, &letter, 1) <= 0) break;
             if (letter == '\n') {
-                application.command(std::exchange(line, ""));
+                client.command(std::exchange(line, ""));
             } else {
                 line += letter;
             }
         } else {
-            application.keepUp();
+            client.keepUp();
         }
     }
-    if (!testing::Test::HasFailure()) application.end();
+    if (!testing::Test::HasFailure()) client.end();
     (void)fflush(stdout);
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }

@@ -15,6 +15,8 @@ namespace {
 constexpr long kNoLimit = -1;
 
 std::atomic<bool> gFirstRefused{false};
+std::atomic<unsigned int> gRefusedEvery{0};
+std::atomic<unsigned int> gAllocations{0};  // while every nth is refused
 std::atomic<int64_t> gBlocks{0};
 std::atomic<int64_t> gBytes{0};
 
@@ -26,12 +28,15 @@ struct Limit {
 // Constant, for those who allocate before the program's own variables are made.
 thread_local Limit tLimit{kNoLimit, false};
 thread_local bool tStarted = false;  // has allocated before
+thread_local int tGrants = 0;
 
 bool refused() {
     if (!tStarted) {
         tStarted = true;
         if (gFirstRefused) return true;
     }
+    const unsigned int nth = gRefusedEvery;
+    if (nth != 0 && tGrants == 0 && ++gAllocations % nth == 0) return true;
     if (tLimit.left == kNoLimit) return false;
     if (tLimit.left > 0) {
         --tLimit.left;
@@ -84,6 +89,17 @@ AllocationLimit::AllocationLimit(long count, Failing failing) {
 }
 AllocationLimit::~AllocationLimit() {
     tLimit = {kNoLimit, false};
+}
+
+void refuseEveryAllocation(unsigned int nth) {
+    gRefusedEvery = nth;
+}
+
+AllocationGrant::AllocationGrant() {
+    ++tGrants;
+}
+AllocationGrant::~AllocationGrant() {
+    --tGrants;
 }
 
 FirstAllocationRefusal::FirstAllocationRefusal() {

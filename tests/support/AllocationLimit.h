@@ -24,6 +24,19 @@ class AllocationLimit {
     AllocationLimit& operator=(const AllocationLimit&) = delete;
 };
 
+// From now on every nth allocation, of all threads together, throws std::bad_alloc; with 0, none
+// does.
+void refuseEveryAllocation(unsigned int nth);
+
+// While one lives, the calling thread gets what refuseEveryAllocation() would refuse it.
+class AllocationGrant {
+  public:
+    AllocationGrant();
+    ~AllocationGrant();
+    AllocationGrant(const AllocationGrant&) = delete;
+    AllocationGrant& operator=(const AllocationGrant&) = delete;
+};
+
 // While it lives, the first allocation of every new thread throws std::bad_alloc, and only that.
 class FirstAllocationRefusal {
   public:
