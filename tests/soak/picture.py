@@ -11,23 +11,24 @@ import csv
 import sys
 from collections import defaultdict
 
-import matplotlib
-
-matplotlib.use("Agg")
-import matplotlib.pyplot as plt  # noqa: E402
-
 HEADER = ["seconds", "phase", "process", "pid", "memory_kib", "blocks", "descriptors", "threads",
           "processor_ms", "wake_ups"]
+WORDS = ("phase", "process")
 SHADES = {"deaths": "#f4cccc", "misbehaviour": "#fce5cd", "survivor": "#fff2cc", "calm": "#d9ead3",
           "rest": "#d0e0f0"}
 
 
 def read(path):
-    """Returns the samples, in order, as dictionaries."""
+    """Returns the samples, in order, as dictionaries, without what only looks like one."""
+    samples = []
     with open(path, newline="", encoding="utf-8", errors="replace") as file:
-        rows = [row for row in csv.reader(file) if len(row) == len(HEADER) and row != HEADER]
-    return [{**dict(zip(HEADER, row)), **{name: float(value) for name, value in zip(HEADER, row)
-                                          if name not in ("phase", "process")}} for row in rows]
+        for row in csv.reader(file):
+            try:
+                samples.append({name: value if name in WORDS else float(value)
+                                for name, value in zip(HEADER, row, strict=True)})
+            except ValueError:  # the header, or a line with another in its middle
+                pass
+    return samples
 
 
 def rates(samples, name, factor):
@@ -56,6 +57,16 @@ def main(source, picture):
     samples = read(source)
     if not samples:
         sys.exit(f"picture.py: {source} has no samples")
+    draw(samples, picture)
+    print(f"made {picture}")
+
+
+def draw(samples, picture):
+    """Makes the file."""
+    import matplotlib
+    matplotlib.use("Agg")
+    import matplotlib.pyplot as plt
+
     processes = defaultdict(list)
     for sample in samples:
         if not sample["process"].endswith("mortal"):
@@ -85,7 +96,6 @@ def main(source, picture):
     axes[0].legend(loc="upper left", ncol=6, fontsize="small")
     figure.tight_layout(rect=(0, 0, 1, 0.98))
     figure.savefig(picture, dpi=80)
-    print(f"made {picture}")
 
 
 if __name__ == "__main__":
