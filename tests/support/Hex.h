@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,11 +27,12 @@ inline std::vector<uint8_t> fromHex(const std::string& text) {
 
 template <typename Bytes>
 std::string toHex(const Bytes& bytes) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
     std::string text;
     for (const auto byte : bytes) {
-        char two[4];
-        snprintf(two, sizeof two, "%s%02X", text.empty() ? "" : " ", static_cast<uint8_t>(byte));
-        text += two;
+        if (!text.empty()) text += ' ';
+        text += kDigits[static_cast<uint8_t>(byte) >> 4];
+        text += kDigits[static_cast<uint8_t>(byte) & 15];
     }
     return text;
 }
