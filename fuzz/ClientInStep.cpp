@@ -4,7 +4,6 @@
 #include <google/protobuf/stubs/logging.h>
 #include <netinet/in.h>
 
-#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -427,9 +426,7 @@ void ClientInStep::startUpWithAll() {
     SdfProto::ClientMsg added;
     added.set_event_id(SdfProto::ADD_FILTER_CB);
     added.mutable_data()->mutable_add_filter_cb()->mutable_filter()->set_filter_id(id);
-    std::vector<uint8_t> bytes(added.ByteSizeLong());
-    added.SerializeToArray(bytes.data(), static_cast<int>(bytes.size()));
-    message(bytes);
+    message(encode(added));
     for (unsigned int which = 0; which < kRequestKinds; ++which) {
         if (which != kDeleteFilter && which != kDeleteAllFilter) run(makeRequest(which));
     }

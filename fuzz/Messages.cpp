@@ -3,8 +3,6 @@
 
 #include <string>
 
-#include "proto/SdfProto.pb.h"
-
 namespace {
 
 using DrawId = std::function<unsigned int()>;
@@ -109,7 +107,7 @@ void fillBody(Input& input, unsigned int event, const DrawId& id, SdfProto::Clie
     }
 }
 
-std::vector<uint8_t> encode(Input& input, const DrawId& id) {
+SdfProto::ClientMsg makeFields(Input& input, const DrawId& id) {
     constexpr unsigned int kEvents = SdfProto::ClientEventId_ARRAYSIZE;
     SdfProto::ClientMsg message;
     const unsigned int event = input.pick(kEvents);
@@ -122,9 +120,7 @@ std::vector<uint8_t> encode(Input& input, const DrawId& id) {
     if (input.rarely(16))
         message.set_unique_id(message.unique_id() | input.number<uint64_t>() << 32);
     if (input.rarely(32)) message.clear_data();
-    std::vector<uint8_t> bytes(message.ByteSizeLong());
-    message.SerializeToArray(bytes.data(), static_cast<int>(bytes.size()));
-    return bytes;
+    return message;
 }
 
 }  // namespace
@@ -132,7 +128,7 @@ std::vector<uint8_t> encode(Input& input, const DrawId& id) {
 std::vector<uint8_t> makeMessage(Input& input, const std::function<unsigned int()>& id) {
     const unsigned int kind = input.pick(8);
     if (kind == 7) return input.bytes(input.byte());
-    std::vector<uint8_t> bytes = encode(input, id);
+    std::vector<uint8_t> bytes = encode(makeFields(input, id));
     if (kind == 6) {
         for (unsigned int left = 1 + input.pick(3); left > 0 && !bytes.empty(); --left) {
             bytes[input.byte() % bytes.size()] = input.byte();
@@ -140,4 +136,9 @@ std::vector<uint8_t> makeMessage(Input& input, const std::function<unsigned int(
         if (input.flag()) bytes.resize(input.byte() % (bytes.size() + 1));
     }
     return bytes;
+}
+
+std::vector<uint8_t> encode(const SdfProto::ClientMsg& message) {
+    const std::string bytes = message.SerializeAsString();
+    return {bytes.begin(), bytes.end()};
 }
