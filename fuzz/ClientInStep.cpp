@@ -51,11 +51,6 @@ const std::shared_ptr<FakeTransport>& transport() {
     return made;
 }
 
-constexpr const char* kCallbacks[] = {
-    "v2",           "otherV2",           "legacy", "otherLegacy", "levels", "otherLevels",
-    "filterStatus", "otherFilterStatus", "added",  "otherAdded",  "filter", "otherFilter",
-    "reports",      "otherReports",      "report", "otherReport", "auto",   "otherAuto"};
-
 }  // namespace
 
 ClientInStep::ClientInStep(Input& input) : ClientInStep(input, makeRandom(input.byte())) {}
@@ -70,7 +65,7 @@ ClientInStep::ClientInStep(Input& input, const std::vector<int>& random)
     sdk().destroyed.clear();
     sdk().duringGet = [this] { mListeners.push_back(sdk().listener); };
     sdk().duringDestroy = [this] { onCalled("destroying"); };
-    for (const std::string name : kCallbacks) {
+    for (const auto& [cb, name] : callbackNames()) {
         const bool describes = name == "auto" || name == "otherAuto";
         app::inside(name, [this, describes] {
             const std::string text = app::takeCalls().back();
@@ -489,6 +484,35 @@ void ClientInStep::called(const std::string& text) {
     mPath = outerPath;
 }
 
+namespace {
+
+std::string textOf(const std::string& text) {
+    return text;
+}
+
+std::string textOf(unsigned int number) {
+    return std::to_string(number);
+}
+
+template <typename... Arguments>
+std::string textOf(void (*cb)(Arguments...)) {
+    return nameOf(cb);
+}
+
+template <typename Callback>
+std::string textOf(const std::pair<const unsigned int, Callback>& entry) {
+    return textOf(entry.first) + "=" + textOf(entry.second);
+}
+
+template <typename List>
+auto textOf(const List& list) -> decltype(list.begin(), std::string()) {
+    std::string text;
+    for (const auto& element : list) text += (text.empty() ? "" : ", ") + textOf(element);
+    return "[" + text + "]";
+}
+
+}  // namespace
+
 void ClientInStep::compareRequests() {
     std::vector<std::string> posted;
     for (const auto& event : transport()->take()) {
@@ -500,37 +524,35 @@ void ClientInStep::compareRequests() {
         posted.push_back(describeRequest(message, event->mRelease));
     }
     const std::vector<std::string> expected = std::exchange(mExpected, {});
-    if (posted == expected) return;
-    std::string all = "posted";
-    for (const std::string& text : posted) all += ", " + text;
-    all += " and not";
-    for (const std::string& text : expected) all += ", " + text;
-    disagree(all);
+    if (posted != expected) disagree("posted " + textOf(posted) + " and not " + textOf(expected));
 }
 
 void ClientInStep::compareRecords() const {
     const ClientState state;
     const ClientModel::Client* const model = mModel.current();
-    if ((state.instance == nullptr) != (model == nullptr)) disagree("there is a client, or none");
-    if (model == nullptr) return;
-    std::string names;
-    const auto compare = [&names](const char* name, const auto& mine, const auto& theirs) {
-        if (mine != theirs) names += std::string(" ") + name;
+    std::string all;
+    const auto compare = [&all](const char* name, const auto& mine, const auto& theirs) {
+        if (mine == theirs) return;
+        all += (all.empty() ? "" : ", ") + std::string(name) + " " + textOf(mine) + " and not " +
+               textOf(theirs);
     };
-    compare("v2", state.v2, model->v2);
-    compare("legacy", state.legacy, model->legacy);
-    compare("transport", state.transport != nullptr, model->transport);
-    compare("usedIds", state.usedIds, model->usedIds);
-    compare("filterIds", state.filterIds, model->filterIds);
-    compare("filterStatus", state.filterStatus, model->filterStatus);
-    compare("getFilters", state.getFilters, model->getFilters);
-    compare("reports", state.reports, model->reports);
-    compare("getReport", state.getReport, model->getReport);
-    compare("autoFilter", state.autoFilter, model->autoFilter);
-    compare("latencyCbs", state.latencyCbs, model->latencyCbs);
-    compare("filterCbs", state.filterCbs, model->filterCbs);
-    compare("serviceUp", state.serviceUp, model->up);
-    if (!names.empty()) disagree("records another" + names);
+    compare("client", state.instance != nullptr, model != nullptr);
+    if (state.instance && model != nullptr) {
+        compare("v2", state.v2, model->v2);
+        compare("legacy", state.legacy, model->legacy);
+        compare("transport", state.transport != nullptr, model->transport);
+        compare("usedIds", state.usedIds, model->usedIds);
+        compare("filterIds", state.filterIds, model->filterIds);
+        compare("filterStatus", state.filterStatus, model->filterStatus);
+        compare("getFilters", state.getFilters, model->getFilters);
+        compare("reports", state.reports, model->reports);
+        compare("getReport", state.getReport, model->getReport);
+        compare("autoFilter", state.autoFilter, model->autoFilter);
+        compare("latencyCbs", state.latencyCbs, model->latencyCbs);
+        compare("filterCbs", state.filterCbs, model->filterCbs);
+        compare("serviceUp", state.serviceUp, model->up);
+    }
+    if (!all.empty()) disagree("records " + all);
 }
 
 void ClientInStep::disagree(const std::string& what) const {

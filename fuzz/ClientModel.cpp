@@ -18,42 +18,6 @@ void removeFirst(std::vector<unsigned int>& ids, unsigned int id) {
     if (found != ids.end()) ids.erase(found);
 }
 
-// The callbacks that the application has, by name.
-std::string nameOf(SdfStatusV2Cb cb) {
-    return cb == app::onV2 ? "v2" : "otherV2";
-}
-std::string nameOf(SdfLegacyStatusCb cb) {
-    return cb == app::onLegacy ? "legacy" : "otherLegacy";
-}
-std::string nameOf(SdfEffectiveLevelsCb cb) {
-    return cb == app::onLevels ? "levels" : "otherLevels";
-}
-std::string nameOf(SdfFilterStatusCb cb) {
-    if (cb == app::onAdded) return "added";
-    if (cb == app::onOtherAdded) return "otherAdded";
-    return cb == app::onFilterStatus ? "filterStatus" : "otherFilterStatus";
-}
-std::string nameOf(SdfGetFiltersCb cb) {
-    return cb == app::onFilter ? "filter" : "otherFilter";
-}
-std::string nameOf(SdfPriorityQueueReportCb cb) {
-    if (cb == app::onReport) return "report";
-    if (cb == app::onOtherReport) return "otherReport";
-    return cb == app::onReports ? "reports" : "otherReports";
-}
-std::string nameOf(SdfAutoFilterInfoCb cb) {
-    return cb == app::onAuto ? "auto" : "otherAuto";
-}
-
-template <typename Last>
-std::string listOf(Last last) {
-    return std::to_string(last);
-}
-template <typename First, typename... Rest>
-std::string listOf(First first, Rest... rest) {
-    return std::to_string(first) + "," + listOf(rest...);
-}
-
 // What the application is given of a filter that the service made. With the bytes between the
 // members, which the library clears too.
 std::string descriptionOf(const SdfProto::AutoFilterInfoInd& body) {
@@ -74,15 +38,40 @@ std::string descriptionOf(const SdfProto::AutoFilterInfoInd& body) {
 
 }  // namespace
 
+const std::map<AnyCallback, std::string>& callbackNames() {
+    const auto any = [](auto cb) { return reinterpret_cast<AnyCallback>(cb); };
+    static const std::map<AnyCallback, std::string> names{
+        {any(app::onV2), "v2"},
+        {any(app::onOtherV2), "otherV2"},
+        {any(app::onLegacy), "legacy"},
+        {any(app::onOtherLegacy), "otherLegacy"},
+        {any(app::onLevels), "levels"},
+        {any(app::onOtherLevels), "otherLevels"},
+        {any(app::onFilterStatus), "filterStatus"},
+        {any(app::onOtherFilterStatus), "otherFilterStatus"},
+        {any(app::onAdded), "added"},
+        {any(app::onOtherAdded), "otherAdded"},
+        {any(app::onFilter), "filter"},
+        {any(app::onOtherFilter), "otherFilter"},
+        {any(app::onReports), "reports"},
+        {any(app::onOtherReports), "otherReports"},
+        {any(app::onReport), "report"},
+        {any(app::onOtherReport), "otherReport"},
+        {any(app::onAuto), "auto"},
+        {any(app::onOtherAuto), "otherAuto"}};
+    return names;
+}
+
 std::string describeRequest(const SdfProto::ServiceMsg& message, bool release) {
     return "event " + std::to_string(message.event_id()) + " id " +
            std::to_string(message.unique_id()) + " body " +
            std::to_string(message.data().msg_type_case()) + (release ? " release" : "");
 }
 
-template <typename Callback, typename... Arguments>
-void ClientModel::call(Callback cb, Arguments... arguments) {
-    mObserver.called(nameOf(cb) + "(" + listOf(arguments...) + ")");
+template <typename Callback, typename First, typename... Rest>
+void ClientModel::call(Callback cb, First first, Rest... rest) {
+    const std::string with = (std::to_string(first) + ... + ("," + std::to_string(rest)));
+    mObserver.called(nameOf(cb) + "(" + with + ")");
 }
 
 void ClientModel::post(SdfProto::ServiceEventId event, unsigned int id,

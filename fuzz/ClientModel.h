@@ -30,6 +30,14 @@ class ClientObserver {
 // A request as its event, its id and its body, and whether it is the client's last one.
 std::string describeRequest(const SdfProto::ServiceMsg& message, bool release);
 
+// The callbacks that the application has, of any type, and their names.
+using AnyCallback = void (*)();
+const std::map<AnyCallback, std::string>& callbackNames();
+template <typename Callback>
+std::string nameOf(Callback cb) {
+    return cb == nullptr ? "none" : callbackNames().at(reinterpret_cast<AnyCallback>(cb));
+}
+
 // The client object's record and all that changes it, written down once more as plainly as
 // possible: one thread, and memory without end.
 class ClientModel {
@@ -96,8 +104,8 @@ class ClientModel {
     void create(Callback Client::*slot, Callback cb);
     template <typename Callback>
     bool destroy(Callback Client::*slot);
-    template <typename Callback, typename... Arguments>
-    void call(Callback cb, Arguments... arguments);
+    template <typename Callback, typename First, typename... Rest>
+    void call(Callback cb, First first, Rest... rest);
 
     // 0, or why not.
     long long mayRequest(bool valid) const;
