@@ -5,11 +5,12 @@
 #include <netinet/in.h>
 
 #include <cstring>
+#include <optional>
 #include <utility>
 
-#include "api/ClientSdfUtils.h"
 #include "fuzz/Check.h"
 #include "fuzz/Messages.h"
+#include "fuzz/Wire.h"
 #include "tests/api/ClientFixture.h"
 #include "tests/api/ClientState.h"
 #include "tests/api/FakeTransport.h"
@@ -20,6 +21,11 @@
 namespace {
 
 using Data = SdfProto::ServiceData;
+using Client = ClientModel::Client;
+using wire::bodyOf;
+using wire::kLevels;
+using wire::kOods;
+using wire::kSlots;
 
 // The requests, see makeRequest().
 constexpr unsigned int kRequestKinds = 18;
@@ -219,19 +225,15 @@ SdfAddFilterInfo ClientInStep::makeFlow() {
 
 namespace {
 
-bool fits(const sockaddr_storage& address, uint16_t range) {
-    return ClientSdfUtils::sdfGetPort(address) + range <= UINT16_MAX;
+bool isValid(const sockaddr_storage& address, uint16_t range) {
+    return !wire::addressText(address).empty() && wire::portOf(address) + range <= UINT16_MAX;
 }
 
 bool isValid(const SdfAddFilterInfo& info) {
-    return !ClientSdfUtils::sdfGetIp(info.src_addr).empty() &&
-           !ClientSdfUtils::sdfGetIp(info.dest_addr).empty() &&
-           ClientSdfUtils::isLatencyLvlValid(info.first_level) &&
-           ClientSdfUtils::isLatencyLvlValid(info.second_level) &&
-           ClientSdfUtils::isProtocolValid(info.protocol) &&
-           ClientSdfUtils::isFilterAppTypeValid(info.app_type) &&
-           ClientSdfUtils::isOodValid(info.ood) && fits(info.src_addr, info.src_port_range) &&
-           fits(info.dest_addr, info.dest_port_range);
+    return isValid(info.src_addr, info.src_port_range) &&
+           isValid(info.dest_addr, info.dest_port_range) && kLevels.contain(info.first_level) &&
+           kLevels.contain(info.second_level) && wire::kProtocols.contain(info.protocol) &&
+           wire::kAppTypes.contain(info.app_type) && kOods.contain(info.ood);
 }
 
 }  // namespace
@@ -242,9 +244,11 @@ ClientInStep::Step ClientInStep::makeAddFilter() {
     const SdfFilterStatusCb cb = oneOf(app::onAdded, app::onOtherAdded);
     const bool extra = mInput->flag();
     const uint8_t value = mInput->byte();
+    const wire::Request request =
+        wire::addFilterRequest(info, extra ? std::optional(value) : std::nullopt);
     return {extra ? "sdfAddFilterV2" : "sdfAddFilter",
             [=] { return extra ? sdfAddFilterV2(info, value, cb) : sdfAddFilter(info, cb); },
-            [=](ClientModel& model) { return model.addFilter(isValid(info), cb); }};
+            [=](ClientModel& model) { return model.addFilter(isValid(info), request, cb); }};
 }
 
 ClientInStep::Step ClientInStep::makeRequest(unsigned int which) {
@@ -262,137 +266,132 @@ ClientInStep::Step ClientInStep::makeRequest(unsigned int which) {
             const auto second = level();
             const bool flag = mInput->flag();
             const SdfEffectiveLevelsCb cb = oneOf(app::onLevels, app::onOtherLevels);
-            const bool valid = ClientSdfUtils::isSlotIdValid(of) &&
-                               ClientSdfUtils::isLatencyLvlValid(first) &&
-                               ClientSdfUtils::isLatencyLvlValid(second);
+            const bool valid =
+                kSlots.contain(of) && kLevels.contain(first) && kLevels.contain(second);
+            const wire::Request request{
+                SdfProto::SET_LATENCY_LEVEL, Data::kSetLatencyLevel,
+                bodyOf({kSlots.encode(of), kLevels.encode(first), kLevels.encode(second), flag})};
             return {"sdfSetLatencyLvl",
                     [=] { return sdfSetLatencyLvl(of, first, second, flag, cb); },
-                    [=](ClientModel& model) { return model.setLatency(valid, cb); }};
+                    [=](ClientModel& model) { return model.setLatency(valid, request, cb); }};
         }
         case 1: {
             const unsigned int id = anyId();
             const auto first = level();
             const auto second = level();
-            const bool valid = ClientSdfUtils::isLatencyLvlValid(first) &&
-                               ClientSdfUtils::isLatencyLvlValid(second);
+            const bool valid = kLevels.contain(first) && kLevels.contain(second);
+            const wire::Request request{
+                SdfProto::UPDATE_LATENCY_LEVEL, Data::kUpdateLatencyLevel,
+                bodyOf({id, kLevels.encode(first), kLevels.encode(second)})};
             return {"sdfUpdateLatencyLvl", [=] { return sdfUpdateLatencyLvl(id, first, second); },
-                    [=](ClientModel& model) {
-                        return model.requestOf(id, valid, SdfProto::UPDATE_LATENCY_LEVEL,
-                                               Data::kUpdateLatencyLevel);
-                    }};
+                    [=](ClientModel& model) { return model.requestOf(id, valid, request); }};
         }
         case 2: {
             const unsigned int id = anyId();
             const auto value = ood();
+            const wire::Request request{SdfProto::UPDATE_OOD, Data::kUpdateOod,
+                                        bodyOf({id, kOods.encode(value)})};
             return {"sdfUpdateOod", [=] { return sdfUpdateOod(id, value); },
                     [=](ClientModel& model) {
-                        return model.requestOf(id, ClientSdfUtils::isOodValid(value),
-                                               SdfProto::UPDATE_OOD, Data::kUpdateOod);
+                        return model.requestOf(id, kOods.contain(value), request);
                     }};
         }
         case 3: {
             const unsigned int id = anyId();
             const auto timer = mInput->number<unsigned int>();
+            const wire::Request request{SdfProto::UPDATE_PDCP_TIMER, Data::kUpdatePdcpTimer,
+                                        bodyOf({id, timer})};
             return {"sdfUpdatePdcpTimer", [=] { return sdfUpdatePdcpTimer(id, timer); },
-                    [=](ClientModel& model) {
-                        return model.requestOf(id, true, SdfProto::UPDATE_PDCP_TIMER,
-                                               Data::kUpdatePdcpTimer);
-                    }};
+                    [=](ClientModel& model) { return model.requestOf(id, true, request); }};
         }
         case 4: {
             const unsigned int id = anyId();
             const auto dscp = mInput->number<unsigned int>();
+            const wire::Request request{SdfProto::UPDATE_TARGET_DSCP, Data::kUpdateTargetDscp,
+                                        bodyOf({id, dscp})};
             return {"sdfUpdateTargetDscp", [=] { return sdfUpdateTargetDscp(id, dscp); },
-                    [=](ClientModel& model) {
-                        return model.requestOf(id, true, SdfProto::UPDATE_TARGET_DSCP,
-                                               Data::kUpdateTargetDscp);
-                    }};
+                    [=](ClientModel& model) { return model.requestOf(id, true, request); }};
         }
         case 5: {
             const auto value = ood();
-            return {"sdfUpdateDdsOod", [=] { return sdfUpdateDdsOod(value); },
-                    [=](ClientModel& model) {
-                        return model.request(ClientSdfUtils::isOodValid(value),
-                                             SdfProto::UPDATE_DDS_OOD, Data::kUpdateDdsOod);
-                    }};
+            const wire::Request request{SdfProto::UPDATE_DDS_OOD, Data::kUpdateDdsOod,
+                                        bodyOf({kOods.encode(value)})};
+            return {
+                "sdfUpdateDdsOod", [=] { return sdfUpdateDdsOod(value); },
+                [=](ClientModel& model) { return model.request(kOods.contain(value), request); }};
         }
         case 6: {
             const auto timer = mInput->number<unsigned int>();
+            const wire::Request request{SdfProto::UPDATE_DDS_PDCP_TIMER, Data::kUpdateDdsPdcpTimer,
+                                        bodyOf({timer})};
             return {"sdfUpdateDdsPdcpTimer", [=] { return sdfUpdateDdsPdcpTimer(timer); },
-                    [=](ClientModel& model) {
-                        return model.request(true, SdfProto::UPDATE_DDS_PDCP_TIMER,
-                                             Data::kUpdateDdsPdcpTimer);
-                    }};
+                    [=](ClientModel& model) { return model.request(true, request); }};
         }
         case 7: {
             const bool enable = mInput->flag();
+            const wire::Request request{SdfProto::EN_HIGH_PERF_GAMING, Data::kEnHighPerfGaming,
+                                        bodyOf({enable})};
             return {"sdfEnHighPerfGaming", [=] { return sdfEnHighPerfGaming(enable); },
-                    [=](ClientModel& model) {
-                        return model.request(true, SdfProto::EN_HIGH_PERF_GAMING,
-                                             Data::kEnHighPerfGaming);
-                    }};
+                    [=](ClientModel& model) { return model.request(true, request); }};
         }
         case 8: {
             const auto of = slot();
             const bool enable = mInput->flag();
+            const wire::Request request{SdfProto::PRIORITIZE_DATA, Data::kPrioritizeData,
+                                        bodyOf({kSlots.encode(of), enable})};
             return {"sdfPrioritizeData", [=] { return sdfPrioritizeData(of, enable); },
-                    [=](ClientModel& model) {
-                        return model.request(ClientSdfUtils::isSlotIdValid(of),
-                                             SdfProto::PRIORITIZE_DATA, Data::kPrioritizeData);
-                    }};
+                    [=](ClientModel& model) { return model.request(kSlots.contain(of), request); }};
         }
         case 9: {
             const bool enable = mInput->flag();
+            const wire::Request request{SdfProto::PRIORITIZE_DDS, Data::kPrioritizeDds,
+                                        bodyOf({enable})};
             return {"sdfPrioritizeDds", [=] { return sdfPrioritizeDds(enable); },
-                    [=](ClientModel& model) {
-                        return model.request(true, SdfProto::PRIORITIZE_DDS, Data::kPrioritizeDds);
-                    }};
+                    [=](ClientModel& model) { return model.request(true, request); }};
         }
         case 10: {
             const bool enable = mInput->flag();
             const auto value = mInput->number<unsigned int>();
             const SdfPriorityQueueReportCb cb = oneOf(app::onReports, app::onOtherReports);
+            const wire::Request request{SdfProto::REG_PRIORITY_QUEUE_REPORTS,
+                                        Data::kRegPriorityQueueReports, bodyOf({enable, value})};
             return {"sdfRegPriorityQueueReports",
                     [=] { return sdfRegPriorityQueueReports(enable, value, cb); },
                     [=](ClientModel& model) {
-                        return model.registration(&ClientModel::Client::reports, cb,
-                                                  SdfProto::REG_PRIORITY_QUEUE_REPORTS,
-                                                  Data::kRegPriorityQueueReports);
+                        return model.registration(&Client::reports, cb, request);
                     }};
         }
         case 11: {
             const SdfPriorityQueueReportCb cb = oneOf(app::onReport, app::onOtherReport);
+            const wire::Request request{SdfProto::GET_PRIORITY_QUEUE_REPORT};
             return {"sdfGetPriorityQueueReport", [=] { return sdfGetPriorityQueueReport(cb); },
                     [=](ClientModel& model) {
-                        return model.registration(&ClientModel::Client::getReport, cb,
-                                                  SdfProto::GET_PRIORITY_QUEUE_REPORT,
-                                                  Data::MSG_TYPE_NOT_SET);
+                        return model.registration(&Client::getReport, cb, request);
                     }};
         }
         case 12: {
             const SdfAutoFilterInfoCb cb = oneOf(app::onAuto, app::onOtherAuto);
+            const wire::Request request{SdfProto::REG_AUTO_FILTER_INFO_IND};
             return {"sdfRegAutoFilterInfo", [=] { return sdfRegAutoFilterInfo(cb); },
                     [=](ClientModel& model) {
-                        return model.registration(&ClientModel::Client::autoFilter, cb,
-                                                  SdfProto::REG_AUTO_FILTER_INFO_IND,
-                                                  Data::MSG_TYPE_NOT_SET);
+                        return model.registration(&Client::autoFilter, cb, request);
                     }};
         }
         case 13: {
             const SdfFilterStatusCb cb = oneOf(app::onFilterStatus, app::onOtherFilterStatus);
+            const wire::Request request{SdfProto::REG_FILTER_STATUS, Data::kRegFilterStatus,
+                                        bodyOf({1})};
             return {"sdfRegFilterStatus", [=] { return sdfRegFilterStatus(cb); },
                     [=](ClientModel& model) {
-                        return model.registration(&ClientModel::Client::filterStatus, cb,
-                                                  SdfProto::REG_FILTER_STATUS,
-                                                  Data::kRegFilterStatus);
+                        return model.registration(&Client::filterStatus, cb, request);
                     }};
         }
         case 14: {
             const SdfGetFiltersCb cb = oneOf(app::onFilter, app::onOtherFilter);
+            const wire::Request request{SdfProto::GET_FILTERS};
             return {"sdfGetFilters", [=] { return sdfGetFilters(cb); },
                     [=](ClientModel& model) {
-                        return model.registration(&ClientModel::Client::getFilters, cb,
-                                                  SdfProto::GET_FILTERS, Data::MSG_TYPE_NOT_SET);
+                        return model.registration(&Client::getFilters, cb, request);
                     }};
         }
         case kDeleteFilter: {
@@ -514,22 +513,14 @@ auto textOf(const List& list) -> decltype(list.begin(), std::string()) {
 }  // namespace
 
 void ClientInStep::compareRequests() {
-    std::vector<std::string> posted;
-    for (const auto& event : transport()->take()) {
-        SdfProto::ServiceMsg message;
-        check(message.ParseFromArray(event->mBlob.data(), static_cast<int>(event->mBlob.size())),
-              "posted bytes that are no request");
-        check(event->mType == LUM_SDK_CLIENT_SDF && event->mKind == SdkClientEvent::kRequest,
-              "posted an event of another kind");
-        posted.push_back(describeRequest(message, event->mRelease));
-    }
+    const std::vector<std::string> posted = transport()->takeText();
     const std::vector<std::string> expected = std::exchange(mExpected, {});
     if (posted != expected) disagree("posted " + textOf(posted) + " and not " + textOf(expected));
 }
 
 void ClientInStep::compareRecords() const {
     const ClientState state;
-    const ClientModel::Client* const model = mModel.current();
+    const Client* const model = mModel.current();
     std::string all;
     const auto compare = [&all](const char* name, const auto& mine, const auto& theirs) {
         if (mine == theirs) return;

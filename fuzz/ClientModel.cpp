@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "api/ClientSdfUtils.h"
 #include "tests/api/ClientFixture.h"
+#include "tests/support/Hex.h"
+
+using Data = SdfProto::ServiceData;
 
 namespace {
 
@@ -23,15 +25,13 @@ void removeFirst(std::vector<unsigned int>& ids, unsigned int id) {
 std::string descriptionOf(const SdfProto::AutoFilterInfoInd& body) {
     SdfAddFilterInfo info;
     memset(&info, 0, sizeof info);
-    if (ClientSdfUtils::protoStatusToClient(body.status()) == SDF_FILTER_ACTIVE) {
+    if (wire::decodeFilterStatus(body.status()) == SDF_FILTER_ACTIVE) {
         const SdfProto::AddFilter& filter = body.filter();
-        const int family = ClientSdfUtils::ipVersion(filter.src_ip()) == 4 ? AF_INET : AF_INET6;
-        info.src_addr =
-            ClientSdfUtils::convertToSockAddrStorage(family, filter.src_ip(), filter.src_port());
-        info.dest_addr =
-            ClientSdfUtils::convertToSockAddrStorage(family, filter.dest_ip(), filter.dest_port());
-        info.protocol = ClientSdfUtils::protoProtocolToClient(filter.protocol());
-        info.app_type = ClientSdfUtils::protoAppTypeToClient(filter.app_type());
+        const sa_family_t family = wire::isV4(filter.src_ip()) ? AF_INET : AF_INET6;
+        info.src_addr = wire::makeAddress(family, filter.src_ip(), filter.src_port());
+        info.dest_addr = wire::makeAddress(family, filter.dest_ip(), filter.dest_port());
+        info.protocol = static_cast<SdfProtocol>(wire::kProtocols.decode(filter.protocol()));
+        info.app_type = static_cast<SdfFilterAppType>(wire::kAppTypes.decode(filter.app_type()));
     }
     return bytesOf(info);
 }
@@ -62,22 +62,14 @@ const std::map<AnyCallback, std::string>& callbackNames() {
     return names;
 }
 
-std::string describeRequest(const SdfProto::ServiceMsg& message, bool release) {
-    return "event " + std::to_string(message.event_id()) + " id " +
-           std::to_string(message.unique_id()) + " body " +
-           std::to_string(message.data().msg_type_case()) + (release ? " release" : "");
-}
-
 template <typename Callback, typename First, typename... Rest>
 void ClientModel::call(Callback cb, First first, Rest... rest) {
     const std::string with = (std::to_string(first) + ... + ("," + std::to_string(rest)));
     mObserver.called(nameOf(cb) + "(" + with + ")");
 }
 
-void ClientModel::post(SdfProto::ServiceEventId event, unsigned int id,
-                       SdfProto::ServiceData::MsgTypeCase body, bool release) {
-    mObserver.posted("event " + std::to_string(event) + " id " + std::to_string(id) + " body " +
-                     std::to_string(body) + (release ? " release" : ""));
+void ClientModel::post(const wire::Request& request, unsigned int id, bool release) {
+    mObserver.posted("5: " + toHex(wire::encode(request, id)) + (release ? " release" : ""));
 }
 
 template <typename Callback>
@@ -90,7 +82,7 @@ void ClientModel::create(Callback Client::*slot, Callback cb) {
     if (obtained) {
         if (!client->transport) mListeners.push_back(client);
         client->transport = true;
-        post(SdfProto::ENABLE, 0, SdfProto::ServiceData::kEnableMsg);
+        post({SdfProto::ENABLE, Data::kEnableMsg, wire::bodyOf({1})});
     } else if (!mReporting && client->legacy != nullptr) {
         mReporting = true;
         call(client->legacy, SDF_STATUS_INTERNAL_ERROR);
@@ -123,7 +115,7 @@ bool ClientModel::destroy(Callback Client::*slot) {
         return false;
     }
     client.get()->*slot = nullptr;
-    post(SdfProto::ENABLE, 0, SdfProto::ServiceData::kEnableMsg, true);
+    post({SdfProto::ENABLE, Data::kEnableMsg}, 0, true);
     mLeaving = client;
     client->transport = false;
     mObserver.called("destroying");
@@ -146,16 +138,14 @@ long long ClientModel::mayRequest(bool valid) const {
     return mCurrent->up ? 0 : SDF_V2_SERVICE_DOWN;
 }
 
-long long ClientModel::request(bool valid, SdfProto::ServiceEventId event,
-                               SdfProto::ServiceData::MsgTypeCase body) {
+long long ClientModel::request(bool valid, const wire::Request& request) {
     const long long result = mayRequest(valid);
-    if (result == 0) post(event, 0, body);
+    if (result == 0) post(request);
     return result;
 }
 
-long long ClientModel::requestOf(unsigned int filter, bool valid, SdfProto::ServiceEventId event,
-                                 SdfProto::ServiceData::MsgTypeCase body) {
-    return request(valid && mCurrent && contains(mCurrent->filterIds, filter), event, body);
+long long ClientModel::requestOf(unsigned int filter, bool valid, const wire::Request& request) {
+    return this->request(valid && mCurrent && contains(mCurrent->filterIds, filter), request);
 }
 
 unsigned int ClientModel::drawId() {
@@ -167,28 +157,29 @@ unsigned int ClientModel::drawId() {
     return id;
 }
 
-long long ClientModel::setLatency(bool valid, SdfEffectiveLevelsCb cb) {
+long long ClientModel::setLatency(bool valid, const wire::Request& request,
+                                  SdfEffectiveLevelsCb cb) {
     const long long result = mayRequest(valid && cb != nullptr);
     if (result != 0) return result;
     const unsigned int id = drawId();
     mCurrent->latencyCbs.emplace(id, cb);
-    post(SdfProto::SET_LATENCY_LEVEL, id, SdfProto::ServiceData::kSetLatencyLevel);
+    post(request, id);
     return id;
 }
 
-long long ClientModel::addFilter(bool valid, SdfFilterStatusCb cb) {
+long long ClientModel::addFilter(bool valid, const wire::Request& request, SdfFilterStatusCb cb) {
     const long long mayAdd = mayRequest(true);
     if (mayAdd != 0) return mayAdd;
     if (!valid || cb == nullptr) return SDF_V2_INVALID_ARG;
     const unsigned int id = drawId();
     mCurrent->filterCbs.emplace(id, cb);
-    post(SdfProto::ADD_FILTER, id, SdfProto::ServiceData::kAddFilter);
+    post(request, id);
     return id;
 }
 
 long long ClientModel::deleteFilter(unsigned int filter) {
-    const long long result =
-        requestOf(filter, true, SdfProto::DELETE_FILTER, SdfProto::ServiceData::kDeleteFilter);
+    const long long result = requestOf(
+        filter, true, {SdfProto::DELETE_FILTER, Data::kDeleteFilter, wire::bodyOf({filter})});
     if (result == 0) removeFirst(mCurrent->filterIds, filter);
     return result;
 }
@@ -197,17 +188,16 @@ long long ClientModel::deleteAllFilters() {
     if (!mCurrent || !mCurrent->transport || mCurrent->filterIds.empty()) {
         return SDF_V2_INVALID_OPERATION;
     }
-    const long long result =
-        request(true, SdfProto::DELETE_ALL_FILTER, SdfProto::ServiceData::MSG_TYPE_NOT_SET);
+    const long long result = request(true, {SdfProto::DELETE_ALL_FILTER});
     if (result == 0) mCurrent->filterIds.clear();
     return result;
 }
 
-void ClientModel::handleStatus(const ClientRef& client, status_e status) {
+void ClientModel::handleStatus(const ClientRef& client, int64_t status) {
     client->up = status == SDF_STATUS_SERVICE_UP;
     if (client->legacy != nullptr) call(client->legacy, status);
     if (mCurrent != client || client->v2 == nullptr) return;
-    call(client->v2, ClientSdfUtils::statusToStatusV2(status));
+    call(client->v2, wire::v2Code(status));
 }
 
 void ClientModel::report(size_t listener, SdkClientBase::SdkStatus status,
@@ -228,15 +218,15 @@ void ClientModel::dispatch(const ClientRef& client, const SdfProto::ClientMsg& m
     if (data.msg_type_case() != int64_t{message.event_id()} + 1) return;
     switch (message.event_id()) {
         case SdfProto::STATUS_IND:
-            handleStatus(client, ClientSdfUtils::protoStatusToClient(data.status_msg().status()));
+            handleStatus(client, wire::kStatuses.decode(data.status_msg().status()));
             break;
         case SdfProto::EFFECTIVE_LEVELS_CB: {
             const auto& body = data.effective_levels_cb();
             const auto id = static_cast<unsigned int>(message.unique_id());
             const auto found = client->latencyCbs.find(id);
             if (found == client->latencyCbs.end()) return;
-            call(found->second, id, ClientSdfUtils::protoLevelToClient(body.first_level()),
-                 ClientSdfUtils::protoLevelToClient(body.second_level()));
+            call(found->second, id, wire::kLevels.decode(body.first_level()),
+                 wire::kLevels.decode(body.second_level()));
             if (mCurrent != client) return;
             client->latencyCbs.erase(id);
             removeFirst(client->usedIds, id);
@@ -244,7 +234,7 @@ void ClientModel::dispatch(const ClientRef& client, const SdfProto::ClientMsg& m
         }
         case SdfProto::FILTER_STATUS_INDICATION:
             for (const SdfProto::FilterData& filter : data.filter_status_indication().filters()) {
-                const SdfFilterStatus status = ClientSdfUtils::protoStatusToClient(filter.status());
+                const int64_t status = wire::decodeFilterStatus(filter.status());
                 if (status > SDF_FILTER_ACTIVE && contains(client->filterIds, filter.filter_id())) {
                     removeFirst(client->filterIds, filter.filter_id());
                     client->filterCbs.erase(filter.filter_id());
@@ -256,8 +246,7 @@ void ClientModel::dispatch(const ClientRef& client, const SdfProto::ClientMsg& m
             break;
         case SdfProto::ADD_FILTER_CB: {
             const unsigned int id = data.add_filter_cb().filter().filter_id();
-            const SdfFilterStatus status =
-                ClientSdfUtils::protoStatusToClient(data.add_filter_cb().filter().status());
+            const int64_t status = wire::decodeFilterStatus(data.add_filter_cb().filter().status());
             const auto found = client->filterCbs.find(id);
             if (found != client->filterCbs.end()) call(found->second, id, status);
             if (mCurrent != client) return;
@@ -271,10 +260,10 @@ void ClientModel::dispatch(const ClientRef& client, const SdfProto::ClientMsg& m
             const SdfGetFiltersCb cb = std::exchange(client->getFilters, nullptr);
             if (cb == nullptr) return;
             for (const SdfProto::FilterInfo& filter : data.get_filter_cb().filters()) {
-                call(cb, filter.filter_id(), ClientSdfUtils::protoStatusToClient(filter.status()),
-                     ClientSdfUtils::protoLevelToClient(filter.first_level()),
-                     ClientSdfUtils::protoLevelToClient(filter.second_level()),
-                     ClientSdfUtils::protoOodToClient(filter.ood()), filter.pdcp_timer());
+                call(cb, filter.filter_id(), wire::decodeFilterStatus(filter.status()),
+                     wire::kLevels.decode(filter.first_level()),
+                     wire::kLevels.decode(filter.second_level()), wire::kOods.decode(filter.ood()),
+                     filter.pdcp_timer());
                 if (mCurrent != client) return;
             }
             break;

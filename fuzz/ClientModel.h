@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "fuzz/Wire.h"
 #include "proto/SdfProto.pb.h"
 #include "transport/SdkClientBase.h"
 
@@ -20,15 +21,12 @@ class ClientObserver {
     // The application's callback is called; the text is that of tests/api/ClientFixture.h. What the
     // application calls from inside is done when this returns.
     virtual void called(const std::string& text) = 0;
-    // A request is posted, see describeRequest().
+    // An event is posted, as FakeTransport::takeText() shows it.
     virtual void posted(const std::string& text) = 0;
 
   protected:
     ~ClientObserver() = default;
 };
-
-// A request as its event, its id and its body, and whether it is the client's last one.
-std::string describeRequest(const SdfProto::ServiceMsg& message, bool release);
 
 // The callbacks that the application has, of any type, and their names.
 using AnyCallback = void (*)();
@@ -72,24 +70,21 @@ class ClientModel {
     long long lumSdfEnable(SdfLegacyStatusCb cb);
     long long lumSdfDisable();
 
-    // A request that posts this event with this body, if its arguments are valid.
-    long long request(bool valid, SdfProto::ServiceEventId event,
-                      SdfProto::ServiceData::MsgTypeCase body);
+    // A request, which is posted if its arguments are valid.
+    long long request(bool valid, const wire::Request& request);
     // The same about a filter.
-    long long requestOf(unsigned int filter, bool valid, SdfProto::ServiceEventId event,
-                        SdfProto::ServiceData::MsgTypeCase body);
+    long long requestOf(unsigned int filter, bool valid, const wire::Request& request);
     // The same for one that fills a callback slot.
     template <typename Callback>
-    long long registration(Callback Client::*slot, Callback cb, SdfProto::ServiceEventId event,
-                           SdfProto::ServiceData::MsgTypeCase body) {
+    long long registration(Callback Client::*slot, Callback cb, const wire::Request& request) {
         const long long result = mayRequest(cb != nullptr);
         if (result != 0) return result;
         mCurrent.get()->*slot = cb;
-        if (event != SdfProto::REG_AUTO_FILTER_INFO_IND) post(event, 0, body);
+        if (request.event != SdfProto::REG_AUTO_FILTER_INFO_IND) post(request);
         return 0;
     }
-    long long setLatency(bool valid, SdfEffectiveLevelsCb cb);
-    long long addFilter(bool valid, SdfFilterStatusCb cb);
+    long long setLatency(bool valid, const wire::Request& request, SdfEffectiveLevelsCb cb);
+    long long addFilter(bool valid, const wire::Request& request, SdfFilterStatusCb cb);
     long long deleteFilter(unsigned int filter);
     long long deleteAllFilters();
 
@@ -109,10 +104,9 @@ class ClientModel {
 
     // 0, or why not.
     long long mayRequest(bool valid) const;
-    void post(SdfProto::ServiceEventId event, unsigned int id,
-              SdfProto::ServiceData::MsgTypeCase body, bool release = false);
+    void post(const wire::Request& request, unsigned int id = 0, bool release = false);
     unsigned int drawId();
-    void handleStatus(const ClientRef& client, status_e status);
+    void handleStatus(const ClientRef& client, int64_t status);
     void dispatch(const ClientRef& client, const SdfProto::ClientMsg& message);
 
     ClientObserver& mObserver;
