@@ -14,3 +14,10 @@
 inline void check(bool holds, const char* what) {
     if (!holds) fail(what);
 }
+
+// what: what has these two values.
+template <typename Value>
+void checkEqual(const char* what, Value found, Value expected) {
+    if (found == expected) return;
+    fail(what + (" is " + std::to_string(found)) + " and not " + std::to_string(expected));
+}

@@ -209,9 +209,9 @@ void Program::step() {
         case 18: mManager->wake(); break;
         default: refuse(); break;
     }
-    check(mManager->getNumRegisteredFds() == static_cast<int>(mApproved.size()) - 2,
-          "another number of descriptors");
-    check(mTimer.timeUntilNextEvent() == timeUntilNextEvent(), "another time until the next timer");
+    checkEqual("the number of descriptors", mManager->getNumRegisteredFds(),
+               static_cast<int>(mApproved.size()) - 2);
+    checkEqual("the time until the next timer", mTimer.timeUntilNextEvent(), timeUntilNextEvent());
 }
 
 int Program::newFd() {
@@ -253,7 +253,7 @@ void Program::add(int fd) {
     const bool added = mManager->addEventHandler(
         fd, registration.hasCallback ? +onReadable : nullptr, &registration,
         registration.hasCloseCallback ? +onRefused : nullptr, kEvents[mInput.pick(4)]);
-    check(added == expected, "added a descriptor, or did not");
+    checkEqual("what addEventHandler() returns", added, expected);
     if (added) nowRegistered(fd, &registration);
 }
 
@@ -342,7 +342,7 @@ void Program::approve(int fd) {
         mManager->remApprovedFd(fd);
         mApproved.erase(fd);
     }
-    check(mManager->isApprovedFd(fd) == (mApproved.count(fd) != 0), "approves of another");
+    checkEqual("what isApprovedFd() returns", mManager->isApprovedFd(fd), mApproved.count(fd) != 0);
 }
 
 void Program::refuse() {
@@ -361,7 +361,7 @@ void Program::addQueue() {
     auto queue = std::make_unique<Queue>(*this, *mManager, mTimer);
     queue->fd = mKernel.lastOpened();
     const bool registered = accepts && queue->fd != -1;
-    check(queue->isRegistered() == registered, "registered a queue, or did not");
+    checkEqual("what isRegistered() returns", queue->isRegistered(), registered);
     if (registered) nowRegistered(queue->fd, nullptr);
     mQueues.push_back(std::move(queue));
 }
@@ -528,7 +528,7 @@ void Program::addTimer() {
         auto& timed = *static_cast<Timed*>(data);
         return timed.program.onTimer(timed);
     };
-    check(mTimer.addTimedCallback(delay, onTime, &mTimed.back()) == expected, "another timer's id");
+    checkEqual("a timer's id", mTimer.addTimedCallback(delay, onTime, &mTimed.back()), expected);
 }
 
 void Program::useTimers() {
