@@ -200,26 +200,40 @@ ClientInStep::Step ClientInStep::makeReport() {
 }
 
 SdfAddFilterInfo ClientInStep::makeFlow() {
+    const auto mostlyValid = [this](auto first, auto last) {
+        if (mInput->rarely(16)) return mInput->around(first, last);
+        const int above =
+            static_cast<int>(mInput->pick(static_cast<unsigned int>(last - first + 1)));
+        return static_cast<decltype(first)>(first + above);
+    };
     SdfAddFilterInfo info{};
     for (sockaddr_storage* const address : {&info.src_addr, &info.dest_addr}) {
         constexpr sa_family_t kFamilies[] = {AF_INET,  AF_INET,   AF_INET6,
                                              AF_INET6, AF_UNSPEC, AF_UNIX};
         sockaddr_in6 bytes{};
         bytes.sin6_family = kFamilies[mInput->pick(6)];
-        bytes.sin6_port = mInput->number<uint16_t>();
+        bytes.sin6_port = htons(mInput->number<uint16_t>());
         // Where the other family has its address.
         bytes.sin6_flowinfo = mInput->byte();
         bytes.sin6_addr.s6_addr[15] = mInput->byte();
         memcpy(address, &bytes, sizeof bytes);
     }
-    info.first_level = mInput->around(SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6);
-    info.second_level = mInput->around(SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6);
-    info.ood = mInput->around(SDF_OOD_UNSPECIFIED_LVL, SDF_OOD_DISABLED_LVL);
-    info.app_type = mInput->around(SDF_APP_TYPE_UNSPECIFIED, SDF_APP_TYPE_TRAFFIC_PRIO_BE);
-    info.protocol = mInput->around(SDF_PROTOCOL_NONE, SDF_PROTOCOL_TCPUDP);
+    info.first_level = mostlyValid(SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6);
+    info.second_level = mostlyValid(SDF_LATENCY_LVL_1, SDF_LATENCY_LVL_6);
+    info.ood = mostlyValid(SDF_OOD_UNSPECIFIED_LVL, SDF_OOD_DISABLED_LVL);
+    info.app_type = mostlyValid(SDF_APP_TYPE_UNSPECIFIED, SDF_APP_TYPE_TRAFFIC_PRIO_BE);
+    info.protocol = mostlyValid(SDF_PROTOCOL_NONE, SDF_PROTOCOL_TCPUDP);
     info.pdcp_timer = mInput->number<uint32_t>();
     info.src_port_range = mInput->number<uint16_t>();
     info.dest_port_range = mInput->number<uint16_t>();
+    // Passed through: others each, so that none can take another's place.
+    info.filter_arg6 = 6;
+    info.filter_arg11 = 11;
+    info.filter_arg13 = 13;
+    info.filter_arg16 = 16;
+    info.filter_arg17 = 17;
+    info.filter_arg19 = 19;
+    info.filter_arg20 = 20;
     return info;
 }
 
@@ -240,7 +254,7 @@ bool isValid(const SdfAddFilterInfo& info) {
 
 ClientInStep::Step ClientInStep::makeAddFilter() {
     // Mostly one that is taken.
-    const SdfAddFilterInfo info = mInput->rarely(4) ? makeFlow() : makePlainFlow();
+    const SdfAddFilterInfo info = mInput->flag() ? makeFlow() : makePlainFlow();
     const SdfFilterStatusCb cb = oneOf(app::onAdded, app::onOtherAdded);
     const bool extra = mInput->flag();
     const uint8_t value = mInput->byte();
