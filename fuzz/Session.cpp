@@ -379,6 +379,7 @@ void Program::onFilter(SdfFilter* filter, SdfFilterState state, SdfFilterStatus 
 void Program::onAnswer(SdfSession* session, Question& question, int result, unsigned int entry) {
     check(session == mSession && !question.ended, "more of an answer after its end");
     check(result == 1 ? entry > question.last : entry == 0, "an answer with another entry");
+    check(result != 0 || question.last != 0, "the end of an empty answer");
     question.last = entry;
     question.ended = result != 1;
     nested();
