@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the kernel's driver has for a process, as the input says within its rules: calls and replies
-// of any content, references, deaths, errors; to a link whose objects are called, passed on,
-// watched and let go meanwhile. A model of the driver takes the commands: each buffer is given back
-// once, references are ended as often as they were begun, each death is acknowledged, nothing is
-// left at the end.
+// of any content, references, deaths, errors, threads that it asks for; to a link whose objects are
+// called, passed on, watched and let go meanwhile. A model of the driver takes the commands: each
+// buffer is given back once, references are ended as often as they were begun, each death is
+// reported and acknowledged once, each call returns what it was answered, nothing is left at the
+// end.
 #include <android/binder_auto_utils.h>
 #include <fcntl.h>
 #include <linux/android/binder.h>
@@ -13,6 +14,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -25,6 +27,8 @@
 #include "platform/linux/src/KernelLink.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/RemoteBinder.h"
+#include "platform/linux/src/Status.h"
+#include "platform/linux/src/Threads.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/RawPeer.h"
 
@@ -41,6 +45,13 @@ class Driver {
     explicit Driver(Input& input) : mInput(input) {}
 
     int exchange(binder_write_read& exchange);
+    // What the call that ended last is to return.
+    binder_status_t outcome() const { return mOutcome; }
+    // The handles of the objects whose deaths have been announced since.
+    std::vector<uint32_t> takeDead() { return std::exchange(mDead, {}); }
+    // A thread that the link wants. Returns an error number, or has runThread() play it.
+    int addThread(void* (*body)(void*), void* argument);
+    void runThread();
     // Lets go of everything that others hold, with the next answers.
     void letGo() { mLettingGo = true; }
     void checkAtEnd() const;
@@ -48,8 +59,8 @@ class Driver {
   private:
     // What the other processes have of an object of this one.
     struct Node {
-        bool acquired = false;
-        bool awaitsDone = false;
+        binder_uintptr_t name;
+        bool awaitsDone = true;
     };
     // What this process has of an object of others.
     struct Handle {
@@ -67,13 +78,23 @@ class Driver {
     };
     // What the thread waits for.
     struct Wait {
-        bool isCall;  // with a reply, once it is complete
-        bool complete = false;
+        enum Kind { kAcceptance, kReply, kAnything } kind;
+        bool accepted = false;
     };
 
-    void take(const uint8_t* bytes, size_t size);
+    bool refuses(const binder_write_read& exchange);
+    void take(binder_write_read& exchange);
+    void takeCommand(uint32_t command, const uint8_t* bytes);
     void takeTransaction(bool isReply, const binder_transaction_data& data);
     void give(binder_write_read& exchange);
+    void giveReferences();
+    void giveAnswer();
+    void giveDeath();
+    static binder_status_t statusOf(const binder_transaction_data& reply);
+    void end(binder_status_t outcome) {
+        mWaits.pop_back();
+        mOutcome = outcome;
+    }
     void fill(binder_transaction_data* data, bool isCall);
 
     template <typename Argument>
@@ -92,6 +113,10 @@ class Driver {
         const auto* const first = static_cast<const uint8_t*>(bytes);
         mReturns.insert(mReturns.end(), first, first + size);
     }
+    std::vector<Node>::iterator findNode(binder_uintptr_t name) {
+        return std::find_if(mNodes.begin(), mNodes.end(),
+                            [name](const Node& node) { return node.name == name; });
+    }
     bool isCalled(binder_uintptr_t node) const {
         return std::any_of(mBuffers.begin(), mBuffers.end(),
                            [node](const auto& buffer) { return buffer.second.node == node; });
@@ -99,27 +124,30 @@ class Driver {
 
     Input& mInput;
     std::vector<uint8_t> mReturns;
-    std::map<binder_uintptr_t, Node> mNodes;
+    std::vector<Node> mNodes;  // in an order that does not depend on addresses
     std::map<uint32_t, Handle> mHandles;
     std::map<binder_uintptr_t, Buffer> mBuffers;
     std::vector<Wait> mWaits;
+    binder_status_t mOutcome = STATUS_OK;
     std::vector<binder_uintptr_t> mCleared;
     std::set<binder_uintptr_t> mAnnounced;
+    std::vector<uint32_t> mDead;
+    std::set<binder_uintptr_t> mRefused;  // registrations for which there was no memory
+    bool mError = false;                  // which holds up the commands until it is read
+    bool mAsked = false;                  // for a thread that has not come yet
+    std::function<void()> mThread;
     unsigned int mDepth = 0;
     bool mLettingGo = false;
 };
 
 Driver* gDriver = nullptr;
 
+// As in the kernel, what has been consumed counts whatever comes then, and nothing else says so.
 int Driver::exchange(binder_write_read& exchange) {
-    if (exchange.write_consumed == 0 && exchange.write_size != 0) {
-        take(addressOf<const uint8_t>(exchange.write_buffer), exchange.write_size);
-        exchange.write_consumed = exchange.write_size;
-    }
+    if (refuses(exchange)) return -1;
+    take(exchange);
     if (exchange.read_size == 0) return 0;
-    if (mInput.rarely(16)) {
-        // What has been written is not to be written again.
-        exchange.write_size = 0;
+    if (!mError && mInput.rarely(16)) {
         errno = EINTR;
         return -1;
     }
@@ -127,72 +155,111 @@ int Driver::exchange(binder_write_read& exchange) {
     return 0;
 }
 
-void Driver::take(const uint8_t* bytes, size_t size) {
-    for (const uint8_t* const end = bytes + size; bytes < end;) {
-        const auto command = read<uint32_t>(bytes);
-        bytes += sizeof command;
-        check(bytes + _IOC_SIZE(command) <= end, "a command that is cut off");
-        switch (command) {
-            case BC_TRANSACTION:
-            case BC_REPLY:
-                takeTransaction(command == BC_REPLY, read<binder_transaction_data>(bytes));
-                break;
-            case BC_FREE_BUFFER: {
-                const auto found = mBuffers.find(read<binder_uintptr_t>(bytes));
-                check(found != mBuffers.end(), "gave back a buffer that it does not have");
-                for (const uint32_t handle : found->second.handles) --mHandles[handle].inBuffers;
-                mBuffers.erase(found);
-                break;
-            }
-            case BC_ACQUIRE:
-            case BC_INCREFS: {
-                const auto number = read<uint32_t>(bytes);
-                Handle& handle = mHandles[number];
-                check(number == 0 || handle.strong + handle.weak + handle.inBuffers > 0,
-                      "referred to an object that nobody gave it");
-                ++(command == BC_ACQUIRE ? handle.strong : handle.weak);
-                break;
-            }
-            case BC_RELEASE:
-            case BC_DECREFS: {
-                Handle& handle = mHandles[read<uint32_t>(bytes)];
-                int& count = command == BC_RELEASE ? handle.strong : handle.weak;
-                check(count-- > 0, "ended a reference that it does not have");
-                break;
-            }
-            case BC_INCREFS_DONE:
-            case BC_ACQUIRE_DONE: {
-                const auto object = read<binder_ptr_cookie>(bytes);
-                const auto found = mNodes.find(object.ptr);
-                check(found != mNodes.end() && object.cookie == object.ptr,
-                      "confirmed a reference to no object of its own");
-                if (command == BC_ACQUIRE_DONE) found->second.awaitsDone = false;
-                break;
-            }
-            case BC_REQUEST_DEATH_NOTIFICATION: {
-                const auto registration = read<binder_handle_cookie>(bytes);
-                Handle& handle = mHandles[registration.handle];
-                check(handle.cookie == 0, "registered for a death twice");
-                check(handle.weak > 0, "registered for the death of what it does not refer to");
-                handle.cookie = registration.cookie;
-                handle.dead = false;
-                break;
-            }
-            case BC_CLEAR_DEATH_NOTIFICATION: {
-                const auto registration = read<binder_handle_cookie>(bytes);
-                Handle& handle = mHandles[registration.handle];
-                check(handle.cookie == registration.cookie && handle.cookie != 0,
-                      "ended a registration that it does not have");
-                mCleared.push_back(std::exchange(handle.cookie, 0));
-                break;
-            }
-            case BC_DEAD_BINDER_DONE:
-                check(mAnnounced.erase(read<binder_uintptr_t>(bytes)) == 1,
-                      "acknowledged a death that was not announced");
-                break;
-            default: fail("an unknown command");
+// There may be no memory for a thread that the driver does not know yet. One that serves ends only
+// with an error.
+bool Driver::refuses(const binder_write_read& exchange) {
+    if (exchange.read_size == 0 || mError) return false;
+    if (exchange.write_consumed == exchange.write_size) {
+        if (mWaits.empty() || mWaits.back().kind != Wait::kAnything) return false;
+        if (!mLettingGo && mInput.pick(4) != 0) return false;
+        end(STATUS_DEAD_OBJECT);
+        errno = EINVAL;
+        return true;
+    }
+    const auto first =
+        read<uint32_t>(addressOf<const uint8_t>(exchange.write_buffer) + exchange.write_consumed);
+    if (first != BC_TRANSACTION && first != BC_ENTER_LOOPER && first != BC_REGISTER_LOOPER) {
+        return false;
+    }
+    if (mLettingGo || !mInput.rarely(16)) return false;
+    mOutcome = STATUS_NO_MEMORY;
+    errno = ENOMEM;
+    return true;
+}
+
+void Driver::take(binder_write_read& exchange) {
+    const auto* const bytes = addressOf<const uint8_t>(exchange.write_buffer);
+    binder_size_t& at = exchange.write_consumed;
+    while (at < exchange.write_size && !mError) {
+        const auto command = read<uint32_t>(bytes + at);
+        at += sizeof command;
+        check(at + _IOC_SIZE(command) <= exchange.write_size, "a command that is cut off");
+        takeCommand(command, bytes + at);
+        at += _IOC_SIZE(command);
+    }
+}
+
+void Driver::takeCommand(uint32_t command, const uint8_t* bytes) {
+    switch (command) {
+        case BC_TRANSACTION:
+        case BC_REPLY:
+            takeTransaction(command == BC_REPLY, read<binder_transaction_data>(bytes));
+            break;
+        case BC_FREE_BUFFER: {
+            const auto found = mBuffers.find(read<binder_uintptr_t>(bytes));
+            check(found != mBuffers.end(), "gave back a buffer that it does not have");
+            for (const uint32_t handle : found->second.handles) --mHandles[handle].inBuffers;
+            mBuffers.erase(found);
+            break;
         }
-        bytes += _IOC_SIZE(command);
+        case BC_ACQUIRE:
+        case BC_INCREFS: {
+            const auto number = read<uint32_t>(bytes);
+            Handle& handle = mHandles[number];
+            check(number == 0 || handle.strong + handle.weak + handle.inBuffers > 0,
+                  "referred to an object that nobody gave it");
+            ++(command == BC_ACQUIRE ? handle.strong : handle.weak);
+            break;
+        }
+        case BC_RELEASE:
+        case BC_DECREFS: {
+            Handle& handle = mHandles[read<uint32_t>(bytes)];
+            int& count = command == BC_RELEASE ? handle.strong : handle.weak;
+            check(count-- > 0, "ended a reference that it does not have");
+            break;
+        }
+        case BC_INCREFS_DONE:
+        case BC_ACQUIRE_DONE: {
+            const auto object = read<binder_ptr_cookie>(bytes);
+            const auto found = findNode(object.ptr);
+            check(found != mNodes.end() && object.cookie == object.ptr,
+                  "confirmed a reference to no object of its own");
+            if (command == BC_ACQUIRE_DONE) found->awaitsDone = false;
+            break;
+        }
+        case BC_REQUEST_DEATH_NOTIFICATION: {
+            const auto registration = read<binder_handle_cookie>(bytes);
+            Handle& handle = mHandles[registration.handle];
+            check(handle.cookie == 0, "registered for a death twice");
+            check(handle.weak > 0, "registered for the death of what it does not refer to");
+            if (mInput.rarely(8)) {
+                mError = true;
+                mRefused.insert(binder_uintptr_t{registration.cookie});
+                break;
+            }
+            handle.cookie = registration.cookie;
+            handle.dead = false;
+            break;
+        }
+        case BC_CLEAR_DEATH_NOTIFICATION: {
+            const auto registration = read<binder_handle_cookie>(bytes);
+            if (mRefused.erase(binder_uintptr_t{registration.cookie}) == 1) break;
+            Handle& handle = mHandles[registration.handle];
+            check(handle.cookie == registration.cookie && handle.cookie != 0,
+                  "ended a registration that it does not have");
+            mCleared.push_back(std::exchange(handle.cookie, 0));
+            break;
+        }
+        case BC_DEAD_BINDER_DONE:
+            check(mAnnounced.erase(read<binder_uintptr_t>(bytes)) == 1,
+                  "acknowledged a death that was not announced");
+            break;
+        case BC_REGISTER_LOOPER:
+            check(std::exchange(mAsked, false), "a thread that was not asked for");
+            mWaits.push_back({Wait::kAnything});
+            break;
+        case BC_ENTER_LOOPER: mWaits.push_back({Wait::kAnything}); break;
+        default: fail("an unknown command");
     }
 }
 
@@ -210,10 +277,10 @@ void Driver::takeTransaction(bool isReply, const binder_transaction_data& data) 
         if (object.hdr.type == BINDER_TYPE_BINDER) {
             check(object.binder == object.cookie && object.binder != 0,
                   "sent an object by two names");
-            if (mNodes.emplace(object.binder, Node{false, true}).second) {
+            if (findNode(object.binder) == mNodes.end()) {
                 put(BR_INCREFS, binder_ptr_cookie{object.binder, object.cookie});
                 put(BR_ACQUIRE, binder_ptr_cookie{object.binder, object.cookie});
-                mNodes[object.binder].acquired = true;
+                mNodes.push_back({object.binder});
             }
         } else if (object.hdr.type == BINDER_TYPE_HANDLE) {
             const Handle& handle = mHandles[object.handle];
@@ -226,79 +293,117 @@ void Driver::takeTransaction(bool isReply, const binder_transaction_data& data) 
         }
     }
     if (isReply) --mDepth;
-    mWaits.push_back({!isReply && (data.flags & TF_ONE_WAY) == 0});
+    const bool blocks = !isReply && (data.flags & TF_ONE_WAY) == 0;
+    mWaits.push_back({blocks ? Wait::kReply : Wait::kAcceptance});
 }
 
-// One answer: what asks for nothing, then at most one call, death or end of what is waited for.
+// References, which are only counted, then at most one call, death or end of what is waited for;
+// none of these with an error.
 void Driver::give(binder_write_read& exchange) {
-    if (mInput.rarely(8)) put(BR_NOOP);
-    for (const binder_uintptr_t cookie : std::exchange(mCleared, {})) {
-        put(BR_CLEAR_DEATH_NOTIFICATION_DONE, cookie);
+    const bool inPool = std::any_of(mWaits.begin(), mWaits.end(),
+                                    [](const Wait& wait) { return wait.kind == Wait::kAnything; });
+    const bool asks = mInput.rarely(8) && inPool && !mAsked && !mLettingGo;
+    const uint32_t first = asks ? BR_SPAWN_LOOPER : BR_NOOP;
+    mAsked = mAsked || asks;
+    const bool error = std::exchange(mError, false);
+    if (error) put(BR_ERROR);
+    giveReferences();
+    if (!error) giveAnswer();
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(&first);
+    mReturns.insert(mReturns.begin(), bytes, bytes + sizeof first);
+    check(mReturns.size() <= exchange.read_size, "reads too little");
+    memcpy(addressOf<uint8_t>(exchange.read_buffer), mReturns.data(), mReturns.size());
+    exchange.read_consumed = mReturns.size();
+    mReturns.clear();
+}
+
+// So many that what follows fits in any case.
+void Driver::giveReferences() {
+    constexpr size_t kMost = 100;
+    for (; !mCleared.empty() && mReturns.size() < kMost; mCleared.pop_back()) {
+        put(BR_CLEAR_DEATH_NOTIFICATION_DONE, mCleared.back());
     }
     for (auto node = mNodes.begin(); node != mNodes.end();) {
-        const bool idle = !node->second.awaitsDone && !isCalled(node->first);
-        if (!idle || !(mLettingGo || mInput.rarely(16)) || mReturns.size() > 100) {
+        const bool idle = !node->awaitsDone && !isCalled(node->name);
+        if (!idle || !(mLettingGo || mInput.rarely(16)) || mReturns.size() > kMost) {
             ++node;
             continue;
         }
-        put(BR_RELEASE, binder_ptr_cookie{node->first, node->first});
-        put(BR_DECREFS, binder_ptr_cookie{node->first, node->first});
+        put(BR_RELEASE, binder_ptr_cookie{node->name, node->name});
+        put(BR_DECREFS, binder_ptr_cookie{node->name, node->name});
         node = mNodes.erase(node);
     }
+}
+
+void Driver::giveAnswer() {
     check(!mWaits.empty(), "waits for nothing");
     Wait& wait = mWaits.back();
-    if (!wait.complete) {
+    if (wait.kind != Wait::kAnything && !wait.accepted) {
+        constexpr uint32_t kPendingFrozen = _IO('r', 20);  // since Linux 6.3
+        constexpr uint32_t kAnswers[] = {BR_TRANSACTION_COMPLETE, BR_ONEWAY_SPAM_SUSPECT,
+                                         kPendingFrozen,          BR_DEAD_REPLY,
+                                         BR_FAILED_REPLY,         BR_FROZEN_REPLY};
         const unsigned int kind = mInput.pick(16);
-        wait.complete = wait.isCall && kind < 14;
-        if (kind < 12) put(BR_TRANSACTION_COMPLETE);
-        if (kind == 12) put(BR_ONEWAY_SPAM_SUSPECT);
-        if (kind == 13) put(_IO('r', 20));  // BR_TRANSACTION_PENDING_FROZEN, since Linux 6.3
-        if (kind == 14) put(BR_DEAD_REPLY);
-        if (kind == 15) put(BR_FAILED_REPLY);
-        if (!wait.complete) mWaits.pop_back();
+        const uint32_t answer = kAnswers[kind < 6 ? kind : 0];
+        put(answer);
+        if (answer == BR_DEAD_REPLY) return end(STATUS_DEAD_OBJECT);
+        if (answer == BR_FAILED_REPLY || answer == BR_FROZEN_REPLY) {
+            return end(STATUS_FAILED_TRANSACTION);
+        }
+        if (wait.kind == Wait::kAcceptance) return end(STATUS_OK);
+        wait.accepted = true;
     } else if (mInput.rarely(4) && mDepth < kMostDepth && !mNodes.empty()) {
         binder_transaction_data call{};
         fill(&call, true);
         if (call.cookie != 0) put(BR_TRANSACTION, call);
     } else if (mInput.rarely(4)) {
-        for (auto& handle : mHandles) {
-            if (handle.second.cookie == 0 || handle.second.dead) continue;
-            handle.second.dead = true;
-            mAnnounced.insert(handle.second.cookie);
-            put(BR_DEAD_BINDER, handle.second.cookie);
-            break;
-        }
-    } else {
+        giveDeath();
+    } else if (wait.kind == Wait::kReply) {
         const unsigned int kind = mInput.pick(8);
-        mWaits.pop_back();
-        if (kind < 6) {
-            binder_transaction_data reply{};
-            fill(&reply, false);
-            put(BR_REPLY, reply);
-        } else {
-            put(kind == 6 ? BR_DEAD_REPLY : BR_FAILED_REPLY);
+        if (kind == 6) {
+            put(BR_DEAD_REPLY);
+            return end(STATUS_DEAD_OBJECT);
         }
+        if (kind == 7) {
+            put(BR_FAILED_REPLY);
+            return end(STATUS_FAILED_TRANSACTION);
+        }
+        binder_transaction_data reply{};
+        fill(&reply, false);
+        put(BR_REPLY, reply);
+        end(statusOf(reply));
     }
-    // Whole commands, as many as fit.
-    size_t size = 0;
-    while (size < mReturns.size()) {
-        const size_t next =
-            size + sizeof(uint32_t) + _IOC_SIZE(read<uint32_t>(mReturns.data() + size));
-        if (next > exchange.read_size) break;
-        size = next;
+}
+
+binder_status_t Driver::statusOf(const binder_transaction_data& reply) {
+    if ((reply.flags & TF_STATUS_CODE) == 0) return STATUS_OK;
+    if (reply.data_size < sizeof(int32_t)) return STATUS_UNKNOWN_ERROR;
+    return knownStatus(read<int32_t>(addressOf<const uint8_t>(reply.data.ptr.buffer)));
+}
+
+void Driver::giveDeath() {
+    for (auto& [number, handle] : mHandles) {
+        if (handle.cookie == 0 || handle.dead) continue;
+        handle.dead = true;
+        mAnnounced.insert(handle.cookie);
+        mDead.push_back(number);
+        return put(BR_DEAD_BINDER, handle.cookie);
     }
-    memcpy(addressOf<uint8_t>(exchange.read_buffer), mReturns.data(), size);
-    exchange.read_consumed = size;
-    mReturns.erase(mReturns.begin(), mReturns.begin() + static_cast<std::ptrdiff_t>(size));
 }
 
 void Driver::fill(binder_transaction_data* data, bool isCall) {
     Buffer buffer;
     Bytes bytes;
+    const auto addNumber = [&] {
+        const auto number = mInput.number<int32_t>();
+        const auto* const word = reinterpret_cast<const uint8_t*>(&number);
+        bytes.insert(bytes.end(), word, word + sizeof number);
+    };
+    unsigned int left = mInput.pick(4);
     if (isCall) {
         std::vector<binder_uintptr_t> nodes;
-        for (const auto& node : mNodes) {
-            if (node.second.acquired && !node.second.awaitsDone) nodes.push_back(node.first);
+        for (const Node& node : mNodes) {
+            if (!node.awaitsDone) nodes.push_back(node.name);
         }
         if (nodes.empty()) return;
         buffer.node = nodes[mInput.byte() % nodes.size()];
@@ -311,13 +416,12 @@ void Driver::fill(binder_transaction_data* data, bool isCall) {
         if (!mInput.rarely(8)) bytes = tokenOf(kPeerDescriptor);
     } else if (mInput.rarely(8)) {
         data->flags = TF_STATUS_CODE;
+        if (left > 0) addNumber();
     }
-    for (unsigned int left = mInput.pick(4); left > 0; --left) {
+    for (; left > 0; --left) {
         const unsigned int kind = mInput.pick(8);
         if (kind > 3) {
-            const auto number = mInput.number<uint32_t>();
-            const auto* const word = reinterpret_cast<const uint8_t*>(&number);
-            bytes.insert(bytes.end(), word, word + sizeof number);
+            addNumber();
             continue;
         }
         ObjectEntry entry{BINDER_TYPE_WEAK_HANDLE, 0, 0, 0, mInput.flag() ? 3 : 0};
@@ -329,14 +433,13 @@ void Driver::fill(binder_transaction_data* data, bool isCall) {
             buffer.handles.push_back(handle);
         } else if (kind == 1 && !mNodes.empty()) {
             entry.type = BINDER_TYPE_BINDER;
-            const auto node = std::next(mNodes.begin(),
-                                        static_cast<std::ptrdiff_t>(mInput.byte() % mNodes.size()));
-            entry.handle = node->first;
-            entry.cookie = node->first;
+            const binder_uintptr_t node = mNodes[mInput.byte() % mNodes.size()].name;
+            entry.handle = node;
+            entry.cookie = node;
             // The buffer keeps it.
             if (buffer.node == 0)
-                buffer.node = node->first;
-            else if (node->first != buffer.node)
+                buffer.node = node;
+            else if (node != buffer.node)
                 entry = {BINDER_TYPE_BINDER, 0, 0, 0, 0};
         } else if (kind == 2) {
             entry.type = BINDER_TYPE_FD;
@@ -358,7 +461,20 @@ void Driver::fill(binder_transaction_data* data, bool isCall) {
     mBuffers[data->data.ptr.buffer] = std::move(buffer);
 }
 
+int Driver::addThread(void* (*body)(void*), void* argument) {
+    check(mThread == nullptr, "a second thread at once");
+    if (!mLettingGo && mInput.rarely(4)) return EAGAIN;
+    mThread = [=] { body(argument); };
+    return 0;
+}
+
+void Driver::runThread() {
+    if (const auto thread = std::exchange(mThread, nullptr)) thread();
+}
+
 void Driver::checkAtEnd() const {
+    check(mWaits.empty(), "made a call twice");
+    check(!mAsked, "did not make a thread");
     check(mBuffers.empty(), "kept a buffer");
     check(mNodes.empty(), "objects that others still hold");
     check(mAnnounced.empty(), "did not acknowledge a death");
@@ -383,6 +499,7 @@ class Program {
     void run();
 
   private:
+    void step();
     void call(uint32_t handle);
 
     Input& mInput;
@@ -392,13 +509,11 @@ class Program {
 
 void Program::run() {
     for (unsigned int steps = 0; steps < kMostSteps && !mInput.empty(); ++steps) {
-        if (mObjects.holdsAny() && mInput.flag()) {
-            mObjects.use();
-        } else {
-            call(0);
-        }
+        step();
+        gDriver->runThread();
+        for (const uint32_t handle : gDriver->takeDead()) mObjects.expectDeath(handle);
+        mObjects.checkDeaths();
     }
-    mObjects.checkDeaths(false);
     mObjects.letGo();
     gDriver->letGo();
     // Until the driver has nothing more for this thread.
@@ -406,10 +521,21 @@ void Program::run() {
         const AParcel nothing;
         std::unique_ptr<AParcel> out;
         (void)mLink.transact(0, 1, nothing, 0, &out);
+        gDriver->runThread();
         mObjects.letGo();
     }
     gDriver->checkAtEnd();
     check(Objects::alive() == 0, "objects are left");
+}
+
+void Program::step() {
+    if (mObjects.holdsAny() && mInput.flag()) {
+        mObjects.use();
+    } else if (mInput.rarely(4)) {
+        check(mLink.serve(BC_ENTER_LOOPER) == gDriver->outcome(), "serves on, or not");
+    } else {
+        call(0);
+    }
 }
 
 void Program::call(uint32_t handle) {
@@ -418,10 +544,17 @@ void Program::call(uint32_t handle) {
     std::unique_ptr<AParcel> out;
     const binder_status_t status =
         mLink.transact(handle, mInput.byte(), in, mInput.rarely(4) ? FLAG_ONEWAY : 0, &out);
+    check(status == gDriver->outcome(), "a call that does not return what it was answered");
     if (status == STATUS_OK) mObjects.take(out.get());
 }
 
 }  // namespace
+
+int startDetachedThread(void* (*body)(void*), void* argument) {
+    return gDriver->addThread(body, argument);
+}
+
+void nameBinderThread() {}
 
 extern "C" int __wrap_ioctl(int fd, unsigned long request, ...) {
     va_list arguments;
@@ -442,10 +575,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     // Can be mapped, as the driver can.
     static const auto& kLink =
         *new std::shared_ptr<KernelLink>(std::make_shared<KernelLink>("/dev/zero"));
+    const size_t descriptors = openDescriptors();
     Input input(bytes, size);
     Driver driver(input);
     gDriver = &driver;
     Program(input, *kLink).run();
     gDriver = nullptr;
+    check(openDescriptors() == descriptors, "descriptors are left");
     return 0;
 }

@@ -264,7 +264,8 @@ void Program::end() {
     close(std::exchange(mPeer, -1));
     mLink->onReady(EPOLLIN | EPOLLHUP);
     runPosted();
-    mObjects.checkDeaths(true);
+    mObjects.expectDeathOfAll();
+    mObjects.checkDeaths();
     mObjects.letGo();
     mLink.reset();
     LateCommand::runQueued();

@@ -7,6 +7,7 @@
 
 #include "fuzz/Check.h"
 #include "platform/linux/src/LateCommand.h"
+#include "platform/linux/src/RemoteBinder.h"
 #include "tests/platform/PeerInterface.h"
 
 namespace {
@@ -93,10 +94,12 @@ void Objects::use() {
 }
 
 void Objects::watch(const ndk::SpAIBinder& object) {
+    const bool alive = AIBinder_isAlive(object.get());
     mWatches.push_back({object});
-    if (AIBinder_linkToDeath(object.get(), mRecipient.get(), &mWatches.back()) != STATUS_OK) {
-        mWatches.pop_back();
-    }
+    const binder_status_t status =
+        AIBinder_linkToDeath(object.get(), mRecipient.get(), &mWatches.back());
+    check(status == STATUS_OK || !alive, "cannot watch what is alive");
+    if (status != STATUS_OK) mWatches.pop_back();
 }
 
 void Objects::unwatch(const ndk::SpAIBinder& object) {
@@ -109,10 +112,21 @@ void Objects::unwatch(const ndk::SpAIBinder& object) {
     }
 }
 
-void Objects::checkDeaths(bool allDead) const {
+void Objects::expectDeath(uint32_t handle) {
+    for (Watch& watch : mWatches) {
+        if (watch.object.get()->asRemote()->handle() == handle) watch.died = true;
+    }
+}
+
+void Objects::expectDeathOfAll() {
+    for (Watch& watch : mWatches) watch.died = true;
+}
+
+void Objects::checkDeaths() const {
     for (const Watch& watch : mWatches) {
-        check(watch.deaths <= (watch.linked ? 1 : 0), "a death that is reported too often");
-        check(!allDead || watch.deaths == (watch.linked ? 1 : 0), "a death that is not reported");
+        const int expected = watch.linked && watch.died ? 1 : 0;
+        check(watch.deaths <= expected, "a death that is reported too often");
+        check(watch.deaths == expected, "a death that is not reported");
     }
 }
 

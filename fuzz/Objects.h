@@ -31,8 +31,11 @@ class Objects {
     void put(AParcel* out);
     // Uses one that is held.
     void use();
-    // A death is reported once, unless the object is no longer watched.
-    void checkDeaths(bool allDead) const;
+    // An object of another process, or each, has died, which is to be reported once to each watch
+    // that has not ended.
+    void expectDeath(uint32_t handle);
+    void expectDeathOfAll();
+    void checkDeaths() const;
     void letGo();
 
   private:
@@ -40,6 +43,7 @@ class Objects {
         ndk::SpAIBinder object;
         int deaths = 0;
         bool linked = true;
+        bool died = false;
     };
 
     binder_status_t onCall(transaction_code_t code, const AParcel* in, AParcel* out);
