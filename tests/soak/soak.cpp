@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Everything at once, for as long as it is to last: clients of all kinds, a service that dies and
 // misbehaves, processes that are killed, stopped and short of descriptors and memory; then a calm,
-// in which nothing of that happens, and rest. docs/testing.md says what is checked. The status is 1
-// when something was not as it has to be.
+// in which nothing of that happens, and rest. Of each kind one client is mortal: killed at random,
+// and started again. docs/testing.md says what is checked. The status is 1 when something was not
+// as it has to be.
 
 #include <fcntl.h>
 #include <sys/resource.h>
