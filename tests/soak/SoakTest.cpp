@@ -85,7 +85,7 @@ TEST_F(SoakTest, NoticesAClientThatDoesNotComeToRest) {
 
 TEST_F(SoakTest, NoticesAServiceThatGrows) {
     EXPECT_EQ(soak("service:clients"), 1) << mOutput;
-    EXPECT_TRUE(says("soak: FAILED: the service has grown: clients 8 to 9, ")) << mOutput;
+    EXPECT_TRUE(says("soak: FAILED: the service has grown: clients ")) << mOutput;
 }
 
 }  // namespace
