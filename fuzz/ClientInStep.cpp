@@ -92,7 +92,7 @@ ClientInStep::~ClientInStep() {
 }
 
 bool ClientInStep::canGoOn() const {
-    return !mInput->empty() && mSteps < kMostSteps && scriptedRandLeft() > 2 * kNumbers;
+    return !mInput->empty() && mSteps < kMostSteps && scriptedRandLeft() > size_t{kNumbers} * 2;
 }
 
 void ClientInStep::anyStep() {

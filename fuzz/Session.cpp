@@ -38,7 +38,9 @@ bool isAlive(SdfFilterStatus status) {
     return status <= SDF_FILTER_ACTIVE;
 }
 
+// Padding included, which is zero in what is compared here.
 bool equal(const SdfAddFilterInfo& one, const SdfAddFilterInfo& other) {
+    // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
     return memcmp(&one, &other, sizeof one) == 0;
 }
 

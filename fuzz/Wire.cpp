@@ -31,7 +31,7 @@ void appendVarint(Bytes& bytes, uint64_t value) {
 void appendNumbers(Bytes& bytes, unsigned int number, std::initializer_list<uint64_t> values) {
     for (const uint64_t value : values) {
         if (value != 0) {
-            appendVarint(bytes, number * 8);
+            appendVarint(bytes, uint64_t{number} * 8);
             appendVarint(bytes, value);
         }
         ++number;
@@ -112,7 +112,7 @@ Request addFilterRequest(const SdfAddFilterInfo& info, std::optional<uint8_t> ex
          kAppTypes.encode(info.app_type), info.filter_arg13, info.src_port_range,
          info.dest_port_range, info.filter_arg16, info.filter_arg17});
     if (extra) {
-        appendVarint(body, 18 * 8);
+        appendVarint(body, uint64_t{18} * 8);
         appendVarint(body, *extra);
     }
     appendNumbers(body, 19, {info.filter_arg19, info.filter_arg20});

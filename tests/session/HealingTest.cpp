@@ -75,7 +75,7 @@ TEST(HealingTest, ServiceThatIsKilledAgainAndAgain) {
     EXPECT_LE(late.descriptors, early.descriptors);
     // The driver's pool threads stay, up to 16.
     EXPECT_LE(late.threads, early.threads + (overDriver() ? 15 : 0));
-    EXPECT_LE(late.heap, early.heap + 64 * 1024);
+    EXPECT_LE(late.heap, early.heap + size_t{64} * 1024);
     printf("descriptors %jd, %jd; threads %zu, %zu; bytes of heap %zu, %zu; up %zu times\n",
            intmax_t{early.descriptors}, intmax_t{late.descriptors}, early.threads, late.threads,
            early.heap, late.heap, wanted.ups());

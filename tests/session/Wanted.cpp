@@ -80,12 +80,10 @@ void Wanted::change() {
     mChanged = true;
     const size_t flows = living();
     const unsigned int what = pick(16);
-    if (flows < mFilters) {
+    if (flows < mFilters || (what == 7 && flows < 2 * mFilters)) {
         addFlow();
     } else if (what < 7) {
         changeSetting(what);
-    } else if (what == 7 && flows < 2 * mFilters) {
-        addFlow();
     } else if (what == 8) {
         removeFlow();
     } else if (what == 9) {
