@@ -89,7 +89,7 @@ TEST(GrowthTest, ThreadsMayComeAndKeepSome) {
     EXPECT_EQ(growthOf(rests(2, 1, 2,
                              [](Member::Rest& rest) {
                                  rest.figures.threads += 15;
-                                 rest.figures.memory += (2048 + 15 * 256) * kKib;
+                                 rest.figures.memory += (2048 + 15 * 512) * kKib;
                                  rest.blocks += 64 + 15 * 8;
                                  rest.bytes += (64 + 15 * 8) * kKib;
                              })),
