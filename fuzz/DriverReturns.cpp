@@ -31,6 +31,7 @@
 #include "platform/linux/src/Threads.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/RawPeer.h"
+#include "tools/emulator/ProcessStats.h"
 
 extern "C" int __real_ioctl(int fd, unsigned long request, ...);
 

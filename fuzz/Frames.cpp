@@ -31,6 +31,8 @@
 #include "platform/linux/src/Status.h"
 #include "tests/platform/PeerInterface.h"
 #include "tests/platform/RawPeer.h"
+#include "tests/platform/SendWith.h"
+#include "tools/emulator/ProcessStats.h"
 
 namespace {
 
@@ -315,23 +317,8 @@ void Program::send(const Sent& sent) {
 }
 
 void Program::sendPiece(const uint8_t* bytes, size_t size, size_t descriptors) {
-    iovec buffer{const_cast<uint8_t*>(bytes), size};
-    alignas(cmsghdr) char control[CMSG_SPACE(kMostDescriptors * sizeof(int))] = {};
-    msghdr message{};
-    message.msg_iov = &buffer;
-    message.msg_iovlen = 1;
-    if (descriptors != 0) {
-        const std::vector<int> passed(descriptors, STDERR_FILENO);
-        mPassed.push_back(descriptors);
-        message.msg_control = control;
-        message.msg_controllen = CMSG_SPACE(descriptors * sizeof(int));
-        cmsghdr* const header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(descriptors * sizeof(int));
-        memcpy(CMSG_DATA(header), passed.data(), descriptors * sizeof(int));
-    }
-    (void)sendmsg(mPeer, &message, MSG_NOSIGNAL);
+    if (descriptors != 0) mPassed.push_back(descriptors);
+    (void)sendWith(mPeer, bytes, size, std::vector<int>(descriptors, STDERR_FILENO));
 }
 
 // A whole frame, as the link has it too. taken: whether it has surely taken it; otherwise the

@@ -19,6 +19,7 @@
 #include "tests/platform/CountedObject.h"
 #include "tests/platform/PeerTest.h"
 #include "tests/platform/RawPeer.h"
+#include "tests/platform/SendWith.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Hex.h"
 #include "tests/support/LogCapture.h"
@@ -222,21 +223,8 @@ TEST_F(DumpTest, DeadObjectSaysSo) {
     EXPECT_TRUE(pipe.closed());
 }
 
-// Sends bytes with descriptors beside their first one.
-bool sendWith(const UniqueFd& socket, Bytes bytes, const std::vector<int>& fds) {
-    iovec part{bytes.data(), bytes.size()};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    std::vector<size_t> control(CMSG_SPACE(fds.size() * sizeof(int)) / sizeof(size_t));
-    message.msg_control = control.data();
-    message.msg_controllen = control.size() * sizeof(size_t);
-    cmsghdr* const header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(fds.size() * sizeof(int));
-    memcpy(CMSG_DATA(header), fds.data(), fds.size() * sizeof(int));
-    return sendmsg(socket.get(), &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+bool sendWith(const UniqueFd& socket, const Bytes& bytes, const std::vector<int>& fds) {
+    return ::sendWith(socket.get(), bytes.data(), bytes.size(), fds);
 }
 
 // Receives what is there, with the descriptors beside it.
