@@ -207,8 +207,8 @@ void EventManager::dispatch(int index, const epoll_event& event) {
         LUM_LOGE("file descriptor %d is not on the approved list, cannot process event", fd);
         return;
     }
-    if (const auto found = mHandlers.find(fd);
-        found != mHandlers.end() && found->second.mWatchedAs != event.data.u64) {
+    const auto found = mHandlers.find(fd);
+    if (found != mHandlers.end() && found->second.mWatchedAs != event.data.u64) {
         LUM_LOGD("file descriptor %d was added after this event", fd);
         return;
     }
@@ -220,30 +220,20 @@ void EventManager::dispatch(int index, const epoll_event& event) {
     } else if ((bits & EPOLLIN) == 0) {
         LUM_LOGE("Unhandled epoll event: %s [flags 0%o]. SHOULD NOT HAPPEN",
                  flagNames(bits).c_str(), bits);
-    } else if (const HandlerObject* const handler = handlerOf(fd)) {
-        const auto callback = handler->mEventCallback;
-        void* const data = handler->mData;
+    } else if (found == mHandlers.end()) {
+        LUM_LOGW(
+            "file descriptor '%d' does not have an event handler registered. SHOULD NOT HAPPEN",
+            fd);
+    } else if (found->second.mNoEventCallback) {
+        LUM_LOGW("no callback registered fd:%d. SHOULD NOT HAPPEN.", fd);
+    } else {
+        const auto callback = found->second.mEventCallback;
+        void* const data = found->second.mData;
         LUM_LOGD("file descriptor '%d' is processing events [callback:%p, data:%p]", fd,
                  address(callback), data);
         lock.unlock();
         callback(fd, data);
     }
-}
-
-// The handler that is to be called when fd is readable; null if there is none.
-const HandlerObject* EventManager::handlerOf(int fd) const {
-    const auto found = mHandlers.find(fd);
-    if (found == mHandlers.end()) {
-        LUM_LOGW(
-            "file descriptor '%d' does not have an event handler registered. SHOULD NOT HAPPEN",
-            fd);
-        return nullptr;
-    }
-    if (found->second.mNoEventCallback) {
-        LUM_LOGW("no callback registered fd:%d. SHOULD NOT HAPPEN.", fd);
-        return nullptr;
-    }
-    return &found->second;
 }
 
 void EventManager::wake() {

@@ -107,7 +107,6 @@ class LUM_EXPORT EventManager {
     void closeOwnDescriptors();
     bool signalRemoval(int fd);
     void dispatch(int index, const epoll_event& event);
-    const HandlerObject* handlerOf(int fd) const LUM_REQUIRES(mMutex);
     void carryOutRemovals();
     bool carryOutOnce();
     bool carryOutNext();
