@@ -10,7 +10,9 @@ sdf::Message::Message(SdfProto::ServiceEventId event)
 }
 
 std::shared_ptr<SdkClientEvent> sdf::Message::event(bool release) const {
-    std::vector<uint8_t> bytes(mMessage.ByteSizeLong());
-    mMessage.SerializeWithCachedSizesToArray(bytes.data());
-    return std::make_shared<SdkClientEvent>(LUM_SDK_CLIENT_SDF, bytes, release);
+    std::vector<uint8_t> none;
+    auto event = std::make_shared<SdkClientEvent>(LUM_SDK_CLIENT_SDF, none, release);
+    event->mBlob.resize(mMessage.ByteSizeLong());
+    mMessage.SerializeWithCachedSizesToArray(event->mBlob.data());
+    return event;
 }
