@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "proto/SdfProto.pb.h"
@@ -139,6 +140,11 @@ class Sdf : public SdkBase {
     // The client object of the process, if there is one.
     static std::shared_ptr<Sdf> current() {
         return lum::utils::loadShared(mInstance);
+    }
+    // The same, and its transport, if it has one.
+    static std::pair<std::shared_ptr<Sdf>, std::shared_ptr<SdkClientBase>> currentWithTransport() {
+        const lum::utils::MutexLock lock(lum::utils::gSharedPointerLock.value);
+        return {mInstance, mInstance ? mInstance->mSdkClient : nullptr};
     }
     // Puts another one, or none, in its place. One thread at a time: create and destroy have a
     // lock.

@@ -31,8 +31,7 @@ long long withoutExceptions(long long failed, const Body& body) noexcept {
 template <typename Body>
 long long request(const Body& body) noexcept {
     return withoutExceptions(SDF_V2_INTERNAL_ERROR, [&body]() -> long long {
-        const std::shared_ptr<Sdf> client = Sdf::current();
-        const std::shared_ptr<SdkClientBase> transport = client ? client->transport() : nullptr;
+        const auto [client, transport] = Sdf::currentWithTransport();
         if (!transport) return SDF_V2_INVALID_OPERATION;
         return body(*client, *transport);
     });

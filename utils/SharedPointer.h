@@ -8,22 +8,22 @@
 
 namespace lum::utils {
 
-// Reads and replaces a shared pointer that several threads use: like the standard library's atomic
-// functions of shared pointers, which take twice as long. Every request reads two.
+// Read and replace shared pointers that several threads use, as the standard library's atomic
+// functions of shared pointers do in twice the time.
 
-template <typename T>
+// Of all of them: every request reads two at once.
 inline NoDestroy<Mutex> gSharedPointerLock;
 
 template <typename T>
 std::shared_ptr<T> loadShared(const std::shared_ptr<T>& pointer) {
-    const MutexLock lock(gSharedPointerLock<T>.value);
+    const MutexLock lock(gSharedPointerLock.value);
     return pointer;
 }
 
 // Returns what was there.
 template <typename T>
 std::shared_ptr<T> exchangeShared(std::shared_ptr<T>& pointer, std::shared_ptr<T> value) {
-    const MutexLock lock(gSharedPointerLock<T>.value);
+    const MutexLock lock(gSharedPointerLock.value);
     pointer.swap(value);
     return value;
 }
