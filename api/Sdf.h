@@ -154,8 +154,8 @@ class Sdf : public SdkBase {
         return sCurrent.load(std::memory_order_acquire) == this;
     }
 
-    // Never destroyed: the transport's threads may look at it while the process exits. Read with
-    // loadShared(), and replaced by setCurrent().
+    // Never destroyed: the transport's threads may look at it while the process exits. Read as
+    // above, and replaced by setCurrent().
     static std::shared_ptr<Sdf>& mInstance;
 
     // Drawn and not yet answered, and confirmed by the service.

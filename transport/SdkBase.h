@@ -45,7 +45,7 @@ class SdkBase {
     void destroySdkInstance(LumSdkClientType type);
 
     // The transport; empty while there is none. mSdkClient is written by the thread that creates or
-    // destroys and read by others, so it is only touched as SharedPointer.h does.
+    // destroys and read by others, so it is only touched under gSharedPointerLock.
     std::shared_ptr<SdkClientBase> transport() const { return lum::utils::loadShared(mSdkClient); }
 
     void (*mLegacyStatusCb)(status_e) = nullptr;

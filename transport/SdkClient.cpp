@@ -128,8 +128,7 @@ void SdkClient::tearDown() {
     mCallbackSelf.reset();
     clearListeners();
     // Unless a destroy on the SDK thread has done so: then another may be there by now.
-    std::shared_ptr<SdkClient> self = ref<SdkClient>();
-    std::atomic_compare_exchange_strong(&mInstance, &self, std::shared_ptr<SdkClient>());
+    lum::utils::clearShared(mInstance, this);
     // The service may keep this object past the two deleted here.
     detach();
     delete timer();

@@ -610,6 +610,19 @@ TEST_F(SdkClientTest, DestroyAndCreateOnTheSdkThread) {
     EXPECT_EQ(SdkClient::mInstance, nullptr);
 }
 
+TEST_F(SdkClientTest, NewInstanceMayBeMadeWhileTheOldOneIsTornDown) {
+    for (size_t round = 1; round <= 200; ++round) {
+        const auto first = getAndRun([] { release(); });
+        const std::weak_ptr<SdkClient> second = get(kSdf, listener);
+        EXPECT_FALSE(second.expired());
+        release();
+        EXPECT_EQ(SdkClient::mInstance, nullptr);
+        ASSERT_TRUE(goes(first));
+        ASSERT_TRUE(goes(second));
+        EXPECT_EQ(service->messages().size(), 4 * round);
+    }
+}
+
 TEST_F(SdkClientTest, NewInstanceMayBeDestroyedOnTheOldOnesThread) {
     std::weak_ptr<SdkClient> second;
     const auto first = getAndRun([&] {
