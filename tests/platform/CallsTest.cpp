@@ -73,8 +73,9 @@ TEST_F(CallsTest, TenThousandOnewayCallsKeepTheirOrder) {
 
 TEST_F(CallsTest, UnfinishedOnewayCallsAreLimitedAndBreakNothingElse) {
     LogCapture log;
-    // The first call keeps the object's one-way calls waiting.
+    // The first call keeps the object's one-way calls waiting. It has to wait before it is let go.
     ASSERT_EQ(oneway(kHold), STATUS_OK);
+    ASSERT_TRUE(holding(1));
     for (int sent = 0; sent < 10; ++sent) ASSERT_EQ(exchange(50000, 0, FLAG_ONEWAY), STATUS_OK);
     EXPECT_EQ(exchange(50000, 0, FLAG_ONEWAY), STATUS_FAILED_TRANSACTION);
     EXPECT_EQ(
