@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <string>
@@ -180,6 +181,8 @@ TEST_F(DriverTest, FrozenProcessFailsCallsAndKeepsOnewayCalls) {
     binder_freeze_info freeze{};
     freeze.pid = static_cast<uint32_t>(mPeer.pid());
     freeze.enable = 1;
+    // The caller has its reply before the driver is through with the call.
+    freeze.timeout_ms = static_cast<uint32_t>(std::chrono::milliseconds(kLimit).count());
     ASSERT_EQ(ioctl(driver.get(), BINDER_FREEZE, &freeze), 0);
     EXPECT_EQ(call(kAdd, args(1, 2)), STATUS_FAILED_TRANSACTION);
     EXPECT_EQ(oneway(kNote, args(0)), STATUS_OK);

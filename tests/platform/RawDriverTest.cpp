@@ -491,6 +491,10 @@ TEST_F(RawDriverTest, DescriptorsForWhichThereIsNoNumber) {
     ABinderProcess_startThreadPool();
     const ndk::SpAIBinder mine = makePeerObject(nullptr);
     ASSERT_EQ(AServiceManager_addService(mine.get(), kMine), EX_NONE);
+    int turns[2];
+    ASSERT_EQ(pipe(turns), 0);
+    const UniqueFd turn(turns[0]);
+    const UniqueFd giveTurn(turns[1]);
     const size_t descriptors = descriptorsOf(getpid());
     {
         const RawProcess raw([&](Raw& driver) {
@@ -498,19 +502,25 @@ TEST_F(RawDriverTest, DescriptorsForWhichThereIsNoNumber) {
             const Payload payload =
                 Payload().add(descriptorOf(0)).add(descriptorOf(0)).add(descriptorOf(0));
             for (const uint32_t awaited : {BR_REPLY, BR_FAILED_REPLY, BR_REPLY}) {
-                do {
-                    if (!driver.call(handle, kPingTransaction, payload.data())) return 1;
-                } while (driver.next() != awaited);
+                char ignored = 0;
+                if (read(turn.get(), &ignored, 1) != 1) return 1;
+                if (!driver.call(handle, kPingTransaction, payload.data())) return 2;
+                if (driver.next() != awaited) return 3;
                 driver.done(0);
             }
             return 0;
         });
-        EXPECT_EQ(raw.result(), 0);
+        const auto resultOfCall = [&] {
+            EXPECT_EQ(write(giveTurn.get(), "", 1), 1);
+            return raw.result();
+        };
+        EXPECT_EQ(resultOfCall(), 0);
         {
+            // Made while no call is under way, whose descriptors it would count.
             const DescriptorLimit two(2);
-            EXPECT_EQ(raw.result(), 0);
+            EXPECT_EQ(resultOfCall(), 0);
         }
-        EXPECT_EQ(raw.result(), 0);
+        EXPECT_EQ(resultOfCall(), 0);
         EXPECT_EQ(raw.result(), 0);
     }
     EXPECT_EQ(descriptorsOf(getpid()), descriptors);
@@ -542,6 +552,7 @@ TEST_F(RawDriverTest, OnewayCallsWithoutEnd) {
     EXPECT_EQ(ask(kAdd, args(3, 4)), 7);
     raw.kill();
     EXPECT_EQ(ask(kNoted), 0);
+    ASSERT_TRUE(eventually([this] { return ask(kHolding) == 1; }));
     EXPECT_EQ(call(kLetGo), STATUS_OK);
     EXPECT_TRUE(eventually([&] { return ask(kNoted) == accepted; }));
 }
