@@ -52,7 +52,7 @@ class FiguresTest : public testing::Test {
 
 TEST_F(FiguresTest, PoolThreadsCountOverSocketsAlone) {
     setenv("LUM_BINDER", "", 1);
-    { const NamedThread first("first"); }  // after which the thread sanitizer has one of its own
+    const NamedThread first("first");  // from which on the thread sanitizer has one of its own
     const size_t before = threadsOf(getpid());
     const NamedThread ofPool("binder:1_2");
     EXPECT_EQ(threadsOf(getpid()), before + 1);
