@@ -35,9 +35,9 @@ TEST(ServiceThreadTest, WhatATaskThrowsIsThrownToWhoWaits) {
 }
 
 TEST(ServiceThreadTest, WhatIsDueLaterRunsOnTheThread) {
-    ServiceThread thread;
     std::promise<std::thread::id> ran;
     std::thread::id own;
+    ServiceThread thread;  // goes first
     thread.run([&] {
         own = std::this_thread::get_id();
         thread.timeline().after(std::chrono::milliseconds(1),
@@ -50,10 +50,11 @@ TEST(ServiceThreadTest, WhatIsDueLaterRunsOnTheThread) {
 
 // Each task posts the next until the action has run, so that there never is a pause.
 TEST(ServiceThreadTest, WhatIsDueDoesNotWaitForAPauseBetweenTasks) {
-    ServiceThread thread;
     bool due = false;
     std::promise<void> ended;
-    std::function<void()> task = [&] {
+    std::function<void()> task;
+    ServiceThread thread;  // goes first
+    task = [&] {
         if (due) {
             ended.set_value();
         } else {
