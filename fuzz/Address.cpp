@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // An address and a number as sdfctl reads them. What is written of an address that was read reads
 // as the same address; an address of any content has a text.
+#include <algorithm>
 #include <cstring>
 #include <string>
 
