@@ -131,7 +131,7 @@ TEST_F(DriverTest, ObjectsGoAndComeAndLeaveNothingWithTheDriver) {
     ASSERT_TRUE(settled(1010));
     expectSettlesAt(getpid(), here);
     expectSettlesAt(mPeer.pid(), there);
-    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_TRUE(eventually([&] { return openDescriptors() <= descriptors; }));
 }
 
 TEST_F(DriverTest, KilledServicesLeaveNothingWithTheDriver) {

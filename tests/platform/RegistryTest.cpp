@@ -240,7 +240,7 @@ TEST_F(RegistryTest, TwoNamesOfOneObjectAreOneProxyOfOneConnection) {
     service = nullptr;
     service = find(kName);
     EXPECT_EQ(AIBinder_ping(service.get()), STATUS_OK);
-    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_TRUE(eventually([&] { return openDescriptors() <= descriptors; }));
 }
 
 TEST_F(RegistryTest, ProcessesThatTakeANameAtOnceLeaveItServedAtAnyTime) {
@@ -286,7 +286,7 @@ TEST_F(RegistryTest, ManyClientsLeaveNoDescriptorsInTheService) {
         EXPECT_EQ(ask(find(kName), kRelay, args(kOwn)), 1);
         peer.kill();
     }
-    EXPECT_TRUE(eventually([&] { return openDescriptors() == before; }));
+    EXPECT_TRUE(eventually([&] { return openDescriptors() <= before; }));
 }
 
 TEST_F(RegistryTest, LookupWithoutDescriptorsIsNullAndLeaksNothing) {
@@ -302,7 +302,7 @@ TEST_F(RegistryTest, LookupWithoutDescriptorsIsNullAndLeaksNothing) {
     }
     ASSERT_TRUE(found);
     // What stays: what the I/O thread waits with, and the connection.
-    EXPECT_EQ(openDescriptors(), before + 2);
+    EXPECT_TRUE(eventually([&] { return openDescriptors() == before + 2; }));
     EXPECT_EQ(AIBinder_ping(find(kName).get()), STATUS_OK);
 }
 
