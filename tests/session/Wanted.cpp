@@ -60,8 +60,8 @@ void Wanted::wantEverything(size_t filters) {
 }
 
 bool Wanted::trim() {
-    mChanged = true;
     do {
+        mChanged = true;  // each time: the session may have begun to connect since
         while (living() > mFilters) removeFlow();
         while (living() < mFilters) addFlow();
         if (!dispatchUntilUp() || !dispatchUntilServed()) return false;
