@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -376,7 +377,7 @@ Program::Call* Program::findWaiting(uint64_t id) {
 
 bool Program::isUp() const {
     pollfd end{mPeer, POLLRDHUP, 0};
-    return mPeer >= 0 && poll(&end, 1, 0) == 0;
+    return mPeer >= 0 && TEMP_FAILURE_RETRY(poll(&end, 1, 0)) == 0;
 }
 
 void Program::receive() {

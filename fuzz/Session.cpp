@@ -5,6 +5,7 @@
 // end; and once the service behaves, it has what the session wants.
 #include <lum_sdf_session.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -671,7 +672,7 @@ void Program::ask() {
 
 void Program::dispatch() {
     pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
-    const bool readable = poll(&waited, 1, 0) == 1;
+    const bool readable = TEMP_FAILURE_RETRY(poll(&waited, 1, 0)) == 1;
     const unsigned int before = mCalls;
     const bool timePassed = std::exchange(mTimePassed, false);
     ++mDispatching;
