@@ -18,6 +18,10 @@ ThreadPool& ThreadPool::instance() {
     return gPool.value;
 }
 
+int ThreadPool::startWaiting() {
+    return 0;
+}
+
 void ThreadPool::start() {}
 
 void ThreadPool::post(std::unique_ptr<Work> work) {

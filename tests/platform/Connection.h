@@ -13,8 +13,7 @@
 #include "platform/linux/src/LocalLink.h"
 #include "platform/linux/src/UniqueFd.h"
 
-// A link and the far end of its connection. The I/O thread does not serve it: the test plays its
-// part.
+// A link and the far end of its connection. Nothing serves it but the test.
 struct Connection {
     UniqueFd peer;
     std::shared_ptr<LocalLink> link;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // How long an object stays registered for at the link, and what that means for those who link to
-// its death. The test plays the part of the I/O thread: nothing happens but when it says so.
+// its death. The test has what comes read: nothing happens but when it says so.
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The end of a service's socket. The test plays the part of the I/O thread.
+// The end of a service's socket. The test has the clients accepted.
 #include <gtest/gtest.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>

@@ -2,11 +2,11 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <fstream>
 #include <functional>
@@ -16,8 +16,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/src/IoThread.h"
-#include "platform/linux/src/UniqueFd.h"
+#include "platform/linux/src/IoLoop.h"
+#include "tests/platform/EndlessSource.h"
 #include "tests/platform/FunctionWork.h"
 #include "tests/platform/PeerTest.h"
 #include "tests/support/Eventually.h"
@@ -96,6 +96,7 @@ TEST_F(ThreadPoolTest, NothingRunsBeforeTheStart) {
 
 TEST_F(ThreadPoolTest, KeepsOneThreadWhenTheWorkIsDone) {
     mPool.start();
+    expectDone();  // both threads run by now
     const size_t atRest = runningThreads();
     Counter running;
     Counter letGo;
@@ -137,6 +138,7 @@ TEST_F(ThreadPoolTest, ThreadThatBeginsWhenTheWorkIsDoneGoesAgain) {
 
 TEST_F(ThreadPoolTest, GrowsToSixteenThreadsAndNotBeyond) {
     mPool.start();
+    expectDone();  // both threads run by now
     const size_t withOne = runningThreads();
     Counter running;
     Counter letGo;
@@ -150,8 +152,40 @@ TEST_F(ThreadPoolTest, GrowsToSixteenThreadsAndNotBeyond) {
     }
     EXPECT_TRUE(running.waitFor(16));
     EXPECT_EQ(runningThreads(), withOne + 15);
+    // One more waits for what comes.
+    const auto source = std::make_shared<EndlessSource>();
+    ASSERT_TRUE(IoLoop::instance().add(source->fd(), source));
+    EXPECT_TRUE(source->woken().waitFor(1));
+    IoLoop::instance().remove(source.get());
     letGo.add();
     EXPECT_TRUE(done.waitFor(48));
+}
+
+TEST_F(ThreadPoolTest, WorkThatASourcePostsIsDoneByTheSameThread) {
+    class PostingSource final : public EndlessSource,
+                                public std::enable_shared_from_this<PostingSource> {
+      public:
+        void onReady(uint32_t) override {
+            mTeller = gettid();
+            post([self = shared_from_this()] {
+                if (self->mTeller == gettid()) self->mSame = true;
+            });
+            // Time enough for another thread to do it.
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        bool same() const { return mSame; }
+
+      private:
+        std::atomic<pid_t> mTeller{0};
+        std::atomic<bool> mSame{false};
+    };
+    mPool.start();
+    IoLoop& loop = IoLoop::instance();
+    const auto source = std::make_shared<PostingSource>();
+    ASSERT_TRUE(loop.add(source->fd(), source));
+    // Not if a thread has only just started, or finishes other work.
+    EXPECT_TRUE(eventually([&] { return source->same(); }));
+    loop.remove(source.get());
 }
 
 TEST_F(ThreadPoolTest, ThreadsBlockWhatAProgramHandlesAndNoFault) {
@@ -215,13 +249,8 @@ TEST_F(ThreadPoolTest, RefusedThreadIsSaidAndTriedAgainWithTheNextWork) {
 }
 
 TEST_F(ThreadPoolTest, RefusedThreadIsTriedAgainWithoutMoreWork) {
-    // Something else has made the thread for sockets already, as a connection would.
-    class Nothing final : public IoSource {
-        void onReady(uint32_t) override {}
-    };
-    const UniqueFd fd(eventfd(0, EFD_CLOEXEC));
-    const auto source = std::make_shared<Nothing>();
-    ASSERT_TRUE(IoThread::instance().add(fd.get(), source));
+    // The thread that waits is there already, as with a connection.
+    ASSERT_EQ(mPool.startWaiting(), 0);
     LogCapture log;
     Counter done;
     for (int i = 0; i < 3; ++i) post([&] { done.add(); });
@@ -230,7 +259,6 @@ TEST_F(ThreadPoolTest, RefusedThreadIsTriedAgainWithoutMoreWork) {
     EXPECT_TRUE(done.waitFor(3));
     EXPECT_EQ(gRefusedThreads, 0);
     EXPECT_EQ(log.lines(), (std::vector<LogLine>{kRefusedLine}));
-    IoThread::instance().remove(fd.get(), source.get());
 }
 
 TEST_F(ThreadPoolTest, RefusedThreadIsTriedAgainWhenThereWereNoSocketsYet) {

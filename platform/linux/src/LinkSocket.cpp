@@ -16,7 +16,7 @@ void LinkSocket::flush() {
     const bool wantsOutput = !mOut.empty();
     if (wantsOutput == mWantsOutput) return;
     mWantsOutput = wantsOutput;
-    IoThread::instance().wantOutput(mSocket.get(), &mSource, wantsOutput);
+    IoLoop::instance().wantOutput(&mSource, wantsOutput);
 }
 
 void LinkSocket::giveUp() {
@@ -28,6 +28,6 @@ void LinkSocket::giveUp() {
 void LinkSocket::close() {
     mBroken = true;
     mOut.clear();
-    IoThread::instance().remove(mSocket.get(), &mSource);
+    IoLoop::instance().remove(&mSource);
     mSocket.reset();
 }

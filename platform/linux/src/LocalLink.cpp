@@ -33,7 +33,7 @@ constexpr size_t kCallCost = 512;
 constexpr size_t kObjectCost = 1024;
 constexpr size_t kReadSize = size_t{64} * 1024;
 
-// Something with references that must not end on the I/O thread, since objects end with code of the
+// Something with references that must not end in onReady(), since objects end with code of the
 // application.
 template <typename Held>
 class Discarded final : public Work {
@@ -98,7 +98,7 @@ std::shared_ptr<LocalLink> LocalLink::open(UniqueFd socket, BinderRef root) {
         link->mSocket.append(appendHello);
         if (!link->settle()) return nullptr;
     }
-    if (!IoThread::instance().add(link->mInput, link)) return nullptr;
+    if (!IoLoop::instance().add(link->mInput, link)) return nullptr;
     const MutexLock lock(link->mLock);
     if (!link->mSocket.broken()) link->flush();
     return link;
@@ -203,7 +203,7 @@ binder_status_t LocalLink::sendCall(const PendingCall* call, uint32_t handle,
     outgoing.sent();
     mFlow.sent(oneway, *size);
     flush();
-    // A blocking call that is cut off here is ended by the I/O thread, as all others are.
+    // A blocking call that is cut off here is ended by onReady(), as all others are.
     return oneway && mSocket.broken() ? STATUS_DEAD_OBJECT : STATUS_OK;
 }
 
@@ -366,7 +366,7 @@ std::unique_ptr<AParcel> LocalLink::importParcel(const Payload& payload, bool* c
     objects.reserve(payload.offsets.size());
     // Locked behind them: without memory for all, the proxies made so far end, which locks it too.
     const MutexLock lock(mLock);
-    // All of it first: what is received must not be dropped again on this thread.
+    // All of it first: what is received must not be dropped again in onReady().
     for (size_t i = 0; i < payload.offsets.size(); ++i) mObjects.check(payload.object(i));
     for (size_t i = 0; i < payload.offsets.size(); ++i) {
         const uint32_t offset = payload.offsets[i];

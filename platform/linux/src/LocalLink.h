@@ -10,7 +10,7 @@
 
 #include "platform/linux/src/FlowControl.h"
 #include "platform/linux/src/FrameReader.h"
-#include "platform/linux/src/IoThread.h"
+#include "platform/linux/src/IoLoop.h"
 #include "platform/linux/src/Link.h"
 #include "platform/linux/src/LinkSocket.h"
 #include "platform/linux/src/ObjectTable.h"
@@ -24,8 +24,8 @@ class PendingCall;
 // both directions. Frame.h has what is said over it.
 //
 // Nothing blocks on the peer but the threads that wait for its replies. What cannot be written at
-// once is kept and written by the I/O thread, which also does all reading. The peer is not trusted:
-// a malformed frame ends the connection, as the peer's death would.
+// once is kept, and written when the socket is ready; what comes is read then. The peer is not
+// trusted: a malformed frame ends the connection, as the peer's death would.
 //
 // An object of one process can be handed on by another only back to where it came from: passing a
 // proxy over any other connection is refused with STATUS_INVALID_OPERATION.
@@ -79,7 +79,7 @@ class LocalLink final : public Link,
     template <typename Append>
     void sendControl(Append&& append) noexcept LUM_REQUIRES(mLock);
 
-    // On the I/O thread. Throw MalformedFrame and std::bad_alloc.
+    // Called by onReady(). Throw MalformedFrame and std::bad_alloc.
     bool receive();
     void onFrame(FrameKind kind, const uint8_t* body, size_t size);
     void onCall(CallFrame&& frame, size_t size);
@@ -99,7 +99,7 @@ class LocalLink final : public Link,
     Charge mCharge LUM_GUARDED_BY(mLock);
     size_t mPartBytesIn LUM_GUARDED_BY(mLock) = 0;  // of the frame that is not whole yet
 
-    // Used by the I/O thread alone.
+    // Used by onReady() alone.
     const int mInput;  // the socket
     FrameReader mReader;
     ReceivedDescriptors mDescriptors;

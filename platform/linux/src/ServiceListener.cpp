@@ -41,7 +41,7 @@ std::shared_ptr<ServiceListener> ServiceListener::open(const std::string& name,
         LUM_LOGE("binder: no descriptor to spare for %s (%s)", name.c_str(), strerror(errno));
         return nullptr;
     }
-    return IoThread::instance().add(fd, listener) ? listener : nullptr;
+    return IoLoop::instance().add(fd, listener) ? listener : nullptr;
 }
 
 ServiceListener::ServiceListener(std::string name, std::string path, UniqueFd socket,
@@ -62,7 +62,7 @@ BinderRef ServiceListener::object() {
 }
 
 void ServiceListener::retire() noexcept {
-    IoThread::instance().remove(mSocket.get(), this);
+    IoLoop::instance().remove(this);
     shutdown(mSocket.get(), SHUT_RD);  // from here on a connect is refused
     while (acceptOne()) {
     }
@@ -93,7 +93,7 @@ void ServiceListener::onReady(uint32_t) {
     if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED || errno == EINVAL) return;
     LUM_LOGE("binder: cannot accept a client of %s (%s)", mName.c_str(), strerror(errno));
     // Left in the queue, the client would wait, and keep this socket ready forever.
-    if (!refuseOne()) IoThread::instance().pause(mSocket.get(), this);
+    if (!refuseOne()) IoLoop::instance().pause(this);
 }
 
 // Turns the first client away, for want of a descriptor to serve it with: the spare one is given up

@@ -8,14 +8,14 @@
 #include <string>
 
 #include "platform/linux/src/Binder.h"
-#include "platform/linux/src/IoThread.h"
+#include "platform/linux/src/IoLoop.h"
 #include "platform/linux/src/UniqueFd.h"
 #include "utils/Mutex.h"
 
 // The socket of a service: accepts its clients. Its file goes with it.
 class ServiceListener final : public IoSource {
   public:
-    // Listens at an address where no file may be yet, and has the I/O thread serve it.
+    // Listens at an address where no file may be yet, and serves it from then on.
     // name: the service's, for the log; object: what clients reach.
     // Returns null if that cannot be arranged, which is logged. May throw std::bad_alloc.
     static std::shared_ptr<ServiceListener> open(const std::string& name,
@@ -42,7 +42,7 @@ class ServiceListener final : public IoSource {
     const std::string mName;
     const std::string mPath;
     const UniqueFd mSocket;
-    UniqueFd mSpare;  // used by the I/O thread alone
+    UniqueFd mSpare;  // used by onReady() alone
 
     lum::utils::Mutex mLock;
     BinderRef mObject LUM_GUARDED_BY(mLock);  // null once retired

@@ -1,18 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/src/ThreadPool.h"
 
-#include <sys/timerfd.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstring>
 #include <utility>
 
-#include "platform/linux/src/CallOut.h"
-#include "platform/linux/src/IoThread.h"
+#include "platform/linux/src/IoLoop.h"
 #include "platform/linux/src/LateCommand.h"
 #include "platform/linux/src/Threads.h"
-#include "platform/linux/src/UniqueFd.h"
 #include "utils/Log.h"
 #include "utils/NoDestroy.h"
 
@@ -20,67 +14,47 @@ using lum::utils::MutexLock;
 
 namespace {
 
-constexpr uint32_t kMaxThreads = 16;
-constexpr long kRetryNs = 100'000'000;
+constexpr uint32_t kMaxThreads = 16;  // that carry out work
 
 NoDestroy<ThreadPool> gPool;
 
-// Returns none if there is no descriptor for it.
-UniqueFd startTimer() {
-    UniqueFd timer(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
-    itimerspec period{};
-    period.it_value.tv_nsec = kRetryNs;
-    period.it_interval.tv_nsec = kRetryNs;
-    if (timer.valid() && timerfd_settime(timer.get(), 0, &period, nullptr) == 0) return timer;
-    LUM_LOGE("binder: no timer to try for a thread again (%s)", strerror(errno));
-    return {};
-}
+// Whether this thread looks at the queue next.
+thread_local bool gLooksNext = false;
 
 }  // namespace
-
-// Ticks on the I/O thread while work waits for a thread that was refused.
-class ThreadPool::RetryTimer final : public IoSource {
-  public:
-    RetryTimer(ThreadPool& pool, UniqueFd timer) : mPool(pool), mTimer(std::move(timer)) {}
-
-    int fd() const { return mTimer.get(); }
-
-    void onReady(uint32_t) override {
-        uint64_t ticks = 0;
-        if (read(mTimer.get(), &ticks, sizeof ticks) != sizeof ticks) return;
-        if (mPool.retry()) IoThread::instance().remove(mTimer.get(), this);
-    }
-
-  private:
-    ThreadPool& mPool;
-    const UniqueFd mTimer;
-};
 
 ThreadPool& ThreadPool::instance() {
     return gPool.value;
 }
 
+int ThreadPool::startWaiting() {
+    const MutexLock lock(mLock);
+    return mThreads == mStarting ? addThread() : 0;
+}
+
 void ThreadPool::post(std::unique_ptr<Work> work) {
+    bool wake = false;
     {
         const MutexLock lock(mLock);
         work = mLanes.enter(std::move(work));
         if (work == nullptr) return;
         dispatch(std::move(work));
+        wake = wantsWake();
     }
     // Not under the lock, which the thread that wakes needs at once.
-    mPosted.notifyOne();
+    if (wake) IoLoop::instance().wake();
 }
 
 void ThreadPool::dispatch(std::unique_ptr<Work> work) {
     mQueue.push(std::move(work));
     ++mQueued;
-    if (wantsThread()) addThread();
+    addWanted();
 }
 
 void ThreadPool::dispatchWaiting() {
     while (std::unique_ptr<Work> work = mLanes.next()) {
         dispatch(std::move(work));
-        mPosted.notifyOne();
+        if (wantsWake()) IoLoop::instance().wake();
     }
 }
 
@@ -88,79 +62,91 @@ void ThreadPool::start() {
     const MutexLock lock(mLock);
     if (mStarted) return;
     mStarted = true;
-    addThread();
+    addWanted();
     mLanes.setThreads(kMaxThreads);
     dispatchWaiting();
 }
 
 bool ThreadPool::wantsThread() const {
-    return mStarted && mQueued > mFree && mThreads < kMaxThreads;
+    return mStarted && mThreads <= kMaxThreads && (mThreads == 1 || mQueued >= mFree);
 }
 
-void ThreadPool::addThread() {
+bool ThreadPool::wantsWake() const {
+    return mWaiting > 1 && mQueued > (gLooksNext ? 1U : 0U);
+}
+
+bool ThreadPool::mayEnd() const {
+    return mStarted ? mWaiting > 1 && mQueue.empty() : mWaiting > 0;
+}
+
+void ThreadPool::addWanted() {
+    while (wantsThread()) {
+        const int error = addThread();
+        if (error == 0) continue;
+        // Said once, not at each tick.
+        if (!mRefused) {
+            LUM_LOGE("binder: no thread for incoming calls (%s), tried again later",
+                     strerror(error));
+        }
+        mRefused = true;
+        // A tick needs a thread to see it. Without one, the next work tries again.
+        if (mThreads > mStarting || addThread() == 0) IoLoop::instance().tickLater();
+        return;
+    }
+    mRefused = false;
+}
+
+int ThreadPool::addThread() {
+    int error = IoLoop::instance().open();
+    if (error != 0) return error;
     ++mThreads;
     ++mFree;
     ++mStarting;
     mLock.unlock();
-    const int error = startDetachedThread(&threadMain, this);
+    error = startDetachedThread(&threadMain, this);
     mLock.lock();
-    if (error == 0) return;
-
+    if (error == 0) return 0;
     --mThreads;
     --mFree;
     --mStarting;
-    // Said and arranged once, not at each tick.
-    if (mRetrying) return;
-    LUM_LOGE("binder: no thread for incoming calls (%s), tried again later", strerror(error));
-    if (wantsThread()) retryLater();
-}
-
-void ThreadPool::retryLater() {
-    mRetrying = true;
-    mLock.unlock();
-    const bool waiting = withoutThrowing(
-        [this] {
-            UniqueFd fd = startTimer();
-            if (!fd.valid()) return false;
-            const auto timer = std::make_shared<RetryTimer>(*this, std::move(fd));
-            return IoThread::instance().add(timer->fd(), timer);
-        },
-        false);
-    mLock.lock();
-    // The next work tries again then.
-    if (!waiting) mRetrying = false;
-}
-
-bool ThreadPool::retry() {
-    const MutexLock lock(mLock);
-    if (wantsThread()) addThread();
-    mRetrying = wantsThread();
-    return !mRetrying;
+    return error;
 }
 
 void* ThreadPool::threadMain(void* pool) {
     nameBinderThread();
+    gLooksNext = true;
     auto& self = *static_cast<ThreadPool*>(pool);
     const MutexLock lock(self.mLock);
     --self.mStarting;
-    // A process at rest keeps one thread, however many a burst has needed: this one goes when
-    // another is free. One that is only about to start does not count: it may be refused.
-    while (!self.mQueue.empty() || self.mFree <= self.mStarting + 1) self.serveOne();
+    while (!self.mayEnd()) {
+        const bool mayServe = self.mStarted && self.mWaiting > 0 && !self.mQueue.empty();
+        mayServe ? self.serveOne() : self.waitOnce();
+    }
     --self.mFree;
     --self.mThreads;
     return nullptr;
 }
 
+void ThreadPool::waitOnce() {
+    ++mWaiting;
+    addWanted();
+    mLock.unlock();
+    IoLoop::instance().wait();
+    mLock.lock();
+    --mWaiting;
+}
+
 void ThreadPool::serveOne() {
-    while (mQueue.empty()) mPosted.wait(mLock);
     std::unique_ptr<Work> work = mQueue.pop();
     --mQueued;
     --mFree;
     std::shared_ptr<WorkLane> lane = work->lane();
     mLock.unlock();
+    gLooksNext = false;
     work->run();
     work.reset();
     LateCommand::runQueued();
+    gLooksNext = true;
     mLock.lock();
     ++mFree;
     mLanes.leave(lane);

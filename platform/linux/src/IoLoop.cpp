@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/src/IoLoop.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/linux/src/ThreadPool.h"
+#include "utils/Log.h"
+#include "utils/NoDestroy.h"
+
+using lum::utils::MutexLock;
+
+namespace {
+
+constexpr long kTickNs = 100'000'000;
+
+NoDestroy<IoLoop> gIoLoop;
+
+bool control(int epoll, int operation, int fd, uint32_t events, void* data) {
+    epoll_event event{};
+    event.events = events;
+    event.data.ptr = data;
+    return epoll_ctl(epoll, operation, fd, &event) == 0;
+}
+
+}  // namespace
+
+IoLoop& IoLoop::instance() {
+    return gIoLoop.value;
+}
+
+int IoLoop::open() {
+    const MutexLock lock(mLock);
+    if (mOpen) return 0;
+    if (!mEpoll.valid()) mEpoll.reset(epoll_create1(EPOLL_CLOEXEC));
+    if (!mEpoll.valid()) return errno;
+    if (!mWake.valid()) mWake.reset(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+    if (!mWake.valid()) return errno;
+    if (!mTick.valid()) mTick.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+    if (!mTick.valid()) return errno;
+    // Told once for each write and each expiry, whether read or not.
+    constexpr uint32_t kEvents = EPOLLIN | EPOLLET;
+    const bool added = control(mEpoll.get(), EPOLL_CTL_ADD, mWake.get(), kEvents, &mWake) &&
+                       control(mEpoll.get(), EPOLL_CTL_ADD, mTick.get(), kEvents, &mTick);
+    if (!added) return errno;
+    mOpen = true;
+    return 0;
+}
+
+bool IoLoop::add(int fd, const std::shared_ptr<IoSource>& source) {
+    if (const int error = open(); error != 0) {
+        LUM_LOGE("binder: cannot wait for sockets (%s)", strerror(error));
+        return false;
+    }
+    if (const int error = ThreadPool::instance().startWaiting(); error != 0) {
+        LUM_LOGE("binder: no thread for sockets (%s)", strerror(error));
+        return false;
+    }
+    constexpr uint32_t kEvents = EPOLLIN | EPOLLONESHOT;
+    const MutexLock lock(mLock);
+    mSources.emplace(source.get(), Waited{source, fd, kEvents});
+    if (control(mEpoll.get(), EPOLL_CTL_ADD, fd, kEvents, source.get())) return true;
+    LUM_LOGE("binder: cannot wait for a socket (%s)", strerror(errno));
+    mSources.erase(source.get());
+    return false;
+}
+
+void IoLoop::wantOutput(IoSource* source, bool want) {
+    const MutexLock lock(mLock);
+    const auto found = mSources.find(source);
+    if (found == mSources.end()) return;
+    Waited& waited = found->second;
+    waited.events = EPOLLIN | EPOLLONESHOT | (want ? uint32_t{EPOLLOUT} : 0);
+    if (!waited.busy) rearm(waited);
+}
+
+void IoLoop::pause(IoSource* source) {
+    const MutexLock lock(mLock);
+    const auto found = mSources.find(source);
+    if (found == mSources.end()) return;
+    found->second.paused = true;
+    tickLaterLocked();
+}
+
+void IoLoop::remove(IoSource* source) {
+    const MutexLock lock(mLock);
+    const auto found = mSources.find(source);
+    if (found == mSources.end()) return;
+    control(mEpoll.get(), EPOLL_CTL_DEL, found->second.fd, 0, source);
+    mSources.erase(found);
+}
+
+void IoLoop::rearm(const Waited& waited) {
+    if (waited.paused) return;
+    control(mEpoll.get(), EPOLL_CTL_MOD, waited.fd, waited.events, waited.source.get());
+}
+
+void IoLoop::wait() {
+    epoll_event event;
+    if (epoll_wait(mEpoll.get(), &event, 1, -1) != 1 || event.data.ptr == &mWake) return;
+    if (event.data.ptr == &mTick) return onTick();
+    std::shared_ptr<IoSource> source;
+    {
+        // A source removed after the wait returned is not found; one made since in the same place
+        // is found by mistake, and finds nothing to read.
+        const MutexLock lock(mLock);
+        const auto found = mSources.find(event.data.ptr);
+        if (found == mSources.end() || found->second.busy) return;
+        found->second.busy = true;
+        source = found->second.source;
+    }
+    source->onReady(event.events);
+    const MutexLock lock(mLock);
+    const auto found = mSources.find(source.get());
+    if (found == mSources.end()) return;
+    found->second.busy = false;
+    rearm(found->second);
+}
+
+void IoLoop::wake() {
+    eventfd_write(mWake.get(), 1);
+}
+
+void IoLoop::tickLater() {
+    const MutexLock lock(mLock);
+    tickLaterLocked();
+}
+
+void IoLoop::tickLaterLocked() {
+    if (mTicking) return;
+    itimerspec time{};
+    time.it_value.tv_nsec = kTickNs;
+    mTicking = timerfd_settime(mTick.get(), 0, &time, nullptr) == 0;
+}
+
+void IoLoop::onTick() {
+    const MutexLock lock(mLock);
+    mTicking = false;
+    for (auto& [key, waited] : mSources) {
+        if (!waited.paused) continue;
+        waited.paused = false;
+        if (!waited.busy) rearm(waited);
+    }
+}

@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+
+#include "platform/linux/src/UniqueFd.h"
+#include "utils/Mutex.h"
+
+// Something with a descriptor that threads of the pool wait for.
+class IoSource {
+  public:
+    IoSource() = default;
+    virtual ~IoSource() = default;
+    IoSource(const IoSource&) = delete;
+    IoSource& operator=(const IoSource&) = delete;
+
+    // The descriptor is ready, or was a moment ago. Runs on one thread at a time; must not block,
+    // must not throw, and must run no code of the application.
+    // events: EPOLL bits.
+    virtual void onReady(uint32_t events) = 0;
+};
+
+// What the threads of the pool wait for while they have no work: what comes over sockets, what can
+// be written to them again, and more work. Every function may be called on any thread.
+class IoLoop {
+  public:
+    // Never destroyed: threads wait until the process ends.
+    static IoLoop& instance();
+
+    // Gets what is needed to wait. Returns 0 or an error number.
+    int open();
+
+    // Waits for input on a descriptor from now on, on a thread that is made if there is none yet.
+    // The source is kept until remove(). Returns whether it could be arranged; logs why not. May
+    // throw std::bad_alloc, with nothing arranged.
+    bool add(int fd, const std::shared_ptr<IoSource>& source);
+
+    // Waits until output is possible too, or no longer.
+    void wantOutput(IoSource* source, bool want);
+
+    // Does not wait for the source for a while. To be called by its onReady().
+    void pause(IoSource* source);
+
+    // Does not wait for it any more. To be called before the descriptor is closed.
+    void remove(IoSource* source);
+
+    // Waits until one source is ready, and has it do its part; or until wake(), a tick or a signal.
+    void wait();
+
+    // Ends one wait(), the next one if there is none.
+    void wake();
+
+    // Ends one wait() in a while.
+    void tickLater();
+
+  private:
+    struct Waited {
+        std::shared_ptr<IoSource> source;
+        int fd;
+        uint32_t events;
+        bool busy = false;    // a thread is in onReady()
+        bool paused = false;  // until the next tick
+    };
+
+    void tickLaterLocked() LUM_REQUIRES(mLock);
+    void onTick();
+    // Each event is told once, to one thread; has the next one told.
+    void rearm(const Waited& waited) LUM_REQUIRES(mLock);
+
+    lum::utils::Mutex mLock;
+    // Set once, before there is a thread or a source.
+    UniqueFd mEpoll;
+    UniqueFd mWake;
+    UniqueFd mTick;
+    bool mOpen LUM_GUARDED_BY(mLock) = false;
+    bool mTicking LUM_GUARDED_BY(mLock) = false;
+    std::unordered_map<void*, Waited> mSources LUM_GUARDED_BY(mLock);
+};

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "platform/linux/src/IoLoop.h"
+#include "platform/linux/src/ThreadPool.h"
+#include "tests/platform/EndlessSource.h"
+#include "tests/support/Eventually.h"
+
+namespace {
+
+class PausingSource final : public EndlessSource {
+  public:
+    void onReady(uint32_t) override {
+        IoLoop::instance().pause(this);
+        mWoken.add();
+    }
+};
+
+TEST(IoLoopTest, PauseEndsWhileOthersKeepTheThreadBusy) {
+    IoLoop& loop = IoLoop::instance();
+    const auto busy = std::make_shared<EndlessSource>();
+    const auto pausing = std::make_shared<PausingSource>();
+    ASSERT_TRUE(loop.add(busy->fd(), busy));
+    ASSERT_TRUE(loop.add(pausing->fd(), pausing));
+    EXPECT_TRUE(pausing->woken().waitFor(3));
+    EXPECT_GT(busy->woken().value(), 3);
+    loop.remove(pausing.get());
+    loop.remove(busy.get());
+}
+
+TEST(IoLoopTest, PauseEndsWithoutOthersAndNotBefore) {
+    IoLoop& loop = IoLoop::instance();
+    const auto pausing = std::make_shared<PausingSource>();
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(loop.add(pausing->fd(), pausing));
+    EXPECT_TRUE(pausing->woken().waitFor(3));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
+    loop.remove(pausing.get());
+}
+
+TEST(IoLoopTest, SourceIsToldOnOneThreadAtATime) {
+    class AloneSource final : public EndlessSource {
+      public:
+        void onReady(uint32_t) override {
+            EXPECT_FALSE(mInside.exchange(true));
+            std::this_thread::yield();
+            mInside = false;
+            mWoken.add();
+        }
+
+      private:
+        std::atomic<bool> mInside{false};
+    };
+    ThreadPool::instance().start();
+    IoLoop& loop = IoLoop::instance();
+    const auto source = std::make_shared<AloneSource>();
+    ASSERT_TRUE(loop.add(source->fd(), source));
+    for (bool want = true; source->woken().value() < 2000; want = !want) {
+        loop.wantOutput(source.get(), want);
+    }
+    loop.remove(source.get());
+}
+
+}  // namespace
