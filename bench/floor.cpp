@@ -3,8 +3,10 @@
 // between threads and the same writes of as many bytes, and nothing else.
 //
 //   application -> queue with a descriptor -> thread that sends, and waits for the reply
-//   service: thread that reads -> thread that serves, which sends the answer and the reply
-//   thread that reads -> thread that calls back; or, with a reply -> the thread that waits
+//   service: thread that reads, and sends the answer and the reply
+//   thread that reads, and calls back; or, with a reply -> the thread that waits
+//
+// And the same with threads that do nothing but read, on both sides: two hand-offs more.
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -82,20 +84,30 @@ void readFrames(int socket, const Take& take) {
     close(epoll);
 }
 
+void answer() {
+    sendFrame(Helper::kGiven, kAnswer);
+    sendFrame(Helper::kGiven, kReply);
+}
+
 void serve(const std::string& /*argument*/) {
+    Helper::report(0);
+    readFrames(Helper::kGiven, [](Kind) { answer(); });
+    exit(0);
+}
+
+void serveApart(const std::string& /*argument*/) {
     HandOff calls;
     std::thread([&calls] {
         for (;;) {
             calls.pop();
-            sendFrame(Helper::kGiven, kAnswer);
-            sendFrame(Helper::kGiven, kReply);
+            answer();
         }
     }).detach();
     Helper::report(0);
     readFrames(Helper::kGiven, [&calls](Kind kind) { calls.push(kind); });
     exit(0);
 }
-const bool gRole = Helper::addRole("floor", serve);
+const bool gRoles = Helper::addRole("floor", serve) && Helper::addRole("floor apart", serveApart);
 
 struct Connection {
     Connection() {
@@ -111,16 +123,19 @@ struct Connection {
     std::array<int, 2> sockets{};
 };
 
+// kApart: whether the threads that read do nothing else.
+template <bool kApart>
 class Floor : Connection {
   public:
     Floor()
-        : mService("floor", "", sockets[1]), mQueueEvent(eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK)) {
+        : mService(kApart ? "floor apart" : "floor", "", sockets[1]),
+          mQueueEvent(eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK)) {
         mThreads.emplace_back([this] { sendCalls(); });
         mThreads.emplace_back([this] {
-            readFrames(sockets[0],
-                       [this](Kind kind) { (kind == kAnswer ? mCallbacks : mReplies).push(kind); });
+            readFrames(sockets[0], [this](Kind kind) { onFrame(kind); });
             mReplies.push(kEnd);  // the last answer comes before its reply
         });
+        if (!kApart) return;
         mThreads.emplace_back([this] {
             while (mCallbacks.pop() != kEnd) mAnswers.add();
         });
@@ -140,6 +155,16 @@ class Floor : Connection {
     void wait(int count) const { mAnswers.wait(count); }
 
   private:
+    void onFrame(Kind kind) {
+        if (kind != kAnswer) {
+            mReplies.push(kind);
+        } else if (kApart) {
+            mCallbacks.push(kind);
+        } else {
+            mAnswers.add();
+        }
+    }
+
     void post(Kind kind) {
         const std::lock_guard<std::mutex> lock(mQueueLock);
         mQueue.push(kind);
@@ -177,6 +202,7 @@ class Floor : Connection {
     HandOff mCallbacks;
     std::vector<std::thread> mThreads;
 };
-const bool gFloor = registerRequests<Floor>("floor", {1, 64});
+const bool gFloors = registerRequests<Floor<false>>("floor", {1, 64}) &&
+                     registerRequests<Floor<true>>("readers apart", {1, 64});
 
 }  // namespace
