@@ -43,7 +43,7 @@ TEST(IoLoopTest, PauseEndsWithoutOthersAndNotBefore) {
     loop.remove(pausing.get());
 }
 
-TEST(IoLoopTest, SourceIsToldOnOneThreadAtATime) {
+TEST(IoLoopTest, SourceIsCalledOnOneThreadAtATime) {
     class AloneSource final : public EndlessSource {
       public:
         void onReady(uint32_t) override {

@@ -166,9 +166,9 @@ TEST_F(ThreadPoolTest, WorkThatASourcePostsIsDoneByTheSameThread) {
                                 public std::enable_shared_from_this<PostingSource> {
       public:
         void onReady(uint32_t) override {
-            mTeller = gettid();
+            mCaller = gettid();
             post([self = shared_from_this()] {
-                if (self->mTeller == gettid()) self->mSame = true;
+                if (self->mCaller == gettid()) self->mSame = true;
             });
             // Time enough for another thread to do it.
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -176,7 +176,7 @@ TEST_F(ThreadPoolTest, WorkThatASourcePostsIsDoneByTheSameThread) {
         bool same() const { return mSame; }
 
       private:
-        std::atomic<pid_t> mTeller{0};
+        std::atomic<pid_t> mCaller{0};
         std::atomic<bool> mSame{false};
     };
     mPool.start();

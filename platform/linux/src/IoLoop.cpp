@@ -42,7 +42,7 @@ int IoLoop::open() {
     if (!mWake.valid()) return errno;
     if (!mTick.valid()) mTick.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
     if (!mTick.valid()) return errno;
-    // Told once for each write and each expiry, whether read or not.
+    // Reported once for each write and each expiry, whether read or not.
     constexpr uint32_t kEvents = EPOLLIN | EPOLLET;
     const bool added = control(mEpoll.get(), EPOLL_CTL_ADD, mWake.get(), kEvents, &mWake) &&
                        control(mEpoll.get(), EPOLL_CTL_ADD, mTick.get(), kEvents, &mTick);

@@ -66,7 +66,7 @@ class IoLoop {
 
     void tickLaterLocked() LUM_REQUIRES(mLock);
     void onTick();
-    // Each event is told once, to one thread; has the next one told.
+    // Each event is reported to one thread, once; has the next one reported.
     void rearm(const Waited& waited) LUM_REQUIRES(mLock);
 
     lum::utils::Mutex mLock;
