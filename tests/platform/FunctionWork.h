@@ -10,13 +10,14 @@
 // Work that is a function.
 class FunctionWork final : public Work {
   public:
-    explicit FunctionWork(std::function<void()> body) : mBody(std::move(body)) {}
+    explicit FunctionWork(std::function<void()> body, std::shared_ptr<WorkLane> lane = nullptr)
+        : Work(std::move(lane)), mBody(std::move(body)) {}
     void run() override { mBody(); }
 
   private:
     const std::function<void()> mBody;
 };
 
-inline void post(std::function<void()> body) {
-    ThreadPool::instance().post(std::make_unique<FunctionWork>(std::move(body)));
+inline void post(std::function<void()> body, std::shared_ptr<WorkLane> lane = nullptr) {
+    ThreadPool::instance().post(std::make_unique<FunctionWork>(std::move(body), std::move(lane)));
 }

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
+#include <sys/epoll.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -10,6 +12,7 @@
 #include "platform/linux/src/ThreadPool.h"
 #include "tests/platform/EndlessSource.h"
 #include "tests/support/Eventually.h"
+#include "tests/utils/SystemCalls.h"
 
 namespace {
 
@@ -20,6 +23,19 @@ class PausingSource final : public EndlessSource {
         mWoken.add();
     }
 };
+
+TEST(IoLoopTest, OpensAfterHalfOfItHasFailed) {
+    const RestoreSystemCalls restore;
+    int added = 0;
+    gSystemCalls.epollCtl = [&added](int epoll, int operation, int fd, epoll_event* event) {
+        if (++added != 2) return SystemCalls::realEpollCtl(epoll, operation, fd, event);
+        errno = ENOSPC;
+        return -1;
+    };
+    EXPECT_EQ(IoLoop::instance().open(), ENOSPC);
+    EXPECT_EQ(IoLoop::instance().open(), 0);
+    EXPECT_EQ(added, 4);
+}
 
 TEST(IoLoopTest, PauseEndsWhileOthersKeepTheThreadBusy) {
     IoLoop& loop = IoLoop::instance();

@@ -312,7 +312,7 @@ TEST_F(RegistryTest, ServiceAddedWithoutDescriptorsIsRefusedAndLeaksNothing) {
         "binder: cannot listen at PATH (Too many open files)",
         "binder: no descriptor to spare for lum.test.peer (Too many open files)",
         "binder: cannot wait for sockets (Too many open files)",
-        // The first descriptor for that stays.
+        "binder: cannot wait for sockets (Too many open files)",
         "binder: cannot wait for sockets (Too many open files)",
     };
     for (size_t free = 0; free < said.size(); ++free) {

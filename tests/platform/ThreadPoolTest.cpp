@@ -188,6 +188,48 @@ TEST_F(ThreadPoolTest, WorkThatASourcePostsIsDoneByTheSameThread) {
     loop.remove(source.get());
 }
 
+// With the last work of a process that has gone its account ends, which takes a while.
+TEST_F(ThreadPoolTest, WorkOfOthersIsDoneWhileTheAccountOfAProcessEnds) {
+    mPool.start();
+    expectDone();  // both threads run by now
+    const size_t atRest = runningThreads();
+    Counter running;
+    Counter letEnd;
+    Counter ends;
+    Counter letGo;
+    Counter done;
+    std::shared_ptr<WorkLane> gone(new WorkLane, [&](WorkLane* lane) {
+        delete lane;
+        ends.add();
+        EXPECT_TRUE(done.waitFor(1));
+    });
+    post(
+        [&] {
+            running.add();
+            letEnd.waitFor(1);
+        },
+        std::move(gone));
+    // As many as the other may have at once, and one more.
+    const auto other = std::make_shared<WorkLane>();
+    for (int i = 0; i < 7; ++i) {
+        post(
+            [&] {
+                running.add();
+                letGo.waitFor(1);
+            },
+            other);
+    }
+    ASSERT_TRUE(running.waitFor(8));
+    post([&] { done.add(); }, other);
+    expectDone();
+    EXPECT_EQ(done.value(), 0);
+    letEnd.add();
+    EXPECT_TRUE(ends.waitFor(1));
+    EXPECT_TRUE(done.waitFor(1));
+    letGo.add();
+    EXPECT_TRUE(eventually([&] { return runningThreads() == atRest; }));
+}
+
 TEST_F(ThreadPoolTest, ThreadsBlockWhatAProgramHandlesAndNoFault) {
     mPool.start();
     sigset_t blocked;
@@ -248,6 +290,29 @@ TEST_F(ThreadPoolTest, RefusedThreadIsSaidAndTriedAgainWithTheNextWork) {
     EXPECT_EQ(log.lines().size(), 1U);
 }
 
+TEST_F(ThreadPoolTest, RefusedThreadsAreSaidOnceHoweverMuchWorkWantsThem) {
+    mPool.start();
+    expectDone();
+    LogCapture log;
+    gRefusedThreads = 1000000;
+    for (int i = 0; i < 20; ++i) {
+        Counter running;
+        Counter letGo;
+        Counter done;
+        post([&] {
+            running.add();
+            letGo.waitFor(1);
+            done.add();
+        });
+        ASSERT_TRUE(running.waitFor(1));
+        post([&] { done.add(); });
+        letGo.add();
+        ASSERT_TRUE(done.waitFor(2));
+    }
+    EXPECT_EQ(log.lines(), (std::vector<LogLine>{kRefusedLine}));
+    gRefusedThreads = 0;
+}
+
 TEST_F(ThreadPoolTest, RefusedThreadIsTriedAgainWithoutMoreWork) {
     // The thread that waits is there already, as with a connection.
     ASSERT_EQ(mPool.startWaiting(), 0);
@@ -304,7 +369,7 @@ TEST_F(ThreadPoolTest, LookupIsNullWhileThereIsNoThreadForSockets) {
     const PeerProcess peer(kName);
     const ndk::SpAIBinder object = makePeerObject(nullptr);
     LogCapture log;
-    const LogLine line = logE("binder: no thread for sockets (Resource temporarily unavailable)");
+    const LogLine line = logE("binder: cannot wait for sockets (Resource temporarily unavailable)");
     gRefusedThreads = 2;
     EXPECT_EQ(find(kName).get(), nullptr);
     EXPECT_EQ(AServiceManager_addService(object.get(), "lum.test.own"), EX_ILLEGAL_STATE);

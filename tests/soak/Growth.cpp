@@ -28,7 +28,7 @@ struct Figure {
     int64_t perThread;     // and for each thread that has come: the allocator keeps some for it
 };
 
-// Threads of the pool are started when needed, up to 16, and stay. Over the driver that may take
+// Threads of the pool are started when needed, up to 16. Over the driver they stay, and it may take
 // hours: it asks for one when all happen to be busy.
 const Figure kFigures[] = {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they keep what was freed

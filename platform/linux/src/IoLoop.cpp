@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "platform/linux/src/ThreadPool.h"
 #include "utils/Log.h"
@@ -35,29 +36,27 @@ IoLoop& IoLoop::instance() {
 
 int IoLoop::open() {
     const MutexLock lock(mLock);
-    if (mOpen) return 0;
-    if (!mEpoll.valid()) mEpoll.reset(epoll_create1(EPOLL_CLOEXEC));
-    if (!mEpoll.valid()) return errno;
-    if (!mWake.valid()) mWake.reset(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
-    if (!mWake.valid()) return errno;
-    if (!mTick.valid()) mTick.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
-    if (!mTick.valid()) return errno;
-    // Reported once for each write and each expiry, whether read or not.
+    if (mEpoll.valid()) return 0;
+    UniqueFd epoll(epoll_create1(EPOLL_CLOEXEC));
+    if (!epoll.valid()) return errno;
+    UniqueFd wake(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+    if (!wake.valid()) return errno;
+    UniqueFd tick(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+    if (!tick.valid()) return errno;
+    // Neither is read: what is reported is a new write or expiry.
     constexpr uint32_t kEvents = EPOLLIN | EPOLLET;
-    const bool added = control(mEpoll.get(), EPOLL_CTL_ADD, mWake.get(), kEvents, &mWake) &&
-                       control(mEpoll.get(), EPOLL_CTL_ADD, mTick.get(), kEvents, &mTick);
+    const bool added = control(epoll.get(), EPOLL_CTL_ADD, wake.get(), kEvents, &mWake) &&
+                       control(epoll.get(), EPOLL_CTL_ADD, tick.get(), kEvents, &mTick);
     if (!added) return errno;
-    mOpen = true;
+    mEpoll = std::move(epoll);
+    mWake = std::move(wake);
+    mTick = std::move(tick);
     return 0;
 }
 
 bool IoLoop::add(int fd, const std::shared_ptr<IoSource>& source) {
-    if (const int error = open(); error != 0) {
-        LUM_LOGE("binder: cannot wait for sockets (%s)", strerror(error));
-        return false;
-    }
     if (const int error = ThreadPool::instance().startWaiting(); error != 0) {
-        LUM_LOGE("binder: no thread for sockets (%s)", strerror(error));
+        LUM_LOGE("binder: cannot wait for sockets (%s)", strerror(error));
         return false;
     }
     constexpr uint32_t kEvents = EPOLLIN | EPOLLONESHOT;

@@ -43,13 +43,14 @@ class IoLoop {
     // Does not wait for the source for a while. To be called by its onReady().
     void pause(IoSource* source);
 
-    // Does not wait for it any more. To be called before the descriptor is closed.
+    // Does not wait for it any more; another thread may still be in its onReady(). To be called
+    // before the descriptor is closed.
     void remove(IoSource* source);
 
     // Waits until one source is ready, and has it do its part; or until wake(), a tick or a signal.
     void wait();
 
-    // Ends one wait(), the next one if there is none.
+    // Ends one wait(), the next one if there is none. Several calls may end one together.
     void wake();
 
     // Ends one wait() in a while.
@@ -74,7 +75,6 @@ class IoLoop {
     UniqueFd mEpoll;
     UniqueFd mWake;
     UniqueFd mTick;
-    bool mOpen LUM_GUARDED_BY(mLock) = false;
     bool mTicking LUM_GUARDED_BY(mLock) = false;
     std::unordered_map<void*, Waited> mSources LUM_GUARDED_BY(mLock);
 };

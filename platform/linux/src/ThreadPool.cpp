@@ -18,8 +18,8 @@ constexpr uint32_t kMaxThreads = 16;  // that carry out work
 
 NoDestroy<ThreadPool> gPool;
 
-// Whether this thread looks at the queue next.
-thread_local bool gLooksNext = false;
+// Whether this thread is in IoLoop::wait(), and looks at the queue next.
+thread_local bool tLooksNext = false;
 
 }  // namespace
 
@@ -29,6 +29,7 @@ ThreadPool& ThreadPool::instance() {
 
 int ThreadPool::startWaiting() {
     const MutexLock lock(mLock);
+    // One that is about to start does not count: it may be refused. One too many ends again.
     return mThreads == mStarting ? addThread() : 0;
 }
 
@@ -54,7 +55,7 @@ void ThreadPool::dispatch(std::unique_ptr<Work> work) {
 void ThreadPool::dispatchWaiting() {
     while (std::unique_ptr<Work> work = mLanes.next()) {
         dispatch(std::move(work));
-        if (wantsWake()) IoLoop::instance().wake();
+        if (wantsWake()) IoLoop::instance().wake();  // seldom, so under the lock
     }
 }
 
@@ -68,21 +69,24 @@ void ThreadPool::start() {
 }
 
 bool ThreadPool::wantsThread() const {
-    return mStarted && mThreads <= kMaxThreads && (mThreads == 1 || mQueued >= mFree);
+    return mStarted && mThreads <= kMaxThreads && (mThreads == 1 || mQueued + mBusy >= mThreads);
 }
 
 bool ThreadPool::wantsWake() const {
-    return mWaiting > 1 && mQueued > (gLooksNext ? 1U : 0U);
+    return mWaiting > 1 && mQueued > (tLooksNext ? 1U : 0U);
 }
 
 bool ThreadPool::mayEnd() const {
-    return mStarted ? mWaiting > 1 && mQueue.empty() : mWaiting > 0;
+    return mStarted ? mWaiting > 1 && mQueued == 0 : mWaiting > 0;
 }
 
 void ThreadPool::addWanted() {
     while (wantsThread()) {
         const int error = addThread();
-        if (error == 0) continue;
+        if (error == 0) {
+            mRefused = false;
+            continue;
+        }
         // Said once, not at each tick.
         if (!mRefused) {
             LUM_LOGE("binder: no thread for incoming calls (%s), tried again later",
@@ -93,36 +97,31 @@ void ThreadPool::addWanted() {
         if (mThreads > mStarting || addThread() == 0) IoLoop::instance().tickLater();
         return;
     }
-    mRefused = false;
 }
 
 int ThreadPool::addThread() {
     int error = IoLoop::instance().open();
     if (error != 0) return error;
     ++mThreads;
-    ++mFree;
     ++mStarting;
     mLock.unlock();
     error = startDetachedThread(&threadMain, this);
     mLock.lock();
     if (error == 0) return 0;
     --mThreads;
-    --mFree;
     --mStarting;
     return error;
 }
 
 void* ThreadPool::threadMain(void* pool) {
     nameBinderThread();
-    gLooksNext = true;
     auto& self = *static_cast<ThreadPool*>(pool);
     const MutexLock lock(self.mLock);
     --self.mStarting;
     while (!self.mayEnd()) {
-        const bool mayServe = self.mStarted && self.mWaiting > 0 && !self.mQueue.empty();
+        const bool mayServe = self.mStarted && self.mWaiting > 0 && self.mQueued > 0;
         mayServe ? self.serveOne() : self.waitOnce();
     }
-    --self.mFree;
     --self.mThreads;
     return nullptr;
 }
@@ -131,7 +130,9 @@ void ThreadPool::waitOnce() {
     ++mWaiting;
     addWanted();
     mLock.unlock();
+    tLooksNext = true;
     IoLoop::instance().wait();
+    tLooksNext = false;
     mLock.lock();
     --mWaiting;
 }
@@ -139,16 +140,14 @@ void ThreadPool::waitOnce() {
 void ThreadPool::serveOne() {
     std::unique_ptr<Work> work = mQueue.pop();
     --mQueued;
-    --mFree;
+    ++mBusy;
     std::shared_ptr<WorkLane> lane = work->lane();
     mLock.unlock();
-    gLooksNext = false;
     work->run();
     work.reset();
     LateCommand::runQueued();
-    gLooksNext = true;
     mLock.lock();
-    ++mFree;
+    --mBusy;
     mLanes.leave(lane);
     dispatchWaiting();
     // With the last hold on the account of a process that has gone, memory may be given back, which

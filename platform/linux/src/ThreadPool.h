@@ -36,7 +36,7 @@ class ThreadPool {
     // Whether enough threads wait without this one.
     bool mayEnd() const LUM_REQUIRES(mLock);
     // These release mLock meanwhile.
-    // Carries out work, as one of the free threads, before and after.
+    // Carries out work, of which there is some.
     void serveOne() LUM_REQUIRES(mLock);
     // Waits until there may be work, and has one source at most do its part.
     void waitOnce() LUM_REQUIRES(mLock);
@@ -54,12 +54,12 @@ class ThreadPool {
     WorkLanes mLanes LUM_GUARDED_BY(mLock);
     WorkQueue mQueue LUM_GUARDED_BY(mLock);  // what has its turn
     uint32_t mQueued LUM_GUARDED_BY(mLock) = 0;
-    // Threads without work, among them those about to start: a burst of work must not make more
-    // threads than it needs.
-    uint32_t mFree LUM_GUARDED_BY(mLock) = 0;
-    uint32_t mStarting LUM_GUARDED_BY(mLock) = 0;  // not known yet whether they will start
-    uint32_t mWaiting LUM_GUARDED_BY(mLock) = 0;
+    // Counts those about to start, too: a burst of work must not make more threads than it needs.
     uint32_t mThreads LUM_GUARDED_BY(mLock) = 0;
+    uint32_t mStarting LUM_GUARDED_BY(mLock) = 0;  // not known yet whether they will start
+    // In IoLoop::wait(). Never more than two, so that one wake() is enough.
+    uint32_t mWaiting LUM_GUARDED_BY(mLock) = 0;
+    uint32_t mBusy LUM_GUARDED_BY(mLock) = 0;  // with work
     bool mStarted LUM_GUARDED_BY(mLock) = false;
     // A thread was refused, which has been logged.
     bool mRefused LUM_GUARDED_BY(mLock) = false;
