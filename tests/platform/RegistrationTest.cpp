@@ -4,17 +4,21 @@
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "platform/linux/src/IoLoop.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/RemoteBinder.h"
 #include "tests/platform/Connection.h"
 #include "tests/platform/DeathEvents.h"
+#include "tests/platform/EndlessSource.h"
 #include "tests/platform/FunctionWork.h"
 #include "tests/platform/Threads.h"
 #include "tests/support/Eventually.h"
@@ -35,6 +39,35 @@ void waitForPool() {
         });
     }
     EXPECT_TRUE(done.waitFor(kThreads));
+}
+
+// Returns when this thread of the pool, which has two, waits for sources again.
+void waitForPoolThread(pid_t thread) {
+    class Source final : public EndlessSource {
+      public:
+        Source(pid_t thread, Counter& seen) : mThread(thread), mSeen(seen) {}
+        void onReady(uint32_t) override {
+            if (gettid() == mThread) {
+                mSeen.add();
+            } else {
+                mSeen.waitFor(1);  // kept here, so that the second source is left for the other
+            }
+        }
+
+      private:
+        const pid_t mThread;
+        Counter& mSeen;
+    };
+    Counter seen;
+    const auto one = std::make_shared<Source>(thread, seen);
+    const auto two = std::make_shared<Source>(thread, seen);
+    EXPECT_TRUE(IoLoop::instance().add(one->fd(), one));
+    EXPECT_TRUE(IoLoop::instance().add(two->fd(), two));
+    EXPECT_TRUE(seen.waitFor(1));
+    IoLoop::instance().remove(one.get());
+    IoLoop::instance().remove(two.get());
+    // Neither is in use any more.
+    EXPECT_TRUE(eventually([&] { return one.use_count() == 1 && two.use_count() == 1; }));
 }
 
 // A thread that does what it is given, and sleeps otherwise.
@@ -169,15 +202,17 @@ TEST_F(RegistrationTest, EndOfTheThreadEndsTheNewLinksToo) {
 TEST_F(RegistrationTest, ReturnToThePoolEndsTheNewLinksToo) {
     Counter letGo;
     Counter goOn;
+    std::atomic<pid_t> thread{0};
     post([&] {
         linkAndLetGo();
+        thread = gettid();
         letGo.add();
         goOn.waitFor(1);
     });
     ASSERT_TRUE(letGo.waitFor(1));
     EXPECT_EQ(afterTheNewLink([&] {
                   goOn.add();
-                  waitForPool();
+                  waitForPoolThread(thread);
               }),
               Log{"first unlinked"});
 }
