@@ -14,6 +14,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/src/IoLoop.h"
@@ -76,6 +77,19 @@ class ThreadPoolTest : public testing::Test {
         EXPECT_TRUE(done.waitFor(1));
     }
 
+    // Posts work that counts itself, then waits.
+    static void postHeld(int count, Counter& running, const Counter& letGo,
+                         const std::shared_ptr<WorkLane>& lane = nullptr) {
+        for (int i = 0; i < count; ++i) {
+            post(
+                [&] {
+                    running.add();
+                    letGo.waitFor(1);
+                },
+                lane);
+        }
+    }
+
     ThreadPool& mPool = ThreadPool::instance();
 };
 
@@ -100,12 +114,7 @@ TEST_F(ThreadPoolTest, KeepsOneThreadWhenTheWorkIsDone) {
     const size_t atRest = runningThreads();
     Counter running;
     Counter letGo;
-    for (int i = 0; i < 5; ++i) {
-        post([&] {
-            running.add();
-            letGo.waitFor(1);
-        });
-    }
+    postHeld(5, running, letGo);
     ASSERT_TRUE(running.waitFor(5));
     EXPECT_EQ(runningThreads(), atRest + 4);
     letGo.add();
@@ -119,10 +128,7 @@ TEST_F(ThreadPoolTest, ThreadThatBeginsWhenTheWorkIsDoneGoesAgain) {
     Counter running;
     Counter letGo;
     Counter done;
-    post([&] {
-        running.add();
-        letGo.waitFor(1);
-    });
+    postHeld(1, running, letGo);
     ASSERT_TRUE(running.waitFor(1));
     const size_t withOne = runningThreads();
     gLetStart = &letStart;
@@ -203,22 +209,10 @@ TEST_F(ThreadPoolTest, WorkOfOthersIsDoneWhileTheAccountOfAProcessEnds) {
         ends.add();
         EXPECT_TRUE(done.waitFor(1));
     });
-    post(
-        [&] {
-            running.add();
-            letEnd.waitFor(1);
-        },
-        std::move(gone));
+    postHeld(1, running, letEnd, std::exchange(gone, nullptr));
     // As many as the other may have at once, and one more.
     const auto other = std::make_shared<WorkLane>();
-    for (int i = 0; i < 7; ++i) {
-        post(
-            [&] {
-                running.add();
-                letGo.waitFor(1);
-            },
-            other);
-    }
+    postHeld(7, running, letGo, other);
     ASSERT_TRUE(running.waitFor(8));
     post([&] { done.add(); }, other);
     expectDone();
