@@ -45,8 +45,8 @@ TEST(IoLoopTest, PauseEndsWhileOthersKeepTheThreadBusy) {
     ASSERT_TRUE(loop.add(pausing->fd(), pausing));
     EXPECT_TRUE(pausing->woken().waitFor(3));
     EXPECT_GT(busy->woken().value(), 3);
-    loop.remove(pausing.get());
-    loop.remove(busy.get());
+    removeSource(pausing);
+    removeSource(busy);
 }
 
 TEST(IoLoopTest, PauseEndsWithoutOthersAndNotBefore) {
@@ -56,7 +56,7 @@ TEST(IoLoopTest, PauseEndsWithoutOthersAndNotBefore) {
     ASSERT_TRUE(loop.add(pausing->fd(), pausing));
     EXPECT_TRUE(pausing->woken().waitFor(3));
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
-    loop.remove(pausing.get());
+    removeSource(pausing);
 }
 
 TEST(IoLoopTest, SourceIsCalledOnOneThreadAtATime) {
@@ -79,7 +79,7 @@ TEST(IoLoopTest, SourceIsCalledOnOneThreadAtATime) {
     for (bool want = true; source->woken().value() < 2000; want = !want) {
         loop.wantOutput(source.get(), want);
     }
-    loop.remove(source.get());
+    removeSource(source);
 }
 
 }  // namespace

@@ -64,10 +64,8 @@ void waitForPoolThread(pid_t thread) {
     EXPECT_TRUE(IoLoop::instance().add(one->fd(), one));
     EXPECT_TRUE(IoLoop::instance().add(two->fd(), two));
     EXPECT_TRUE(seen.waitFor(1));
-    IoLoop::instance().remove(one.get());
-    IoLoop::instance().remove(two.get());
-    // Neither is in use any more.
-    EXPECT_TRUE(eventually([&] { return one.use_count() == 1 && two.use_count() == 1; }));
+    removeSource(one);
+    removeSource(two);
 }
 
 // A thread that does what it is given, and sleeps otherwise.

@@ -243,6 +243,7 @@ TEST_F(EventManagerTest, OnlyDoneFunctionsRunWithTheMutexHeld) {
     removeWithDone(watched);
     pass();
     EXPECT_TRUE(whileDone.value().blocked());
+    whileDone.reset();  // it may still hold the mutex that it has waited for
     ASSERT_TRUE(watched.addTo(*manager));
     watched.onClosed = use(whileClosed);
     failWrites(-1, EBADF);

@@ -100,14 +100,16 @@ void IoLoop::rearm(const Waited& waited) {
 
 void IoLoop::wait() {
     epoll_event event;
-    if (epoll_wait(mEpoll.get(), &event, 1, -1) != 1 || event.data.ptr == &mWake) return;
-    if (event.data.ptr == &mTick) return onTick();
+    if (epoll_wait(mEpoll.get(), &event, 1, -1) != 1) return;
+    void* const ready = event.data.ptr;  // not to be referred to there: the event is packed
+    if (ready == &mWake) return;
+    if (ready == &mTick) return onTick();
     std::shared_ptr<IoSource> source;
     {
         // A source removed after the wait returned is not found; one made since in the same place
         // is found by mistake, and finds nothing to read.
         const MutexLock lock(mLock);
-        const auto found = mSources.find(event.data.ptr);
+        const auto found = mSources.find(ready);
         if (found == mSources.end() || found->second.busy) return;
         found->second.busy = true;
         source = found->second.source;
