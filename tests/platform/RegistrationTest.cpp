@@ -13,7 +13,6 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/src/IoLoop.h"
 #include "platform/linux/src/Parcel.h"
 #include "platform/linux/src/RemoteBinder.h"
 #include "tests/platform/Connection.h"
@@ -39,33 +38,6 @@ void waitForPool() {
         });
     }
     EXPECT_TRUE(done.waitFor(kThreads));
-}
-
-// Returns when this thread of the pool, which has two, waits for sources again.
-void waitForPoolThread(pid_t thread) {
-    class Source final : public EndlessSource {
-      public:
-        Source(pid_t thread, Counter& seen) : mThread(thread), mSeen(seen) {}
-        void onReady(uint32_t) override {
-            if (gettid() == mThread) {
-                mSeen.add();
-            } else {
-                mSeen.waitFor(1);  // kept here, so that the second source is left for the other
-            }
-        }
-
-      private:
-        const pid_t mThread;
-        Counter& mSeen;
-    };
-    Counter seen;
-    const auto one = std::make_shared<Source>(thread, seen);
-    const auto two = std::make_shared<Source>(thread, seen);
-    EXPECT_TRUE(IoLoop::instance().add(one->fd(), one));
-    EXPECT_TRUE(IoLoop::instance().add(two->fd(), two));
-    EXPECT_TRUE(seen.waitFor(1));
-    removeSource(one);
-    removeSource(two);
 }
 
 // A thread that does what it is given, and sleeps otherwise.
