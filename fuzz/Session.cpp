@@ -5,6 +5,8 @@
 // end; and once the service behaves, it has what the session wants.
 #include <lum_sdf_session.h>
 #include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -31,6 +33,18 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 Clock::time_point gNow;
+
+// The session's timer: an event descriptor that is readable once gNow reaches the time.
+struct {
+    int fd = -1;
+    Clock::time_point due = Clock::time_point::max();
+
+    void tick() {
+        if (gNow < due) return;
+        due = Clock::time_point::max();
+        (void)eventfd_write(fd, 1);
+    }
+} gTimer;
 
 constexpr unsigned int kMostDepth = 3;
 constexpr unsigned int kMostSteps = 256;
@@ -219,8 +233,7 @@ class Program {
     unsigned int mDispatching = 0;
     unsigned int mDepth = 0;
     unsigned int mSteps = 0;
-    unsigned int mCalls = 0;   // of callbacks
-    bool mTimePassed = false;  // since the last dispatch
+    unsigned int mCalls = 0;  // of callbacks
 };
 
 Program::Program(Input& input) : mInput(input) {
@@ -327,6 +340,7 @@ void Program::open() {
 void Program::close() {
     const int result =
         sdfSessionClose(std::exchange(mSession, nullptr), mInput.number<unsigned int>());
+    gTimer.due = Clock::time_point::max();
     check(result == (isClosing() ? SDF_SESSION_CLOSING : 0), "close returns another code");
     mFlows.clear();
     mQuestions.clear();
@@ -674,14 +688,13 @@ void Program::dispatch() {
     pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
     const bool readable = TEMP_FAILURE_RETRY(poll(&waited, 1, 0)) == 1;
     const unsigned int before = mCalls;
-    const bool timePassed = std::exchange(mTimePassed, false);
     ++mDispatching;
     const int result = sdfSessionDispatch(mSession);
     --mDispatching;
     check(result == (mSession == nullptr ? SDF_SESSION_CLOSED : 0),
           "dispatch returns another code");
     // Deeper in a dispatch the session knows of what the descriptor does not show yet.
-    check(readable || timePassed || mDispatching > 0 || before == mCalls,
+    check(readable || mDispatching > 0 || before == mCalls,
           "had something to do and did not say so");
 }
 
@@ -696,7 +709,7 @@ bool Program::makeWantedClient(bool possible) {
 
 void Program::advance(int64_t milliseconds) {
     gNow += std::chrono::milliseconds(milliseconds);
-    mTimePassed = true;
+    gTimer.tick();
 }
 
 void Program::say(unsigned int id, SdfFilterStatus status) {
@@ -842,6 +855,21 @@ void Program::listen() {
 // Goes before the C++ library's.
 Clock::time_point Clock::now() noexcept {
     return gNow;
+}
+
+// The linker turns the session's calls into these.
+extern "C" int __wrap_timerfd_create(clockid_t /*clock*/, int /*flags*/) {
+    return gTimer.fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+}
+
+extern "C" int __wrap_timerfd_settime(int fd, int /*flags*/, const itimerspec* time, itimerspec*) {
+    eventfd_t ignored = 0;
+    (void)eventfd_read(fd, &ignored);
+    const auto since = std::chrono::seconds(time->it_value.tv_sec) +
+                       std::chrono::nanoseconds(time->it_value.tv_nsec);
+    gTimer.due = since.count() == 0 ? Clock::time_point::max() : Clock::time_point(since);
+    gTimer.tick();
+    return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
