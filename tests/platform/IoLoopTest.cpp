@@ -59,6 +59,18 @@ TEST(IoLoopTest, PauseEndsWithoutOthersAndNotBefore) {
     removeSource(pausing);
 }
 
+TEST(IoLoopTest, PauseOfASourceThatIsGoneDoesNothing) {
+    IoLoop& loop = IoLoop::instance();
+    const auto gone = std::make_shared<EndlessSource>();
+    ASSERT_TRUE(loop.add(gone->fd(), gone));
+    removeSource(gone);
+    loop.pause(gone.get());
+    ASSERT_TRUE(loop.add(gone->fd(), gone));
+    const int before = gone->woken().value();
+    EXPECT_TRUE(gone->woken().waitFor(before + 2));
+    removeSource(gone);
+}
+
 TEST(IoLoopTest, SourceIsCalledOnOneThreadAtATime) {
     class AloneSource final : public EndlessSource {
       public:

@@ -192,9 +192,8 @@ TEST_F(ThreadPoolTest, WorkThatASourcePostsIsDoneByTheSameThread) {
         std::atomic<bool> mSame{false};
     };
     mPool.start();
-    IoLoop& loop = IoLoop::instance();
     const auto source = std::make_shared<PostingSource>();
-    ASSERT_TRUE(loop.add(source->fd(), source));
+    ASSERT_TRUE(IoLoop::instance().add(source->fd(), source));
     // Not if a thread has only just started, or finishes other work.
     EXPECT_TRUE(eventually([&] { return source->same(); }));
     removeSource(source);

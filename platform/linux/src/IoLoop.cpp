@@ -59,12 +59,11 @@ bool IoLoop::add(int fd, const std::shared_ptr<IoSource>& source) {
         LUM_LOGE("binder: cannot wait for sockets (%s)", strerror(error));
         return false;
     }
-    constexpr uint32_t kEvents = EPOLLIN | EPOLLONESHOT;
     const MutexLock lock(mLock);
-    mSources.emplace(source.get(), Waited{source, fd, kEvents});
-    if (control(mEpoll.get(), EPOLL_CTL_ADD, fd, kEvents, source.get())) return true;
+    const auto added = mSources.emplace(source.get(), Waited{source, fd}).first;
+    if (arm(EPOLL_CTL_ADD, added->second)) return true;
     LUM_LOGE("binder: cannot wait for a socket (%s)", strerror(errno));
-    mSources.erase(source.get());
+    mSources.erase(added);
     return false;
 }
 
@@ -72,17 +71,18 @@ void IoLoop::wantOutput(IoSource* source, bool want) {
     const MutexLock lock(mLock);
     const auto found = mSources.find(source);
     if (found == mSources.end()) return;
-    Waited& waited = found->second;
-    waited.events = EPOLLIN | EPOLLONESHOT | (want ? uint32_t{EPOLLOUT} : 0);
-    if (!waited.busy) rearm(waited);
+    found->second.output = want;
+    rearm(found->second);
 }
 
 void IoLoop::pause(IoSource* source) {
-    const MutexLock lock(mLock);
-    const auto found = mSources.find(source);
-    if (found == mSources.end()) return;
-    found->second.paused = true;
-    tickLaterLocked();
+    {
+        const MutexLock lock(mLock);
+        const auto found = mSources.find(source);
+        if (found == mSources.end()) return;
+        found->second.paused = true;
+    }
+    tickLater();  // only now: a tick ends only the pauses before it
 }
 
 void IoLoop::remove(IoSource* source) {
@@ -93,9 +93,13 @@ void IoLoop::remove(IoSource* source) {
     mSources.erase(found);
 }
 
+bool IoLoop::arm(int operation, const Waited& waited) {
+    const uint32_t events = EPOLLIN | EPOLLONESHOT | (waited.output ? uint32_t{EPOLLOUT} : 0);
+    return control(mEpoll.get(), operation, waited.fd, events, waited.source.get());
+}
+
 void IoLoop::rearm(const Waited& waited) {
-    if (waited.paused) return;
-    control(mEpoll.get(), EPOLL_CTL_MOD, waited.fd, waited.events, waited.source.get());
+    if (!waited.busy && !waited.paused) arm(EPOLL_CTL_MOD, waited);
 }
 
 void IoLoop::wait() {
@@ -128,10 +132,6 @@ void IoLoop::wake() {
 
 void IoLoop::tickLater() {
     const MutexLock lock(mLock);
-    tickLaterLocked();
-}
-
-void IoLoop::tickLaterLocked() {
     if (mTicking) return;
     itimerspec time{};
     time.it_value.tv_nsec = kTickNs;
@@ -144,6 +144,6 @@ void IoLoop::onTick() {
     for (auto& [key, waited] : mSources) {
         if (!waited.paused) continue;
         waited.paused = false;
-        if (!waited.busy) rearm(waited);
+        rearm(waited);
     }
 }

@@ -60,14 +60,15 @@ class IoLoop {
     struct Waited {
         std::shared_ptr<IoSource> source;
         int fd;
-        uint32_t events;
+        bool output = false;  // wanted too
         bool busy = false;    // a thread is in onReady()
         bool paused = false;  // until the next tick
     };
 
-    void tickLaterLocked() LUM_REQUIRES(mLock);
     void onTick();
-    // Each event is reported to one thread, once; has the next one reported.
+    // Has the next event reported to one thread, once. Sets errno if it fails.
+    bool arm(int operation, const Waited& waited) LUM_REQUIRES(mLock);
+    // The same for a source that is known, if it may be called now.
     void rearm(const Waited& waited) LUM_REQUIRES(mLock);
 
     lum::utils::Mutex mLock;
