@@ -4,6 +4,7 @@
 #
 #   run.sh SECONDS TARGET   its corpus, what earlier runs found beside it, and new inputs for so long
 #   run.sh --brief TARGET   its corpus and some new inputs, the same each time for the same program
+#                           where the system lets addresses be fixed
 #   run.sh --keep TARGET    adds to its corpus what earlier runs found, as far as it reaches more
 #
 # New inputs go to build/fuzz/inputs/TARGET, findings to build/fuzz/findings/TARGET.
@@ -32,7 +33,9 @@ case $mode in
             "$corpus" "$inputs"
         ;;
     --brief)
-        limit="-runs=5000 -seed=1"
+        limit="-runs=5000 -seed=1 -reload=0"
+        # Addresses decide, too, what is tried next. Not every container lets them be fixed.
+        ! setarch -R true 2>/dev/null || program="setarch -R $program"
         inputs=$(mktemp -d)
         trap 'rm -r "$inputs"' EXIT
         ;;
@@ -40,8 +43,8 @@ esac
 
 touch "$findings/.start"
 status=0
-# shellcheck disable=SC2086 # a list of words
-"$program" $limit -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 \
+# shellcheck disable=SC2086 # lists of words
+$program $limit -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 \
     -artifact_prefix="$findings/" "$inputs" "$corpus" || status=$?
 if [ "$status" != 0 ]; then
     finding=$(find "$findings" -type f -newer "$findings/.start")
