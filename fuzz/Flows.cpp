@@ -22,6 +22,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
                       isValid(levels.second.second),
                   "levels that the library does not take");
         }
+        for (const SdfSlotID slot : wishes.dataPriority) {
+            check(isValid(slot), "a slot that the library does not take");
+        }
         check(isValid(wishes.ddsOod), "a setting that the library does not take");
     } catch (const UsageError& error) {
         check(std::string(error.what()).rfind("flows:", 0) == 0, "an error without its place");

@@ -798,6 +798,8 @@ void Program::settle() {
         constexpr int64_t kDay = 86400000;
         advance(kDay);
         dispatch();
+        pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
+        check(TEMP_FAILURE_RETRY(poll(&waited, 1, 0)) == 0, "says that it has more to do");
         const bool quiet = mSdk.take().empty() && std::exchange(calls, mCalls) == mCalls;
         if (quiet && mState == SDF_SESSION_UP) return;
     }
