@@ -82,7 +82,7 @@ def check(workspace, name, content):
     files += 1
     try:
         workspace.check(name, content)
-    except BaseException:
+    except (Exception, SystemExit):
         # Hypothesis tries ever smaller ones; the smallest comes last.
         FINDING.parent.mkdir(parents=True, exist_ok=True)
         FINDING.write_bytes(content)
@@ -160,7 +160,7 @@ if __name__ == "__main__":
     try:
         with tempfile.TemporaryDirectory() as directory:
             main(sys.argv[1], Workspace(directory))
-    except Exception:
+    except (Exception, SystemExit):
         print(f"\n==> fuzz target aidl has found something: {FINDING}\n"
               "    to keep it, and repeat it each time: put it in fuzz/corpus/aidl under the name of its type",
               file=sys.stderr)
