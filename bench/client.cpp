@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "api/StackArena.h"
 #include "proto/SdfProto.pb.h"
 #include "transport/SdkClient.h"
 #include "utils/EventManager.h"
@@ -167,12 +168,8 @@ class FloorClient {
             mIds.push_back(id);
             mCallbacks.emplace(id, onLevels);
         }
-        alignas(8) std::array<char, 1024> space;
-        google::protobuf::ArenaOptions options;
-        options.initial_block = space.data();
-        options.initial_block_size = space.size();
-        google::protobuf::Arena arena(options);
-        auto& message = *google::protobuf::Arena::CreateMessage<SdfProto::ServiceMsg>(&arena);
+        sdf::StackArena<1024> arena;
+        auto& message = arena.make<SdfProto::ServiceMsg>();
         message.set_event_id(SdfProto::SET_LATENCY_LEVEL);
         message.set_unique_id(id);
         auto& body = *message.mutable_data()->mutable_set_latency_level();
@@ -239,18 +236,23 @@ void answer(benchmark::State& state) {
 }
 LUM_BATCHES(answer, "ours:answer dispatched");
 
-// Nothing but reading the message.
+// Nothing but reading the message, with memory from the stack.
 void parse(const std::vector<uint8_t>& bytes) {
-    SdfProto::ClientMsg message;
+    sdf::StackArena<2048> arena;
+    auto& message = arena.make<SdfProto::ClientMsg>();
     message.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()));
     benchmark::DoNotOptimize(message.unique_id());
 }
 
 void floorAnswer(benchmark::State& state) {
-    const std::vector<uint8_t> bytes = answerTo(1'000'000'000);
-    while (state.KeepRunning()) parse(bytes);
+    std::array<std::vector<uint8_t>, kBatch> answers;
+    while (state.KeepRunning()) {
+        std::generate(answers.begin(), answers.end(), [] { return answerTo(rand()); });
+        timed(state, [&answers] { std::for_each(answers.begin(), answers.end(), parse); });
+    }
+    countBatches(state);
 }
-BENCHMARK(floorAnswer)->Name("floor:answer dispatched");
+LUM_BATCHES(floorAnswer, "floor:answer dispatched");
 
 // So many filters' states in one message, each reported.
 void filterStates(benchmark::State& state) {
