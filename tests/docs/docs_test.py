@@ -46,17 +46,19 @@ class LinksTest(unittest.TestCase):
 class FunctionsTest(unittest.TestCase):
     """Every function of the public header has its place where all are to be found."""
 
-    def test_every_function_has_its_return_codes_and_is_demonstrated_and_tested(self):
+    def test_every_function_has_its_return_codes_and_is_demonstrated_tested_and_fuzzed(self):
         header = (TREE / "api/include/lum_sdf_sdk.h").read_text()
         functions = re.findall(r"^SDF_API long long (\w+)\(", header, re.M)
         self.assertEqual(len(functions), header.count("\nSDF_API "))
         codes = (TREE / "docs/return-codes.md").read_text()
         demo = (TREE / "examples/demo/demo.c").read_text()
         tested = (TREE / "tests/api/RequestTable.c").read_text()
+        fuzzed = (TREE / "fuzz/ClientInStep.cpp").read_text()
         for function in functions:
             with self.subTest(function=function):
                 self.assertTrue(re.search(rf"\n\|[^|]*`{function}`[^|]*\|", codes))
                 self.assertTrue(re.search(rf"(RETURNS\([^;]*\b|ID_OF\(\s*){function}\(", demo))
+                self.assertIn(f" {function}(", fuzzed)
                 if function.startswith("sdf"):
                     self.assertIn(f" X({function}, ", tested)
 
