@@ -31,7 +31,7 @@ struct Figure {
 // Threads of the pool are started when needed, up to 16. Over the driver they stay, and it may take
 // hours: it asks for one when all happen to be busy.
 const Figure kFigures[] = {
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they keep what was freed
+#ifndef __SANITIZE_THREAD__  // it keeps what was freed
     {"bytes of memory", [](const Member::Rest& rest) { return rest.figures.memory; }, 2048 * kKib,
      512 * kKib, 0, 512 * kKib},
 #endif

@@ -40,7 +40,8 @@ class IoLoop {
     // Waits until output is possible too, or no longer.
     void wantOutput(IoSource* source, bool want);
 
-    // Does not wait for the source for a while. To be called by its onReady().
+    // Does not wait for the source until the next tick, in at most 100 ms. To be called by its
+    // onReady().
     void pause(IoSource* source);
 
     // Does not wait for it any more; another thread may still be in its onReady(). To be called
@@ -53,7 +54,7 @@ class IoLoop {
     // Ends one wait(), the next one if there is none. Several calls may end one together.
     void wake();
 
-    // Ends one wait() in a while.
+    // Has a tick come in 100 ms, if none is to come: it ends one wait(), and every pause.
     void tickLater();
 
   private:
