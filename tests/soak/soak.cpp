@@ -109,7 +109,9 @@ class Soak {
             while (!member.isReady()) pass(milliseconds(10));
         }
         for (unsigned int round = 0; round < mOptions.rounds || Clock::now() < mEnd; ++round) {
-            storm(static_cast<Storm>(round % 3));
+            // Half of the time belongs to one service.
+            const bool late = round >= 3 && 2 * elapsed() > seconds(mOptions.seconds);
+            storm(late ? Storm::kSurvivor : static_cast<Storm>(round % 3));
             calm();
             rest();
         }
@@ -199,8 +201,8 @@ class Soak {
     }
 
     void storm(Storm storm) {
-        const EmulatorProcess::Stats before = mService->stats();
         const pid_t service = mService->pid();
+        const EmulatorProcess::Stats before = service == mSurvivor ? mBefore : mService->stats();
         if (mOptions.faulty == "service") {
             const std::vector<std::string> command{LUM_SOAK_CLIENT, "plain", "1"};
             mStrangers.push_back(std::make_unique<ChildProcess>(command));
@@ -414,8 +416,9 @@ class Soak {
     std::vector<std::unique_ptr<ChildProcess>> mStrangers;
     std::map<const Member*, Clock::time_point> mMayExit;  // for want of descriptors, so long
     std::vector<std::pair<Clock::time_point, std::function<void()>>> mLater;
-    EmulatorProcess::Stats mBefore{};  // of the service, before the last storm
+    // The service that the last storm was to leave alive, and how it was before the first such.
     pid_t mSurvivor = 0;
+    EmulatorProcess::Stats mBefore{};
     const char* mPhase = "start";
     Clock::time_point mNextSample{};
     unsigned int mTaken = 0;
