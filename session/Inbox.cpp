@@ -29,14 +29,13 @@ void Inbox::detach() {
     accept(kNoLane);
     const std::lock_guard<std::mutex> guard(mLock);
     mEventFd = -1;
-    mEvents.shrink_to_fit();
 }
 
 void Inbox::accept(int lane) {
     const std::lock_guard<std::mutex> guard(mLock);
     if (mEventFd < 0) return;
     mLane = lane;
-    mEvents.clear();
+    mEvents = std::vector<Event>();
     mComplete = true;
 }
 

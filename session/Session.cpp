@@ -227,13 +227,16 @@ bool SdfSession::isBusy() const {
 }
 
 void SdfSession::takeEvents() {
-    mBatch.clear();
-    mNext = 0;
     if (!Inbox::instance().take(mBatch)) lose(SDF_SESSION_NO_RESOURCES);
 }
 
 bool SdfSession::nextEvent() {
-    if (mNext == mBatch.size()) return false;
+    if (mNext == mBatch.size()) {
+        // With its memory: it may have been long, for once.
+        mBatch = std::vector<Event>();
+        mNext = 0;
+        return false;
+    }
     const Event event = std::move(mBatch[mNext++]);
     std::visit([this](const auto& one) { handle(one); }, event);
     return true;

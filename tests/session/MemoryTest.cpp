@@ -82,6 +82,25 @@ TEST_F(MemoryTest, AnswerThatCannotBeKeptFailsTheQuestion) {
     EXPECT_EQ(gResult, SDF_SESSION_NO_RESOURCES);
 }
 
+TEST_F(MemoryTest, ManyEventsAtOnceKeepNoMemory) {
+    openUp();
+    const auto onReport = [](SdfSession*, unsigned int, uint64_t, uint64_t, void*) {};
+    ASSERT_EQ(sdfSessionSetQueueReports(mSession, 1, onReport, nullptr), 0);
+    const std::vector<unsigned int> reports(4000, 3);
+    const auto receive = [&] {
+        const int64_t before = allocatedBytes();
+        mSdk.report(reports);
+        EXPECT_GT(allocatedBytes(), before + 100'000);
+    };
+    const int64_t atRest = allocatedBytes();
+    receive();
+    sdfSessionDispatch(mSession);
+    EXPECT_EQ(allocatedBytes(), atRest);
+    receive();
+    close();
+    EXPECT_LE(allocatedBytes(), atRest);
+}
+
 TEST_F(MemoryTest, AutomaticFilterThatCannotBeKeptIsDropped) {
     openUp();
     ASSERT_EQ(sdfSessionSetAutoFilters(mSession, onAutoFilter, nullptr), 0);
