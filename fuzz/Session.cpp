@@ -164,6 +164,8 @@ class Program {
     void changeFilter();
     void changeSetting();
     void ask();
+    // Whether the session says that it has something to do.
+    bool isReadable() const;
     void dispatch();
     void serve();
     void misbehave();
@@ -684,9 +686,13 @@ void Program::ask() {
     if (!expect(result)) mQuestions.pop_back();
 }
 
-void Program::dispatch() {
+bool Program::isReadable() const {
     pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
-    const bool readable = TEMP_FAILURE_RETRY(poll(&waited, 1, 0)) == 1;
+    return TEMP_FAILURE_RETRY(poll(&waited, 1, 0)) == 1;
+}
+
+void Program::dispatch() {
+    const bool readable = isReadable();
     const unsigned int before = mCalls;
     ++mDispatching;
     const int result = sdfSessionDispatch(mSession);
@@ -798,8 +804,7 @@ void Program::settle() {
         constexpr int64_t kDay = 86400000;
         advance(kDay);
         dispatch();
-        pollfd waited{sdfSessionFd(mSession), POLLIN, 0};
-        check(TEMP_FAILURE_RETRY(poll(&waited, 1, 0)) == 0, "says that it has more to do");
+        check(!isReadable(), "says that it has more to do");
         const bool quiet = mSdk.take().empty() && std::exchange(calls, mCalls) == mCalls;
         if (quiet && mState == SDF_SESSION_UP) return;
     }

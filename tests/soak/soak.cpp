@@ -202,7 +202,7 @@ class Soak {
 
     void storm(Storm storm) {
         const pid_t service = mService->pid();
-        const EmulatorProcess::Stats before = service == mSurvivor ? mBefore : mService->stats();
+        if (service != mSurvivor) mBefore = mService->stats();
         if (mOptions.faulty == "service") {
             const std::vector<std::string> command{LUM_SOAK_CLIENT, "plain", "1"};
             mStrangers.push_back(std::make_unique<ChildProcess>(command));
@@ -216,7 +216,6 @@ class Soak {
         // Everything that is to be undone is.
         for (const auto& [when, what] : std::exchange(mLater, {})) what();
         restoreService(storm == Storm::kMisbehaviour);
-        mBefore = before;
         mSurvivor = storm == Storm::kSurvivor ? service : 0;
     }
 
