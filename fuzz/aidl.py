@@ -30,6 +30,7 @@ sys.path.insert(0, str(ROOT / "tools" / "aidl"))
 import aidlc  # noqa: E402
 from lumaidl import parser  # noqa: E402
 
+hypothesis.configuration.set_hypothesis_home_dir(ROOT / "build" / "fuzz" / "hypothesis")
 FINDING = ROOT / "build" / "fuzz" / "findings" / "aidl" / "finding.aidl"
 PACKAGE = pathlib.Path("vendor/orn/data/lumservice")
 TREE = sorted((ROOT / "aidl" / PACKAGE).glob("*.aidl"))

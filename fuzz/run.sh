@@ -15,7 +15,6 @@ mode=$1
 target=$2
 if [ "$target" = aidl ]; then
     [ "$mode" != --keep ] || exit 0
-    export HYPOTHESIS_STORAGE_DIRECTORY=build/fuzz/hypothesis
     exec /usr/bin/python3 fuzz/aidl.py "$mode"
 fi
 program=build/asan/bin/fuzz_$target
