@@ -88,4 +88,9 @@ TEST_F(SoakTest, NoticesAServiceThatGrows) {
     EXPECT_TRUE(says("soak: FAILED: the service has grown: clients ")) << mOutput;
 }
 
+TEST_F(SoakTest, NoticesAServiceThatCrashes) {
+    EXPECT_EQ(soak("service:crash"), 1) << mOutput;
+    EXPECT_TRUE(says("soak: FAILED: the service ended with status 134")) << mOutput;
+}
+
 }  // namespace

@@ -50,7 +50,7 @@ struct Options {
     unsigned int seed = 0;
     std::string samples = "/dev/null";
     // A kind of clients, and what is wrong with the one of them that lives; or "service", which
-    // gets another client with each storm.
+    // gets another client with each storm, or crashes in it.
     std::string faulty;
     std::string fault;
 };
@@ -185,7 +185,16 @@ class Soak {
         mMembers.emplace_back(mortal ? kind + ", mortal" : kind, command, mortal);
     }
 
+    // Its rules, too, end it with SIGKILL only.
+    void endService() {
+        if (!mService) return;
+        const int status = mService->kill();
+        if (status != 128 + SIGKILL) {
+            throw Failure("the service ended with status " + std::to_string(status));
+        }
+    }
     void startService(const std::vector<std::string>& options) {
+        endService();
         mService.reset();
         mService = std::make_unique<EmulatorProcess>(options);
         ++mServices;
@@ -203,7 +212,10 @@ class Soak {
     void storm(Storm storm) {
         const pid_t service = mService->pid();
         if (service != mSurvivor) mBefore = mService->stats();
-        if (mOptions.faulty == "service") {
+        if (mOptions.faulty == "service" && mOptions.fault == "crash") {
+            mService->process().signal(SIGABRT);
+            (void)mService->process().waitForOutputEnd();
+        } else if (mOptions.faulty == "service") {
             const std::vector<std::string> command{LUM_SOAK_CLIENT, "plain", "1"};
             mStrangers.push_back(std::make_unique<ChildProcess>(command));
         }
@@ -271,7 +283,7 @@ class Soak {
     void killService() {
         if (mService->process().hasEnded()) return;
         ++mKills;
-        mService->kill();
+        endService();
         later(pickTime(4000), [this] { restoreService(false); });
     }
 
@@ -294,13 +306,13 @@ class Soak {
         ++mRests;
         sleepQuietly(seconds(mOptions.rest));
         for (Member& member : mMembers) sample(member, member.noteRest().blocks);
-        if (mService->pid() != mSurvivor) return;
+        if (mSurvivor == 0) return;
         const auto settled = [this](const EmulatorProcess::Stats& now) {
             return now.clients <= mBefore.clients && now.descriptors <= mBefore.descriptors &&
                    now.filters <= mBefore.filters &&
                    now.heapBlocks <= mBefore.heapBlocks + kServiceBlocks;
         };
-        if (mRests > 1 && !mService->waitForStats(settled)) {
+        if (!mService->waitForStats(settled)) {
             const EmulatorProcess::Stats now = mService->stats();
             throw Failure("the service has grown: clients " + change(mBefore.clients, now.clients) +
                           ", descriptors " + change(mBefore.descriptors, now.descriptors) +

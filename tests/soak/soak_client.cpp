@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // An application in a soak, on the library's own interface: makes requests of every kind, brings
-// the client up again when the service is lost, and checks that each request is answered once or
-// lost.
+// the client up again when the service is lost, and checks that each request that is answered by
+// its id is answered once or lost.
 //
 // usage: soak_client KIND SEED [churn] [FAULT]
 //   KIND: plain, with one thread; threads, with four; callbacks, from inside its callbacks

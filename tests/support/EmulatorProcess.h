@@ -33,8 +33,8 @@ class EmulatorProcess {
     EmulatorProcess(const EmulatorProcess&) = delete;
     EmulatorProcess& operator=(const EmulatorProcess&) = delete;
 
-    // Kills it, unless it is dead, and waits until it is.
-    void kill() { mProcess->kill(); }
+    // Kills it, unless it is dead, and waits until it is. Returns its status, as ChildProcess does.
+    int kill() { return mProcess->kill(); }
     // Kills it, unless it is dead, and starts it again with the same options, as the constructor.
     void restart();
     // Asks it to end, and waits. Returns its exit status: 0 unless something is wrong.
