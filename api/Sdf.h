@@ -25,12 +25,16 @@
 class Sdf : public SdkBase {
 #if LUM_SDF_GUARDED
     using RecordMutex = lum::utils::Mutex;
+    static constexpr int kSlotRead = __ATOMIC_ACQUIRE;
+    static constexpr int kSlotWrite = __ATOMIC_RELEASE;
 #else
     struct NoMutex {
         void lock() {}
         void unlock() {}
     };
     using RecordMutex = lum::utils::BasicMutex<NoMutex>;
+    static constexpr int kSlotRead = __ATOMIC_RELAXED;
+    static constexpr int kSlotWrite = __ATOMIC_RELAXED;
 #endif
 
   public:
@@ -121,19 +125,19 @@ class Sdf : public SdkBase {
     // it.
     void endFilter(unsigned int id);
 
-    // One of the callback slots, to read or to replace (returning the old callback). A slot is read
-    // and written whole also where the record is not locked: an application may create, destroy and
-    // register while a callback is being delivered.
+    // One of the callback slots, to read or to replace (returning the old callback). Read without
+    // the lock, for each entry of a message. A slot is read and written whole also where the record
+    // is not locked: an application may create, destroy and register while a callback is being
+    // delivered.
     template <typename Callback>
     Callback readSlot(Callback Sdf::*slot) const {
-        const lum::utils::MutexLock lock(mRecordLock);
-        return __atomic_load_n(&(this->*slot), __ATOMIC_RELAXED);
+        return __atomic_load_n(&(this->*slot), kSlotRead);
     }
     template <typename Callback>
     Callback replaceSlot(Callback Sdf::*slot, Callback cb) {
         const lum::utils::MutexLock lock(mRecordLock);
-        const Callback before = __atomic_load_n(&(this->*slot), __ATOMIC_RELAXED);
-        __atomic_store_n(&(this->*slot), cb, __ATOMIC_RELAXED);
+        const Callback before = __atomic_load_n(&(this->*slot), kSlotRead);
+        __atomic_store_n(&(this->*slot), cb, kSlotWrite);
         return before;
     }
 
