@@ -28,14 +28,11 @@ void ThreadPool::post(std::unique_ptr<Work> work) {
     gPosted.value.push(std::move(work));
 }
 
-bool runPosted(bool onlyFirst) {
-    bool any = false;
+void runPosted(bool onlyFirst) {
     while (std::unique_ptr<Work> work = gPosted.value.pop()) {
-        any = true;
         work->run();
         work.reset();
         LateCommand::runQueued();
-        if (onlyFirst) break;
+        if (onlyFirst) return;
     }
-    return any;
 }

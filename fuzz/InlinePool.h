@@ -3,6 +3,5 @@
 
 // Takes the place of the platform's thread pool: what is posted waits until the program runs it.
 
-// Runs what has been posted, and what is posted meanwhile; or only the first of it. Returns whether
-// there was anything.
-bool runPosted(bool onlyFirst = false);
+// Runs what has been posted, and what is posted meanwhile; or only the first of it.
+void runPosted(bool onlyFirst = false);
