@@ -62,6 +62,16 @@ class FunctionsTest(unittest.TestCase):
                 if function.startswith("sdf"):
                     self.assertIn(f" X({function}, ", tested)
 
+    def test_every_function_of_the_session_is_fuzzed(self):
+        functions = re.findall(r"^    (sdf\w+);", (TREE / "session/lum_sdf_session.map").read_text(), re.M)
+        self.assertGreater(len(functions), 30)
+        fuzzed = (TREE / "fuzz/Session.cpp").read_text()
+        for function in functions:
+            if function.endswith("Text"):  # only names a value
+                continue
+            with self.subTest(function=function):
+                self.assertIn(f"{function}(", fuzzed)
+
 
 class OptionsTest(unittest.TestCase):
     """Every option of the emulator stands in its pages."""
