@@ -171,13 +171,14 @@ json Wanted::expected() const {
             {"report_value", orNull(mReports)}};
 }
 
-void Wanted::onState(SdfSession*, SdfSessionState state, int /*reason*/, void* wanted) {
+void Wanted::onState(SdfSession*, SdfSessionState state, int reason, void* wanted) {
     auto& self = *static_cast<Wanted*>(wanted);
     if (self.mSession == nullptr || !mayFollow(self.mState, state)) {
         self.violated(std::string("session ") + sdfSessionStateText(state));
     }
     self.mState = state;
     if (state == SDF_SESSION_CONNECTING) self.mChanged = false;
+    if (state == SDF_SESSION_DOWN) self.mWhyLost = reason;
     if (state != SDF_SESSION_UP) return;
     ++self.mUps;
     // Nothing is missing when the application is notified. The service may have died since.

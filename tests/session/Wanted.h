@@ -49,6 +49,8 @@ class Wanted {
     nlohmann::json expected() const;
     SdfSession* session() { return mSession; }
     size_t ups() const { return mUps; }
+    // Why the service was lost last, as the session says.
+    const char* whyLost() const { return sdfSessionText(mWhyLost); }
     // The first report that could not be true; empty if there is none.
     const std::string& violation() const { return mViolation; }
 
@@ -99,6 +101,7 @@ class Wanted {
     std::optional<unsigned int> mDdsPdcpTimer;
     std::optional<unsigned int> mReports;
     size_t mUps = 0;
+    int mWhyLost = 0;
     bool mChanged = false;  // since the session began to connect
     std::string mViolation;
 };

@@ -74,7 +74,9 @@ class SessionClient {
         mWanted.stopReports();
         if (mStale) sdfSessionSetDdsPdcpTimer(mWanted.session(), 1000000);
         if (!mWanted.trim()) fail("the service does not come to what is wanted");
-        if (mWanted.ups() != mCalmUps) fail("lost in a calm");
+        if (mWanted.ups() != mCalmUps) {
+            fail(std::string("lost in a calm: ") + mWanted.whyLost());
+        }
         malloc_trim(0);
         printf("rest blocks=%jd bytes=%jd requests=%u\n", intmax_t{allocatedBlocks()},
                intmax_t{allocatedBytes()}, mChanges);
