@@ -132,7 +132,7 @@ bool Wanted::dispatchUntilUp() {
 
 bool Wanted::dispatchUntilServed() {
     const auto end = Clock::now() + 2 * kLimit;
-    while (serviceState() != expected()) {
+    while (mState != SDF_SESSION_UP || serviceState() != expected()) {
         if (Clock::now() > end) return false;
         dispatch(1);
     }

@@ -41,8 +41,8 @@ class Wanted {
     void dispatch(int milliseconds);
     // Dispatches until the session is up; false when a generous limit has passed.
     bool dispatchUntilUp();
-    // Dispatches until the service has what is wanted; false when a generous limit has passed, or
-    // when a filter was rejected.
+    // Dispatches until the session is up and the service has what is wanted; false when a generous
+    // limit has passed. Up alone may still mean a service that has just died.
     bool dispatchUntilServed();
 
     // What the service should have.

@@ -28,7 +28,7 @@ namespace {
 constexpr size_t kFilters = 16;
 constexpr unsigned int kLongestPause = 1000;
 // For the service to answer, in milliseconds: in a storm it may not, in a calm it does, however
-// slow the machine is, once what the storm has left unanswered is over.
+// slow the machine is.
 constexpr unsigned int kDeadline = 5000;
 constexpr unsigned int kCalmDeadline = 120000;
 
@@ -45,9 +45,9 @@ class SessionClient {
         if (command == "rest") {
             rest();
         } else if (command == "calm") {
+            sdfSessionSetAnswerDeadline(mWanted.session(), kCalmDeadline);
             if (!served()) fail("the service does not come to what is wanted");
             mCalmUps = mWanted.ups();
-            sdfSessionSetAnswerDeadline(mWanted.session(), kCalmDeadline);
         } else {
             sdfSessionSetAnswerDeadline(mWanted.session(), kDeadline);
         }
