@@ -113,6 +113,11 @@ class Way {
         account().start(Account::Terms::kAnswers);
         EXPECT_EQ(createSdfClient(onStatus), 0);
     }
+    // Nothing begins any more, also when the answer that begins it is just coming.
+    void rest() {
+        const std::lock_guard<std::mutex> guard(mLock);
+        gPhase = Phase::kRest;
+    }
 
     // These are for callbacks. The service is up:
     void up() {
@@ -129,6 +134,7 @@ class Way {
         if (event.id != gMarker) return proceed(event);
         // All that came before has come.
         gMarker = 0;
+        if (gPhase == Phase::kRest) return;
         account().start(Account::Terms::kAll);
         gExact = true;
         gUp = true;
@@ -339,7 +345,9 @@ class Application {
 
     void command(const std::string& command) {
         refuseEveryAllocation(0);
-        if (gPhase != Phase::kRest) mWay->stop();
+        const bool works = gPhase != Phase::kRest;
+        if (command == "rest") mWay->rest();
+        if (works) mWay->stop();
         if (command == "rest") return rest();
         if (command == "calm") {
             mWay->calm();
@@ -398,7 +406,6 @@ class Application {
         if (!account().waitForAll(kAnswerLimit)) failed("not everything came that was to come");
         account().start(Account::Terms::kAnswers);
         gExact = false;
-        gPhase = Phase::kRest;
         if (!mFaults.comesToRest()) return;
         malloc_trim(0);
         printf("rest blocks=%jd bytes=%jd requests=%u unanswered=%u scarce=%u\n",
