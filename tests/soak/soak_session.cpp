@@ -27,10 +27,10 @@ namespace {
 
 constexpr size_t kFilters = 16;
 constexpr unsigned int kLongestPause = 1000;
-// For the service to answer, in milliseconds: in a storm it may not, in a calm it does, however
+// For the service to answer, in milliseconds: one that misbehaves may not, any other does, however
 // slow the machine is.
 constexpr unsigned int kDeadline = 5000;
-constexpr unsigned int kCalmDeadline = 120000;
+constexpr unsigned int kPatientDeadline = 120000;
 
 class SessionClient {
   public:
@@ -42,14 +42,13 @@ class SessionClient {
     }
 
     void command(const std::string& command) {
+        sdfSessionSetAnswerDeadline(mWanted.session(),
+                                    command == "loose" ? kDeadline : kPatientDeadline);
         if (command == "rest") {
             rest();
         } else if (command == "calm") {
-            sdfSessionSetAnswerDeadline(mWanted.session(), kCalmDeadline);
             if (!served()) fail("the service does not come to what is wanted");
             mCalmUps = mWanted.ups();
-        } else {
-            sdfSessionSetAnswerDeadline(mWanted.session(), kDeadline);
         }
         mResting = command == "rest";
     }
