@@ -136,7 +136,7 @@ class Sdf : public SdkBase {
     template <typename Callback>
     Callback replaceSlot(Callback Sdf::*slot, Callback cb) {
         const lum::utils::MutexLock lock(mRecordLock);
-        const Callback before = __atomic_load_n(&(this->*slot), kSlotRead);
+        const Callback before = readSlot(slot);
         __atomic_store_n(&(this->*slot), cb, kSlotWrite);
         return before;
     }

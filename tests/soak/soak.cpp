@@ -196,7 +196,6 @@ class Soak {
     }
     void startService(const std::vector<std::string>& options) {
         endService();
-        mService.reset();
         mService = std::make_unique<EmulatorProcess>(options);
         ++mServices;
     }

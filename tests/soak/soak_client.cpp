@@ -96,8 +96,8 @@ class Way {
     Way(const Way&) = delete;
     Way& operator=(const Way&) = delete;
 
-    // Between these, it works. stop() ends that; in a calm, everything has ended and is answered
-    // when it returns.
+    // Between these, it works. stop() ends that, if it does; in a calm, everything has ended and is
+    // answered when it returns.
     virtual void start() = 0;
     virtual void stop() = 0;
     // Makes another client, and has the account begin anew.
@@ -345,9 +345,8 @@ class Application {
 
     void command(const std::string& command) {
         refuseEveryAllocation(0);
-        const bool works = gPhase != Phase::kRest;
         if (command == "rest") mWay->rest();
-        if (works) mWay->stop();
+        mWay->stop();
         if (command == "rest") return rest();
         if (command == "calm") {
             mWay->calm();
@@ -374,7 +373,7 @@ class Application {
         }
     }
     void end() {
-        if (gPhase != Phase::kRest) mWay->stop();
+        mWay->stop();
         destroySdfClient();
     }
 
