@@ -86,6 +86,10 @@ TEST(ReactionTest, CopiesOfAMessageComeTogether) {
     EXPECT_EQ(becomes(kLevels, "flood 3, twice").size(), 6U);
     EXPECT_EQ(becomes(Lines{}, {"flood 100"}), Lines{});
     EXPECT_EQ(becomes(kLevels, "flood 100000, flood 100000, twice").size(), 100000U);
+    // At the limit nothing is copied any more, which would only take the place of what follows.
+    const Lines most = becomes(Lines{kLevels, ""}, {"flood 60000, twice"});
+    EXPECT_EQ(most.size(), 100000U);
+    EXPECT_EQ(most.back(), "");
 }
 
 TEST(ReactionTest, WrongIdIsTheNextOneOrTheOneGiven) {

@@ -17,6 +17,7 @@ constexpr size_t kMostMessages = 100000;
 constexpr int kEvents = SdfProto::ClientEventId_MAX + 1;
 
 void copy(Messages& messages, int64_t times) {
+    if (messages.size() >= kMostMessages) return;
     Messages copies;
     for (const Outgoing& message : messages) {
         const size_t left = kMostMessages - copies.size();
