@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <exception>
 #include <list>
 #include <map>
 #include <optional>
@@ -59,7 +60,8 @@ bool equal(const SdfAddFilterInfo& one, const SdfAddFilterInfo& other) {
     return memcmp(&one, &other, sizeof one) == 0;
 }
 
-struct Thrown {};
+// What a callback throws.
+class Thrown : public std::exception {};
 
 class Program;
 
@@ -238,6 +240,7 @@ class Program {
     unsigned int mDepth = 0;
     unsigned int mSteps = 0;
     unsigned int mCalls = 0;  // of callbacks
+    bool mThrown = false;     // by a callback, and not caught here yet
 };
 
 Program::Program(Input& input) : mInput(input) {
@@ -362,7 +365,9 @@ void Program::nested() {
         if (mSession != nullptr && !mInput.empty() && mSteps < kMostSteps) step();
     }
     --mDepth;
-    if (mSteps < kMostSteps && mInput.rarely(16)) throw Thrown();
+    if (mSteps >= kMostSteps || !mInput.rarely(16)) return;
+    mThrown = true;
+    throw Thrown();
 }
 
 void Program::onState(SdfSession* session, SdfSessionState state, int reason, void* program) {
@@ -702,7 +707,9 @@ void Program::dispatch() {
         const int result = sdfSessionDispatch(mSession);
         check(result == (mSession == nullptr ? SDF_SESSION_CLOSED : 0),
               "dispatch returns another code");
+        check(!mThrown, "keeps what a callback has thrown");
     } catch (const Thrown&) {
+        mThrown = false;
     }
     --mDispatching;
     // Deeper in a dispatch the session knows of what the descriptor does not show yet.
