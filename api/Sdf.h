@@ -20,8 +20,9 @@
 // record by which replies find the callback that awaits them.
 //
 // Threads: requests come on application threads, blobListener() on the transport's. The record (the
-// maps, vectors and callback slots) is locked only when built with LUM_SDF_GUARDED, and never
-// across a callback. An object that is no longer, or not yet, mInstance reports nothing.
+// maps, vectors and callback slots) is locked only when built with LUM_SDF_GUARDED, but for reading
+// a slot, and never across a callback. An object that is no longer, or not yet, mInstance reports
+// nothing.
 class Sdf : public SdkBase {
 #if LUM_SDF_GUARDED
     using RecordMutex = lum::utils::Mutex;

@@ -51,4 +51,23 @@ TEST_F(GuardedDeletionTest, FilterConfirmedWhileAnEarlierOneOfItsIdIsBeingDelete
     mLeft = {5, 8};
 }
 
+// Where the thread sanitizer sees it.
+TEST(GuardedSlotTest, CallbackFindsWhatWasWrittenBeforeItWasSet) {
+    static unsigned int written = 0;
+    Sdf client;
+    std::thread application([&client] {
+        written = 7;
+        client.replaceSlot<SdfFilterStatusCb>(
+            &Sdf::mFilterStatusCb,
+            [](unsigned int id, SdfFilterStatus /*status*/) { EXPECT_EQ(written, id); });
+    });
+    SdfFilterStatusCb cb = nullptr;
+    while (cb == nullptr) {
+        cb = client.readSlot(&Sdf::mFilterStatusCb);
+        std::this_thread::yield();
+    }
+    cb(7, SDF_FILTER_ACTIVE);
+    application.join();
+}
+
 }  // namespace
