@@ -47,7 +47,6 @@ TEST(HealingTest, ServiceThatIsKilledAgainAndAgain) {
     EmulatorProcess emulator;
     Resources early;
     for (unsigned int round = 0; round < gRounds; ++round) {
-        ASSERT_TRUE(wanted.dispatchUntilUp()) << round;
         ASSERT_TRUE(wanted.dispatchUntilServed()) << round << "\n"
                                                   << serviceState() << "\n"
                                                   << wanted.expected();
@@ -70,7 +69,6 @@ TEST(HealingTest, ServiceThatIsKilledAgainAndAgain) {
         ASSERT_EQ(wanted.violation(), "") << round;
         if (round % 1000 == 999) printf("%u rounds\n", round + 1);
     }
-    ASSERT_TRUE(wanted.dispatchUntilUp());
     ASSERT_TRUE(wanted.trim());
     // The driver's pool threads stay, up to 16.
     const size_t threads = early.threads + (overDriver() ? 15 : 0);
@@ -132,8 +130,8 @@ TEST(HealingTest, NothingWakesUpAtRest) {
     Wanted wanted(1);
     wanted.open(1, 5, 500);
     wanted.wantEverything(32);
-    sdfSessionSetQueueReports(wanted.session(), 0, nullptr, nullptr);
-    ASSERT_TRUE(wanted.dispatchUntilUp());
+    wanted.stopReports();
+    ASSERT_TRUE(wanted.dispatchUntilServed());
     // What is still on its way may wake it, though not each time.
     bool quiet = false;
     for (int tries = 0; tries < 5 && !quiet; ++tries) {

@@ -64,7 +64,7 @@ bool Wanted::trim() {
         mChanged = true;  // each time: the session may have begun to connect since
         while (living() > mFilters) removeFlow();
         while (living() < mFilters) addFlow();
-        if (!dispatchUntilUp() || !dispatchUntilServed()) return false;
+        if (!dispatchUntil([this] { return isServed() && isAnswered(); })) return false;
         // Some are removed from inside their callbacks.
     } while (living() != mFilters);
     return true;
@@ -121,22 +121,32 @@ void Wanted::dispatch(int milliseconds) {
     mFlows.remove_if([](const Flow& flow) { return flow.ended; });
 }
 
-bool Wanted::dispatchUntilUp() {
-    const auto end = Clock::now() + 2 * kLimit;
-    while (mState != SDF_SESSION_UP) {
-        if (Clock::now() > end) return false;
-        dispatch(10);
-    }
-    return true;
+bool Wanted::dispatchUntilServed() {
+    return dispatchUntil([this] { return isServed(); });
 }
 
-bool Wanted::dispatchUntilServed() {
-    const auto end = Clock::now() + 2 * kLimit;
-    while (mState != SDF_SESSION_UP || serviceState() != expected()) {
+bool Wanted::dispatchUntil(const std::function<bool()>& condition) {
+    const auto end = Clock::now() + 4 * kLimit;
+    while (!condition()) {
         if (Clock::now() > end) return false;
         dispatch(1);
     }
     return true;
+}
+
+bool Wanted::isServed() const {
+    return mState == SDF_SESSION_UP && serviceState() == expected();
+}
+
+bool Wanted::isAnswered() const {
+    return std::all_of(mFlows.begin(), mFlows.end(),
+                       [](const Flow& flow) {
+                           return flow.removed ? flow.ended
+                                               : flow.state == SDF_FILTER_STATE_PENDING ||
+                                                     flow.state == SDF_FILTER_STATE_ACTIVE;
+                       }) &&
+           std::all_of(mLevels.begin(), mLevels.end(),
+                       [](const auto& levels) { return !levels || levels->answered; });
 }
 
 json Wanted::expected() const {
@@ -178,7 +188,12 @@ void Wanted::onState(SdfSession*, SdfSessionState state, int reason, void* wante
     }
     self.mState = state;
     if (state == SDF_SESSION_CONNECTING) self.mChanged = false;
-    if (state == SDF_SESSION_DOWN) self.mWhyLost = reason;
+    if (state == SDF_SESSION_DOWN) {
+        self.mWhyLost = reason;
+        for (auto& levels : self.mLevels) {
+            if (levels) levels->answered = false;
+        }
+    }
     if (state != SDF_SESSION_UP) return;
     ++self.mUps;
     // Nothing is missing when the application is notified. The service may have died since.
@@ -206,9 +221,13 @@ void Wanted::onFilter(SdfFilter* filter, SdfFilterState state, SdfFilterStatus w
     }
 }
 
-void Wanted::onLevels(SdfSession*, SdfSlotID, int, SdfLatencyLvl, SdfLatencyLvl, void* wanted) {
+void Wanted::onLevels(SdfSession*, SdfSlotID slot, int error, SdfLatencyLvl first,
+                      SdfLatencyLvl second, void* wanted) {
     auto& self = *static_cast<Wanted*>(wanted);
     if (self.mSession == nullptr) self.violated("levels after close");
+    auto& levels = self.mLevels.at(static_cast<size_t>(slot + 1));
+    if (!levels) return self.violated("levels that are not wanted");
+    levels->answered = error == 0 && first == levels->first && second == levels->second;
 }
 
 void Wanted::onReport(SdfSession*, unsigned int, uint64_t, uint64_t, void* wanted) {
@@ -278,7 +297,7 @@ void Wanted::changeSetting(unsigned int which) {
     int result = 0;
     switch (which) {
         case 0:
-            mLevels.at(index) = {level(), level(), on};
+            mLevels.at(index) = {level(), level(), on, false};
             result = sdfSessionSetLevels(mSession, slot, mLevels.at(index)->first,
                                          mLevels.at(index)->second, on, onLevels, this);
             break;

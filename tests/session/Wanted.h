@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
@@ -27,8 +28,9 @@ class Wanted {
 
     // Wants so many filters and every setting.
     void wantEverything(size_t filters);
-    // Goes back to that number of filters, so that two moments can be compared. False when the
-    // service does not come to it.
+    // Goes back to that number of filters, so that two moments can be compared, and dispatches
+    // until the service has them, too, and has answered everything. False when a generous limit has
+    // passed.
     bool trim();
     // Wants no periodic reports any more.
     void stopReports();
@@ -39,8 +41,6 @@ class Wanted {
 
     // Dispatches for so many milliseconds.
     void dispatch(int milliseconds);
-    // Dispatches until the session is up; false when a generous limit has passed.
-    bool dispatchUntilUp();
     // Dispatches until the session is up and the service has what is wanted; false when a generous
     // limit has passed. Up alone may still mean a service that has just died.
     bool dispatchUntilServed();
@@ -70,6 +70,7 @@ class Wanted {
         SdfLatencyLvl first;
         SdfLatencyLvl second;
         bool flag;
+        bool answered;  // with these, by the present service
     };
 
     static void onState(SdfSession*, SdfSessionState state, int reason, void* wanted);
@@ -78,6 +79,9 @@ class Wanted {
     static void onReport(SdfSession*, unsigned int, uint64_t, uint64_t, void* wanted);
 
     void violated(const std::string& what);
+    bool dispatchUntil(const std::function<bool()>& condition);
+    bool isServed() const;
+    bool isAnswered() const;
     size_t living() const;
     void addFlow();
     void changeFlow(Flow& flow);

@@ -83,6 +83,11 @@ TEST_F(SoakTest, NoticesAClientThatDoesNotComeToRest) {
     EXPECT_TRUE(says("soak: FAILED: plain does not come to rest")) << mOutput;
 }
 
+TEST_F(SoakTest, NoticesAClientThatNeverComesUp) {
+    EXPECT_EQ(soak("plain:deaf", "--rest-limit=1"), 1) << mOutput;
+    EXPECT_TRUE(says("soak: FAILED: plain does not come to rest")) << mOutput;
+}
+
 TEST_F(SoakTest, NoticesAServiceThatGrows) {
     EXPECT_EQ(soak("service:clients"), 1) << mOutput;
     EXPECT_TRUE(says("soak: FAILED: the service has grown: clients ")) << mOutput;

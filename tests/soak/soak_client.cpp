@@ -6,15 +6,15 @@
 // usage: soak_client KIND SEED [churn] [FAULT]
 //   KIND: plain, with one thread; threads, with four; callbacks, from inside its callbacks
 //   churn: destroys the client now and then and creates another
-//   FAULT, which the soak has to notice: leak, memory, descriptors; awake, drowsy, restless; or
-//          twice, lost: of some answers
+//   FAULT, which the soak has to notice: leak, memory, descriptors; awake, drowsy, restless; deaf,
+//          it does not hear that the service is up; or twice, lost: of some answers
 //
 // It creates a client and prints "ready". Then each line of standard input is a command:
 //   strict   work, with a service that may die, but answers in order as long as it lives
 //   loose    work, with a service that may do anything
 //   calm     begin anew with another client, and work, with a service that does everything right
-//   rest     from calm: end all that goes on, and report "rest blocks=N bytes=N requests=N
-//            unanswered=N scarce=N", the last how often memory was scarce
+//   rest     from calm: once that has begun, end all that goes on, and report "rest blocks=N
+//            bytes=N requests=N unanswered=N scarce=N", the last how often memory was scarce
 // Its end ends the program. The status is 1 when something came that must not, or did not that
 // must.
 
@@ -113,7 +113,7 @@ class Way {
         account().start(Account::Terms::kAnswers);
         EXPECT_EQ(createSdfClient(onStatus), 0);
     }
-    // Nothing begins any more, also when the answer that begins it is just coming.
+    // Nothing begins any more.
     void rest() {
         const std::lock_guard<std::mutex> guard(mLock);
         gPhase = Phase::kRest;
@@ -134,7 +134,6 @@ class Way {
         if (event.id != gMarker) return proceed(event);
         // All that came before has come.
         gMarker = 0;
-        if (gPhase == Phase::kRest) return;
         account().start(Account::Terms::kAll);
         gExact = true;
         gUp = true;
@@ -307,6 +306,7 @@ class Faults {
         if (fault == "drowsy") wakeUpEvery(std::chrono::seconds(3));
     }
     bool comesToRest() const { return mFault != "restless"; }
+    bool hearsOfService() const { return mFault != "deaf"; }
     // How many callbacks the application sees for one.
     int seen(const ClientEvent& event) {
         const unsigned int count = ++mCount;
@@ -345,7 +345,10 @@ class Application {
 
     void command(const std::string& command) {
         refuseEveryAllocation(0);
-        if (command == "rest") mWay->rest();
+        if (command == "rest") {
+            awaitCalm();
+            mWay->rest();
+        }
         mWay->stop();
         if (command == "rest") return rest();
         if (command == "calm") {
@@ -378,6 +381,13 @@ class Application {
     }
 
   private:
+    // How long that may take, the soak says.
+    void awaitCalm() {
+        while (gPhase == Phase::kCalm && !gExact && !testing::Test::HasFailure()) {
+            keepUp();
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
     // For the library's threads, now and then, until this is called again. What is lost then need
     // not be reported, so only with a service whose answers may be missing anyway.
     void makeMemoryScarce() {
@@ -389,7 +399,10 @@ class Application {
         const AllocationGrant application;
         forgetClientEvents();
         if (event.kind == ClientEvent::Kind::kStatus) {
-            if (event.status == SDF_V2_SERVICE_UP) return mWay->up();
+            if (event.status == SDF_V2_SERVICE_UP) {
+                if (mFaults.hearsOfService()) mWay->up();
+                return;
+            }
             if (gExact) failed("lost in a calm: " + event.text);
             gUp = false;
             account().lose();

@@ -47,7 +47,9 @@ class SessionClient {
         if (command == "rest") {
             rest();
         } else if (command == "calm") {
-            if (!served()) fail("the service does not come to what is wanted");
+            if (!mWanted.dispatchUntilServed()) {
+                fail("the service does not come to what is wanted");
+            }
             mCalmUps = mWanted.ups();
         }
         mResting = command == "rest";
@@ -68,7 +70,6 @@ class SessionClient {
     }
 
   private:
-    bool served() { return mWanted.dispatchUntilUp() && mWanted.dispatchUntilServed(); }
     void rest() {
         mWanted.stopReports();
         if (mStale) sdfSessionSetDdsPdcpTimer(mWanted.session(), 1000000);
