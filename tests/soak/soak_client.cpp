@@ -42,7 +42,6 @@
 #include "tests/stress/ClientEvents.h"
 #include "tests/stress/Worker.h"
 #include "tests/support/AllocationLimit.h"
-#include "tests/support/Eventually.h"
 #include "utils/NoDestroy.h"
 
 namespace {
@@ -73,6 +72,14 @@ Account& account() {
 
 void failed(const std::string& what) {
     ADD_FAILURE() << what;
+}
+
+// How long that may take, the soak says.
+template <typename Condition>
+void waitWhile(const Condition& condition) {
+    while (condition() && !testing::Test::HasFailure()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
 }
 
 // Waits for these answers, the last of which is `last`, the batch's; empty when it was refused.
@@ -254,9 +261,7 @@ class Callbacks : public Way {
     }
     void stop() override {
         mStopping = true;
-        if (gExact && !eventually([this] { return mEnded || testing::Test::HasFailure(); })) {
-            failed("it does not come to rest");
-        }
+        waitWhile([this] { return gExact && !mEnded; });
     }
 
   private:
@@ -346,7 +351,11 @@ class Application {
     void command(const std::string& command) {
         refuseEveryAllocation(0);
         if (command == "rest") {
-            awaitCalm();
+            waitWhile([this] {
+                const bool begins = gPhase == Phase::kCalm && !gExact;
+                if (begins) keepUp();
+                return begins;
+            });
             mWay->rest();
         }
         mWay->stop();
@@ -381,13 +390,6 @@ class Application {
     }
 
   private:
-    // How long that may take, the soak says.
-    void awaitCalm() {
-        while (gPhase == Phase::kCalm && !gExact && !testing::Test::HasFailure()) {
-            keepUp();
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    }
     // For the library's threads, now and then, until this is called again. What is lost then need
     // not be reported, so only with a service whose answers may be missing anyway.
     void makeMemoryScarce() {
