@@ -32,7 +32,6 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <random>
 #include <string>
 #include <thread>
@@ -312,13 +311,15 @@ class Faults {
     }
     bool comesToRest() const { return mFault != "restless"; }
     bool hearsOfService() const { return mFault != "deaf"; }
+    // To be called at rest: how much it keeps does not depend on what has been done.
+    void keep() const {
+        for (int count = 0; mFault == "leak" && count < 100; ++count) (void)new char[1000];
+        if (mFault == "memory") (void)strdup(std::string(size_t{4} << 20U, ' ').c_str());
+        if (mFault == "descriptors") (void)fcntl(STDIN_FILENO, F_DUPFD, 0);
+    }
     // How many callbacks the application sees for one.
     int seen(const ClientEvent& event) {
         const unsigned int count = ++mCount;
-        if (mFault == "leak" && new (std::nothrow) char[1000] == nullptr) return 0;
-        if (mFault == "memory" && strdup(std::string(1000, ' ').c_str()) == nullptr) return 0;
-        // It may be short of them.
-        if (mFault == "descriptors" && count % 20 == 0) (void)fcntl(STDIN_FILENO, F_DUPFD, 0);
         if (event.kind != ClientEvent::Kind::kLevels || count % 20 != 0) return 1;
         if (mFault == "twice") return 2;
         return mFault == "lost" ? 0 : 1;
@@ -421,6 +422,7 @@ class Application {
         account().start(Account::Terms::kAnswers);
         gExact = false;
         if (!mFaults.comesToRest()) return;
+        mFaults.keep();
         malloc_trim(0);
         printf("rest blocks=%jd bytes=%jd requests=%u unanswered=%u scarce=%u\n",
                intmax_t{allocatedBlocks()}, intmax_t{allocatedBytes()}, account().made(),
