@@ -241,7 +241,7 @@ TEST_F(EmulatorTest, WhatIsNoCallbackIsRefused) {
 // The client of another process stops before the flood comes, and reads nothing of it.
 TEST(EmulatorFloodTest, LateFloodEndsAtTheFirstMessageThatIsNotDelivered) {
     const TestDirectory directory;
-    EmulatorProcess emulator({"--rule", "on enable nth 1: late 1000, flood 100000"});
+    EmulatorProcess emulator({"--rule", "on enable nth 1: late 1000, flood 20000"});
     const auto stopped = startClient();
     const std::string pid = "pid=" + std::to_string(stopped->pid());
     stopped->writeLine(std::string("5 0 ") + kEnable);
