@@ -64,7 +64,7 @@ bool Wanted::trim() {
         mChanged = true;  // each time: the session may have begun to connect since
         while (living() > mFilters) removeFlow();
         while (living() < mFilters) addFlow();
-        if (!dispatchUntil([this] { return isServed() && isAnswered(); })) return false;
+        if (!dispatchUntil([this] { return isAnswered() && isServed(); })) return false;
         // Some are removed from inside their callbacks.
     } while (living() != mFilters);
     return true;
