@@ -127,11 +127,15 @@ bool Wanted::dispatchUntilServed() {
 
 bool Wanted::dispatchUntil(const std::function<bool()>& condition) {
     const auto end = Clock::now() + 4 * kLimit;
-    while (!condition()) {
-        if (Clock::now() > end) return false;
-        dispatch(1);
+    for (;;) {
+        const auto began = Clock::now();
+        if (condition()) return true;
+        const auto now = Clock::now();
+        if (now > end) return false;
+        // Most of the time a slow service is left to those who wait for its answers.
+        const auto pause = std::chrono::ceil<std::chrono::milliseconds>(4 * (now - began));
+        dispatch(static_cast<int>(pause.count()));
     }
-    return true;
 }
 
 bool Wanted::isServed() const {

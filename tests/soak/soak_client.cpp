@@ -47,7 +47,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kAnswerLimit{30};
+constexpr std::chrono::seconds kAnswerLimit{120};
 // By which the loss of the service may be reported after an answer of the next one.
 constexpr std::chrono::seconds kLossLimit{5};
 // An answer that takes longer does not come, from a service that may do anything.
