@@ -83,15 +83,16 @@ inline bool sendAll(const UniqueFd& fd, const Bytes& bytes) {
 
 // Reads that many bytes; fewer if the other end closes first, or a generous limit passes.
 inline Bytes receive(const UniqueFd& fd, size_t size) {
-    Bytes bytes;
-    while (bytes.size() < size) {
+    Bytes bytes(size);
+    size_t length = 0;
+    while (length < size) {
         pollfd ready{fd.get(), POLLIN, 0};
-        Bytes part(size - bytes.size());
         if (poll(&ready, 1, kLimitMs) != 1) break;
-        const ssize_t received = recv(fd.get(), part.data(), part.size(), 0);
+        const ssize_t received = recv(fd.get(), bytes.data() + length, size - length, 0);
         if (received <= 0) break;
-        bytes.insert(bytes.end(), part.begin(), part.begin() + received);
+        length += static_cast<size_t>(received);
     }
+    bytes.resize(length);
     return bytes;
 }
 
