@@ -19,6 +19,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// Between two looks at what the service has.
+constexpr std::chrono::seconds kLongestPause{1};
+
 constexpr std::array<const char*, 3> kSlots{"SLOT_ID_UNSPECIFIED", "SLOT_ID_FIRST",
                                             "SLOT_ID_SECOND"};
 
@@ -132,9 +135,9 @@ bool Wanted::dispatchUntil(const std::function<bool()>& condition) {
         if (condition()) return true;
         const auto now = Clock::now();
         if (now > end) return false;
-        // Most of the time a slow service is left to those who wait for its answers.
-        const auto pause = std::chrono::ceil<std::chrono::milliseconds>(4 * (now - began));
-        dispatch(static_cast<int>(pause.count()));
+        // Others wait for a slow service, too: it is asked for a fifth of the time at most.
+        const auto pause = std::min<Clock::duration>(4 * (now - began), kLongestPause);
+        dispatch(static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(pause).count()));
     }
 }
 

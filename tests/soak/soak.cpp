@@ -47,7 +47,7 @@ struct Options {
     unsigned int storm = 20;    // each, in seconds
     unsigned int calm = 5;
     unsigned int rest = 2;         // without a wake-up; the last is kLastRest times as long
-    unsigned int restLimit = 180;  // to come to rest
+    unsigned int restLimit = 600;  // to come to rest
     unsigned int seed = 0;
     std::string samples = "/dev/null";
     // A kind of clients, and what is wrong with the one of them that lives; or "service", which

@@ -114,14 +114,12 @@ std::vector<std::string> ChildProcess::lines() const {
 std::vector<std::string> ChildProcess::errorLines() const {
     const std::lock_guard<std::mutex> guard(mLock);
     std::vector<std::string> lines = mErrors.lines;
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-    // The leak check at a program's end interrupts the threads that wait then.
+#ifdef LUM_LEAK_CHECK
+    // The one at a program's end interrupts the threads that wait then.
     const auto isOfTheCheck = [](const std::string& line) {
         return line.find("epoll_wait error") != std::string::npos;
     };
     lines.erase(std::remove_if(lines.begin(), lines.end(), isOfTheCheck), lines.end());
-#endif
 #endif
     return lines;
 }

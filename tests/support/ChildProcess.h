@@ -42,8 +42,8 @@ class ChildProcess {
     void writeLine(const std::string& line) const;
     void closeInput();
 
-    // Whole lines written so far to standard output, and to standard error; but not what a thread
-    // logs when the leak check of the address sanitizer interrupts it.
+    // Whole lines written so far to standard output, and to standard error. With the address
+    // sanitizer the latter leave out "epoll_wait error", which its leak check may cause.
     std::vector<std::string> lines() const;
     std::vector<std::string> errorLines() const;
 

@@ -14,7 +14,7 @@
 # fails shows what it printed.
 set -eu
 
-# Left out of all: what is about sockets, their signal, frames and their limits, about directories, or about a service
+# Left out of all: what is about sockets, frames and their limits, SIGPIPE, about directories, or about a service
 # that is not there, or gone in the end. Over the driver that is waited for without limit.
 driver_tests() {
     grep -v '^#' <<'END'
