@@ -14,8 +14,8 @@
 # fails shows what it printed.
 set -eu
 
-# Left out of all: what is about sockets, frames and their limits, SIGPIPE, about directories, or about a service
-# that is not there, or gone in the end. Over the driver that is waited for without limit.
+# Left out of all: what is about sockets, frames and their limits, SIGPIPE, about directories, or about a
+# service that is not there, or gone in the end. Over the driver that is waited for without limit.
 driver_tests() {
     grep -v '^#' <<'END'
 # Calls, objects, deaths, threads, descriptors, names.
